@@ -1,0 +1,140 @@
+#pragma once
+
+// Assertions: a broken condition is reported to one process-wide handler, whose answer decides whether the site breaks
+// into the debugger, goes on, or stays silent from then on. The code after a site runs as if its condition had held.
+
+#include "vx_compiler.h"
+#include "vx_defs.h"
+
+namespace Vexmoor
+{
+namespace Assert
+{
+	/// What a site does after its report.
+	enum EDecision
+	{
+		Decision_Break = 0,   ///< Trap into the debugger, then carry on.
+		Decision_Ignore = 1,  ///< Carry on, and never evaluate or report this site again.
+		Decision_Continue = 2 ///< Carry on; any other value means the same.
+	};
+
+	/// One broken condition. The texts live as long as the call that hands them over.
+	struct SReport
+	{
+		const char *m_File;                  ///< As the compiler saw it.
+		const char *m_Function;              ///< Full signature of the enclosing function.
+		int m_Line;                          ///< Line of the site in m_File.
+		const char *m_ConditionText;         ///< The condition as written.
+		const char *m_ExpandedConditionText; ///< The condition after macro expansion.
+		const char *m_Message;               ///< The condition again, or what the site has to say about it.
+	};
+
+	/// Receives every report, on the thread that broke the condition, and answers with an EDecision.
+	typedef int (*CbReport)(const SReport &report, void *userData);
+
+	/// Replaces the handler; null brings back the default, which prints one line on stderr and answers
+	/// Decision_Ignore. Call it at start-up: a sort that runs meanwhile may still reach the earlier handler.
+	void SetReportHandler(CbReport handler, void *userData);
+
+	/// Reports a broken condition and returns the handler's decision.
+	int EvalAssert(const char *file,
+		const char *function,
+		int line,
+		const char *conditionText,
+		const char *expandedConditionText,
+		const char *message);
+
+	/// The same, with a printf-style message. Longer messages than 1023 characters are cut.
+	int EvalAssertFormat(const char *file,
+		const char *function,
+		int line,
+		const char *conditionText,
+		const char *expandedConditionText,
+		const char *format,
+		...) VX_PRINTF_LIKE(6, 7);
+
+	/// Reports a condition that guards an early exit, unless ignored is set; sets ignored on Decision_Ignore.
+	/// Returns true when the caller traps before it takes its exit.
+	bool VerifyAssertFalse_Breaks(bool &ignored,
+		const char *file,
+		const char *function,
+		int line,
+		const char *conditionText,
+		const char *expandedConditionText,
+		const char *message);
+
+	// A client compiled with the other VX_ASSERTIONS than the library it links would mix two versions of the same
+	// inline functions. Each value asks for a name of its own, and a library defines just one: the linker's message
+	// is the sentence that says so.
+#if VX_ASSERTIONS
+	extern const char LibraryIsBuiltWith_VX_ASSERTIONS_1;
+	__attribute__((used)) static const char *const s_LibraryAgrees = &LibraryIsBuiltWith_VX_ASSERTIONS_1;
+#else
+	extern const char LibraryIsBuiltWith_VX_ASSERTIONS_0;
+	__attribute__((used)) static const char *const s_LibraryAgrees = &LibraryIsBuiltWith_VX_ASSERTIONS_0;
+#endif
+
+	// A site's flag is shared by every thread that passes it. Two that fail at once may both report.
+	VX_INLINE bool _SiteIsIgnored(const bool &flag)
+	{
+		return __atomic_load_n(&flag, __ATOMIC_RELAXED);
+	}
+	VX_INLINE void _IgnoreSite(bool &flag)
+	{
+		__atomic_store_n(&flag, true, __ATOMIC_RELAXED);
+	}
+} // namespace Assert
+} // namespace Vexmoor
+
+#if VX_ASSERTIONS
+// Every form of assertion: a flag of its own per site, the condition only while the flag is clear.
+	#define VX_ASSERT_SITE(_condition, _eval)                                                    \
+		do                                                                                       \
+		{                                                                                        \
+			static bool vxSiteIgnored = false;                                                   \
+			if (!::Vexmoor::Assert::_SiteIsIgnored(vxSiteIgnored) && VX_UNLIKELY(!(_condition))) \
+			{                                                                                    \
+				const int vxDecision = _eval;                                                    \
+				if (vxDecision == ::Vexmoor::Assert::Decision_Ignore)                            \
+					::Vexmoor::Assert::_IgnoreSite(vxSiteIgnored);                               \
+				else if (vxDecision == ::Vexmoor::Assert::Decision_Break)                        \
+					VX_TRAP();                                                                   \
+			}                                                                                    \
+		} while (false)
+
+	/// Reports the condition's own text when it does not hold.
+	#define VX_ASSERT(...)                                                                                         \
+		VX_ASSERT_SITE((__VA_ARGS__), ::Vexmoor::Assert::EvalAssert(__FILE__, VX_FUNCTION, __LINE__, #__VA_ARGS__, \
+										  VX_STRINGIZE(__VA_ARGS__), #__VA_ARGS__))
+
+	/// Reports a printf-style message when the condition does not hold. The condition has no comma outside brackets.
+	#define VX_ASSERT_MESSAGE(_condition, ...)                                                                         \
+		VX_ASSERT_SITE((_condition), ::Vexmoor::Assert::EvalAssertFormat(__FILE__, VX_FUNCTION, __LINE__, #_condition, \
+										 VX_STRINGIZE(_condition), __VA_ARGS__))
+#else
+	#define VX_ASSERT(...) static_cast<void>(0)
+	#define VX_ASSERT_MESSAGE(_condition, ...) static_cast<void>(0)
+#endif
+
+/// Reports a printf-style message whenever it is reached, under the condition text "false".
+#define VX_ASSERT_NOT_REACHED(...) VX_ASSERT_MESSAGE(false, __VA_ARGS__)
+
+/// The condition's value, for early exits: evaluated in every build, reported where assertions are compiled in.
+/// Used as: if (!VX_VERIFY(...)) return;
+#if VX_ASSERTIONS
+	#define VX_VERIFY(...) \
+		(VX_LIKELY(__VA_ARGS__) || ([](const char *vxFunction) {                                                       \
+			static bool vxSiteIgnored = false;                                                                         \
+			if (::Vexmoor::Assert::VerifyAssertFalse_Breaks(vxSiteIgnored,                                             \
+					__FILE__,                                                                                          \
+					vxFunction,                                                                                        \
+					__LINE__,                                                                                          \
+					#__VA_ARGS__,                                                                                      \
+					VX_STRINGIZE(__VA_ARGS__),                                                                         \
+					#__VA_ARGS__))                                                                                     \
+				VX_TRAP();                                                                                             \
+			return false;                                                                                              \
+		})(VX_FUNCTION))
+#else
+	#define VX_VERIFY(...) (VX_LIKELY(__VA_ARGS__))
+#endif

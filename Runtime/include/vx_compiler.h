@@ -1,0 +1,43 @@
+#pragma once
+
+// What differs between compilers: inlining hints, the enclosing function's signature, a trap that a debugger can
+// continue from, printf checking, and the switch between diagnosed and bare builds.
+
+#if !defined(__GNUC__) && !defined(__clang__)
+	#error "Vexmoor builds with g++ and clang"
+#endif
+
+#define VX_INLINE inline __attribute__((always_inline))
+#define VX_NOINLINE __attribute__((noinline))
+#define VX_LIKELY(...) __builtin_expect(!!(__VA_ARGS__), 1)
+#define VX_UNLIKELY(...) __builtin_expect(!!(__VA_ARGS__), 0)
+
+/// The full signature of the enclosing function.
+#define VX_FUNCTION __PRETTY_FUNCTION__
+
+/// Checks a printf-style call: the 1-based positions of the format and of the first argument after it.
+#define VX_PRINTF_LIKE(_format, _firstArgument) __attribute__((format(printf, _format, _firstArgument)))
+
+#if defined(__x86_64__) || defined(__i386__)
+	#define VX_TRAP() __asm__ volatile("int3")
+#else
+	#define VX_TRAP() __builtin_debugtrap()
+#endif
+
+/// Joins after expanding its arguments.
+#define VX_JOIN(_a, _b) VX_JOIN_AS_WRITTEN(_a, _b)
+#define VX_JOIN_AS_WRITTEN(_a, _b) _a##_b
+
+/// Its argument's text, after macro expansion.
+#define VX_STRINGIZE(...) VX_STRINGIZE_AS_WRITTEN(__VA_ARGS__)
+#define VX_STRINGIZE_AS_WRITTEN(...) #__VA_ARGS__
+
+/// 1: assertions are compiled in; 0: their sites vanish. A library and everything that includes its headers agree on
+/// the value; the build system's target carries it.
+#ifndef VX_ASSERTIONS
+	#ifdef NDEBUG
+		#define VX_ASSERTIONS 0
+	#else
+		#define VX_ASSERTIONS 1
+	#endif
+#endif

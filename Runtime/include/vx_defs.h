@@ -1,0 +1,54 @@
+#pragma once
+
+// The names that every other header counts on: integer types, the null constant, addresses' alignment test, and the
+// invalid value of index types.
+
+#include "vx_compiler.h"
+
+#include <cstddef>
+#include <cstdint>
+
+/// The namespace of the runtime, for macros whose text must name it from anywhere.
+#define VX_NAMESPACE Vexmoor
+
+namespace Vexmoor
+{
+typedef std::uint8_t u8;
+typedef std::uint16_t u16;
+typedef std::uint32_t u32;
+typedef std::uint64_t u64;
+typedef std::int32_t s32;
+typedef std::int64_t s64;
+
+/// Integers as wide as a pointer: byte offsets of memory accesses.
+typedef std::uintptr_t ureg;
+typedef std::intptr_t sreg;
+
+/// A constant rather than a macro, so that the texts of conditions that name it stay as written.
+constexpr std::nullptr_t null = nullptr;
+
+/// An index type with one value that means "none".
+template<typename _Type>
+struct TGuid
+{
+	_Type m_Guid;
+
+	static const TGuid INVALID;
+};
+
+template<typename _Type>
+constexpr TGuid<_Type> TGuid<_Type>::INVALID = {_Type(~_Type(0))};
+
+typedef TGuid<u32> CGuid;
+
+namespace Mem
+{
+	/// True when the address's bits below _Alignment, a power of two, are all zero.
+	template<ureg _Alignment>
+	inline bool IsAligned(const volatile void *ptr)
+	{
+		static_assert(_Alignment != 0 && (_Alignment & (_Alignment - 1)) == 0, "alignments are powers of two");
+		return (reinterpret_cast<ureg>(ptr) & (_Alignment - 1)) == 0;
+	}
+} // namespace Mem
+} // namespace Vexmoor

@@ -1,0 +1,423 @@
+#pragma once
+
+// The render-time particle sorter. Once per frame and draw call, a CTriangleSorter puts the particles of a page cache
+// into drawing order and writes the index buffer that the GPU draws, in memory that the caller owns.
+
+#include "vx_defs.h"
+#include "vx_maths_vector.h"
+
+#include "kr_containers_array.h"
+#include "kr_memoryviews.h"
+
+namespace Vexmoor
+{
+/// What is sorted: a key, ascending as an unsigned integer, the smallest drawn first, and what it stands for. Record
+/// arrays start at multiples of 16 bytes and have room for an even number of records.
+struct SIndexAndDepth
+{
+	u32 m_Depth; ///< The key.
+	u32 m_Index; ///< In a point sort a particle's first vertex, in a triangle sort a triangle's number.
+
+	bool operator<(const SIndexAndDepth &other) const { return m_Depth < other.m_Depth; }
+	bool operator==(const SIndexAndDepth &other) const { return m_Depth == other.m_Depth; }
+};
+static_assert(sizeof(SIndexAndDepth) == 8, "two records fill a 16-byte access");
+
+/// The radix sort's key of a record: its depth as it stands.
+struct SSortKeyExtractor_TriangleIndexAndDepth
+{
+	typedef u32 SortKeyType;
+
+	static SortKeyType ExtractKey(const SIndexAndDepth &record) { return record.m_Depth; }
+};
+
+/// The indices of one primitive.
+template<typename _Index, u32 _Count>
+struct SPrimitive
+{
+	_Index m_IDs[_Count];
+};
+
+/// Sorts one draw call. Describe the call with one Setup_OutputIndexBuffer, one Setup_InputPageCache and one
+/// Setup_Geometry, in any order, then sort. A sorter keeps views into the caller's memory, which stays valid until
+/// the sort returns, and a copy of the constant index pattern; it may be set up and used again, frame after frame.
+///
+/// The page cache. Particles lie in pages; every view given per page has one entry for each. A page's rendered count
+/// says how many of its particles are drawn: all of them, its first ones (no enabled bytes), or those whose enabled
+/// byte is not 0 (exactly as many as the count says). Rendered particles are numbered through all pages, and rendered
+/// particle r owns the vertices from r * primitiveVertexCount on.
+///
+/// Positions or values. Sorted by position, a page with disabled particles is keyed apart from a page without: all
+/// particles of pages that have disabled ones are drawn before those of pages that have none. Where pages are mixed,
+/// sort by values of 0 - squared distance instead: they give one back-to-front order over all pages. Positions are
+/// the right choice, and the cheaper one, where either no page or every page has disabled particles. Values also sort
+/// by whatever else orders a draw call; the lowest is drawn first.
+///
+/// Floats keep their order whatever they are: denormals count as they are, and NaNs sort beyond the infinities. No
+/// compiler flag and no floating-point mode of the calling thread changes a bit of the result.
+///
+/// Threads. One sorter, one thread at a time; different sorters, and all static members, run side by side.
+/// Reports. A broken rule is an assertion, after which the work goes on with what it has. A slow path with equal
+/// output is a warning, once per call site. See vx_assert.h and kr_log_unique.h for the hooks.
+class CTriangleSorter
+{
+public:
+	enum EIndexType : u32
+	{
+		IndexTypeUnknown = 0,
+		IndexTypeUint16 = 1,
+		IndexTypeUint32 = 2
+	};
+
+	enum ESortType : u32
+	{
+		SortUnknown = 0,
+		SortByPosition = 1, ///< By distance to the camera, the farthest first.
+		SortByFloat = 2     ///< By the caller's values, the lowest first.
+	};
+
+	enum EGeometryType : u32
+	{
+		GeometryUnknown = 0,
+		GeometryConstant = 1,                           ///< One pattern, vertices in particle order.
+		GeometryConstantAndIndexList = 2,               ///< One pattern, first vertices from a list.
+		GeometryConstantAndIndexListAndQuadCenters = 3, ///< The same, quads inside a particle sorted too.
+		GeometryPerPage = 4                             ///< A pattern per page, sorted triangle by triangle.
+	};
+
+	typedef TArray<u32, TArrayStaticController<0, 8, 8, 0, 2>> CIndexPattern;
+	typedef TStridedMemoryView<const TStridedMemoryView<const CFloat3, -1>, -1> CPositionPages;
+	typedef TStridedMemoryView<const TStridedMemoryView<const float, -1>, -1> CSortKeyPages;
+	typedef TStridedMemoryView<const TStridedMemoryView<const u8, -1>, -1> CEnabledPages;
+	typedef TStridedMemoryView<const u32, -1> CRenderedCounts;
+
+	/// Nothing is configured: a sort reports so and writes nothing.
+	CTriangleSorter() = default;
+
+	/// Where the indices go.
+	/// outIndices   written front to back, each index once, never read: fit for mapped, write-combined memory. A
+	///              start at a multiple of 16 bytes takes the fast paths; any start of whole indices is correct.
+	/// vertexCount  vertices that the indices may address. Particles whose vertices lie beyond are not drawn.
+	void Setup_OutputIndexBuffer(const TMemoryView<u32> &outIndices, u32 vertexCount)
+	{
+		m_IndexType = IndexTypeUint32;
+		m_OutIndices32 = outIndices;
+		m_IndexCount = outIndices.Count();
+		m_VertexCount = vertexCount;
+	}
+	/// The same for 16-bit indices, which are not checked: every index has to be below 0xFFFF.
+	void Setup_OutputIndexBuffer(const TMemoryView<u16> &outIndices, u32 vertexCount)
+	{
+		m_IndexType = IndexTypeUint16;
+		m_OutIndices16 = outIndices;
+		m_IndexCount = outIndices.Count();
+		m_VertexCount = vertexCount;
+	}
+
+	/// What is sorted, by distance to the camera.
+	/// positions               per page, at least as many as are read; packed (a stride of 12) is fast, any other
+	///                         stride correct, and 0 places all particles of a page at one position
+	/// enableds                per page a byte for each particle, contiguous; or an empty view: none is disabled
+	/// renderedParticleCounts  per page the number of particles drawn
+	/// particleCount           the sum of renderedParticleCounts
+	/// cameraPosition          in the space of the positions
+	void Setup_InputPageCache(const CPositionPages &positions,
+		const CEnabledPages &enableds,
+		const CRenderedCounts &renderedParticleCounts,
+		u32 particleCount,
+		const CFloat3 &cameraPosition)
+	{
+		m_SortType = SortByPosition;
+		m_InPositions = positions;
+		m_InEnableds = enableds;
+		m_InRenderedParticleCounts = renderedParticleCounts;
+		m_ParticleCount = particleCount;
+		m_CameraPosition = cameraPosition;
+	}
+	/// What is sorted, by a value of each particle: packed (a stride of 4) is fast, 0 gives all particles of a page one
+	/// value. The rest as above.
+	void Setup_InputPageCache(const CSortKeyPages &sortKeys,
+		const CEnabledPages &enableds,
+		const CRenderedCounts &renderedParticleCounts,
+		u32 particleCount)
+	{
+		m_SortType = SortByFloat;
+		m_InSortKeys = sortKeys;
+		m_InEnableds = enableds;
+		m_InRenderedParticleCounts = renderedParticleCounts;
+		m_ParticleCount = particleCount;
+	}
+	/// The same with the camera that orders the quads inside a particle.
+	void Setup_InputPageCache(const CSortKeyPages &sortKeys,
+		const CEnabledPages &enableds,
+		const CRenderedCounts &renderedParticleCounts,
+		u32 particleCount,
+		const CFloat3 &cameraPosition)
+	{
+		Setup_InputPageCache(sortKeys, enableds, renderedParticleCounts, particleCount);
+		m_CameraPosition = cameraPosition;
+	}
+
+	/// Every particle draws the same pattern.
+	/// indexPattern          copied; indices relative to the particle's first vertex. Widths 1 (with index 0), 3, 6
+	///                       and 12 are fast, any other width correct.
+	/// primitiveVertexCount  vertices per particle, not 0
+	void Setup_Geometry(const TMemoryView<u32> &indexPattern, u32 primitiveVertexCount)
+	{
+		m_GeometryType = GeometryConstant;
+		m_IndexPattern = indexPattern;
+		m_PrimiteVertexCount = primitiveVertexCount;
+	}
+	/// The same, with the first vertex of each rendered particle from a list. An entry at or beyond the vertex count
+	/// makes its particle the farthest, drawn at vertex 0.
+	void Setup_Geometry(const TMemoryView<u32> &indexPattern, const TMemoryView<const u32> &indexList)
+	{
+		m_GeometryType = GeometryConstantAndIndexList;
+		m_IndexPattern = indexPattern;
+		m_IndexList = indexList;
+	}
+	/// The same for tubes: quads of six indices each, at most 15, put in order inside every particle.
+	/// quadCenters           16 slots per particle: quad q of the particle whose first vertex is v has its centre in
+	///                       slot v / primitiveVertexCount * 16 + q
+	/// primitiveVertexCount  vertices per particle, not 0
+	void Setup_Geometry(const TMemoryView<u32> &indexPattern,
+		const TMemoryView<const u32> &indexList,
+		const TMemoryView<const CFloat4> &quadCenters,
+		u32 primitiveVertexCount)
+	{
+		m_GeometryType = GeometryConstantAndIndexListAndQuadCenters;
+		m_IndexPattern = indexPattern;
+		m_IndexList = indexList;
+		m_QuadCenters = quadCenters;
+		m_PrimiteVertexCount = primitiveVertexCount;
+	}
+	/// Every page has a triangle pattern of its own, and triangles are sorted one by one under their particle's key.
+	/// indexPatterns          per page; whole triangles, at least one
+	/// primitiveVertexCounts  per page, vertices per particle, not 0
+	/// indexCount             indices of all rendered particles, a multiple of 3: the sum over all pages of rendered
+	///                        count times pattern width
+	void Setup_Geometry(
+		TMemoryView<const CIndexPattern> indexPatterns, TMemoryView<const u32> primitiveVertexCounts, u32 indexCount)
+	{
+		m_GeometryType = GeometryPerPage;
+		m_IndexPatternCollection = indexPatterns;
+		m_PrimiteVertexCountCollection = primitiveVertexCounts;
+		m_IndexCount_fromBB = indexCount;
+	}
+
+	/// Bytes of working buffer for a point sort: two arrays of records, each padded to an even count. Exact below
+	/// 268,435,455 particles, where 32 bits end.
+	static u32 GetAutogenIndicesWorkingBufferSize(u32 elementCount)
+	{
+		return _AlignedRecordCount(elementCount) * u32(sizeof(SIndexAndDepth)) * 2;
+	}
+	/// Bytes of working buffer for a triangle sort: two arrays of records, one per triangle, and the unsorted indices.
+	static u32 GetAutogenIndicesWorkingBufferSize_tri(u32 indexCount)
+	{
+		return 2 * GetSortedTrisWorkingBufferSize(indexCount) + GetTriIndicesWorkingBufferSize(indexCount);
+	}
+	/// Bytes of one array of triangle records.
+	static u32 GetSortedTrisWorkingBufferSize(u32 indexCount)
+	{
+		return _AlignedRecordCount(indexCount / 3) * u32(sizeof(SIndexAndDepth));
+	}
+	/// Bytes of the unsorted indices: 4 per index, whatever their type.
+	static u32 GetTriIndicesWorkingBufferSize(u32 indexCount) { return ((indexCount + 1) & ~1u) * u32(sizeof(u32)); }
+
+	/// Record array 0 or 1 of a point sort's working buffer. Array 0 comes first and receives the sorted records. An
+	/// array beyond the buffer is reported, and returned all the same.
+	static TMemoryView<SIndexAndDepth> WorkingBuffer_SortedPoints(void *wb, u32 elementCount, u32 bufferIndex);
+	static TMemoryView<const SIndexAndDepth> WorkingBuffer_SortedPoints(
+		const void *wb, u32 elementCount, u32 bufferIndex);
+
+	/// Record array 0 or 1 of a triangle sort's working buffer. Another array is reported, and returned all the same.
+	static TMemoryView<SIndexAndDepth> WorkingBuffer_SortedTris(void *wb, u32 indexCount, u32 bufferIndex);
+	static TMemoryView<const SIndexAndDepth> WorkingBuffer_SortedTris(const void *wb, u32 indexCount, u32 bufferIndex);
+
+	/// The unsorted indices of a triangle sort's working buffer, as u32 or u16.
+	template<typename _Index>
+	static TMemoryView<_Index> WorkingBuffer_TriangleIndices(void *wb, u32 indexCount);
+	template<typename _Index>
+	static TMemoryView<const _Index> WorkingBuffer_TriangleIndices(const void *wb, u32 indexCount);
+
+	/// Sorts the particles of geometry that all of them share and writes the index pattern of each into the output.
+	/// _workingBuffer  16-byte aligned, GetAutogenIndicesWorkingBufferSize(particle count) bytes, contents unspecified
+	///                 afterwards; or null: a block is taken from Mem::_RawAlloc, eight times as large, and a failure
+	///                 there ends the call.
+	/// Writes          whole patterns from the first output index on. Particles beyond the vertex count are written as
+	///                 patterns of vertex 0, before all others. Too small an output loses an even number of records at
+	///                 the low-key end, the farthest, and the very nearest as well when the shortfall is odd.
+	/// Equal keys      one order for one input: that of the records for more than 109 of them, the quick sort's own up
+	///                 to that.
+	/// Reports         assertions and warnings as the class says. An empty rendered-count view ends the call; a block
+	///                 taken for it is then not given back.
+	void SortPoints_AutogenIndices(void *__restrict _workingBuffer);
+
+	/// Sorts the triangles of geometry that each page has of its own and writes them into the output.
+	/// workingBuffer  16-byte aligned, GetAutogenIndicesWorkingBufferSize_tri(index count) bytes, contents unspecified
+	///                afterwards; or null: a block is taken from Mem::_RawAlloc, and a failure there ends the call.
+	/// Writes         whole triangles from the first output index on, as many as the geometry has or the output holds;
+	///                too small an output loses the lowest keys, the farthest. A page is cut where the vertex count
+	///                ends, and the pages after one that has no room for a single particle are dropped; triangles so
+	///                lost are written as degenerate ones of vertex 0.
+	void SortTriangles_AutogenIndices(void *workingBuffer);
+
+	/// Makes a record of each particle of a page: the key, and indexStart + k * indexIncrement for record k.
+	/// outList    receives all of its records; 8-byte aligned. In runs of four they lie in the order 2, 3, 0, 1.
+	/// positions  as many particles as there are records, or more, of which enableds has exactly as many bytes that
+	///            are not 0. Nothing is read beyond the last position's 12th byte.
+	/// enableds   read only when there are more particles than records; contiguous
+	/// Keys       ascending keys draw the farthest first: the inverted bits of the squared distance. Where particles
+	///            are disabled the key is that of the value 0 - squared distance, below every key of the other kind.
+	static void FillSortingIndirectionsListPoint_NoIndices(const TMemoryView<SIndexAndDepth> &outList,
+		const TStridedMemoryView<const CFloat3> &positions,
+		const CFloat3 &cameraPosition,
+		const TStridedMemoryView<const u8> &enableds,
+		u32 indexStart,
+		u32 indexIncrement);
+	/// The same for values: ascending keys draw the lowest value first.
+	static void FillSortingIndirectionsListPoint_NoIndices(const TMemoryView<SIndexAndDepth> &outList,
+		const TStridedMemoryView<const float> &sortValues,
+		const TStridedMemoryView<const u8> &enableds,
+		u32 indexStart,
+		u32 indexIncrement);
+
+	/// Makes a record of each particle of a page, with its first vertex from a list.
+	/// outList      as above, but the records lie in particle order
+	/// indexList    an entry per record, of any alignment; one at or beyond maxVertexId gives its record vertex 0 and
+	///              the farthest key: that of an infinite distance, or of minus infinity where particles are disabled
+	/// The rest as in the variant without list.
+	static void FillSortingIndirectionsListPoint_Indices(const TMemoryView<SIndexAndDepth> &outList,
+		const TStridedMemoryView<const CFloat3> &positions,
+		const CFloat3 &cameraPosition,
+		const TStridedMemoryView<const u8> &enableds,
+		const u32 *indexList,
+		u32 maxVertexId);
+	/// The same for values; an invalid entry gives the key of minus infinity.
+	static void FillSortingIndirectionsListPoint_Indices(const TMemoryView<SIndexAndDepth> &outList,
+		const TStridedMemoryView<const float> &sortValues,
+		const TStridedMemoryView<const u8> &enableds,
+		const u32 *indexList,
+		u32 maxVertexId);
+
+	/// Writes the index pattern of each record, every entry plus the record's m_Index.
+	/// it         primCount records, 16-byte aligned; depths are ignored
+	/// dstPrims   primCount * width indices, written front to back and never read; streamed where 16-byte aligned.
+	///            A width of 12 at 8 modulo 16 needs at least one record.
+	/// Pattern    a pattern of one entry has to be {0}. 16-bit sums are not checked: indices stay below 0xFFFF.
+	static void ExpandIndices(const TMemoryView<const u32> &indexPattern,
+		const SIndexAndDepth *__restrict it,
+		volatile u32 *__restrict dstPrims,
+		u32 primCount);
+	static void ExpandIndices(const TMemoryView<const u32> &indexPattern,
+		const SIndexAndDepth *__restrict it,
+		volatile u16 *__restrict dstPrims,
+		u32 primCount);
+
+	/// Writes the index pattern of each record with its quads in back-to-front order.
+	/// indexPattern  quads of six entries; at most 15. Entries beyond the last whole quad are skipped, and their
+	///               place in the output is left as it is.
+	/// quadCenters   16 slots per particle, the particle's number being m_Index / vpp
+	/// dstPrims      primCount * width indices
+	/// vpp           vertices per particle, not 0 where there is a quad
+	/// Slow on purpose, and says so once per call site.
+	static void ExpandAndSortIndices(const TMemoryView<const u32> &indexPattern,
+		const TMemoryView<const CFloat4> &quadCenters,
+		const CFloat3 &cameraPosition,
+		const SIndexAndDepth *__restrict it,
+		volatile u16 *__restrict dstPrims,
+		u32 primCount,
+		u32 vpp);
+	static void ExpandAndSortIndices(const TMemoryView<const u32> &indexPattern,
+		const TMemoryView<const CFloat4> &quadCenters,
+		const CFloat3 &cameraPosition,
+		const SIndexAndDepth *__restrict it,
+		volatile u32 *__restrict dstPrims,
+		u32 primCount,
+		u32 vpp);
+
+	/// Widens primCount particle records in place into a record per triangle, under the particle's key: block t of
+	/// primCount records holds triangle t of every particle, numbered primOffset + particle * trianglePerPrimitive + t.
+	/// inoutList  primCount * trianglePerPrimitive records, the first primCount filled; 16-byte aligned, and correct
+	///            at 8 bytes off as well, which is reported
+	static void ExpandSortingIndirectionsListPoints_Triangles(
+		const TMemoryView<SIndexAndDepth> &inoutList, u32 primCount, u32 trianglePerPrimitive, u32 primOffset);
+
+	/// Gathers triCount triangles in the order of the records: output triangle i is source triangle inList[i].m_Index.
+	/// dstIndices  3 * triCount indices, apart from the source
+	static void ApplySortingIndirectionsListTriangles(const TMemoryView<SIndexAndDepth> &inList,
+		const TMemoryView<const u32> &srcIndices,
+		u32 *dstIndices,
+		u32 triCount);
+	static void ApplySortingIndirectionsListTriangles(const TMemoryView<SIndexAndDepth> &inList,
+		const TMemoryView<const u16> &srcIndices,
+		u16 *dstIndices,
+		u32 triCount);
+
+private:
+	static u32 _AlignedRecordCount(u32 recordCount) { return (recordCount + 1) & ~1u; }
+
+	void _GetParticleIdxInPageCache(
+		u32 renderedParticleId, u32 &pageId, u32 &offsetInPage, u32 &offsetInRenderedBuffer) const;
+
+	void _FillSource_SortByPosition_GeomConst(u32 start, u32 count, const TMemoryView<SIndexAndDepth> &out) const;
+	void _FillSource_SortByValues_GeomConst(u32 start, u32 count, const TMemoryView<SIndexAndDepth> &out) const;
+	void _FillSource_SortByPosition_GeomConstAndIndexList(
+		u32 start, u32 count, const TMemoryView<SIndexAndDepth> &out) const;
+	void _FillSource_SortByValues_GeomConstAndIndexList(
+		u32 start, u32 count, const TMemoryView<SIndexAndDepth> &out) const;
+
+	// What bounds a page walk; it shows in the text of its report.
+	enum EPageBound
+	{
+		PageBound_RenderedCounts,
+		PageBound_TotalPageCount
+	};
+	template<EPageBound _PageBound, typename _Element, typename _FillPage>
+	u32 _WalkPages(const TStridedMemoryView<const TStridedMemoryView<const _Element, -1>, -1> &pages,
+		u32 start,
+		u32 count,
+		const TMemoryView<SIndexAndDepth> &out,
+		const _FillPage &fillPage) const;
+	u32 _ValidParticleCount(u32 start, u32 count) const;
+	void _FillBeyondVertexBuffer(u32 i, u32 validCount, u32 count, const TMemoryView<SIndexAndDepth> &out) const;
+
+	// An even number, so that the first record read stays 16-byte aligned; an odd shortfall then loses the last one.
+	static u32 _FirstWrittenRecord(u32 recordCount, u32 writeCount) { return (recordCount - writeCount) & ~1u; }
+
+	template<typename _Index, typename _Pages, typename _AssertPage, typename _FillPage>
+	u32 _FillTriangles(const _Pages &pages,
+		const TMemoryView<SIndexAndDepth> &workingBufferSorter,
+		const TMemoryView<_Index> &workingBufferIndex,
+		const _AssertPage &assertPage,
+		const _FillPage &fillPage) const;
+	template<typename _Index>
+	void _SortTriangles_AutogenIndices(void *workingBuffer);
+
+	// Output.
+	EIndexType m_IndexType = IndexTypeUnknown;
+	TMemoryView<u32> m_OutIndices32;
+	TMemoryView<u16> m_OutIndices16;
+	u32 m_IndexCount = 0;
+	u32 m_VertexCount = 0;
+
+	// Input.
+	ESortType m_SortType = SortUnknown;
+	CFloat3 m_CameraPosition;
+	CPositionPages m_InPositions;
+	CSortKeyPages m_InSortKeys;
+	CEnabledPages m_InEnableds;
+	CRenderedCounts m_InRenderedParticleCounts;
+	u32 m_ParticleCount = 0;
+
+	// Geometry.
+	EGeometryType m_GeometryType = GeometryUnknown;
+	CIndexPattern m_IndexPattern;
+	u32 m_PrimiteVertexCount = 0;
+	TMemoryView<const CIndexPattern> m_IndexPatternCollection;
+	TMemoryView<const u32> m_PrimiteVertexCountCollection;
+	TMemoryView<const u32> m_IndexList;
+	TMemoryView<const CFloat4> m_QuadCenters;
+	u32 m_IndexCount_fromBB = 0;
+};
+} // namespace Vexmoor

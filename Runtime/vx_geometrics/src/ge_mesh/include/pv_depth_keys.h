@@ -1,0 +1,147 @@
+#pragma once
+
+// The depth-key encodings, four lanes at a time, and the lane arithmetic that leads to them. Ascending keys, compared as
+// unsigned, are the drawing order. Nothing here reports.
+//
+// Keys are exact to the bit whatever flags this is compiled with: sums are taken by an instruction that no compiler fuses
+// with the product before it, reassociates or commutes, and signs and NaNs are handled as integers.
+
+#include "vx_compiler.h"
+#include "vx_defs.h"
+
+#include "kr_sort.h"
+
+#include "pv_mesh_triangle_sorter.h"
+
+namespace Vexmoor
+{
+constexpr u32 kSignBit = 0x80000000u;
+constexpr u32 kMinusInfinityBits = 0xFF800000u;
+
+// x, y, z, 0 from 12 bytes at any address.
+static VX_INLINE __m128 LoadFloat3(const void *p)
+{
+	const __m128i xy = _mm_loadl_epi64(static_cast<const __m128i *>(p));
+	const __m128i z = _mm_cvtsi32_si128(s32(LoadU32(static_cast<const u8 *>(p) + 8)));
+	return _mm_castsi128_ps(_mm_unpacklo_epi64(xy, z));
+}
+
+template<u32 _Lane>
+static VX_INLINE __m128 SplatLane(__m128 lanes)
+{
+	return _mm_shuffle_ps(lanes, lanes, _MM_SHUFFLE(_Lane, _Lane, _Lane, _Lane));
+}
+
+// a + b, rounded once, with a's NaN where both are NaN. The instruction is spelled out because compilers fuse an add
+// intrinsic with the multiplication before it where they may use FMA, and swap its operands where it suits them.
+static VX_INLINE __m128 AddInOrder(__m128 a, __m128 b)
+{
+#if defined(__AVX__)
+	__asm__("vaddps %2, %1, %0" : "=x"(a) : "x"(a), "x"(b));
+#elif defined(__SSE__)
+	__asm__("addps %1, %0" : "+x"(a) : "x"(b));
+#else
+	__asm__("" : "+w"(a), "+w"(b)); // emulated lanes: the products are opaque, nothing to fuse with
+	a = _mm_add_ps(a, b);
+#endif
+	return a;
+}
+
+// 0 - a: +0.0 for both zeros. The zero is opaque, or -ffast-math makes it a flip of the sign.
+static VX_INLINE __m128 SubtractFromZero(__m128 a)
+{
+	__m128 zero = _mm_setzero_ps();
+#if defined(__SSE__)
+	__asm__("" : "+x"(zero));
+#else
+	__asm__("" : "+w"(zero));
+#endif
+	return _mm_sub_ps(zero, a);
+}
+
+// (x * x + y * y) + z * z, each product and sum rounded on its own, in this order on every path.
+static VX_INLINE __m128 SquaredLength(__m128 x, __m128 y, __m128 z)
+{
+	return AddInOrder(AddInOrder(_mm_mul_ps(x, x), _mm_mul_ps(y, y)), _mm_mul_ps(z, z));
+}
+
+// The squared length of one vector x, y, z, ?, in lane 0.
+static VX_INLINE __m128 SquaredLengthOfOne(__m128 xyz)
+{
+	return SquaredLength(xyz, SplatLane<1>(xyz), SplatLane<2>(xyz));
+}
+
+static VX_INLINE u32 BitsOfLane0(__m128 lanes)
+{
+	return u32(_mm_cvtsi128_si32(_mm_castps_si128(lanes)));
+}
+
+// The key of a squared distance: its bits inverted, so that the farthest comes first. A square has no sign: keys run
+// from 0x807FFFFF, infinitely far, to 0xFFFFFFFF, at the camera.
+struct SDistanceKey
+{
+	static constexpr u32 kFar = 0x807FFFFFu;
+
+	static VX_INLINE __m128i FromLanes(__m128 len2)
+	{
+		return _mm_xor_si128(_mm_castps_si128(len2), _mm_set1_epi32(-1));
+	}
+	static VX_INLINE u32 FromBits(u32 len2Bits) { return ~len2Bits; }
+	static VX_INLINE __m128i FarWhere(__m128i mask) { return _mm_and_si128(mask, Splat(kFar)); }
+};
+
+// The key of a value: a float without sign gets the sign bit, one with it is inverted whole (M. Herf, "Radix Tricks",
+// 2001), so that the lowest value comes first.
+struct SValueKey
+{
+	static constexpr u32 kFar = 0x007FFFFFu; // of minus infinity
+
+	static VX_INLINE __m128i FromLanes(__m128i bits)
+	{
+		const __m128i negative = _mm_srai_epi32(bits, 31);
+		return _mm_xor_si128(_mm_or_si128(bits, Splat(kSignBit)), negative);
+	}
+	static VX_INLINE u32 FromBits(u32 bits) { return SRadixSortExtractorSignedFP<float>::ExtractKeyFromBits(bits); }
+	// A full mask shifted by sign and exponent is the key itself: no constant to load.
+	static VX_INLINE __m128i FarWhere(__m128i mask) { return _mm_srli_epi32(mask, 9); }
+};
+
+// Float arithmetic as the keys are defined by: round to nearest, denormals kept, no traps. A host may run with other
+// modes (linking with -ffast-math flushes denormals in the whole process), so they are put aside for a call. Memory is
+// not touched across the switch, and with it no arithmetic on what is loaded or stored.
+class CFloatModeScope
+{
+public:
+#if defined(__SSE__)
+	VX_INLINE CFloatModeScope()
+		: m_HostMode(_mm_getcsr())
+	{
+		if (VX_UNLIKELY((m_HostMode & kModeBits) != kDefaultMode))
+			_Set(kDefaultMode | (m_HostMode & ~kModeBits));
+	}
+	VX_INLINE ~CFloatModeScope()
+	{
+		if (VX_UNLIKELY((m_HostMode & kModeBits) != kDefaultMode))
+			_Set(m_HostMode);
+	}
+
+private:
+	static constexpr u32 kModeBits = 0xFFC0;    // flush to zero, rounding, exception masks, denormals are zero
+	static constexpr u32 kDefaultMode = 0x1F80; // all exceptions masked, nothing else
+
+	static VX_INLINE void _Set(u32 mode)
+	{
+		__asm__ volatile("ldmxcsr %0" : : "m"(mode) : "memory");
+	}
+
+	u32 m_HostMode;
+#else
+	VX_INLINE CFloatModeScope() {}
+	VX_INLINE ~CFloatModeScope() {}
+
+private:
+#endif
+	CFloatModeScope(const CFloatModeScope &) = delete;
+	CFloatModeScope &operator=(const CFloatModeScope &) = delete;
+};
+} // namespace Vexmoor

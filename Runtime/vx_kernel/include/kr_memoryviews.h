@@ -1,0 +1,185 @@
+#pragma once
+
+// Memory views: who has a view knows where a caller's elements lie and how many there are, and owns nothing. Views are
+// two or three words; copies are shallow. Indexed access reports what lies outside and then goes on, so bounds are the
+// caller's to keep; with assertions compiled out an access is one address computation.
+
+#include "vx_assert.h"
+#include "vx_defs.h"
+
+#include "kr_iterators.h"
+
+#include <type_traits>
+
+namespace Vexmoor
+{
+/// Elements next to each other. Counts and byte sizes are 32-bit.
+template<typename _Type>
+class TMemoryView
+{
+public:
+	typedef TContiguousBaseIterator<_Type> Iterator;
+
+	TMemoryView() = default;
+	explicit TMemoryView(_Type &element)
+		: m_Data(&element)
+		, m_Count(1)
+	{
+	}
+	TMemoryView(_Type *data, u32 count)
+		: m_Data(data)
+		, m_Count(count)
+	{
+	}
+	/// A view of elements also views them as const.
+	template<typename _Other, typename = std::enable_if_t<std::is_same_v<const _Other, _Type>>>
+	TMemoryView(const TMemoryView<_Other> &other)
+		: m_Data(other.Data())
+		, m_Count(other.Count())
+	{
+	}
+
+	bool Empty() const { return m_Data == null || m_Count == 0; }
+	u32 Count() const { return m_Count; }
+	_Type *Data() const { return m_Data; }
+	_Type *DataEnd() const { return m_Data + m_Count; }
+	static constexpr u32 ElementSizeInBytes() { return sizeof(_Type); }
+	u32 CoveredBytes() const { return m_Count * ElementSizeInBytes(); }
+
+	_Type &operator[](u32 index) const
+	{
+		_AssertAccessible(index);
+		return m_Data[index];
+	}
+	_Type &First() const { return (*this)[0]; }
+	_Type &Last() const { return (*this)[m_Count - 1]; }
+
+	Iterator Begin() const { return m_Data; }
+	Iterator End() const { return DataEnd(); }
+
+	/// The elements [begin, begin + count).
+	TMemoryView Slice(u32 begin, u32 count) const
+	{
+		VX_ASSERT(begin + count <= m_Count);
+		return TMemoryView(m_Data + begin, count);
+	}
+	/// The elements from begin on.
+	TMemoryView Slice(u32 begin) const { return Slice(begin, m_Count - begin); }
+	/// Slice if possible: of an empty view, an empty view, whatever the range.
+	TMemoryView SliceIFP(u32 begin, u32 count) const { return Empty() ? TMemoryView() : Slice(begin, count); }
+
+private:
+	void _AssertAccessible([[maybe_unused]] u32 index) const
+	{
+		VX_ASSERT(m_Data != null);
+		VX_ASSERT(index < m_Count);
+	}
+
+	_Type *m_Data = null;
+	u32 m_Count = 0;
+};
+
+/// What every strided view stores.
+struct SStridedMemoryViewRawStorage
+{
+	u8 *m_RawDataPtr = null; ///< Address of element 0.
+	u32 m_Count = 0;         ///< Elements.
+	u32 m_Stride = 0;        ///< Bytes from one element to the next; 0: all are the same one.
+};
+
+template<typename _Type>
+class TStridedMemoryViewBase
+{
+protected:
+	SStridedMemoryViewRawStorage m_Storage;
+};
+
+/// Elements a fixed number of bytes apart, chosen at run time. A stride of 0 makes the view virtual: all its elements
+/// are one and the same. The template's second argument, the footprint in bytes, is -1: not known to the compiler.
+template<typename _Type, int _FootprintInBytes = -1>
+class TStridedMemoryView : public TStridedMemoryViewBase<_Type>
+{
+	static_assert(_FootprintInBytes == -1, "strides are chosen at run time");
+	typedef TStridedMemoryViewBase<_Type> BaseType;
+	using BaseType::m_Storage;
+
+public:
+	static constexpr u32 ValueFootprintInBytes = sizeof(_Type);
+	typedef TStridedBaseIterator<_Type> Iterator;
+
+	TStridedMemoryView() = default;
+	explicit TStridedMemoryView(_Type &element)
+		: TStridedMemoryView(&element, 1, ValueFootprintInBytes)
+	{
+	}
+	TStridedMemoryView(_Type *data, u32 count, u32 stride)
+	{
+		VX_ASSERT(stride >= ValueFootprintInBytes || stride == 0);
+		m_Storage.m_RawDataPtr = reinterpret_cast<u8 *>(const_cast<std::remove_const_t<_Type> *>(data));
+		m_Storage.m_Count = count;
+		m_Storage.m_Stride = stride;
+	}
+	TStridedMemoryView(const TMemoryView<_Type> &view)
+		: TStridedMemoryView(view.Data(), view.Count(), ValueFootprintInBytes)
+	{
+	}
+	/// A view of elements also views them as const, contiguous or strided.
+	template<typename _Other, typename = std::enable_if_t<std::is_same_v<const _Other, _Type>>>
+	TStridedMemoryView(const TMemoryView<_Other> &view)
+		: TStridedMemoryView(view.Data(), view.Count(), ValueFootprintInBytes)
+	{
+	}
+	template<typename _Other, typename = std::enable_if_t<std::is_same_v<const _Other, _Type>>>
+	TStridedMemoryView(const TStridedMemoryView<_Other, _FootprintInBytes> &other)
+		: TStridedMemoryView(other.Data(), other.Count(), other.Stride())
+	{
+	}
+
+	bool Empty() const { return m_Storage.m_RawDataPtr == null || m_Storage.m_Count == 0; }
+	u32 Count() const { return m_Storage.m_Count; }
+	u32 Stride() const { return m_Storage.m_Stride; }
+	bool Virtual() const { return m_Storage.m_Stride == 0; }
+	u32 CoveredBytes() const { return m_Storage.m_Stride * m_Storage.m_Count; }
+	_Type *Data() const { return _At(0); }
+	_Type *DataEnd() const { return _At(CoveredBytes()); }
+	bool ContiguousFootprint() const { return m_Storage.m_Stride == ValueFootprintInBytes; }
+	bool Contiguous() const { return ContiguousFootprint(); }
+	static constexpr u32 ElementFootprintInBytes() { return ValueFootprintInBytes; }
+
+	_Type &operator[](u32 index) const
+	{
+		_AssertAccessible(index);
+		return *_At(index * m_Storage.m_Stride);
+	}
+
+	Iterator Begin() const { return Iterator(Data(), m_Storage.m_Stride, m_Storage.m_Count); }
+
+	/// The elements [begin, begin + count), with the same stride.
+	TStridedMemoryView Slice(u32 begin, u32 count) const
+	{
+		VX_ASSERT(begin + count <= BaseType::m_Storage.m_Count);
+		return TStridedMemoryView(_At(m_Storage.m_Stride * begin), count, m_Storage.m_Stride);
+	}
+	/// The elements from begin on.
+	TStridedMemoryView Slice(u32 begin) const { return Slice(begin, m_Storage.m_Count - begin); }
+	/// Slice if possible: of an empty view, an empty view, whatever the range.
+	TStridedMemoryView SliceIFP(u32 begin, u32 count) const
+	{
+		return Empty() ? TStridedMemoryView() : Slice(begin, count);
+	}
+
+private:
+	// The end of a strided view lies past its last element by more than an element, and the end of a page's memory may
+	// come before it: addresses are computed as integers.
+	_Type *_At(u32 offsetInBytes) const
+	{
+		return reinterpret_cast<_Type *>(reinterpret_cast<ureg>(m_Storage.m_RawDataPtr) + offsetInBytes);
+	}
+
+	void _AssertAccessible([[maybe_unused]] u32 index) const
+	{
+		VX_ASSERT(m_Storage.m_RawDataPtr != null);
+		VX_ASSERT(index < m_Storage.m_Count);
+	}
+};
+} // namespace Vexmoor

@@ -1,0 +1,113 @@
+#pragma once
+
+// Profiling: named, coloured scopes that a host may record, and a count of performance hazards per thread.
+
+#include "vx_defs.h"
+#include "vx_maths_vector.h"
+
+#include <atomic>
+
+namespace Vexmoor
+{
+namespace Profiler
+{
+	/// Per thread: how often slow paths were taken. Read it before and after a sort to see what the sort met.
+	class CHazards
+	{
+	public:
+		static CHazards &CurrentThreadHazards();
+
+		u32 m_PerformanceHazards = 0;
+	};
+
+	/// What is known of a scope before it is entered: built once per site and never destroyed.
+	struct SNodeDescriptor
+	{
+		enum EFlags : u32
+		{
+			None = 0,
+			Idle = 0x10000000u,
+			Update = 0x20000000u,
+			Frame = 0x40000000u,
+			Mask_User = 0xFFFFu,
+			Mask_Reserved = 0x0FFF0000u
+		};
+
+		CFloat4 m_Color;               ///< Red, green, blue, alpha from 0 to 1.
+		u32 m_ColorRGBA8;              ///< Red in the lowest byte.
+		u32 m_ColorBGRA8;              ///< Blue in the lowest byte.
+		const char *m_Name;            ///< Not copied.
+		const char *m_FileAndFunction; ///< Not copied.
+		u32 m_Flags;
+
+		/// An opaque colour.
+		SNodeDescriptor(const char *name, const char *fileAndFunction, const CFloat3 &color, u32 flags);
+		SNodeDescriptor(const char *name, const char *fileAndFunction, const CFloat4 &color, u32 flags);
+
+		/// An opaque colour made from a name: the same name gives the same colour.
+		static CFloat4 AutogenColor(const char *name);
+	};
+
+	/// Hands scopes to the host's handler, or drops them.
+	class CProfiler
+	{
+	public:
+		/// Called on the thread of the scope, when it is entered and when it is left; scopes of a thread nest.
+		typedef void (*CbScope)(const SNodeDescriptor &node, bool entering, void *userData);
+
+		/// Replaces the handler; null brings back the default, which records nothing. Call it at start-up: a scope
+		/// that is open meanwhile may be entered without being left, or left without having been entered.
+		void SetScopeHandler(CbScope handler, void *userData);
+
+		void Enter(const SNodeDescriptor &node) { _Notify(node, true); }
+		void Leave(const SNodeDescriptor &node) { _Notify(node, false); }
+
+	private:
+		void _Notify(const SNodeDescriptor &node, bool entering)
+		{
+			if (const CbScope handler = m_Handler.load(std::memory_order_acquire))
+				handler(node, entering, m_UserData.load(std::memory_order_relaxed));
+		}
+
+		std::atomic<CbScope> m_Handler = null;
+		std::atomic<void *> m_UserData = null;
+	};
+
+	/// The process-wide profiler, never null.
+	CProfiler *MainEngineProfiler();
+
+	/// A scope: entered where it is constructed, left where it is destroyed.
+	class CScopedNode
+	{
+	public:
+		CScopedNode(CProfiler *profiler, const SNodeDescriptor &nodeDescriptor, bool enabled)
+			: m_Profiler(enabled ? profiler : null)
+			, m_NodeDescriptor(&nodeDescriptor)
+		{
+			if (m_Profiler != null)
+				m_Profiler->Enter(*m_NodeDescriptor);
+		}
+		~CScopedNode()
+		{
+			if (m_Profiler != null)
+				m_Profiler->Leave(*m_NodeDescriptor);
+		}
+		CScopedNode(const CScopedNode &) = delete;
+		CScopedNode &operator=(const CScopedNode &) = delete;
+
+	private:
+		CProfiler *m_Profiler;
+		const SNodeDescriptor *m_NodeDescriptor;
+	};
+} // namespace Profiler
+} // namespace Vexmoor
+
+/// Opens a scope that lasts to the end of the enclosing block. _color is a CFloat3 or a CFloat4.
+#define VX_PROFILE_SCOPE_COLOR(_name, ...)                                         \
+	static const ::Vexmoor::Profiler::SNodeDescriptor VX_JOIN(vxNode, __LINE__)(   \
+		_name, __FILE__, __VA_ARGS__, ::Vexmoor::Profiler::SNodeDescriptor::None); \
+	const ::Vexmoor::Profiler::CScopedNode VX_JOIN(vxScope, __LINE__)(             \
+		::Vexmoor::Profiler::MainEngineProfiler(), VX_JOIN(vxNode, __LINE__), true)
+
+/// The same, with a colour made from the name.
+#define VX_PROFILE_SCOPE(_name) VX_PROFILE_SCOPE_COLOR(_name, ::Vexmoor::Profiler::SNodeDescriptor::AutogenColor(_name))

@@ -1,0 +1,78 @@
+#pragma once
+
+// Reference counting by the object itself: the last reference to go deletes it. Counts are atomic; objects are not.
+
+#include "vx_assert.h"
+#include "vx_defs.h"
+
+#include <atomic>
+
+namespace Vexmoor
+{
+/// Base of objects that live as long as somebody refers to them. A new object has no reference yet.
+class CRefCountedObject
+{
+public:
+	CRefCountedObject() = default;
+	CRefCountedObject(const CRefCountedObject &) = delete;
+	CRefCountedObject &operator=(const CRefCountedObject &) = delete;
+
+	void AddStrongRef() { m_StrongRefCount.fetch_add(1, std::memory_order_relaxed); }
+
+	/// Drops a reference, and the object with its last one. Dropping more than were taken is reported.
+	void ReleaseStrongRef()
+	{
+		const u32 nrc = m_StrongRefCount.fetch_sub(1, std::memory_order_acq_rel) - 1;
+		VX_ASSERT_MESSAGE(s32(nrc) >= 0, "/!\\ strong refcount underflow /!\\");
+		if (nrc == 0)
+			_DeleteObject(this);
+	}
+
+protected:
+	virtual ~CRefCountedObject() = default;
+
+	static void _DeleteObject(CRefCountedObject *object) { delete object; }
+
+private:
+	std::atomic<u32> m_StrongRefCount = 0;
+};
+
+/// Holds one reference to an object, or none.
+template<typename _Type>
+class TRefPtr
+{
+public:
+	TRefPtr() = default;
+	TRefPtr(_Type *object)
+		: m_Object(object)
+	{
+		if (m_Object != null)
+			m_Object->AddStrongRef();
+	}
+	TRefPtr(const TRefPtr &other)
+		: TRefPtr(other.m_Object)
+	{
+	}
+	~TRefPtr()
+	{
+		if (m_Object != null)
+			m_Object->ReleaseStrongRef();
+	}
+	TRefPtr &operator=(const TRefPtr &other)
+	{
+		TRefPtr copy(other); // first, so that assigning an object's last reference to itself keeps it
+		_Type *const object = m_Object;
+		m_Object = copy.m_Object;
+		copy.m_Object = object;
+		return *this;
+	}
+
+	_Type *Get() const { return m_Object; }
+	_Type *operator->() const { return m_Object; }
+	bool operator==(std::nullptr_t) const { return m_Object == null; }
+	bool operator!=(std::nullptr_t) const { return m_Object != null; }
+
+private:
+	_Type *m_Object = null;
+};
+} // namespace Vexmoor

@@ -1,0 +1,353 @@
+#pragma once
+
+// Ordering of keyed records: a least-significant-digit radix sort for many, a quick sort for few, and the entry point
+// that chooses. Neither allocates. Records are moved whole; only their keys are compared.
+
+#include "vx_compiler.h"
+#include "vx_defs.h"
+
+#include <cstring>
+
+namespace Vexmoor
+{
+/// Exchanges two values through a temporary.
+template<typename _Type>
+VX_INLINE void VXSwap(_Type &a, _Type &b)
+{
+	const _Type temp = a;
+	a = b;
+	b = temp;
+}
+
+/// The 32-bit key whose unsigned order is the order of signed floats.
+template<typename _Scalar>
+struct SRadixSortExtractorSignedFP;
+
+template<>
+struct SRadixSortExtractorSignedFP<float>
+{
+	typedef u32 SortKeyType;
+
+	/// A float without sign gets the sign bit, one with it is inverted whole (M. Herf, "Radix Tricks", 2001). Negative
+	/// zero comes just below positive zero, NaNs beyond the infinities on the side of their sign.
+	static VX_INLINE u32 ExtractKey(const float &value)
+	{
+		u32 bits;
+		std::memcpy(&bits, &value, sizeof(bits));
+		return ExtractKeyFromBits(bits);
+	}
+
+	static VX_INLINE u32 ExtractKeyFromBits(u32 bits)
+	{
+		const u32 negative = u32(s32(bits) >> 31);
+		return bits ^ (negative | 0x80000000u);
+	}
+};
+
+enum ESortOutputMode
+{
+	Sort_InPlace = 0,
+	Sort_InBuffer = 1
+};
+
+/// How keys of a width in bytes are cut into digits.
+template<u32 _KeyWidth>
+struct SRadixKeyIntegralTranslator;
+
+template<>
+struct SRadixKeyIntegralTranslator<4>
+{
+	static constexpr u32 RadixDegree = 11;
+};
+
+/// Stable radix sort of 32-bit keys in three passes of 11, 11 and 10 bits, whose histograms are all counted in one
+/// sweep. Sort_InPlace, which would leave the result in the input, is not provided.
+template<ESortOutputMode _OutputMode>
+class TRadixSort
+{
+	static_assert(_OutputMode == Sort_InBuffer, "the result is left in the output range");
+
+	static constexpr u32 _BaseBits = SRadixKeyIntegralTranslator<4>::RadixDegree;
+	static constexpr u32 _BaseSize = 1u << _BaseBits;
+	static constexpr u32 _LastBits = 32 - 2 * _BaseBits;
+	static constexpr u32 _AntiAliasOffset = 192; // unused counters that keep histograms apart in the cache
+	static constexpr u32 _HistogramStride = _BaseSize + _AntiAliasOffset;
+	static constexpr u32 _CounterCount = 2 * _HistogramStride + (1u << _LastBits);
+	static_assert(_CounterCount == 5504, "22016 bytes of the stack");
+
+public:
+	/// Sorts [first, last) into output in ascending unsigned key order; equal keys keep their order.
+	/// first, last  contiguous records, left in the order of their keys' low 22 bits
+	/// output       as many records, apart from the input
+	/// Four sweeps over the records whatever their keys, 22 KB of stack, no heap. No records: nothing is written.
+	template<typename _KeyExtractor, typename _Iterator>
+	static void Sort11(_Iterator first, _Iterator last, _Iterator output, const _KeyExtractor &keyExtractor)
+	{
+		const u32 elementCount = u32(last - first);
+		if (elementCount == 0)
+			return;
+
+		alignas(64) u32 rawHistograms[_CounterCount];
+		std::memset(rawHistograms, 0, sizeof(rawHistograms));
+		u32 *const histogram0 = rawHistograms;
+		u32 *const histogram1 = rawHistograms + _HistogramStride;
+		u32 *const histogram2 = rawHistograms + 2 * _HistogramStride;
+
+		for (s32 i = 0; i < s32(elementCount); ++i)
+		{
+			const u32 key = keyExtractor.ExtractKey(first[i]);
+			++histogram0[_Digit<0>(key)];
+			++histogram1[_Digit<1>(key)];
+			++histogram2[_Digit<2>(key)];
+		}
+
+		SumCounters<_BaseBits>(histogram0);
+		SumCounters<_BaseBits>(histogram1);
+		SumCounters<_LastBits>(histogram2);
+
+		_Scatter<0>(first, output, elementCount, histogram0, keyExtractor);
+		_Scatter<1>(output, first, elementCount, histogram1, keyExtractor);
+		_Scatter<2>(first, output, elementCount, histogram2, keyExtractor);
+	}
+
+	/// Replaces 2^_Bitcount counters by their exclusive prefix sums: counts of a digit become its first position.
+	template<u32 _Bitcount>
+	static void SumCounters(u32 *counters)
+	{
+		constexpr u32 kCountersPerStep = 8;
+		static_assert((1u << _Bitcount) % kCountersPerStep == 0, "whole steps");
+		u32 sum = 0;
+		for (u32 i = 0; i < 1u << _Bitcount; i += kCountersPerStep)
+		{
+			for (u32 j = i; j < i + kCountersPerStep; ++j)
+			{
+				const u32 count = counters[j];
+				counters[j] = sum;
+				sum += count;
+			}
+		}
+	}
+
+private:
+	template<u32 _Pass>
+	static VX_INLINE u32 _Digit(u32 key)
+	{
+		constexpr u32 kShift = _Pass * _BaseBits;
+		if constexpr (kShift + _BaseBits >= 32)
+			return key >> kShift;
+		else
+			return (key >> kShift) & (_BaseSize - 1);
+	}
+
+	// Moves the records to their digits' positions. Reading in order and post-incrementing keeps equal digits in order.
+	template<u32 _Pass, typename _KeyExtractor, typename _Iterator>
+	static void _Scatter(_Iterator source,
+		_Iterator destination,
+		u32 elementCount,
+		u32 *__restrict positions,
+		const _KeyExtractor &keyExtractor)
+	{
+		s32 i = 0;
+		for (; i < s32(elementCount & ~1u); i += 2)
+		{
+			const u32 digit0 = _Digit<_Pass>(keyExtractor.ExtractKey(source[i]));
+			const u32 digit1 = _Digit<_Pass>(keyExtractor.ExtractKey(source[i + 1]));
+			destination[s32(positions[digit0]++)] = source[i];
+			destination[s32(positions[digit1]++)] = source[i + 1];
+		}
+		if (i < s32(elementCount))
+			destination[s32(positions[_Digit<_Pass>(keyExtractor.ExtractKey(source[i]))]++)] = source[i];
+	}
+};
+
+/// The order that < and == of the elements give, from low to high.
+struct TSortLowToHigh
+{
+	template<typename _Type>
+	static VX_INLINE bool Less(const _Type &a, const _Type &b)
+	{
+		return a < b;
+	}
+	template<typename _Type>
+	static VX_INLINE bool Equal(const _Type &a, const _Type &b)
+	{
+		return a == b;
+	}
+};
+
+/// Compares what two iterators point at.
+template<typename _Iterator, typename _Order = TSortLowToHigh>
+struct TSortDefaultCompare
+{
+	static VX_INLINE bool Less(const _Iterator &a, const _Iterator &b) { return _Order::Less(*a, *b); }
+	static VX_INLINE bool Equal(const _Iterator &a, const _Iterator &b) { return _Order::Equal(*a, *b); }
+};
+
+/// Sorts the inclusive range [lo, hi] in place by moving its maximum to the end, over and over; among equal maxima the
+/// lowest position wins. For ranges of a dozen.
+template<typename _Compare, typename _Iterator>
+VX_INLINE void InsertionSort(_Iterator lo, _Iterator hi)
+{
+	for (; hi > lo; --hi)
+	{
+		_Iterator max = hi;
+		for (_Iterator p = hi; p != lo;)
+		{
+			--p;
+			if (!_Compare::Less(p, max))
+				max = p;
+		}
+		if (max != hi)
+			VXSwap(*max, *hi);
+	}
+}
+
+template<typename _Iterator>
+void InsertionSort(_Iterator lo, _Iterator hi)
+{
+	InsertionSort<TSortDefaultCompare<_Iterator>>(lo, hi);
+}
+
+/// Sorts [first, last) in place: median-of-three quick sort without recursion, the larger part deferred. Not stable;
+/// the same input always gives the same order of equal keys, which follows from the exact steps below.
+template<typename _Compare, typename _Iterator>
+void QuickSort(_Iterator first, _Iterator last)
+{
+	constexpr u32 kMaxInsertionSortCount = 12;
+	constexpr u32 kMaxPendingRanges = 28; // each deferred part is the larger one, so depth grows with the logarithm
+
+	if (s32(last - first) < 2)
+		return;
+
+	_Iterator loStack[kMaxPendingRanges] = {};
+	_Iterator hiStack[kMaxPendingRanges] = {};
+	s32 stackId = 0;
+	_Iterator lo = first;
+	_Iterator hi = last - 1;
+
+	for (;;)
+	{
+		const u32 size = u32(hi - lo) + 1;
+		if (size > kMaxInsertionSortCount)
+		{
+			_Iterator mid = lo + int(size / 2);
+			if (_Compare::Less(mid, lo))
+				VXSwap(*lo, *mid);
+			if (_Compare::Less(hi, lo))
+				VXSwap(*lo, *hi);
+			if (_Compare::Less(hi, mid))
+				VXSwap(*mid, *hi);
+
+			// mid follows the pivot record wherever a swap takes it.
+			_Iterator loElem = lo;
+			_Iterator hiElem = hi;
+			for (;;)
+			{
+				if (mid > loElem)
+				{
+					do
+						++loElem;
+					while (loElem < mid && !_Compare::Less(mid, loElem));
+				}
+				if (mid <= loElem)
+				{
+					do
+						++loElem;
+					while (loElem <= hi && !_Compare::Less(mid, loElem));
+				}
+				do
+					--hiElem;
+				while (hiElem > mid && _Compare::Less(mid, hiElem));
+
+				if (hiElem < loElem)
+					break;
+				VXSwap(*loElem, *hiElem);
+				if (mid == hiElem)
+					mid = loElem;
+			}
+
+			// Records equal to the pivot are in place and belong to neither part.
+			++hiElem;
+			if (mid < hiElem)
+			{
+				do
+					--hiElem;
+				while (hiElem > mid && _Compare::Equal(hiElem, mid));
+			}
+			if (mid >= hiElem)
+			{
+				do
+					--hiElem;
+				while (hiElem > lo && _Compare::Equal(hiElem, mid));
+			}
+
+			// Defer the larger part, go on with the smaller one.
+			if (s32(hi - loElem) > s32(hiElem - lo))
+			{
+				if (loElem < hi)
+				{
+					loStack[stackId] = loElem;
+					hiStack[stackId] = hi;
+					++stackId;
+				}
+				if (lo < hiElem)
+				{
+					hi = hiElem;
+					continue;
+				}
+			}
+			else
+			{
+				if (lo < hiElem)
+				{
+					loStack[stackId] = lo;
+					hiStack[stackId] = hiElem;
+					++stackId;
+				}
+				if (loElem < hi)
+				{
+					lo = loElem;
+					continue;
+				}
+			}
+		}
+		else
+		{
+			InsertionSort<_Compare>(lo, hi);
+		}
+
+		if (stackId == 0)
+			return;
+		--stackId;
+		lo = loStack[stackId];
+		hi = hiStack[stackId];
+	}
+}
+
+template<typename _Iterator>
+void QuickSort(_Iterator first, _Iterator last)
+{
+	QuickSort<TSortDefaultCompare<_Iterator>>(first, last);
+}
+
+constexpr u32 kMaxQuickSortCount = 109; // above it the radix sort's fixed cost, clearing 22 KB of counters, pays off
+
+/// Sorts [first, last) into output in ascending key order.
+/// first, last  contiguous records; left as they are up to kMaxQuickSortCount, in an intermediate order above
+/// output       as many records, apart from the input
+/// Equal keys: in input order above kMaxQuickSortCount, in the quick sort's own order up to it.
+template<typename _KeyExtractor, typename _Iterator>
+void Sort(_Iterator first, _Iterator last, _Iterator output)
+{
+	const u32 count = u32(last - first);
+	if (count > kMaxQuickSortCount)
+	{
+		const _KeyExtractor dummyExtractor{};
+		TRadixSort<Sort_InBuffer>::Sort11(first, last, output, dummyExtractor);
+		return;
+	}
+	for (u32 i = 0; i < count; ++i)
+		output[s32(i)] = first[s32(i)];
+	QuickSort(output, output + int(count));
+}
+} // namespace Vexmoor

@@ -1,0 +1,67 @@
+#pragma once
+
+// Plain float vectors, tightly packed: 12 bytes for a position, 16 for a quad centre or a colour.
+
+#include "vx_defs.h"
+
+#include <limits>
+#include <type_traits>
+
+namespace Vexmoor
+{
+/// Infinity and its like, by type.
+template<typename _Scalar>
+struct TNumericTraits
+{
+	static constexpr _Scalar kPositiveInfinity = std::numeric_limits<_Scalar>::infinity();
+};
+
+/// _Dimension scalars in the order x, y, z, w. Zero when default-constructed.
+template<typename _Scalar, u32 _Dimension>
+class TVector
+{
+public:
+	TVector() = default;
+	template<u32 _D = _Dimension, typename = std::enable_if_t<_D == 3>>
+	TVector(_Scalar x, _Scalar y, _Scalar z)
+		: m_Axes{x, y, z}
+	{
+	}
+	template<u32 _D = _Dimension, typename = std::enable_if_t<_D == 4>>
+	TVector(_Scalar x, _Scalar y, _Scalar z, _Scalar w)
+		: m_Axes{x, y, z, w}
+	{
+	}
+
+	_Scalar &x() { return m_Axes[0]; }
+	_Scalar &y() { return m_Axes[1]; }
+	_Scalar &z() { return m_Axes[2]; }
+	const _Scalar &x() const { return m_Axes[0]; }
+	const _Scalar &y() const { return m_Axes[1]; }
+	const _Scalar &z() const { return m_Axes[2]; }
+
+	template<u32 _D = _Dimension, typename = std::enable_if_t<_D == 4>>
+	_Scalar &w()
+	{
+		return m_Axes[3];
+	}
+	template<u32 _D = _Dimension, typename = std::enable_if_t<_D == 4>>
+	const _Scalar &w() const
+	{
+		return m_Axes[3];
+	}
+
+	_Scalar &operator[](u32 axis) { return m_Axes[axis]; }
+	const _Scalar &operator[](u32 axis) const { return m_Axes[axis]; }
+
+	const _Scalar *Data() const { return m_Axes; }
+
+private:
+	_Scalar m_Axes[_Dimension] = {};
+};
+
+typedef TVector<float, 3> CFloat3;
+typedef TVector<float, 4> CFloat4;
+
+static_assert(sizeof(CFloat3) == 12 && sizeof(CFloat4) == 16, "vectors are tightly packed");
+} // namespace Vexmoor
