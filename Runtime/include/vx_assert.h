@@ -68,10 +68,10 @@ namespace Assert
 	// is the sentence that says so.
 #if VX_ASSERTIONS
 	extern const char LibraryIsBuiltWith_VX_ASSERTIONS_1;
-	__attribute__((used)) static const char *const s_LibraryAgrees = &LibraryIsBuiltWith_VX_ASSERTIONS_1;
+	__attribute__((used, retain)) static const char *const s_LibraryAgrees = &LibraryIsBuiltWith_VX_ASSERTIONS_1;
 #else
 	extern const char LibraryIsBuiltWith_VX_ASSERTIONS_0;
-	__attribute__((used)) static const char *const s_LibraryAgrees = &LibraryIsBuiltWith_VX_ASSERTIONS_0;
+	__attribute__((used, retain)) static const char *const s_LibraryAgrees = &LibraryIsBuiltWith_VX_ASSERTIONS_0;
 #endif
 
 	// A site's flag is shared by every thread that passes it. Two that fail at once may both report.

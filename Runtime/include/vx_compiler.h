@@ -8,7 +8,6 @@
 #endif
 
 #define VX_INLINE inline __attribute__((always_inline))
-#define VX_NOINLINE __attribute__((noinline))
 #define VX_LIKELY(...) __builtin_expect(!!(__VA_ARGS__), 1)
 #define VX_UNLIKELY(...) __builtin_expect(!!(__VA_ARGS__), 0)
 
@@ -18,11 +17,8 @@
 /// Checks a printf-style call: the 1-based positions of the format and of the first argument after it.
 #define VX_PRINTF_LIKE(_format, _firstArgument) __attribute__((format(printf, _format, _firstArgument)))
 
-#if defined(__x86_64__) || defined(__i386__)
-	#define VX_TRAP() __asm__ volatile("int3")
-#else
-	#define VX_TRAP() __builtin_debugtrap()
-#endif
+/// A breakpoint that a debugger can continue from.
+#define VX_TRAP() __asm__ volatile("int3")
 
 /// Joins after expanding its arguments.
 #define VX_JOIN(_a, _b) VX_JOIN_AS_WRITTEN(_a, _b)

@@ -36,8 +36,8 @@ struct TGuid
 	static const TGuid INVALID;
 };
 
-template<typename _Type>
-constexpr TGuid<_Type> TGuid<_Type>::INVALID = {_Type(~_Type(0))};
+template<>
+inline constexpr TGuid<u32> TGuid<u32>::INVALID = {0xFFFFFFFFu};
 
 typedef TGuid<u32> CGuid;
 

@@ -27,6 +27,7 @@ static_assert(sizeof(SIndexAndDepth) == 8, "two records fill a 16-byte access");
 struct SSortKeyExtractor_TriangleIndexAndDepth
 {
 	typedef u32 SortKeyType;
+	static constexpr bool kOrdersAsLess = true; ///< Keys order records as their < does.
 
 	static SortKeyType ExtractKey(const SIndexAndDepth &record) { return record.m_Depth; }
 };
@@ -44,8 +45,8 @@ struct SPrimitive
 ///
 /// The page cache. Particles lie in pages; every view given per page has one entry for each. A page's rendered count
 /// says how many of its particles are drawn: all of them, its first ones (no enabled bytes), or those whose enabled
-/// byte is not 0 (exactly as many as the count says). Rendered particles are numbered through all pages, and rendered
-/// particle r owns the vertices from r * primitiveVertexCount on.
+/// byte is not 0 (exactly as many as the count says). Rendered particles are numbered through all pages: rendered
+/// particle r of constant geometry owns the vertices from r * primitiveVertexCount on.
 ///
 /// Positions or values. Sorted by position, a page with disabled particles is keyed apart from a page without: all
 /// particles of pages that have disabled ones are drawn before those of pages that have none. Where pages are mixed,
@@ -97,7 +98,7 @@ public:
 	/// Where the indices go.
 	/// outIndices   written front to back, each index once, never read: fit for mapped, write-combined memory. A
 	///              start at a multiple of 16 bytes takes the fast paths; any start of whole indices is correct.
-	/// vertexCount  vertices that the indices may address. Particles whose vertices lie beyond are not drawn.
+	/// vertexCount  vertices that the indices may address. A particle whose vertices lie beyond draws vertex 0's instead.
 	void Setup_OutputIndexBuffer(const TMemoryView<u32> &outIndices, u32 vertexCount)
 	{
 		m_IndexType = IndexTypeUint32;
@@ -168,8 +169,8 @@ public:
 		m_IndexPattern = indexPattern;
 		m_PrimiteVertexCount = primitiveVertexCount;
 	}
-	/// The same, with the first vertex of each rendered particle from a list. An entry at or beyond the vertex count
-	/// makes its particle the farthest, drawn at vertex 0.
+	/// The same, with the first vertex of each rendered particle from a list. An entry at or beyond the vertex count draws
+	/// at vertex 0, as an infinitely far particle of its page would.
 	void Setup_Geometry(const TMemoryView<u32> &indexPattern, const TMemoryView<const u32> &indexList)
 	{
 		m_GeometryType = GeometryConstantAndIndexList;
@@ -244,9 +245,10 @@ public:
 	/// _workingBuffer  16-byte aligned, GetAutogenIndicesWorkingBufferSize(particle count) bytes, contents unspecified
 	///                 afterwards; or null: a block is taken from Mem::_RawAlloc, eight times as large, and a failure
 	///                 there ends the call.
-	/// Writes          whole patterns from the first output index on. Particles beyond the vertex count are written as
-	///                 patterns of vertex 0, before all others. Too small an output loses an even number of records at
-	///                 the low-key end, the farthest, and the very nearest as well when the shortfall is odd.
+	/// Writes          whole patterns from the first output index on. Particles of constant geometry beyond the vertex
+	///                 count are written as patterns of vertex 0, where a value of minus infinity sorts. Too small an
+	///                 output loses an even number of records at the low-key end, the farthest, and the very nearest as
+	///                 well when the shortfall is odd.
 	/// Equal keys      one order for one input: that of the records for more than 109 of them, the quick sort's own up
 	///                 to that.
 	/// Reports         assertions and warnings as the class says. An empty rendered-count view ends the call; a block
@@ -263,7 +265,8 @@ public:
 	void SortTriangles_AutogenIndices(void *workingBuffer);
 
 	/// Makes a record of each particle of a page: the key, and indexStart + k * indexIncrement for record k.
-	/// outList    receives all of its records; 8-byte aligned. In runs of four they lie in the order 2, 3, 0, 1.
+	/// outList    receives all of its records; 8-byte aligned. Runs of four from packed or gathered sources lie in the
+	///            order 2, 3, 0, 1, which shows where equal keys are sorted in record order.
 	/// positions  as many particles as there are records, or more, of which enableds has exactly as many bytes that
 	///            are not 0. Nothing is read beyond the last position's 12th byte.
 	/// enableds   read only when there are more particles than records; contiguous
@@ -380,7 +383,6 @@ private:
 		const TMemoryView<SIndexAndDepth> &out,
 		const _FillPage &fillPage) const;
 	u32 _ValidParticleCount(u32 start, u32 count) const;
-	void _FillBeyondVertexBuffer(u32 i, u32 validCount, u32 count, const TMemoryView<SIndexAndDepth> &out) const;
 
 	// An even number, so that the first record read stays 16-byte aligned; an odd shortfall then loses the last one.
 	static u32 _FirstWrittenRecord(u32 recordCount, u32 writeCount) { return (recordCount - writeCount) & ~1u; }

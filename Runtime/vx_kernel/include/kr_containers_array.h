@@ -1,34 +1,31 @@
 #pragma once
 
-// An owning array that takes whole contents from a view. Its memory comes from the runtime allocator.
+// An owning array that takes whole contents from a view. Its memory is the heap's and not the allocator hook's: arrays are
+// filled before a host plugs in, and may be emptied after it has unplugged.
 
 #include "vx_assert.h"
 #include "vx_defs.h"
 
-#include "kr_mem.h"
 #include "kr_memoryviews.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <type_traits>
+#include <utility>
 
 namespace Vexmoor
 {
-/// How an array allocates and grows: from _InitialSize elements on, by capacity * _GrowMultiplier (0: none) +
-/// capacity / _GrowDivider (0: none) + _GrowConstant. An _Alignment of 0 is the allocator's own.
+/// How an array allocates: an _Alignment of 0 is the heap's own; capacities start at _InitialSize and grow in steps of
+/// _GrowConstant. Contents are assigned whole, so the factors by which single insertions would grow have no part to play.
 template<u32 _Alignment, u32 _InitialSize, u32 _GrowConstant, u32 _GrowMultiplier, u32 _GrowDivider>
 struct TArrayStaticController
 {
-	static constexpr u32 kAlignment = _Alignment != 0 ? _Alignment : 0x10;
+	static_assert(_Alignment == 0, "the heap's own alignment");
 
-	/// The capacity that holds wanted elements, coming from the current one.
-	static u32 Capacity(u32 current, u32 wanted)
+	/// The capacity that holds count elements.
+	static constexpr u32 Capacity(u32 count)
 	{
-		if (wanted <= _InitialSize)
-			return _InitialSize;
-		u32 grown = current * _GrowMultiplier + _GrowConstant;
-		if constexpr (_GrowDivider != 0)
-			grown += current + current / _GrowDivider;
-		return wanted > grown ? wanted : grown;
+		return count <= _InitialSize ? _InitialSize : (count + _GrowConstant - 1) / _GrowConstant * _GrowConstant;
 	}
 };
 
@@ -39,15 +36,13 @@ class TArray
 {
 	static_assert(std::is_trivially_copyable_v<_Type>, "elements are copied as bytes");
 
-	static constexpr const char *kModule = "Kernel|Containers|Array";
-
 public:
 	TArray() = default;
 	TArray(const TMemoryView<const _Type> &elements) { _Assign(elements.Data(), elements.Count()); }
 	TArray(const TMemoryView<_Type> &elements) { _Assign(elements.Data(), elements.Count()); }
 	TArray(const TArray &other) { _Assign(other.m_Data, other.m_Count); }
 	TArray(TArray &&other) noexcept { _Swap(other); }
-	~TArray() { _Free(m_Data); }
+	~TArray() { std::free(m_Data); }
 
 	TArray &operator=(const TMemoryView<const _Type> &elements) { return _Assign(elements.Data(), elements.Count()); }
 	TArray &operator=(const TMemoryView<_Type> &elements) { return _Assign(elements.Data(), elements.Count()); }
@@ -81,42 +76,29 @@ private:
 	// The source may lie inside this array.
 	TArray &_Assign(const _Type *elements, u32 count)
 	{
-		if (count <= m_MaxCount)
+		if (count > m_MaxCount)
 		{
-			if (count != 0)
-				std::memmove(m_Data, elements, u64(count) * sizeof(_Type));
-			m_Count = count;
+			const u32 capacity = _Controller::Capacity(count);
+			_Type *const data = static_cast<_Type *>(std::malloc(std::size_t(capacity) * sizeof(_Type)));
+			if (data != null)
+				std::memcpy(data, elements, std::size_t(count) * sizeof(_Type));
+			std::free(m_Data);
+			m_Data = data;
+			m_Count = data != null ? count : 0;
+			m_MaxCount = data != null ? capacity : 0;
 			return *this;
 		}
-
-		const u32 capacity = _Controller::Capacity(m_MaxCount, count);
-		_Type *const data = static_cast<_Type *>(Mem::_RawAlloc(u64(capacity) * sizeof(_Type), _Controller::kAlignment,
-			Mem::AllocType_Generic, Mem::Origin_Alloc, kModule, __FILE__, __LINE__, VX_FUNCTION));
-		if (data != null)
-			std::memcpy(data, elements, u64(count) * sizeof(_Type));
-		_Free(m_Data);
-		m_Data = data;
-		m_Count = data != null ? count : 0;
-		m_MaxCount = data != null ? capacity : 0;
+		if (count != 0)
+			std::memmove(m_Data, elements, std::size_t(count) * sizeof(_Type));
+		m_Count = count;
 		return *this;
-	}
-
-	static void _Free(_Type *data)
-	{
-		Mem::_RawFree(data, Mem::AllocType_Generic, Mem::Origin_Alloc, kModule, __FILE__, __LINE__, VX_FUNCTION);
 	}
 
 	void _Swap(TArray &other) noexcept
 	{
-		_Type *const data = m_Data;
-		const u32 count = m_Count;
-		const u32 maxCount = m_MaxCount;
-		m_Data = other.m_Data;
-		m_Count = other.m_Count;
-		m_MaxCount = other.m_MaxCount;
-		other.m_Data = data;
-		other.m_Count = count;
-		other.m_MaxCount = maxCount;
+		std::swap(m_Data, other.m_Data);
+		std::swap(m_Count, other.m_Count);
+		std::swap(m_MaxCount, other.m_MaxCount);
 	}
 
 	_Type *m_Data = null;

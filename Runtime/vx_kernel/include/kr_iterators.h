@@ -67,12 +67,14 @@ public:
 	{
 	}
 
-	_Type &operator*() const
+	/// The element's address, for elements that lie at fewer multiples than their type asks for.
+	_Type *Ptr() const
 	{
 		VX_ASSERT(_CanAccess(0));
-		return *m_Ptr;
+		return m_Ptr;
 	}
-	_Type *operator->() const { return &**this; }
+	_Type &operator*() const { return *Ptr(); }
+	_Type *operator->() const { return Ptr(); }
 
 	TStridedBaseIterator &operator++()
 	{

@@ -63,7 +63,7 @@ public:
 		VX_ASSERT(begin + count <= m_Count);
 		return TMemoryView(m_Data + begin, count);
 	}
-	/// The elements from begin on.
+	/// The elements from begin on, which is at most the count.
 	TMemoryView Slice(u32 begin) const { return Slice(begin, m_Count - begin); }
 	/// Slice if possible: of an empty view, an empty view, whatever the range.
 	TMemoryView SliceIFP(u32 begin, u32 count) const { return Empty() ? TMemoryView() : Slice(begin, count); }
@@ -160,7 +160,7 @@ public:
 		VX_ASSERT(begin + count <= BaseType::m_Storage.m_Count);
 		return TStridedMemoryView(_At(m_Storage.m_Stride * begin), count, m_Storage.m_Stride);
 	}
-	/// The elements from begin on.
+	/// The elements from begin on, which is at most the count.
 	TStridedMemoryView Slice(u32 begin) const { return Slice(begin, m_Storage.m_Count - begin); }
 	/// Slice if possible: of an empty view, an empty view, whatever the range.
 	TStridedMemoryView SliceIFP(u32 begin, u32 count) const

@@ -56,8 +56,9 @@ void CLogUniqueCollection::SetFirstTouchHandler(CbFirstTouch handler, void *user
 
 static CLogUniqueCollection *PerformanceWarnings()
 {
-	static CLogUniqueCollection s_Collection;
-	return &s_Collection;
+	// Never destroyed: a static object's destructor may still have something to say.
+	static CLogUniqueCollection *const s_Collection = new CLogUniqueCollection;
+	return s_Collection;
 }
 
 CLogUniqueCollection *CPerfHotspotsRegistry::m_Registry = PerformanceWarnings();

@@ -17,25 +17,17 @@
 #include "include/pv_fill_lanes.h"
 #include "include/pv_mesh_triangle_sorter.h"
 
+#include <algorithm>
+
 namespace Vexmoor
 {
-template<typename _Type>
-static VX_INLINE _Type Min(_Type a, _Type b)
-{
-	return a < b ? a : b;
-}
-
 // Working buffer.
 
+// As integers: a carving of null is a caller's fault that shows where it is used, not here.
 template<typename _Type>
-static VX_INLINE _Type *AtByte(void *base, u64 offset)
+static VX_INLINE _Type *AtByte(const void *base, u64 offset)
 {
-	return reinterpret_cast<_Type *>(static_cast<u8 *>(base) + offset);
-}
-template<typename _Type>
-static VX_INLINE const _Type *AtByte(const void *base, u64 offset)
-{
-	return reinterpret_cast<const _Type *>(static_cast<const u8 *>(base) + offset);
+	return reinterpret_cast<_Type *>(reinterpret_cast<ureg>(base) + ureg(offset));
 }
 
 TMemoryView<SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedPoints(void *wb, u32 elementCount, u32 bufferIndex)
@@ -54,7 +46,7 @@ TMemoryView<const SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedPoints(
 	VX_ASSERT((1 + bufferIndex) * alignedPrimCount * sizeof(SIndexAndDepth) <=
 			  GetAutogenIndicesWorkingBufferSize(elementCount));
 	const u32 firstRecord = alignedPrimCount * bufferIndex;
-	return {AtByte<SIndexAndDepth>(wb, u64(firstRecord) * sizeof(SIndexAndDepth)), elementCount};
+	return {AtByte<const SIndexAndDepth>(wb, u64(firstRecord) * sizeof(SIndexAndDepth)), elementCount};
 }
 
 TMemoryView<SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedTris(void *wb, u32 indexCount, u32 bufferIndex)
@@ -69,7 +61,7 @@ TMemoryView<const SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedTris(
 {
 	const u32 firstRecord = _AlignedRecordCount(indexCount / 3) * bufferIndex;
 	VX_ASSERT(bufferIndex == 0 || bufferIndex == 1);
-	return {AtByte<SIndexAndDepth>(wb, u64(firstRecord) * sizeof(SIndexAndDepth)), indexCount / 3};
+	return {AtByte<const SIndexAndDepth>(wb, u64(firstRecord) * sizeof(SIndexAndDepth)), indexCount / 3};
 }
 
 template<typename _Index>
@@ -81,7 +73,7 @@ TMemoryView<_Index> CTriangleSorter::WorkingBuffer_TriangleIndices(void *wb, u32
 template<typename _Index>
 TMemoryView<const _Index> CTriangleSorter::WorkingBuffer_TriangleIndices(const void *wb, u32 indexCount)
 {
-	return {AtByte<_Index>(wb, 2 * GetSortedTrisWorkingBufferSize(indexCount)), indexCount};
+	return {AtByte<const _Index>(wb, 2 * GetSortedTrisWorkingBufferSize(indexCount)), indexCount};
 }
 
 template TMemoryView<u32> CTriangleSorter::WorkingBuffer_TriangleIndices<u32>(void *, u32);
@@ -106,10 +98,10 @@ struct SByList : CVertexBases_List
 	static constexpr const char *kValueStrideSite = VX_SITE_KEY("[l.2315]");
 };
 
-// Compacts the sort values of enabled particles into the upper half of the record list that they become. A group's
-// four values lie at or above its four records' end when they are read, so records never overwrite an unread value:
-// value k is at byte 8 * (n / 2) + 4 * k, record k ends at 8 * k + 8. Values and records share bytes under two types,
-// so both are moved as bytes or lanes.
+// Compacts the sort values of enabled particles into the upper half of the record list that they become. Of n records,
+// value k is at byte 8 * (n / 2) + 4 * k. A group reads values k to k + 3 and then writes records up to byte 8 * k + 32,
+// which no later group's value lies below: k + 4 <= n, and where n is odd, k + 5 <= n. Values and records share bytes
+// under two types, so both are moved as bytes or lanes.
 template<typename _Element, typename _SortValueBits>
 static TStridedMemoryView<const float> CompactSortValues(const TMemoryView<SIndexAndDepth> &outList,
 	const TStridedMemoryView<const _Element> &source,
@@ -123,7 +115,7 @@ static TStridedMemoryView<const float> CompactSortValues(const TMemoryView<SInde
 	for (u32 count = 0; count < primCount; ++element)
 	{
 		// Written before it is known to stay: a branch on the byte would be a guess.
-		StoreU32(sortKeys + count * sizeof(float), sortValueBits(*element));
+		StoreU32(sortKeys + count * sizeof(float), sortValueBits(element.Ptr()));
 		count += *enabled++ != 0;
 	}
 	return {reinterpret_cast<const float *>(sortKeys), primCount, sizeof(float)};
@@ -157,7 +149,7 @@ static void FillByValue(const TMemoryView<SIndexAndDepth> &outList,
 	{
 		VX_ASSERT(enableds.Count() == sortValues.Count());
 		VX_ASSERT(enableds.Contiguous());
-		const auto valueBits = [](const float &value) { return LoadU32(&value); };
+		const auto valueBits = [](const float *value) { return LoadU32(value); };
 		FillByValue(outList, CompactSortValues(outList, sortValues, enableds, valueBits), {}, vertexBases);
 		return;
 	}
@@ -261,61 +253,62 @@ static void FillByDistance(const TMemoryView<SIndexAndDepth> &outList,
 	{
 		VX_ASSERT(enableds.Count() == positions.Count());
 		VX_ASSERT(enableds.Contiguous());
-		const auto valueBits = [&camera](const CFloat3 &position)
-		{ return BitsOfLane0(SubtractFromZero(camera.SquaredDistanceTo(position.Data()))); };
+		const auto valueBits = [&camera](const CFloat3 *position)
+		{ return BitsOfLane0(SubtractFromZero(camera.SquaredDistanceTo(position))); };
 		FillByValue(outList, CompactSortValues(outList, positions, enableds, valueBits), {}, vertexBases);
 		return;
 	}
 
 	SIndexAndDepth *packedPtr = outList.Data();
-	const u8 *srcPos = reinterpret_cast<const u8 *>(positions.Data());
+	const u8 *srcBytes = reinterpret_cast<const u8 *>(positions.Data());
 	const u32 srcStride = positions.Stride();
 
 	u32 remaining = primCount;
 	if (!Mem::IsAligned<0x10>(packedPtr) && remaining != 0)
 	{
 		VX_ASSERT(Mem::IsAligned<0x8>(packedPtr));
-		FillOneByDistance(packedPtr, srcPos, camera, vertexBases);
+		FillOneByDistance(packedPtr, srcBytes, camera, vertexBases);
 		++packedPtr;
-		srcPos += srcStride;
+		srcBytes += srcStride;
 		--remaining;
 	}
 
-	const u32 groupCount = remaining / kRecordsPerGroup;
-	if (remaining != 0)
+	if (primCount != 0)
 	{
 		VX_ASSERT_MESSAGE(Mem::IsAligned<0x10>(packedPtr), "Unaligned memory! %p should be 16-bytes aligned.",
 			static_cast<const void *>(packedPtr));
 	}
+	const u32 groupCount = remaining / kRecordsPerGroup;
 	if (srcStride == sizeof(CFloat3))
 	{
-		if (Mem::IsAligned<0x10>(srcPos))
+		if (Mem::IsAligned<0x10>(srcBytes))
 			FillGroupsByDistance<SPositions_PackedAligned>(
-				packedPtr, srcPos, srcStride, groupCount, camera, vertexBases);
+				packedPtr, srcBytes, srcStride, groupCount, camera, vertexBases);
 		else
 			FillGroupsByDistance<SPositions_PackedUnaligned>(
-				packedPtr, srcPos, srcStride, groupCount, camera, vertexBases);
+				packedPtr, srcBytes, srcStride, groupCount, camera, vertexBases);
 	}
 	else if (srcStride == 0)
 	{
-		FillGroupsByDistance<SPositions_Repeated>(packedPtr, srcPos, srcStride, groupCount, camera, vertexBases);
+		FillGroupsByDistance<SPositions_Repeated>(packedPtr, srcBytes, srcStride, groupCount, camera, vertexBases);
 	}
 	else
 	{
 		WarnOnce(_VertexBases::kPositionStrideSite, "Render sort: input positions have uncommon stride");
-		FillGroupsByDistance<SPositions_Gathered>(packedPtr, srcPos, srcStride, groupCount, camera, vertexBases);
+		FillGroupsByDistance<SPositions_Gathered>(packedPtr, srcBytes, srcStride, groupCount, camera, vertexBases);
 	}
 	packedPtr += groupCount * kRecordsPerGroup;
-	srcPos += groupCount * kRecordsPerGroup * ureg(srcStride);
+	srcBytes += groupCount * kRecordsPerGroup * ureg(srcStride);
 	remaining -= groupCount * kRecordsPerGroup;
 
 	for (; remaining != 0; --remaining)
 	{
-		FillOneByDistance(packedPtr, srcPos, camera, vertexBases);
+		FillOneByDistance(packedPtr, srcBytes, camera, vertexBases);
 		++packedPtr;
-		srcPos += srcStride;
+		srcBytes += srcStride;
 	}
-	VX_ASSERT(positions.Virtual() || srcPos == reinterpret_cast<const u8 *>(positions.DataEnd()));
+	[[maybe_unused]] const void *const srcPos = srcBytes;
+	VX_ASSERT(positions.Virtual() || srcPos == positions.DataEnd());
 }
 
 void CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(const TMemoryView<SIndexAndDepth> &outList,
@@ -430,7 +423,7 @@ u32 CTriangleSorter::_WalkPages(const TStridedMemoryView<const TStridedMemoryVie
 		const u32 pprocess = i + pcount > count ? count - i : pcount;
 		u32 pprocessIn = (pagei == pageStop ? offsetInPageStop : elements.Count()) - offsetInPage;
 		if (enableds.Empty())
-			pprocessIn = Min(pprocessIn, pprocess); // none is disabled: the first ones are the rendered ones
+			pprocessIn = std::min(pprocessIn, pprocess); // none is disabled: the first ones are the rendered ones
 
 		fillPage(out.Slice(i, pprocess), elements.Slice(offsetInPage, pprocessIn),
 			enableds.SliceIFP(offsetInPage, pprocessIn), i);
@@ -445,21 +438,16 @@ u32 CTriangleSorter::_WalkPages(const TStridedMemoryView<const TStridedMemoryVie
 u32 CTriangleSorter::_ValidParticleCount(u32 start, u32 count) const
 {
 	const u32 firstVertex = m_PrimiteVertexCount * start;
-	return m_VertexCount > firstVertex ? Min((m_VertexCount - firstVertex) / m_PrimiteVertexCount, count) : 0;
+	return m_VertexCount > firstVertex ? std::min((m_VertexCount - firstVertex) / m_PrimiteVertexCount, count) : 0;
 }
 
-// The particles beyond the vertex buffer are drawn before all others, from its first vertices.
-void CTriangleSorter::_FillBeyondVertexBuffer(
-	u32 i, u32 validCount, u32 count, const TMemoryView<SIndexAndDepth> &out) const
+// Records of particles beyond the vertex buffer: drawn before all others with a finite key, at its first vertices.
+static void FillBeyondVertexBuffer(const TMemoryView<SIndexAndDepth> &out)
 {
-	if (i >= count)
-		return;
-	VX_ASSERT(i == validCount);
-	static_cast<void>(validCount);
 	float valueFar;
 	std::memcpy(&valueFar, &kMinusInfinityBits, sizeof(valueFar)); // -ffast-math does not know an infinity
-	FillSortingIndirectionsListPoint_NoIndices(
-		out.Slice(i, count - i), TStridedMemoryView<const float>(&valueFar, count - i, 0), {}, 0, 0);
+	CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(
+		out, TStridedMemoryView<const float>(&valueFar, out.Count(), 0), {}, 0, 0);
 }
 
 void CTriangleSorter::_FillSource_SortByPosition_GeomConst(
@@ -473,7 +461,11 @@ void CTriangleSorter::_FillSource_SortByPosition_GeomConst(
 			FillSortingIndirectionsListPoint_NoIndices(records, positions, m_CameraPosition, enableds,
 				(start + recordsBefore) * m_PrimiteVertexCount, m_PrimiteVertexCount);
 		});
-	_FillBeyondVertexBuffer(i, validCount, count, out);
+	if (i < count)
+	{
+		VX_ASSERT(i == validCount);
+		FillBeyondVertexBuffer(out.Slice(i, count - i));
+	}
 }
 
 void CTriangleSorter::_FillSource_SortByValues_GeomConst(
@@ -487,7 +479,11 @@ void CTriangleSorter::_FillSource_SortByValues_GeomConst(
 			FillSortingIndirectionsListPoint_NoIndices(
 				records, sortValues, enableds, (start + recordsBefore) * m_PrimiteVertexCount, m_PrimiteVertexCount);
 		});
-	_FillBeyondVertexBuffer(i, validCount, count, out);
+	if (i < count)
+	{
+		VX_ASSERT(i == validCount);
+		FillBeyondVertexBuffer(out.Slice(i, count - i));
+	}
 }
 
 void CTriangleSorter::_FillSource_SortByPosition_GeomConstAndIndexList(
@@ -1088,15 +1084,15 @@ void CTriangleSorter::ExpandAndSortIndices(const TMemoryView<const u32> &indexPa
 
 // Point sort.
 
-// A twelve-wide worker writes its first record before it counts: without one there is nothing to call it for.
+// With no record to write, no address is given: a twelve-wide worker writes its first record before it counts, unless
+// the output is aligned, as null is.
 template<typename _Index>
 static void ExpandSorted(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *sorted,
 	const TMemoryView<_Index> &outIndices,
 	u32 writeCount)
 {
-	if (writeCount != 0 || indexPattern.Count() != 12)
-		CTriangleSorter::ExpandIndices(indexPattern, sorted, outIndices.Data(), writeCount);
+	CTriangleSorter::ExpandIndices(indexPattern, sorted, writeCount != 0 ? outIndices.Data() : null, writeCount);
 }
 
 void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
@@ -1164,7 +1160,7 @@ void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
 	case GeometryConstantAndIndexList:
 	{
 		VX_ASSERT(!m_IndexPattern.Empty());
-		const u32 writeCount = Min(m_ParticleCount, m_IndexCount / m_IndexPattern.Count());
+		const u32 writeCount = std::min(m_ParticleCount, m_IndexCount / m_IndexPattern.Count());
 		const u32 readOffset = _FirstWrittenRecord(m_ParticleCount, writeCount);
 		if (m_IndexType == IndexTypeUint32)
 			ExpandSorted(m_IndexPattern, &workingBufferSorter2[readOffset], m_OutIndices32, writeCount);
@@ -1176,7 +1172,7 @@ void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
 	}
 	case GeometryConstantAndIndexListAndQuadCenters:
 	{
-		const u32 writeCount = Min(m_ParticleCount, m_IndexCount / m_IndexPattern.Count());
+		const u32 writeCount = std::min(m_ParticleCount, m_IndexCount / m_IndexPattern.Count());
 		const u32 readOffset = _FirstWrittenRecord(m_ParticleCount, writeCount);
 		if (m_IndexType == IndexTypeUint32)
 			ExpandAndSortIndices(m_IndexPattern, m_QuadCenters, m_CameraPosition, &workingBufferSorter2[readOffset],
@@ -1295,7 +1291,7 @@ template<typename _Element>
 static TStridedMemoryView<const _Element> OfferedElements(
 	const TStridedMemoryView<const _Element> &elements, const TStridedMemoryView<const u8> &enableds, u32 recordCount)
 {
-	return enableds.Empty() ? elements.Slice(0, Min(recordCount, elements.Count())) : elements;
+	return enableds.Empty() ? elements.Slice(0, std::min(recordCount, elements.Count())) : elements;
 }
 
 // Fills the records and the unsorted triangles of every page that the vertex buffer has room for, and returns how many
@@ -1328,13 +1324,13 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 		const u32 vertexCount = m_PrimiteVertexCountCollection[pageId];
 		if (startIndex + vertexCount > m_VertexCount)
 			break; // this page and all later ones are dropped
-		if (emptyPage)
+		const u32 localParticleCount =
+			emptyPage ? 0 : std::min(m_InRenderedParticleCounts[pageId], (m_VertexCount - startIndex) / vertexCount);
+		if (localParticleCount == 0)
 			continue;
 
 		const TMemoryView<const u32> indexPattern = m_IndexPatternCollection[pageId];
 		const u32 trianglesPerParticle = indexPattern.Count() / 3;
-		const u32 localParticleCount =
-			Min(m_InRenderedParticleCounts[pageId], (m_VertexCount - startIndex) / vertexCount);
 		const u32 localPrimitiveCount = indexPattern.Count() * localParticleCount / 3;
 
 		const TMemoryView<SIndexAndDepth> particles = workingBufferSorter.Slice(startPrim, localParticleCount);
@@ -1412,7 +1408,7 @@ void CTriangleSorter::_SortTriangles_AutogenIndices(void *workingBuffer)
 
 	VX_PROFILE_SCOPE_COLOR("ApplySortingToIndices", CFloat3(0.0f, 0.08f, 0.9f));
 	VX_ASSERT(workingBufferSorter2.Count() == primCount_fromBB);
-	const u32 writePrimCount = Min(primCount_fromBB, m_IndexCount / 3);
+	const u32 writePrimCount = std::min(primCount_fromBB, m_IndexCount / 3);
 	const u32 readPrimOffset = primCount_fromBB - writePrimCount;
 	_Index *const outData = m_IndexType == IndexTypeUint16 ? reinterpret_cast<_Index *>(m_OutIndices16.Data())
 	                                                       : reinterpret_cast<_Index *>(m_OutIndices32.Data());

@@ -38,11 +38,8 @@ static VX_INLINE __m128 AddInOrder(__m128 a, __m128 b)
 {
 #if defined(__AVX__)
 	__asm__("vaddps %2, %1, %0" : "=x"(a) : "x"(a), "x"(b));
-#elif defined(__SSE__)
-	__asm__("addps %1, %0" : "+x"(a) : "x"(b));
 #else
-	__asm__("" : "+w"(a), "+w"(b)); // emulated lanes: the products are opaque, nothing to fuse with
-	a = _mm_add_ps(a, b);
+	__asm__("addps %1, %0" : "+x"(a) : "x"(b));
 #endif
 	return a;
 }
@@ -51,11 +48,7 @@ static VX_INLINE __m128 AddInOrder(__m128 a, __m128 b)
 static VX_INLINE __m128 SubtractFromZero(__m128 a)
 {
 	__m128 zero = _mm_setzero_ps();
-#if defined(__SSE__)
 	__asm__("" : "+x"(zero));
-#else
-	__asm__("" : "+w"(zero));
-#endif
 	return _mm_sub_ps(zero, a);
 }
 
@@ -77,7 +70,7 @@ static VX_INLINE u32 BitsOfLane0(__m128 lanes)
 }
 
 // The key of a squared distance: its bits inverted, so that the farthest comes first. A square has no sign: keys run
-// from 0x807FFFFF, infinitely far, to 0xFFFFFFFF, at the camera.
+// from 0x807FFFFF, infinitely far, to 0xFFFFFFFF, at the camera. A NaN falls below, or between, by its sign.
 struct SDistanceKey
 {
 	static constexpr u32 kFar = 0x807FFFFFu;
@@ -112,7 +105,6 @@ struct SValueKey
 class CFloatModeScope
 {
 public:
-#if defined(__SSE__)
 	VX_INLINE CFloatModeScope()
 		: m_HostMode(_mm_getcsr())
 	{
@@ -129,19 +121,11 @@ private:
 	static constexpr u32 kModeBits = 0xFFC0;    // flush to zero, rounding, exception masks, denormals are zero
 	static constexpr u32 kDefaultMode = 0x1F80; // all exceptions masked, nothing else
 
-	static VX_INLINE void _Set(u32 mode)
-	{
-		__asm__ volatile("ldmxcsr %0" : : "m"(mode) : "memory");
-	}
+	static VX_INLINE void _Set(u32 mode) { __asm__ volatile("ldmxcsr %0" : : "m"(mode) : "memory"); }
 
-	u32 m_HostMode;
-#else
-	VX_INLINE CFloatModeScope() {}
-	VX_INLINE ~CFloatModeScope() {}
-
-private:
-#endif
 	CFloatModeScope(const CFloatModeScope &) = delete;
 	CFloatModeScope &operator=(const CFloatModeScope &) = delete;
+
+	u32 m_HostMode;
 };
 } // namespace Vexmoor

@@ -88,8 +88,8 @@ struct SPackedPattern3
 		const short p1 = short(pattern[1]);
 		const short p2 = short(pattern[2]);
 		p01201201 = _mm_setr_epi16(p0, p1, p2, p0, p1, p2, p0, p1);
-		p20120120 = Shuffle<0, 3, 2, 1>(p01201201);
-		p12012012 = Shuffle<1, 0, 3, 2>(p01201201);
+		p20120120 = Shuffle<1, 0, 2, 1>(p01201201);
+		p12012012 = Shuffle<2, 1, 0, 2>(p01201201);
 	}
 };
 

@@ -6,6 +6,7 @@
 #include "vx_assert.h"
 #include "vx_defs.h"
 
+#include <cstring>
 #include <emmintrin.h>
 
 namespace Vexmoor
@@ -83,8 +84,10 @@ public:
 		void *const _dst = _At(const_cast<void *>(p), offset);
 		VX_ASSERT_MESSAGE(
 			VX_NAMESPACE::Mem::IsAligned<0x04>((_dst)), "Unaligned memory! %p should be 4-bytes aligned.", _dst);
-		_mm_store_ss(static_cast<float *>(_dst), m_Lanes);
-		_mm_store_ss(static_cast<float *>(_dst) + 1, _mm_shuffle_ps(m_Lanes, m_Lanes, _MM_SHUFFLE(1, 1, 1, 1)));
+		const u32 lane0 = u32(_mm_cvtsi128_si32(Integers()));
+		const u32 lane1 = u32(_mm_cvtsi128_si32(_mm_shuffle_epi32(Integers(), _MM_SHUFFLE(1, 1, 1, 1))));
+		std::memcpy(_dst, &lane0, sizeof(lane0));
+		std::memcpy(static_cast<u8 *>(_dst) + sizeof(lane0), &lane1, sizeof(lane1));
 	}
 
 	/// Orders all streamed bytes before every later store.
