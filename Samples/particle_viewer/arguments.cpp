@@ -1,0 +1,180 @@
+// Reads the command line with CLI11 and turns whatever is wrong with it into one sentence.
+
+#include "arguments.h"
+
+#include "failure.h"
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <cstdio>
+
+namespace Viewer
+{
+namespace
+{
+	struct SSceneDefaults
+	{
+		EScene m_Scene;
+		const char *m_Name;
+		u32 m_ParticleCount;
+		u32 m_MaxParticleCount; // what the scene's pages, vertices and 32-bit byte sizes leave room for
+	};
+
+	constexpr SSceneDefaults kScenes[] = {
+		{EScene::Smoke,      "smoke",      100000, 2500000},
+		{EScene::Debris,     "debris",     1200,   200000 },
+		{EScene::Interleave, "interleave", 26,     400    },
+	};
+
+	constexpr u32 kMaxFrameCount = 10000;
+	constexpr u32 kMinSide = 16;
+	constexpr u32 kMaxSide = 8192;
+
+	const char *const kAbout =
+		"Draws transparent particles unsorted and sorted, without a display, and says what the sort cost and how far\n"
+		"each picture is from the exact answer: the same frame in an order sorted in double precision.";
+
+	const char *const kDetails =
+		"Scenes\n"
+		"  smoke       billboards: smoke and embers, in pages with and without disabled particles\n"
+		"              unsorted.png, by_position.png, sorted.png, comparison.png\n"
+		"  debris      shards and glass, a mesh per page, sorted triangle by triangle under their particle's key\n"
+		"              unsorted.png, sorted.png, comparison.png\n"
+		"  interleave  long shards that pass over and under each other: under their particle's key, and by the\n"
+		"              depth of every triangle\n"
+		"              per_particle.png, per_triangle.png, comparison.png\n"
+		"\n"
+		"16-bit indices address 65,535 vertices, so 16,383 billboards. A scene with more is split into draw calls of\n"
+		"whole pages, each sorted by itself: the order then holds inside every draw call, not across them. The\n"
+		"figures say so.\n"
+		"\n"
+		"Exit code: 0, or 2 with one sentence on standard error; then nothing was written.";
+
+	const SSceneDefaults *FindScene(const std::string &name)
+	{
+		for (const SSceneDefaults &scene : kScenes)
+			if (name == scene.m_Name)
+				return &scene;
+		return null;
+	}
+
+	u32 ParseNumber(const std::string &option, const std::string &text, u32 low, u32 high)
+	{
+		u32 number = 0;
+		const char *const end = text.data() + text.size();
+		const auto [stop, error] = std::from_chars(text.data(), end, number);
+		if (error != std::errc() || stop != end || number < low || number > high)
+			throw CFailure(option + " takes a whole number from " + std::to_string(low) + " to " +
+						   std::to_string(high) + ", not '" + text + "'.");
+		return number;
+	}
+
+	// Every option is read as text, so that the sentence about a wrong one is ours.
+	struct STexts
+	{
+		std::string m_Scene = "smoke";
+		std::string m_Particles;
+		std::string m_Frames = "24";
+		std::string m_Seed = "1";
+		std::string m_Width = "640";
+		std::string m_Height = "360";
+		std::string m_IndexType = "32";
+		std::string m_Out;
+	};
+
+	std::string ParticlesHelp()
+	{
+		std::string text = "Particles in every frame; by default";
+		for (const SSceneDefaults &scene : kScenes)
+			text +=
+				(&scene == kScenes ? " " : ", ") + std::to_string(scene.m_ParticleCount) + " (" + scene.m_Name + ")";
+		return text;
+	}
+
+	void Declare(CLI::App &app, STexts &texts)
+	{
+		// Given twice, the last one counts: scripts put a user's options after their own.
+		const auto add = [&app](const char *name, const char *type, std::string &text, const std::string &help)
+		{ app.add_option(name, text, help)->type_name(type)->take_last(); };
+		app.footer(kDetails);
+		add("--scene", "NAME", texts.m_Scene, "smoke, debris or interleave; smoke by default");
+		add("--particles", "N", texts.m_Particles, ParticlesHelp());
+		add("--frames", "N", texts.m_Frames, "Frames to simulate, sort and draw; 24 by default. The last is shown");
+		add("--seed", "N", texts.m_Seed, "Seed of all randomness: the same seed, the same index buffers; 1 by default");
+		add("--width", "N", texts.m_Width, "Width of a picture in pixels; 640 by default");
+		add("--height", "N", texts.m_Height, "Height of a picture in pixels; 360 by default");
+		add("--index-type", "BITS", texts.m_IndexType, "Bits of an index, 16 or 32; 32 by default");
+		add("--out", "DIR", texts.m_Out, "Folder for the pictures, made if need be; without it, only the figures");
+	}
+
+	SArguments Check(const STexts &texts, bool hasParticles, bool hasOut)
+	{
+		const SSceneDefaults *const scene = FindScene(texts.m_Scene);
+		if (scene == null)
+			throw CFailure("--scene takes smoke, debris or interleave, not '" + texts.m_Scene + "'.");
+		if (texts.m_IndexType != "16" && texts.m_IndexType != "32")
+			throw CFailure("--index-type takes 16 or 32, not '" + texts.m_IndexType + "'.");
+		if (hasOut && texts.m_Out.empty())
+			throw CFailure("--out takes the name of a folder, not ''.");
+
+		SArguments arguments;
+		arguments.m_Scene = scene->m_Scene;
+		arguments.m_ParticleCount = scene->m_ParticleCount;
+		if (hasParticles)
+			arguments.m_ParticleCount = ParseNumber("--particles", texts.m_Particles, 1, scene->m_MaxParticleCount);
+		arguments.m_FrameCount = ParseNumber("--frames", texts.m_Frames, 1, kMaxFrameCount);
+		arguments.m_Seed = ParseNumber("--seed", texts.m_Seed, 0, 0xFFFFFFFFu);
+		arguments.m_Width = ParseNumber("--width", texts.m_Width, kMinSide, kMaxSide);
+		arguments.m_Height = ParseNumber("--height", texts.m_Height, kMinSide, kMaxSide);
+		arguments.m_IndexBits = texts.m_IndexType == "16" ? 16 : 32;
+		arguments.m_OutFolder = texts.m_Out;
+		return arguments;
+	}
+
+	// CLI11 ends some messages with a line of its own; a sentence has one line and one full stop.
+	std::string FirstLine(std::string text)
+	{
+		text.erase(std::min(text.find('\n'), text.size()));
+		while (!text.empty() && (text.back() == '.' || text.back() == ' '))
+			text.pop_back();
+		return text + "; --help lists the options.";
+	}
+
+	/// The sentence for what CLI11 refuses: an option without its value, or something that is no option.
+	std::string Sentence(const CLI::ParseError &error)
+	{
+		const std::string message = error.what();
+		if (dynamic_cast<const CLI::ArgumentMismatch *>(&error) != null)
+			return message.substr(0, message.find(':')) + " needs a value.";
+		return FirstLine(message);
+	}
+} // namespace
+
+const char *SceneName(EScene scene)
+{
+	for (const SSceneDefaults &candidate : kScenes)
+		if (candidate.m_Scene == scene)
+			return candidate.m_Name;
+	return "";
+}
+
+std::optional<SArguments> ParseArguments(int argc, const char *const *argv)
+{
+	CLI::App app(kAbout, "particle_viewer");
+	STexts texts;
+	Declare(app, texts);
+	try
+	{
+		app.parse(argc, argv);
+	}
+	catch (const CLI::CallForHelp &)
+	{
+		std::fputs(app.help().c_str(), stdout);
+		return std::nullopt;
+	}
+	catch (const CLI::ParseError &error)
+	{
+		throw CFailure(Sentence(error));
+	}
+	return Check(texts, app.count("--particles") != 0, app.count("--out") != 0);
+}
+} // namespace Viewer

@@ -1,0 +1,37 @@
+#pragma once
+
+// The command line: what was asked for, checked in full before anything is made.
+
+#include "vx_defs.h"
+
+#include <optional>
+#include <string>
+
+namespace Viewer
+{
+using namespace Vexmoor;
+
+enum class EScene
+{
+	Smoke,
+	Debris,
+	Interleave
+};
+
+struct SArguments
+{
+	EScene m_Scene = EScene::Smoke;
+	u32 m_ParticleCount = 0; ///< The scene's own number unless one was asked for.
+	u32 m_FrameCount = 24;
+	u32 m_Seed = 1;
+	u32 m_Width = 640;
+	u32 m_Height = 360;
+	u32 m_IndexBits = 32;
+	std::string m_OutFolder; ///< Empty: no pictures are written.
+};
+
+const char *SceneName(EScene scene);
+
+/// What the command line asks for; nothing when it was --help, which has been answered. A wrong argument is a CFailure.
+std::optional<SArguments> ParseArguments(int argc, const char *const *argv);
+} // namespace Viewer

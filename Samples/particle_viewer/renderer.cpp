@@ -1,0 +1,268 @@
+// OpenGL 4.5, direct state access, entry points by libepoxy.
+
+#include "renderer.h"
+
+#include "failure.h"
+#include "shaders.h"
+#include "sprites.h"
+#include <algorithm>
+#include <epoxy/gl.h>
+#include <string>
+
+namespace Viewer
+{
+namespace
+{
+	constexpr u32 kMeshSamples = 2;
+
+	GLuint CompileShader(GLenum stage, const char *source)
+	{
+		const GLuint shader = glCreateShader(stage);
+		glShaderSource(shader, 1, &source, nullptr);
+		glCompileShader(shader);
+		GLint compiled = GL_FALSE;
+		glGetShaderiv(shader, GL_COMPILE_STATUS, &compiled);
+		if (compiled == GL_FALSE)
+			throw CFailure("The graphics driver does not compile the viewer's shaders.");
+		return shader;
+	}
+
+	GLuint LinkProgram(const char *vertexSource, const char *fragmentSource)
+	{
+		const GLuint shaders[] = {
+			CompileShader(GL_VERTEX_SHADER, vertexSource), CompileShader(GL_FRAGMENT_SHADER, fragmentSource)};
+		const GLuint program = glCreateProgram();
+		for (const GLuint shader : shaders)
+		{
+			glAttachShader(program, shader);
+			glDeleteShader(shader);
+		}
+		glLinkProgram(program);
+		GLint linked = GL_FALSE;
+		glGetProgramiv(program, GL_LINK_STATUS, &linked);
+		if (linked == GL_FALSE)
+			throw CFailure("The graphics driver does not link the viewer's shaders.");
+		return program;
+	}
+
+	GLuint CreateTarget(GLuint texture)
+	{
+		GLuint target = 0;
+		glCreateFramebuffers(1, &target);
+		glNamedFramebufferTexture(target, GL_COLOR_ATTACHMENT0, texture, 0);
+		if (glCheckNamedFramebufferStatus(target, GL_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE)
+			throw CFailure("The graphics driver cannot draw pictures of this size.");
+		return target;
+	}
+
+	GLuint CreateTexture(GLenum format, u32 width, u32 height)
+	{
+		GLuint texture = 0;
+		glCreateTextures(GL_TEXTURE_2D, 1, &texture);
+		glTextureStorage2D(texture, 1, format, GLsizei(width), GLsizei(height));
+		return texture;
+	}
+
+	void SetVector(GLuint program, const char *name, const CFloat3 &value)
+	{
+		glProgramUniform3f(program, glGetUniformLocation(program, name), value.x(), value.y(), value.z());
+	}
+
+	void SetCamera(GLuint program, const SViewTransform &view, const CFloat3 &eye)
+	{
+		glProgramUniformMatrix4fv(
+			program, glGetUniformLocation(program, "worldToClip"), 1, GL_FALSE, view.m_WorldToClip);
+		SetVector(program, "right", view.m_Right);
+		SetVector(program, "up", view.m_Up);
+		SetVector(program, "eye", eye);
+	}
+
+	u32 BytesPerIndex(const SDrawCall &drawCall)
+	{
+		return drawCall.m_IndexType == CTriangleSorter::IndexTypeUint16 ? sizeof(u16) : sizeof(u32);
+	}
+
+	void RequireNoError()
+	{
+		if (glGetError() != GL_NO_ERROR)
+			throw CFailure("The graphics driver fails to draw, perhaps for want of memory.");
+	}
+} // namespace
+
+CRenderer::CRenderer(u32 width, u32 height)
+	: m_Width(width)
+	, m_Height(height)
+{
+	GLint largest = 0;
+	glGetIntegerv(GL_MAX_TEXTURE_SIZE, &largest);
+	if (std::max(width, height) * kMeshSamples > u32(largest))
+		throw CFailure("The graphics driver draws pictures of at most " + std::to_string(u32(largest) / kMeshSamples) +
+					   " pixels a side.");
+
+	GLint64 largestBlock = 0;
+	glGetInteger64v(GL_MAX_SHADER_STORAGE_BLOCK_SIZE, &largestBlock);
+	m_MaxVertexBufferSize = u64(largestBlock);
+
+	m_BackgroundProgram = LinkProgram(kFullScreenVertexShader, kBackgroundFragmentShader);
+	m_BillboardProgram = LinkProgram(kBillboardVertexShader, kBillboardFragmentShader);
+	m_MeshProgram = LinkProgram(kMeshVertexShader, kMeshFragmentShader);
+	m_ResolveProgram = LinkProgram(kFullScreenVertexShader, kResolveFragmentShader);
+	glCreateVertexArrays(1, &m_EmptyVertexArray);
+	m_PictureTexture = CreateTexture(GL_RGBA8, m_Width, m_Height);
+	m_PictureTarget = CreateTarget(m_PictureTexture);
+	CreateSprites();
+}
+
+CRenderer::~CRenderer()
+{
+	for (const GLuint program : {m_BackgroundProgram, m_BillboardProgram, m_MeshProgram, m_ResolveProgram})
+		glDeleteProgram(program);
+	const GLuint targets[] = {m_LightTarget, m_PictureTarget};
+	glDeleteFramebuffers(2, targets);
+	const GLuint textures[] = {m_LightTexture, m_PictureTexture, m_Sprites};
+	glDeleteTextures(3, textures);
+	glDeleteBuffers(1, &m_VertexBuffer);
+	glDeleteVertexArrays(1, &m_EmptyVertexArray);
+}
+
+void CRenderer::CreateTargets()
+{
+	const u32 samples = m_VertexKind == EVertices::Mesh ? kMeshSamples : 1;
+	if (samples == m_Samples)
+		return;
+	glDeleteFramebuffers(1, &m_LightTarget);
+	glDeleteTextures(1, &m_LightTexture);
+	m_LightTexture = CreateTexture(GL_RGBA16F, m_Width * samples, m_Height * samples);
+	m_LightTarget = CreateTarget(m_LightTexture);
+	m_Samples = samples;
+}
+
+void CRenderer::CreateSprites()
+{
+	const std::vector<u8> texels = PaintSprites();
+	const GLsizei side = GLsizei(kSpriteSide);
+	glCreateTextures(GL_TEXTURE_2D_ARRAY, 1, &m_Sprites);
+	glTextureStorage3D(m_Sprites, 5, GL_R8, side, side, GLsizei(kSpriteCount));
+	glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+	glTextureSubImage3D(
+		m_Sprites, 0, 0, 0, 0, side, side, GLsizei(kSpriteCount), GL_RED, GL_UNSIGNED_BYTE, texels.data());
+	glGenerateTextureMipmap(m_Sprites);
+	glTextureParameteri(m_Sprites, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_NEAREST);
+	glTextureParameteri(m_Sprites, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+	glTextureParameteri(m_Sprites, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+}
+
+void CRenderer::SetFrame(const SFrame &frame)
+{
+	m_VertexKind = frame.m_VertexKind;
+	const bool mesh = m_VertexKind == EVertices::Mesh;
+	const void *const vertices = mesh ? static_cast<const void *>(frame.m_MeshVertices.Data())
+	                                  : static_cast<const void *>(frame.m_Billboards.Data());
+	const u64 size = mesh ? u64(frame.m_MeshVertices.Count()) * sizeof(SMeshVertex)
+	                      : u64(frame.m_Billboards.Count()) * sizeof(SBillboard);
+	if (size > m_MaxVertexBufferSize)
+		throw CFailure("The graphics driver has no room for so many particles.");
+	if (size > m_VertexBufferSize)
+	{
+		glDeleteBuffers(1, &m_VertexBuffer);
+		glCreateBuffers(1, &m_VertexBuffer);
+		m_VertexBufferSize = size;
+		glNamedBufferStorage(m_VertexBuffer, GLsizeiptr(m_VertexBufferSize), nullptr, GL_DYNAMIC_STORAGE_BIT);
+	}
+	if (size != 0)
+		glNamedBufferSubData(m_VertexBuffer, 0, GLsizeiptr(size), vertices);
+
+	const SViewTransform view = ViewTransform(frame.m_Camera, float(m_Width) / float(m_Height));
+	SetCamera(mesh ? m_MeshProgram : m_BillboardProgram, view, frame.m_Camera.m_Position);
+	CreateTargets();
+}
+
+SDrawn CRenderer::Draw(const std::vector<SDrawCall> &drawCalls)
+{
+	glBindVertexArray(m_EmptyVertexArray);
+	glBindFramebuffer(GL_FRAMEBUFFER, m_LightTarget);
+	glViewport(0, 0, GLsizei(m_Width * m_Samples), GLsizei(m_Height * m_Samples));
+	DrawBackground();
+	DrawParticles(drawCalls);
+	m_Ring.End();
+	Resolve();
+	RequireNoError();
+	return {m_Ring.Offset(), drawCalls};
+}
+
+void CRenderer::DrawBackground()
+{
+	glDisable(GL_BLEND);
+	glUseProgram(m_BackgroundProgram);
+	glDrawArrays(GL_TRIANGLES, 0, 3);
+}
+
+void CRenderer::DrawParticles(const std::vector<SDrawCall> &drawCalls)
+{
+	glEnable(GL_BLEND);
+	glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA); // premultiplied: what lies behind is dimmed, then light is added
+	glUseProgram(m_VertexKind == EVertices::Mesh ? m_MeshProgram : m_BillboardProgram);
+	glBindTextureUnit(0, m_Sprites);
+	glBindBufferBase(GL_SHADER_STORAGE_BUFFER, 0, m_VertexBuffer);
+	glVertexArrayElementBuffer(m_EmptyVertexArray, m_Ring.Buffer());
+	for (const SDrawCall &drawCall : drawCalls)
+	{
+		const GLenum type = BytesPerIndex(drawCall) == sizeof(u16) ? GL_UNSIGNED_SHORT : GL_UNSIGNED_INT;
+		const u64 offset = m_Ring.Offset() + drawCall.m_OffsetInBytes;
+		glDrawElementsBaseVertex(GL_TRIANGLES, GLsizei(drawCall.m_IndexCount), type,
+			reinterpret_cast<const void *>(offset), GLint(drawCall.m_BaseVertex));
+	}
+}
+
+void CRenderer::Resolve()
+{
+	glDisable(GL_BLEND);
+	glBindFramebuffer(GL_FRAMEBUFFER, m_PictureTarget);
+	glViewport(0, 0, GLsizei(m_Width), GLsizei(m_Height));
+	glProgramUniform1i(m_ResolveProgram, glGetUniformLocation(m_ResolveProgram, "samples"), GLint(m_Samples));
+	glUseProgram(m_ResolveProgram);
+	glBindTextureUnit(0, m_LightTexture);
+	glDrawArrays(GL_TRIANGLES, 0, 3);
+}
+
+SPicture CRenderer::ReadPicture()
+{
+	SPicture picture;
+	picture.m_Width = m_Width;
+	picture.m_Height = m_Height;
+	picture.m_Rgb.resize(u64(m_Width) * m_Height * 3);
+	glBindFramebuffer(GL_FRAMEBUFFER, m_PictureTarget);
+	glPixelStorei(GL_PACK_ALIGNMENT, 1);
+	glReadPixels(0, 0, GLsizei(m_Width), GLsizei(m_Height), GL_RGB, GL_UNSIGNED_BYTE, picture.m_Rgb.data());
+	RequireNoError();
+
+	// OpenGL's rows go up.
+	const u64 rowSize = u64(m_Width) * 3;
+	for (u32 y = 0; y < m_Height / 2; ++y)
+		std::swap_ranges(&picture.m_Rgb[y * rowSize], &picture.m_Rgb[y * rowSize] + rowSize,
+			&picture.m_Rgb[(m_Height - 1 - y) * rowSize]);
+	return picture;
+}
+
+std::vector<u32> CRenderer::ReadIndices(const SDrawn &drawn)
+{
+	std::vector<u32> indices;
+	std::vector<u8> bytes;
+	for (const SDrawCall &drawCall : drawn.m_DrawCalls)
+	{
+		const u32 bytesPerIndex = BytesPerIndex(drawCall);
+		bytes.resize(u64(drawCall.m_IndexCount) * bytesPerIndex);
+		glGetNamedBufferSubData(m_Ring.Buffer(), GLintptr(drawn.m_OffsetInBytes + drawCall.m_OffsetInBytes),
+			GLsizeiptr(bytes.size()), bytes.data());
+		for (size_t i = 0; i < bytes.size(); i += bytesPerIndex)
+		{
+			u32 index = 0;
+			for (u32 byte = 0; byte < bytesPerIndex; ++byte)
+				index |= u32(bytes[i + byte]) << (8 * byte);
+			indices.push_back(drawCall.m_BaseVertex + index);
+		}
+	}
+	RequireNoError();
+	return indices;
+}
+} // namespace Viewer

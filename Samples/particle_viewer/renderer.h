@@ -1,0 +1,77 @@
+#pragma once
+
+// Draws frames of transparent particles in the order that an index buffer gives. It takes a current OpenGL 4.5 context
+// and does not know where that came from; it draws to a framebuffer of its own.
+
+#include "vx_defs.h"
+
+#include "index_ring.h"
+#include "picture.h"
+#include "scene.h"
+#include "sort_frame.h"
+#include <vector>
+
+namespace Viewer
+{
+using namespace Vexmoor;
+
+/// What a draw read of the index memory. It can be read back until index memory is mapped again.
+struct SDrawn
+{
+	u64 m_OffsetInBytes = 0;
+	std::vector<SDrawCall> m_DrawCalls;
+};
+
+class CRenderer
+{
+public:
+	/// The context that is current now stays current for every call, and for the destructor.
+	CRenderer(u32 width, u32 height);
+	~CRenderer();
+	CRenderer(const CRenderer &) = delete;
+	CRenderer &operator=(const CRenderer &) = delete;
+
+	/// Takes a frame's vertices and camera for the draws to come.
+	void SetFrame(const SFrame &frame);
+
+	/// Mapped index memory for one draw: written by the caller, front to back, and never read.
+	u8 *MapIndices(u64 sizeInBytes) { return m_Ring.Begin(sizeInBytes); }
+	/// Draws the frame over the background, with the indices that were written.
+	SDrawn Draw(const std::vector<SDrawCall> &drawCalls);
+
+	/// The picture of the last draw, once the GPU has finished it.
+	SPicture ReadPicture();
+	/// The indices of a draw as the GPU has them, draw call after draw call, base vertices added.
+	std::vector<u32> ReadIndices(const SDrawn &drawn);
+
+private:
+	void CreateTargets();
+	void CreateSprites();
+	void DrawBackground();
+	void DrawParticles(const std::vector<SDrawCall> &drawCalls);
+	void Resolve();
+
+	u32 m_Width;
+	u32 m_Height;
+	u32 m_Samples = 0; // per pixel and axis: a mesh has edges to smooth, a billboard none
+
+	u32 m_LightTexture = 0; // light before tone mapping
+	u32 m_LightTarget = 0;
+	u32 m_PictureTexture = 0;
+	u32 m_PictureTarget = 0;
+
+	u32 m_Sprites = 0;
+	u32 m_EmptyVertexArray = 0; // vertices come from a storage buffer
+	u32 m_VertexBuffer = 0;
+	u64 m_VertexBufferSize = 0;
+	u64 m_MaxVertexBufferSize = 0;
+	EVertices m_VertexKind = EVertices::Billboards;
+
+	u32 m_BackgroundProgram = 0;
+	u32 m_BillboardProgram = 0;
+	u32 m_MeshProgram = 0;
+	u32 m_ResolveProgram = 0;
+
+	CIndexRing m_Ring;
+};
+} // namespace Viewer

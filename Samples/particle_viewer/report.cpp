@@ -1,0 +1,105 @@
+// Plain text in columns, for people first; the first word of a line tells scripts which one it is.
+
+#include "report.h"
+
+#include <cinttypes>
+#include <cstdio>
+
+namespace Viewer
+{
+namespace
+{
+	std::string Grouped(u64 number)
+	{
+		std::string text = std::to_string(number);
+		for (size_t at = text.size(); at > 3; at -= 3)
+			text.insert(at - 3, ",");
+		return text;
+	}
+
+	void PrintScene(const SReport &report)
+	{
+		const SArguments &arguments = report.m_Arguments;
+		std::printf("scene           %s, seed %u, %u frames of %u x %u pixels\n", SceneName(arguments.m_Scene),
+			arguments.m_Seed, arguments.m_FrameCount, arguments.m_Width, arguments.m_Height);
+		std::printf("driver          %s\n", report.m_Driver.c_str());
+		std::printf("particles       %s\n", Grouped(report.m_ParticleCount).c_str());
+		std::printf("pages           %u, %u with disabled particles, %u empty\n", report.m_PageCount,
+			report.m_MixedPageCount, report.m_EmptyPageCount);
+		std::printf("draw calls      %u, %s indices of %u bits\n", report.m_DrawCallCount,
+			Grouped(report.m_IndexCount).c_str(), arguments.m_IndexBits);
+		std::printf("index hash      %016" PRIx64 " (FNV-1a over all frames)\n", report.m_IndexHash);
+	}
+
+	void PrintStage(const char *stage, double microseconds, u32 particleCount)
+	{
+		std::printf("%-15s %10.1f us %10.2f ns a particle\n", stage, microseconds,
+			microseconds * 1000.0 / double(particleCount));
+	}
+
+	void PrintTimes(const SReport &report)
+	{
+		std::printf("\nmedian of a frame\n");
+		PrintStage("fill", report.m_Times.m_Fill, report.m_ParticleCount);
+		PrintStage("sort", report.m_Times.m_Sort, report.m_ParticleCount);
+		PrintStage("expansion", report.m_Times.m_Expand, report.m_ParticleCount);
+		PrintStage("in all", report.m_Times.Total(), report.m_ParticleCount);
+	}
+
+	void PrintCause(const char *cause, u32 count)
+	{
+		if (count != 0)
+			std::printf("    %-10s %s\n", Grouped(count).c_str(), cause);
+	}
+
+	// Nothing explains storage order, and nothing has to.
+	void PrintCauses(const SPictureFigures &picture)
+	{
+		const SOrderFigures &figures = picture.m_OrderFigures;
+		if (!figures.m_Complete)
+			std::printf("    not every particle is drawn exactly once\n");
+		if (picture.m_Order == EOrder::Storage)
+			return;
+		PrintCause("have equal keys: their distances differ by less than a float shows", figures.m_EqualKeys);
+		PrintCause("differ by no more than a squared distance is rounded in floats", figures.m_Rounding);
+		PrintCause("where pages with disabled particles end and those without begin", figures.m_PageKinds);
+		PrintCause("where one draw call ends and the next begins", figures.m_DrawCalls);
+		PrintCause("are triangles under their particle's key", figures.m_ParticleKeys);
+		std::printf("    %-10u unexplained\n", figures.m_Unexplained);
+	}
+
+	void PrintPictures(const SReport &report)
+	{
+		std::printf("\nagainst the     channel difference   worst        neighbours\n");
+		std::printf("exact answer        mean   largest   backtrack    out of order\n");
+		for (const SPictureFigures &picture : report.m_Pictures)
+		{
+			char backtrack[32];
+			std::snprintf(backtrack, sizeof(backtrack), "%.3g %%", picture.m_OrderFigures.m_WorstBacktrack * 100.0);
+			std::printf("%-16s %7.4f   %7u   %-12s %s\n", picture.m_FileName.c_str(), picture.m_Difference.m_Mean,
+				picture.m_Difference.m_Largest, backtrack, Grouped(picture.m_OrderFigures.m_OutOfOrder).c_str());
+			PrintCauses(picture);
+		}
+	}
+
+	void PrintLibraryReports(const SReport &report)
+	{
+#if VX_ASSERTIONS
+		std::printf("\nassertions      %u\n", report.m_AssertionCount);
+#else
+		std::printf("\nassertions      compiled out\n");
+#endif
+		std::printf("slow paths      %zu\n", report.m_SlowPaths.size());
+		for (const std::string &slowPath : report.m_SlowPaths)
+			std::printf("    %s\n", slowPath.c_str());
+	}
+} // namespace
+
+void Print(const SReport &report)
+{
+	PrintScene(report);
+	PrintTimes(report);
+	PrintPictures(report);
+	PrintLibraryReports(report);
+}
+} // namespace Viewer

@@ -1,0 +1,105 @@
+#pragma once
+
+// What the viewer draws: a scene simulates particles in pages, and describes every frame twice, once for the sorter and
+// once for the renderer. All else, how it is sorted, drawn and measured, knows no particular scene.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "vx_defs.h"
+
+#include "arguments.h"
+#include "camera.h"
+#include <memory>
+#include <vector>
+
+namespace Viewer
+{
+using namespace Vexmoor;
+
+/// A particle that faces the camera. Four vertices of an index buffer, 4 r to 4 r + 3, are the corners of billboard r.
+struct SBillboard
+{
+	CFloat3 m_Position;
+	float m_Radius;
+	CFloat4 m_Colour; ///< Premultiplied, linear light; the alpha may be less than the light, for what glows.
+	float m_Cosine;   ///< The sprite's rotation.
+	float m_Sine;
+	float m_Sprite; ///< Layer of the sprite texture.
+	float m_Padding;
+};
+static_assert(sizeof(SBillboard) == 48, "three vectors of the shader's layout");
+
+/// A vertex of a mesh particle. Faces are flat: the shader finds their normals.
+struct SMeshVertex
+{
+	CFloat3 m_Position;
+	float m_Shine;    ///< How much of the surroundings a face mirrors.
+	CFloat4 m_Colour; ///< Not premultiplied, linear light.
+};
+static_assert(sizeof(SMeshVertex) == 32, "two vectors of the shader's layout");
+
+enum class EVertices
+{
+	Billboards,
+	Mesh
+};
+
+/// One frame. Everything viewed stays valid until the scene advances or is asked for another frame.
+struct SFrame
+{
+	SCamera m_Camera;
+
+	// For the sorter: the page cache, and one pattern for all particles or one for each page.
+	CTriangleSorter::CPositionPages m_Positions;
+	CTriangleSorter::CEnabledPages m_Enableds;
+	CTriangleSorter::CRenderedCounts m_RenderedCounts;
+	u32 m_ParticleCount = 0;
+	TMemoryView<u32> m_IndexPattern; ///< Empty: geometry per page.
+	u32 m_VerticesPerParticle = 0;
+	TMemoryView<const CTriangleSorter::CIndexPattern> m_PagePatterns;
+	TMemoryView<const u32> m_PageVerticesPerParticle;
+
+	/// The middle of every triangle, for a scene that can be sorted by them: three vertices of its own each, in
+	/// storage order.
+	TMemoryView<const CFloat3> m_TriangleCentres;
+
+	// For the renderer: the vertices of the rendered particles, in storage order.
+	EVertices m_VertexKind = EVertices::Billboards;
+	TMemoryView<const SBillboard> m_Billboards;
+	TMemoryView<const SMeshVertex> m_MeshVertices;
+	u32 m_VertexCount = 0;
+};
+
+/// The order in which a picture's primitives are drawn.
+enum class EOrder
+{
+	Storage,    ///< As the particles lie in their pages.
+	ByPosition, ///< Sorted by the distance keys that the sorter makes from positions.
+	ByValue,    ///< Sorted by values of 0 - squared distance.
+	ByTriangle  ///< Triangle by triangle, by the distance of their middles.
+};
+
+struct SPictureOfOrder
+{
+	EOrder m_Order;
+	const char *m_FileName;
+	const char *m_Label;
+};
+
+class IScene
+{
+public:
+	virtual ~IScene() = default;
+
+	/// Steps until the scene looks as it goes on looking.
+	virtual u32 WarmUpStepCount() const = 0;
+	virtual void Advance() = 0;
+	virtual SFrame Frame() = 0;
+	/// The orders worth seeing, the one that is right last: frames are sorted and timed in that one.
+	virtual std::vector<SPictureOfOrder> Pictures() const = 0;
+};
+
+std::unique_ptr<IScene> CreateSmokeScene(u32 particleCount, u32 seed);
+std::unique_ptr<IScene> CreateDebrisScene(u32 particleCount, u32 seed);
+std::unique_ptr<IScene> CreateInterleaveScene(u32 particleCount, u32 seed);
+} // namespace Viewer

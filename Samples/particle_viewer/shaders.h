@@ -1,0 +1,146 @@
+#pragma once
+
+// The shaders. Particles are drawn into a buffer of linear light with premultiplied alpha; the last pass maps it to a
+// screen's range.
+
+namespace Viewer
+{
+inline constexpr const char *kFullScreenVertexShader = R"(#version 450 core
+out vec2 screen;
+
+void main()
+{
+	screen = vec2((gl_VertexID & 1) * 4 - 1, (gl_VertexID & 2) * 2 - 1);
+	gl_Position = vec4(screen, 0.0, 1.0);
+}
+)";
+
+inline constexpr const char *kBackgroundFragmentShader = R"(#version 450 core
+in vec2 screen;
+out vec4 light;
+
+void main()
+{
+	vec3 sky = mix(vec3(0.0022, 0.0028, 0.0045), vec3(0.010, 0.013, 0.021), exp(-2.0 * (screen.y + 1.0)));
+	light = vec4(sky, 1.0);
+}
+)";
+
+inline constexpr const char *kBillboardVertexShader = R"(#version 450 core
+struct SBillboard
+{
+	vec4 positionAndRadius;
+	vec4 colour;
+	vec4 rotationAndSprite;
+};
+layout(std430, binding = 0) readonly buffer Billboards { SBillboard billboards[]; };
+uniform mat4 worldToClip;
+uniform vec3 right;
+uniform vec3 up;
+out vec3 sprite;
+flat out vec4 colour;
+
+void main()
+{
+	SBillboard billboard = billboards[gl_VertexID >> 2];
+	int corner = gl_VertexID & 3;
+	vec2 offset = vec2((corner == 1 || corner == 2) ? 1.0 : -1.0, corner >= 2 ? 1.0 : -1.0);
+	vec2 turned = vec2(dot(billboard.rotationAndSprite.xy, vec2(offset.x, -offset.y)),
+		dot(billboard.rotationAndSprite.yx, offset));
+	vec3 side = (right * turned.x + up * turned.y) * billboard.positionAndRadius.w;
+	gl_Position = worldToClip * vec4(billboard.positionAndRadius.xyz + side, 1.0);
+	sprite = vec3(offset * 0.5 + 0.5, billboard.rotationAndSprite.z);
+	colour = billboard.colour;
+}
+)";
+
+inline constexpr const char *kBillboardFragmentShader = R"(#version 450 core
+uniform sampler2DArray sprites;
+in vec3 sprite;
+flat in vec4 colour;
+out vec4 light;
+
+void main()
+{
+	light = colour * texture(sprites, sprite).r;
+}
+)";
+
+inline constexpr const char *kMeshVertexShader = R"(#version 450 core
+struct SMeshVertex
+{
+	vec4 positionAndShine;
+	vec4 colour;
+};
+layout(std430, binding = 0) readonly buffer Vertices { SMeshVertex vertices[]; };
+uniform mat4 worldToClip;
+out vec3 position;
+out vec4 colour;
+flat out float shine;
+
+void main()
+{
+	SMeshVertex vertex = vertices[gl_VertexID];
+	gl_Position = worldToClip * vec4(vertex.positionAndShine.xyz, 1.0);
+	position = vertex.positionAndShine.xyz;
+	colour = vertex.colour;
+	shine = vertex.positionAndShine.w;
+}
+)";
+
+// A thin pane: it lets light through, is lit from both sides, and mirrors the more the flatter it is looked at.
+inline constexpr const char *kMeshFragmentShader = R"(#version 450 core
+uniform vec3 eye;
+in vec3 position;
+in vec4 colour;
+flat in float shine;
+out vec4 light;
+
+vec3 Surroundings(vec3 direction)
+{
+	float lamp = pow(max(dot(direction, normalize(vec3(-0.5, 0.75, 0.45))), 0.0), 60.0);
+	float window = smoothstep(0.15, 0.6, direction.y) * 0.55;
+	return vec3(0.03, 0.035, 0.05) + window * vec3(0.55, 0.75, 1.0) + lamp * vec3(9.0, 8.0, 6.5);
+}
+
+void main()
+{
+	vec3 view = normalize(eye - position);
+	vec3 normal = normalize(cross(dFdx(position), dFdy(position)));
+	normal = dot(normal, view) < 0.0 ? -normal : normal;
+	float facing = dot(normal, view);
+	float mirrored = shine * (0.06 + 0.94 * pow(1.0 - facing, 4.0));
+	float lit = 0.30 + 0.70 * abs(dot(normal, normalize(vec3(-0.5, 0.75, 0.45))));
+	float alpha = mix(colour.a, 1.0, mirrored);
+	light = vec4(colour.rgb * colour.a * lit * (1.0 - mirrored) + Surroundings(reflect(-view, normal)) * mirrored,
+		alpha);
+}
+)";
+
+// Filmic tone mapping, a darker rim, and noise of half a step against banding: a function of the pixel, so that equal
+// light gives equal pictures.
+inline constexpr const char *kResolveFragmentShader = R"(#version 450 core
+uniform sampler2D lightBuffer;
+uniform int samples;
+in vec2 screen;
+out vec4 picture;
+
+vec3 ToneMap(vec3 light)
+{
+	vec3 mapped = (light * (2.51 * light + 0.03)) / (light * (2.43 * light + 0.59) + 0.14);
+	return pow(clamp(mapped, 0.0, 1.0), vec3(1.0 / 2.2));
+}
+
+void main()
+{
+	ivec2 pixel = ivec2(gl_FragCoord.xy);
+	float rim = 1.0 - 0.22 * dot(screen, screen);
+	vec3 sum = vec3(0.0);
+	for (int y = 0; y < samples; ++y)
+		for (int x = 0; x < samples; ++x)
+			sum += ToneMap(rim * texelFetch(lightBuffer, pixel * samples + ivec2(x, y), 0).rgb);
+	float noise = fract(52.9829189 * fract(dot(vec2(pixel), vec2(0.06711056, 0.00583715))));
+	picture = vec4(sum / float(samples * samples) + (noise - 0.5) / 255.0, 1.0);
+}
+)";
+} // namespace Viewer

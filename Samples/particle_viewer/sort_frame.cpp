@@ -1,0 +1,203 @@
+// Read from CFrameSorter::Sort down: plan the draw calls, describe each to the sorter, let it write.
+
+#include "sort_frame.h"
+
+#include "failure.h"
+#include <algorithm>
+
+namespace Viewer
+{
+namespace
+{
+	constexpr u32 kMaxVertices16 = 0xFFFF; // indices stay below 0xFFFF
+	constexpr u32 kCallAlignment = 16;     // an index buffer that starts here takes the sorter's streaming stores
+
+	static_assert(__STDCPP_DEFAULT_NEW_ALIGNMENT__ >= 16, "vectors start where the sorter's scratch memory has to");
+
+	u32 MaxVertices(CTriangleSorter::EIndexType indexType)
+	{
+		return indexType == CTriangleSorter::IndexTypeUint16 ? kMaxVertices16 : 0xFFFFFFFFu;
+	}
+
+	u32 BytesPerIndex(CTriangleSorter::EIndexType indexType)
+	{
+		return indexType == CTriangleSorter::IndexTypeUint16 ? sizeof(u16) : sizeof(u32);
+	}
+
+	bool IsGeometryPerPage(const SFrame &frame)
+	{
+		return frame.m_IndexPattern.Empty();
+	}
+
+	// A draw call starts where the one before it ends.
+	SDrawCall Following(const SDrawCall &previous)
+	{
+		const u64 end = previous.m_OffsetInBytes + u64(previous.m_IndexCount) * BytesPerIndex(previous.m_IndexType);
+		SDrawCall next;
+		next.m_IndexType = previous.m_IndexType;
+		next.m_OffsetInBytes = (end + kCallAlignment - 1) / kCallAlignment * kCallAlignment;
+		next.m_BaseVertex = previous.m_BaseVertex + previous.m_VertexCount;
+		next.m_FirstPage = previous.m_FirstPage + previous.m_PageCount;
+		return next;
+	}
+} // namespace
+
+std::vector<SDrawCall> PlanDrawCalls(const SFrame &frame, CTriangleSorter::EIndexType indexType)
+{
+	std::vector<SDrawCall> drawCalls(1);
+	drawCalls.back().m_IndexType = indexType;
+	for (u32 page = 0; page < frame.m_RenderedCounts.Count(); ++page)
+	{
+		const bool perPage = IsGeometryPerPage(frame);
+		const u32 particleCount = frame.m_RenderedCounts[page];
+		const u32 verticesPerParticle = perPage ? frame.m_PageVerticesPerParticle[page] : frame.m_VerticesPerParticle;
+		const u32 indicesPerParticle = perPage ? frame.m_PagePatterns[page].Count() : frame.m_IndexPattern.Count();
+		const u32 vertexCount = particleCount * verticesPerParticle;
+		if (vertexCount > MaxVertices(indexType))
+			throw CFailure("A page of this scene has more vertices than 16-bit indices reach; use --index-type 32.");
+		if (drawCalls.back().m_VertexCount + vertexCount > MaxVertices(indexType))
+			drawCalls.push_back(Following(drawCalls.back()));
+
+		SDrawCall &drawCall = drawCalls.back();
+		drawCall.m_PageCount += 1;
+		drawCall.m_ParticleCount += particleCount;
+		drawCall.m_VertexCount += vertexCount;
+		drawCall.m_IndexCount += particleCount * indicesPerParticle;
+	}
+	return drawCalls;
+}
+
+std::vector<SDrawCall> PlanTriangleDrawCalls(const SFrame &frame, CTriangleSorter::EIndexType indexType)
+{
+	SDrawCall drawCall;
+	drawCall.m_IndexType = indexType;
+	drawCall.m_PageCount = 1;
+	drawCall.m_ParticleCount = frame.m_TriangleCentres.Count();
+	drawCall.m_VertexCount = frame.m_TriangleCentres.Count() * 3;
+	drawCall.m_IndexCount = frame.m_TriangleCentres.Count() * 3;
+	if (drawCall.m_VertexCount > MaxVertices(indexType))
+		throw CFailure("This scene has more triangles than 16-bit indices reach; use --index-type 32.");
+	return {drawCall};
+}
+
+u64 IndexMemorySize(const std::vector<SDrawCall> &drawCalls)
+{
+	return Following(drawCalls.back()).m_OffsetInBytes;
+}
+
+void ComputeSortValues(
+	TMemoryView<float> values, const TStridedMemoryView<const CFloat3> &positions, const CFloat3 &eye)
+{
+	for (u32 i = 0; i < values.Count(); ++i)
+	{
+		const CFloat3 offset = Subtract(positions[i], eye);
+		const float squared = (offset.x() * offset.x() + offset.y() * offset.y()) + offset.z() * offset.z();
+		values[i] = 0.0f - squared;
+	}
+}
+
+void CFrameSorter::Sort(const SFrame &frame, EOrder order, const std::vector<SDrawCall> &drawCalls, u8 *mappedIndices)
+{
+	if (order == EOrder::ByValue)
+		UpdateSortValues(frame);
+	for (const SDrawCall &drawCall : drawCalls)
+	{
+		if (order == EOrder::ByTriangle)
+			SortTriangleCentres(frame, drawCall, mappedIndices);
+		else
+			SortPages(frame, order, drawCall, mappedIndices);
+	}
+}
+
+void CFrameSorter::SortPages(const SFrame &frame, EOrder order, const SDrawCall &drawCall, u8 *mappedIndices)
+{
+	SetOutput(drawCall, mappedIndices);
+	SetPages(frame, order, drawCall);
+	if (IsGeometryPerPage(frame))
+	{
+		m_Sorter.Setup_Geometry(frame.m_PagePatterns.Slice(drawCall.m_FirstPage, drawCall.m_PageCount),
+			frame.m_PageVerticesPerParticle.Slice(drawCall.m_FirstPage, drawCall.m_PageCount), drawCall.m_IndexCount);
+		m_Sorter.SortTriangles_AutogenIndices(
+			Scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(drawCall.m_IndexCount)));
+	}
+	else
+	{
+		m_Sorter.Setup_Geometry(frame.m_IndexPattern, frame.m_VerticesPerParticle);
+		m_Sorter.SortPoints_AutogenIndices(
+			Scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(drawCall.m_ParticleCount)));
+	}
+}
+
+// Every triangle is a particle of one page, none of them disabled: positions order them, and are the cheaper choice.
+void CFrameSorter::SortTriangleCentres(const SFrame &frame, const SDrawCall &drawCall, u8 *mappedIndices)
+{
+	u32 triangle[] = {0, 1, 2};
+	const u32 count = frame.m_TriangleCentres.Count();
+	const TStridedMemoryView<const CFloat3> page(frame.m_TriangleCentres);
+	const TStridedMemoryView<const u8> allEnabled;
+
+	SetOutput(drawCall, mappedIndices);
+	m_Sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(allEnabled),
+		CTriangleSorter::CRenderedCounts(count), count, frame.m_Camera.m_Position);
+	m_Sorter.Setup_Geometry(TMemoryView<u32>(triangle, 3), 3);
+	m_Sorter.SortPoints_AutogenIndices(Scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(count)));
+}
+
+void CFrameSorter::SetOutput(const SDrawCall &drawCall, u8 *mappedIndices)
+{
+	u8 *const start = mappedIndices + drawCall.m_OffsetInBytes;
+	if (drawCall.m_IndexType == CTriangleSorter::IndexTypeUint16)
+		m_Sorter.Setup_OutputIndexBuffer(
+			TMemoryView<u16>(reinterpret_cast<u16 *>(start), drawCall.m_IndexCount), drawCall.m_VertexCount);
+	else
+		m_Sorter.Setup_OutputIndexBuffer(
+			TMemoryView<u32>(reinterpret_cast<u32 *>(start), drawCall.m_IndexCount), drawCall.m_VertexCount);
+}
+
+void CFrameSorter::SetPages(const SFrame &frame, EOrder order, const SDrawCall &drawCall)
+{
+	const u32 first = drawCall.m_FirstPage;
+	const u32 count = drawCall.m_PageCount;
+	const CTriangleSorter::CEnabledPages enableds = frame.m_Enableds.Slice(first, count);
+	const CTriangleSorter::CRenderedCounts rendered = frame.m_RenderedCounts.Slice(first, count);
+	if (order == EOrder::ByPosition)
+	{
+		m_Sorter.Setup_InputPageCache(frame.m_Positions.Slice(first, count), enableds, rendered,
+			drawCall.m_ParticleCount, frame.m_Camera.m_Position);
+		return;
+	}
+	const TMemoryView<const TStridedMemoryView<const float>> pages(m_ValuePages.data(), u32(m_ValuePages.size()));
+	m_Sorter.Setup_InputPageCache(
+		CTriangleSorter::CSortKeyPages(pages).Slice(first, count), enableds, rendered, drawCall.m_ParticleCount);
+}
+
+// Pages with and without disabled particles lie side by side here: values give all of them one order, positions do not.
+void CFrameSorter::UpdateSortValues(const SFrame &frame)
+{
+	constexpr u32 kLanes = 4; // pages of values start at multiples of 16 bytes
+
+	u32 size = 0;
+	for (u32 page = 0; page < frame.m_Positions.Count(); ++page)
+		size += (frame.m_Positions[page].Count() + kLanes - 1) / kLanes * kLanes;
+	if (size > m_Values.size())
+		m_Values.resize(size);
+	m_ValuePages.resize(frame.m_Positions.Count());
+
+	float *next = m_Values.data();
+	for (u32 page = 0; page < frame.m_Positions.Count(); ++page)
+	{
+		const u32 count = frame.m_Positions[page].Count();
+		const TMemoryView<float> values(next, count);
+		ComputeSortValues(values, frame.m_Positions[page], frame.m_Camera.m_Position);
+		m_ValuePages[page] = TStridedMemoryView<const float>(values);
+		next += (count + kLanes - 1) / kLanes * kLanes;
+	}
+}
+
+u8 *CFrameSorter::Scratch(u32 sizeInBytes)
+{
+	if (sizeInBytes > m_Scratch.size())
+		m_Scratch.resize(sizeInBytes);
+	return m_Scratch.data();
+}
+} // namespace Viewer

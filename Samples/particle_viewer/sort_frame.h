@@ -1,0 +1,65 @@
+#pragma once
+
+// The sorter in a renderer: what an engine writes to have a frame's particles sorted straight into mapped index memory.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "vx_defs.h"
+
+#include "scene.h"
+#include <vector>
+
+namespace Viewer
+{
+using namespace Vexmoor;
+
+/// What a draw call reads of the index memory.
+struct SDrawCall
+{
+	CTriangleSorter::EIndexType m_IndexType = CTriangleSorter::IndexTypeUint32;
+	u64 m_OffsetInBytes = 0; ///< From the start of the mapped memory.
+	u32 m_IndexCount = 0;
+	u32 m_BaseVertex = 0; ///< Added to every index.
+
+	// The part of the frame that it draws.
+	u32 m_FirstPage = 0;
+	u32 m_PageCount = 0;
+	u32 m_ParticleCount = 0;
+	u32 m_VertexCount = 0;
+};
+
+/// The draw calls of a frame: one, or as many as it takes for 16-bit indices to reach every vertex. A draw call has
+/// whole pages; one page that is too large by itself is a CFailure.
+std::vector<SDrawCall> PlanDrawCalls(const SFrame &frame, CTriangleSorter::EIndexType indexType);
+/// The same for a frame drawn by its triangles: one draw call.
+std::vector<SDrawCall> PlanTriangleDrawCalls(const SFrame &frame, CTriangleSorter::EIndexType indexType);
+/// The index memory that planned draw calls need.
+u64 IndexMemorySize(const std::vector<SDrawCall> &drawCalls);
+
+/// 0 - squared distance of each position, in the order of operations that the sorter's own distance keys have.
+void ComputeSortValues(
+	TMemoryView<float> values, const TStridedMemoryView<const CFloat3> &positions, const CFloat3 &eye);
+
+/// Keeps what a sort needs from frame to frame: once it has grown, a sort allocates nothing.
+class CFrameSorter
+{
+public:
+	/// Writes the indices of the draw calls into the mapped memory, each draw call's particles in the order asked for:
+	/// ByPosition, ByValue, or ByTriangle.
+	void Sort(const SFrame &frame, EOrder order, const std::vector<SDrawCall> &drawCalls, u8 *mappedIndices);
+
+private:
+	void SortPages(const SFrame &frame, EOrder order, const SDrawCall &drawCall, u8 *mappedIndices);
+	void SortTriangleCentres(const SFrame &frame, const SDrawCall &drawCall, u8 *mappedIndices);
+
+	void SetOutput(const SDrawCall &drawCall, u8 *mappedIndices);
+	void SetPages(const SFrame &frame, EOrder order, const SDrawCall &drawCall);
+	void UpdateSortValues(const SFrame &frame);
+	u8 *Scratch(u32 sizeInBytes);
+
+	CTriangleSorter m_Sorter;
+	std::vector<u8> m_Scratch;
+	std::vector<float> m_Values;
+	std::vector<TStridedMemoryView<const float>> m_ValuePages;
+};
+} // namespace Viewer

@@ -1,0 +1,183 @@
+#!/usr/bin/env bash
+# Runs the viewer as a user does and looks at what it prints and writes.
+#
+#   viewer_test.sh VIEWER CASE      CASE: smoke, same_seed, index_types, debris, interleave, help or wrong_use
+set -euo pipefail
+
+viewer=$1
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+figures=$folder/figures
+complaint=$folder/complaint
+
+fail()
+{
+	printf 'viewer_test.sh: %s\n' "$1" >&2
+	[ ! -s "$figures" ] || cat "$figures" >&2
+	[ ! -s "$complaint" ] || cat "$complaint" >&2
+	exit 1
+}
+
+# A small run that has to succeed and say nothing on standard error.
+run()
+{
+	"$viewer" --width 320 --height 180 --frames 3 "$@" >"$figures" 2>"$complaint" || fail "exit code $? of: $*"
+	[ ! -s "$complaint" ] || fail "something on standard error of: $*"
+}
+
+# What stands after a word at the start of a line of the figures.
+figure()
+{
+	sed -n "s/^$1 *//p" "$figures"
+}
+
+expect()
+{
+	awk "BEGIN { exit !($1) }" || fail "expected $1 ($2)"
+}
+
+mean_of()
+{
+	figure "$1" | awk '{ print $1 }'
+}
+
+expect_png()
+{
+	[ "$(head -c 8 "$1" | od -An -tx1 | tr -d ' \n')" = 89504e470d0a1a0a ] || fail "no PNG: $1"
+}
+
+# Every neighbour that is out of order has its cause, nothing was reported, and everything was drawn.
+expect_sound()
+{
+	local unexplained
+	unexplained=$(awk '/ unexplained$/ { rows += 1; sum += $1 } END { print rows + 0, sum + 0 }' "$figures")
+	[ "$unexplained" = "$1 0" ] || fail "expected $1 explained pictures, got rows and sum $unexplained"
+	grep -Eq '^assertions +(0|compiled out)$' "$figures" || fail "assertions were reported"
+	! grep -q 'not every particle' "$figures" || fail "particles are missing"
+}
+
+expect_only()
+{
+	local expected
+	expected=$(printf '%s\n' "$@" | sort)
+	[ "$(ls -A "$folder/out")" = "$expected" ] || fail "unexpected files: $(ls -A "$folder/out")"
+	for name in "$@"; do
+		expect_png "$folder/out/$name"
+	done
+}
+
+smoke()
+{
+	run --particles 20000 --out "$folder/out"
+	expect_only by_position.png comparison.png sorted.png unsorted.png
+	expect_sound 2
+	expect "$(mean_of sorted.png) <= 0.05" "a sorted picture is the exact one, but for equal keys"
+	expect "$(mean_of unsorted.png) >= 2" "an unsorted picture is plainly wrong"
+	expect "$(mean_of by_position.png) >= 0.5" "mixed pages sorted by position are wrong too"
+	[ "$(figure particles)" = 20,000 ] || fail "not as many particles as asked for"
+	figure pages | grep -Eq '^[0-9]+, [1-9][0-9]* with disabled particles, [1-9][0-9]* empty$' || fail "pages"
+	[ "$(figure 'slow paths')" = 0 ] || fail "slow paths were taken"
+}
+
+same_seed()
+{
+	run --particles 20000 --seed 7
+	local first
+	first=$(figure 'index hash')
+	[ -n "$first" ] || fail "no hash"
+	run --particles 20000 --seed 7 --width 64 --height 64
+	[ "$(figure 'index hash')" = "$first" ] || fail "one seed, two hashes"
+	run --particles 20000 --seed 8
+	[ "$(figure 'index hash')" != "$first" ] || fail "two seeds, one hash"
+}
+
+index_types()
+{
+	run --particles 16000 --index-type 32
+	local wide
+	wide=$(figure 'index hash')
+	run --particles 16000 --index-type 16
+	figure 'draw calls' | grep -q '^1, 96,000 indices of 16 bits$' || fail "one draw call reaches 16,000 quads"
+	[ "$(figure 'index hash')" = "$wide" ] || fail "16 and 32 bits give other orders"
+	expect "$(mean_of sorted.png) <= 0.05" "16-bit indices"
+	expect_sound 2
+	run --particles 20000 --index-type 16
+	figure 'draw calls' | grep -q '^2, 120,000 indices of 16 bits$' || fail "two draw calls reach 20,000 quads"
+	expect_sound 2
+}
+
+debris()
+{
+	run --scene debris --out "$folder/out"
+	expect_only comparison.png sorted.png unsorted.png
+	expect_sound 1
+	expect "$(mean_of sorted.png) <= 0.05" "a sorted picture is the exact one, but for equal keys"
+	expect "$(mean_of unsorted.png) >= 2" "an unsorted picture is plainly wrong"
+	local first
+	first=$(figure 'index hash')
+	run --scene debris --index-type 16
+	[ "$(figure 'index hash')" = "$first" ] || fail "16 and 32 bits give other orders"
+	expect_sound 1
+}
+
+interleave()
+{
+	run --scene interleave --out "$folder/out"
+	expect_only comparison.png per_particle.png per_triangle.png
+	expect_sound 2
+	expect "$(mean_of per_triangle.png) <= 0.05" "triangles by their own depth are the exact answer"
+	expect "$(mean_of per_particle.png) >= 2" "woven shards have no right order as wholes"
+}
+
+help()
+{
+	"$viewer" --help >"$figures" 2>"$complaint" || fail "--help fails"
+	[ ! -s "$complaint" ] || fail "--help complains"
+	for option in --scene --particles --frames --seed --width --height --index-type --out --help; do
+		grep -q -- "$option" "$figures" || fail "--help is silent about $option"
+	done
+}
+
+# Exit code 2, one sentence on standard error, nothing on standard output, nothing on disk.
+refused()
+{
+	local code=0
+	"$viewer" "$@" >"$figures" 2>"$complaint" || code=$?
+	[ "$code" = 2 ] || fail "exit code $code of: $*"
+	[ ! -s "$figures" ] || fail "something on standard output of: $*"
+	[ "$(wc -l <"$complaint")" = 1 ] || fail "not one line on standard error of: $*"
+	grep -Eq '^particle_viewer: [^ ].*\.$' "$complaint" || fail "no sentence on standard error of: $*"
+	[ ! -e "$folder/out" ] || fail "something on disk after: $*"
+}
+
+wrong_use()
+{
+	local out=(--out "$folder/out/deeper")
+	refused "${out[@]}" --unknown
+	refused "${out[@]}" stray
+	refused "${out[@]}" --particles 0
+	refused "${out[@]}" --particles -1
+	refused "${out[@]}" --particles 4000000000
+	refused "${out[@]}" --particles 99999999999999999999
+	refused "${out[@]}" --particles 1e5
+	refused "${out[@]}" --particles ''
+	refused "${out[@]}" --particles
+	refused "${out[@]}" --frames 0
+	refused "${out[@]}" --frames many
+	refused "${out[@]}" --seed -1
+	refused "${out[@]}" --width 0
+	refused "${out[@]}" --height 100000
+	refused "${out[@]}" --index-type 17
+	refused "${out[@]}" --scene fog
+	refused --out ''
+	refused --out /dev/null
+	refused --out /dev/null/pictures
+	refused --out /proc/pictures
+	__EGL_VENDOR_LIBRARY_FILENAMES=/nonexistent refused "${out[@]}"
+	refused "${out[@]}" --scene interleave --particles 100 --index-type 16 --frames 1
+}
+
+case ${2:-} in
+smoke | same_seed | index_types | debris | interleave | help | wrong_use) "$2" ;;
+*) fail "there is no case '${2:-}'" ;;
+esac

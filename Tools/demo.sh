@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds particle_viewer, and runs it: pictures of a smoke plume, unsorted and sorted, in out/.
+#
+#   ./Tools/demo.sh                     the smoke plume
+#   ./Tools/demo.sh --scene debris      any options of particle_viewer; --help lists them
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+Tools/install_packages.sh g++ cmake ninja-build pkg-config libepoxy-dev libegl-dev libegl-mesa0 libgl1-mesa-dri \
+	libstb-dev libcli11-dev
+
+# What a build says is worth reading only when it fails.
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+quietly()
+{
+	"$@" >"$log" 2>&1 && return
+	cat "$log" >&2
+	exit 1
+}
+
+# A build tree of its own: it has no tests, and needs nothing that only they do.
+printf 'Building in build/demo ...\n' >&2
+quietly cmake --preset release -B build/demo -DVEXMOOR_BUILD_SAMPLES=ON -DBUILD_TESTING=OFF
+quietly cmake --build build/demo --target particle_viewer
+
+build/demo/Samples/particle_viewer/particle_viewer --out out "$@"
+pictures=$(find "$PWD/out" -name '*.png' -newer "$log" 2>/dev/null | sort)
+[ -z "$pictures" ] || printf '\nThe pictures:\n%s\n' "$pictures"
