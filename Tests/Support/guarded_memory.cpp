@@ -94,7 +94,7 @@ bool CGuardedMemory::SurroundingsIntact() const
 	for (const unsigned char *p = m_Data + m_Size; p < m_Pages + m_PagesSize; ++p)
 		intact = intact && *p == kSurroundingByte;
 	ASAN_POISON_MEMORY_REGION(m_Pages, static_cast<std::size_t>(m_Data - m_Pages));
-	ASAN_POISON_MEMORY_REGION(m_Data + m_Size, static_cast<std::size_t>(m_Pages + m_PagesSize - m_Data - m_Size));
+	ASAN_POISON_MEMORY_REGION(m_Data + m_Size, static_cast<std::size_t>(m_Pages + m_PagesSize - m_Data) - m_Size);
 	return intact;
 }
 

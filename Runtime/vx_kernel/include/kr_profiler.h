@@ -20,7 +20,7 @@ namespace Profiler
 		u32 m_PerformanceHazards = 0;
 	};
 
-	/// What is known of a scope before it is entered: built once per site and never destroyed.
+	/// What is known of a scope before it is entered: one constant per site, complete before anything runs.
 	struct SNodeDescriptor
 	{
 		enum EFlags : u32
@@ -40,12 +40,45 @@ namespace Profiler
 		const char *m_FileAndFunction; ///< Not copied.
 		u32 m_Flags;
 
+		constexpr SNodeDescriptor(const char *name, const char *fileAndFunction, const CFloat4 &color, u32 flags)
+			: m_Color(color)
+			, m_ColorRGBA8(_Pack(color.x(), color.y(), color.z(), color.w()))
+			, m_ColorBGRA8(_Pack(color.z(), color.y(), color.x(), color.w()))
+			, m_Name(name)
+			, m_FileAndFunction(fileAndFunction)
+			, m_Flags(flags)
+		{
+		}
 		/// An opaque colour.
-		SNodeDescriptor(const char *name, const char *fileAndFunction, const CFloat3 &color, u32 flags);
-		SNodeDescriptor(const char *name, const char *fileAndFunction, const CFloat4 &color, u32 flags);
+		constexpr SNodeDescriptor(const char *name, const char *fileAndFunction, const CFloat3 &color, u32 flags)
+			: SNodeDescriptor(name, fileAndFunction, CFloat4(color.x(), color.y(), color.z(), 1.0f), flags)
+		{
+		}
 
-		/// An opaque colour made from a name: the same name gives the same colour.
-		static CFloat4 AutogenColor(const char *name);
+		/// An opaque colour made from a name: the same name gives the same colour. Channels stay above a quarter, so that
+		/// dark text and black backgrounds both stand out.
+		static constexpr CFloat4 AutogenColor(const char *name)
+		{
+			u32 hash = 2166136261u; // FNV-1a, whose low bytes spread short names well
+			for (const char *c = name; *c != '\0'; ++c)
+				hash = (hash ^ u8(*c)) * 16777619u;
+			return CFloat4(_Channel(hash), _Channel(hash >> 8), _Channel(hash >> 16), 1.0f);
+		}
+
+	private:
+		static constexpr float _Channel(u32 hash) { return 0.25f + 0.75f * float(hash & 0xFF) / 255.0f; }
+
+		static constexpr u32 _ToByte(float channel)
+		{
+			const float clamped = channel < 0.0f ? 0.0f : (channel > 1.0f ? 1.0f : channel);
+			return u32(clamped * 255.0f + 0.5f);
+		}
+
+		// first takes the lowest byte, then green, third and alpha.
+		static constexpr u32 _Pack(float first, float green, float third, float alpha)
+		{
+			return _ToByte(first) | _ToByte(green) << 8 | _ToByte(third) << 16 | _ToByte(alpha) << 24;
+		}
 	};
 
 	/// Hands scopes to the host's handler, or drops them.
@@ -102,7 +135,8 @@ namespace Profiler
 } // namespace Profiler
 } // namespace Vexmoor
 
-/// Opens a scope that lasts to the end of the enclosing block. _color is a CFloat3 or a CFloat4.
+/// Opens a scope that lasts to the end of the enclosing block. The colour is a CFloat3 or a CFloat4; of constants, it
+/// costs nothing at run time.
 #define VX_PROFILE_SCOPE_COLOR(_name, ...)                                         \
 	static const ::Vexmoor::Profiler::SNodeDescriptor VX_JOIN(vxNode, __LINE__)(   \
 		_name, __FILE__, __VA_ARGS__, ::Vexmoor::Profiler::SNodeDescriptor::None); \

@@ -21,14 +21,14 @@ template<typename _Scalar, u32 _Dimension>
 class TVector
 {
 public:
-	TVector() = default;
+	constexpr TVector() = default;
 	template<u32 _D = _Dimension, typename = std::enable_if_t<_D == 3>>
-	TVector(_Scalar x, _Scalar y, _Scalar z)
+	constexpr TVector(_Scalar x, _Scalar y, _Scalar z)
 		: m_Axes{x, y, z}
 	{
 	}
 	template<u32 _D = _Dimension, typename = std::enable_if_t<_D == 4>>
-	TVector(_Scalar x, _Scalar y, _Scalar z, _Scalar w)
+	constexpr TVector(_Scalar x, _Scalar y, _Scalar z, _Scalar w)
 		: m_Axes{x, y, z, w}
 	{
 	}
@@ -36,9 +36,9 @@ public:
 	_Scalar &x() { return m_Axes[0]; }
 	_Scalar &y() { return m_Axes[1]; }
 	_Scalar &z() { return m_Axes[2]; }
-	const _Scalar &x() const { return m_Axes[0]; }
-	const _Scalar &y() const { return m_Axes[1]; }
-	const _Scalar &z() const { return m_Axes[2]; }
+	constexpr const _Scalar &x() const { return m_Axes[0]; }
+	constexpr const _Scalar &y() const { return m_Axes[1]; }
+	constexpr const _Scalar &z() const { return m_Axes[2]; }
 
 	template<u32 _D = _Dimension, typename = std::enable_if_t<_D == 4>>
 	_Scalar &w()
@@ -46,13 +46,13 @@ public:
 		return m_Axes[3];
 	}
 	template<u32 _D = _Dimension, typename = std::enable_if_t<_D == 4>>
-	const _Scalar &w() const
+	constexpr const _Scalar &w() const
 	{
 		return m_Axes[3];
 	}
 
 	_Scalar &operator[](u32 axis) { return m_Axes[axis]; }
-	const _Scalar &operator[](u32 axis) const { return m_Axes[axis]; }
+	constexpr const _Scalar &operator[](u32 axis) const { return m_Axes[axis]; }
 
 	const _Scalar *Data() const { return m_Axes; }
 

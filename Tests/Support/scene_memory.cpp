@@ -1,0 +1,450 @@
+// Lays scenes out in guarded memory and compares what a sort leaves there with the model's result.
+
+#include "scene_memory.h"
+
+#include "diagnostics.h"
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <optional>
+
+using namespace Vexmoor;
+
+namespace Support
+{
+typedef TStridedMemoryView<const CFloat3, -1> CPositionView;
+typedef TStridedMemoryView<const float, -1> CValueView;
+typedef TStridedMemoryView<const u8, -1> CEnabledView;
+
+static u32 BytesPerIndex(const Model::SScene &scene)
+{
+	return scene.m_IndexType == Model::EIndexType::U32 ? 4 : 2;
+}
+
+static u32 WorkingBufferSize(const Model::SScene &scene)
+{
+	return scene.m_Geometry == Model::EGeometry::PerPage
+	           ? CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(scene.m_TriangleIndexCount)
+	           : CTriangleSorter::GetAutogenIndicesWorkingBufferSize(scene.m_ParticleCount);
+}
+
+// --- Scenes ----------------------------------------------------------------------------------------------------------
+
+u32 FloatBits(float value)
+{
+	u32 bits;
+	std::memcpy(&bits, &value, sizeof(bits));
+	return bits;
+}
+
+Model::SScene OnePage(u32 particleCount, u32 width, Model::EGeometry geometry)
+{
+	Model::SScene scene;
+	scene.m_SortType = Model::ESortType::ByValue;
+	scene.m_Geometry = geometry;
+	scene.m_VerticesPerParticle = 4;
+	scene.m_VertexCount = particleCount * 4;
+	scene.m_IndexCapacity = particleCount * width;
+	for (u32 i = 0; i < width; ++i)
+		scene.m_Pattern.push_back(i % 4);
+
+	scene.m_ParticleCount = particleCount;
+	scene.m_Pages.resize(1);
+	scene.m_Pages[0].m_RenderedCount = particleCount;
+	for (u32 i = 0; i < particleCount; ++i)
+	{
+		scene.m_Pages[0].m_Values.m_Elements.push_back(FloatBits(float(i)));
+		scene.m_Pages[0].m_Positions.m_Elements.push_back({0, 0, FloatBits(float(i + 1))});
+		if (geometry != Model::EGeometry::Constant)
+			scene.m_IndexList.push_back(i * 4);
+	}
+	if (geometry == Model::EGeometry::IndexListAndQuadCenters)
+		scene.m_QuadCenters.resize((particleCount + 1) * 16);
+	return scene;
+}
+
+SSceneLayout WithoutWorkingBuffer()
+{
+	SSceneLayout layout;
+	layout.m_SorterAllocates = true;
+	return layout;
+}
+
+// --- Layout ----------------------------------------------------------------------------------------------------------
+
+CSceneMemory::CSceneMemory(const Model::SScene &scene, const SSceneLayout &layout)
+	: m_Scene(scene)
+	, m_Layout(layout)
+	, m_PageCount(u32(scene.m_Pages.size()))
+	, m_Nothing(0)
+	, m_Output(std::size_t(scene.m_IndexCapacity) * BytesPerIndex(scene), scene.m_OutputAddressMod16, layout.m_Flush)
+{
+	if (!layout.m_SorterAllocates)
+		m_WorkingBuffer = std::make_unique<CGuardedMemory>(WorkingBufferSize(scene), 0, layout.m_Flush);
+	_AddPages();
+	_AddGeometry();
+
+	m_Sorter = new (_AddInput(sizeof(CTriangleSorter), 0)) CTriangleSorter;
+	SetUpOutput(*m_Sorter);
+	SetUpInput(*m_Sorter);
+	SetUpGeometry(*m_Sorter);
+}
+
+CSceneMemory::~CSceneMemory()
+{
+	m_Sorter->~CTriangleSorter();
+	for (u32 i = 0; m_PagePatterns != nullptr && i < m_PageCount; ++i)
+		m_PagePatterns[i].~TArray();
+}
+
+unsigned char *CSceneMemory::_AddInput(std::size_t size, std::size_t addressMod16)
+{
+	m_Inputs.emplace_back(size, addressMod16, m_Layout.m_Flush);
+	return m_Inputs.back().Data();
+}
+
+// Elements of a view: each copied to its place, the bytes between them left as they are, none behind the last.
+template<typename _Element>
+static void CopyElements(unsigned char *to, const std::vector<_Element> &elements, std::size_t stride)
+{
+	for (const _Element &element : elements)
+	{
+		std::memcpy(to, static_cast<const void *>(&element), sizeof(_Element));
+		to += stride;
+	}
+}
+
+template<typename _Element>
+_Element *CSceneMemory::_AddInputArray(const std::vector<_Element> &elements, std::size_t stride)
+{
+	if (elements.empty())
+		return m_Nothing.As<_Element>();
+	unsigned char *const data = _AddInput((elements.size() - 1) * stride + sizeof(_Element), 0);
+	CopyElements(data, elements, stride);
+	return reinterpret_cast<_Element *>(data);
+}
+
+// A page of nothing has a view without memory behind it, or without even an address.
+template<typename _View>
+static _View EmptyView(void *address, u32 stride, u32 pageId)
+{
+	return pageId % 2 == 0 ? _View() : _View(reinterpret_cast<decltype(_View().Data())>(address), 0, stride);
+}
+
+void CSceneMemory::_AddPages()
+{
+	std::vector<CPositionView> positions;
+	std::vector<CValueView> values;
+	std::vector<CEnabledView> enableds;
+	std::vector<u32> renderedCounts;
+	const auto addView = [this](auto &views, const auto &elements, u32 stride, u32 addressMod16, u32 pageId)
+	{
+		typedef typename std::remove_reference_t<decltype(views)>::value_type CView;
+		const u32 count = u32(elements.size());
+		unsigned char *data = m_Nothing.Data();
+		if (count == 0)
+		{
+			views.push_back(EmptyView<CView>(data, stride, pageId));
+			return;
+		}
+		if (m_Scene.m_Pages[pageId].m_RenderedCount != 0)
+		{
+			data = _AddInput(std::size_t(count - 1) * stride + sizeof(elements[0]), addressMod16);
+			CopyElements(data, stride == 0 ? std::vector(1, elements[0]) : elements, stride);
+		}
+		views.push_back(CView(reinterpret_cast<decltype(CView().Data())>(data), count, stride));
+	};
+
+	for (u32 i = 0; i < m_PageCount; ++i)
+	{
+		const Model::SPage &page = m_Scene.m_Pages[i];
+		if (m_Scene.m_SortType == Model::ESortType::ByPosition)
+			addView(
+				positions, page.m_Positions.m_Elements, page.m_Positions.m_Stride, page.m_Positions.m_AddressMod16, i);
+		else
+			addView(values, page.m_Values.m_Elements, page.m_Values.m_Stride, page.m_Values.m_AddressMod16, i);
+		addView(enableds, page.m_Enabled, 1, page.m_EnabledAddressMod16, i);
+		renderedCounts.push_back(page.m_RenderedCount);
+	}
+	m_PositionPages = _AddInputArray(positions, m_Layout.m_PageViewStride);
+	m_SortKeyPages = _AddInputArray(values, m_Layout.m_PageViewStride);
+	m_EnabledPages = _AddInputArray(enableds, m_Layout.m_PageViewStride);
+	m_RenderedCounts = _AddInputArray(renderedCounts, m_Layout.m_RenderedCountStride);
+}
+
+void CSceneMemory::_AddGeometry()
+{
+	if (m_Scene.m_Geometry == Model::EGeometry::PerPage)
+	{
+		std::vector<u32> vertexCounts;
+		unsigned char *const patterns = _AddInput(m_PageCount * sizeof(CTriangleSorter::CIndexPattern), 0);
+		m_PagePatterns = reinterpret_cast<CTriangleSorter::CIndexPattern *>(patterns);
+		for (u32 i = 0; i < m_PageCount; ++i)
+		{
+			const std::vector<u32> &pattern = m_Scene.m_Pages[i].m_Pattern;
+			new (m_PagePatterns + i)
+				CTriangleSorter::CIndexPattern(TMemoryView<const u32>(pattern.data(), u32(pattern.size())));
+			vertexCounts.push_back(m_Scene.m_Pages[i].m_VerticesPerParticle);
+		}
+		m_PageVertexCounts = _AddInputArray(vertexCounts);
+		return;
+	}
+
+	if (!m_Scene.m_IndexList.empty())
+	{
+		unsigned char *const list = _AddInput(m_Scene.m_IndexList.size() * 4, m_Scene.m_IndexListAddressMod16);
+		CopyElements(list, m_Scene.m_IndexList, 4);
+		m_IndexList = reinterpret_cast<u32 *>(list);
+	}
+	m_QuadCenters = reinterpret_cast<CFloat4 *>(_AddInputArray(m_Scene.m_QuadCenters));
+}
+
+// --- Set-up and sort -------------------------------------------------------------------------------------------------
+
+void CSceneMemory::SetUpOutput(CTriangleSorter &sorter) const
+{
+	if (m_Scene.m_IndexType == Model::EIndexType::U32)
+		sorter.Setup_OutputIndexBuffer({m_Output.As<u32>(), m_Scene.m_IndexCapacity}, m_Scene.m_VertexCount);
+	else
+		sorter.Setup_OutputIndexBuffer({m_Output.As<u16>(), m_Scene.m_IndexCapacity}, m_Scene.m_VertexCount);
+}
+
+void CSceneMemory::SetUpInput(CTriangleSorter &sorter) const
+{
+	const CTriangleSorter::CEnabledPages enableds(
+		static_cast<const CEnabledView *>(m_EnabledPages), m_PageCount, m_Layout.m_PageViewStride);
+	const CTriangleSorter::CRenderedCounts renderedCounts(
+		m_RenderedCounts, m_PageCount, m_Layout.m_RenderedCountStride);
+	CFloat3 camera;
+	std::memcpy(static_cast<void *>(&camera), &m_Scene.m_Camera, sizeof(camera));
+
+	if (m_Scene.m_SortType == Model::ESortType::ByPosition)
+	{
+		const CTriangleSorter::CPositionPages positions(
+			static_cast<const CPositionView *>(m_PositionPages), m_PageCount, m_Layout.m_PageViewStride);
+		sorter.Setup_InputPageCache(positions, enableds, renderedCounts, m_Scene.m_ParticleCount, camera);
+		return;
+	}
+	const CTriangleSorter::CSortKeyPages sortKeys(
+		static_cast<const CValueView *>(m_SortKeyPages), m_PageCount, m_Layout.m_PageViewStride);
+	if (m_Scene.m_Geometry == Model::EGeometry::IndexListAndQuadCenters)
+		sorter.Setup_InputPageCache(sortKeys, enableds, renderedCounts, m_Scene.m_ParticleCount, camera);
+	else
+		sorter.Setup_InputPageCache(sortKeys, enableds, renderedCounts, m_Scene.m_ParticleCount);
+}
+
+void CSceneMemory::SetUpGeometry(CTriangleSorter &sorter) const
+{
+	std::vector<u32> patternCopy = m_Scene.m_Pattern; // the sorter makes its own copy of this one
+	const TMemoryView<u32> pattern(patternCopy.data(), u32(patternCopy.size()));
+	const TMemoryView<const u32> indexList(m_IndexList, u32(m_Scene.m_IndexList.size()));
+	switch (m_Scene.m_Geometry)
+	{
+	case Model::EGeometry::Constant:
+		sorter.Setup_Geometry(pattern, m_Scene.m_VerticesPerParticle);
+		break;
+	case Model::EGeometry::IndexList:
+		sorter.Setup_Geometry(pattern, indexList);
+		break;
+	case Model::EGeometry::IndexListAndQuadCenters:
+		sorter.Setup_Geometry(pattern, indexList,
+			TMemoryView<const CFloat4>(m_QuadCenters, u32(m_Scene.m_QuadCenters.size())),
+			m_Scene.m_VerticesPerParticle);
+		break;
+	case Model::EGeometry::PerPage:
+		sorter.Setup_Geometry(TMemoryView<const CTriangleSorter::CIndexPattern>(m_PagePatterns, m_PageCount),
+			TMemoryView<const u32>(m_PageVertexCounts, m_PageCount), m_Scene.m_TriangleIndexCount);
+		break;
+	}
+}
+
+void CSceneMemory::Protect()
+{
+	for (CGuardedMemory &input : m_Inputs)
+		input.Protect();
+}
+
+void CSceneMemory::Sort()
+{
+	Protect();
+	if (m_Scene.m_Geometry == Model::EGeometry::PerPage)
+		m_Sorter->SortTriangles_AutogenIndices(WorkingBuffer());
+	else
+		m_Sorter->SortPoints_AutogenIndices(WorkingBuffer());
+}
+
+// --- Comparison ------------------------------------------------------------------------------------------------------
+
+template<typename _Index>
+static testing::AssertionResult OutputHolds(const _Index *output, const std::vector<std::optional<u32>> &expected)
+{
+	_Index untouched;
+	std::memset(&untouched, CGuardedMemory::kInitialByte, sizeof(untouched));
+	for (std::size_t i = 0; i < expected.size(); ++i)
+	{
+		const u32 index = expected[i].value_or(untouched);
+		if (output[i] != index)
+			return testing::AssertionFailure() << "output " << i << " of " << expected.size() << " is " << output[i]
+			                                   << ", not " << (expected[i] ? "" : "untouched: ") << index;
+	}
+	return testing::AssertionSuccess();
+}
+
+static testing::AssertionResult RecordsHold(
+	const char *name, const SIndexAndDepth *records, const std::vector<Model::SRecord> &expected)
+{
+	for (std::size_t i = 0; i < expected.size(); ++i)
+	{
+		if (records[i].m_Depth != expected[i].m_Key || records[i].m_Index != expected[i].m_Index)
+			return testing::AssertionFailure()
+			       << name << ": record " << i << " of " << expected.size() << " is {" << records[i].m_Depth << ", "
+			       << records[i].m_Index << "}, not {" << expected[i].m_Key << ", " << expected[i].m_Index << "}";
+	}
+	return testing::AssertionSuccess();
+}
+
+testing::AssertionResult CSceneMemory::_SurroundingsIntact() const
+{
+	if (!m_Output.SurroundingsIntact())
+		return testing::AssertionFailure() << "bytes around the output have changed";
+	if (m_WorkingBuffer != nullptr && !m_WorkingBuffer->SurroundingsIntact())
+		return testing::AssertionFailure() << "bytes around the working buffer have changed";
+	return testing::AssertionSuccess();
+}
+
+testing::AssertionResult CSceneMemory::Holds(const Model::SSortResult &result) const
+{
+	testing::AssertionResult holds = m_Scene.m_IndexType == Model::EIndexType::U32
+	                                     ? OutputHolds(m_Output.As<u32>(), result.m_Output)
+	                                     : OutputHolds(m_Output.As<u16>(), result.m_Output);
+	if (holds && m_WorkingBuffer != nullptr)
+	{
+		const SIndexAndDepth *const records = m_WorkingBuffer->As<SIndexAndDepth>();
+		const std::size_t paddedCount = (result.m_Sorted.size() + 1) / 2 * 2;
+		holds = RecordsHold("sorted", records, result.m_Sorted);
+		if (holds && m_Scene.m_Geometry != Model::EGeometry::PerPage)
+			holds = RecordsHold("second array", records + paddedCount, result.m_Scratch);
+	}
+	return holds ? _SurroundingsIntact() : holds;
+}
+
+testing::AssertionResult CSceneMemory::OutputUntouched() const
+{
+	for (std::size_t i = 0; i < m_Output.Size(); ++i)
+	{
+		if (m_Output.Data()[i] != CGuardedMemory::kInitialByte)
+			return testing::AssertionFailure() << "byte " << i << " of the output has changed";
+	}
+	return _SurroundingsIntact();
+}
+
+// --- Reports and warnings --------------------------------------------------------------------------------------------
+
+// A page that starts on an odd triangle says so when its records are expanded and when they are widened.
+static std::vector<std::string> ExpectedTriangleReports(const Model::SScene &scene)
+{
+	std::vector<std::string> reports;
+	u32 startPrim = 0;
+	u32 startIndex = 0;
+	for (const Model::SPage &page : scene.m_Pages)
+	{
+		if (startIndex + page.m_VerticesPerParticle > scene.m_VertexCount)
+			break;
+		const u32 affordable = (scene.m_VertexCount - startIndex) / page.m_VerticesPerParticle;
+		const u32 particleCount = std::min(page.m_RenderedCount, affordable);
+		if (particleCount != 0 && startPrim % 2 != 0)
+		{
+			reports.push_back("Mem::IsAligned<0x10>(it)");
+			reports.push_back("Mem::IsAligned<0x10>(inoutList.Data())");
+		}
+		startPrim += particleCount * u32(page.m_Pattern.size()) / 3;
+		startIndex += particleCount * page.m_VerticesPerParticle;
+	}
+	return reports;
+}
+
+std::vector<std::string> ExpectedReports(const Model::SScene &scene, const Model::SSortResult &result)
+{
+	if (scene.m_Geometry == Model::EGeometry::PerPage)
+		return ExpectedTriangleReports(scene);
+	if (result.m_ReadOffset >= scene.m_ParticleCount) // no record, or an even number of them and none to write
+		return {"index < m_Count"};
+	return {};
+}
+
+static std::string SiteKey(u32 line)
+{
+	return "[l." + std::to_string(line) + "] @ " + kSorterFile;
+}
+
+// Whether a 32-bit worker speaks of an unaligned destination when there is nothing to write is open.
+static bool IsOpen(const Model::SScene &scene, const Model::SSortResult &result, const std::string &key)
+{
+	const bool expandsNothing =
+		scene.m_IndexType == Model::EIndexType::U32 && result.m_WriteCount == 0 &&
+		(scene.m_Geometry == Model::EGeometry::Constant || scene.m_Geometry == Model::EGeometry::IndexList);
+	constexpr u32 kUnalignedSites[] = {556, 328, 248, 477};
+	return expandsNothing && std::any_of(std::begin(kUnalignedSites), std::end(kUnalignedSites),
+								 [&key](u32 line) { return key == SiteKey(line); });
+}
+
+typedef std::vector<CLogUniqueCollection::SEntry> CEntries;
+
+static void Touch(CEntries &entries, const std::string &key, const std::string &message)
+{
+	const auto known = std::find_if(entries.begin(), entries.end(),
+		[&key](const CLogUniqueCollection::SEntry &entry) { return entry.m_Key == key; });
+	if (known != entries.end())
+		++known->m_TouchCount;
+	else
+		entries.push_back({key, message, 1});
+}
+
+static std::string Text(const CEntries &entries)
+{
+	std::string text;
+	for (const CLogUniqueCollection::SEntry &entry : entries)
+		text += "\n  " + std::to_string(entry.m_TouchCount) + " x " + entry.m_Key + " " + entry.m_Message;
+	return text;
+}
+
+static testing::AssertionResult WarningsMatch(
+	const Model::SScene &scene, const Model::SSortResult &result, const CWarningRecorder &warnings)
+{
+	CEntries expected;
+	for (const Model::SWarning &warning : result.m_Warnings)
+		Touch(expected, SiteKey(warning.m_Line), warning.m_Text);
+
+	CEntries recorded = warnings.Entries();
+	u32 touches = 0;
+	for (const CLogUniqueCollection::SEntry &entry : recorded)
+		touches += entry.m_TouchCount;
+	if (touches != warnings.Hazards())
+		return testing::AssertionFailure() << touches << " warnings, " << warnings.Hazards() << " hazards";
+
+	const auto isOpen = [&](const CLogUniqueCollection::SEntry &entry) { return IsOpen(scene, result, entry.m_Key); };
+	expected.erase(std::remove_if(expected.begin(), expected.end(), isOpen), expected.end());
+	recorded.erase(std::remove_if(recorded.begin(), recorded.end(), isOpen), recorded.end());
+	if (Text(recorded) != Text(expected))
+		return testing::AssertionFailure() << "warnings:" << Text(recorded) << "\nnot:" << Text(expected);
+	return testing::AssertionSuccess();
+}
+
+testing::AssertionResult SortsLikeTheModel(const Model::SScene &scene, const SSceneLayout &layout)
+{
+	const Model::SSortResult result =
+		scene.m_Geometry == Model::EGeometry::PerPage ? Model::TriangleSort(scene) : Model::PointSort(scene);
+	CSceneMemory memory(scene, layout);
+	CReportRecorder reports;
+	CWarningRecorder warnings;
+	memory.Sort();
+
+	const std::vector<std::string> expectedReports =
+		VX_ASSERTIONS ? ExpectedReports(scene, result) : std::vector<std::string>();
+	if (reports.Texts() != expectedReports)
+		return testing::AssertionFailure() << "reports: " << testing::PrintToString(reports.Texts())
+		                                   << "\nnot: " << testing::PrintToString(expectedReports);
+	const testing::AssertionResult holds = memory.Holds(result);
+	return holds ? WarningsMatch(scene, result, warnings) : holds;
+}
+} // namespace Support

@@ -1,0 +1,344 @@
+// Records of one page whose vertex bases come from a list: valid and invalid entries in every loop, their pairing with
+// the enabled particles, source order, and warnings and reports of both overloads.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "diagnostics.h"
+#include "fill_calls.h"
+#include <cstdio>
+#include <gtest/gtest.h>
+
+using namespace Vexmoor;
+using namespace Support;
+
+namespace
+{
+typedef std::vector<Model::SRecord> CRecords;
+typedef std::vector<std::string> CTexts;
+
+constexpr EFill kBoth[] = {EFill::PositionsByList, EFill::ValuesByList};
+
+CRecords Filled(EFill fill, const Model::SFillCall &call)
+{
+	const CFillMemory memory(fill, call);
+	memory.Run();
+	EXPECT_TRUE(memory.SurroundingsIntact());
+	return memory.Records();
+}
+
+CRecords ModelRecords(EFill fill, const Model::SFillCall &call)
+{
+	Model::SWarnings warnings;
+	return Support::ModelRecords(fill, call, warnings);
+}
+
+void ExpectReports(const CReportRecorder &reports, const CTexts &texts)
+{
+	EXPECT_EQ(reports.Texts(), VX_ASSERTIONS ? texts : CTexts());
+}
+
+Model::SFillCall WithStride(Model::SFillCall call, u32 stride)
+{
+	call.m_Page.m_Positions.m_Stride = call.m_Page.m_Values.m_Stride = stride;
+	return call;
+}
+
+// A call of each loop and of compaction, twelve records each: a head where the list is off 16 bytes, groups, a tail.
+struct SPath
+{
+	EFill m_Fill;
+	Model::SFillCall m_Call;
+	u32 m_KeyFar;
+};
+std::vector<SPath> EveryPath()
+{
+	std::vector<SPath> paths;
+	for (const EFill fill : kBoth)
+	{
+		const u32 keyFar = IsByPosition(fill) ? 0x807FFFFFu : 0x007FFFFFu;
+		const u32 packed = IsByPosition(fill) ? 12 : 4;
+		for (const u32 stride : {packed, packed + 4, 0u})
+		{
+			for (const u32 address : {0u, 8u})
+			{
+				for (const u32 sourceAddress : {0u, 4u})
+				{
+					Model::SFillCall call = WithStride(MakeFillCall(12), stride);
+					call.m_RecordsAddressMod16 = address;
+					call.m_Page.m_Positions.m_AddressMod16 = call.m_Page.m_Values.m_AddressMod16 = sourceAddress;
+					paths.push_back({fill, call, keyFar});
+				}
+				Model::SFillCall call =
+					WithStride(MakeCompactingCall({1, 1, 0, 1, 1, 1, 1, 0, 0, 1, 1, 1, 1, 1, 1, 0}), stride);
+				call.m_RecordsAddressMod16 = address;
+				paths.push_back({fill, call, 0x007FFFFFu}); // compaction ends in values
+			}
+		}
+	}
+	return paths;
+}
+} // namespace
+
+TEST(FillIndexList, EmptyListOfEmptySource_WritesNothing)
+{
+	const CExpectReports none;
+	CTriangleSorter::FillSortingIndirectionsListPoint_Indices(
+		TMemoryView<SIndexAndDepth>(), TStridedMemoryView<const CFloat3>(), CFloat3(), {}, null, 6);
+	CTriangleSorter::FillSortingIndirectionsListPoint_Indices(
+		TMemoryView<SIndexAndDepth>(), TStridedMemoryView<const float>(), {}, null, 6);
+	for (const EFill fill : kBoth)
+	{
+		for (const u32 address : {0u, 8u})
+		{
+			Model::SFillCall call = MakeFillCall(0);
+			call.m_RecordsAddressMod16 = address;
+			ExpectAsModel(fill, call, CGuardedMemory::FlushEnd);
+			ExpectAsModel(fill, call, CGuardedMemory::FlushStart);
+		}
+	}
+}
+
+TEST(FillIndexList, AllDisabled_TouchesNothing)
+{
+	const CExpectReports none;
+	for (const EFill fill : kBoth)
+	{
+		CFillMemory memory(fill, MakeFillCall(0));
+		memory.m_SourceCount = memory.m_EnabledCount = 5; // of inaccessible memory
+		memory.Run();
+		EXPECT_TRUE(memory.SurroundingsIntact());
+	}
+}
+
+// Every path in turn meets the entry in each of its records; the records around it keep their own entries.
+TEST(FillIndexList, Entry_IsValidBelowTheVertexCountAlone)
+{
+	const struct
+	{
+		u32 m_Entry, m_MaxVertexId;
+		bool m_Valid;
+	} cases[] = {
+		{0,           1,           true },
+		{999,         1000,        true },
+		{1000,        1000,        false},
+		{1001,        1000,        false},
+		{0xFFFFFFFFu, 1000,        false},
+		{0x80000000u, 0x7FFFFFFFu, false}, // unsigned: the sign bit is a bit like any other
+		{0x80000000u, 0x80000000u, false},
+		{0x7FFFFFFFu, 0x80000000u, true },
+		{0x80000000u, 0x80000001u, true },
+		{0xFFFFFFFEu, 0xFFFFFFFFu, true },
+		{0xFFFFFFFFu, 0xFFFFFFFFu, false},
+	};
+	const CWarningRecorder quiet;
+	const CExpectReports none;
+	for (const auto &row : cases)
+	{
+		for (SPath path : EveryPath())
+		{
+			path.m_Call.m_MaxVertexId = 0xFFFFFFFFu; // every entry of the call is valid: the keys themselves
+			const CRecords keyed = Filled(path.m_Fill, path.m_Call);
+			path.m_Call.m_MaxVertexId = row.m_MaxVertexId;
+			for (u32 at = 0; at < path.m_Call.m_RecordCount; ++at)
+			{
+				CRecords expected = keyed;
+				for (u32 i = 0; i < path.m_Call.m_RecordCount; ++i)
+				{
+					path.m_Call.m_IndexList[i] = i == at ? row.m_Entry : 0;
+					expected[i].m_Index = i == at ? row.m_Entry : 0;
+				}
+				if (!row.m_Valid)
+					expected[at] = {path.m_KeyFar, 0};
+				ASSERT_TRUE(SameRecords(expected, Filled(path.m_Fill, path.m_Call)))
+					<< "entry " << row.m_Entry << " of " << row.m_MaxVertexId << " in record " << at << ", function "
+					<< int(path.m_Fill);
+			}
+		}
+	}
+}
+
+// No entry is below 0.
+TEST(FillIndexList, NoVertices_MakesEveryRecordFar)
+{
+	const CWarningRecorder quiet;
+	for (SPath path : EveryPath())
+	{
+		path.m_Call.m_MaxVertexId = 0;
+		path.m_Call.m_IndexList.assign(path.m_Call.m_RecordCount, 0);
+		const CRecords far(path.m_Call.m_RecordCount, Model::SRecord{path.m_KeyFar, 0});
+		EXPECT_TRUE(SameRecords(far, Filled(path.m_Fill, path.m_Call)));
+	}
+}
+
+// Where a sequence is stored as 2, 3, 0, 1, a list is not.
+TEST(FillIndexList, Records_LieInSourceOrder)
+{
+	const CWarningRecorder quiet;
+	for (SPath path : EveryPath())
+	{
+		for (u32 i = 0; i < path.m_Call.m_RecordCount; ++i)
+			path.m_Call.m_IndexList[i] = 3 * i;
+		const CRecords records = Filled(path.m_Fill, path.m_Call);
+		for (u32 i = 0; i < records.size(); ++i)
+			EXPECT_EQ(records[i].m_Index, 3 * i) << "of function " << int(path.m_Fill);
+	}
+}
+
+// Entry k belongs to record k, the k-th enabled particle, and says nothing of the disabled ones.
+TEST(FillIndexList, DisabledParticles_TakeNoEntry)
+{
+	Model::SFillCall call = MakeCompactingCall({0, 1, 0, 0xFF, 2});
+	call.m_Page.m_Values.m_Elements = {0x7F800000u, 0x40000000u, 0xFF800000u, 0xBF800000u, 0x00000000u};
+	call.m_IndexList = {70, 90, 10};
+	call.m_MaxVertexId = 90;
+	const CExpectReports none;
+	const CRecords expected = {
+		{0xC0000000u, 70},
+		{0x007FFFFFu, 0 },
+		{0x80000000u, 10},
+	};
+	EXPECT_TRUE(SameRecords(expected, Filled(EFill::ValuesByList, call)));
+}
+
+TEST(FillIndexList, FivePackedPositions_KeepTheirOrder)
+{
+	Model::SFillCall call = MakeFillCall(5);
+	call.m_Camera = {0, 0, 0};
+	// At the origin, and 1, 2, 3 and 5 away from it.
+	call.m_Page.m_Positions.m_Elements = {
+		{0,           0,           0          },
+		{0x3F800000u, 0,           0          },
+		{0,           0x40000000u, 0          },
+		{0,           0,           0x40400000u},
+		{0x40400000u, 0xC0800000u, 0          },
+	};
+	call.m_IndexList = {40, 7, 50, 49, 0};
+	call.m_MaxVertexId = 50;
+	const CExpectReports none;
+	const CRecords expected = {
+		{0xFFFFFFFFu,  40},
+		{~0x3F800000u, 7 },
+		{0x807FFFFFu,  0 },
+		{~0x41100000u, 49},
+		{~0x41C80000u, 0 },
+	};
+	EXPECT_TRUE(SameRecords(expected, Filled(EFill::PositionsByList, call)));
+}
+
+TEST(FillIndexList, EveryLoop_MatchesTheModel)
+{
+	for (const EFill fill : kBoth)
+		ExpectEveryLoopAsModel(fill);
+}
+
+TEST(FillIndexList, EveryCompaction_MatchesTheModel)
+{
+	for (const EFill fill : kBoth)
+		ExpectEveryCompactionAsModel(fill);
+}
+
+TEST(FillIndexList, SourceAndListAtTheEndOfMemory_AreNotReadPast)
+{
+	for (const EFill fill : kBoth)
+		ExpectNothingReadPastTheEnd(fill);
+}
+
+TEST(FillIndexList, UncommonStride_WarnsAtSitesOfItsOwn)
+{
+	const struct
+	{
+		EFill m_Fill;
+		u32 m_Stride;
+		int m_Site;
+		const char *m_Message;
+	} cases[] = {
+		{EFill::PositionsByList, 12, 0,    ""												   },
+		{EFill::PositionsByList, 0,  0,    ""												   },
+		{EFill::PositionsByList, 16, 2129, "Render sort: input positions have uncommon stride"  },
+		{EFill::ValuesByList,    4,  0,    ""												   },
+		{EFill::ValuesByList,    0,  0,    ""												   },
+		{EFill::ValuesByList,    8,  2315, "Render sort: input sort-values have uncommon stride"},
+	};
+	for (const auto &row : cases)
+	{
+		SCOPED_TRACE(testing::Message() << "function " << int(row.m_Fill) << ", stride " << row.m_Stride);
+		const CWarningRecorder warnings;
+		for (u32 i = 0; i < 2; ++i)
+			Filled(row.m_Fill, WithStride(MakeFillCall(7), row.m_Stride));
+		EXPECT_EQ(warnings.Hazards(), row.m_Site == 0 ? 0u : 2u);
+		EXPECT_EQ(warnings.Sites(), row.m_Site == 0 ? std::vector<int>() : std::vector<int>{row.m_Site});
+		EXPECT_EQ(warnings.Messages(), row.m_Site == 0 ? CTexts() : CTexts{row.m_Message});
+	}
+}
+
+// Filters of a host name sites, so each function has its own.
+TEST(FillIndexList, SitesOfBothVariants_AreFourEntries)
+{
+	const CWarningRecorder warnings;
+	for (const EFill fill :
+		{EFill::PositionsInSequence, EFill::ValuesInSequence, EFill::PositionsByList, EFill::ValuesByList})
+		Filled(fill, WithStride(MakeFillCall(3), 16));
+	EXPECT_EQ(warnings.Sites(), (std::vector<int>{1776, 1950, 2129, 2315}));
+}
+
+// Both at once, and the bytes are read one by one all the same.
+TEST(FillIndexList, EnabledBytes_AreReportedWhereTheyDoNotFit)
+{
+	for (const EFill fill : kBoth)
+	{
+		const Model::SFillCall call = MakeCompactingCall({1, 0, 1, 1, 0, 1});
+		CFillMemory memory(fill, call);
+		memory.m_EnabledCount = 7;
+		memory.m_EnabledStride = 2;
+		CReportRecorder reports;
+		memory.Run();
+		const char *const counts =
+			IsByPosition(fill) ? "enableds.Count() == positions.Count()" : "enableds.Count() == sortValues.Count()";
+		ExpectReports(reports, {counts, "enableds.Contiguous()"});
+		EXPECT_TRUE(SameRecords(ModelRecords(fill, call), memory.Records()));
+	}
+}
+
+// With fewer enabled particles than records the walk goes on behind the view, where there is memory here.
+TEST(FillIndexList, TooFewEnabled_ReportsTheAccessPastTheView)
+{
+	for (const EFill fill : kBoth)
+	{
+		const Model::SFillCall call = MakeCompactingCall({0, 1, 0, 0, 0, 1});
+		CFillMemory memory(fill, call);
+		memory.m_SourceCount = memory.m_EnabledCount = 5; // of six in memory
+		CReportRecorder reports;
+		memory.Run();
+		ExpectReports(reports, {"_CanAccess(0)"});
+		EXPECT_TRUE(SameRecords(ModelRecords(fill, call), memory.Records()));
+	}
+}
+
+// Broken input that stays inside memory: the records come out as if the view had been long enough.
+TEST(FillIndexList, MoreRecordsThanPositions_IsReported)
+{
+	const Model::SFillCall call = MakeFillCall(9);
+	CFillMemory memory(EFill::PositionsByList, call);
+	memory.m_SourceCount = 7; // of nine in memory
+	CReportRecorder reports;
+	memory.Run();
+	ExpectReports(reports, {"positions.Virtual() || srcPos == positions.DataEnd()"});
+	EXPECT_TRUE(SameRecords(ModelRecords(EFill::PositionsByList, call), memory.Records()));
+}
+
+// At 4 modulo 16 the head step does not reach a 16-byte boundary. Up to four records no aligned store follows.
+TEST(FillIndexList, ListAt4Modulo16_IsReportedTwice)
+{
+	for (u32 count = 1; count <= 4; ++count)
+	{
+		SCOPED_TRACE(count);
+		Model::SFillCall call = MakeFillCall(count);
+		call.m_RecordsAddressMod16 = 4;
+		const CFillMemory memory(EFill::PositionsByList, call);
+		CReportRecorder reports;
+		memory.Run();
+		ExpectReports(reports, {"Mem::IsAligned<0x8>(packedPtr)", "Mem::IsAligned<0x10>(packedPtr)"});
+		EXPECT_TRUE(SameRecords(ModelRecords(EFill::PositionsByList, call), memory.Records()));
+		EXPECT_TRUE(memory.SurroundingsIntact());
+	}
+}

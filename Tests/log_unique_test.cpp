@@ -1,0 +1,224 @@
+// Log-once warnings: the collection behind them, the process-wide registry, and the hazards that each thread counts.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "kr_log_unique.h"
+#include "kr_profiler.h"
+
+#include "diagnostics.h"
+#include <algorithm>
+#include <atomic>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace Vexmoor;
+using namespace Support;
+
+namespace
+{
+void KeepQuiet(const CLogUniqueCollection::SEntry &, void *) {}
+
+void NoteMessage(const CLogUniqueCollection::SEntry &entry, void *messages)
+{
+	static_cast<std::vector<std::string> *>(messages)->push_back(entry.m_Key + ": " + entry.m_Message);
+}
+
+// "key: message x touches" per entry.
+std::vector<std::string> Contents(const CLogUniqueCollection &collection)
+{
+	std::vector<std::string> contents;
+	for (const CLogUniqueCollection::SEntry &entry : collection.Snapshot())
+		contents.push_back(entry.m_Key + ": " + entry.m_Message + " x " + std::to_string(entry.m_TouchCount));
+	return contents;
+}
+} // namespace
+
+// Entries stay in the order of their first touch, not of their keys or counts.
+TEST(LogUnique, TouchesOfAKey_CountAndKeepTheFirstMessage)
+{
+	CLogUniqueCollection collection;
+	collection.SetFirstTouchHandler(&KeepQuiet, null);
+	EXPECT_TRUE(collection.Snapshot().empty());
+	collection.Touch("b", "first of b");
+	collection.Touch("a", "first of a");
+	collection.Touch("b", "second of b");
+	collection.Touch("B", "another key");
+	collection.Touch("b", "third of b");
+	EXPECT_EQ(Contents(collection),
+		(std::vector<std::string>{"b: first of b x 3", "a: first of a x 1", "B: another key x 1"}));
+}
+
+TEST(LogUnique, Keys_AreComparedAsText)
+{
+	CLogUniqueCollection collection;
+	collection.SetFirstTouchHandler(&KeepQuiet, null);
+	const std::string key = "[l.1] @ file.cpp";
+	const std::string sameKey = key; // at another address
+	collection.Touch(key.c_str(), "message");
+	collection.Touch(sameKey.c_str(), "message");
+	EXPECT_EQ(Contents(collection), (std::vector<std::string>{key + ": message x 2"}));
+}
+
+TEST(LogUnique, Clear_MakesTheNextTouchAFirstOne)
+{
+	std::vector<std::string> firstTouches;
+	CLogUniqueCollection collection;
+	collection.SetFirstTouchHandler(&NoteMessage, &firstTouches);
+	collection.Touch("a", "first");
+	collection.Touch("a", "second");
+	collection.Clear();
+	EXPECT_TRUE(collection.Snapshot().empty());
+	collection.Touch("a", "third");
+	EXPECT_EQ(Contents(collection), (std::vector<std::string>{"a: third x 1"}));
+	EXPECT_EQ(firstTouches, (std::vector<std::string>{"a: first", "a: third"}));
+}
+
+// The handler takes the place of the line, and gives it back.
+TEST(LogUnique, FirstTouch_PrintsOneLineByDefault)
+{
+	CLogUniqueCollection collection;
+	testing::internal::CaptureStderr();
+	collection.Touch("a", "Render sort: slow");
+	collection.Touch("a", "Render sort: slow");
+	const std::string once = testing::internal::GetCapturedStderr();
+	EXPECT_EQ(std::count(once.begin(), once.end(), '\n'), 1) << once;
+	EXPECT_NE(once.find("Render sort: slow"), std::string::npos) << once;
+
+	std::vector<std::string> firstTouches;
+	testing::internal::CaptureStderr();
+	collection.SetFirstTouchHandler(&NoteMessage, &firstTouches);
+	collection.Touch("b", "replaced");
+	collection.SetFirstTouchHandler(null, null);
+	collection.Touch("c", "printed again");
+	const std::string twice = testing::internal::GetCapturedStderr();
+	EXPECT_EQ(std::count(twice.begin(), twice.end(), '\n'), 1) << twice;
+	EXPECT_NE(twice.find("printed again"), std::string::npos) << twice;
+	EXPECT_EQ(firstTouches, (std::vector<std::string>{"b: replaced"}));
+}
+
+// It is called outside the lock: a handler that looks at all warnings does not wait for itself.
+TEST(LogUnique, FirstTouchHandler_MayUseTheCollection)
+{
+	CLogUniqueCollection collection;
+	collection.SetFirstTouchHandler(
+		[](const CLogUniqueCollection::SEntry &entry, void *self)
+		{
+			EXPECT_EQ(entry.m_TouchCount, 1u);
+			CLogUniqueCollection *const touched = static_cast<CLogUniqueCollection *>(self);
+			EXPECT_EQ(touched->Snapshot().size(), 1u);
+			touched->Touch(entry.m_Key.c_str(), "from the handler");
+		},
+		&collection);
+	collection.Touch("a", "first");
+	EXPECT_EQ(Contents(collection), (std::vector<std::string>{"a: first x 2"}));
+}
+
+// Most of the trouble is at first touches, so there are many keys and many fresh collections.
+TEST(LogUnique, ThreadsTouchingAtOnce_LoseNoTouch)
+{
+	constexpr u32 kThreads = 4, kCollections = 200, kKeys = 40, kTouchesPerThread = 3;
+	for (u32 i = 0; i < kCollections; ++i)
+	{
+		CLogUniqueCollection collection;
+		std::atomic<u32> firstTouches = 0, ready = 0;
+		collection.SetFirstTouchHandler([](const CLogUniqueCollection::SEntry &, void *count)
+			{ ++*static_cast<std::atomic<u32> *>(count); },
+			&firstTouches);
+		std::thread threads[kThreads];
+		for (std::thread &thread : threads)
+		{
+			thread = std::thread(
+				[&collection, &ready]
+				{
+					for (++ready; ready != kThreads;) // all at the starting line
+						std::this_thread::yield();
+					for (u32 touch = 0; touch < kTouchesPerThread * kKeys; ++touch)
+						collection.Touch(std::to_string(touch % kKeys).c_str(), "message");
+				});
+		}
+		for (std::thread &thread : threads)
+			thread.join();
+		const std::vector<CLogUniqueCollection::SEntry> entries = collection.Snapshot();
+		ASSERT_EQ(entries.size(), kKeys);
+		for (const CLogUniqueCollection::SEntry &entry : entries)
+			ASSERT_EQ(entry.m_TouchCount, kThreads * kTouchesPerThread);
+		ASSERT_EQ(firstTouches, kKeys);
+	}
+}
+
+TEST(PerformanceWarning, Registry_IsTheProcessWideCollection)
+{
+	ASSERT_NE(CPerfHotspotsRegistry::Registry(), nullptr);
+	EXPECT_EQ(CPerfHotspotsRegistry::Registry(), CPerfHotspotsRegistry::m_Registry);
+	CLogUniqueCollection own;
+	own.SetFirstTouchHandler(&KeepQuiet, null);
+	CLogUniqueCollection *const before = CPerfHotspotsRegistry::m_Registry;
+	CPerfHotspotsRegistry::m_Registry = &own;
+	VX_WARN_ONCE("[l.1]", "Render sort: to a host's own collection");
+	CPerfHotspotsRegistry::m_Registry = before;
+	EXPECT_EQ(own.Snapshot().size(), 1u);
+}
+
+// No flag at the site remembers an earlier warning: every slow path that is taken counts.
+TEST(PerformanceWarning, EveryFrame_OneEntryAndAHazardEachTime)
+{
+	const CWarningRecorder recorder;
+	for (u32 frame = 1; frame <= 5; ++frame)
+	{
+		VX_WARN_ONCE("[l.12]", "Render sort: slow path");
+		EXPECT_EQ(recorder.Hazards(), frame);
+		ASSERT_EQ(recorder.Entries().size(), 1u);
+		EXPECT_EQ(recorder.Entries()[0].m_TouchCount, frame);
+	}
+	EXPECT_EQ(recorder.Entries()[0].m_Key, "[l.12] @ " __FILE__);
+	EXPECT_EQ(recorder.Entries()[0].m_Message, "Render sort: slow path");
+}
+
+// The number in the key is the site's name for hosts that filter. It does not follow the line.
+TEST(PerformanceWarning, OfTheSorter_CarriesSiteAndPath)
+{
+	const CWarningRecorder recorder;
+	CExpectReports noReports;
+	const u32 pattern[6] = {0, 1, 2, 0, 2, 3};
+	alignas(16) const SIndexAndDepth records[2] = {
+		{0, 0},
+        {0, 4}
+    };
+	const CFloat4 quadCenters[32];
+	u16 output[12];
+	for (u32 frame = 0; frame < 3; ++frame)
+	{
+		CTriangleSorter::ExpandAndSortIndices(TMemoryView<const u32>(pattern, 6),
+			TMemoryView<const CFloat4>(quadCenters, 32), CFloat3(), records, output, 2, 4);
+	}
+	ASSERT_EQ(recorder.Entries().size(), 1u);
+	EXPECT_EQ(
+		recorder.Entries()[0].m_Key, "[l.1277] @ ../../Runtime/vx_geometrics/src/ge_mesh/mesh_triangle_sorter.cpp");
+	EXPECT_EQ(recorder.Entries()[0].m_Message, "Render sort: Very slow tube quad sorter");
+	EXPECT_EQ(recorder.Entries()[0].m_TouchCount, 3u);
+	EXPECT_EQ(recorder.Hazards(), 3u);
+}
+
+TEST(Hazards, EachThread_CountsItsOwn)
+{
+	const CWarningRecorder recorder;
+	Profiler::CHazards *const ours = &Profiler::CHazards::CurrentThreadHazards();
+	EXPECT_EQ(ours, &Profiler::CHazards::CurrentThreadHazards());
+	VX_WARN_ONCE("[l.1]", "here");
+	u32 atStart = 1, atEnd = 0;
+	const void *theirs = ours;
+	std::thread thread(
+		[&]
+		{
+			theirs = &Profiler::CHazards::CurrentThreadHazards();
+			atStart = Profiler::CHazards::CurrentThreadHazards().m_PerformanceHazards;
+			VX_WARN_ONCE("[l.2]", "there");
+			VX_WARN_ONCE("[l.2]", "there");
+			atEnd = Profiler::CHazards::CurrentThreadHazards().m_PerformanceHazards;
+		});
+	thread.join();
+	EXPECT_NE(theirs, ours);
+	EXPECT_EQ(atStart, 0u);
+	EXPECT_EQ(atEnd, 2u);
+	EXPECT_EQ(recorder.Hazards(), 1u);
+}

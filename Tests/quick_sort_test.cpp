@@ -1,0 +1,344 @@
+// The quick sort, exact to the order of equal keys, on arrays that end where memory ends; and the entry point that
+// chooses between it and the radix sort.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "kr_sort.h"
+
+#include "fill_calls.h"
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <gtest/gtest.h>
+
+using namespace Vexmoor;
+using namespace Support;
+
+namespace
+{
+typedef TContiguousBaseIterator<SIndexAndDepth> CIterator;
+typedef std::vector<Model::SRecord> CRecords;
+
+CRecords RecordsOfKeys(const std::vector<u32> &keys)
+{
+	CRecords records;
+	for (const u32 key : keys)
+		records.push_back({key, u32(records.size())});
+	return records;
+}
+
+std::vector<u32> Indices(const CRecords &records)
+{
+	std::vector<u32> indices;
+	for (const Model::SRecord &record : records)
+		indices.push_back(record.m_Index);
+	return indices;
+}
+
+CGuardedMemory LayOut(const CRecords &records, CGuardedMemory::EFlush flush = CGuardedMemory::FlushEnd)
+{
+	const u32 count = u32(records.size());
+	const std::size_t alignment = flush == CGuardedMemory::FlushEnd ? FlushAddressMod16(8, count, 8) : 0;
+	CGuardedMemory memory(count * sizeof(SIndexAndDepth), alignment, flush);
+	if (count != 0)
+		std::memcpy(memory.Data(), records.data(), count * sizeof(SIndexAndDepth));
+	return memory;
+}
+
+CRecords QuickSorted(const CRecords &records, CGuardedMemory::EFlush flush = CGuardedMemory::FlushEnd)
+{
+	const CGuardedMemory memory = LayOut(records, flush);
+	const CIterator first(memory.As<SIndexAndDepth>());
+	QuickSort(first, first + int(records.size()));
+	EXPECT_TRUE(memory.SurroundingsIntact());
+	return ReadRecords(memory.Data(), records.size());
+}
+
+void ExpectAsModel(const CRecords &records)
+{
+	CRecords expected = records;
+	Model::QuickSort(expected);
+	EXPECT_TRUE(std::is_sorted(expected.begin(), expected.end(),
+		[](const Model::SRecord &a, const Model::SRecord &b) { return a.m_Key < b.m_Key; }));
+	EXPECT_TRUE(SameRecords(expected, QuickSorted(records, CGuardedMemory::FlushEnd)));
+	EXPECT_TRUE(SameRecords(expected, QuickSorted(records, CGuardedMemory::FlushStart)));
+}
+
+// Sort's output, and its input afterwards; a record's room behind the output stays as it was.
+struct SSorted
+{
+	CRecords m_Output;
+	CRecords m_Input;
+};
+SSorted Sorted(const CRecords &records)
+{
+	const u32 count = u32(records.size());
+	const CGuardedMemory input = LayOut(records);
+	const CGuardedMemory output(count * sizeof(SIndexAndDepth), count % 2 * 8);
+	const CIterator first(input.As<SIndexAndDepth>());
+	Sort<SSortKeyExtractor_TriangleIndexAndDepth, CIterator>(
+		first, first + int(count), CIterator(output.As<SIndexAndDepth>()));
+	EXPECT_TRUE(input.SurroundingsIntact());
+	EXPECT_TRUE(output.SurroundingsIntact());
+	return {ReadRecords(output.Data(), count), ReadRecords(input.Data(), count)};
+}
+
+// What quick sorts stumble over. Indices number the records, so that every exchange shows.
+const struct
+{
+	const char *m_Name;
+	u32 (*m_Key)(u32 i, u32 count);
+} kPatterns[] = {
+	{"Sorted",        [](u32 i, u32) { return i; }												},
+	{"Reversed",      [](u32 i, u32 count) { return count - i; }                                  },
+	{"Equal",         [](u32,   u32) { return 7u; }											   },
+	{"OrganPipe",     [](u32 i, u32 count) { return std::min(i, count - i); }                     },
+	{"Valley",        [](u32 i, u32 count) { return std::max(i, count - i); }                     },
+	{"Sawtooth",      [](u32 i, u32) { return i % 5; }                                            },
+	{"LongSawtooth",  [](u32 i, u32) { return i % 37; }                                           },
+	{"Plateaus",      [](u32 i, u32) { return i / 9; }                                            },
+	{"ReversedPairs", [](u32 i, u32) { return i ^ 1u; }                                           },
+	{"MinimumLast",   [](u32 i, u32 count) { return i + 1 == count ? 0 : i + 5; }                 },
+	{"MaximumFirst",  [](u32 i, u32) { return i == 0 ? 0xFFFFFFFFu : i; }                         },
+	{"Alternating",   [](u32 i, u32) { return i % 2 * 0x80000000u; }                              },
+	{"Extremes",      [](u32 i, u32) { return i % 3 * 0x7FFFFFFFu; }                              },
+	{"Clamped",       [](u32 i, u32 count) { return std::min(std::max(i, count / 4), count / 2); }},
+};
+
+CRecords RecordsOfPattern(u32 (*key)(u32, u32), u32 count)
+{
+	std::vector<u32> keys;
+	for (u32 i = 0; i < count; ++i)
+		keys.push_back(key(i, count));
+	return RecordsOfKeys(keys);
+}
+} // namespace
+
+TEST(QuickSort, NoneOrOneRecord_IsLeft)
+{
+	QuickSort(CIterator(), CIterator());
+	const CRecords expected = {
+		{3, 4},
+	};
+	CGuardedMemory one = LayOut(expected);
+	one.Protect();
+	const CIterator first(one.As<SIndexAndDepth>());
+	QuickSort(first, first);
+	QuickSort(first, first + 1);
+	EXPECT_TRUE(SameRecords(expected, ReadRecords(one.Data(), 1)));
+}
+
+TEST(QuickSort, Comparison_IsByUnsignedKeyAlone)
+{
+	const SIndexAndDepth low = {0x7FFFFFFFu, 9};
+	const SIndexAndDepth high = {0x80000000u, 1};
+	const SIndexAndDepth alsoHigh = {0x80000000u, 2};
+	EXPECT_TRUE(low < high);
+	EXPECT_FALSE(high < low);
+	EXPECT_FALSE(high < alsoHigh);
+	EXPECT_TRUE(high == alsoHigh);
+	EXPECT_FALSE(low == high);
+}
+
+TEST(QuickSort, Swap_ExchangesBothFields)
+{
+	SIndexAndDepth a = {1, 2};
+	SIndexAndDepth b = {3, 4};
+	VXSwap(a, b);
+	EXPECT_EQ(a.m_Depth, 3u);
+	EXPECT_EQ(a.m_Index, 4u);
+	EXPECT_EQ(b.m_Depth, 1u);
+	EXPECT_EQ(b.m_Index, 2u);
+}
+
+// Selecting maxima, the lowest of equal ones first: equal keys do not keep their order.
+TEST(QuickSort, TwelveOrFewer_AreSortedBySelectingMaxima)
+{
+	const struct
+	{
+		std::vector<u32> m_Keys;
+		std::vector<u32> m_Indices;
+	} cases[] = {
+		{{2, 1},							   {1, 0}								},
+		{{1, 1},							   {1, 0}								},
+		{{5, 5, 5},							{1, 2, 0}							 },
+		{{2, 2, 1},							{2, 1, 0}							 },
+		{{1, 2, 2},							{0, 2, 1}							 },
+		{{4, 4, 4, 4},						 {1, 2, 3, 0}                          },
+		{{3, 1, 3, 1},						 {1, 3, 2, 0}                          },
+		{{9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9}, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 0}},
+	};
+	for (const auto &row : cases)
+		EXPECT_EQ(Indices(QuickSorted(RecordsOfKeys(row.m_Keys))), row.m_Indices) << row.m_Keys.size();
+}
+
+// The partition finds nothing to swap, and skipping the pivot's equals leaves nothing to sort.
+TEST(QuickSort, ThirteenOrMoreEqual_StayWhereTheyAre)
+{
+	for (const u32 count : {13u, 14u, 27u, 109u, 1000u})
+	{
+		const CRecords records = RecordsOfKeys(std::vector<u32>(count, 42));
+		EXPECT_TRUE(SameRecords(records, QuickSorted(records))) << count;
+	}
+}
+
+// Records outside the bounds stay, and last is inside them.
+TEST(QuickSort, InsertionSort_SortsBothBoundsIncluded)
+{
+	for (u32 lo = 0; lo < 12; ++lo)
+	{
+		for (u32 hi = lo; hi < 12; ++hi)
+		{
+			CRecords expected = RecordsOfPattern([](u32 i, u32) { return (12 - i) / 2; }, 12);
+			const CGuardedMemory memory = LayOut(expected);
+			const CIterator first(memory.As<SIndexAndDepth>());
+			InsertionSort(first + int(lo), first + int(hi));
+			Model::InsertionSort(expected, s32(lo), s32(hi));
+			EXPECT_TRUE(SameRecords(expected, ReadRecords(memory.Data(), 12))) << lo << " to " << hi;
+		}
+	}
+}
+
+TEST(QuickSort, Patterns_AreSortedAsTheModelDoes)
+{
+	for (const auto &pattern : kPatterns)
+	{
+		for (u32 count = 0; count <= 300; ++count)
+		{
+			SCOPED_TRACE(testing::Message() << pattern.m_Name << " of " << count);
+			ExpectAsModel(RecordsOfPattern(pattern.m_Key, count));
+			if (HasFailure())
+				return;
+		}
+	}
+}
+
+TEST(QuickSort, LargePatterns_AreSortedAsTheModelDoes)
+{
+	for (const auto &pattern : kPatterns)
+	{
+		SCOPED_TRACE(pattern.m_Name);
+		ExpectAsModel(RecordsOfPattern(pattern.m_Key, 5000));
+	}
+}
+
+// Partitions as lopsided as a median of three allows, and so a quadratic number of comparisons. The larger part is the
+// one that waits, so the stack holds.
+TEST(QuickSort, MedianOfThreeKiller_StaysWithinTheStack)
+{
+	for (const u32 count : {64u, 110u, 1024u, 4096u})
+	{
+		std::vector<u32> keys(count);
+		const u32 half = count / 2;
+		for (u32 i = 0; i < half; ++i)
+		{
+			keys[i] = i % 2 == 0 ? i + 1 : half + i + (half % 2 == 0 ? 0 : 1);
+			keys[half + i] = (i + 1) * 2;
+		}
+		ExpectAsModel(RecordsOfKeys(keys));
+	}
+}
+
+// Thousands of arrays, most with few distinct keys. VEXMOOR_TEST_SEED runs one alone.
+TEST(QuickSort, RandomArrays_AreSortedAsTheModelDoes)
+{
+	const char *const alone = std::getenv("VEXMOOR_TEST_SEED");
+	const std::uint64_t first = alone != nullptr ? std::strtoull(alone, nullptr, 0) : 1;
+	const std::uint64_t last = alone != nullptr ? first : 4000;
+	for (std::uint64_t seed = first; seed <= last; ++seed)
+	{
+		Model::CRandom random(seed);
+		const u32 count = random.Below(301);
+		// A fifth of the arrays have keys all different, the others from a single one to a quarter of their size.
+		const u32 kinds = random.Chance(20) ? 0xFFFFFFFFu : random.Between(1, 2 + count / 4);
+		const u32 scale = random.Chance(50) ? 1 : 0x01000001u;
+		std::vector<u32> keys(count);
+		for (u32 &key : keys)
+			key = random.Below(kinds) * scale;
+		ExpectAsModel(RecordsOfKeys(keys));
+		ASSERT_FALSE(HasFailure()) << "seed " << seed << ", " << count
+								   << " records; run alone with VEXMOOR_TEST_SEED=" << seed
+								   << " --gtest_filter=QuickSort.RandomArrays_AreSortedAsTheModelDoes";
+	}
+}
+
+TEST(SortEntryPoint, NoRecords_WritesNothing)
+{
+	Sort<SSortKeyExtractor_TriangleIndexAndDepth, CIterator>(CIterator(), CIterator(), CIterator());
+	CGuardedMemory memory(16);
+	memory.Protect();
+	const CIterator first(memory.As<SIndexAndDepth>());
+	Sort<SSortKeyExtractor_TriangleIndexAndDepth, CIterator>(first, first, first);
+	EXPECT_EQ(memory.Data()[0], CGuardedMemory::kInitialByte);
+}
+
+// The copy is what is sorted: the input stays, the output is written as far as there are records.
+TEST(SortEntryPoint, UpTo109Records_QuickSortsACopy)
+{
+	for (u32 count = 1; count <= 109; ++count)
+	{
+		const CRecords records = RecordsOfPattern([](u32 i, u32) { return i * 7 % 10; }, count);
+		CRecords expected = records;
+		Model::QuickSort(expected);
+		const SSorted sorted = Sorted(records);
+		EXPECT_TRUE(SameRecords(expected, sorted.m_Output)) << count;
+		EXPECT_TRUE(SameRecords(records, sorted.m_Input)) << count << ", of the input";
+	}
+}
+
+// Keys all different, with both ends of their range, and the same with one of them twice. Where no two keys are equal
+// there is one order; where two are, it is the quick sort's.
+TEST(SortEntryPoint, DifferentKeys_AreSortedAsWellAsEqualOnes)
+{
+	for (u32 count = 2; count <= 130; ++count)
+	{
+		for (u32 variant = 0; variant < 4; ++variant)
+		{
+			SCOPED_TRACE(testing::Message() << count << ", variant " << variant);
+			Model::CRandom random(count);
+			std::vector<u32> keys(count);
+			for (u32 i = 0; i < count; ++i)
+				keys[i] = random.Below(0x01000000u) * 256 + i;
+			keys[count / 2] = 0xFFFFFFFFu;
+			keys[count / 3] = variant % 2 == 0 ? 0 : 0x80000000u;
+			if (variant >= 2)
+				keys[count - 1] = keys[random.Below(count)];
+			CRecords left = RecordsOfKeys(keys);
+			const SSorted sorted = Sorted(left);
+			EXPECT_TRUE(SameRecords(Model::Sort(left), sorted.m_Output));
+			EXPECT_TRUE(SameRecords(left, sorted.m_Input));
+		}
+		if (HasFailure())
+			return;
+	}
+}
+
+// Stable, and the input is left in the intermediate order.
+TEST(SortEntryPoint, From110RecordsOn_RadixSorts)
+{
+	for (const u32 count : {110u, 111u, 250u, 1000u})
+	{
+		const CRecords records = RecordsOfPattern([](u32 i, u32) { return i * 7 % 10 * 0x00400001u; }, count);
+		CRecords left = records;
+		const CRecords expected = Model::RadixSort(left);
+		const SSorted sorted = Sorted(records);
+		EXPECT_TRUE(SameRecords(expected, sorted.m_Output)) << count;
+		EXPECT_TRUE(SameRecords(left, sorted.m_Input)) << count << ", of the input";
+	}
+}
+
+// On either side of the threshold the keys come out alike; only equal keys lie differently.
+TEST(SortEntryPoint, Threshold_ShowsInTheOrderOfEqualKeysAlone)
+{
+	// Four keys over and over: stable means that indices ascend under each of them.
+	CRecords records = RecordsOfPattern([](u32 i, u32) { return i % 4; }, 110);
+	const CRecords by110 = Sorted(records).m_Output;
+	records.pop_back();
+	const CRecords by109 = Sorted(records).m_Output;
+	const auto byKey = [](const Model::SRecord &a, const Model::SRecord &b) { return a.m_Key < b.m_Key; };
+	const auto byKeyAndIndex = [](const Model::SRecord &a, const Model::SRecord &b)
+	{ return a.m_Key != b.m_Key ? a.m_Key < b.m_Key : a.m_Index < b.m_Index; };
+	EXPECT_TRUE(std::is_sorted(by109.begin(), by109.end(), byKey));
+	EXPECT_FALSE(std::is_sorted(by109.begin(), by109.end(), byKeyAndIndex));
+	EXPECT_TRUE(std::is_sorted(by110.begin(), by110.end(), byKeyAndIndex));
+}

@@ -1,0 +1,295 @@
+// The radix sort: order by every digit, stability, what it leaves in its input, and that its stack frame is all that
+// it uses.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "kr_sort.h"
+
+#include "diagnostics.h"
+#include "fill_calls.h"
+#include <algorithm>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+using namespace Vexmoor;
+using namespace Support;
+
+namespace
+{
+typedef TContiguousBaseIterator<SIndexAndDepth> CIterator;
+typedef std::vector<Model::SRecord> CRecords;
+
+struct SSorted
+{
+	CRecords m_Output;
+	CRecords m_Input; // afterwards
+};
+
+void RunSort11(SIndexAndDepth *input, u32 count, SIndexAndDepth *output)
+{
+	const SSortKeyExtractor_TriangleIndexAndDepth keyExtractor{};
+	const CIterator first(input);
+	TRadixSort<Sort_InBuffer>::Sort11(first, first + int(count), CIterator(output), keyExtractor);
+}
+
+// The input ends where memory ends, the output starts where it starts.
+SSorted Sorted(const CRecords &records)
+{
+	const u32 count = u32(records.size());
+	const std::size_t size = count * sizeof(SIndexAndDepth);
+	const CGuardedMemory input(size, FlushAddressMod16(8, count, 8));
+	const CGuardedMemory output(size, 0, CGuardedMemory::FlushStart);
+	if (count != 0)
+		std::memcpy(input.Data(), records.data(), size);
+	RunSort11(input.As<SIndexAndDepth>(), count, output.As<SIndexAndDepth>());
+	EXPECT_TRUE(input.SurroundingsIntact());
+	EXPECT_TRUE(output.SurroundingsIntact());
+	return {ReadRecords(output.Data(), count), ReadRecords(input.Data(), count)};
+}
+
+CRecords RecordsOfKeys(const std::vector<u32> &keys)
+{
+	CRecords records;
+	for (const u32 key : keys)
+		records.push_back({key, u32(records.size())});
+	return records;
+}
+
+// Random keys of the bits in mask: few bits, many ties.
+CRecords RandomRecords(u32 count, u32 mask, std::uint64_t seed)
+{
+	Model::CRandom random(seed);
+	std::vector<u32> keys(count);
+	for (u32 &key : keys)
+		key = random.Next() & mask;
+	return RecordsOfKeys(keys);
+}
+
+// Against the standard library and, for what is left in the input, the model.
+void ExpectStablySorted(const CRecords &records)
+{
+	CRecords expected = records;
+	std::stable_sort(expected.begin(), expected.end(),
+		[](const Model::SRecord &a, const Model::SRecord &b) { return a.m_Key < b.m_Key; });
+	CRecords left = records;
+	const CRecords ofModel = Model::RadixSort(left);
+	const SSorted sorted = Sorted(records);
+	EXPECT_TRUE(SameRecords(expected, sorted.m_Output));
+	EXPECT_TRUE(SameRecords(ofModel, sorted.m_Output));
+	EXPECT_TRUE(SameRecords(left, sorted.m_Input)) << "of the input";
+}
+} // namespace
+
+TEST(RadixSort, NoRecords_LeavesTheOutput)
+{
+	CGuardedMemory output(16);
+	output.Protect();
+	SIndexAndDepth input = {1, 2};
+	RunSort11(&input, 0, output.As<SIndexAndDepth>());
+	RunSort11(null, 0, null);
+	EXPECT_EQ(output.Data()[0], CGuardedMemory::kInitialByte);
+	EXPECT_EQ(input.m_Depth, 1u);
+	EXPECT_EQ(input.m_Index, 2u);
+}
+
+TEST(RadixSort, OneRecord_IsCopied)
+{
+	const CRecords one = {
+		{0xDEADBEEFu, 77},
+	};
+	const SSorted sorted = Sorted(one);
+	EXPECT_TRUE(SameRecords(one, sorted.m_Output));
+	EXPECT_TRUE(SameRecords(one, sorted.m_Input));
+}
+
+// Whatever their digits are, every pass moves every record to where it was.
+TEST(RadixSort, EqualKeys_KeepTheirOrder)
+{
+	for (const u32 key : {0u, 0x7FFu, 0x800u, 0x003FFFFFu, 0x00400000u, 0x80000000u, 0xFFFFFFFFu})
+	{
+		const CRecords records = RecordsOfKeys(std::vector<u32>(333, key));
+		const SSorted sorted = Sorted(records);
+		EXPECT_TRUE(SameRecords(records, sorted.m_Output)) << std::hex << key;
+		EXPECT_TRUE(SameRecords(records, sorted.m_Input)) << std::hex << key;
+	}
+}
+
+TEST(RadixSort, KeysThatDifferInOneBit_AreOrderedByIt)
+{
+	for (u32 bit = 0; bit < 32; ++bit)
+	{
+		SCOPED_TRACE(bit);
+		for (const u32 others : {0u, 0xFFFFFFFFu, 0x55555555u})
+		{
+			std::vector<u32> keys;
+			for (u32 i = 0; i < 64; ++i)
+				keys.push_back(i % 3 == 0 ? others | 1u << bit : others & ~(1u << bit));
+			const SSorted sorted = Sorted(RecordsOfKeys(keys));
+			for (u32 i = 0; i < 64; ++i)
+			{
+				// 22 of the 64 have the bit; each half keeps its order.
+				const u32 index = i < 42 ? i / 2 * 3 + i % 2 + 1 : (i - 42) * 3;
+				ASSERT_EQ(sorted.m_Output[i].m_Index, index) << i;
+			}
+		}
+	}
+}
+
+// Both sides of each digit's ends, and of the sign bit.
+TEST(RadixSort, KeysAroundEveryPowerOfTwo_AreOrdered)
+{
+	std::vector<u32> keys = {0xFFFFFFFFu, 0xFFC00000u, 0xFFBFFFFFu};
+	for (u32 bit = 32; bit-- > 0;)
+		keys.insert(keys.end(), {(1u << bit) + 1, 1u << bit, (1u << bit) - 1});
+	ExpectStablySorted(RecordsOfKeys(keys));
+}
+
+TEST(RadixSort, EveryValueOfADigit_HasItsPlace)
+{
+	const struct
+	{
+		u32 m_Shift, m_Values;
+	} digits[] = {
+		{0,  2048},
+		{11, 2048},
+		{22, 1024},
+	};
+	for (const auto &digit : digits)
+	{
+		SCOPED_TRACE(digit.m_Shift);
+		std::vector<u32> keys;
+		for (u32 i = 0; i < 2 * digit.m_Values; ++i)
+			keys.push_back((i * 1021 % digit.m_Values) << digit.m_Shift); // 1021 is odd: every value, twice
+		ExpectStablySorted(RecordsOfKeys(keys));
+	}
+}
+
+TEST(RadixSort, EverySizeUpTo300_MatchesStableSort)
+{
+	for (u32 count = 0; count <= 300; ++count)
+	{
+		SCOPED_TRACE(count);
+		for (const u32 mask : {0xFFFFFFFFu, 0x00000007u, 0x00400801u, 0xC0000000u})
+			ExpectStablySorted(RandomRecords(count, mask, count));
+		if (HasFailure())
+			return;
+	}
+}
+
+TEST(RadixSort, LargeSizes_MatchStableSort)
+{
+	const struct
+	{
+		u32 m_Count, m_Mask;
+	} cases[] = {
+		{2047,   0xFFFFFFFFu},
+		{4099,   0x003FF800u}, // the second digit alone
+		{65536,  0xFFC00000u}, // the third
+		{300000, 0xFFFFFFFFu},
+		{70001,  0x000F00F0u},
+	};
+	for (const auto &row : cases)
+	{
+		SCOPED_TRACE(row.m_Count);
+		ExpectStablySorted(RandomRecords(row.m_Count, row.m_Mask, row.m_Count));
+	}
+}
+
+// What the second pass leaves behind: bits 22 and up have not been looked at.
+TEST(RadixSort, Input_IsLeftInOrderOfTheLow22Bits)
+{
+	const SSorted sorted = Sorted(RecordsOfKeys({0x00400001u, 0x00000002u, 0xFFC00000u, 0x00800001u, 0x003FFFFFu}));
+	const CRecords expected = {
+		{0xFFC00000u, 2},
+		{0x00400001u, 0},
+		{0x00800001u, 3},
+		{0x00000002u, 1},
+		{0x003FFFFFu, 4},
+	};
+	EXPECT_TRUE(SameRecords(expected, sorted.m_Input));
+}
+
+TEST(RadixSort, Index_NeverTakesPart)
+{
+	const CRecords records = {
+		{5, 0xFFFFFFFFu},
+		{5, 0          },
+		{4, 0x80000000u},
+		{5, 7          },
+	};
+	EXPECT_TRUE(SameRecords({records[2], records[0], records[1], records[3]}, Sorted(records).m_Output));
+}
+
+template<u32 _Bitcount>
+static void ExpectPrefixSums()
+{
+	constexpr u32 kCount = 1u << _Bitcount;
+	const CGuardedMemory memory(kCount * sizeof(u32));
+	u32 *const counters = memory.As<u32>();
+	for (u32 i = 0; i < kCount; ++i)
+		counters[i] = i * 2654435761u;
+	TRadixSort<Sort_InBuffer>::SumCounters<_Bitcount>(counters);
+	u32 sum = 0; // wraps, as counters do
+	for (u32 i = 0; i < kCount; ++i)
+	{
+		ASSERT_EQ(counters[i], sum) << i;
+		sum += i * 2654435761u;
+	}
+	EXPECT_TRUE(memory.SurroundingsIntact());
+}
+
+TEST(RadixSort, SumCounters_AreExclusivePrefixSums)
+{
+	ExpectPrefixSums<11>();
+	ExpectPrefixSums<10>();
+}
+
+// The histograms take 22,016 bytes of the caller's stack. A thread on a painted stack shows how deep a sort goes.
+TEST(RadixSort, Histograms_LieOnTheStack)
+{
+	constexpr std::size_t kStackSize = 256 * 1024;
+	constexpr unsigned char kPaint = 0x5A;
+	const CGuardedMemory stack(kStackSize, 0, CGuardedMemory::FlushStart);
+
+	struct SThread
+	{
+		SIndexAndDepth m_Input[256], m_Output[256];
+		bool m_Sort;
+	};
+	const auto depth = [&stack](bool sort)
+	{
+		std::memset(stack.Data(), kPaint, kStackSize);
+		SThread thread = {};
+		thread.m_Sort = sort;
+		pthread_attr_t attributes;
+		pthread_attr_init(&attributes);
+		pthread_attr_setstack(&attributes, stack.Data(), kStackSize);
+		pthread_t id;
+		const int failed = pthread_create(
+			&id, &attributes,
+			[](void *p) -> void *
+			{
+				SThread *const self = static_cast<SThread *>(p);
+				if (self->m_Sort)
+					RunSort11(self->m_Input, 256, self->m_Output);
+				return nullptr;
+			},
+			&thread);
+		EXPECT_EQ(failed, 0);
+		if (failed == 0)
+			pthread_join(id, nullptr);
+		pthread_attr_destroy(&attributes);
+		std::size_t untouched = 0;
+		while (untouched < kStackSize && stack.Data()[untouched] == kPaint)
+			++untouched;
+		return kStackSize - untouched;
+	};
+
+	const CAllocationRecorder allocations;
+	const std::size_t without = depth(false);
+	const std::size_t with = depth(true);
+	EXPECT_GE(with, 22016u);
+	EXPECT_LE(with, without + 22016u + 4096u); // alignment to 64 bytes and the frames around
+	EXPECT_TRUE(allocations.Allocations().empty());
+}
