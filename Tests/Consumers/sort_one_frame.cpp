@@ -6,7 +6,13 @@ using namespace Vexmoor;
 
 int main()
 {
-	const CFloat3 positions[] = {{0, 0, 1}, {0, 0, 5}, {0, 0, 3}, {0, 0, 2}, {0, 0, 4}};
+	const CFloat3 positions[] = {
+		{0, 0, 1},
+        {0, 0, 5},
+        {0, 0, 3},
+        {0, 0, 2},
+        {0, 0, 4}
+    };
 	const TStridedMemoryView<const CFloat3> positionPage(positions, 5, sizeof(CFloat3));
 	const TStridedMemoryView<const u8> enabledPage; // none is disabled
 	const u32 renderedCount = 5;
@@ -18,9 +24,7 @@ int main()
 	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices, 5 * 6), 5 * 4);
 	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(&positionPage, 1, sizeof(positionPage)),
 		CTriangleSorter::CEnabledPages(&enabledPage, 1, sizeof(enabledPage)),
-		CTriangleSorter::CRenderedCounts(&renderedCount, 1, sizeof(renderedCount)),
-		5,
-		CFloat3(0, 0, 0));
+		CTriangleSorter::CRenderedCounts(&renderedCount, 1, sizeof(renderedCount)), 5, CFloat3(0, 0, 0));
 	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
 	sorter.SortPoints_AutogenIndices(null);
 

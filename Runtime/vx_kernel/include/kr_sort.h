@@ -369,11 +369,11 @@ bool CountingRankSort(_Iterator first, u32 count, _Iterator output, const _KeyEx
 	alignas(16) s32 keys[kMaxKeys];
 	alignas(16) u32 ranks[kMaxKeys];
 
-	// Lanes compare as signed. The last block is filled up with keys that nothing ranks above.
+	// Lanes compare as signed. What fills up the last block is ranked too, for nobody.
 	for (u32 i = 0; i < count; ++i)
 		keys[i] = s32(keyExtractor.ExtractKey(first[s32(i)]) ^ 0x80000000u);
 	for (u32 i = count; i % kKeysPerBlock != 0; ++i)
-		keys[i] = s32(0x7FFFFFFF);
+		keys[i] = 0;
 
 	for (u32 block = 0; block < count; block += kKeysPerBlock)
 	{
