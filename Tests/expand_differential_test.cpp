@@ -25,6 +25,7 @@ using Model::SRecord;
 using Support::CGuardedMemory;
 using Support::CReportRecorder;
 using Support::CWarningRecorder;
+using Support::ReadOnly;
 
 namespace
 {
@@ -49,15 +50,6 @@ void ForEachSeed(u64 first, u64 count, const _Case &runCase)
 					 " and --gtest_filter=" + test.test_suite_name() + "." + test.name());
 		runCase(seed);
 	}
-}
-
-template<typename _Type>
-CGuardedMemory ReadOnly(const std::vector<_Type> &elements, std::size_t address)
-{
-	CGuardedMemory memory(elements.size() * sizeof(_Type), address);
-	std::copy(elements.begin(), elements.end(), memory.As<_Type>());
-	memory.Protect();
-	return memory;
 }
 
 std::size_t AddressToEndWithThePage(std::size_t size)

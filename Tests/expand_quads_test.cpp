@@ -24,6 +24,7 @@ using Support::CGuardedMemory;
 using Support::CReportRecorder;
 using Support::CScopeRecorder;
 using Support::CWarningRecorder;
+using Support::ReadOnly;
 
 namespace
 {
@@ -35,15 +36,6 @@ u32 Bits(float value)
 	u32 bits;
 	std::memcpy(&bits, &value, sizeof(bits));
 	return bits;
-}
-
-template<typename _Type>
-CGuardedMemory ReadOnly(const std::vector<_Type> &elements, std::size_t address)
-{
-	CGuardedMemory memory(elements.size() * sizeof(_Type), address);
-	std::copy(elements.begin(), elements.end(), memory.As<_Type>());
-	memory.Protect();
-	return memory;
 }
 
 // The arguments of a call as bits, so that no float is touched on its way.

@@ -4,7 +4,7 @@
 #include "ge_mesh_triangle_sorter.h"
 
 #include "diagnostics.h"
-#include "guarded_memory.h"
+#include "expand_calls.h"
 #include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -15,79 +15,18 @@
 #include <vector>
 
 using namespace Vexmoor;
-using Support::CExpectReports;
-using Support::CGuardedMemory;
-using Support::CScopeRecorder;
-using Support::CWarningRecorder;
+using namespace Support;
 
 namespace
 {
-using SRecords = std::vector<SIndexAndDepth>;
-using SPattern = std::vector<u32>;
+using Support::Expand;
 
 const char *const kSource = "../../Runtime/vx_geometrics/src/ge_mesh/mesh_triangle_sorter.cpp";
 const char *const kMisalignedRecords = "Mem::IsAligned<0x10>(it)";
 
-template<typename _Type>
-CGuardedMemory ReadOnly(const std::vector<_Type> &elements, std::size_t address)
-{
-	CGuardedMemory memory(elements.size() * sizeof(_Type), address);
-	std::copy(elements.begin(), elements.end(), memory.As<_Type>());
-	memory.Protect();
-	return memory;
-}
-
-// The indices that one call writes into a buffer of exactly their size, dstAddress modulo 16.
-template<typename _Index>
-std::vector<u32> Expand(const SPattern &pattern,
-	const SRecords &records,
-	std::size_t dstAddress = 0,
-	CGuardedMemory::EFlush flush = CGuardedMemory::FlushEnd,
-	std::size_t recordAddress = 0)
-{
-	const std::size_t patternAddress = (16 - pattern.size() * sizeof(u32) % 16) % 16; // ends with the page
-	const CGuardedMemory patternMemory = ReadOnly(pattern, patternAddress);
-	const CGuardedMemory recordMemory = ReadOnly(records, recordAddress);
-	const std::size_t count = pattern.size() * records.size();
-	const CGuardedMemory dst(count * sizeof(_Index), dstAddress, flush);
-
-	CTriangleSorter::ExpandIndices(TMemoryView<const u32>(patternMemory.As<u32>(), u32(pattern.size())),
-		recordMemory.As<SIndexAndDepth>(), static_cast<volatile _Index *>(dst.As<_Index>()), u32(records.size()));
-	EXPECT_TRUE(dst.SurroundingsIntact());
-	return {dst.As<_Index>(), dst.As<_Index>() + count};
-}
-
 std::vector<u32> Expand(bool u16Output, const SPattern &pattern, const SRecords &records, std::size_t dstAddress)
 {
 	return u16Output ? Expand<u16>(pattern, records, dstAddress) : Expand<u32>(pattern, records, dstAddress);
-}
-
-std::vector<u32> PatternPlusBase(const SPattern &pattern, const SRecords &records)
-{
-	std::vector<u32> out;
-	for (const SIndexAndDepth &record : records)
-	{
-		for (const u32 entry : pattern)
-			out.push_back(entry + record.m_Index);
-	}
-	return out;
-}
-
-// Bases in no order, small enough for 16 bits; depths that would show if they were taken for bases.
-SRecords MakeRecords(std::size_t count)
-{
-	SRecords records;
-	for (u32 r = 0; r < count; ++r)
-		records.push_back({0x80000000u + r * 0x9E3779B1u, r * 25173 % 0xFC00});
-	return records;
-}
-
-SRecords RecordsOf(const std::vector<u32> &bases)
-{
-	SRecords records;
-	for (const u32 base : bases)
-		records.push_back({0xDEADBEEFu, base});
-	return records;
 }
 
 // Width 1 is legal with entry 0 alone.

@@ -18,20 +18,6 @@ typedef std::vector<std::string> CTexts;
 
 constexpr EFill kBoth[] = {EFill::PositionsByList, EFill::ValuesByList};
 
-CRecords Filled(EFill fill, const Model::SFillCall &call)
-{
-	const CFillMemory memory(fill, call);
-	memory.Run();
-	EXPECT_TRUE(memory.SurroundingsIntact());
-	return memory.Records();
-}
-
-CRecords ModelRecords(EFill fill, const Model::SFillCall &call)
-{
-	Model::SWarnings warnings;
-	return Support::ModelRecords(fill, call, warnings);
-}
-
 void ExpectReports(const CReportRecorder &reports, const CTexts &texts)
 {
 	EXPECT_EQ(reports.Texts(), VX_ASSERTIONS ? texts : CTexts());

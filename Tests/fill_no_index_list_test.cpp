@@ -19,20 +19,6 @@ typedef std::vector<std::string> CTexts;
 
 constexpr EFill kBoth[] = {EFill::PositionsInSequence, EFill::ValuesInSequence};
 
-CRecords Filled(EFill fill, const Model::SFillCall &call)
-{
-	const CFillMemory memory(fill, call);
-	memory.Run();
-	EXPECT_TRUE(memory.SurroundingsIntact());
-	return memory.Records();
-}
-
-CRecords ModelRecords(EFill fill, const Model::SFillCall &call)
-{
-	Model::SWarnings warnings;
-	return Support::ModelRecords(fill, call, warnings);
-}
-
 // Which particle each record stands for, counted among the enabled ones.
 std::vector<u32> Ranks(const CRecords &records, const Model::SFillCall &call)
 {

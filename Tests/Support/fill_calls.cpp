@@ -311,4 +311,18 @@ void ExpectNothingReadPastTheEnd(EFill fill)
 		}
 	}
 }
+
+std::vector<Model::SRecord> Filled(EFill fill, const Model::SFillCall &call)
+{
+	const CFillMemory memory(fill, call);
+	memory.Run();
+	EXPECT_TRUE(memory.SurroundingsIntact());
+	return memory.Records();
+}
+
+std::vector<Model::SRecord> ModelRecords(EFill fill, const Model::SFillCall &call)
+{
+	Model::SWarnings warnings;
+	return ModelRecords(fill, call, warnings);
+}
 } // namespace Support

@@ -72,6 +72,9 @@ private:
 	CGuardedMemory m_Records;
 };
 
+/// The library's records of a call, and the model's.
+std::vector<Model::SRecord> Filled(EFill fill, const Model::SFillCall &call);
+std::vector<Model::SRecord> ModelRecords(EFill fill, const Model::SFillCall &call);
 std::vector<Model::SRecord> ModelRecords(EFill fill, const Model::SFillCall &call, Model::SWarnings &warnings);
 
 /// Finite positions and values for all particles, an index list with invalid entries among the others. Without enabled

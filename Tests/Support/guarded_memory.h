@@ -3,8 +3,9 @@
 // Memory that ends where memory ends: a block between two inaccessible pages. An access beyond the block faults at the
 // page, and what alignment leaves between block and page is filled with a pattern and checked.
 
+#include <algorithm>
 #include <cstddef>
-#include <cstdint>
+#include <vector>
 
 namespace Support
 {
@@ -49,4 +50,14 @@ private:
 	unsigned char *m_Data = nullptr;
 	std::size_t m_Size = 0;
 };
+
+/// A copy that nobody can write to, whose address is alignmentOffset modulo 16.
+template<typename _Type>
+CGuardedMemory ReadOnly(const std::vector<_Type> &elements, std::size_t alignmentOffset)
+{
+	CGuardedMemory memory(elements.size() * sizeof(_Type), alignmentOffset);
+	std::copy(elements.begin(), elements.end(), memory.As<_Type>());
+	memory.Protect();
+	return memory;
+}
 } // namespace Support
