@@ -66,7 +66,8 @@ namespace Profiler
 		}
 
 	private:
-		static constexpr float _Channel(u32 hash) { return 0.25f + 0.75f * float(hash & 0xFF) / 255.0f; }
+		// Exact, so that a colour made at compile time and one made by a host's fast arithmetic are one.
+		static constexpr float _Channel(u32 hash) { return 0.25f + float((hash & 0xFF) * 3) * (1.0f / 1024.0f); }
 
 		static constexpr u32 _ToByte(float channel)
 		{

@@ -153,6 +153,11 @@ private:
 			return (key >> kShift) & (_BaseSize - 1);
 	}
 
+	// From about this many records on the buffers outgrow the caches, and where a record goes is fetched while the ones
+	// before it move. Below, the fetches cost more than they save.
+	static constexpr u32 kMinPrefetchCount = 3u << 18;
+	static constexpr s32 kPrefetchDistance = 64;
+
 	// Moves the records to their digits' positions. Reading in order and post-incrementing keeps equal digits in order.
 	template<u32 _Pass, typename _KeyExtractor, typename _Iterator>
 	static void _Scatter(_Iterator source,
@@ -161,16 +166,29 @@ private:
 		u32 *__restrict positions,
 		const _KeyExtractor &keyExtractor)
 	{
-		s32 i = 0;
-		for (; i < s32(elementCount & ~1u); i += 2)
+		const auto digitOf = [&](s32 element) { return _Digit<_Pass>(keyExtractor.ExtractKey(source[element])); };
+		const auto movePair = [&](s32 element)
 		{
-			const u32 digit0 = _Digit<_Pass>(keyExtractor.ExtractKey(source[i]));
-			const u32 digit1 = _Digit<_Pass>(keyExtractor.ExtractKey(source[i + 1]));
-			destination[s32(positions[digit0]++)] = source[i];
-			destination[s32(positions[digit1]++)] = source[i + 1];
+			const u32 digit0 = digitOf(element);
+			const u32 digit1 = digitOf(element + 1);
+			destination[s32(positions[digit0]++)] = source[element];
+			destination[s32(positions[digit1]++)] = source[element + 1];
+		};
+
+		s32 i = 0;
+		if (elementCount >= kMinPrefetchCount)
+		{
+			for (; i + kPrefetchDistance + 1 < s32(elementCount); i += 2)
+			{
+				__builtin_prefetch(&destination[s32(positions[digitOf(i + kPrefetchDistance)])], 1);
+				__builtin_prefetch(&destination[s32(positions[digitOf(i + kPrefetchDistance + 1)])], 1);
+				movePair(i);
+			}
 		}
+		for (; i + 1 < s32(elementCount); i += 2)
+			movePair(i);
 		if (i < s32(elementCount))
-			destination[s32(positions[_Digit<_Pass>(keyExtractor.ExtractKey(source[i]))]++)] = source[i];
+			destination[s32(positions[digitOf(i)]++)] = source[i];
 	}
 };
 
