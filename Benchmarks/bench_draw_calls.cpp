@@ -1,0 +1,234 @@
+// A frame of many draw calls: 500 sorters of 50 to 5,000 particles, on one thread and fanned out over a job system on
+// two, with every allocation counted.
+
+#include "kr_mem.h"
+
+#include "bench_registry.h"
+#include "billboards.h"
+#include <atomic>
+#include <cmath>
+#include <cstdlib>
+#include <new>
+#include <tbb/blocked_range.h>
+#include <tbb/global_control.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+#include <vector>
+
+namespace
+{
+std::atomic<size_t> s_Allocations{0};
+} // namespace
+
+// Every allocation of the process passes here or through the library's own allocator, which is hooked below.
+void *operator new(std::size_t size)
+{
+	s_Allocations.fetch_add(1, std::memory_order_relaxed);
+	if (void *const block = std::malloc(size != 0 ? size : 1))
+		return block;
+	throw std::bad_alloc();
+}
+void operator delete(void *block) noexcept
+{
+	std::free(block);
+}
+void operator delete(void *block, std::size_t) noexcept
+{
+	std::free(block);
+}
+
+namespace VexmoorBench
+{
+namespace
+{
+	constexpr u32 kDrawCalls = 500;
+	constexpr double kFewestParticles = 50;
+	constexpr double kMostParticles = 5000;
+	constexpr u32 kThreads = 2;
+
+	void *CountedAlloc(
+		void *, u64 size, u32 alignment, Mem::EAllocType, Mem::EOrigin, const char *, const char *, int, const char *)
+	{
+		s_Allocations.fetch_add(1, std::memory_order_relaxed);
+		return std::aligned_alloc(alignment, size_t((size + alignment - 1) / alignment * alignment));
+	}
+	void CountedFree(void *, void *block, Mem::EAllocType, Mem::EOrigin, const char *, const char *, int, const char *)
+	{
+		std::free(block);
+	}
+
+	class CCountAllocations
+	{
+	public:
+		CCountAllocations()
+		{
+			const Mem::SAllocator counted = {CountedAlloc, CountedFree, nullptr};
+			Mem::SetAllocator(&counted);
+		}
+		~CCountAllocations() { Mem::SetAllocator(nullptr); }
+		CCountAllocations(const CCountAllocations &) = delete;
+		CCountAllocations &operator=(const CCountAllocations &) = delete;
+
+		static size_t Count() { return s_Allocations.load(std::memory_order_relaxed); }
+	};
+
+	// One sorter and what it sorts. Sorters stay from frame to frame, as a renderer's do.
+	struct SSorter
+	{
+		CTriangleSorter m_Sorter;
+		TStridedMemoryView<const CFloat3> m_Page;
+		TStridedMemoryView<const u8> m_NoEnableds;
+		u32 m_Count;
+		CBuffer<u32> m_Indices;
+		CBuffer<u8> m_Scratch;
+		u32 m_Pattern[kIndicesPerQuad] = {0, 1, 2, 0, 2, 3};
+
+		SSorter(const CFloat3 *positions, u32 count)
+			: m_Page(positions, count, u32(sizeof(CFloat3)))
+			, m_Count(count)
+			, m_Indices(size_t(count) * kIndicesPerQuad)
+			, m_Scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(count))
+		{
+		}
+
+		void Draw(const CFloat3 &camera)
+		{
+			m_Sorter.Setup_OutputIndexBuffer(
+				TMemoryView<u32>(m_Indices.Data(), u32(m_Indices.Count())), m_Count * kVerticesPerQuad);
+			m_Sorter.Setup_InputPageCache(TMemoryView<const TStridedMemoryView<const CFloat3>>(m_Page),
+				TMemoryView<const TStridedMemoryView<const u8>>(m_NoEnableds), TMemoryView<const u32>(m_Count), m_Count,
+				camera);
+			m_Sorter.Setup_Geometry(TMemoryView<u32>(m_Pattern, kIndicesPerQuad), kVerticesPerQuad);
+			m_Sorter.SortPoints_AutogenIndices(m_Scratch.Data());
+		}
+	};
+
+	struct SFrame
+	{
+		SFrame()
+		{
+			m_Sorters.reserve(kDrawCalls); // sorters view their own members
+			const CBuffer<CFloat3> &positions = Positions(EShape::Ball, 1000000);
+			size_t first = 0;
+			for (u32 i = 0; i < kDrawCalls; ++i)
+			{
+				// As many small ones as large ones on a logarithmic scale, in an order that jumps about.
+				const double place = double(i * 211 % kDrawCalls) / double(kDrawCalls - 1);
+				const u32 count =
+					u32(std::lround(kFewestParticles * std::pow(kMostParticles / kFewestParticles, place)));
+				m_Sorters.emplace_back(positions.Data() + first, count);
+				first += (count + 3) & ~3u; // pages start at multiples of 16 bytes
+				m_ParticleCount += count;
+			}
+		}
+
+		bool IsDrawn(const CFloat3 &camera) const
+		{
+			for (const SSorter &sorter : m_Sorters)
+			{
+				const SDrawCall call = {sorter.m_Page.Data(), 0, sorter.m_Count};
+				if (!IsDrawnBackToFront(call, camera, sorter.m_Indices.Data(), true))
+					return false;
+			}
+			return true;
+		}
+
+		std::vector<SSorter> m_Sorters;
+		u32 m_ParticleCount = 0;
+	};
+
+	void RunOneThread(benchmark::State &state)
+	{
+		const CCountAllocations counting;
+		SFrame frame;
+		u32 frameId = 0;
+		size_t allocations = 0;
+		CFloat3 camera = CameraOfFrame(frameId);
+		for (SSorter &sorter : frame.m_Sorters)
+			sorter.Draw(camera); // the first frame takes the memory of patterns
+		for (auto _ : state)
+		{
+			camera = CameraOfFrame(++frameId);
+			const size_t before = CCountAllocations::Count();
+			for (SSorter &sorter : frame.m_Sorters)
+				sorter.Draw(camera);
+			benchmark::ClobberMemory();
+			allocations += CCountAllocations::Count() - before;
+		}
+		if (!frame.IsDrawn(camera))
+			state.SkipWithError("not sorted");
+		if (allocations != 0)
+			state.SkipWithError("a frame allocated memory");
+		state.counters["allocations"] = double(allocations);
+		DescribeIteration(state, 1, frame.m_ParticleCount);
+	}
+
+	void RunTwoThreads(benchmark::State &state)
+	{
+		const CCountAllocations counting;
+		SFrame frame;
+		u32 frameId = 0;
+		CFloat3 camera = CameraOfFrame(frameId);
+		const tbb::global_control threads(tbb::global_control::max_allowed_parallelism, kThreads);
+		tbb::task_arena arena(kThreads);
+		const auto draw = [&]
+		{
+			arena.execute(
+				[&]
+				{
+					tbb::parallel_for(tbb::blocked_range<size_t>(0, frame.m_Sorters.size()),
+						[&](const tbb::blocked_range<size_t> &range)
+						{
+							for (size_t i = range.begin(); i < range.end(); ++i)
+								frame.m_Sorters[i].Draw(camera);
+						});
+				});
+		};
+		draw();
+		for (auto _ : state)
+		{
+			camera = CameraOfFrame(++frameId);
+			draw();
+			benchmark::ClobberMemory();
+		}
+		if (!frame.IsDrawn(camera))
+			state.SkipWithError("not sorted");
+		DescribeIteration(state, 1, frame.m_ParticleCount);
+	}
+
+	// The same frame as it is written without the library, memory kept from call to call.
+	void RunUser(benchmark::State &state)
+	{
+		SFrame frame;
+		const SBatch largest(EShape::Ball, u32(kMostParticles), ~0u);
+		CUserBillboards<u32> user;
+		user.Prepare(largest);
+		u32 frameId = 0;
+		CFloat3 camera;
+		for (auto _ : state)
+		{
+			camera = CameraOfFrame(++frameId);
+			for (SSorter &sorter : frame.m_Sorters)
+				user.Draw(0, {sorter.m_Page.Data(), 0, sorter.m_Count}, camera, sorter.m_Indices.Data());
+			benchmark::ClobberMemory();
+		}
+		if (!frame.IsDrawn(camera))
+			state.SkipWithError("not sorted");
+		DescribeIteration(state, 1, frame.m_ParticleCount);
+	}
+
+	void Register(const char *who, void (*run)(benchmark::State &))
+	{
+		// Real time: the processor time of the calling thread says nothing about a frame on two.
+		benchmark::RegisterBenchmark(CaseName({"draw_calls", "frame", who, std::to_string(kDrawCalls)}).c_str(), run)
+			->UseRealTime();
+	}
+} // namespace
+
+void RegisterDrawCalls()
+{
+	Register("vexmoor_one_thread", RunOneThread);
+	Register("vexmoor_two_threads", RunTwoThreads);
+	Register("user_one_thread", RunUser);
+}
+} // namespace VexmoorBench

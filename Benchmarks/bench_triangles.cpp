@@ -1,0 +1,239 @@
+// Whole sorts of triangles: pages of particles, each page with a mesh of its own, sorted triangle by triangle; against
+// distances beside triangle numbers, std::sort and a gather.
+
+#include "bench_inputs.h"
+#include "bench_registry.h"
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+namespace VexmoorBench
+{
+namespace
+{
+	constexpr u32 kCounts[] = {1000, 10000, 100000, 1000000};
+	constexpr u32 kParticlesPerPage = 1024;
+	constexpr u32 kIndicesPerTriangle = 3;
+
+	// Pages take turns: a quad, and a ribbon of two quads.
+	struct SMesh
+	{
+		std::vector<u32> m_Pattern;
+		u32 m_VertexCount;
+	};
+	const SMesh kMeshes[2] = {
+		{{0, 1, 2, 0, 2, 3},                   4},
+		{{0, 1, 2, 0, 2, 3, 3, 2, 4, 3, 4, 5}, 6},
+	};
+
+	struct SPage
+	{
+		const CFloat3 *m_Positions;
+		u32 m_Count;
+		const SMesh *m_Mesh;
+		u32 m_FirstVertex;
+	};
+
+	struct SScene
+	{
+		explicit SScene(u32 count)
+		{
+			const CFloat3 *const positions = Positions(EShape::Ball, count).Data();
+			for (u32 first = 0; first < count; first += kParticlesPerPage)
+			{
+				const SMesh &mesh = kMeshes[m_Pages.size() % 2];
+				const u32 inPage = std::min(kParticlesPerPage, count - first);
+				m_Pages.push_back({positions + first, inPage, &mesh, m_VertexCount});
+				m_VertexCount += inPage * mesh.m_VertexCount;
+				m_IndexCount += inPage * u32(mesh.m_Pattern.size());
+			}
+		}
+
+		std::vector<SPage> m_Pages;
+		u32 m_VertexCount = 0;
+		u32 m_IndexCount = 0;
+	};
+
+	class CVexmoorTriangles
+	{
+	public:
+		static constexpr const char *kName = "vexmoor";
+
+		explicit CVexmoorTriangles(const SScene &scene)
+			: m_Scene(scene)
+			, m_Scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(scene.m_IndexCount))
+		{
+			for (const SPage &page : scene.m_Pages)
+			{
+				m_Positions.emplace_back(page.m_Positions, page.m_Count, u32(sizeof(CFloat3)));
+				m_Enableds.emplace_back();
+				m_RenderedCounts.push_back(page.m_Count);
+				m_Patterns.emplace_back(
+					TMemoryView<const u32>(page.m_Mesh->m_Pattern.data(), u32(page.m_Mesh->m_Pattern.size())));
+				m_VertexCounts.push_back(page.m_Mesh->m_VertexCount);
+			}
+		}
+
+		void Draw(const CFloat3 &camera, u32 *out)
+		{
+			m_Sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(out, m_Scene.m_IndexCount), m_Scene.m_VertexCount);
+			u32 particleCount = 0;
+			for (const u32 count : m_RenderedCounts)
+				particleCount += count;
+			m_Sorter.Setup_InputPageCache(
+				View(m_Positions), View(m_Enableds), View(m_RenderedCounts), particleCount, camera);
+			m_Sorter.Setup_Geometry(View(m_Patterns), View(m_VertexCounts), m_Scene.m_IndexCount);
+			m_Sorter.SortTriangles_AutogenIndices(m_Scratch.Data());
+		}
+
+	private:
+		template<typename _Element>
+		static TMemoryView<const _Element> View(const std::vector<_Element> &elements)
+		{
+			return TMemoryView<const _Element>(elements.data(), u32(elements.size()));
+		}
+
+		const SScene &m_Scene;
+		CTriangleSorter m_Sorter;
+		CBuffer<u8> m_Scratch;
+		std::vector<TStridedMemoryView<const CFloat3>> m_Positions;
+		std::vector<TStridedMemoryView<const u8>> m_Enableds;
+		std::vector<u32> m_RenderedCounts;
+		std::vector<CTriangleSorter::CIndexPattern> m_Patterns;
+		std::vector<u32> m_VertexCounts;
+	};
+
+	class CUserTriangles
+	{
+	public:
+		static constexpr const char *kName = "user";
+
+		explicit CUserTriangles(const SScene &scene)
+			: m_Scene(scene)
+			, m_Depths(scene.m_IndexCount / kIndicesPerTriangle)
+			, m_Unsorted(scene.m_IndexCount)
+		{
+		}
+
+		void Draw(const CFloat3 &camera, u32 *out)
+		{
+			u32 index = 0;
+			for (const SPage &page : m_Scene.m_Pages)
+			{
+				for (u32 i = 0; i < page.m_Count; ++i)
+				{
+					const float distance = SquaredDistance(page.m_Positions[i], camera);
+					const u32 firstVertex = page.m_FirstVertex + i * page.m_Mesh->m_VertexCount;
+					for (const u32 entry : page.m_Mesh->m_Pattern)
+					{
+						if (index % kIndicesPerTriangle == 0)
+							m_Depths[index / kIndicesPerTriangle] = {distance, index / kIndicesPerTriangle};
+						m_Unsorted[index++] = firstVertex + entry;
+					}
+				}
+			}
+			std::sort(m_Depths.begin(), m_Depths.end(),
+				[](const SDepth &a, const SDepth &b) { return a.m_SquaredDistance > b.m_SquaredDistance; });
+			for (const SDepth &depth : m_Depths)
+			{
+				const u32 *const triangle = m_Unsorted.data() + depth.m_Triangle * kIndicesPerTriangle;
+				for (u32 i = 0; i < kIndicesPerTriangle; ++i)
+					*out++ = triangle[i];
+			}
+		}
+
+	private:
+		struct SDepth
+		{
+			float m_SquaredDistance;
+			u32 m_Triangle;
+		};
+		const SScene &m_Scene;
+		std::vector<SDepth> m_Depths;
+		std::vector<u32> m_Unsorted;
+	};
+
+	// Whether every triangle is there once, back to front.
+	bool IsDrawnBackToFront(const SScene &scene, const CFloat3 &camera, const u32 *indices)
+	{
+		struct SOwner
+		{
+			float m_SquaredDistance;
+			u32 m_FirstVertex;
+			const SMesh *m_Mesh;
+		};
+		std::vector<SOwner> owners(scene.m_VertexCount);
+		for (const SPage &page : scene.m_Pages)
+		{
+			for (u32 i = 0; i < page.m_Count; ++i)
+			{
+				const u32 firstVertex = page.m_FirstVertex + i * page.m_Mesh->m_VertexCount;
+				for (u32 v = 0; v < page.m_Mesh->m_VertexCount; ++v)
+					owners[firstVertex + v] = {SquaredDistance(page.m_Positions[i], camera), firstVertex, page.m_Mesh};
+			}
+		}
+		std::vector<u8> seen(scene.m_VertexCount); // per particle, at its first vertex: a bit per triangle of its mesh
+		float previous = INFINITY;
+		for (u32 index = 0; index < scene.m_IndexCount; index += kIndicesPerTriangle)
+		{
+			if (indices[index] >= scene.m_VertexCount)
+				return false;
+			const SOwner &owner = owners[indices[index]];
+			if (owner.m_SquaredDistance > previous)
+				return false;
+			previous = owner.m_SquaredDistance;
+
+			const std::vector<u32> &pattern = owner.m_Mesh->m_Pattern;
+			u32 entry = 0;
+			while (entry < pattern.size() &&
+				   !std::equal(indices + index, indices + index + kIndicesPerTriangle, pattern.data() + entry,
+					   [&](u32 vertex, u32 i) { return vertex == owner.m_FirstVertex + i; }))
+				entry += kIndicesPerTriangle;
+			if (entry == pattern.size())
+				return false;
+			const u8 bit = u8(1u << (entry / kIndicesPerTriangle));
+			if ((seen[owner.m_FirstVertex] & bit) != 0)
+				return false;
+			seen[owner.m_FirstVertex] = u8(seen[owner.m_FirstVertex] | bit);
+		}
+		return true;
+	}
+
+	template<typename _Competitor>
+	void RunTriangles(benchmark::State &state, u32 count)
+	{
+		const SScene scene(count);
+		CBuffer<u32> indices(scene.m_IndexCount);
+		_Competitor competitor(scene);
+		u32 frame = 0;
+		CFloat3 camera;
+		for (auto _ : state)
+		{
+			camera = CameraOfFrame(++frame);
+			competitor.Draw(camera, indices.Data());
+			benchmark::ClobberMemory();
+		}
+		if (!IsDrawnBackToFront(scene, camera, indices.Data()))
+			state.SkipWithError("not sorted");
+		DescribeIteration(state, 1, count);
+	}
+
+	template<typename _Competitor>
+	void Register(u32 count)
+	{
+		benchmark::RegisterBenchmark(
+			CaseName({"whole", "triangles_u32_ball", _Competitor::kName, std::to_string(count)}).c_str(),
+			[count](benchmark::State &state) { RunTriangles<_Competitor>(state, count); });
+	}
+} // namespace
+
+void RegisterTriangles()
+{
+	for (const u32 count : kCounts)
+	{
+		Register<CVexmoorTriangles>(count);
+		Register<CUserTriangles>(count);
+	}
+}
+} // namespace VexmoorBench

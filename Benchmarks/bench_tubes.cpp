@@ -1,0 +1,216 @@
+// Whole sorts of tubes: particles of four quads each, sorted by position, and the quads inside every particle by their
+// centres; against two nested calls of std::sort.
+
+#include "bench_inputs.h"
+#include "bench_registry.h"
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+namespace VexmoorBench
+{
+namespace
+{
+	constexpr u32 kCounts[] = {1000, 10000, 100000};
+	constexpr u32 kQuads = 4;
+	constexpr u32 kIndicesPerQuad = 6;
+	constexpr u32 kWidth = kQuads * kIndicesPerQuad;
+	constexpr u32 kVertices = 2 * (kQuads + 1); // a strip
+	constexpr u32 kCentersPerParticle = 16;     // slots, whatever the number of quads
+
+	struct SScene
+	{
+		explicit SScene(u32 count)
+			: m_Positions(Positions(EShape::Ball, count))
+			, m_Count(count)
+			, m_Centers(size_t(count) * kCentersPerParticle)
+			, m_FirstVertices(count)
+		{
+			for (u32 quad = 0; quad < kQuads; ++quad)
+			{
+				for (const u32 entry : {0u, 1u, 2u, 2u, 1u, 3u})
+					m_Pattern.push_back(2 * quad + entry);
+			}
+			// The segments of a tube point away from the origin.
+			for (u32 i = 0; i < count; ++i)
+			{
+				m_FirstVertices[i] = i * kVertices;
+				for (u32 quad = 0; quad < kQuads; ++quad)
+				{
+					const float scale = 1.0f + 0.02f * float(quad);
+					const CFloat3 &position = m_Positions[i];
+					m_Centers[size_t(i) * kCentersPerParticle + quad] =
+						CFloat4(position.x() * scale, position.y() * scale, position.z() * scale, 1.0f);
+				}
+			}
+		}
+
+		CFloat3 Center(u32 particle, u32 quad) const
+		{
+			const CFloat4 &center = m_Centers[size_t(particle) * kCentersPerParticle + quad];
+			return CFloat3(center.x(), center.y(), center.z());
+		}
+
+		const CBuffer<CFloat3> &m_Positions;
+		u32 m_Count;
+		CBuffer<CFloat4> m_Centers;
+		CBuffer<u32> m_FirstVertices;
+		std::vector<u32> m_Pattern;
+	};
+
+	class CVexmoorTubes
+	{
+	public:
+		static constexpr const char *kName = "vexmoor";
+
+		explicit CVexmoorTubes(SScene &scene)
+			: m_Scene(scene)
+			, m_Page(scene.m_Positions.Data(), scene.m_Count, u32(sizeof(CFloat3)))
+			, m_Scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(scene.m_Count))
+		{
+		}
+
+		void Draw(const CFloat3 &camera, u32 *out)
+		{
+			m_Sorter.Setup_OutputIndexBuffer(
+				TMemoryView<u32>(out, m_Scene.m_Count * kWidth), m_Scene.m_Count * kVertices);
+			m_Sorter.Setup_InputPageCache(TMemoryView<const TStridedMemoryView<const CFloat3>>(m_Page),
+				TMemoryView<const TStridedMemoryView<const u8>>(m_NoEnableds), TMemoryView<const u32>(m_Scene.m_Count),
+				m_Scene.m_Count, camera);
+			m_Sorter.Setup_Geometry(TMemoryView<u32>(m_Scene.m_Pattern.data(), kWidth),
+				TMemoryView<const u32>(m_Scene.m_FirstVertices.Data(), m_Scene.m_Count),
+				TMemoryView<const CFloat4>(m_Scene.m_Centers.Data(), u32(m_Scene.m_Centers.Count())), kVertices);
+			m_Sorter.SortPoints_AutogenIndices(m_Scratch.Data());
+		}
+
+	private:
+		SScene &m_Scene;
+		CTriangleSorter m_Sorter;
+		TStridedMemoryView<const CFloat3> m_Page;
+		TStridedMemoryView<const u8> m_NoEnableds;
+		CBuffer<u8> m_Scratch;
+	};
+
+	class CUserTubes
+	{
+	public:
+		static constexpr const char *kName = "user";
+
+		explicit CUserTubes(SScene &scene)
+			: m_Scene(scene)
+			, m_Depths(scene.m_Count)
+		{
+		}
+
+		void Draw(const CFloat3 &camera, u32 *out)
+		{
+			const auto farthestFirst = [](const SDepth &a, const SDepth &b)
+			{ return a.m_SquaredDistance > b.m_SquaredDistance; };
+			for (u32 i = 0; i < m_Scene.m_Count; ++i)
+				m_Depths[i] = {SquaredDistance(m_Scene.m_Positions[i], camera), i};
+			std::sort(m_Depths.begin(), m_Depths.end(), farthestFirst);
+			for (const SDepth &particle : m_Depths)
+			{
+				SDepth quads[kQuads];
+				for (u32 quad = 0; quad < kQuads; ++quad)
+					quads[quad] = {SquaredDistance(m_Scene.Center(particle.m_Number, quad), camera), quad};
+				std::sort(quads, quads + kQuads, farthestFirst);
+				const u32 firstVertex = m_Scene.m_FirstVertices[particle.m_Number];
+				for (const SDepth &quad : quads)
+				{
+					for (u32 i = 0; i < kIndicesPerQuad; ++i)
+						*out++ = firstVertex + m_Scene.m_Pattern[quad.m_Number * kIndicesPerQuad + i];
+				}
+			}
+		}
+
+	private:
+		struct SDepth
+		{
+			float m_SquaredDistance;
+			u32 m_Number;
+		};
+		SScene &m_Scene;
+		std::vector<SDepth> m_Depths;
+	};
+
+	// Whether every quad of every particle is there once, particles back to front and the quads of each as well. Quads
+	// whose keys differ in the lowest four bits only may come in either order.
+	bool IsDrawnBackToFront(const SScene &scene, const CFloat3 &camera, const u32 *indices)
+	{
+		constexpr u32 kComparedBits = ~15u;
+		std::vector<bool> drawn(scene.m_Count);
+		float previous = INFINITY;
+		for (u32 i = 0; i < scene.m_Count; ++i)
+		{
+			const u32 particle = indices[0] / kVertices;
+			if (particle >= scene.m_Count || drawn[particle])
+				return false;
+			drawn[particle] = true;
+			const float distance = SquaredDistance(scene.m_Positions[particle], camera);
+			if (distance > previous)
+				return false;
+			previous = distance;
+
+			u32 seen = 0;
+			u32 previousBits = ~0u;
+			for (u32 q = 0; q < kQuads; ++q)
+			{
+				const u32 quad = (indices[0] - particle * kVertices) / 2;
+				if (quad >= kQuads || indices[0] / kVertices != particle)
+					return false;
+				seen |= 1u << quad;
+				const u32 bits = FloatBits(SquaredDistance(scene.Center(particle, quad), camera)) & kComparedBits;
+				if (bits > previousBits)
+					return false;
+				previousBits = bits;
+				for (u32 j = 0; j < kIndicesPerQuad; ++j)
+				{
+					if (*indices++ != particle * kVertices + scene.m_Pattern[quad * kIndicesPerQuad + j])
+						return false;
+				}
+			}
+			if (seen != (1u << kQuads) - 1)
+				return false;
+		}
+		return true;
+	}
+
+	template<typename _Competitor>
+	void RunTubes(benchmark::State &state, u32 count)
+	{
+		SScene scene(count);
+		CBuffer<u32> indices(size_t(count) * kWidth);
+		_Competitor competitor(scene);
+		u32 frame = 0;
+		CFloat3 camera;
+		for (auto _ : state)
+		{
+			camera = CameraOfFrame(++frame);
+			competitor.Draw(camera, indices.Data());
+			benchmark::ClobberMemory();
+		}
+		if (!IsDrawnBackToFront(scene, camera, indices.Data()))
+			state.SkipWithError("not sorted");
+		DescribeIteration(state, 1, count);
+	}
+
+	template<typename _Competitor>
+	void Register(u32 count)
+	{
+		benchmark::RegisterBenchmark(
+			CaseName({"whole", "tubes_u32_ball", _Competitor::kName, std::to_string(count)}).c_str(),
+			[count](benchmark::State &state) { RunTubes<_Competitor>(state, count); });
+	}
+} // namespace
+
+void RegisterTubes()
+{
+	for (const u32 count : kCounts)
+	{
+		Register<CVexmoorTubes>(count);
+		Register<CUserTubes>(count);
+	}
+}
+} // namespace VexmoorBench

@@ -1,0 +1,39 @@
+// One process measures everything, so that ratios compare what ran on the same machine in the same minutes. The options
+// are those of Google Benchmark; Tools/bench.sh gives the usual ones.
+
+#include "kr_log_unique.h"
+
+#include "bench_registry.h"
+#include "vqsort_target.h"
+#include <string>
+
+int main(int argc, char **argv)
+{
+	using namespace VexmoorBench;
+
+	// Slow paths are measured as well; what they say about themselves belongs to no table.
+	CPerfHotspotsRegistry::Registry()->SetFirstTouchHandler(
+		[](const CLogUniqueCollection::SEntry &, void *) {}, nullptr);
+
+	benchmark::AddCustomContext("compiler", VEXMOOR_BENCH_COMPILER);
+	benchmark::AddCustomContext("flags", VEXMOOR_BENCH_FLAGS);
+	benchmark::AddCustomContext("vqsort_best_target", VqsortTargetName(EVqsortTarget::Best));
+	benchmark::AddCustomContext("vqsort_avx2_target", VqsortTargetName(EVqsortTarget::Avx2));
+
+	RegisterSortStage();
+	RegisterSortParts();
+	RegisterFill();
+	RegisterExpansion();
+	RegisterBillboards();
+	RegisterTriangles();
+	RegisterTubes();
+	RegisterDrawCalls();
+	RegisterDiagnostics();
+
+	benchmark::Initialize(&argc, argv);
+	if (benchmark::ReportUnrecognizedArguments(argc, argv))
+		return 1;
+	const size_t run = benchmark::RunSpecifiedBenchmarks();
+	benchmark::Shutdown();
+	return run != 0 ? 0 : 1;
+}
