@@ -26,7 +26,8 @@ Tools/install_packages.sh g++ clang clang-format libclang-rt-14-dev cmake ninja-
 
 check_format()
 {
-	git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
+	find Runtime Tests Samples Benchmarks \( -name '*.h' -o -name '*.cpp' \) -print0 |
+		xargs -0 clang-format --dry-run --Werror
 	printf 'every source file is formatted\n'
 }
 

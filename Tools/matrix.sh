@@ -1,0 +1,257 @@
+#!/usr/bin/env bash
+# Builds the library with every compiler and the flags that hosts use, as a host does that drops its sources into a build
+# of its own, and compares the one hash of all that it writes with the recorded one: same bits everywhere.
+#
+#   ./Tools/matrix.sh             the whole table, some minutes
+#   ./Tools/matrix.sh --short     both compilers, unoptimised and with the flags of a host in a hurry
+#   ./Tools/matrix.sh --record    records the hash of an unoptimised g++ build as the one to expect
+#
+# A row's executable is built again only when a source file, this script or the row has changed.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+mode=${1:-}
+case "$mode" in
+"" | --short | --record) ;;
+*)
+	printf 'matrix.sh: there is no option "%s"; the options are: --short, --record\n' "$mode" >&2
+	exit 2
+	;;
+esac
+
+packages=(g++ clang)
+[ "$mode" != "" ] || packages+=(llvm-14-linker-tools g++-i686-linux-gnu libc6-i386-cross)
+Tools/install_packages.sh "${packages[@]}"
+
+build=build/matrix
+expected=Tests/SameBits/expected_hash.txt
+mkdir -p "$build"
+
+includes=(-I Runtime/include -I Runtime/vx_maths/include -I Runtime/vx_kernel/include -I Runtime/vx_geometrics/include)
+mapfile -t library < <(find Runtime -name '*.cpp' | sort)
+program=Tests/SameBits/same_bits.cpp
+generator=Tests/Model/random_scene.cpp # makes the scenes from integers alone: one object serves all rows of a compiler
+
+# --- Rows ------------------------------------------------------------------------------------------------------------
+
+# compiler | level | architecture | more flags | assertions | how the library is linked
+rows=()
+add_row()
+{
+	local IFS='|'
+	rows+=("$*")
+}
+
+levels=(-O0 -O1 -O2 -O3 -Os)
+architectures=(x86-64 x86-64-v2 x86-64-v3 native)
+
+add_short_rows()
+{
+	local compiler
+	for compiler in g++ clang++; do
+		add_row "$compiler" -O0 x86-64 "" 1 sources
+		add_row "$compiler" -O3 native -ffast-math 0 sources
+	done
+}
+
+# Every level with every architecture. Of fast maths and assertions each row has one value, spread so that any two values
+# of two columns meet in some row.
+add_level_rows()
+{
+	local compiler=$1 level architecture
+	for level in "${!levels[@]}"; do
+		for architecture in "${!architectures[@]}"; do
+			local math=""
+			[ $(((level + architecture) % 2)) = 0 ] || math=-ffast-math
+			add_row "$compiler" "${levels[level]}" "${architectures[architecture]}" "$math" \
+				$(((level + architecture / 2) % 2)) sources
+		done
+	done
+}
+
+# Where there is an instruction that multiplies and adds, and the optimiser looks for places for it, fast maths on and off
+# at both levels: the rows that are not among the above.
+add_fusing_rows()
+{
+	local compiler=$1
+	add_row "$compiler" -O2 x86-64-v3 -ffast-math 1 sources
+	add_row "$compiler" -O2 native "" 1 sources
+	add_row "$compiler" -O3 x86-64-v3 "" 0 sources
+	add_row "$compiler" -O3 native -ffast-math 0 sources
+	add_row "$compiler" -O3 native "-ffast-math -ffp-contract=fast" 1 sources
+}
+
+add_linkage_rows()
+{
+	local compiler=$1
+	add_row "$compiler" -O2 x86-64 -flto 1 sources
+	add_row "$compiler" -O2 native "-flto -ffast-math" 0 sources
+	add_row "$compiler" -O3 x86-64 "-flto -ffast-math" 0 sources
+	add_row "$compiler" -O3 native -flto 1 sources
+	add_row "$compiler" -O0 x86-64 "" 1 archive
+	add_row "$compiler" -O3 native -ffast-math 0 archive
+	add_row "$compiler" -O0 x86-64 -ffast-math 0 shared
+	add_row "$compiler" -O3 native "" 1 shared
+}
+
+# Scalar code of 32-bit x86 computes in SSE registers where it is told to, and else on the x87 stack.
+add_32_bit_rows()
+{
+	local level assertions=0
+	for level in "${levels[@]}"; do
+		add_row i686-linux-gnu-g++ "$level" pentium4 -mfpmath=sse $assertions sources
+		assertions=$((1 - assertions))
+		add_row i686-linux-gnu-g++ "$level" pentium4 "-mfpmath=sse -ffast-math" $assertions sources
+	done
+	add_row i686-linux-gnu-g++ -O2 pentium4 -mfpmath=387 1 sources
+	add_row i686-linux-gnu-g++ -O3 native "-mfpmath=387 -ffast-math" 0 sources
+	add_row i686-linux-gnu-g++ -O3 native "-mfpmath=sse -ffast-math" 1 shared
+}
+
+# --- One row ---------------------------------------------------------------------------------------------------------
+
+# The loader knows which levels this CPU reaches.
+cpu_runs()
+{
+	case $1 in
+	x86-64-v*) /lib64/ld-linux-x86-64.so.2 --help | grep -q "^ *$1 (supported" ;;
+	esac
+}
+
+compile()
+{
+	local compiler=$1 assertions=$2
+	shift 2
+	"$compiler" -std=c++17 -DVX_ASSERTIONS="$assertions" "${includes[@]}" -I Tests/Model "$@"
+}
+
+build_generators()
+{
+	local compiler
+	while read -r compiler; do
+		compile "$compiler" 0 -O1 -c "$generator" -o "$build/generator-$compiler.o"
+	done < <(printf '%s\n' "${rows[@]}" | cut -d '|' -f 1 | sort -u)
+}
+
+build_row()
+{
+	local folder=$1 compiler=$2 level=$3 architecture=$4 more=$5 assertions=$6 linked=$7
+	local generated=$build/generator-$compiler.o flags=("$level" "-march=$architecture")
+	# shellcheck disable=SC2206 # a list of flags
+	flags+=($more)
+	rm -rf "$folder"
+	mkdir -p "$folder"
+	case $linked in
+	sources)
+		compile "$compiler" "$assertions" "${flags[@]}" "${library[@]}" "$program" "$generated" -o "$folder/same_bits"
+		;;
+	archive)
+		local source
+		for source in "${library[@]}"; do
+			compile "$compiler" "$assertions" "${flags[@]}" -c "$source" -o "$folder/$(basename "$source").o"
+		done
+		ar rcs "$folder/libvexmoor.a" "$folder"/*.o
+		compile "$compiler" "$assertions" "${flags[@]}" "$program" "$generated" -L "$folder" -lvexmoor \
+			-o "$folder/same_bits"
+		;;
+	shared)
+		compile "$compiler" "$assertions" "${flags[@]}" -fPIC -shared "${library[@]}" -o "$folder/libvexmoor.so"
+		compile "$compiler" "$assertions" "${flags[@]}" "$program" "$generated" -L "$folder" -lvexmoor \
+			"-Wl,-rpath,$PWD/$folder" -o "$folder/same_bits"
+		;;
+	esac
+}
+
+run_row()
+{
+	local folder=$1 compiler=$2
+	case $compiler in
+	i686-*) /usr/i686-linux-gnu/lib/ld-linux.so.2 --library-path "/usr/i686-linux-gnu/lib:$folder" "$folder/same_bits" ;;
+	*) "$folder/same_bits" ;;
+	esac
+}
+
+is_built()
+{
+	[ -x "$1/same_bits" ] && [ -z "$(find Runtime Tests/SameBits Tests/Model Tools/matrix.sh -newer "$1/same_bits")" ]
+}
+
+# Leaves the row's hash, or why there is none, in a file beside its folder.
+try_row()
+{
+	local compiler level architecture more assertions linked folder
+	IFS='|' read -r compiler level architecture more assertions linked <<<"$1"
+	folder=$(folder_of "$1")
+	if ! cpu_runs "$architecture"; then
+		echo "skipped: this CPU does not run it" >"$folder.result"
+	elif ! is_built "$folder" && ! build_row "$folder" "$compiler" "$level" "$architecture" "$more" "$assertions" \
+		"$linked" >"$folder.log" 2>&1; then
+		echo "does not build" >"$folder.result"
+	elif ! run_row "$folder" "$compiler" >"$folder.result" 2>"$folder.log"; then
+		echo "does not run" >"$folder.result"
+	fi
+}
+
+folder_of()
+{
+	printf '%s/%s' "$build" "$(tr -s ' |' '_' <<<"$1" | tr -d '\n')"
+}
+
+# --- All rows --------------------------------------------------------------------------------------------------------
+
+if [ "$mode" = --record ]; then
+	rows=()
+	add_row g++ -O0 x86-64 "" 1 sources
+	build_generators
+	try_row "${rows[0]}"
+	cp "$(folder_of "${rows[0]}").result" $expected
+	printf '%s now expects %s\n' $expected "$(cat $expected)"
+	exit 0
+fi
+
+if [ "$mode" = --short ]; then
+	add_short_rows
+else
+	for compiler in g++ clang++; do
+		add_level_rows $compiler
+		add_fusing_rows $compiler
+		add_linkage_rows $compiler
+	done
+	add_32_bit_rows
+fi
+
+build_generators
+for row in "${rows[@]}"; do
+	while [ "$(jobs -rp | wc -l)" -ge "$(nproc)" ]; do
+		wait -n
+	done
+	try_row "$row" &
+done
+wait
+
+recorded=$(cat $expected)
+failures=0
+format='%-19s %-5s %-10s %-34s %-10s %-8s %s\n'
+# shellcheck disable=SC2059 # a format that both heading and rows share
+printf "$format" compiler level cpu flags assertions library result
+for row in "${rows[@]}"; do
+	IFS='|' read -r compiler level architecture more assertions linked <<<"$row"
+	result=$(cat "$(folder_of "$row").result")
+	case $result in
+	"$recorded") result=same ;;
+	skipped:*) ;;
+	*)
+		failures=$((failures + 1))
+		[[ $result == does* ]] || result="DIFFERS: $result"
+		;;
+	esac
+	[ "$assertions" = 1 ] && assertions=on || assertions=off
+	# shellcheck disable=SC2059
+	printf "$format" "$compiler" "$level" "$architecture" "$more" "$assertions" "$linked" "$result"
+	[[ $result != does* ]] || sed 's/^/    /' "$(folder_of "$row").log"
+done
+if [ $failures != 0 ]; then
+	printf '%d of %d rows do not write the recorded bits, %s\n' $failures ${#rows[@]} "$recorded" >&2
+	exit 1
+fi
+printf 'all rows that run here write the same bits: %s\n' "$recorded"
