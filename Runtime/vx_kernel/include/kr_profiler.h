@@ -114,7 +114,7 @@ namespace Profiler
 	class CScopedNode
 	{
 	public:
-		CScopedNode(CProfiler *profiler, const SNodeDescriptor &nodeDescriptor, bool enabled)
+		CScopedNode(CProfiler *profiler, const SNodeDescriptor &nodeDescriptor, bool enabled = true)
 			: m_Profiler(enabled ? profiler : null)
 			, m_NodeDescriptor(&nodeDescriptor)
 		{

@@ -511,8 +511,26 @@ void CTriangleSorter::_FillSource_SortByValues_GeomConstAndIndexList(
 		});
 }
 
-// Expand, 32-bit. Every worker writes front to back: whole blocks of primitives as streaming stores where the output
-// is aligned for them, a fence, and what is left as ordinary stores.
+// Expand. The rule that every worker follows, for any width and both index types: record after record, the pattern's
+// entries plus the record's base.
+template<typename _Index>
+static void ExpandOneByOne(const TMemoryView<const u32> &indexPattern,
+	const SIndexAndDepth *__restrict it,
+	volatile _Index *__restrict dstPrims,
+	u32 primCount)
+{
+	const u32 patternWidth = indexPattern.Count();
+	for (; primCount != 0; --primCount)
+	{
+		const u32 id = (it++)->m_Index;
+		for (u32 j = 0; j < patternWidth; ++j)
+			dstPrims[j] = _Index(indexPattern[j] + id);
+		dstPrims += patternWidth;
+	}
+}
+
+// 32-bit. Workers of the common widths write whole blocks of primitives as streaming stores where the output is aligned
+// for them, then a fence, then what is left as ordinary stores: front to back, each index once.
 
 static void ExpandIndicesU32_x1(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *__restrict it,
@@ -543,6 +561,24 @@ static void ExpandIndicesU32_x1(const TMemoryView<const u32> &indexPattern,
 
 	for (; primsLeft != 0; --primsLeft)
 		*dstPrims++ = (it++)->m_Index;
+}
+
+// Three entries of the output's own width.
+template<typename _Index>
+static VX_INLINE void ExpandOneByOne3(
+	const _Index *pattern, const SIndexAndDepth *__restrict it, volatile _Index *__restrict dstPrims, u32 primCount)
+{
+	const _Index p0 = pattern[0];
+	const _Index p1 = pattern[1];
+	const _Index p2 = pattern[2];
+	for (; primCount != 0; --primCount)
+	{
+		const u32 id = (it++)->m_Index;
+		dstPrims[0] = _Index(p0 + id);
+		dstPrims[1] = _Index(p1 + id);
+		dstPrims[2] = _Index(p2 + id);
+		dstPrims += 3;
+	}
 }
 
 static void ExpandIndicesU32_x3(const TMemoryView<const u32> &indexPattern,
@@ -576,17 +612,7 @@ static void ExpandIndicesU32_x3(const TMemoryView<const u32> &indexPattern,
 			"[l.328]", "Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory");
 	}
 
-	const u32 p0 = pattern32[0];
-	const u32 p1 = pattern32[1];
-	const u32 p2 = pattern32[2];
-	for (; primsLeft != 0; --primsLeft)
-	{
-		const u32 id = (it++)->m_Index;
-		dstPrims[0] = p0 + id;
-		dstPrims[1] = p1 + id;
-		dstPrims[2] = p2 + id;
-		dstPrims += 3;
-	}
+	ExpandOneByOne3(pattern32, it, dstPrims, primsLeft);
 }
 
 // Two 32-bit indices per 64-bit store: _WordCount words of pattern per record. One addition serves both; nothing is
@@ -739,16 +765,8 @@ static void ExpandIndicesU32_xN(const TMemoryView<const u32> &indexPattern,
 	const CString message =
 		CString::Format("Render sort: Index stream expansion (U32): sub-optimal path [%d]", s32(patternWidth));
 	VX_WARN_ONCE("[l.579]", message.Data());
-	if (primCount * patternWidth == 0)
-		return;
-
-	for (; primCount != 0; --primCount)
-	{
-		const u32 id = (it++)->m_Index;
-		for (u32 j = 0; j < patternWidth; ++j)
-			dstPrims[j] = indexPattern[j] + id;
-		dstPrims += patternWidth;
-	}
+	if (primCount * patternWidth != 0)
+		ExpandOneByOne(indexPattern, it, dstPrims, primCount);
 }
 
 void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,
@@ -778,7 +796,7 @@ void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,
 	}
 }
 
-// Expand, 16-bit. Sums are not checked: what becomes of one beyond 0xFFFF differs from loop to loop, and callers keep
+// 16-bit. Sums are not checked: what becomes of one beyond 0xFFFF differs from loop to loop, and callers keep
 // every index below.
 
 static void ExpandIndicesU16_x1(const TMemoryView<const u32> &indexPattern,
@@ -852,14 +870,7 @@ static void ExpandIndicesU16_x3(const TMemoryView<const u32> &indexPattern,
 			"[l.925]", "Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory");
 	}
 
-	for (; primsLeft != 0; --primsLeft)
-	{
-		const u32 id = (it++)->m_Index;
-		dstPrims[0] = u16(pattern16[0] + id);
-		dstPrims[1] = u16(pattern16[1] + id);
-		dstPrims[2] = u16(pattern16[2] + id);
-		dstPrims += 3;
-	}
+	ExpandOneByOne3(pattern16, it, dstPrims, primsLeft);
 }
 
 static void ExpandIndicesU16_x6(const TMemoryView<const u32> &indexPattern,
@@ -938,16 +949,8 @@ static void ExpandIndicesU16_xN(const TMemoryView<const u32> &indexPattern,
 	const CString message =
 		CString::Format("Render sort: Index stream expansion (U16): sub-optimal path [%d]", s32(patternWidth));
 	VX_WARN_ONCE("[l.1200]", message.Data());
-	if (primCount * patternWidth == 0)
-		return;
-
-	for (; primCount != 0; --primCount)
-	{
-		const u32 id = (it++)->m_Index;
-		for (u32 j = 0; j < patternWidth; ++j)
-			dstPrims[j] = u16(indexPattern[j] + id);
-		dstPrims += patternWidth;
-	}
+	if (primCount * patternWidth != 0)
+		ExpandOneByOne(indexPattern, it, dstPrims, primCount);
 }
 
 void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,
@@ -975,7 +978,7 @@ void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,
 	}
 }
 
-// Expand with quads in order.
+// Expansion with quads in order.
 
 constexpr u32 kIndicesPerQuad = 6;
 constexpr u32 kQuadSlotsPerParticle = 16; // a key carries its quad's number in 4 bits
