@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # Tries every way in which a host takes the library in: as a package from the build tree, installed, and installed and
 # moved; as a subdirectory; and as bare sources with the host's own flags. Also that a client compiled with the other
-# VX_ASSERTIONS is told so. Needs a build folder, an existing compiler name, and a folder to work in.
+# VX_ASSERTIONS is told so. Needs a build folder, an existing compiler name, and a folder to work in, which makes the
+# next run quicker.
 set -euo pipefail
 buildDir=$1 compiler=$2 workDir=$3
 sourceDir=$(cd "$(dirname "$0")/../.." && pwd)
 consumers=$sourceDir/Tests/Consumers
 
-rm -rf "$workDir"
 mkdir -p "$workDir"
 
 step()
@@ -32,6 +32,7 @@ build_and_run()
 
 step "package in the build tree" build_and_run from_build -S "$consumers/package" -DVexmoor_DIR="$buildDir"
 
+rm -rf "$workDir/prefix" "$workDir/moved"
 step "installation" cmake --install "$buildDir" --prefix "$workDir/prefix"
 step "package in a prefix" build_and_run from_prefix -S "$consumers/package" -DCMAKE_PREFIX_PATH="$workDir/prefix"
 mv "$workDir/prefix" "$workDir/moved"
