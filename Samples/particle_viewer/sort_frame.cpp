@@ -2,8 +2,11 @@
 
 #include "sort_frame.h"
 
+#include "ge_mesh_sort_validation.h"
+
 #include "failure.h"
 #include <algorithm>
+#include <cstdio>
 
 namespace Viewer
 {
@@ -27,6 +30,24 @@ namespace
 	bool IsGeometryPerPage(const SFrame &frame)
 	{
 		return frame.m_IndexPattern.Empty();
+	}
+
+	// In builds with assertions, every rule of a sort is checked before it runs, and what breaks one is said in a
+	// sentence. Linear in the particles: too much for a release build, nothing for a debug build.
+	void Validate(const CTriangleSorter &sorter, const u8 *scratch, u32 scratchSize)
+	{
+#if VX_ASSERTIONS
+		const auto tell = [](const SSortFinding &finding, void *)
+		{
+			if (finding.m_Kind == SortFinding_Violation)
+				std::fprintf(stderr, "sort: %s\n", finding.m_Sentence);
+		};
+		ValidateSort(sorter, scratch, scratchSize, tell, null);
+#else
+		static_cast<void>(sorter);
+		static_cast<void>(scratch);
+		static_cast<void>(scratchSize);
+#endif
 	}
 
 	// A draw call starts where the one before it ends.
@@ -117,14 +138,15 @@ void CFrameSorter::SortPages(const SFrame &frame, EOrder order, const SDrawCall 
 	{
 		m_Sorter.Setup_Geometry(frame.m_PagePatterns.Slice(drawCall.m_FirstPage, drawCall.m_PageCount),
 			frame.m_PageVerticesPerParticle.Slice(drawCall.m_FirstPage, drawCall.m_PageCount), drawCall.m_IndexCount);
-		m_Sorter.SortTriangles_AutogenIndices(
-			Scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(drawCall.m_IndexCount)));
+		const u32 scratchSize = CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(drawCall.m_IndexCount);
+		u8 *const scratch = Scratch(scratchSize);
+		Validate(m_Sorter, scratch, scratchSize);
+		m_Sorter.SortTriangles_AutogenIndices(scratch);
 	}
 	else
 	{
 		m_Sorter.Setup_Geometry(frame.m_IndexPattern, frame.m_VerticesPerParticle);
-		m_Sorter.SortPoints_AutogenIndices(
-			Scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(drawCall.m_ParticleCount)));
+		SortPoints(drawCall.m_ParticleCount);
 	}
 }
 
@@ -140,7 +162,15 @@ void CFrameSorter::SortTriangleCentres(const SFrame &frame, const SDrawCall &dra
 	m_Sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(allEnabled),
 		CTriangleSorter::CRenderedCounts(count), count, frame.m_Camera.m_Position);
 	m_Sorter.Setup_Geometry(TMemoryView<u32>(triangle, 3), 3);
-	m_Sorter.SortPoints_AutogenIndices(Scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(count)));
+	SortPoints(count);
+}
+
+void CFrameSorter::SortPoints(u32 particleCount)
+{
+	const u32 scratchSize = CTriangleSorter::GetAutogenIndicesWorkingBufferSize(particleCount);
+	u8 *const scratch = Scratch(scratchSize);
+	Validate(m_Sorter, scratch, scratchSize);
+	m_Sorter.SortPoints_AutogenIndices(scratch);
 }
 
 void CFrameSorter::SetOutput(const SDrawCall &drawCall, u8 *mappedIndices)

@@ -50,6 +50,7 @@ public:
 
 private:
 	void SortPages(const SFrame &frame, EOrder order, const SDrawCall &drawCall, u8 *mappedIndices);
+	void SortPoints(u32 particleCount);
 	void SortTriangleCentres(const SFrame &frame, const SDrawCall &drawCall, u8 *mappedIndices);
 
 	void SetOutput(const SDrawCall &drawCall, u8 *mappedIndices);

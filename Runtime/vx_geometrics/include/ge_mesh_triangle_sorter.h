@@ -11,6 +11,8 @@
 
 namespace Vexmoor
 {
+class CSortValidation;
+
 /// What is sorted: a key, ascending as an unsigned integer, the smallest drawn first, and what it stands for. Record
 /// arrays start at multiples of 16 bytes and have room for an even number of records.
 struct SIndexAndDepth
@@ -358,6 +360,8 @@ public:
 		u32 triCount);
 
 private:
+	friend class CSortValidation; // reads what is set up, see ge_mesh_sort_validation.h
+
 	static u32 _AlignedRecordCount(u32 recordCount) { return (recordCount + 1) & ~1u; }
 
 	void _GetParticleIdxInPageCache(

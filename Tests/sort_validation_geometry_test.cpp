@@ -1,0 +1,455 @@
+// Geometry, working buffer and shared memory, broken: the sentences that say what is wrong.
+
+#include "sort_call.h"
+#include <algorithm>
+#include <cstring>
+#include <gtest/gtest.h>
+
+using namespace Vexmoor;
+using namespace Support;
+
+class SortValidationOfGeometry : public testing::TestWithParam<SBrokenCall>
+{
+};
+
+TEST_P(SortValidationOfGeometry, BrokenCall_IsToldInSentences)
+{
+	ExpectFindings(GetParam());
+}
+
+static const SBrokenCall kPoints[] = {
+	SBrokenCall("PatternEmpty",
+		Constant,
+		{"The index pattern has 0 entries, but needs at least 1."},
+		[](CCall &call) { call.m_Pattern.clear(); }),
+	SBrokenCall("ListPatternEmpty",
+		List,
+		{"The index pattern has 0 entries, but needs at least 1."},
+		[](CCall &call) { call.m_Pattern.clear(); }),
+	SBrokenCall("QuadPatternEmpty",
+		Quads,
+		{"The index pattern has 0 entries, but needs at least 1."},
+		[](CCall &call) { call.m_Pattern.clear(); }),
+	SBrokenCall("PatternOfOneNotZero",
+		Constant,
+		{"The index pattern's only entry is 2, but has to be 0."},
+		[](CCall &call) { call.m_Pattern = {2}; }),
+	SBrokenCall("PatternOfSeldomWidth",
+		Constant,
+		{"Advice: The width of the index pattern is 7: 1, 3, 6 and 12 are faster."},
+		[](CCall &call)
+		{
+			call.m_Pattern.push_back(3);
+			call.m_OutputCount = 63;
+		}),
+	SBrokenCall("PatternEntryBeyondVertices",
+		Constant,
+		{"Entry 4 of the index pattern is 4, but the vertices per particle are 4."},
+		[](CCall &call) { call.m_Pattern[4] = 4; }),
+	SBrokenCall("NoVerticesPerParticle",
+		Constant,
+		{"The particles have 0 vertices each, but need at least 1."},
+		[](CCall &call) { call.m_VerticesPerParticle = 0; }),
+	SBrokenCall("NoVerticesPerTube",
+		Quads,
+		{"The particles have 0 vertices each, but need at least 1."},
+		[](CCall &call) { call.m_VerticesPerParticle = 0; }),
+	SBrokenCall("VerticesEndBeforeParticles",
+		Constant,
+		{"Advice: The vertex count of 35 has room for 8 of 9 particles: the rest draws vertex 0's."},
+		[](CCall &call) { call.m_VertexCount = 35; }),
+	SBrokenCall("IndexOf16BitsTooLarge",
+		Constant,
+		{"Page 2, particle 5: its largest index is 78641, but indices of 16 bits end at 65534.",
+			"Page 3, particle 7: its largest index is 104855, but indices of 16 bits end at 65534."},
+		[](CCall &call)
+		{
+			call.Output16();
+			call.m_VerticesPerParticle = 0xFFFF / 5;
+			call.m_Pattern[0] = 0x3332;
+			call.m_VertexCount = 0x20000;
+		}),
+	SBrokenCall("IndexOf16BitsNotDrawn",
+		Constant,
+		{"Advice: The vertex count of 65536 has room for 8 of 9 particles: the rest draws vertex 0's."},
+		[](CCall &call)
+		{
+			call.Output16();
+			call.m_VerticesPerParticle = 0x2000;
+			call.m_VertexCount = 0x10000;
+		}),
+	SBrokenCall("IndexOf16BitsAtTheEnd",
+		Constant,
+		{"Page 3, particle 8: its largest index is 65535, but indices of 16 bits end at 65534."},
+		[](CCall &call)
+		{
+			call.Output16();
+			call.m_VerticesPerParticle = 0x1FFF;
+			call.m_Pattern[0] = 7;
+			call.m_VertexCount = 0x20000;
+		}),
+	SBrokenCall("IndexOf32BitsTooLarge",
+		List,
+		{"Advice: Page 2, particle 5: its largest index is 4294967296, but the vertex count is 4294967295.",
+			"Page 2, particle 5: its largest index is 4294967296, but indices of 32 bits end at 4294967295."},
+		[](CCall &call)
+		{
+			call.m_VertexCount = 0xFFFFFFFFu;
+			call.m_Entries[5] = 0xFFFFFFFDu;
+		}),
+	SBrokenCall("ListNull",
+		List,
+		{"The view of the index list has a null pointer, but a count of 9."},
+		[](CCall &call) {
+			call.m_IndexList = {null, 9};
+		}),
+	SBrokenCall("ListTooShort",
+		List,
+		{"The count of the index list is 8, but the particle count is 9."},
+		[](CCall &call) {
+			call.m_IndexList = {call.m_Entries + 1, 8};
+		}),
+	SBrokenCall("ListBeyondAddresses",
+		List,
+		{"The view of the index list covers 36 bytes, but the address space ends after 8."},
+		[](CCall &call) {
+			call.m_IndexList = {BytesBeforeTheEnd<const u32>(8), 9};
+		}),
+	SBrokenCall("ListEntryBeyondVertices",
+		List,
+		{"Advice: Page 0, particle 3: its list entry is 36, but the vertex count is 36: it draws vertex 0's, as if "
+		 "infinitely far.",
+			"Advice: Page 3, particle 8: its list entry is 4294967295, but the vertex count is 36: it draws vertex "
+			"0's, as if infinitely far."},
+		[](CCall &call)
+		{
+			call.m_Entries[3] = 36;
+			call.m_Entries[8] = 0xFFFFFFFFu;
+		}),
+	SBrokenCall("ListParticleBeyondVertices",
+		List,
+		{"Advice: Page 2, particle 6: its largest index is 36, but the vertex count is 36."},
+		[](CCall &call) { call.m_Entries[6] = 33; }),
+	SBrokenCall("ListIndexOf16BitsTooLarge",
+		List,
+		{"Page 2, particle 5: its largest index is 65535, but indices of 16 bits end at 65534.",
+			"Page 3, particle 7: its largest index is 65537, but indices of 16 bits end at 65534."},
+		[](CCall &call)
+		{
+			call.Output16();
+			call.m_VertexCount = 0x20000;
+			call.m_Entries[4] = 0xFFFB;
+			call.m_Entries[5] = 0xFFFC;
+			call.m_Entries[6] = 0xFFFD;
+			call.m_Entries[7] = 0xFFFE;
+		}),
+	SBrokenCall("QuadCentersNull",
+		Quads,
+		{"The view of the quad centres has a null pointer, but a count of 144."},
+		[](CCall &call) {
+			call.m_QuadCenters = {null, 144};
+		}),
+	SBrokenCall("QuadCentersTooFew",
+		Quads,
+		{"Page 3, particle 8: its quads need 144 centre slots, but there are 143."},
+		[](CCall &call) {
+			call.m_QuadCenters = {call.m_QuadCenters.Data() + 1, 143};
+		}),
+	SBrokenCall("QuadCentersMisaligned",
+		Quads,
+		{"The view of the quad centres starts at 2 modulo 4, but needs 0."},
+		[](CCall &call) {
+			call.m_QuadCenters = {BytesPast<const CFloat4>(const_cast<CFloat4 *>(call.m_QuadCenters.Data()), 2), 144};
+		}),
+	SBrokenCall("QuadCentersBeyondAddresses",
+		Quads,
+		{"The view of the quad centres covers 2304 bytes, but the address space ends after 16."},
+		[](CCall &call) {
+			call.m_QuadCenters = {BytesBeforeTheEnd<const CFloat4>(16), 144};
+		}),
+	SBrokenCall("SixteenQuads",
+		Quads,
+		{"The index pattern has 16 quads, but at most 15 can be sorted."},
+		[](CCall &call)
+		{
+			call.m_Pattern.assign(96, 0);
+			call.m_OutputCount = 96 * 9;
+		}),
+	SBrokenCall("QuadsAndARest",
+		Quads,
+		{"Advice: The width of the index pattern is 8, 2 more than whole quads: the rest is not drawn, and its place "
+		 "in the output is left as it is."},
+		[](CCall &call) { call.m_Pattern.resize(8); }),
+	SBrokenCall("LessThanAQuad",
+		Quads,
+		{"Advice: The width of the index pattern is 5, 5 more than whole quads: the rest is not drawn, and its place "
+		 "in the output is left as it is."},
+		[](CCall &call) { call.m_Pattern.resize(5); }),
+	SBrokenCall("TubeCameraNotANumber",
+		Quads,
+		{"Advice: The camera's x is not a number, and so is every distance to it."},
+		[](CCall &call)
+		{
+			const u32 bits = 0x7FC00000u;
+			std::memcpy(static_cast<void *>(&call.m_Camera), &bits, sizeof(bits));
+		}),
+};
+INSTANTIATE_TEST_SUITE_P(Points, SortValidationOfGeometry, testing::ValuesIn(kPoints), NameOf);
+
+static const SBrokenCall kTriangles[] = {
+	SBrokenCall("FewerPatterns",
+		Triangles,
+		{"The count of index patterns is 3, but that of rendered counts is 4."},
+		[](CCall &call) { call.m_PatternPages = call.m_PatternPages.Slice(0, 3); }),
+	SBrokenCall("FewerVertexCounts",
+		Triangles,
+		{"The count of vertex counts is 2, but that of rendered counts is 4."},
+		[](CCall &call) { call.m_VertexCountPages = call.m_VertexCountPages.Slice(0, 2); }),
+	SBrokenCall("PatternsNull",
+		Triangles,
+		{"The view of the pages' index patterns has a null pointer, but a count of 4."},
+		[](CCall &call) {
+			call.m_PatternPages = {null, 4};
+		}),
+	SBrokenCall("VertexCountsNull",
+		Triangles,
+		{"The view of the pages' vertex counts has a null pointer, but a count of 4."},
+		[](CCall &call) {
+			call.m_VertexCountPages = {null, 4};
+		}),
+	SBrokenCall("VertexCountsMisaligned",
+		Triangles,
+		{"The view of the pages' vertex counts starts at 1 modulo 4, but needs 0."},
+		[](CCall &call) {
+			call.m_VertexCountPages = {BytesPast<const u32>(call.m_VertexCounts, 1), 3};
+		}),
+	SBrokenCall("PagePatternEmpty",
+		Triangles,
+		{"The width of the index pattern of page 3 is 0, but has to be a multiple of 3 above 0.",
+			"Advice: The pages draw 30 indices, but the index count is 36: vertex 0 fills the rest."},
+		[](CCall &call) { SetPattern(call.m_Patterns[3], {}); }),
+	SBrokenCall("PagePatternNotTriangles",
+		Triangles,
+		{"The width of the index pattern of page 0 is 4, but has to be a multiple of 3 above 0.",
+			"The pages draw 40 indices, but the index count is 36."},
+		[](CCall &call) {
+			SetPattern(call.m_Patterns[0], {0, 1, 2, 0});
+		}),
+	SBrokenCall("PagePatternEntryBeyondVertices",
+		Triangles,
+		{"Entry 1 of the index pattern of page 3 is 3, but the vertices per particle are 3."},
+		[](CCall &call) {
+			SetPattern(call.m_Patterns[3], {0, 3, 1});
+		}),
+	SBrokenCall("NoVerticesPerParticleOfAPage",
+		Triangles,
+		{"The particles of page 2 have 0 vertices each, but need at least 1."},
+		[](CCall &call) { call.m_VertexCounts[2] = 0; }),
+	SBrokenCall("IndexCountTooLow",
+		Triangles,
+		{"The pages draw 36 indices, but the index count is 33."},
+		[](CCall &call) { call.m_IndexCount = 33; }),
+	SBrokenCall("IndexCountNotTriangles",
+		Triangles,
+		{"The index count is 35, but needs to be a multiple of 3.",
+			"The pages draw 36 indices, but the index count is 35."},
+		[](CCall &call) { call.m_IndexCount = 35; }),
+	SBrokenCall("IndexCountTooHigh",
+		Triangles,
+		{"Advice: The pages draw 36 indices, but the index count is 39: vertex 0 fills the rest.",
+			"Advice: The output has room for 12 of 13 triangles: the lowest keys are not drawn.",
+			"Advice: No working buffer is given: the sort takes one from the allocator and gives it back."},
+		[](CCall &call)
+		{
+			call.m_IndexCount = 39;
+			call.m_WorkingBufferSize = 0;
+			call.m_WorkingBuffer = null;
+		}),
+	SBrokenCall("TriangleOutputTooSmall",
+		Triangles,
+		{"Advice: The output has room for 11 of 12 triangles: the lowest keys are not drawn."},
+		[](CCall &call) { call.m_OutputCount = 35; }),
+	SBrokenCall("TriangleIndexOf16BitsTooLarge",
+		Triangles,
+		{"Page 2, particle 4: its largest index is 65539, but indices of 16 bits end at 65534.",
+			"Page 3, particle 7: its largest index is 65550, but indices of 16 bits end at 65534."},
+		[](CCall &call)
+		{
+			call.Output16();
+			call.m_VertexCounts[0] = 0x4000;
+			call.m_VertexCount = 0x20000;
+		}),
+	SBrokenCall("TriangleVerticesCutAPage",
+		Triangles,
+		{"Advice: The vertex count of 23 has room for 2 of the 3 particles of page 2.",
+			"Advice: The vertex count of 23 has room for 1 of the 2 particles of page 3."},
+		[](CCall &call) { call.m_VertexCount = 23; }),
+	SBrokenCall("TriangleVerticesDropAPage",
+		Triangles,
+		{"Advice: The first particle of page 2 ends at vertex 16, but the vertex count is 15: pages from there on are "
+		 "not drawn."},
+		[](CCall &call) { call.m_VertexCount = 15; }),
+	SBrokenCall("TriangleVerticesWrap",
+		Triangles,
+		{"The first particle of page 2 ends at vertex 4294967296, but counts end at 4294967295."},
+		[](CCall &call)
+		{
+			call.m_VertexCount = 0xFFFFFFFFu;
+			call.m_VertexCounts[2] = 0xFFFFFFF4u;
+		}),
+};
+INSTANTIATE_TEST_SUITE_P(Triangles, SortValidationOfGeometry, testing::ValuesIn(kTriangles), NameOf);
+
+static const SBrokenCall kMemory[] = {
+	SBrokenCall("WorkingBufferNullWithSize",
+		Constant,
+		{"The working buffer is null, but has 160 bytes."},
+		[](CCall &call) { call.m_WorkingBuffer = null; }),
+	SBrokenCall("WorkingBufferLeftToTheSorter",
+		Constant,
+		{"Advice: No working buffer is given: the sort takes one from the allocator and gives it back."},
+		[](CCall &call)
+		{
+			call.m_WorkingBuffer = null;
+			call.m_WorkingBufferSize = 0;
+		}),
+	SBrokenCall("WorkingBufferTooSmall",
+		Constant,
+		{"The working buffer has 159 bytes, but the sort needs 160."},
+		[](CCall &call) { --call.m_WorkingBufferSize; }),
+	SBrokenCall("TriangleWorkingBufferTooSmall",
+		Triangles,
+		{"The working buffer has 335 bytes, but the sort needs 336."},
+		[](CCall &call) { --call.m_WorkingBufferSize; }),
+	SBrokenCall("WorkingBufferMisaligned",
+		Constant,
+		{"The working buffer starts at 8 modulo 16, but needs 0."},
+		[](CCall &call) { call.m_WorkingBuffer = BytesPast<void>(call.m_WorkingBuffer, 8); }),
+	SBrokenCall("WorkingBufferBeyondAddresses",
+		Constant,
+		{"The working buffer has 160 bytes, but the address space ends after 64."},
+		[](CCall &call) { call.m_WorkingBuffer = BytesBeforeTheEnd<void>(64); }),
+	SBrokenCall("WorkingBufferBeyondSizes",
+		Constant,
+		{"The pages render 9 particles, but the particle count is 268435455.",
+			"Advice: The output has room for 9 of 268435455 particles: the lowest keys are not drawn.",
+			"Advice: The vertex count of 36 has room for 9 of 268435455 particles: the rest draws vertex 0's.",
+			"The sort needs 4294967296 bytes of working buffer, but sizes end at 4294967295."},
+		[](CCall &call) { call.m_ParticleCount = 0x0FFFFFFFu; }),
+	SBrokenCall("TriangleWorkingBufferBeyondSizes",
+		Triangles,
+		{"Advice: The pages draw 36 indices, but the index count is 536870913: vertex 0 fills the rest.",
+			"Advice: The output has room for 12 of 178956971 triangles: the lowest keys are not drawn.",
+			"The sort needs 5010795208 bytes of working buffer, but sizes end at 4294967295."},
+		[](CCall &call) { call.m_IndexCount = 0x20000001u; }),
+	SBrokenCall("WorkingBufferOnOutput",
+		Constant,
+		{"The working buffer overlaps the output by 128 bytes."},
+		[](CCall &call)
+		{
+			call.m_Output = BytesPast<void>(call.m_WorkingBuffer, 32);
+			call.m_OutputCount = 54;
+		}),
+	SBrokenCall("WorkingBufferOnValues",
+		Constant,
+		{"The working buffer overlaps the sort values of page 3 by 4 bytes."},
+		[](CCall &call)
+		{
+			std::memset(call.m_WorkingBuffer, 0, 160);
+			call.m_Values[3] = {BytesPast<float>(call.m_WorkingBuffer, 156), 2, 4};
+		}),
+	SBrokenCall("WorkingBufferOnRenderedCounts",
+		Constant,
+		{"The working buffer overlaps the rendered counts by 16 bytes."},
+		[](CCall &call)
+		{
+			std::memcpy(call.m_WorkingBuffer, call.m_Counts, 16);
+			call.m_RenderedCounts = {static_cast<u32 *>(call.m_WorkingBuffer), 4, 4};
+		}),
+	SBrokenCall("OutputOnPositions",
+		Constant,
+		{"Advice: Page 2 has disabled particles and page 0 has none: sorted by position, the former is drawn first, "
+		 "however near it is.",
+			"The output overlaps the positions of page 0 by 12 bytes."},
+		[](CCall &call)
+		{
+			call.SortByPosition();
+			call.m_Positions[0] = {static_cast<CFloat3 *>(call.m_Output), 4, 0};
+		}),
+	SBrokenCall("OutputOnEnabledBytes",
+		Constant,
+		{"The output overlaps the enabled bytes of page 2 by 5 bytes."},
+		[](CCall &call)
+		{
+			std::memcpy(call.m_Output, call.m_EnabledBytes, 5);
+			call.m_Enableds[2] = {static_cast<u8 *>(call.m_Output), 5, 1};
+		}),
+	SBrokenCall("OutputOnValuePages",
+		Constant,
+		{"The output overlaps the pages' sort values by 64 bytes."},
+		[](CCall &call)
+		{
+			std::memcpy(call.m_Output, call.m_Values, 4 * sizeof(CValueView));
+			call.m_ValuePages = {static_cast<CValueView *>(call.m_Output), 4, sizeof(CValueView)};
+		}),
+	SBrokenCall("OutputOnEnabledPages",
+		Triangles,
+		{"The output overlaps the pages' enabled bytes by 64 bytes."},
+		[](CCall &call)
+		{
+			std::memcpy(call.m_Output, call.m_Enableds, 4 * sizeof(CEnabledView));
+			call.m_EnabledPages = {static_cast<CEnabledView *>(call.m_Output), 4, sizeof(CEnabledView)};
+		}),
+	SBrokenCall("OutputOnPagePattern",
+		Triangles,
+		{"Advice: The output has room for 2 of 12 triangles: the lowest keys are not drawn.",
+			"The output overlaps the index pattern of page 2 by 24 bytes."},
+		[](CCall &call)
+		{
+			call.m_Output = call.m_Patterns[2].Data();
+			call.m_OutputCount = 6;
+		}),
+	SBrokenCall("OutputOnIndexPattern",
+		Constant,
+		{"The output overlaps the index pattern by 24 bytes."},
+		[](CCall &call)
+		{
+			// The sorter's copy is on the heap, where the patterns of pages are.
+			call.m_Output = reinterpret_cast<u8 *>(call.m_Patterns[2].Data()) - 0x1000000;
+			call.m_OutputCount = 0x800000;
+		}),
+	SBrokenCall("OutputOnIndexList",
+		List,
+		{"The output overlaps the index list by 36 bytes."},
+		[](CCall &call)
+		{
+			std::memcpy(call.m_Output, call.m_Entries, 36);
+			call.m_IndexList = {static_cast<u32 *>(call.m_Output), 9};
+		}),
+	SBrokenCall("OutputOnQuadCenters",
+		Quads,
+		{"The output overlaps the quad centres by 432 bytes."},
+		[](CCall &call) { call.m_Output = const_cast<CFloat4 *>(call.m_QuadCenters.Data() + 1); }),
+	SBrokenCall("OutputOnVertexCounts",
+		Triangles,
+		{"The output overlaps the pages' vertex counts by 16 bytes."},
+		[](CCall &call)
+		{
+			std::memcpy(call.m_Output, call.m_VertexCounts, 16);
+			call.m_VertexCountPages = {static_cast<u32 *>(call.m_Output), 4};
+		}),
+	SBrokenCall("OutputOnSorter",
+		Triangles,
+		{"The output overlaps the sorter by 144 bytes."},
+		[](CCall &call) { call.m_Output = &call.m_Sorter; }),
+	SBrokenCall("WorkingBufferOnPagePatterns",
+		Triangles,
+		{"The working buffer has 16 bytes, but the sort needs 336.",
+			"The working buffer overlaps the pages' index patterns by 16 bytes."},
+		[](CCall &call)
+		{
+			call.m_WorkingBuffer = call.m_Patterns;
+			call.m_WorkingBufferSize = 16;
+		}),
+};
+INSTANTIATE_TEST_SUITE_P(Memory, SortValidationOfGeometry, testing::ValuesIn(kMemory), NameOf);

@@ -1,0 +1,240 @@
+// The validation call as a whole: good calls and scenes, of which it has nothing bad to say; what it touches and takes;
+// and random damage, after which what still passes sorts within its memory. Guarded memory throughout.
+
+#include "ge_mesh_sort_validation.h"
+
+#include "diagnostics.h"
+#include "random_scene.h"
+#include "scene_memory.h"
+#include "sort_call.h"
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <new>
+#include <string>
+#include <vector>
+
+using namespace Vexmoor;
+using namespace Support;
+
+// --- Allocations of this program -------------------------------------------------------------------------------------
+
+static thread_local u64 s_AllocationCount = 0;
+
+void *operator new(std::size_t size)
+{
+	++s_AllocationCount;
+	if (void *const block = std::malloc(size != 0 ? size : 1))
+		return block;
+	std::abort();
+}
+void operator delete(void *block) noexcept
+{
+	std::free(block);
+}
+void operator delete(void *block, std::size_t) noexcept
+{
+	std::free(block);
+}
+
+// --- Good input ------------------------------------------------------------------------------------------------------
+
+TEST(SortValidation, GoodCalls_GiveNoFindings)
+{
+	for (const ECallGeometry geometry : kCallGeometries)
+	{
+		CCall call(geometry);
+		EXPECT_EQ(call.Findings(), std::vector<std::string>()) << geometry;
+		call.Output16();
+		EXPECT_EQ(call.Findings(), std::vector<std::string>()) << geometry << ", 16-bit";
+	}
+}
+
+TEST(SortValidation, SorterThatIsNotSetUp_GivesAFindingPerGroup)
+{
+	SFindings collected;
+	EXPECT_EQ(ValidateSort(CTriangleSorter(), null, 0, &Collect, &collected), 3u);
+	EXPECT_EQ(collected.m_Sentences,
+		(std::vector<std::string>{"No output is set up.", "No input is set up.", "No geometry is set up.",
+			"Advice: No working buffer is given: the sort takes one from the allocator and gives it back."}));
+}
+
+// What the sort would write, and what it would read without a rule for it, may lie where every access faults.
+TEST(SortValidation, OutputWorkingBufferAndFloats_AreNotTouched)
+{
+	for (const ECallGeometry geometry : kCallGeometries)
+	{
+		CCall call(geometry);
+		call.m_Output = BytesBeforeTheEnd<void>(0x10000);
+		call.m_WorkingBuffer = BytesBeforeTheEnd<void>(0x20000);
+		for (const u32 page : {0u, 2u, 3u})
+			call.m_Values[page] = {BytesBeforeTheEnd<float>(0x1000), call.m_Values[page].Count(), 4};
+		call.m_QuadCenters = {BytesBeforeTheEnd<const CFloat4>(0x8000), call.m_QuadCenters.Count()};
+		EXPECT_EQ(call.Findings(), std::vector<std::string>()) << geometry;
+	}
+}
+
+TEST(SortValidation, Validation_TakesNoMemory)
+{
+	const CAllocationRecorder hook;
+	for (const ECallGeometry geometry : kCallGeometries)
+	{
+		CCall call(geometry);
+		call.m_ByPosition = true;
+		call.m_Counts[0] = 5;
+		call.m_Entries[0] = 0xFFFFFFFFu;
+		call.m_WorkingBufferSize = 0;
+		call.SetUp();
+		u32 findingCount = 0;
+		const auto count = [](const SSortFinding &, void *userData) { ++*static_cast<u32 *>(userData); };
+		const u64 before = s_AllocationCount;
+		call.Validate(count, &findingCount);
+		EXPECT_EQ(s_AllocationCount, before) << geometry;
+		EXPECT_GE(findingCount, 4u) << geometry;
+	}
+	EXPECT_TRUE(hook.Allocations().empty());
+}
+
+// Pages with more enabled bytes than rendered particles sort, but break a rule.
+static void ExpectNoViolations(const Model::SScene &scene, u64 seed)
+{
+	CSceneMemory memory(scene);
+	memory.Protect();
+	const CExpectReports noReports;
+	SFindings collected;
+	const u32 bufferSize = scene.m_Geometry == Model::EGeometry::PerPage
+	                           ? CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(scene.m_TriangleIndexCount)
+	                           : CTriangleSorter::GetAutogenIndicesWorkingBufferSize(scene.m_ParticleCount);
+	ASSERT_EQ(ValidateSort(memory.Sorter(), memory.WorkingBuffer(), bufferSize, &Collect, &collected), 0u)
+		<< "seed " << seed << ": " << Model::Describe(scene) << "\n"
+		<< testing::PrintToString(collected.m_Sentences);
+}
+
+TEST(SortValidation, GoodPointScenes_GiveNoViolation)
+{
+	Model::SSceneOptions options;
+	options.m_WeightPartlyRenderedWithBytes = 0;
+	options.m_HostileCamera = true;
+	for (u64 seed = 1; seed <= 1000 && !testing::Test::HasFailure(); ++seed)
+		ExpectNoViolations(Model::RandomPointScene(seed, options), seed);
+}
+
+TEST(SortValidation, GoodTriangleScenes_GiveNoViolation)
+{
+	Model::SSceneOptions options;
+	options.m_WeightPartlyRenderedWithBytes = 0;
+	options.m_ParticlesPerPage = {0, 20};
+	for (u64 seed = 1; seed <= 1000 && !testing::Test::HasFailure(); ++seed)
+		ExpectNoViolations(Model::RandomTriangleScene(seed, options), seed);
+}
+
+// --- Random damage ---------------------------------------------------------------------------------------------------
+
+namespace
+{
+template<typename _Type>
+void Damage(TStridedMemoryView<_Type, -1> &view, Model::CRandom &random)
+{
+	if (random.Chance(50) && view.Count() != 0)
+		view = view.Slice(0, random.Below(view.Count()));
+	else if (random.Chance(50))
+		view = {null, view.Count(), view.Stride()};
+	else
+		view = {view.Data(), view.Count(), random.Below(view.Stride() + 1)};
+}
+
+template<typename _Type>
+void Damage(TMemoryView<_Type> &view, Model::CRandom &random)
+{
+	view = random.Chance(80) ? view.Slice(0, random.Below(view.Count() + 1)) : TMemoryView<_Type>(null, view.Count());
+}
+
+void Damage(u32 &number, Model::CRandom &random)
+{
+	number = random.Chance(70) ? number + random.Below(9) - 4 : random.Next() >> random.Below(32);
+}
+
+// Views get smaller and numbers change: no view claims memory that is not there.
+void Damage(CCall &call, Model::CRandom &random)
+{
+	const u32 page = random.Below(CCall::kPageCount);
+	switch (random.Below(20))
+	{
+	case 0:
+		return Damage(call.m_VertexCount, random);
+	case 1:
+		return Damage(call.m_ParticleCount, random);
+	case 2:
+		return Damage(call.m_VerticesPerParticle, random);
+	case 3:
+		return Damage(call.m_IndexCount, random);
+	case 4:
+		return Damage(call.m_Counts[page], random);
+	case 5:
+		return Damage(call.m_VertexCounts[page], random);
+	case 6:
+		return Damage(call.m_Entries[random.Below(CCall::kParticleCount)], random);
+	case 7:
+		return Damage(call.m_Pattern[random.Below(6)], random);
+	case 8:
+		return Damage(call.m_Positions[page], random);
+	case 9:
+		return Damage(call.m_Values[page], random);
+	case 10:
+		return Damage(call.m_Enableds[page], random);
+	case 11:
+		return Damage(call.m_PositionPages, random);
+	case 12:
+		return Damage(call.m_ValuePages, random);
+	case 13:
+		return Damage(call.m_EnabledPages, random);
+	case 14:
+		return Damage(call.m_RenderedCounts, random);
+	case 15:
+		return Damage(call.m_IndexList, random);
+	case 16:
+		return Damage(call.m_QuadCenters, random);
+	case 17:
+		return Damage(call.m_PatternPages, random);
+	case 18:
+		return Damage(call.m_VertexCountPages, random);
+	default:
+		call.m_EnabledBytes[random.Below(5)] = u8(random.Below(2));
+		call.m_OutputCount = random.Below(call.m_OutputCount + 1);
+		call.m_WorkingBufferSize -= random.Below(2);
+		return;
+	}
+}
+} // namespace
+
+TEST(SortValidation, WhatPassesAfterRandomDamage_SortsWithinItsMemory)
+{
+	u32 passedCount = 0;
+	constexpr u32 kCaseCount = 2000;
+	for (u64 seed = 1; seed <= kCaseCount && !HasFailure(); ++seed)
+	{
+		Model::CRandom random(seed);
+		CReportRecorder reports;
+		const CWarningRecorder quiet;
+		CCall call(kCallGeometries[random.Below(4)]);
+		call.m_ByPosition = random.Chance(50);
+		if (random.Chance(50))
+			call.Output16();
+		for (u32 damages = random.Between(1, 3); damages != 0; --damages)
+			Damage(call, random);
+		call.SetUp();
+		reports.Clear();
+		if (call.Validate(null, null) != 0)
+			continue;
+
+		++passedCount;
+		EXPECT_TRUE(reports.Texts().empty()) << "seed " << seed;
+		call.Sort();
+		EXPECT_TRUE(call.SurroundingsIntact()) << "seed " << seed;
+		for (const std::string &text : reports.Texts())
+			EXPECT_TRUE(text == "index < m_Count" || text == "Mem::IsAligned<0x10>(it)" ||
+						text == "Mem::IsAligned<0x10>(inoutList.Data())")
+				<< "seed " << seed << ": " << text;
+	}
+	EXPECT_GT(passedCount, kCaseCount / 10);
+	EXPECT_LT(passedCount, kCaseCount / 2);
+}
