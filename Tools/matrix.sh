@@ -44,6 +44,7 @@ add_row()
 
 levels=(-O0 -O1 -O2 -O3 -Os)
 architectures=(x86-64 x86-64-v2 x86-64-v3 native)
+clang_32_bit="clang++ --target=i686-linux-gnu"
 
 add_short_rows()
 {
@@ -106,6 +107,9 @@ add_32_bit_rows()
 	add_row i686-linux-gnu-g++ -O2 pentium4 -mfpmath=387 1 sources
 	add_row i686-linux-gnu-g++ -O3 native "-mfpmath=387 -ffast-math" 0 sources
 	add_row i686-linux-gnu-g++ -O3 native "-mfpmath=sse -ffast-math" 1 shared
+	add_row "$clang_32_bit" -O0 pentium4 "" 1 sources
+	add_row "$clang_32_bit" -O2 pentium4 -ffast-math 0 sources
+	add_row "$clang_32_bit" -O3 native -ffast-math 1 sources
 }
 
 # --- One row ---------------------------------------------------------------------------------------------------------
@@ -122,21 +126,28 @@ compile()
 {
 	local compiler=$1 assertions=$2
 	shift 2
-	"$compiler" -std=c++17 -DVX_ASSERTIONS="$assertions" "${includes[@]}" -I Tests/Model "$@"
+	# shellcheck disable=SC2086 # a command, with its target
+	$compiler -std=c++17 -DVX_ASSERTIONS="$assertions" "${includes[@]}" -I Tests/Model "$@"
+}
+
+generator_object()
+{
+	printf '%s/generator_%s.o' "$build" "${1// /_}"
 }
 
 build_generators()
 {
 	local compiler
 	while read -r compiler; do
-		compile "$compiler" 0 -O1 -c "$generator" -o "$build/generator-$compiler.o"
+		compile "$compiler" 0 -O1 -c "$generator" -o "$(generator_object "$compiler")"
 	done < <(printf '%s\n' "${rows[@]}" | cut -d '|' -f 1 | sort -u)
 }
 
 build_row()
 {
 	local folder=$1 compiler=$2 level=$3 architecture=$4 more=$5 assertions=$6 linked=$7
-	local generated=$build/generator-$compiler.o flags=("$level" "-march=$architecture")
+	local flags=("$level" "-march=$architecture") generated
+	generated=$(generator_object "$compiler")
 	# shellcheck disable=SC2206 # a list of flags
 	flags+=($more)
 	rm -rf "$folder"
@@ -166,7 +177,7 @@ run_row()
 {
 	local folder=$1 compiler=$2
 	case $compiler in
-	i686-*) /usr/i686-linux-gnu/lib/ld-linux.so.2 --library-path "/usr/i686-linux-gnu/lib:$folder" "$folder/same_bits" ;;
+	*i686*) /usr/i686-linux-gnu/lib/ld-linux.so.2 --library-path "/usr/i686-linux-gnu/lib:$folder" "$folder/same_bits" ;;
 	*) "$folder/same_bits" ;;
 	esac
 }
@@ -231,7 +242,7 @@ wait
 
 recorded=$(cat $expected)
 failures=0
-format='%-19s %-5s %-10s %-34s %-10s %-8s %s\n'
+format='%-31s %-5s %-10s %-30s %-10s %-8s %s\n'
 # shellcheck disable=SC2059 # a format that both heading and rows share
 printf "$format" compiler level cpu flags assertions library result
 for row in "${rows[@]}"; do

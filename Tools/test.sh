@@ -7,7 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-sections=(format debug release clang-debug clang-release sanitize host-flags clang-host-flags)
+sections=(format same-bits fuzz debug release clang-debug clang-release sanitize host-flags clang-host-flags)
 
 if [ "${1:-}" = --list ]; then
 	printf '%s\n' "${sections[@]}"
@@ -41,10 +41,16 @@ test_preset()
 	ctest --preset "$1" --parallel "$(nproc)" --progress
 }
 
+# For each of two targets. At a desk, a look at the corpus and a little more.
+fuzzSeconds=3
+[ "${CI:-}" != true ] || fuzzSeconds=30
+
 for section in "$@"; do
 	printf '\n== %s\n' "$section"
 	case $section in
 	format) check_format ;;
+	same-bits) Tools/matrix.sh --short ;;
+	fuzz) Tools/fuzz.sh "$fuzzSeconds" ;;
 	*) test_preset "$section" ;;
 	esac
 done

@@ -1,0 +1,85 @@
+#!/usr/bin/env bash
+# Builds the fuzz targets in build/fuzz and runs each for a while, from the committed corpus and what earlier runs found.
+#
+#   ./Tools/fuzz.sh            60 seconds per target
+#   ./Tools/fuzz.sh 600        ten minutes per target
+#   ./Tools/fuzz.sh --keep     boils the corpora down to the fewest inputs that reach as many edges, and puts these into
+#                              the committed ones
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+seconds=60
+keep=false
+case "${1:-}" in
+"") ;;
+--keep) keep=true ;;
+*[!0-9]*)
+	printf 'fuzz.sh: "%s" is no number of seconds, and the one option is --keep\n' "$1" >&2
+	exit 2
+	;;
+*) seconds=$1 ;;
+esac
+
+Tools/install_packages.sh clang libclang-rt-14-dev cmake ninja-build libgtest-dev
+
+build=build/fuzz
+cmake -S . -B $build -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	-DVEXMOOR_BUILD_FUZZERS=ON -DVEXMOOR_BUILD_SAMPLES=OFF -DVEXMOOR_WARNINGS_AS_ERRORS=ON >/dev/null
+cmake --build $build --target vexmoor_fuzzers
+
+committed=Tests/Fuzz/corpus
+maxLength=1000
+
+# An input is worth keeping for an edge, not for how often it is taken; of several with the same the shortest stays.
+keep_corpus()
+{
+	local target=$1 kept=$build/kept/$1
+	rm -rf "$kept"
+	mkdir -p "$kept" "$committed/$target" "$build/corpus/$target"
+	"$build/Tests/Fuzz/fuzz_$target" -merge=1 -use_counters=0 -max_len=$maxLength "$kept" "$committed/$target" \
+		"$build/corpus/$target" >"$build/merge_$target.log" 2>&1
+	rm -f "$committed/$target"/*
+	cp "$kept"/* "$committed/$target/"
+	printf '%s: %d inputs kept\n' "$target" "$(find "$committed/$target" -type f | wc -l)"
+}
+
+statistic()
+{
+	sed -n "s/^stat::$1: *//p" "$2"
+}
+
+# The first corpus receives what is found; the committed one is only read.
+fuzz()
+{
+	local target=$1 log=$build/$1.log executable=$build/Tests/Fuzz/fuzz_$1 finding=$build/finding_$1
+	mkdir -p "$build/corpus/$target" "$committed/$target"
+	rm -f "$finding"
+	if ! "$executable" -max_total_time="$seconds" -max_len=$maxLength -timeout=10 -rss_limit_mb=4096 \
+		-print_final_stats=1 -exact_artifact_path="$finding" "$build/corpus/$target" "$committed/$target" \
+		>"$log" 2>&1; then
+		tail -n 60 "$log"
+		if [ ! -e "$finding" ]; then
+			printf '\n%s: did not run\n' "$target" >&2
+			return 1
+		fi
+		printf '\n%s: a finding. The same again: VEXMOOR_FUZZ_DESCRIBE=1 %s %s\n' "$target" "$executable" \
+			"$finding" >&2
+		return 1
+	fi
+	local last
+	last=$(grep -o 'cov: [0-9]* .*corp: [0-9]*' "$log" | tail -n 1)
+	last=${last#cov: }
+	printf '%-16s %10s executions, %s a second; %s edges; corpus of %s inputs\n' "$target" \
+		"$(statistic number_of_executed_units "$log")" "$(statistic average_exec_per_sec "$log")" \
+		"${last%% *}" "${last##* }"
+}
+
+failed=0
+for target in sort building_blocks; do
+	if $keep; then
+		keep_corpus $target
+	else
+		fuzz $target || failed=1
+	fi
+done
+exit $failed
