@@ -32,7 +32,7 @@ struct SPrivateMembers
 template struct SPrivateMembers<&CTriangleSorter::m_SortType, &CTriangleSorter::m_ParticleCount>;
 } // namespace
 
-// --- Failures --------------------------------------------------------------------------------------------------------
+// Failures.
 
 // No index fits: of ten records none would be left to look at, so looking at the first one written would be reported.
 TEST(PointSortReports, UnknownIndexType_ReportsItsTextAloneAndFreesTheBlock)
@@ -186,7 +186,7 @@ TEST(PointSortReports, ParticleCountChangedMeanwhile_IsReportedAndTheNewOneExpan
 	EXPECT_TRUE(memory.Holds(result));
 }
 
-// --- No particles ----------------------------------------------------------------------------------------------------
+// No particles.
 
 // Pages that render nothing: without views, with views of memory that faults, and with every particle disabled.
 static std::vector<Model::SPage> EmptyPages()

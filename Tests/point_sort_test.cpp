@@ -37,7 +37,7 @@ static std::vector<u32> Sequence(u32 first, u32 count)
 	return sequence;
 }
 
-// --- Which particles are written -------------------------------------------------------------------------------------
+// Which particles are written.
 
 TEST(PointSort, ExactCapacity_WritesEveryRecordFromTheFirst)
 {
@@ -117,7 +117,7 @@ TEST(PointSort, AllGeometriesAndTypes_MatchTheModel)
 	}
 }
 
-// --- The working buffer ----------------------------------------------------------------------------------------------
+// The working buffer.
 
 // A list keeps the records in particle order, so that what the fill wrote is plain: keys of falling values.
 static Model::SScene FallingValues(u32 particleCount)
@@ -184,7 +184,7 @@ TEST(PointSort, WorkingBufferAt8Mod16_IsReportedAndTheSortGoesOn)
 	}
 }
 
-// --- Scratch memory --------------------------------------------------------------------------------------------------
+// Scratch memory.
 
 TEST(PointSort, NullWorkingBuffer_TakesEightTimesTheSizeAndGivesItBack)
 {
@@ -275,7 +275,7 @@ TEST(PointSort, NothingSetUp_AsksForABlockOfNoBytesAndReportsTheCounts)
 	sorter.SortPoints_AutogenIndices(workingBuffer.Data());
 }
 
-// --- Scopes ----------------------------------------------------------------------------------------------------------
+// Scopes.
 
 static void ExpectNode(const Profiler::SNodeDescriptor &node, const char *name, float red, float green, float blue)
 {
@@ -313,7 +313,7 @@ TEST(PointSort, Scopes_FollowEachOtherWithTheirColours)
 	}
 }
 
-// --- Reuse and threads -----------------------------------------------------------------------------------------------
+// Reuse and threads.
 
 // While it sorts, a scene's sorter lies in read-only memory, and so does all it reads.
 TEST(PointSort, SortedAgain_GivesTheSameFromAnUnchangedSorter)

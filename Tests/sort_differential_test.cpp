@@ -20,7 +20,7 @@ using namespace Model;
 // There only under a sanitizer, which ends the process without a signal.
 extern "C" void __sanitizer_set_death_callback(void (*callback)()) __attribute__((weak));
 
-// --- Cases -----------------------------------------------------------------------------------------------------------
+// Cases.
 
 static std::uint64_t NumberFromEnvironment(const char *name, std::uint64_t fallback)
 {
@@ -124,7 +124,7 @@ static void ForEachTriangleScene(std::uint64_t caseCount, const SSceneOptions &o
 	ForEachCase(caseCount, [&options](std::uint64_t seed) { return RandomTriangleScene(seed, options); });
 }
 
-// --- Points ----------------------------------------------------------------------------------------------------------
+// Points.
 
 // The options of everything at once; what follows takes one of them to its extreme.
 static SSceneOptions PointOptions()
@@ -249,7 +249,7 @@ TEST(SortDifferential, ThreeHundredThousandPoints_MatchTheModel)
 	ForEachPointScene(1, options);
 }
 
-// --- Triangles -------------------------------------------------------------------------------------------------------
+// Triangles.
 
 TEST(SortDifferential, TrianglesOfMixedPages_MatchTheModel)
 {

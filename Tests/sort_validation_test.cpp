@@ -16,8 +16,6 @@
 using namespace Vexmoor;
 using namespace Support;
 
-// --- Allocations of this program -------------------------------------------------------------------------------------
-
 static thread_local u64 s_AllocationCount = 0;
 
 void *operator new(std::size_t size)
@@ -27,6 +25,11 @@ void *operator new(std::size_t size)
 		return block;
 	std::abort();
 }
+void *operator new(std::size_t size, const std::nothrow_t &) noexcept
+{
+	++s_AllocationCount;
+	return std::malloc(size != 0 ? size : 1);
+}
 void operator delete(void *block) noexcept
 {
 	std::free(block);
@@ -35,8 +38,6 @@ void operator delete(void *block, std::size_t) noexcept
 {
 	std::free(block);
 }
-
-// --- Good input ------------------------------------------------------------------------------------------------------
 
 TEST(SortValidation, GoodCalls_GiveNoFindings)
 {
@@ -126,8 +127,6 @@ TEST(SortValidation, GoodTriangleScenes_GiveNoViolation)
 	for (u64 seed = 1; seed <= 1000 && !testing::Test::HasFailure(); ++seed)
 		ExpectNoViolations(Model::RandomTriangleScene(seed, options), seed);
 }
-
-// --- Random damage ---------------------------------------------------------------------------------------------------
 
 namespace
 {

@@ -78,7 +78,7 @@ struct STwoPages
 typedef std::vector<u32> CIndices;
 constexpr u32 kUntouched = 0xCDCDCDCD;
 
-// --- The entry -------------------------------------------------------------------------------------------------------
+// The entry.
 
 TEST(TriangleSortReports, NoFault_ReportsTheOddPageAlone)
 {
@@ -153,7 +153,7 @@ TEST(TriangleSortReports, WorkingBufferAt8Mod16_IsReportedAndTheSortGoesOn)
 	}
 }
 
-// --- The worker ------------------------------------------------------------------------------------------------------
+// The worker.
 
 TEST(TriangleSortReports, PartOfATriangle_IsReportedAndLeftOut)
 {

@@ -15,7 +15,7 @@
 using namespace Vexmoor;
 using namespace Support;
 
-// --- Scenes ----------------------------------------------------------------------------------------------------------
+// Scenes.
 
 namespace
 {
@@ -101,7 +101,7 @@ static std::vector<u32> SortedFirstVertices(const Model::SScene &scene)
 
 typedef std::vector<u32> CIndices;
 
-// --- Order -----------------------------------------------------------------------------------------------------------
+// Order.
 
 TEST(TriangleSort, PagesOfValues_InterleaveByValue)
 {
@@ -154,7 +154,7 @@ TEST(TriangleSort, BothSidesOf109Triangles_MatchTheModel)
         }));
 }
 
-// --- Parity ----------------------------------------------------------------------------------------------------------
+// Parity.
 
 TEST(TriangleSort, OddPage_ReportsItsRecordsOnceEach)
 {
@@ -210,7 +210,7 @@ TEST(TriangleSort, EverySequenceOfParities_MatchesTheModel)
 	}
 }
 
-// --- Pages of nothing ------------------------------------------------------------------------------------------------
+// Pages of nothing.
 
 // Without views, with views of memory that faults, and with every particle disabled.
 static Model::SPage EmptyPage(u32 kind, u32 width)
@@ -279,7 +279,7 @@ TEST(TriangleSort, NoTriangles_WriteNothing)
 	}
 }
 
-// --- Vertex budget ---------------------------------------------------------------------------------------------------
+// Vertex budget.
 
 TEST(TriangleSort, EveryVertexBudget_MatchesTheModel)
 {
@@ -359,7 +359,7 @@ TEST(TriangleSort, CutPage_TakesTheDirectPathUnlessItHasEnabledBytes)
 	}
 }
 
-// --- Fillers and small outputs ---------------------------------------------------------------------------------------
+// Fillers and small outputs.
 
 TEST(TriangleSort, RoomForMoreTriangles_IsFilledWithTrianglesOfVertex0)
 {
@@ -405,7 +405,7 @@ TEST(TriangleSort, SmallOutput_KeepsTheHighestKeys)
 	}
 }
 
-// --- The working buffer ----------------------------------------------------------------------------------------------
+// The working buffer.
 
 TEST(TriangleSort, Indices16_LeaveTheUpperHalfOfTheIndicesAsItWas)
 {
@@ -476,7 +476,7 @@ TEST(TriangleSort, RefusedAllocation_ReturnsInSilence)
 	EXPECT_TRUE(scopes.Events().empty());
 }
 
-// --- Scopes ----------------------------------------------------------------------------------------------------------
+// Scopes.
 
 static void ExpectNode(const Profiler::SNodeDescriptor &node, const char *name, float red, float green, float blue)
 {

@@ -25,7 +25,7 @@ void Announce(const std::string &call)
 		std::fprintf(stderr, "%s\n", call.c_str());
 }
 
-// --- Floats ----------------------------------------------------------------------------------------------------------
+// Floats.
 
 constexpr u32 kSpecialFloats[] = {
 	0x00000000u, 0x80000000u, 0x3F800000u, 0xBF800000u, // 0, -0, 1, -1
@@ -104,7 +104,7 @@ static SFloat3 ReadFloat3(CByteReader &reader)
 	return {x, y, z};
 }
 
-// --- Pages -----------------------------------------------------------------------------------------------------------
+// Pages.
 
 static std::vector<u8> ReadEnabled(CByteReader &reader, u32 count)
 {
@@ -166,7 +166,7 @@ static SPage ReadPage(CByteReader &reader, u32 maxCount)
 	return page;
 }
 
-// --- Scenes ----------------------------------------------------------------------------------------------------------
+// Scenes.
 
 static u32 ReadWidth(CByteReader &reader)
 {
@@ -310,7 +310,7 @@ SHost ReadHost(CByteReader &reader)
 	return host;
 }
 
-// --- Calls of the static functions -----------------------------------------------------------------------------------
+// Calls of the static functions.
 
 Model::SFillCall ReadFillCall(CByteReader &reader)
 {

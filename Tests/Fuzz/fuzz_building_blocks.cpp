@@ -77,7 +77,7 @@ CGuardedMemory LayOut(const CRecords &records, std::size_t count, std::size_t ad
 	return memory;
 }
 
-// --- Fill and expand -------------------------------------------------------------------------------------------------
+// Fill and expand.
 
 void Fill(CByteReader &reader)
 {
@@ -186,7 +186,7 @@ void ExpandQuads(CByteReader &reader)
 		ExpandQuads<u32>(call, flush);
 }
 
-// --- Triangles -------------------------------------------------------------------------------------------------------
+// Triangles.
 
 void Widen(CByteReader &reader)
 {
@@ -254,7 +254,7 @@ void Gather(CByteReader &reader)
 	RequireWarnings(warnings, {});
 }
 
-// --- Order -----------------------------------------------------------------------------------------------------------
+// Order.
 
 void SortInto(CByteReader &reader, bool radixAlways)
 {

@@ -43,7 +43,7 @@ static u32 Draw(CRandom &random, const SRange &range)
 	return random.Between(range.m_Min, range.m_Max);
 }
 
-// --- Floats ----------------------------------------------------------------------------------------------------------
+// Floats.
 
 static u32 HostileFloat(CRandom &random)
 {
@@ -94,7 +94,7 @@ static SFloat3 RandomFloat3(CRandom &random, const SSceneOptions &options, bool 
 	return {x, y, z};
 }
 
-// --- Pages -----------------------------------------------------------------------------------------------------------
+// Pages.
 
 enum class EPageKind
 {
@@ -199,7 +199,7 @@ static std::vector<SPage> RandomPages(CRandom &random, const SSceneOptions &opti
 	return pages;
 }
 
-// --- Geometry --------------------------------------------------------------------------------------------------------
+// Geometry.
 
 std::vector<u32> RandomPattern(CRandom &random, u32 width, u32 verticesPerParticle)
 {
@@ -323,7 +323,7 @@ SScene RandomTriangleScene(u64 seed, const SSceneOptions &options)
 	return scene;
 }
 
-// --- Calls of the static functions -----------------------------------------------------------------------------------
+// Calls of the static functions.
 
 SFillCall RandomFillCall(u64 seed, const SSceneOptions &options)
 {

@@ -18,7 +18,7 @@ static void Require(bool condition, const char *text)
 		throw std::invalid_argument(text);
 }
 
-// --- Order -----------------------------------------------------------------------------------------------------------
+// Order.
 
 void InsertionSort(std::vector<SRecord> &records, s32 lo, s32 hi)
 {
@@ -146,7 +146,7 @@ std::vector<SRecord> Sort(std::vector<SRecord> &input)
 	return sorted;
 }
 
-// --- Triangles -------------------------------------------------------------------------------------------------------
+// Triangles.
 
 std::vector<SRecord> WidenToTriangles(
 	const std::vector<SRecord> &particles, u32 trianglesPerParticle, u32 triangleOffset)
@@ -171,7 +171,7 @@ std::vector<u32> GatherTriangles(const std::vector<SRecord> &records, const std:
 	return out;
 }
 
-// --- Drivers ---------------------------------------------------------------------------------------------------------
+// Drivers.
 
 static void SortFilled(SSortResult &result)
 {

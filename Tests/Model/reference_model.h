@@ -119,7 +119,7 @@ struct SScene
 	u32 m_TriangleIndexCount = 0;       // geometry per page: the working buffer's index count, a multiple of 3
 };
 
-// --- Keys ------------------------------------------------------------------------------------------------------------
+// Keys.
 
 // Single precision, each operation rounded to nearest on its own, denormals kept. An operand that is a NaN comes out
 // quieted, the first one if both are; inf - inf gives 0xFFC00000.
@@ -131,7 +131,7 @@ u32 CompactedDistanceKey(const SFloat3 &position, const SFloat3 &camera); // flo
 constexpr u32 kDistanceKeyFar = 0x807FFFFFu; // distance key of +infinity
 constexpr u32 kFloatKeyFar = 0x007FFFFFu;    // float key of -infinity
 
-// --- Fill: one slice of source data into recordCount records ---------------------------------------------------------
+// Fill: one slice of source data into recordCount records.
 
 // All four return the records in memory order. With fewer records than source elements the enabled ones are
 // compacted; where there are no enabled bytes then, the first elements are taken on the direct path.
@@ -170,7 +170,7 @@ std::vector<SRecord> FillIndices(u32 recordCount,
 	u32 maxVertexId,
 	SWarnings &warnings);
 
-// --- Page cache ------------------------------------------------------------------------------------------------------
+// Page cache.
 
 struct SLocation
 {
@@ -184,7 +184,7 @@ SLocation LocateRendered(const std::vector<SPage> &pages, u32 renderedId);
 // first of them on a 16-byte boundary.
 std::vector<SRecord> FillSource(const SScene &scene, u32 start, u32 count, SWarnings &warnings);
 
-// --- Order -----------------------------------------------------------------------------------------------------------
+// Order.
 
 // Neither is stable: what becomes of the order of equal keys is part of what they model.
 void InsertionSort(std::vector<SRecord> &records, s32 lo, s32 hi); // selects maxima; both bounds inclusive
@@ -196,7 +196,7 @@ std::vector<SRecord> RadixSort(std::vector<SRecord> &input);
 // The sort entry point: up to 109 records quick sort and an unchanged input, from 110 on radix sort.
 std::vector<SRecord> Sort(std::vector<SRecord> &input);
 
-// --- Expand ----------------------------------------------------------------------------------------------------------
+// Expand.
 
 // Outputs of ExpandIndices, records.size() * pattern.size() of them; 16-bit ones are below 0x10000. They include
 // what the workers' loops do with sums beyond the index type. Whether a 32-bit worker warns of an unaligned
@@ -216,7 +216,7 @@ std::vector<std::optional<u32>> ExpandAndSortIndices(EIndexType indexType,
 	u32 verticesPerParticle,
 	SWarnings &warnings);
 
-// --- Triangles -------------------------------------------------------------------------------------------------------
+// Triangles.
 
 // One record per triangle from one per particle: block t holds triangle t of every particle.
 std::vector<SRecord> WidenToTriangles(
@@ -225,7 +225,7 @@ std::vector<SRecord> WidenToTriangles(
 // Whole triangles of the source, in the order of the records.
 std::vector<u32> GatherTriangles(const std::vector<SRecord> &records, const std::vector<u32> &sourceIndices);
 
-// --- Drivers ---------------------------------------------------------------------------------------------------------
+// Drivers.
 
 struct SSortResult
 {

@@ -9,7 +9,7 @@ namespace Model
 {
 using u64 = std::uint64_t;
 
-// --- 32-bit output ---------------------------------------------------------------------------------------------------
+// 32-bit output.
 
 // The plain rule, which all vector loops of 32-bit output follow.
 static void AppendSums(std::vector<u32> &out, const std::vector<u32> &pattern, u32 base)
@@ -78,7 +78,7 @@ static std::vector<u32> ExpandU32(
 	return out;
 }
 
-// --- 16-bit output ---------------------------------------------------------------------------------------------------
+// 16-bit output.
 
 static u32 Low16(u32 value)
 {
@@ -213,7 +213,7 @@ std::vector<u32> ExpandIndices(EIndexType indexType,
 	                                    : ExpandU16(pattern, records, outputAddressMod16, warnings);
 }
 
-// --- Quads inside a particle -----------------------------------------------------------------------------------------
+// Quads inside a particle.
 
 constexpr u32 kIndicesPerQuad = 6;
 constexpr u32 kCentersPerParticle = 16;

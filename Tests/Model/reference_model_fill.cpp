@@ -24,7 +24,7 @@ bool operator!=(const SWarning &a, const SWarning &b)
 	return !(a == b);
 }
 
-// --- Keys ------------------------------------------------------------------------------------------------------------
+// Keys.
 
 constexpr u32 kSignBit = 0x80000000u;
 constexpr u32 kExponentBits = 0x7F800000u; // of an infinity, which has nothing else beside its sign
@@ -149,7 +149,7 @@ u32 CompactedDistanceKey(const SFloat3 &position, const SFloat3 &camera)
 	return FloatKey(ZeroMinus(SquaredDistance(position, camera)));
 }
 
-// --- Fill ------------------------------------------------------------------------------------------------------------
+// Fill.
 
 template<typename TSource>
 static const auto &Element(const TSource &source, u32 i)
@@ -303,7 +303,7 @@ std::vector<SRecord> FillIndices(u32 recordCount,
 	return RecordsByList(keys, indexList, maxVertexId, kFloatKeyFar);
 }
 
-// --- Page cache ------------------------------------------------------------------------------------------------------
+// Page cache.
 
 SLocation LocateRendered(const std::vector<SPage> &pages, u32 renderedId)
 {

@@ -91,7 +91,7 @@ static TMemoryView<const _Type> ConstView(const _Type *data, std::size_t count)
 	return TMemoryView<const _Type>(data, u32(count));
 }
 
-// --- Views of a page -------------------------------------------------------------------------------------------------
+// Views of a page.
 
 typedef TStridedMemoryView<const CFloat3, -1> CPositionView;
 typedef TStridedMemoryView<const float, -1> CValueView;
@@ -121,7 +121,7 @@ static CEnabledView AddEnabled(CMemory &memory, const Model::SPage &page)
 	return CEnabledView(data, u32(page.m_Enabled.size()), 1);
 }
 
-// --- Whole sorts -----------------------------------------------------------------------------------------------------
+// Whole sorts.
 
 template<typename _Type>
 static void Add(CHash &hash, const TMemoryView<_Type> &elements)
@@ -219,7 +219,7 @@ static void HashScene(CHash &hash, const SScene &scene)
 		HashSort<u16>(hash, scene);
 }
 
-// --- Static functions ------------------------------------------------------------------------------------------------
+// Static functions.
 
 static void HashFillCalls(CHash &hash, const Model::SFillCall &call)
 {
@@ -339,7 +339,7 @@ static void HashTriangleSteps(CHash &hash, std::uint64_t seed)
 		HashGatherCall<u32>(hash, random, sortedList);
 }
 
-// --- Corpus ----------------------------------------------------------------------------------------------------------
+// Corpus.
 
 static SSceneOptions MixedPages()
 {

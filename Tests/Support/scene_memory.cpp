@@ -28,7 +28,7 @@ static u32 WorkingBufferSize(const Model::SScene &scene)
 	           : CTriangleSorter::GetAutogenIndicesWorkingBufferSize(scene.m_ParticleCount);
 }
 
-// --- Scenes ----------------------------------------------------------------------------------------------------------
+// Scenes.
 
 u32 FloatBits(float value)
 {
@@ -70,7 +70,7 @@ SSceneLayout WithoutWorkingBuffer()
 	return layout;
 }
 
-// --- Layout ----------------------------------------------------------------------------------------------------------
+// Layout.
 
 CSceneMemory::CSceneMemory(const Model::SScene &scene, const SSceneLayout &layout)
 	: m_Scene(scene)
@@ -199,7 +199,7 @@ void CSceneMemory::_AddGeometry()
 	m_QuadCenters = reinterpret_cast<CFloat4 *>(_AddInputArray(m_Scene.m_QuadCenters));
 }
 
-// --- Set-up and sort -------------------------------------------------------------------------------------------------
+// Set-up and sort.
 
 void CSceneMemory::SetUpOutput(CTriangleSorter &sorter) const
 {
@@ -273,7 +273,7 @@ void CSceneMemory::Sort()
 		m_Sorter->SortPoints_AutogenIndices(WorkingBuffer());
 }
 
-// --- Comparison ------------------------------------------------------------------------------------------------------
+// Comparison.
 
 template<typename _Index>
 static testing::AssertionResult OutputHolds(const _Index *output, const std::vector<std::optional<u32>> &expected)
@@ -338,7 +338,7 @@ testing::AssertionResult CSceneMemory::OutputUntouched() const
 	return _SurroundingsIntact();
 }
 
-// --- Reports and warnings --------------------------------------------------------------------------------------------
+// Reports and warnings.
 
 // A page that starts on an odd triangle says so when its records are expanded and when they are widened.
 static std::vector<std::string> ExpectedTriangleReports(const Model::SScene &scene)
