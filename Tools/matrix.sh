@@ -32,7 +32,7 @@ mapfile -t library < <(find Runtime -name '*.cpp' | sort)
 program=Tests/SameBits/same_bits.cpp
 generator=Tests/Model/random_scene.cpp # makes the scenes from integers alone: one object serves all rows of a compiler
 
-# --- Rows ------------------------------------------------------------------------------------------------------------
+# Rows.
 
 # compiler | level | architecture | more flags | assertions | how the library is linked
 rows=()
@@ -112,7 +112,7 @@ add_32_bit_rows()
 	add_row "$clang_32_bit" -O3 native -ffast-math 1 sources
 }
 
-# --- One row ---------------------------------------------------------------------------------------------------------
+# One row.
 
 # The loader knows which levels this CPU reaches.
 cpu_runs()
@@ -208,7 +208,7 @@ folder_of()
 	printf '%s/%s' "$build" "$(tr -s ' |' '_' <<<"$1" | tr -d '\n')"
 }
 
-# --- All rows --------------------------------------------------------------------------------------------------------
+# All rows.
 
 if [ "$mode" = --record ]; then
 	rows=()
