@@ -34,7 +34,9 @@ namespace
 
 	// In builds with assertions, every rule of a sort is checked before it runs, and what breaks one is said in a
 	// sentence. Linear in the particles: too much for a release build, nothing for a debug build.
-	void Validate(const CTriangleSorter &sorter, const u8 *scratch, u32 scratchSize)
+	void Validate([[maybe_unused]] const CTriangleSorter &sorter,
+		[[maybe_unused]] const u8 *scratch,
+		[[maybe_unused]] u32 scratchSize)
 	{
 #if VX_ASSERTIONS
 		const auto tell = [](const SSortFinding &finding, void *)
@@ -43,10 +45,6 @@ namespace
 				std::fprintf(stderr, "sort: %s\n", finding.m_Sentence);
 		};
 		ValidateSort(sorter, scratch, scratchSize, tell, null);
-#else
-		static_cast<void>(sorter);
-		static_cast<void>(scratch);
-		static_cast<void>(scratchSize);
 #endif
 	}
 
