@@ -6,25 +6,12 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <cstdio>
+#include <sstream>
 
 namespace Viewer
 {
 namespace
 {
-	struct SSceneDefaults
-	{
-		EScene m_Scene;
-		const char *m_Name;
-		u32 m_ParticleCount;
-		u32 m_MaxParticleCount; // what the scene's pages, vertices and 32-bit byte sizes leave room for
-	};
-
-	constexpr SSceneDefaults kScenes[] = {
-		{EScene::Smoke,      "smoke",      100000, 2500000},
-		{EScene::Debris,     "debris",     1200,   200000 },
-		{EScene::Interleave, "interleave", 26,     400    },
-	};
-
 	constexpr u32 kMaxFrameCount = 10000;
 	constexpr u32 kMinSide = 16;
 	constexpr u32 kMaxSide = 8192;
@@ -34,28 +21,11 @@ namespace
 		"each picture is from the exact answer: the same frame in an order sorted in double precision.";
 
 	const char *const kDetails =
-		"Scenes\n"
-		"  smoke       billboards: smoke and embers, in pages with and without disabled particles\n"
-		"              unsorted.png, by_position.png, sorted.png, comparison.png\n"
-		"  debris      shards and glass, a mesh per page, sorted triangle by triangle under their particle's key\n"
-		"              unsorted.png, sorted.png, comparison.png\n"
-		"  interleave  long shards that pass over and under each other: under their particle's key, and by the\n"
-		"              depth of every triangle\n"
-		"              per_particle.png, per_triangle.png, comparison.png\n"
-		"\n"
 		"16-bit indices address 65,535 vertices, so 16,383 billboards. A scene with more is split into draw calls of\n"
 		"whole pages, each sorted by itself: the order then holds inside every draw call, not across them. The\n"
 		"figures say so.\n"
 		"\n"
 		"Exit code: 0, or 2 with one sentence on standard error; then nothing was written.";
-
-	const SSceneDefaults *FindScene(const std::string &name)
-	{
-		for (const SSceneDefaults &scene : kScenes)
-			if (name == scene.m_Name)
-				return &scene;
-		return null;
-	}
 
 	u32 ParseNumber(const std::string &option, const std::string &text, u32 low, u32 high)
 	{
@@ -71,7 +41,7 @@ namespace
 	// Every option is read as text, so that the sentence about a wrong one is ours.
 	struct STexts
 	{
-		std::string m_Scene = "smoke";
+		std::string m_Scene = SceneKinds().front().m_Name;
 		std::string m_Particles;
 		std::string m_Frames = "24";
 		std::string m_Seed = "1";
@@ -84,10 +54,25 @@ namespace
 	std::string ParticlesHelp()
 	{
 		std::string text = "Particles in every frame; by default";
-		for (const SSceneDefaults &scene : kScenes)
-			text +=
-				(&scene == kScenes ? " " : ", ") + std::to_string(scene.m_ParticleCount) + " (" + scene.m_Name + ")";
+		for (const SSceneKind &kind : SceneKinds())
+			text += (&kind == &SceneKinds().front() ? " " : ", ") + std::to_string(kind.m_ParticleCount) + " (" +
+			        kind.m_Name + ")";
 		return text;
+	}
+
+	// A scene's name stands before the first of its lines.
+	std::string ScenesHelp()
+	{
+		constexpr size_t kColumn = 14;
+		std::string text = "Scenes\n";
+		for (const SSceneKind &kind : SceneKinds())
+		{
+			std::istringstream lines(kind.m_Details);
+			std::string first = "  " + std::string(kind.m_Name);
+			for (std::string line; std::getline(lines, line); first.clear())
+				text += first + std::string(kColumn - first.size(), ' ') + line + "\n";
+		}
+		return text + "\n";
 	}
 
 	void Declare(CLI::App &app, STexts &texts)
@@ -95,8 +80,8 @@ namespace
 		// Given twice, the last one counts: scripts put a user's options after their own.
 		const auto add = [&app](const char *name, const char *type, std::string &text, const std::string &help)
 		{ app.add_option(name, text, help)->type_name(type)->take_last(); };
-		app.footer(kDetails);
-		add("--scene", "NAME", texts.m_Scene, "smoke, debris or interleave; smoke by default");
+		app.footer(ScenesHelp() + kDetails);
+		add("--scene", "NAME", texts.m_Scene, SceneNames() + "; " + SceneKinds().front().m_Name + " by default");
 		add("--particles", "N", texts.m_Particles, ParticlesHelp());
 		add("--frames", "N", texts.m_Frames, "Frames to simulate, sort and draw; 24 by default. The last is shown");
 		add("--seed", "N", texts.m_Seed, "Seed of all randomness: the same seed, the same index buffers; 1 by default");
@@ -108,16 +93,16 @@ namespace
 
 	SArguments Check(const STexts &texts, bool hasParticles, bool hasOut)
 	{
-		const SSceneDefaults *const scene = FindScene(texts.m_Scene);
+		const SSceneKind *const scene = FindSceneKind(texts.m_Scene);
 		if (scene == null)
-			throw CFailure("--scene takes smoke, debris or interleave, not '" + texts.m_Scene + "'.");
+			throw CFailure("--scene takes " + SceneNames() + ", not '" + texts.m_Scene + "'.");
 		if (texts.m_IndexType != "16" && texts.m_IndexType != "32")
 			throw CFailure("--index-type takes 16 or 32, not '" + texts.m_IndexType + "'.");
 		if (hasOut && texts.m_Out.empty())
 			throw CFailure("--out takes the name of a folder, not ''.");
 
 		SArguments arguments;
-		arguments.m_Scene = scene->m_Scene;
+		arguments.m_Scene = scene;
 		arguments.m_ParticleCount = scene->m_ParticleCount;
 		if (hasParticles)
 			arguments.m_ParticleCount = ParseNumber("--particles", texts.m_Particles, 1, scene->m_MaxParticleCount);
@@ -148,14 +133,6 @@ namespace
 		return FirstLine(message);
 	}
 } // namespace
-
-const char *SceneName(EScene scene)
-{
-	for (const SSceneDefaults &candidate : kScenes)
-		if (candidate.m_Scene == scene)
-			return candidate.m_Name;
-	return "";
-}
 
 std::optional<SArguments> ParseArguments(int argc, const char *const *argv)
 {

@@ -4,6 +4,7 @@
 
 #include "vx_defs.h"
 
+#include "scene_list.h"
 #include <optional>
 #include <string>
 
@@ -11,16 +12,9 @@ namespace Viewer
 {
 using namespace Vexmoor;
 
-enum class EScene
-{
-	Smoke,
-	Debris,
-	Interleave
-};
-
 struct SArguments
 {
-	EScene m_Scene = EScene::Smoke;
+	const SSceneKind *m_Scene = null;
 	u32 m_ParticleCount = 0; ///< The scene's own number unless one was asked for.
 	u32 m_FrameCount = 24;
 	u32 m_Seed = 1;
@@ -29,8 +23,6 @@ struct SArguments
 	u32 m_IndexBits = 32;
 	std::string m_OutFolder; ///< Empty: no pictures are written.
 };
-
-const char *SceneName(EScene scene);
 
 /// What the command line asks for; nothing when it was --help, which has been answered. A wrong argument is a CFailure.
 std::optional<SArguments> ParseArguments(int argc, const char *const *argv);

@@ -20,7 +20,7 @@ namespace
 	void PrintScene(const SReport &report)
 	{
 		const SArguments &arguments = report.m_Arguments;
-		std::printf("scene           %s, seed %u, %u frames of %u x %u pixels\n", SceneName(arguments.m_Scene),
+		std::printf("scene           %s, seed %u, %u frames of %u x %u pixels\n", arguments.m_Scene->m_Name,
 			arguments.m_Seed, arguments.m_FrameCount, arguments.m_Width, arguments.m_Height);
 		std::printf("driver          %s\n", report.m_Driver.c_str());
 		std::printf("particles       %s\n", Grouped(report.m_ParticleCount).c_str());

@@ -7,7 +7,6 @@
 
 #include "vx_defs.h"
 
-#include "arguments.h"
 #include "camera.h"
 #include <memory>
 #include <vector>

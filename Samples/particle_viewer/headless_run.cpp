@@ -1,0 +1,197 @@
+// Read from CRun::Run down: warm up, draw the frames, then judge the last one.
+
+#include "headless_run.h"
+
+#include "exact_order.h"
+#include "failure.h"
+#include "frame_drawer.h"
+#include "gl_context.h"
+#include "library_reports.h"
+#include "picture.h"
+#include "report.h"
+#include "scene.h"
+#include "sort_times.h"
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <unistd.h>
+
+namespace Viewer
+{
+namespace
+{
+	/// A line that says how far the work is, where somebody watches.
+	class CProgress
+	{
+	public:
+		~CProgress()
+		{
+			if (m_Shown)
+				std::fputs("\r\033[K", stderr);
+		}
+		void Show(const char *what, u32 done, u32 of)
+		{
+			if (!m_Watched)
+				return;
+			std::fprintf(stderr, "\r\033[K%s %u of %u", what, done, of);
+			std::fflush(stderr);
+			m_Shown = true;
+		}
+
+	private:
+		bool m_Watched = isatty(STDERR_FILENO) != 0;
+		bool m_Shown = false;
+	};
+
+	class CIndexHash
+	{
+	public:
+		void Add(const std::vector<u32> &indices)
+		{
+			for (const u32 index : indices)
+				for (u32 byte = 0; byte < 4; ++byte)
+					m_Hash = (m_Hash ^ (index >> (8 * byte) & 0xFF)) * 0x100000001B3ull;
+		}
+		u64 Value() const { return m_Hash; }
+
+	private:
+		u64 m_Hash = 0xCBF29CE484222325ull; // FNV-1a, 64 bits, over four bytes an index, the lowest first
+	};
+
+	class CRun
+	{
+	public:
+		explicit CRun(const SArguments &arguments)
+			: m_Arguments(arguments)
+			, m_Drawer(arguments.m_Width, arguments.m_Height, arguments.m_IndexBits)
+			, m_Scene(arguments.m_Scene->m_Create(arguments.m_ParticleCount, arguments.m_Seed))
+		{
+		}
+
+		SReport Run()
+		{
+			WarmUp();
+			DrawFrames();
+			DrawPictures();
+			m_Report.m_Arguments = m_Arguments;
+			m_Report.m_Driver = m_Context.Description();
+			m_Report.m_AssertionCount = m_LibraryReports.AssertionCount();
+			m_Report.m_SlowPaths = CLibraryReports::SlowPaths();
+			return m_Report;
+		}
+
+		void WritePictures(COutputFolder &folder) const
+		{
+			std::vector<SNamedPicture> files;
+			std::vector<SLabelled> panels;
+			for (size_t i = 0; i < m_Pictures.size(); ++i)
+			{
+				files.push_back({m_Report.m_Pictures[i].m_FileName, &m_Pictures[i]});
+				panels.push_back({&m_Pictures[i], m_Labels[i]});
+			}
+			const SPicture comparison = SideBySide(panels);
+			files.push_back({"comparison.png", &comparison});
+			folder.Write(files);
+		}
+
+	private:
+		void WarmUp()
+		{
+			const u32 stepCount = m_Scene->WarmUpStepCount();
+			for (u32 step = 0; step < stepCount; ++step)
+			{
+				m_Progress.Show("simulating: step", step + 1, stepCount);
+				m_Scene->Advance();
+			}
+		}
+
+		// Frame after frame, as an engine runs. While the GPU draws one, the next is simulated; then its indices
+		// are read back for the hash, which an engine has no need of.
+		void DrawFrames()
+		{
+			const EOrder order = m_Scene->Pictures().back().m_Order;
+			CSortClock clock;
+			CIndexHash hash;
+			std::optional<SDrawn> previous;
+			for (u32 number = 0; number < m_Arguments.m_FrameCount; ++number)
+			{
+				m_Progress.Show("drawing: frame", number + 1, m_Arguments.m_FrameCount);
+				m_Scene->Advance();
+				const SFrame frame = m_Scene->Frame();
+				if (previous)
+					hash.Add(m_Drawer.Renderer().ReadIndices(*previous));
+				m_Drawer.SetFrame(frame);
+				previous = m_Drawer.DrawSorted(order);
+				clock.EndFrame();
+			}
+			hash.Add(m_Drawer.Renderer().ReadIndices(*previous));
+			m_Report.m_Times = clock.Median();
+			m_Report.m_IndexHash = hash.Value();
+			CountFrame(previous->m_DrawCalls);
+		}
+
+		void CountFrame(const std::vector<SDrawCall> &drawCalls)
+		{
+			const SFrame &frame = m_Drawer.Frame();
+			m_Report.m_ParticleCount = frame.m_ParticleCount;
+			m_Report.m_PageCount = frame.m_RenderedCounts.Count();
+			m_Report.m_DrawCallCount = u32(drawCalls.size());
+			for (const SDrawCall &drawCall : drawCalls)
+				m_Report.m_IndexCount += drawCall.m_IndexCount;
+			for (u32 page = 0; page < frame.m_RenderedCounts.Count(); ++page)
+			{
+				const u32 rendered = frame.m_RenderedCounts[page];
+				m_Report.m_EmptyPageCount += rendered == 0 ? 1 : 0;
+				m_Report.m_MixedPageCount += rendered != 0 && rendered < frame.m_Positions[page].Count() ? 1 : 0;
+			}
+		}
+
+		// The last frame again, in every order worth seeing, and in the exact one.
+		void DrawPictures()
+		{
+			const CExactOrder exact(m_Drawer.Frame());
+			m_Drawer.DrawIndices(exact.SortedIndices());
+			const SPicture reference = m_Drawer.Renderer().ReadPicture();
+			for (const SPictureOfOrder &picture : m_Scene->Pictures())
+			{
+				const SDrawn drawn = picture.m_Order == EOrder::Storage ? m_Drawer.DrawIndices(exact.StorageIndices())
+				                                                        : m_Drawer.DrawSorted(picture.m_Order);
+				m_Pictures.push_back(m_Drawer.Renderer().ReadPicture());
+				m_Labels.push_back(picture.m_Label);
+				m_Report.m_Pictures.push_back(
+					{picture.m_Order, picture.m_FileName, Compare(m_Pictures.back(), reference),
+						exact.Measure(picture.m_Order, drawn.m_DrawCalls, m_Drawer.Renderer().ReadIndices(drawn))});
+			}
+		}
+
+		SArguments m_Arguments;
+		CLibraryReports m_LibraryReports;
+		CProgress m_Progress;
+		CSurfacelessContext m_Context;
+		CFrameDrawer m_Drawer;
+		std::unique_ptr<IScene> m_Scene;
+
+		SReport m_Report;
+		std::vector<SPicture> m_Pictures;
+		std::vector<std::string> m_Labels;
+	};
+} // namespace
+
+void RunHeadless(const SArguments &arguments)
+{
+	std::optional<COutputFolder> folder;
+	if (!arguments.m_OutFolder.empty())
+		folder.emplace(arguments.m_OutFolder);
+
+	SReport report;
+	{
+		CRun run(arguments);
+		report = run.Run();
+		if (folder)
+			run.WritePictures(*folder);
+	}
+	Print(report);
+	if (std::fflush(stdout) != 0)
+		throw CFailure("The figures cannot be written to standard output.");
+}
+} // namespace Viewer

@@ -1,0 +1,37 @@
+// The hooks of a host: one for assertions, one for what is logged once.
+
+#include "library_reports.h"
+
+#include "kr_log_unique.h"
+
+#include <cstdio>
+
+namespace Viewer
+{
+CLibraryReports::CLibraryReports()
+{
+	Assert::SetReportHandler(OnAssertion, &m_AssertionCount);
+	CPerfHotspotsRegistry::Registry()->SetFirstTouchHandler([](const auto &, void *) {}, null);
+}
+
+CLibraryReports::~CLibraryReports()
+{
+	CPerfHotspotsRegistry::Registry()->SetFirstTouchHandler(null, null);
+	Assert::SetReportHandler(null, null);
+}
+
+std::vector<std::string> CLibraryReports::SlowPaths()
+{
+	std::vector<std::string> messages;
+	for (const CLogUniqueCollection::SEntry &entry : CPerfHotspotsRegistry::Registry()->Snapshot())
+		messages.push_back(entry.m_Message);
+	return messages;
+}
+
+int CLibraryReports::OnAssertion(const Assert::SReport &report, void *count)
+{
+	++*static_cast<u32 *>(count);
+	std::fprintf(stderr, "%s(%d): %s\n", report.m_File, report.m_Line, report.m_Message);
+	return Assert::Decision_Ignore;
+}
+} // namespace Viewer

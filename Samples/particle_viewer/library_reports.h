@@ -1,0 +1,33 @@
+#pragma once
+
+// What the library has to say while the viewer runs: assertions are counted, and warnings of slow paths collected.
+
+#include "vx_assert.h"
+#include "vx_defs.h"
+
+#include <string>
+#include <vector>
+
+namespace Viewer
+{
+using namespace Vexmoor;
+
+/// Listens to the process-wide hooks while it lives.
+class CLibraryReports
+{
+public:
+	CLibraryReports();
+	~CLibraryReports();
+	CLibraryReports(const CLibraryReports &) = delete;
+	CLibraryReports &operator=(const CLibraryReports &) = delete;
+
+	u32 AssertionCount() const { return m_AssertionCount; }
+	/// The warnings so far, once each.
+	static std::vector<std::string> SlowPaths();
+
+private:
+	static int OnAssertion(const Assert::SReport &report, void *count);
+
+	u32 m_AssertionCount = 0;
+};
+} // namespace Viewer

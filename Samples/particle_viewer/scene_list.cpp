@@ -1,0 +1,46 @@
+// One table: a scene with an entry here can be asked for by name, and stands in the help.
+
+#include "scene_list.h"
+
+namespace Viewer
+{
+namespace
+{
+	const char *const kSmoke = "billboards: smoke and embers, in pages with and without disabled particles\n"
+							   "unsorted.png, by_position.png, sorted.png, comparison.png";
+	const char *const kDebris =
+		"shards and glass, a mesh per page, sorted triangle by triangle under their particle's key\n"
+		"unsorted.png, sorted.png, comparison.png";
+	const char *const kInterleave =
+		"long shards that pass over and under each other: under their particle's key, and by the\n"
+		"depth of every triangle\n"
+		"per_particle.png, per_triangle.png, comparison.png";
+} // namespace
+
+const std::vector<SSceneKind> &SceneKinds()
+{
+	static const std::vector<SSceneKind> kKinds = {
+		{"smoke",      100000, 2500000, CreateSmokeScene,      kSmoke     },
+		{"debris",     1200,   200000,  CreateDebrisScene,     kDebris    },
+		{"interleave", 26,     400,     CreateInterleaveScene, kInterleave},
+	};
+	return kKinds;
+}
+
+const SSceneKind *FindSceneKind(const std::string &name)
+{
+	for (const SSceneKind &kind : SceneKinds())
+		if (name == kind.m_Name)
+			return &kind;
+	return null;
+}
+
+std::string SceneNames()
+{
+	const std::vector<SSceneKind> &kinds = SceneKinds();
+	std::string names = kinds.front().m_Name;
+	for (size_t i = 1; i < kinds.size(); ++i)
+		names += (i + 1 == kinds.size() ? " or " : ", ") + std::string(kinds[i].m_Name);
+	return names;
+}
+} // namespace Viewer

@@ -1,0 +1,31 @@
+#pragma once
+
+// The scenes that there are to choose from.
+
+#include "vx_defs.h"
+
+#include "scene.h"
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Viewer
+{
+using namespace Vexmoor;
+
+struct SSceneKind
+{
+	const char *m_Name;
+	u32 m_ParticleCount;    ///< Unless another is asked for.
+	u32 m_MaxParticleCount; ///< What the scene's pages, vertices and 32-bit byte sizes leave room for.
+	std::unique_ptr<IScene> (*m_Create)(u32 particleCount, u32 seed);
+	const char *m_Details; ///< Lines of --help.
+};
+
+/// The first one is shown unless another is asked for.
+const std::vector<SSceneKind> &SceneKinds();
+/// Null where no scene has this name.
+const SSceneKind *FindSceneKind(const std::string &name);
+/// "a, b or c".
+std::string SceneNames();
+} // namespace Viewer
