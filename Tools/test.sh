@@ -22,7 +22,7 @@ done
 [ $# -gt 0 ] || set -- "${sections[@]}"
 
 Tools/install_packages.sh g++ clang clang-format libclang-rt-14-dev cmake ninja-build pkg-config libgtest-dev \
-	libepoxy-dev libegl-dev libegl-mesa0 libgl1-mesa-dri libstb-dev libcli11-dev
+	nlohmann-json3-dev libepoxy-dev libegl-dev libegl-mesa0 libgl1-mesa-dri libstb-dev libcli11-dev
 
 check_format()
 {
