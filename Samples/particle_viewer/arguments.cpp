@@ -21,6 +21,13 @@ namespace
 		"each picture is from the exact answer: the same frame in an order sorted in double precision.";
 
 	const char *const kDetails =
+		"Colours\n"
+		"  light       what the scene looks like\n"
+		"  order       when a primitive was drawn, from the first to the last\n"
+		"  overdraw    how many layers were drawn over a pixel: the same in every order\n"
+		"  error       how far a pixel is from the exact answer, in steps of 1/255; black where it is the same\n"
+		"The figures are those of light, whatever the colours.\n"
+		"\n"
 		"16-bit indices address 65,535 vertices, so 16,383 billboards. A scene with more is split into draw calls of\n"
 		"whole pages, each sorted by itself: the order then holds inside every draw call, not across them. The\n"
 		"figures say so.\n"
@@ -48,6 +55,7 @@ namespace
 		std::string m_Width = "640";
 		std::string m_Height = "360";
 		std::string m_IndexType = "32";
+		std::string m_Colour = "light";
 		std::string m_Out;
 	};
 
@@ -88,6 +96,7 @@ namespace
 		add("--width", "N", texts.m_Width, "Width of a picture in pixels; 640 by default");
 		add("--height", "N", texts.m_Height, "Height of a picture in pixels; 360 by default");
 		add("--index-type", "BITS", texts.m_IndexType, "Bits of an index, 16 or 32; 32 by default");
+		add("--colour", "NAME", texts.m_Colour, "What colours show: light, order, overdraw or error; light by default");
 		add("--out", "DIR", texts.m_Out, "Folder for the pictures, made if need be; without it, only the figures");
 	}
 
@@ -98,6 +107,9 @@ namespace
 			throw CFailure("--scene takes " + SceneNames() + ", not '" + texts.m_Scene + "'.");
 		if (texts.m_IndexType != "16" && texts.m_IndexType != "32")
 			throw CFailure("--index-type takes 16 or 32, not '" + texts.m_IndexType + "'.");
+		const std::optional<EColour> colour = FindColour(texts.m_Colour);
+		if (!colour)
+			throw CFailure("--colour takes light, order, overdraw or error, not '" + texts.m_Colour + "'.");
 		if (hasOut && texts.m_Out.empty())
 			throw CFailure("--out takes the name of a folder, not ''.");
 
@@ -111,6 +123,7 @@ namespace
 		arguments.m_Width = ParseNumber("--width", texts.m_Width, kMinSide, kMaxSide);
 		arguments.m_Height = ParseNumber("--height", texts.m_Height, kMinSide, kMaxSide);
 		arguments.m_IndexBits = texts.m_IndexType == "16" ? 16 : 32;
+		arguments.m_Colour = *colour;
 		arguments.m_OutFolder = texts.m_Out;
 		return arguments;
 	}

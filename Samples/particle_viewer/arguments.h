@@ -4,6 +4,7 @@
 
 #include "vx_defs.h"
 
+#include "colour.h"
 #include "scene_list.h"
 #include <optional>
 #include <string>
@@ -21,6 +22,7 @@ struct SArguments
 	u32 m_Width = 640;
 	u32 m_Height = 360;
 	u32 m_IndexBits = 32;
+	EColour m_Colour = EColour::Light;
 	std::string m_OutFolder; ///< Empty: no pictures are written.
 };
 

@@ -89,7 +89,7 @@ namespace
 				files.push_back({m_Report.m_Pictures[i].m_FileName, &m_Pictures[i]});
 				panels.push_back({&m_Pictures[i], m_Labels[i]});
 			}
-			const SPicture comparison = SideBySide(panels);
+			const SPicture comparison = SideBySide(panels, Legend(m_Arguments.m_Colour));
 			files.push_back({"comparison.png", &comparison});
 			folder.Write(files);
 		}
@@ -154,14 +154,31 @@ namespace
 			const SPicture reference = m_Drawer.Renderer().ReadPicture();
 			for (const SPictureOfOrder &picture : m_Scene->Pictures())
 			{
-				const SDrawn drawn = picture.m_Order == EOrder::Storage ? m_Drawer.DrawIndices(exact.StorageIndices())
-				                                                        : m_Drawer.DrawSorted(picture.m_Order);
-				m_Pictures.push_back(m_Drawer.Renderer().ReadPicture());
+				const SDrawn drawn = Draw(picture.m_Order, exact);
+				const SPicture light = m_Drawer.Renderer().ReadPicture();
+				m_Report.m_Pictures.push_back({picture.m_Order, picture.m_FileName, Compare(light, reference),
+					exact.Measure(picture.m_Order, drawn.m_DrawCalls, m_Drawer.Renderer().ReadIndices(drawn))});
+				m_Pictures.push_back(Coloured(picture.m_Order, exact, light, reference));
 				m_Labels.push_back(picture.m_Label);
-				m_Report.m_Pictures.push_back(
-					{picture.m_Order, picture.m_FileName, Compare(m_Pictures.back(), reference),
-						exact.Measure(picture.m_Order, drawn.m_DrawCalls, m_Drawer.Renderer().ReadIndices(drawn))});
 			}
+		}
+
+		SDrawn Draw(EOrder order, const CExactOrder &exact)
+		{
+			return order == EOrder::Storage ? m_Drawer.DrawIndices(exact.StorageIndices()) : m_Drawer.DrawSorted(order);
+		}
+
+		/// The picture of an order, known as light, in the colours that were asked for.
+		SPicture Coloured(EOrder order, const CExactOrder &exact, const SPicture &light, const SPicture &reference)
+		{
+			if (m_Arguments.m_Colour == EColour::Light)
+				return light;
+			if (m_Arguments.m_Colour == EColour::Error)
+				return DifferenceMap(light, reference);
+			m_Drawer.Renderer().SetColour(m_Arguments.m_Colour);
+			Draw(order, exact);
+			m_Drawer.Renderer().SetColour(EColour::Light);
+			return m_Drawer.Renderer().ReadPicture();
 		}
 
 		SArguments m_Arguments;

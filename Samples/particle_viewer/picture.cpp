@@ -4,6 +4,7 @@
 
 #include "failure.h"
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
@@ -57,11 +58,20 @@ namespace
 		return std::fclose(file) == 0 && written;
 	}
 
-	void FillRectangle(SPicture &picture, u32 left, u32 top, u32 right, u32 bottom, u8 grey)
+	constexpr SRgb kInk = {0.88f, 0.88f, 0.88f};
+
+	void SetPixel(SPicture &picture, u64 pixel, const SRgb &colour)
+	{
+		const float channels[] = {colour.m_Red, colour.m_Green, colour.m_Blue};
+		for (u32 channel = 0; channel < 3; ++channel)
+			picture.m_Rgb[pixel * 3 + channel] = u8(channels[channel] * 255.0f + 0.5f);
+	}
+
+	void FillRectangle(SPicture &picture, u32 left, u32 top, u32 right, u32 bottom, const SRgb &colour)
 	{
 		for (u32 y = top; y < std::min(bottom, picture.m_Height); ++y)
 			for (u32 x = left; x < std::min(right, picture.m_Width); ++x)
-				std::fill_n(&picture.m_Rgb[(u64(y) * picture.m_Width + x) * 3], 3, grey);
+				SetPixel(picture, u64(y) * picture.m_Width + x, colour);
 	}
 
 	// A letter of stb_easy_font is a handful of bars, given as rectangles of four vertices.
@@ -81,8 +91,28 @@ namespace
 			const SVertex &low = vertices[bar * 4];
 			const SVertex &high = vertices[bar * 4 + 2];
 			FillRectangle(picture, left + u32(low.m_X) * scale, top + u32(low.m_Y) * scale,
-				left + u32(high.m_X) * scale, top + u32(high.m_Y) * scale, 225);
+				left + u32(high.m_X) * scale, top + u32(high.m_Y) * scale, kInk);
 		}
+	}
+
+	u32 LabelWidth(std::string text, u32 scale)
+	{
+		return u32(stb_easy_font_width(text.data())) * scale;
+	}
+
+	// The ramp, between what its ends mean.
+	void DrawLegend(SPicture &picture, u32 left, u32 top, const SLegend &legend, u32 scale)
+	{
+		constexpr u32 kRampWidth = 60;
+		constexpr u32 kRampHeight = 6;
+		const u32 space = 4 * scale;
+		const u32 start = left + LabelWidth(legend.m_Least, scale) + space;
+		const u32 width = kRampWidth * scale;
+		for (u32 x = 0; x < width; ++x)
+			FillRectangle(picture, start + x, top, start + x + 1, top + kRampHeight * scale,
+				RampColour((float(x) + 0.5f) / float(width)));
+		DrawLabel(picture, left, top, legend.m_Least, scale);
+		DrawLabel(picture, start + width + space, top, legend.m_Most, scale);
 	}
 
 	void Paste(SPicture &target, u32 left, const SPicture &picture)
@@ -120,7 +150,21 @@ SDifference Compare(const SPicture &a, const SPicture &b)
 	return difference;
 }
 
-SPicture SideBySide(const std::vector<SLabelled> &panels)
+SPicture DifferenceMap(const SPicture &a, const SPicture &b)
+{
+	SPicture map = a;
+	for (u64 pixel = 0; pixel < a.m_Rgb.size() / 3; ++pixel)
+	{
+		int largest = 0;
+		for (u64 i = pixel * 3; i < pixel * 3 + 3; ++i)
+			largest = std::max(largest, std::abs(int(a.m_Rgb[i]) - int(b.m_Rgb[i])));
+		const float share = std::log2(float(largest)) / std::log2(float(kMostError));
+		SetPixel(map, pixel, largest == 0 ? SRgb{} : RampColour(share));
+	}
+	return map;
+}
+
+SPicture SideBySide(const std::vector<SLabelled> &panels, const SLegend &legend)
 {
 	SPicture row;
 	for (const SLabelled &panel : panels)
@@ -136,6 +180,8 @@ SPicture SideBySide(const std::vector<SLabelled> &panels)
 		const u32 scale = std::max(1u, panel.m_Picture->m_Height / 180);
 		Paste(row, left, *panel.m_Picture);
 		DrawLabel(row, left + 6 * scale, 6 * scale, panel.m_Label, scale);
+		if (!legend.m_Most.empty())
+			DrawLegend(row, left + 6 * scale, 18 * scale, legend, scale);
 		left += panel.m_Picture->m_Width + kGap;
 	}
 	return row;

@@ -4,6 +4,7 @@
 
 #include "vx_defs.h"
 
+#include "colour.h"
 #include <string>
 #include <vector>
 
@@ -28,6 +29,9 @@ struct SDifference
 
 SDifference Compare(const SPicture &a, const SPicture &b);
 
+/// The largest difference of a pixel's channels as a colour of the ramp; black where there is none.
+SPicture DifferenceMap(const SPicture &a, const SPicture &b);
+
 /// A picture and what it says in its corner.
 struct SLabelled
 {
@@ -35,8 +39,8 @@ struct SLabelled
 	std::string m_Label;
 };
 
-/// Pictures of one height in a row.
-SPicture SideBySide(const std::vector<SLabelled> &panels);
+/// Pictures of one height in a row, each with the legend of its colours.
+SPicture SideBySide(const std::vector<SLabelled> &panels, const SLegend &legend);
 
 struct SNamedPicture
 {

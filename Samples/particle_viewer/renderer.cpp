@@ -27,12 +27,15 @@ namespace
 		return shader;
 	}
 
+	static_assert(kRampLength == 6, "the length that the shaders give it");
+
+	// Every program can ask for the colours of the ramp.
 	GLuint LinkProgram(const char *vertexSource, const char *fragmentSource)
 	{
-		const GLuint shaders[] = {
-			CompileShader(GL_VERTEX_SHADER, vertexSource), CompileShader(GL_FRAGMENT_SHADER, fragmentSource)};
 		const GLuint program = glCreateProgram();
-		for (const GLuint shader : shaders)
+		for (const GLuint shader :
+			{CompileShader(GL_VERTEX_SHADER, vertexSource), CompileShader(GL_FRAGMENT_SHADER, fragmentSource),
+				CompileShader(GL_FRAGMENT_SHADER, kColourFragmentShader)})
 		{
 			glAttachShader(program, shader);
 			glDeleteShader(shader);
@@ -42,6 +45,7 @@ namespace
 		glGetProgramiv(program, GL_LINK_STATUS, &linked);
 		if (linked == GL_FALSE)
 			throw CFailure("The graphics driver does not link the viewer's shaders.");
+		glProgramUniform3fv(program, glGetUniformLocation(program, "ramp"), GLsizei(kRampLength), &kRamp[0].m_Red);
 		return program;
 	}
 
@@ -63,6 +67,11 @@ namespace
 		return texture;
 	}
 
+	void SetNumber(GLuint program, const char *name, u32 value)
+	{
+		glProgramUniform1i(program, glGetUniformLocation(program, name), GLint(value));
+	}
+
 	void SetVector(GLuint program, const char *name, const CFloat3 &value)
 	{
 		glProgramUniform3f(program, glGetUniformLocation(program, name), value.x(), value.y(), value.z());
@@ -75,6 +84,12 @@ namespace
 		SetVector(program, "right", view.m_Right);
 		SetVector(program, "up", view.m_Up);
 		SetVector(program, "eye", eye);
+	}
+
+	// As the shaders number colours.
+	u32 Colouring(EColour colour)
+	{
+		return colour == EColour::Order ? 1 : colour == EColour::Overdraw ? 2 : 0;
 	}
 
 	u32 BytesPerIndex(const SDrawCall &drawCall)
@@ -182,7 +197,10 @@ SDrawn CRenderer::Draw(const std::vector<SDrawCall> &drawCalls)
 	glBindVertexArray(m_EmptyVertexArray);
 	glBindFramebuffer(GL_FRAMEBUFFER, m_LightTarget);
 	glViewport(0, 0, GLsizei(m_Width * m_Samples), GLsizei(m_Height * m_Samples));
-	DrawBackground();
+	if (m_Colour == EColour::Overdraw)
+		glClear(GL_COLOR_BUFFER_BIT);
+	else
+		DrawBackground();
 	DrawParticles(drawCalls);
 	m_Ring.End();
 	Resolve();
@@ -200,13 +218,25 @@ void CRenderer::DrawBackground()
 void CRenderer::DrawParticles(const std::vector<SDrawCall> &drawCalls)
 {
 	glEnable(GL_BLEND);
-	glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA); // premultiplied: what lies behind is dimmed, then light is added
-	glUseProgram(m_VertexKind == EVertices::Mesh ? m_MeshProgram : m_BillboardProgram);
+	// Premultiplied: what lies behind is dimmed, then light is added. Layers just add up.
+	glBlendFunc(GL_ONE, m_Colour == EColour::Overdraw ? GL_ONE : GL_ONE_MINUS_SRC_ALPHA);
+	const GLuint program = m_VertexKind == EVertices::Mesh ? m_MeshProgram : m_BillboardProgram;
+	glUseProgram(program);
 	glBindTextureUnit(0, m_Sprites);
 	glBindBufferBase(GL_SHADER_STORAGE_BUFFER, 0, m_VertexBuffer);
 	glVertexArrayElementBuffer(m_EmptyVertexArray, m_Ring.Buffer());
+
+	u32 triangleCount = 0;
+	for (const SDrawCall &drawCall : drawCalls)
+		triangleCount += drawCall.m_IndexCount / 3;
+	SetNumber(program, "colouring", Colouring(m_Colour));
+	SetNumber(program, "triangleCount", triangleCount);
+
+	u32 firstTriangle = 0;
 	for (const SDrawCall &drawCall : drawCalls)
 	{
+		SetNumber(program, "firstTriangle", firstTriangle);
+		firstTriangle += drawCall.m_IndexCount / 3;
 		const GLenum type = BytesPerIndex(drawCall) == sizeof(u16) ? GL_UNSIGNED_SHORT : GL_UNSIGNED_INT;
 		const u64 offset = m_Ring.Offset() + drawCall.m_OffsetInBytes;
 		glDrawElementsBaseVertex(GL_TRIANGLES, GLsizei(drawCall.m_IndexCount), type,
@@ -219,7 +249,9 @@ void CRenderer::Resolve()
 	glDisable(GL_BLEND);
 	glBindFramebuffer(GL_FRAMEBUFFER, m_PictureTarget);
 	glViewport(0, 0, GLsizei(m_Width), GLsizei(m_Height));
-	glProgramUniform1i(m_ResolveProgram, glGetUniformLocation(m_ResolveProgram, "samples"), GLint(m_Samples));
+	SetNumber(m_ResolveProgram, "samples", m_Samples);
+	SetNumber(m_ResolveProgram, "colouring", Colouring(m_Colour));
+	SetNumber(m_ResolveProgram, "mostLayers", kMostLayers);
 	glUseProgram(m_ResolveProgram);
 	glBindTextureUnit(0, m_LightTexture);
 	glDrawArrays(GL_TRIANGLES, 0, 3);

@@ -5,6 +5,7 @@
 
 #include "vx_defs.h"
 
+#include "colour.h"
 #include "index_ring.h"
 #include "picture.h"
 #include "scene.h"
@@ -33,6 +34,9 @@ public:
 
 	/// Takes a frame's vertices and camera for the draws to come.
 	void SetFrame(const SFrame &frame);
+
+	/// What the colours of the draws to come stand for: light unless set, and light for errors.
+	void SetColour(EColour colour) { m_Colour = colour; }
 
 	/// Mapped index memory for one draw: written by the caller, front to back, and never read.
 	u8 *MapIndices(u64 sizeInBytes) { return m_Ring.Begin(sizeInBytes); }
@@ -66,6 +70,7 @@ private:
 	u64 m_VertexBufferSize = 0;
 	u64 m_MaxVertexBufferSize = 0;
 	EVertices m_VertexKind = EVertices::Billboards;
+	EColour m_Colour = EColour::Light;
 
 	u32 m_BackgroundProgram = 0;
 	u32 m_BillboardProgram = 0;

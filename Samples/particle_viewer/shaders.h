@@ -15,6 +15,28 @@ void main()
 }
 )";
 
+// What the colours of particles stand for, apart from light: see EColour. Linked with every shader of particles.
+inline constexpr const char *kColourFragmentShader = R"(#version 450 core
+uniform int colouring; // 0 light, 1 order, 2 overdraw
+uniform vec3 ramp[6];
+uniform int firstTriangle;
+uniform int triangleCount;
+
+vec3 Ramp(float share)
+{
+	float at = clamp(share, 0.0, 1.0) * float(ramp.length() - 1);
+	int low = min(int(at), ramp.length() - 2);
+	return mix(ramp[low], ramp[low + 1], at - float(low));
+}
+
+vec4 Coloured(vec4 light)
+{
+	if (colouring == 1)
+		return vec4(Ramp((float(firstTriangle + gl_PrimitiveID) + 0.5) / float(triangleCount)) * light.a, light.a);
+	return colouring == 2 ? vec4(1.0) : light;
+}
+)";
+
 inline constexpr const char *kBackgroundFragmentShader = R"(#version 450 core
 in vec2 screen;
 out vec4 light;
@@ -60,9 +82,11 @@ in vec3 sprite;
 flat in vec4 colour;
 out vec4 light;
 
+vec4 Coloured(vec4 light);
+
 void main()
 {
-	light = colour * texture(sprites, sprite).r;
+	light = Coloured(colour * texture(sprites, sprite).r);
 }
 )";
 
@@ -96,6 +120,8 @@ in vec4 colour;
 flat in float shine;
 out vec4 light;
 
+vec4 Coloured(vec4 light);
+
 vec3 Surroundings(vec3 direction)
 {
 	float lamp = pow(max(dot(direction, normalize(vec3(-0.5, 0.75, 0.45))), 0.0), 60.0);
@@ -112,18 +138,22 @@ void main()
 	float mirrored = shine * (0.06 + 0.94 * pow(1.0 - facing, 4.0));
 	float lit = 0.30 + 0.70 * abs(dot(normal, normalize(vec3(-0.5, 0.75, 0.45))));
 	float alpha = mix(colour.a, 1.0, mirrored);
-	light = vec4(colour.rgb * colour.a * lit * (1.0 - mirrored) + Surroundings(reflect(-view, normal)) * mirrored,
-		alpha);
+	vec3 mirrorImage = Surroundings(reflect(-view, normal));
+	light = Coloured(vec4(colour.rgb * colour.a * lit * (1.0 - mirrored) + mirrorImage * mirrored, alpha));
 }
 )";
 
-// Filmic tone mapping, a darker rim, and noise of half a step against banding: a function of the pixel, so that equal
-// light gives equal pictures.
+// Light gets filmic tone mapping, a darker rim, and noise of half a step against banding: a function of the pixel, so
+// that equal light gives equal pictures. Colours of the ramp stay as they are; layers get theirs here.
 inline constexpr const char *kResolveFragmentShader = R"(#version 450 core
 uniform sampler2D lightBuffer;
 uniform int samples;
+uniform int colouring;
+uniform int mostLayers;
 in vec2 screen;
 out vec4 picture;
+
+vec3 Ramp(float share);
 
 vec3 ToneMap(vec3 light)
 {
@@ -138,9 +168,16 @@ void main()
 	vec3 sum = vec3(0.0);
 	for (int y = 0; y < samples; ++y)
 		for (int x = 0; x < samples; ++x)
-			sum += ToneMap(rim * texelFetch(lightBuffer, pixel * samples + ivec2(x, y), 0).rgb);
+		{
+			vec3 texel = texelFetch(lightBuffer, pixel * samples + ivec2(x, y), 0).rgb;
+			if (colouring == 2)
+				sum += texel.r > 0.0 ? Ramp(log2(texel.r) / log2(float(mostLayers))) : vec3(0.0);
+			else
+				sum += colouring == 1 ? texel : ToneMap(rim * texel);
+		}
+	vec3 mean = sum / float(samples * samples);
 	float noise = fract(52.9829189 * fract(dot(vec2(pixel), vec2(0.06711056, 0.00583715))));
-	picture = vec4(sum / float(samples * samples) + (noise - 0.5) / 255.0, 1.0);
+	picture = vec4(colouring == 0 ? mean + (noise - 0.5) / 255.0 : mean, 1.0);
 }
 )";
 } // namespace Viewer

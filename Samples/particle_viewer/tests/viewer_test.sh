@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs the viewer as a user does and looks at what it prints and writes.
 #
-#   viewer_test.sh VIEWER CASE      CASE: smoke, same_seed, index_types, debris, interleave, help or wrong_use
+#   viewer_test.sh VIEWER CASE      CASE: smoke, same_seed, index_types, debris, interleave,
+#                                   colours, help or wrong_use
 set -euo pipefail
 
 viewer=$1
@@ -129,11 +130,43 @@ interleave()
 	expect "$(mean_of per_particle.png) >= 2" "woven shards have no right order as wholes"
 }
 
+# The figures of a run, but for times.
+same_figures()
+{
+	[ "$(sed '/^median/,/^$/d' "$1")" = "$(sed '/^median/,/^$/d' "$2")" ] || fail "$1 and $2 differ"
+}
+
+# A scene in all colours: its first picture is in a wrong order, its last in the right one.
+colours_of()
+{
+	local wrong=$1 right=$2 colour
+	shift 2
+	for colour in light order overdraw error; do
+		run --frames 1 --width 160 --height 90 --colour "$colour" --out "$folder/$colour" "$@"
+		cp "$figures" "$folder/$colour.txt"
+		same_figures "$folder/light.txt" "$folder/$colour.txt"
+	done
+	for colour in light order error; do
+		! cmp -s "$folder/$colour/$wrong" "$folder/$colour/$right" || fail "one picture in two orders: $colour, $*"
+	done
+	cmp -s "$folder/overdraw/$wrong" "$folder/overdraw/$right" || fail "overdraw depends on the order: $*"
+	for colour in order overdraw error; do
+		! cmp -s "$folder/light/$right" "$folder/$colour/$right" || fail "light and $colour are the same: $*"
+	done
+}
+
+colours()
+{
+	colours_of unsorted.png sorted.png --scene smoke --particles 2000
+	colours_of unsorted.png sorted.png --scene debris --particles 400
+	colours_of per_particle.png per_triangle.png --scene interleave
+}
+
 help()
 {
 	"$viewer" --help >"$figures" 2>"$complaint" || fail "--help fails"
 	[ ! -s "$complaint" ] || fail "--help complains"
-	for option in --scene --particles --frames --seed --width --height --index-type --out --help; do
+	for option in --scene --particles --frames --seed --width --height --index-type --colour --out --help; do
 		grep -q -- "$option" "$figures" || fail "--help is silent about $option"
 	done
 }
@@ -168,6 +201,8 @@ wrong_use()
 	refused "${out[@]}" --width 0
 	refused "${out[@]}" --height 100000
 	refused "${out[@]}" --index-type 17
+	refused "${out[@]}" --colour blue
+	refused "${out[@]}" --colour ''
 	refused "${out[@]}" --scene fog
 	refused --out ''
 	refused --out /dev/null
@@ -178,6 +213,6 @@ wrong_use()
 }
 
 case ${2:-} in
-smoke | same_seed | index_types | debris | interleave | help | wrong_use) "$2" ;;
+smoke | same_seed | index_types | debris | interleave | colours | help | wrong_use) "$2" ;;
 *) fail "there is no case '${2:-}'" ;;
 esac

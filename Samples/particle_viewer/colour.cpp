@@ -1,0 +1,52 @@
+// One ramp for all of them.
+
+#include "colour.h"
+
+#include <algorithm>
+
+namespace Viewer
+{
+SRgb RampColour(float share)
+{
+	const float at = std::clamp(share, 0.0f, 1.0f) * float(kRampLength - 1);
+	const u32 step = std::min(u32(at), kRampLength - 2);
+	const SRgb &low = kRamp[step];
+	const SRgb &high = kRamp[step + 1];
+	const float t = at - float(step);
+	return {low.m_Red + (high.m_Red - low.m_Red) * t, low.m_Green + (high.m_Green - low.m_Green) * t,
+		low.m_Blue + (high.m_Blue - low.m_Blue) * t};
+}
+
+SLegend Legend(EColour colour)
+{
+	switch (colour)
+	{
+	case EColour::Order:
+		return {"first", "last drawn"};
+	case EColour::Overdraw:
+		return {"1", std::to_string(kMostLayers) + " layers"};
+	case EColour::Error:
+		return {"1", std::to_string(kMostError) + " steps off"};
+	default:
+		return {};
+	}
+}
+
+std::optional<EColour> FindColour(const std::string &name)
+{
+	constexpr struct
+	{
+		const char *m_Name;
+		EColour m_Colour;
+	} kColours[] = {
+		{"light",    EColour::Light   },
+		{"order",    EColour::Order   },
+		{"overdraw", EColour::Overdraw},
+		{"error",    EColour::Error   },
+	};
+	for (const auto &colour : kColours)
+		if (name == colour.m_Name)
+			return colour.m_Colour;
+	return std::nullopt;
+}
+} // namespace Viewer
