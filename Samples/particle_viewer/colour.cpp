@@ -17,14 +17,14 @@ SRgb RampColour(float share)
 		low.m_Blue + (high.m_Blue - low.m_Blue) * t};
 }
 
-SLegend Legend(EColour colour)
+SLegend Legend(EColour colour, u32 mostLayers)
 {
 	switch (colour)
 	{
 	case EColour::Order:
 		return {"first", "last drawn"};
 	case EColour::Overdraw:
-		return {"1", std::to_string(kMostLayers) + " layers"};
+		return {"1", std::to_string(mostLayers) + " layers"};
 	case EColour::Error:
 		return {"1", std::to_string(kMostError) + " steps off"};
 	default:

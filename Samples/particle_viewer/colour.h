@@ -19,8 +19,7 @@ enum class EColour
 	Error     ///< How far a pixel is from the exact answer.
 };
 
-// Where the ramp ends; from 1 up to there it is logarithmic.
-constexpr u32 kMostLayers = 2048; // half floats, which layers are summed in, count no further
+/// Where the ramp of errors ends. That of layers ends where a picture's layers do; both start at 1 and are logarithmic.
 constexpr u32 kMostError = 255;
 
 struct SRgb
@@ -50,7 +49,7 @@ struct SLegend
 	std::string m_Least;
 	std::string m_Most;
 };
-SLegend Legend(EColour colour);
+SLegend Legend(EColour colour, u32 mostLayers);
 
 /// Nothing where no colours have this name.
 std::optional<EColour> FindColour(const std::string &name);

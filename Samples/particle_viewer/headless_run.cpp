@@ -80,7 +80,7 @@ namespace
 			return m_Report;
 		}
 
-		void WritePictures(COutputFolder &folder) const
+		void WritePictures(COutputFolder &folder)
 		{
 			std::vector<SNamedPicture> files;
 			std::vector<SLabelled> panels;
@@ -89,7 +89,8 @@ namespace
 				files.push_back({m_Report.m_Pictures[i].m_FileName, &m_Pictures[i]});
 				panels.push_back({&m_Pictures[i], m_Labels[i]});
 			}
-			const SPicture comparison = SideBySide(panels, Legend(m_Arguments.m_Colour));
+			const SPicture comparison =
+				SideBySide(panels, Legend(m_Arguments.m_Colour, m_Drawer.Renderer().MostLayers()));
 			files.push_back({"comparison.png", &comparison});
 			folder.Write(files);
 		}

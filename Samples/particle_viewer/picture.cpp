@@ -95,24 +95,57 @@ namespace
 		}
 	}
 
+	// Darkens what lies behind letters.
+	void Shade(SPicture &picture, u32 left, u32 top, u32 right, u32 bottom)
+	{
+		for (u32 y = top; y < std::min(bottom, picture.m_Height); ++y)
+			for (u32 i = left * 3; i < std::min(right, picture.m_Width) * 3; ++i)
+			{
+				u8 &channel = picture.m_Rgb[u64(y) * picture.m_Width * 3 + i];
+				channel = u8(channel * 2 / 5);
+			}
+	}
+
 	u32 LabelWidth(std::string text, u32 scale)
 	{
 		return u32(stb_easy_font_width(text.data())) * scale;
 	}
 
 	// The ramp, between what its ends mean.
+	constexpr u32 kRampWidth = 60;
+	constexpr u32 kRampHeight = 6;
+	constexpr u32 kSpace = 4;
+
+	u32 LegendWidth(const SLegend &legend, u32 scale)
+	{
+		return LabelWidth(legend.m_Least, scale) + LabelWidth(legend.m_Most, scale) + (kRampWidth + 2 * kSpace) * scale;
+	}
+
 	void DrawLegend(SPicture &picture, u32 left, u32 top, const SLegend &legend, u32 scale)
 	{
-		constexpr u32 kRampWidth = 60;
-		constexpr u32 kRampHeight = 6;
-		const u32 space = 4 * scale;
-		const u32 start = left + LabelWidth(legend.m_Least, scale) + space;
+		const u32 start = left + LabelWidth(legend.m_Least, scale) + kSpace * scale;
 		const u32 width = kRampWidth * scale;
 		for (u32 x = 0; x < width; ++x)
 			FillRectangle(picture, start + x, top, start + x + 1, top + kRampHeight * scale,
 				RampColour((float(x) + 0.5f) / float(width)));
 		DrawLabel(picture, left, top, legend.m_Least, scale);
-		DrawLabel(picture, start + width + space, top, legend.m_Most, scale);
+		DrawLabel(picture, start + width + kSpace * scale, top, legend.m_Most, scale);
+	}
+
+	// What a panel says in its corner: its label, and under it what its colours mean.
+	void DrawCaption(SPicture &picture, u32 left, const std::string &label, const SLegend &legend, u32 scale)
+	{
+		constexpr u32 kMargin = 6;
+		constexpr u32 kLine = 12;
+		const bool hasLegend = !legend.m_Most.empty();
+		const u32 width = std::max(LabelWidth(label, scale), hasLegend ? LegendWidth(legend, scale) : 0);
+		const u32 x = left + kMargin * scale;
+		const u32 y = kMargin * scale;
+		const u32 edge = 3 * scale;
+		Shade(picture, x - edge, y - edge, x + width + edge, y + (hasLegend ? 2 : 1) * kLine * scale);
+		DrawLabel(picture, x, y, label, scale);
+		if (hasLegend)
+			DrawLegend(picture, x, y + kLine * scale, legend, scale);
 	}
 
 	void Paste(SPicture &target, u32 left, const SPicture &picture)
@@ -179,9 +212,7 @@ SPicture SideBySide(const std::vector<SLabelled> &panels, const SLegend &legend)
 	{
 		const u32 scale = std::max(1u, panel.m_Picture->m_Height / 180);
 		Paste(row, left, *panel.m_Picture);
-		DrawLabel(row, left + 6 * scale, 6 * scale, panel.m_Label, scale);
-		if (!legend.m_Most.empty())
-			DrawLegend(row, left + 6 * scale, 18 * scale, legend, scale);
+		DrawCaption(row, left, panel.m_Label, legend, scale);
 		left += panel.m_Picture->m_Width + kGap;
 	}
 	return row;

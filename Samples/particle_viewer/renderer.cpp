@@ -203,6 +203,8 @@ SDrawn CRenderer::Draw(const std::vector<SDrawCall> &drawCalls)
 		DrawBackground();
 	DrawParticles(drawCalls);
 	m_Ring.End();
+	if (m_Colour == EColour::Overdraw)
+		FindMostLayers();
 	Resolve();
 	RequireNoError();
 	return {m_Ring.Offset(), drawCalls};
@@ -244,6 +246,14 @@ void CRenderer::DrawParticles(const std::vector<SDrawCall> &drawCalls)
 	}
 }
 
+// Half floats, which layers are summed in, count up to 2,048.
+void CRenderer::FindMostLayers()
+{
+	std::vector<float> layers(u64(m_Width) * m_Height * m_Samples * m_Samples);
+	glGetTextureImage(m_LightTexture, 0, GL_RED, GL_FLOAT, GLsizei(layers.size() * sizeof(float)), layers.data());
+	m_MostLayers = std::max(2u, u32(*std::max_element(layers.begin(), layers.end())));
+}
+
 void CRenderer::Resolve()
 {
 	glDisable(GL_BLEND);
@@ -251,7 +261,7 @@ void CRenderer::Resolve()
 	glViewport(0, 0, GLsizei(m_Width), GLsizei(m_Height));
 	SetNumber(m_ResolveProgram, "samples", m_Samples);
 	SetNumber(m_ResolveProgram, "colouring", Colouring(m_Colour));
-	SetNumber(m_ResolveProgram, "mostLayers", kMostLayers);
+	SetNumber(m_ResolveProgram, "mostLayers", m_MostLayers);
 	glUseProgram(m_ResolveProgram);
 	glBindTextureUnit(0, m_LightTexture);
 	glDrawArrays(GL_TRIANGLES, 0, 3);

@@ -37,6 +37,8 @@ public:
 
 	/// What the colours of the draws to come stand for: light unless set, and light for errors.
 	void SetColour(EColour colour) { m_Colour = colour; }
+	/// The most layers over any pixel of the last draw that showed overdraw; never less than 2.
+	u32 MostLayers() const { return m_MostLayers; }
 
 	/// Mapped index memory for one draw: written by the caller, front to back, and never read.
 	u8 *MapIndices(u64 sizeInBytes) { return m_Ring.Begin(sizeInBytes); }
@@ -53,6 +55,7 @@ private:
 	void CreateSprites();
 	void DrawBackground();
 	void DrawParticles(const std::vector<SDrawCall> &drawCalls);
+	void FindMostLayers();
 	void Resolve();
 
 	u32 m_Width;
@@ -71,6 +74,7 @@ private:
 	u64 m_MaxVertexBufferSize = 0;
 	EVertices m_VertexKind = EVertices::Billboards;
 	EColour m_Colour = EColour::Light;
+	u32 m_MostLayers = 2;
 
 	u32 m_BackgroundProgram = 0;
 	u32 m_BillboardProgram = 0;
