@@ -13,6 +13,14 @@ namespace Viewer
 {
 using namespace Vexmoor;
 
+/// What can be done to a sort to see what comes of it.
+struct STrial
+{
+	const SCamera *m_SortCamera = null; ///< Sorted for this camera instead of the one that is drawn with.
+	float m_OutputShare = 1.0f;         ///< The share of its primitives that a draw call's output has room for.
+	bool m_MisalignedOutput = false;    ///< The output starts an index late, off every vector's boundary.
+};
+
 class CFrameDrawer
 {
 public:
@@ -20,12 +28,14 @@ public:
 	CFrameDrawer(u32 width, u32 height, u32 indexBits);
 
 	CRenderer &Renderer() { return m_Renderer; }
+	CFrameSorter &Sorter() { return m_Sorter; }
+	void SetIndexBits(u32 indexBits);
 	/// The frame of the draws to come. What it views has to stay as it is until the last of them.
 	void SetFrame(const SFrame &frame);
 	const SFrame &Frame() const { return m_Frame; }
 
 	/// Draws in an order that the sorter makes: any but Storage.
-	SDrawn DrawSorted(EOrder order);
+	SDrawn DrawSorted(EOrder order, const STrial &trial = {});
 	/// Draws with indices that are ready, in one draw call.
 	SDrawn DrawIndices(const std::vector<u32> &indices);
 

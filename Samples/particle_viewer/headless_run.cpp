@@ -75,7 +75,7 @@ namespace
 			DrawPictures();
 			m_Report.m_Arguments = m_Arguments;
 			m_Report.m_Driver = m_Context.Description();
-			m_Report.m_AssertionCount = m_LibraryReports.AssertionCount();
+			m_Report.m_AssertionCount = u32(m_LibraryReports.Assertions().size());
 			m_Report.m_SlowPaths = CLibraryReports::SlowPaths();
 			return m_Report;
 		}
@@ -113,6 +113,7 @@ namespace
 			const EOrder order = m_Scene->Pictures().back().m_Order;
 			CSortClock clock;
 			CIndexHash hash;
+			std::vector<SSortTimes> times;
 			std::optional<SDrawn> previous;
 			for (u32 number = 0; number < m_Arguments.m_FrameCount; ++number)
 			{
@@ -123,10 +124,10 @@ namespace
 					hash.Add(m_Drawer.Renderer().ReadIndices(*previous));
 				m_Drawer.SetFrame(frame);
 				previous = m_Drawer.DrawSorted(order);
-				clock.EndFrame();
+				times.push_back(clock.EndFrame());
 			}
 			hash.Add(m_Drawer.Renderer().ReadIndices(*previous));
-			m_Report.m_Times = clock.Median();
+			m_Report.m_Times = MedianOf(times);
 			m_Report.m_IndexHash = hash.Value();
 			CountFrame(previous->m_DrawCalls);
 		}

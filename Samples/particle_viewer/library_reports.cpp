@@ -10,7 +10,7 @@ namespace Viewer
 {
 CLibraryReports::CLibraryReports()
 {
-	Assert::SetReportHandler(OnAssertion, &m_AssertionCount);
+	Assert::SetReportHandler(OnAssertion, &m_Assertions);
 	CPerfHotspotsRegistry::Registry()->SetFirstTouchHandler([](const auto &, void *) {}, null);
 }
 
@@ -28,9 +28,9 @@ std::vector<std::string> CLibraryReports::SlowPaths()
 	return messages;
 }
 
-int CLibraryReports::OnAssertion(const Assert::SReport &report, void *count)
+int CLibraryReports::OnAssertion(const Assert::SReport &report, void *assertions)
 {
-	++*static_cast<u32 *>(count);
+	static_cast<std::vector<std::string> *>(assertions)->push_back(report.m_Message);
 	std::fprintf(stderr, "%s(%d): %s\n", report.m_File, report.m_Line, report.m_Message);
 	return Assert::Decision_Ignore;
 }

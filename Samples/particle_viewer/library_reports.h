@@ -21,13 +21,14 @@ public:
 	CLibraryReports(const CLibraryReports &) = delete;
 	CLibraryReports &operator=(const CLibraryReports &) = delete;
 
-	u32 AssertionCount() const { return m_AssertionCount; }
+	/// The assertions so far, which have been told on standard error too.
+	const std::vector<std::string> &Assertions() const { return m_Assertions; }
 	/// The warnings so far, once each.
 	static std::vector<std::string> SlowPaths();
 
 private:
-	static int OnAssertion(const Assert::SReport &report, void *count);
+	static int OnAssertion(const Assert::SReport &report, void *assertions);
 
-	u32 m_AssertionCount = 0;
+	std::vector<std::string> m_Assertions;
 };
 } // namespace Viewer

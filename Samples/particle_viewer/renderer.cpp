@@ -92,11 +92,6 @@ namespace
 		return colour == EColour::Order ? 1 : colour == EColour::Overdraw ? 2 : 0;
 	}
 
-	u32 BytesPerIndex(const SDrawCall &drawCall)
-	{
-		return drawCall.m_IndexType == CTriangleSorter::IndexTypeUint16 ? sizeof(u16) : sizeof(u32);
-	}
-
 	void RequireNoError()
 	{
 		if (glGetError() != GL_NO_ERROR)
@@ -105,15 +100,7 @@ namespace
 } // namespace
 
 CRenderer::CRenderer(u32 width, u32 height)
-	: m_Width(width)
-	, m_Height(height)
 {
-	GLint largest = 0;
-	glGetIntegerv(GL_MAX_TEXTURE_SIZE, &largest);
-	if (std::max(width, height) * kMeshSamples > u32(largest))
-		throw CFailure("The graphics driver draws pictures of at most " + std::to_string(u32(largest) / kMeshSamples) +
-					   " pixels a side.");
-
 	GLint64 largestBlock = 0;
 	glGetInteger64v(GL_MAX_SHADER_STORAGE_BLOCK_SIZE, &largestBlock);
 	m_MaxVertexBufferSize = u64(largestBlock);
@@ -123,9 +110,8 @@ CRenderer::CRenderer(u32 width, u32 height)
 	m_MeshProgram = LinkProgram(kMeshVertexShader, kMeshFragmentShader);
 	m_ResolveProgram = LinkProgram(kFullScreenVertexShader, kResolveFragmentShader);
 	glCreateVertexArrays(1, &m_EmptyVertexArray);
-	m_PictureTexture = CreateTexture(GL_RGBA8, m_Width, m_Height);
-	m_PictureTarget = CreateTarget(m_PictureTexture);
 	CreateSprites();
+	SetSize(width, height);
 }
 
 CRenderer::~CRenderer()
@@ -138,6 +124,24 @@ CRenderer::~CRenderer()
 	glDeleteTextures(3, textures);
 	glDeleteBuffers(1, &m_VertexBuffer);
 	glDeleteVertexArrays(1, &m_EmptyVertexArray);
+}
+
+void CRenderer::SetSize(u32 width, u32 height)
+{
+	if (width == m_Width && height == m_Height)
+		return;
+	GLint largest = 0;
+	glGetIntegerv(GL_MAX_TEXTURE_SIZE, &largest);
+	if (std::max(width, height) * kMeshSamples > u32(largest))
+		throw CFailure("The graphics driver draws pictures of at most " + std::to_string(u32(largest) / kMeshSamples) +
+					   " pixels a side.");
+	m_Width = width;
+	m_Height = height;
+	m_Samples = 0;
+	glDeleteFramebuffers(1, &m_PictureTarget);
+	glDeleteTextures(1, &m_PictureTexture);
+	m_PictureTexture = CreateTexture(GL_RGBA8, m_Width, m_Height);
+	m_PictureTarget = CreateTarget(m_PictureTexture);
 }
 
 void CRenderer::CreateTargets()
@@ -239,7 +243,7 @@ void CRenderer::DrawParticles(const std::vector<SDrawCall> &drawCalls)
 	{
 		SetNumber(program, "firstTriangle", firstTriangle);
 		firstTriangle += drawCall.m_IndexCount / 3;
-		const GLenum type = BytesPerIndex(drawCall) == sizeof(u16) ? GL_UNSIGNED_SHORT : GL_UNSIGNED_INT;
+		const GLenum type = BytesPerIndex(drawCall.m_IndexType) == sizeof(u16) ? GL_UNSIGNED_SHORT : GL_UNSIGNED_INT;
 		const u64 offset = m_Ring.Offset() + drawCall.m_OffsetInBytes;
 		glDrawElementsBaseVertex(GL_TRIANGLES, GLsizei(drawCall.m_IndexCount), type,
 			reinterpret_cast<const void *>(offset), GLint(drawCall.m_BaseVertex));
@@ -267,22 +271,34 @@ void CRenderer::Resolve()
 	glDrawArrays(GL_TRIANGLES, 0, 3);
 }
 
+void CRenderer::ShowPicture()
+{
+	const GLint right = GLint(m_Width);
+	const GLint top = GLint(m_Height);
+	glBlitNamedFramebuffer(m_PictureTarget, 0, 0, 0, right, top, 0, 0, right, top, GL_COLOR_BUFFER_BIT, GL_NEAREST);
+}
+
 SPicture CRenderer::ReadPicture()
 {
+	return ReadFramebuffer(m_PictureTarget, m_Width, m_Height);
+}
+
+SPicture ReadFramebuffer(u32 framebuffer, u32 width, u32 height)
+{
 	SPicture picture;
-	picture.m_Width = m_Width;
-	picture.m_Height = m_Height;
-	picture.m_Rgb.resize(u64(m_Width) * m_Height * 3);
-	glBindFramebuffer(GL_FRAMEBUFFER, m_PictureTarget);
+	picture.m_Width = width;
+	picture.m_Height = height;
+	picture.m_Rgb.resize(u64(width) * height * 3);
+	glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
 	glPixelStorei(GL_PACK_ALIGNMENT, 1);
-	glReadPixels(0, 0, GLsizei(m_Width), GLsizei(m_Height), GL_RGB, GL_UNSIGNED_BYTE, picture.m_Rgb.data());
+	glReadPixels(0, 0, GLsizei(width), GLsizei(height), GL_RGB, GL_UNSIGNED_BYTE, picture.m_Rgb.data());
 	RequireNoError();
 
 	// OpenGL's rows go up.
-	const u64 rowSize = u64(m_Width) * 3;
-	for (u32 y = 0; y < m_Height / 2; ++y)
+	const u64 rowSize = u64(width) * 3;
+	for (u32 y = 0; y < height / 2; ++y)
 		std::swap_ranges(&picture.m_Rgb[y * rowSize], &picture.m_Rgb[y * rowSize] + rowSize,
-			&picture.m_Rgb[(m_Height - 1 - y) * rowSize]);
+			&picture.m_Rgb[(height - 1 - y) * rowSize]);
 	return picture;
 }
 
@@ -292,7 +308,7 @@ std::vector<u32> CRenderer::ReadIndices(const SDrawn &drawn)
 	std::vector<u8> bytes;
 	for (const SDrawCall &drawCall : drawn.m_DrawCalls)
 	{
-		const u32 bytesPerIndex = BytesPerIndex(drawCall);
+		const u32 bytesPerIndex = BytesPerIndex(drawCall.m_IndexType);
 		bytes.resize(u64(drawCall.m_IndexCount) * bytesPerIndex);
 		glGetNamedBufferSubData(m_Ring.Buffer(), GLintptr(drawn.m_OffsetInBytes + drawCall.m_OffsetInBytes),
 			GLsizeiptr(bytes.size()), bytes.data());

@@ -23,6 +23,9 @@ struct SDrawn
 	std::vector<SDrawCall> m_DrawCalls;
 };
 
+/// What a framebuffer shows, once the GPU has finished it; 0 is the window that is current.
+SPicture ReadFramebuffer(u32 framebuffer, u32 width, u32 height);
+
 class CRenderer
 {
 public:
@@ -31,6 +34,9 @@ public:
 	~CRenderer();
 	CRenderer(const CRenderer &) = delete;
 	CRenderer &operator=(const CRenderer &) = delete;
+
+	/// Pictures of another size, from the next frame on.
+	void SetSize(u32 width, u32 height);
 
 	/// Takes a frame's vertices and camera for the draws to come.
 	void SetFrame(const SFrame &frame);
@@ -45,6 +51,8 @@ public:
 	/// Draws the frame over the background, with the indices that were written.
 	SDrawn Draw(const std::vector<SDrawCall> &drawCalls);
 
+	/// Copies the picture of the last draw to the lower left corner of the window that is current.
+	void ShowPicture();
 	/// The picture of the last draw, once the GPU has finished it.
 	SPicture ReadPicture();
 	/// The indices of a draw as the GPU has them, draw call after draw call, base vertices added.
@@ -58,8 +66,8 @@ private:
 	void FindMostLayers();
 	void Resolve();
 
-	u32 m_Width;
-	u32 m_Height;
+	u32 m_Width = 0;
+	u32 m_Height = 0;
 	u32 m_Samples = 0; // per pixel and axis: a mesh has edges to smooth, a billboard none
 
 	u32 m_LightTexture = 0; // light before tone mapping

@@ -2,14 +2,17 @@
 
 #include "sort_frame.h"
 
-#include "ge_mesh_sort_validation.h"
-
 #include "failure.h"
 #include <algorithm>
 #include <cstdio>
 
 namespace Viewer
 {
+u32 BytesPerIndex(CTriangleSorter::EIndexType indexType)
+{
+	return indexType == CTriangleSorter::IndexTypeUint16 ? sizeof(u16) : sizeof(u32);
+}
+
 namespace
 {
 	constexpr u32 kMaxVertices16 = 0xFFFF; // indices stay below 0xFFFF
@@ -22,30 +25,9 @@ namespace
 		return indexType == CTriangleSorter::IndexTypeUint16 ? kMaxVertices16 : 0xFFFFFFFFu;
 	}
 
-	u32 BytesPerIndex(CTriangleSorter::EIndexType indexType)
-	{
-		return indexType == CTriangleSorter::IndexTypeUint16 ? sizeof(u16) : sizeof(u32);
-	}
-
 	bool IsGeometryPerPage(const SFrame &frame)
 	{
 		return frame.m_IndexPattern.Empty();
-	}
-
-	// In builds with assertions, every rule of a sort is checked before it runs, and what breaks one is said in a
-	// sentence. Linear in the particles: too much for a release build, nothing for a debug build.
-	void Validate([[maybe_unused]] const CTriangleSorter &sorter,
-		[[maybe_unused]] const u8 *scratch,
-		[[maybe_unused]] u32 scratchSize)
-	{
-#if VX_ASSERTIONS
-		const auto tell = [](const SSortFinding &finding, void *)
-		{
-			if (finding.m_Kind == SortFinding_Violation)
-				std::fprintf(stderr, "sort: %s\n", finding.m_Sentence);
-		};
-		ValidateSort(sorter, scratch, scratchSize, tell, null);
-#endif
 	}
 
 	// A draw call starts where the one before it ends.
@@ -82,6 +64,8 @@ std::vector<SDrawCall> PlanDrawCalls(const SFrame &frame, CTriangleSorter::EInde
 		drawCall.m_ParticleCount += particleCount;
 		drawCall.m_VertexCount += vertexCount;
 		drawCall.m_IndexCount += particleCount * indicesPerParticle;
+		drawCall.m_GeometryIndexCount = drawCall.m_IndexCount;
+		drawCall.m_IndicesPerPrimitive = perPage ? 3 : indicesPerParticle;
 	}
 	return drawCalls;
 }
@@ -94,6 +78,8 @@ std::vector<SDrawCall> PlanTriangleDrawCalls(const SFrame &frame, CTriangleSorte
 	drawCall.m_ParticleCount = frame.m_TriangleCentres.Count();
 	drawCall.m_VertexCount = frame.m_TriangleCentres.Count() * 3;
 	drawCall.m_IndexCount = frame.m_TriangleCentres.Count() * 3;
+	drawCall.m_GeometryIndexCount = drawCall.m_IndexCount;
+	drawCall.m_IndicesPerPrimitive = 3;
 	if (drawCall.m_VertexCount > MaxVertices(indexType))
 		throw CFailure("This scene has more triangles than 16-bit indices reach; use --index-type 32.");
 	return {drawCall};
@@ -135,10 +121,11 @@ void CFrameSorter::SortPages(const SFrame &frame, EOrder order, const SDrawCall 
 	if (IsGeometryPerPage(frame))
 	{
 		m_Sorter.Setup_Geometry(frame.m_PagePatterns.Slice(drawCall.m_FirstPage, drawCall.m_PageCount),
-			frame.m_PageVerticesPerParticle.Slice(drawCall.m_FirstPage, drawCall.m_PageCount), drawCall.m_IndexCount);
-		const u32 scratchSize = CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(drawCall.m_IndexCount);
+			frame.m_PageVerticesPerParticle.Slice(drawCall.m_FirstPage, drawCall.m_PageCount),
+			drawCall.m_GeometryIndexCount);
+		const u32 scratchSize = CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(drawCall.m_GeometryIndexCount);
 		u8 *const scratch = Scratch(scratchSize);
-		Validate(m_Sorter, scratch, scratchSize);
+		Validate(scratch, scratchSize);
 		m_Sorter.SortTriangles_AutogenIndices(scratch);
 	}
 	else
@@ -167,7 +154,7 @@ void CFrameSorter::SortPoints(u32 particleCount)
 {
 	const u32 scratchSize = CTriangleSorter::GetAutogenIndicesWorkingBufferSize(particleCount);
 	u8 *const scratch = Scratch(scratchSize);
-	Validate(m_Sorter, scratch, scratchSize);
+	Validate(scratch, scratchSize);
 	m_Sorter.SortPoints_AutogenIndices(scratch);
 }
 
@@ -220,6 +207,31 @@ void CFrameSorter::UpdateSortValues(const SFrame &frame)
 		m_ValuePages[page] = TStridedMemoryView<const float>(values);
 		next += (count + kLanes - 1) / kLanes * kLanes;
 	}
+}
+
+void CFrameSorter::SetFindingHandler(CbSortFinding handler, void *userData)
+{
+	m_OnFinding = handler;
+	m_FindingUserData = userData;
+}
+
+CbSortFinding CFrameSorter::DefaultFindingHandler()
+{
+#if VX_ASSERTIONS
+	return [](const SSortFinding &finding, void *)
+	{
+		if (finding.m_Kind == SortFinding_Violation)
+			std::fprintf(stderr, "sort: %s\n", finding.m_Sentence);
+	};
+#else
+	return null;
+#endif
+}
+
+void CFrameSorter::Validate(const u8 *scratch, u32 scratchSize) const
+{
+	if (m_OnFinding != null)
+		ValidateSort(m_Sorter, scratch, scratchSize, m_OnFinding, m_FindingUserData);
 }
 
 u8 *CFrameSorter::Scratch(u32 sizeInBytes)

@@ -2,6 +2,7 @@
 
 // The sorter in a renderer: what an engine writes to have a frame's particles sorted straight into mapped index memory.
 
+#include "ge_mesh_sort_validation.h"
 #include "ge_mesh_triangle_sorter.h"
 
 #include "vx_defs.h"
@@ -26,7 +27,11 @@ struct SDrawCall
 	u32 m_PageCount = 0;
 	u32 m_ParticleCount = 0;
 	u32 m_VertexCount = 0;
+	u32 m_IndicesPerPrimitive = 0;
+	u32 m_GeometryIndexCount = 0; ///< Less fit into the output where that is too small.
 };
+
+u32 BytesPerIndex(CTriangleSorter::EIndexType indexType);
 
 /// The draw calls of a frame: one, or as many as it takes for 16-bit indices to reach every vertex. A draw call has
 /// whole pages; one page that is too large by itself is a CFailure.
@@ -44,6 +49,10 @@ void ComputeSortValues(
 class CFrameSorter
 {
 public:
+	/// Every call is checked before it sorts, and the handler hears what is wrong with it; null: no call is checked,
+	/// which is linear in the particles. By default builds with assertions tell of violations on standard error.
+	void SetFindingHandler(CbSortFinding handler, void *userData);
+
 	/// Writes the indices of the draw calls into the mapped memory, each draw call's particles in the order asked for:
 	/// ByPosition, ByValue, or ByTriangle.
 	void Sort(const SFrame &frame, EOrder order, const std::vector<SDrawCall> &drawCalls, u8 *mappedIndices);
@@ -56,9 +65,14 @@ private:
 	void SetOutput(const SDrawCall &drawCall, u8 *mappedIndices);
 	void SetPages(const SFrame &frame, EOrder order, const SDrawCall &drawCall);
 	void UpdateSortValues(const SFrame &frame);
+	void Validate(const u8 *scratch, u32 scratchSize) const;
 	u8 *Scratch(u32 sizeInBytes);
 
+	static CbSortFinding DefaultFindingHandler();
+
 	CTriangleSorter m_Sorter;
+	CbSortFinding m_OnFinding = DefaultFindingHandler();
+	void *m_FindingUserData = null;
 	std::vector<u8> m_Scratch;
 	std::vector<float> m_Values;
 	std::vector<TStridedMemoryView<const float>> m_ValuePages;

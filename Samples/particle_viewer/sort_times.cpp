@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 namespace Viewer
 {
@@ -58,27 +59,24 @@ void CSortClock::Charge()
 	m_Microseconds[m_Open[m_Depth - 1]] += elapsed.count();
 }
 
-void CSortClock::EndFrame()
+SSortTimes CSortClock::EndFrame()
 {
-	for (u32 stage = 0; stage < Stage_Count; ++stage)
+	const SSortTimes times = {m_Microseconds[Stage_Fill], m_Microseconds[Stage_Sort], m_Microseconds[Stage_Expand]};
+	std::fill(std::begin(m_Microseconds), std::end(m_Microseconds), 0.0);
+	return times;
+}
+
+SSortTimes MedianOf(const std::vector<SSortTimes> &frames)
+{
+	const auto medianOf = [&frames](double SSortTimes::*stage)
 	{
-		m_Frames[stage].push_back(m_Microseconds[stage]);
-		m_Microseconds[stage] = 0.0;
-	}
-}
-
-SSortTimes CSortClock::Median() const
-{
-	return {MedianOf(Stage_Fill), MedianOf(Stage_Sort), MedianOf(Stage_Expand)};
-}
-
-double CSortClock::MedianOf(EStage stage) const
-{
-	std::vector<double> frames = m_Frames[stage];
-	if (frames.empty())
-		return 0.0;
-	const auto middle = frames.begin() + std::ptrdiff_t(frames.size() / 2);
-	std::nth_element(frames.begin(), middle, frames.end());
-	return *middle;
+		std::vector<double> times;
+		for (const SSortTimes &frame : frames)
+			times.push_back(frame.*stage);
+		const auto middle = times.begin() + std::ptrdiff_t(times.size() / 2);
+		std::nth_element(times.begin(), middle, times.end());
+		return times.empty() ? 0.0 : *middle;
+	};
+	return {medianOf(&SSortTimes::m_Fill), medianOf(&SSortTimes::m_Sort), medianOf(&SSortTimes::m_Expand)};
 }
 } // namespace Viewer

@@ -22,6 +22,9 @@ struct SSortTimes
 	double Total() const { return m_Fill + m_Sort + m_Expand; }
 };
 
+/// The median of each stage.
+SSortTimes MedianOf(const std::vector<SSortTimes> &frames);
+
 /// Listens to the process-wide profiler while it lives.
 class CSortClock
 {
@@ -32,9 +35,7 @@ public:
 	CSortClock &operator=(const CSortClock &) = delete;
 
 	/// Ends a frame: what has been measured since the last one.
-	void EndFrame();
-	/// The median of each stage over all frames.
-	SSortTimes Median() const;
+	SSortTimes EndFrame();
 
 private:
 	typedef std::chrono::steady_clock CClock;
@@ -51,13 +52,11 @@ private:
 	static EStage StageOf(const char *scopeName);
 	static void OnScope(const Profiler::SNodeDescriptor &node, bool entering, void *clock);
 	void Charge();
-	double MedianOf(EStage stage) const;
 
 	static constexpr u32 kMaxDepth = 16; // the library's scopes nest two deep
 	EStage m_Open[kMaxDepth];
 	u32 m_Depth = 0;
 	CClock::time_point m_Since;
 	double m_Microseconds[Stage_Count] = {};
-	std::vector<double> m_Frames[Stage_Count];
 };
 } // namespace Viewer
