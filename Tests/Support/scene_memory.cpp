@@ -338,6 +338,13 @@ testing::AssertionResult CSceneMemory::OutputUntouched() const
 	return _SurroundingsIntact();
 }
 
+std::vector<u32> CSceneMemory::Output() const
+{
+	if (m_Scene.m_IndexType == Model::EIndexType::U32)
+		return {m_Output.As<u32>(), m_Output.As<u32>() + m_Scene.m_IndexCapacity};
+	return {m_Output.As<u16>(), m_Output.As<u16>() + m_Scene.m_IndexCapacity};
+}
+
 // Reports and warnings.
 
 // A page that starts on an odd triangle says so when its records are expanded and when they are widened.

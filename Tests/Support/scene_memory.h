@@ -51,6 +51,8 @@ public:
 	testing::AssertionResult Holds(const Model::SSortResult &result) const;
 	/// The output and what surrounds it are as they were before a sort.
 	testing::AssertionResult OutputUntouched() const;
+	/// Every index of the output, written or not.
+	std::vector<Vexmoor::u32> Output() const;
 
 private:
 	unsigned char *_AddInput(std::size_t size, std::size_t addressMod16);
