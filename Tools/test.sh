@@ -7,7 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-sections=(format same-bits fuzz debug release clang-debug clang-release sanitize host-flags clang-host-flags)
+sections=(format analysis same-bits fuzz debug release clang-debug clang-release sanitize host-flags clang-host-flags)
 
 if [ "${1:-}" = --list ]; then
 	printf '%s\n' "${sections[@]}"
@@ -21,14 +21,33 @@ for section in "$@"; do
 done
 [ $# -gt 0 ] || set -- "${sections[@]}"
 
-Tools/install_packages.sh g++ clang clang-format libclang-rt-14-dev cmake ninja-build pkg-config libgtest-dev \
-	nlohmann-json3-dev libepoxy-dev libegl-dev libegl-mesa0 libgl1-mesa-dri libstb-dev libcli11-dev
+Tools/install_packages.sh g++ clang clang-format clang-tidy cppcheck libclang-rt-14-dev cmake ninja-build pkg-config \
+	libgtest-dev nlohmann-json3-dev libepoxy-dev libegl-dev libegl-mesa0 libgl1-mesa-dri libstb-dev libcli11-dev
 
 check_format()
 {
 	find Runtime Tests Samples Benchmarks \( -name '*.h' -o -name '*.cpp' \) -print0 |
 		xargs -0 clang-format --dry-run --Werror
 	printf 'every source file is formatted\n'
+}
+
+# clang-tidy reads what the library, the model and its scenes are made of, and in CI every test as well; what it looks for,
+# and why not for more, is said in .clang-tidy.
+analyse()
+{
+	cmake --preset analysis -DVEXMOOR_BUILD_SAMPLES=OFF >/dev/null
+	local folders=(Runtime Tests/Model Tests/SameBits) assertions
+	[ "${CI:-}" != true ] || folders=(Runtime Tests/Model Tests/SameBits Tests/Support Tests/*_test.cpp)
+	find "${folders[@]}" -name '*.cpp' -print0 |
+		xargs -0 -n 1 -P "$(nproc)" clang-tidy -p build/analysis --quiet 2>/dev/null
+	for assertions in 0 1; do
+		cppcheck -j "$(nproc)" --enable=warning,performance,portability --inline-suppr --error-exitcode=1 --quiet \
+			--std=c++17 --platform=unix64 -D__GNUC__=12 -D__x86_64__ -DVX_ASSERTIONS=$assertions \
+			-I Runtime/include -I Runtime/vx_maths/include -I Runtime/vx_kernel/include \
+			-I Runtime/vx_geometrics/include -I Runtime/vx_geometrics/src/ge_mesh \
+			Runtime Tests/Model Tests/SameBits Tests/Support Tests/Fuzz Samples
+	done
+	printf 'neither clang-tidy nor cppcheck has anything to say\n'
 }
 
 test_preset()
@@ -49,6 +68,7 @@ for section in "$@"; do
 	printf '\n== %s\n' "$section"
 	case $section in
 	format) check_format ;;
+	analysis) analyse ;;
 	same-bits) Tools/matrix.sh --short ;;
 	fuzz) Tools/fuzz.sh "$fuzzSeconds" ;;
 	*) test_preset "$section" ;;

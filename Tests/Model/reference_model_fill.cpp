@@ -209,6 +209,7 @@ static std::vector<u32> RecordKeys(u32 recordCount, const SValues &values, const
 static std::vector<SRecord> RecordsInSequence(const std::vector<u32> &keys, u32 indexStart, u32 indexIncrement)
 {
 	std::vector<SRecord> records;
+	records.reserve(keys.size());
 	for (const u32 key : keys)
 		records.push_back({key, indexStart + u32(records.size()) * indexIncrement});
 	return records;

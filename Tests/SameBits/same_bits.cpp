@@ -404,9 +404,9 @@ private:
 static void RunAll(CCorpus &corpus)
 {
 	CHash &hash = corpus.Hash();
-	const auto points = [&hash](SSceneOptions options)
+	const auto points = [&hash](const SSceneOptions &options)
 	{ return [&hash, options](std::uint64_t seed) { HashScene(hash, RandomPointScene(seed, options)); }; };
-	const auto triangles = [&hash](SSceneOptions options)
+	const auto triangles = [&hash](const SSceneOptions &options)
 	{ return [&hash, options](std::uint64_t seed) { HashScene(hash, RandomTriangleScene(seed, options)); }; };
 
 	corpus.Run("points of mixed pages", 150, points(MixedPages()));

@@ -44,9 +44,12 @@ public:
 	TArray(TArray &&other) noexcept { _Swap(other); }
 	~TArray() { std::free(m_Data); }
 
+	// NOLINTBEGIN(misc-unconventional-assign-operator,bugprone-unhandled-self-assignment): _Assign returns *this, and its
+	// source may be this array.
 	TArray &operator=(const TMemoryView<const _Type> &elements) { return _Assign(elements.Data(), elements.Count()); }
 	TArray &operator=(const TMemoryView<_Type> &elements) { return _Assign(elements.Data(), elements.Count()); }
 	TArray &operator=(const TArray &other) { return _Assign(other.m_Data, other.m_Count); }
+	// NOLINTEND(misc-unconventional-assign-operator,bugprone-unhandled-self-assignment)
 	TArray &operator=(TArray &&other) noexcept
 	{
 		_Swap(other);

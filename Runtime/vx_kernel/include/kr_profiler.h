@@ -72,7 +72,7 @@ namespace Profiler
 		static constexpr u32 _ToByte(float channel)
 		{
 			const float clamped = channel < 0.0f ? 0.0f : (channel > 1.0f ? 1.0f : channel);
-			return u32(clamped * 255.0f + 0.5f);
+			return u32(clamped * 255.0f + 0.5f); // NOLINT(bugprone-incorrect-roundings): just below a half goes up
 		}
 
 		// first takes the lowest byte, then green, third and alpha.

@@ -58,7 +58,7 @@ public:
 		if (m_Object != null)
 			m_Object->ReleaseStrongRef();
 	}
-	TRefPtr &operator=(const TRefPtr &other)
+	TRefPtr &operator=(const TRefPtr &other) // NOLINT(bugprone-unhandled-self-assignment): the copy handles it
 	{
 		TRefPtr copy(other); // first, so that assigning an object's last reference to itself keeps it
 		_Type *const object = m_Object;

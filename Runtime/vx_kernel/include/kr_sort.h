@@ -42,6 +42,7 @@ struct SRadixSortExtractorSignedFP<float>
 
 	static VX_INLINE u32 ExtractKeyFromBits(u32 bits)
 	{
+		// cppcheck-suppress shiftTooManyBitsSigned ; arithmetic with both compilers
 		const u32 negative = u32(s32(bits) >> 31);
 		return bits ^ (negative | 0x80000000u);
 	}
@@ -422,7 +423,7 @@ bool CountingRankSort(_Iterator first, u32 count, _Iterator output, const _KeyEx
 	// Every pair of distinct keys adds to one of its records' ranks; a pair of equal ones adds to none.
 	u32 rankSum = 0;
 	for (u32 i = 0; i < count; ++i)
-		rankSum += ranks[i];
+		rankSum += ranks[i]; // cppcheck-suppress uninitvar ; the blocks above cover count
 	if (rankSum != count * (count - 1) / 2)
 		return false;
 

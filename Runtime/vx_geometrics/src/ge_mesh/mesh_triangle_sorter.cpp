@@ -118,6 +118,7 @@ static TStridedMemoryView<const float> CompactSortValues(const TMemoryView<SInde
 		StoreU32(sortKeys + count * sizeof(float), sortValueBits(element.Ptr()));
 		count += *enabled++ != 0;
 	}
+	// cppcheck-suppress invalidPointerCast ; an address for loads of bytes and lanes, never read as a float
 	return {reinterpret_cast<const float *>(sortKeys), primCount, sizeof(float)};
 }
 
@@ -750,7 +751,7 @@ static void ExpandIndicesU32_UA_x12(const TMemoryView<const u32> &indexPattern,
 	}
 
 	Float4(Shuffle<3, 2, 3, 2>(v89AB)).StreamFloat2(dstPrims);
-	dstPrims += 2;
+	dstPrims += 2; // cppcheck-suppress uselessAssignmentPtrArg ; the assertion looks at it
 	Float4::WriteBarrier();
 	VX_ASSERT(dstPrims == primsStop);
 }

@@ -111,6 +111,7 @@ struct SPattern6
 
 	explicit VX_INLINE SPattern6(const u32 *pattern)
 	{
+		// cppcheck-suppress useInitializationList ; the third is made of the first two
 		i0i1i2i3 = LoadEntries4(pattern);
 		i2i3i4i5 = LoadEntries4(pattern + 2);
 		i4i5i0i1 = Shuffle2<1, 0, 3, 2>(i2i3i4i5, i0i1i2i3);
