@@ -34,10 +34,10 @@ namespace Assert
 
 	/// Replaces the handler; null brings back the default, which prints one line on stderr and answers
 	/// Decision_Ignore. Call it at start-up: a sort that runs meanwhile may still reach the earlier handler.
-	void SetReportHandler(CbReport handler, void *userData);
+	VX_API void SetReportHandler(CbReport handler, void *userData);
 
 	/// Reports a broken condition and returns the handler's decision.
-	int EvalAssert(const char *file,
+	VX_API int EvalAssert(const char *file,
 		const char *function,
 		int line,
 		const char *conditionText,
@@ -45,7 +45,7 @@ namespace Assert
 		const char *message);
 
 	/// The same, with a printf-style message. Longer messages than 1023 characters are cut.
-	int EvalAssertFormat(const char *file,
+	VX_API int EvalAssertFormat(const char *file,
 		const char *function,
 		int line,
 		const char *conditionText,
@@ -55,7 +55,7 @@ namespace Assert
 
 	/// Reports a condition that guards an early exit, unless ignored is set; sets ignored on Decision_Ignore.
 	/// Returns true when the caller traps before it takes its exit.
-	bool VerifyAssertFalse_Breaks(bool &ignored,
+	VX_API bool VerifyAssertFalse_Breaks(bool &ignored,
 		const char *file,
 		const char *function,
 		int line,
@@ -67,10 +67,10 @@ namespace Assert
 	// inline functions. Each value asks for a name of its own, and a library defines just one: the linker's message
 	// is the sentence that says so.
 #if VX_ASSERTIONS
-	extern const char LibraryIsBuiltWith_VX_ASSERTIONS_1;
+	VX_API extern const char LibraryIsBuiltWith_VX_ASSERTIONS_1;
 	__attribute__((used, retain)) static const char *const s_LibraryAgrees = &LibraryIsBuiltWith_VX_ASSERTIONS_1;
 #else
-	extern const char LibraryIsBuiltWith_VX_ASSERTIONS_0;
+	VX_API extern const char LibraryIsBuiltWith_VX_ASSERTIONS_0;
 	__attribute__((used, retain)) static const char *const s_LibraryAgrees = &LibraryIsBuiltWith_VX_ASSERTIONS_0;
 #endif
 

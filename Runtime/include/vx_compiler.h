@@ -20,6 +20,22 @@
 /// A breakpoint that a debugger can continue from.
 #define VX_TRAP() __asm__ volatile("int3")
 
+/// 1 for a shared library and its clients, 0 for everything else; the build system's target carries it.
+#ifndef VX_SHARED
+	#define VX_SHARED 0
+#endif
+
+/// Marks what a shared library gives its clients, functions as well as classes and templates that keep something once per
+/// process, such as an assertion site's flag. All else in it is hidden, and so is what VX_LOCAL takes out of a marked
+/// class. Sources that a host builds into something of its own follow the host's flags.
+#if VX_SHARED && defined(__ELF__)
+	#define VX_API __attribute__((visibility("default")))
+	#define VX_LOCAL __attribute__((visibility("hidden")))
+#else
+	#define VX_API
+	#define VX_LOCAL
+#endif
+
 /// Joins after expanding its arguments.
 #define VX_JOIN(_a, _b) VX_JOIN_AS_WRITTEN(_a, _b)
 #define VX_JOIN_AS_WRITTEN(_a, _b) _a##_b

@@ -1,12 +1,19 @@
 #pragma once
 
-// The names that every other header counts on: integer types, the null constant, addresses' alignment test, and the
-// invalid value of index types.
+// The names that every other header counts on: the version, integer types, the null constant, addresses' alignment test,
+// and the invalid value of index types.
 
 #include "vx_compiler.h"
 
 #include <cstddef>
 #include <cstdint>
+
+/// The version, semantic: a new major one may break a client, a new minor one adds, a new patch mends. The build system
+/// reads it here. As one number, two digits each: 1.2.3 is 10203.
+#define VX_VERSION_MAJOR 1
+#define VX_VERSION_MINOR 0
+#define VX_VERSION_PATCH 0
+#define VX_VERSION (VX_VERSION_MAJOR * 10000 + VX_VERSION_MINOR * 100 + VX_VERSION_PATCH)
 
 /// The namespace of the runtime, for macros whose text must name it from anywhere.
 #define VX_NAMESPACE Vexmoor

@@ -35,7 +35,7 @@ typedef void (*CbSortFinding)(const SSortFinding &finding, void *userData);
 /// Cost     linear in the particles: one pass over enabled bytes, up to four over the index list. Nothing is allocated.
 /// Threads  as for a sort: one thread per sorter, different sorters side by side.
 /// Reports  nothing but findings.
-u32 ValidateSort(const CTriangleSorter &sorter,
+VX_API u32 ValidateSort(const CTriangleSorter &sorter,
 	const void *workingBuffer,
 	u64 workingBufferSize,
 	CbSortFinding handler,

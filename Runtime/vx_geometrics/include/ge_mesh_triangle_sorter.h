@@ -15,7 +15,7 @@ class CSortValidation;
 
 /// What is sorted: a key, ascending as an unsigned integer, the smallest drawn first, and what it stands for. Record
 /// arrays start at multiples of 16 bytes and have room for an even number of records.
-struct SIndexAndDepth
+struct VX_API SIndexAndDepth
 {
 	u32 m_Depth; ///< The key.
 	u32 m_Index; ///< In a point sort a particle's first vertex, in a triangle sort a triangle's number.
@@ -36,7 +36,7 @@ struct SSortKeyExtractor_TriangleIndexAndDepth
 
 /// The indices of one primitive.
 template<typename _Index, u32 _Count>
-struct SPrimitive
+struct VX_API SPrimitive
 {
 	_Index m_IDs[_Count];
 };
@@ -62,7 +62,7 @@ struct SPrimitive
 /// Threads. One sorter, one thread at a time; different sorters, and all static members, run side by side.
 /// Reports. A broken rule is an assertion, after which the work goes on with what it has. A slow path with equal
 /// output is a warning, once per call site. See vx_assert.h and kr_log_unique.h for the hooks.
-class CTriangleSorter
+class VX_API CTriangleSorter
 {
 public:
 	enum EIndexType : u32
@@ -364,6 +364,7 @@ private:
 
 	static u32 _AlignedRecordCount(u32 recordCount) { return (recordCount + 1) & ~1u; }
 
+	// These five are no VX_LOCAL: tests ask a shared library for them too.
 	void _GetParticleIdxInPageCache(
 		u32 renderedParticleId, u32 &pageId, u32 &offsetInPage, u32 &offsetInRenderedBuffer) const;
 
@@ -381,24 +382,24 @@ private:
 		PageBound_TotalPageCount
 	};
 	template<EPageBound _PageBound, typename _Element, typename _FillPage>
-	u32 _WalkPages(const TStridedMemoryView<const TStridedMemoryView<const _Element, -1>, -1> &pages,
+	VX_LOCAL u32 _WalkPages(const TStridedMemoryView<const TStridedMemoryView<const _Element, -1>, -1> &pages,
 		u32 start,
 		u32 count,
 		const TMemoryView<SIndexAndDepth> &out,
 		const _FillPage &fillPage) const;
-	u32 _ValidParticleCount(u32 start, u32 count) const;
+	VX_LOCAL u32 _ValidParticleCount(u32 start, u32 count) const;
 
 	// An even number, so that the first record read stays 16-byte aligned; an odd shortfall then loses the last one.
 	static u32 _FirstWrittenRecord(u32 recordCount, u32 writeCount) { return (recordCount - writeCount) & ~1u; }
 
 	template<typename _Index, typename _Pages, typename _AssertPage, typename _FillPage>
-	u32 _FillTriangles(const _Pages &pages,
+	VX_LOCAL u32 _FillTriangles(const _Pages &pages,
 		const TMemoryView<SIndexAndDepth> &workingBufferSorter,
 		const TMemoryView<_Index> &workingBufferIndex,
 		const _AssertPage &assertPage,
 		const _FillPage &fillPage) const;
 	template<typename _Index>
-	void _SortTriangles_AutogenIndices(void *workingBuffer);
+	VX_LOCAL void _SortTriangles_AutogenIndices(void *workingBuffer);
 
 	// Output.
 	EIndexType m_IndexType = IndexTypeUnknown;

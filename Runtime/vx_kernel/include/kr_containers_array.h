@@ -18,7 +18,7 @@ namespace Vexmoor
 /// How an array allocates: an _Alignment of 0 is the heap's own; capacities start at _InitialSize and grow in steps of
 /// _GrowConstant. Contents are assigned whole, so the factors by which single insertions would grow have no part to play.
 template<u32 _Alignment, u32 _InitialSize, u32 _GrowConstant, u32 _GrowMultiplier, u32 _GrowDivider>
-struct TArrayStaticController
+struct VX_API TArrayStaticController
 {
 	static_assert(_Alignment == 0, "the heap's own alignment");
 
@@ -32,7 +32,7 @@ struct TArrayStaticController
 /// Elements that can be copied as bytes, contiguous and owned. Assigning contents that fit keeps the memory; when a
 /// larger block cannot be had, the array is empty afterwards.
 template<typename _Type, typename _Controller = TArrayStaticController<0, 8, 8, 0, 2>>
-class TArray
+class VX_API TArray
 {
 	static_assert(std::is_trivially_copyable_v<_Type>, "elements are copied as bytes");
 

@@ -12,7 +12,7 @@
 namespace Vexmoor
 {
 /// One entry per key. All members may be called from any thread.
-class CLogUniqueCollection
+class VX_API CLogUniqueCollection
 {
 public:
 	struct SEntry
@@ -45,7 +45,7 @@ private:
 };
 
 /// Gives the process-wide collection of performance warnings.
-class CPerfHotspotsRegistry
+class VX_API CPerfHotspotsRegistry
 {
 public:
 	static CLogUniqueCollection *Registry();
@@ -54,7 +54,7 @@ public:
 };
 
 /// Counts a performance hazard for the thread, and touches the key in the process-wide collection.
-void WarnOnce(const char *key, const char *message);
+VX_API void WarnOnce(const char *key, const char *message);
 } // namespace Vexmoor
 
 /// A call site's key: a number such as "[l.248]" and the source path. The number is the site's name for hosts that

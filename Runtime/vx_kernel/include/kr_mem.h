@@ -50,11 +50,11 @@ namespace Mem
 
 	/// Takes a copy of the host's allocator; null brings back the default, aligned heap memory. Call it at start-up:
 	/// a block goes back to the allocator in force when it is freed.
-	void SetAllocator(const SAllocator *allocator);
+	VX_API void SetAllocator(const SAllocator *allocator);
 
 	/// A block of at least size bytes at a multiple of alignment, or null on failure; of 0 bytes, a block too.
 	/// module, file, line and function say who asks, for hosts that keep count.
-	void *_RawAlloc(u64 size,
+	VX_API void *_RawAlloc(u64 size,
 		u32 alignment,
 		EAllocType type,
 		EOrigin origin,
@@ -64,7 +64,7 @@ namespace Mem
 		const char *function);
 
 	/// Releases a block of _RawAlloc, under the same type, origin and module. Null is left alone.
-	void _RawFree(void *ptr,
+	VX_API void _RawFree(void *ptr,
 		EAllocType type,
 		EOrigin origin,
 		const char *module,

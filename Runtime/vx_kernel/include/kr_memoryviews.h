@@ -15,7 +15,7 @@ namespace Vexmoor
 {
 /// Elements next to each other. Counts and byte sizes are 32-bit.
 template<typename _Type>
-class TMemoryView
+class VX_API TMemoryView
 {
 public:
 	typedef TContiguousBaseIterator<_Type> Iterator;
@@ -88,7 +88,7 @@ struct SStridedMemoryViewRawStorage
 };
 
 template<typename _Type>
-class TStridedMemoryViewBase
+class VX_API TStridedMemoryViewBase
 {
 protected:
 	SStridedMemoryViewRawStorage m_Storage;
@@ -97,7 +97,7 @@ protected:
 /// Elements a fixed number of bytes apart, chosen at run time. A stride of 0 makes the view virtual: all its elements
 /// are one and the same. The template's second argument, the footprint in bytes, is -1: not known to the compiler.
 template<typename _Type, int _FootprintInBytes = -1>
-class TStridedMemoryView : public TStridedMemoryViewBase<_Type>
+class VX_API TStridedMemoryView : public TStridedMemoryViewBase<_Type>
 {
 	static_assert(_FootprintInBytes == -1, "strides are chosen at run time");
 	typedef TStridedMemoryViewBase<_Type> BaseType;

@@ -12,7 +12,7 @@ namespace Vexmoor
 namespace Profiler
 {
 	/// Per thread: how often slow paths were taken. Read it before and after a sort to see what the sort met.
-	class CHazards
+	class VX_API CHazards
 	{
 	public:
 		static CHazards &CurrentThreadHazards();
@@ -83,7 +83,7 @@ namespace Profiler
 	};
 
 	/// Hands scopes to the host's handler, or drops them.
-	class CProfiler
+	class VX_API CProfiler
 	{
 	public:
 		/// Called on the thread of the scope, when it is entered and when it is left; scopes of a thread nest.
@@ -108,7 +108,7 @@ namespace Profiler
 	};
 
 	/// The process-wide profiler, never null.
-	CProfiler *MainEngineProfiler();
+	VX_API CProfiler *MainEngineProfiler();
 
 	/// A scope: entered where it is constructed, left where it is destroyed.
 	class CScopedNode

@@ -10,7 +10,7 @@
 namespace Vexmoor
 {
 /// Base of objects that live as long as somebody refers to them. A new object has no reference yet.
-class CRefCountedObject
+class VX_API CRefCountedObject
 {
 public:
 	CRefCountedObject() = default;

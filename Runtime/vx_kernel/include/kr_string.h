@@ -11,7 +11,7 @@
 namespace Vexmoor
 {
 /// An immutable, reference-counted string.
-class CString
+class VX_API CString
 {
 public:
 	CString() = default;
@@ -23,7 +23,7 @@ public:
 	const char *Data() const { return m_Container != null ? m_Container->m_Text.c_str() : ""; }
 
 private:
-	struct SContainer final : CRefCountedObject
+	struct VX_LOCAL SContainer final : CRefCountedObject
 	{
 		std::string m_Text;
 	};

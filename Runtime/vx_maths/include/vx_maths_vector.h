@@ -18,7 +18,7 @@ struct TNumericTraits
 
 /// _Dimension scalars in the order x, y, z, w. Zero when default-constructed.
 template<typename _Scalar, u32 _Dimension>
-class TVector
+class VX_API TVector
 {
 public:
 	constexpr TVector() = default;

@@ -12,7 +12,7 @@
 namespace Vexmoor
 {
 /// Four 32-bit lanes. An aligned access that meets an unaligned address is reported, and performed all the same.
-class Float4
+class VX_API Float4
 {
 public:
 	Float4() = default;
