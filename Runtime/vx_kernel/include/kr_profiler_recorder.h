@@ -38,21 +38,21 @@ namespace Profiler
 
 		/// memory  sizeInBytes bytes at any address, the recorder's until it is destroyed; whole blocks at multiples of
 		///         64 are used of it
-		CTraceRecorder(void *memory, u64 sizeInBytes);
+		VX_API CTraceRecorder(void *memory, u64 sizeInBytes);
 		CTraceRecorder(const CTraceRecorder &) = delete;
 		CTraceRecorder &operator=(const CTraceRecorder &) = delete;
 
 		/// For CProfiler::SetScopeHandler, with the recorder as user data. A scope left without having been entered is
 		/// ignored. The descriptor and its texts are not copied: they live until the trace is written.
-		static void OnScope(const SNodeDescriptor &node, bool entering, void *recorder);
+		VX_API static void OnScope(const SNodeDescriptor &node, bool entering, void *recorder);
 
 		/// Names the calling thread in the trace; not copied. A thread that the memory has no room for stays unnamed.
-		void NameThread(const char *name);
+		VX_API void NameThread(const char *name);
 
 		/// Writes what has been recorded so far as JSON, times in microseconds since construction. A scope that is still
 		/// open is written as one without an end. Texts are any bytes; what is not UTF-8 becomes U+FFFD.
 		/// Returns false as soon as write does.
-		bool WriteChromeTrace(CbWrite write, void *userData) const;
+		VX_API bool WriteChromeTrace(CbWrite write, void *userData) const;
 
 		/// Scopes that were not recorded.
 		u64 DroppedCount() const { return m_DroppedCount.load(std::memory_order_relaxed); }

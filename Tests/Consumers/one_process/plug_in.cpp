@@ -1,0 +1,11 @@
+#include "plug_in.h"
+
+SServices PlugInFindsServices()
+{
+	return FindServices();
+}
+
+void PlugInReadsPastViews()
+{
+	ReadPastViews();
+}
