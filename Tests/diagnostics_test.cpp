@@ -16,7 +16,6 @@
 #include "diagnostics.h"
 #include <algorithm>
 #include <atomic>
-#include <csignal>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <thread>
@@ -30,26 +29,6 @@ using namespace Support;
 namespace
 {
 constexpr bool kAssertions = VX_ASSERTIONS != 0;
-
-// Stands in for a debugger: counts traps and goes on behind them.
-class CTrapCounter
-{
-public:
-	CTrapCounter()
-	{
-		s_Traps = 0;
-		struct sigaction action = {};
-		action.sa_handler = [](int) { s_Traps = s_Traps + 1; };
-		sigaction(SIGTRAP, &action, &m_Before);
-	}
-	~CTrapCounter() { sigaction(SIGTRAP, &m_Before, nullptr); }
-
-	int Count() const { return s_Traps; }
-
-private:
-	static inline volatile std::sig_atomic_t s_Traps = 0;
-	struct sigaction m_Before;
-};
 
 enum EForm
 {

@@ -131,6 +131,25 @@ TEST(PointSortReports, IgnoredSite_LeavesTheOthersReporting)
 	};
 	EXPECT_EXIT(sortTwice(), testing::ExitedWithCode(3), ""); // two reports, then the second site's alone
 }
+
+// A verify takes its exit whatever the answer is: silenced, it is the early return that is left of it.
+TEST(PointSortReports, NoRenderedCounts_EndTheSortWhateverIsDecided)
+{
+	const auto sortTwice = [](int decision)
+	{
+		const CTrapCounter traps;
+		const CReportRecorder reports(decision);
+		CSceneMemory memory(OnePage(10));
+		memory.Sorter().Setup_InputPageCache(
+			CTriangleSorter::CSortKeyPages(), CTriangleSorter::CEnabledPages(), CTriangleSorter::CRenderedCounts(), 10);
+		memory.Sort();
+		memory.Sort();
+		std::_Exit(memory.OutputUntouched() ? 10 * int(reports.Reports().size()) + traps.Count() : 1);
+	};
+	EXPECT_EXIT(sortTwice(Assert::Decision_Break), testing::ExitedWithCode(22), "");
+	EXPECT_EXIT(sortTwice(Assert::Decision_Ignore), testing::ExitedWithCode(10), "");
+	EXPECT_EXIT(sortTwice(Assert::Decision_Continue), testing::ExitedWithCode(20), "");
+}
 #endif
 
 constexpr int kReportedEmptyPattern = 42;

@@ -4,6 +4,7 @@
 
 #include "diagnostics.h"
 #include "scene_memory.h"
+#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
@@ -289,6 +290,30 @@ TEST(TriangleSortReports, MoreTrianglesThanTheListHolds_AreReportedByTheViews)
 }
 
 #if VX_ASSERTIONS
+// In a process of its own, where a silenced site harms no other test. The second page starts on an odd triangle, which
+// two sites report; a host that breaks at them is trapped as often.
+TEST(TriangleSortReports, Decisions_ChangeWhatIsReportedAndNotTheResult)
+{
+	const auto sortTwice = [](int decision)
+	{
+		const CTrapCounter traps;
+		const CReportRecorder reports(decision);
+		const CWarningRecorder warnings;
+		for (u32 i = 0; i < 2; ++i)
+		{
+			STwoPages pages;
+			pages.SetUp(Model::ESortType::ByValue);
+			pages.Sort();
+			if (pages.Output() != CIndices({0, 1, 2, 3, 4, 5}))
+				std::_Exit(1);
+		}
+		std::_Exit(10 * int(reports.Reports().size()) + traps.Count());
+	};
+	EXPECT_EXIT(sortTwice(Assert::Decision_Break), testing::ExitedWithCode(44), "");
+	EXPECT_EXIT(sortTwice(Assert::Decision_Ignore), testing::ExitedWithCode(20), "");
+	EXPECT_EXIT(sortTwice(Assert::Decision_Continue), testing::ExitedWithCode(40), "");
+}
+
 // A host's report handler sets the sorter up anew. The views of the working buffer are then longer than the number of
 // triangles that was taken before.
 TEST(TriangleSortReports, IndexCountChangedMeanwhile_IsReportedAfterTheFill)

@@ -9,6 +9,7 @@
 #include "kr_mem.h"
 #include "kr_profiler.h"
 
+#include <csignal>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -65,6 +66,28 @@ public:
 
 private:
 	std::vector<std::string> m_Expected;
+};
+
+/// Stands in for a debugger: counts traps and goes on behind them.
+class CTrapCounter
+{
+public:
+	CTrapCounter()
+	{
+		s_Traps = 0;
+		struct sigaction action = {};
+		action.sa_handler = [](int) { s_Traps = s_Traps + 1; };
+		sigaction(SIGTRAP, &action, &m_Before);
+	}
+	~CTrapCounter() { sigaction(SIGTRAP, &m_Before, nullptr); }
+	CTrapCounter(const CTrapCounter &) = delete;
+	CTrapCounter &operator=(const CTrapCounter &) = delete;
+
+	int Count() const { return s_Traps; }
+
+private:
+	static inline volatile std::sig_atomic_t s_Traps = 0;
+	struct sigaction m_Before;
 };
 
 /// Empties the process-wide warning collection, keeps it quiet, and reads it.
