@@ -22,7 +22,8 @@ done
 [ $# -gt 0 ] || set -- "${sections[@]}"
 
 Tools/install_packages.sh g++ clang clang-format clang-tidy cppcheck libclang-rt-14-dev cmake ninja-build pkg-config \
-	libgtest-dev nlohmann-json3-dev libepoxy-dev libegl-dev libegl-mesa0 libgl1-mesa-dri libstb-dev libcli11-dev
+	libgtest-dev nlohmann-json3-dev libepoxy-dev libegl-dev libegl-mesa0 libgl1-mesa-dri libstb-dev libcli11-dev \
+	libtbb-dev libvulkan-dev mesa-vulkan-drivers vulkan-validationlayers glslang-tools
 
 check_format()
 {
@@ -52,10 +53,15 @@ analyse()
 
 test_preset()
 {
-	# The viewer draws the same pictures whatever the sorter is built with: one preset builds it.
-	local samples=OFF
-	[ "$1" != release ] || samples=ON
-	cmake --preset "$1" -DVEXMOOR_BUILD_SAMPLES=$samples
+	# The viewer draws the same pictures whatever the sorter is built with: one preset builds it. The small examples also
+	# run where rules and memory are watched, and here none is left out.
+	local samples=(-DVEXMOOR_BUILD_SAMPLES=OFF)
+	local allExamples=(-DCMAKE_REQUIRE_FIND_PACKAGE_TBB=ON -DCMAKE_REQUIRE_FIND_PACKAGE_Vulkan=ON)
+	case $1 in
+	release) samples=(-DVEXMOOR_BUILD_SAMPLES=ON "${allExamples[@]}") ;;
+	sanitize) samples=(-DVEXMOOR_BUILD_SAMPLES=minimal "${allExamples[@]}") ;;
+	esac
+	cmake --preset "$1" "${samples[@]}"
 	cmake --build --preset "$1"
 	ctest --preset "$1" --parallel "$(nproc)" --progress
 }

@@ -1,0 +1,45 @@
+// Billboards by distance, the first sort to try: every particle draws the same quad, the farthest from the camera first.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "minimal.h"
+
+using namespace Vexmoor;
+
+int main()
+{
+	constexpr u32 kCount = 5;
+	const CFloat3 positions[kCount] = {
+		{0, 0, 3},
+        {1, 0, 9},
+        {0, 2, 1},
+        {0, 0, 7},
+        {2, 1, 5}
+    };
+	const CFloat3 camera(0, 0, 0);
+
+	// Where the indices go: mapped index memory in a renderer.
+	std::vector<u32> indices(kCount * 6);
+
+	// All particles lie in one page, and an empty view of enabled bytes says that none is disabled.
+	const TStridedMemoryView<const CFloat3> page(positions, kCount, sizeof(CFloat3));
+	const TStridedMemoryView<const u8> noneDisabled;
+
+	u32 quad[] = {0, 1, 2, 0, 2, 3}; // relative to the particle's first vertex
+	CTriangleSorter sorter;
+	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), kCount * 6), kCount * 4);
+	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
+		CTriangleSorter::CRenderedCounts(kCount), kCount, camera);
+	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+
+	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kCount));
+	Minimal::RequireValid(sorter, scratch);
+	sorter.SortPoints_AutogenIndices(scratch.data());
+
+	const std::vector<u32> drawn = Minimal::DrawnParticles(indices, 6, 4);
+	Minimal::Print("Drawn, the farthest first", drawn);
+	Minimal::Require(drawn == std::vector<u32>{1, 3, 4, 0, 2}, "the particles are not drawn by falling distance.");
+	Minimal::Require(indices[0] == 4 && indices[1] == 5 && indices[2] == 6 && indices[5] == 7,
+		"the first quad is not that of vertices 4 to 7.");
+	return 0;
+}

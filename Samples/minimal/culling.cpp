@@ -1,0 +1,73 @@
+// Culling by enabled bytes: what a view does not see is neither sorted nor drawn, and nothing moves in memory for it.
+// Drawn particles are numbered anew for every view, so an index list, filled while culling, keeps them at the vertices
+// that they have. Values, since culling leaves pages mixed: some lose particles and some do not.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "minimal.h"
+
+using namespace Vexmoor;
+
+int main()
+{
+	constexpr u32 kPageCount = 3;
+	constexpr u32 kPerPage = 4;
+	constexpr u32 kCount = kPageCount * kPerPage;
+	const CFloat3 positions[kCount] = {
+		{0, 0, 9},
+        {0, 0, 5},
+        {8, 0, 7},
+        {0, 0, 2}, // one beside the view
+		{0, 1, 6},
+        {0, 1, 3},
+        {0, 1, 8},
+        {0, 1, 4}, // all in view
+		{9, 0, 1},
+        {9, 0, 2},
+        {9, 0, 3},
+        {9, 0, 4}, // none
+	};
+	const CFloat3 camera(0, 0, 0);
+	const auto isSeen = [](const CFloat3 &p) { return p.x() < p.z() && -p.x() < p.z(); }; // 45 degrees to each side
+
+	float values[kCount];
+	u8 enableds[kCount];
+	u32 seenCounts[kPageCount] = {};
+	std::vector<u32> firstVertices;
+	for (u32 i = 0; i < kCount; ++i)
+	{
+		values[i] = 0.0f - Minimal::SquaredDistance(positions[i], camera);
+		enableds[i] = isSeen(positions[i]) ? 1 : 0;
+		if (enableds[i] == 0)
+			continue;
+		seenCounts[i / kPerPage] += 1;
+		firstVertices.push_back(i * 4);
+	}
+	const u32 seenCount = u32(firstVertices.size());
+
+	TStridedMemoryView<const float> valuePages[kPageCount];
+	TStridedMemoryView<const u8> enabledPages[kPageCount];
+	for (u32 page = 0; page < kPageCount; ++page)
+	{
+		valuePages[page] = TStridedMemoryView<const float>(&values[page * kPerPage], kPerPage, sizeof(float));
+		enabledPages[page] = TStridedMemoryView<const u8>(&enableds[page * kPerPage], kPerPage, 1);
+	}
+
+	std::vector<u32> indices(seenCount * 6);
+	u32 quad[] = {0, 1, 2, 0, 2, 3};
+	CTriangleSorter sorter;
+	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), seenCount * 6), kCount * 4);
+	sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(valuePages, kPageCount, sizeof(valuePages[0])),
+		CTriangleSorter::CEnabledPages(enabledPages, kPageCount, sizeof(enabledPages[0])),
+		CTriangleSorter::CRenderedCounts(seenCounts, kPageCount, sizeof(u32)), seenCount);
+	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), TMemoryView<const u32>(firstVertices.data(), seenCount));
+
+	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(seenCount));
+	Minimal::RequireValid(sorter, scratch);
+	sorter.SortPoints_AutogenIndices(scratch.data());
+
+	const std::vector<u32> drawn = Minimal::DrawnParticles(indices, 6, 4);
+	Minimal::Print("Drawn of 12, the farthest first", drawn);
+	Minimal::Require(drawn == std::vector<u32>{0, 6, 4, 1, 7, 5, 3}, "the seen particles are not drawn by distance.");
+	return 0;
+}

@@ -1,0 +1,65 @@
+// Many sorters on a job system: a frame's draw calls sorted side by side, here with oneTBB. A sort runs on the thread
+// that calls it, and sorters share nothing: each draw call has a sorter, each thread scratch memory that it keeps.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "minimal.h"
+#include <tbb/enumerable_thread_specific.h>
+#include <tbb/parallel_for.h>
+
+using namespace Vexmoor;
+
+struct SDrawCall
+{
+	std::vector<CFloat3> m_Positions;
+	std::vector<u32> m_Indices; // its part of mapped index memory, in a renderer
+	CTriangleSorter m_Sorter;   // kept from frame to frame
+};
+
+static void Sort(SDrawCall &drawCall, const CFloat3 &camera, std::vector<u8> &scratch)
+{
+	const u32 count = u32(drawCall.m_Positions.size());
+	const TStridedMemoryView<const CFloat3> page(drawCall.m_Positions.data(), count, sizeof(CFloat3));
+	const TStridedMemoryView<const u8> noneDisabled;
+	u32 quad[] = {0, 1, 2, 0, 2, 3};
+	CTriangleSorter &sorter = drawCall.m_Sorter;
+	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(drawCall.m_Indices.data(), count * 6), count * 4);
+	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
+		CTriangleSorter::CRenderedCounts(count), count, camera);
+	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+
+	const u32 scratchSize = CTriangleSorter::GetAutogenIndicesWorkingBufferSize(count);
+	if (scratch.size() < scratchSize)
+		scratch.resize(scratchSize);
+	Minimal::RequireValid(sorter, scratch);
+	sorter.SortPoints_AutogenIndices(scratch.data());
+}
+
+int main()
+{
+	constexpr u32 kDrawCallCount = 64;
+	const CFloat3 camera(0, 0, -30);
+	std::vector<SDrawCall> drawCalls(kDrawCallCount);
+	for (u32 i = 0; i < kDrawCallCount; ++i)
+	{
+		drawCalls[i].m_Positions = Minimal::ScatteredPoints(50 + 40 * i, i);
+		drawCalls[i].m_Indices.resize(drawCalls[i].m_Positions.size() * 6);
+	}
+
+	tbb::enumerable_thread_specific<std::vector<u8>> scratchOfThread;
+	for (u32 frame = 0; frame < 20; ++frame)
+		tbb::parallel_for(0u, kDrawCallCount, [&](u32 i) { Sort(drawCalls[i], camera, scratchOfThread.local()); });
+
+	// The same as one after the other.
+	std::vector<u8> scratch;
+	for (SDrawCall &drawCall : drawCalls)
+	{
+		const std::vector<u32> sideBySide = drawCall.m_Indices;
+		drawCall.m_Indices.assign(sideBySide.size(), 0);
+		Sort(drawCall, camera, scratch);
+		Minimal::Require(drawCall.m_Indices == sideBySide, "a draw call sorted beside others is in another order.");
+	}
+	std::printf("%u draw calls, the same side by side (threads: %zu) as one after the other.\n", kDrawCallCount,
+		scratchOfThread.size());
+	return 0;
+}

@@ -1,0 +1,73 @@
+// Sorting on a worker one frame ahead: while a frame is drawn, a worker sorts the next one, and the main thread never
+// waits for a sort that took less than a frame. Two slots take turns. A slot holds its particles with its indices, since
+// they number these particles and no later ones; what is drawn is whole and in order, one frame late.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "minimal.h"
+#include <cmath>
+#include <future>
+
+using namespace Vexmoor;
+
+constexpr u32 kCount = 500;
+
+struct SSlot
+{
+	std::vector<CFloat3> m_Positions;
+	CFloat3 m_Camera;
+	std::vector<u32> m_Indices = std::vector<u32>(kCount * 6);
+	std::vector<u8> m_Scratch = std::vector<u8>(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kCount));
+	CTriangleSorter m_Sorter;
+	std::future<void> m_Sorted;
+};
+
+static void Sort(SSlot &slot)
+{
+	const TStridedMemoryView<const CFloat3> page(slot.m_Positions.data(), kCount, sizeof(CFloat3));
+	const TStridedMemoryView<const u8> noneDisabled;
+	u32 quad[] = {0, 1, 2, 0, 2, 3};
+	CTriangleSorter &sorter = slot.m_Sorter;
+	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(slot.m_Indices.data(), kCount * 6), kCount * 4);
+	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
+		CTriangleSorter::CRenderedCounts(kCount), kCount, slot.m_Camera);
+	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	Minimal::RequireValid(sorter, slot.m_Scratch);
+	sorter.SortPoints_AutogenIndices(slot.m_Scratch.data());
+}
+
+static void Simulate(SSlot &slot, const SSlot &previous, u32 frame)
+{
+	slot.m_Positions = previous.m_Positions;
+	for (CFloat3 &position : slot.m_Positions)
+		position.y() += 0.01f * position.x();
+	slot.m_Camera = CFloat3(30 * std::cos(0.1f * float(frame)), 0, 30 * std::sin(0.1f * float(frame)));
+}
+
+static void Draw(const SSlot &slot)
+{
+	const std::vector<u32> drawn = Minimal::DrawnParticles(slot.m_Indices, 6, 4);
+	Minimal::Require(Minimal::IsFarthestFirst(drawn, slot.m_Positions, slot.m_Camera),
+		"a frame is not drawn in the order of its own particles.");
+}
+
+int main()
+{
+	constexpr u32 kFrameCount = 20;
+	SSlot slots[2];
+	slots[1].m_Positions = Minimal::ScatteredPoints(kCount, 1);
+	for (u32 frame = 0; frame <= kFrameCount; ++frame)
+	{
+		SSlot &next = slots[frame % 2];
+		SSlot &current = slots[(frame + 1) % 2];
+		Simulate(next, current, frame);
+		next.m_Sorted = std::async(std::launch::async, Sort, std::ref(next));
+		if (frame == 0)
+			continue; // nothing to draw yet
+		current.m_Sorted.get();
+		Draw(current); // while the worker sorts what comes next
+	}
+	slots[kFrameCount % 2].m_Sorted.get();
+	std::printf("%u frames drawn, each while a worker sorted the next.\n", kFrameCount);
+	return 0;
+}

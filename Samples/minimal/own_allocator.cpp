@@ -1,0 +1,85 @@
+// An allocator of the host's own, for engines that account for every byte. A sort allocates in one case only, when it is
+// given no scratch memory; it then takes eight times what it was to be given, so scratch memory of one's own is better.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "kr_mem.h"
+
+#include "minimal.h"
+#include <cstdlib>
+
+using namespace Vexmoor;
+
+struct SAccount
+{
+	u32 m_BlockCount = 0; // taken so far
+	u32 m_LiveCount = 0;  // taken and not given back
+	u64 m_LargestSize = 0;
+	bool m_Exhausted = false;
+};
+
+static void *Take(void *userData,
+	u64 size,
+	u32 alignment,
+	Mem::EAllocType,
+	Mem::EOrigin,
+	const char * /*module*/,
+	const char * /*file*/,
+	int /*line*/,
+	const char * /*function*/)
+{
+	SAccount &account = *static_cast<SAccount *>(userData);
+	if (account.m_Exhausted)
+		return null;
+	account.m_BlockCount += 1;
+	account.m_LiveCount += 1;
+	account.m_LargestSize = size > account.m_LargestSize ? size : account.m_LargestSize;
+	return std::aligned_alloc(alignment, (size + alignment) / alignment * alignment); // not null for a size of 0
+}
+
+static void GiveBack(
+	void *userData, void *block, Mem::EAllocType, Mem::EOrigin, const char *, const char *, int, const char *)
+{
+	static_cast<SAccount *>(userData)->m_LiveCount -= 1;
+	std::free(block);
+}
+
+int main()
+{
+	SAccount account;
+	const Mem::SAllocator allocator = {Take, GiveBack, &account};
+	Mem::SetAllocator(&allocator); // at start-up, before the first sort
+
+	constexpr u32 kCount = 1000;
+	const std::vector<CFloat3> positions = Minimal::ScatteredPoints(kCount, 1);
+	const TStridedMemoryView<const CFloat3> page(positions.data(), kCount, sizeof(CFloat3));
+	const TStridedMemoryView<const u8> noneDisabled;
+	std::vector<u32> indices(kCount * 6);
+	u32 quad[] = {0, 1, 2, 0, 2, 3};
+	CTriangleSorter sorter;
+	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), kCount * 6), kCount * 4);
+	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
+		CTriangleSorter::CRenderedCounts(kCount), kCount, CFloat3(0, 0, 0));
+	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+
+	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kCount));
+	Minimal::RequireValid(sorter, scratch);
+	sorter.SortPoints_AutogenIndices(scratch.data());
+	Minimal::Require(account.m_BlockCount == 0, "a sort with scratch memory allocated.");
+
+	const std::vector<u32> sorted = indices;
+	sorter.SortPoints_AutogenIndices(null);
+	std::printf("A sort without scratch memory took %u block of %llu bytes; it was to be given %zu.\n",
+		account.m_BlockCount, static_cast<unsigned long long>(account.m_LargestSize), scratch.size());
+	Minimal::Require(account.m_BlockCount == 1 && account.m_LargestSize == scratch.size() * 8, "the block is another.");
+	Minimal::Require(account.m_LiveCount == 0, "a block was not given back.");
+	Minimal::Require(indices == sorted, "the results differ.");
+
+	// Where the allocator has nothing left, a sort ends and leaves the output as it was.
+	indices.assign(indices.size(), 0xFFFFFFFFu);
+	account.m_Exhausted = true;
+	sorter.SortPoints_AutogenIndices(null);
+	Minimal::Require(indices == std::vector<u32>(indices.size(), 0xFFFFFFFFu), "a sort without memory wrote.");
+	Mem::SetAllocator(null);
+	return 0;
+}

@@ -1,0 +1,70 @@
+// Assertions and warnings through the host's own log: broken rules, in builds that have assertions, and slow paths, in
+// every build. Both speak as the host decides; without hooks each is a line on stderr.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "vx_assert.h"
+
+#include "kr_log_unique.h"
+
+#include "minimal.h"
+#include <string>
+
+using namespace Vexmoor;
+
+typedef std::vector<std::string> CLog;
+
+// On the thread that broke the rule. What it returns decides: break into the debugger, silence this site, or go on.
+static int OnBrokenRule(const Assert::SReport &report, void *userData)
+{
+	static_cast<CLog *>(userData)->push_back(std::string("broken rule: ") + report.m_Message);
+	return Assert::Decision_Continue;
+}
+
+// Once for each slow path of the library that is taken, not once a frame.
+static void OnSlowPath(const CLogUniqueCollection::SEntry &entry, void *userData)
+{
+	static_cast<CLog *>(userData)->push_back("slow path: " + entry.m_Message);
+}
+
+int main()
+{
+	CLog log;
+	Assert::SetReportHandler(OnBrokenRule, &log);
+	CPerfHotspotsRegistry::Registry()->SetFirstTouchHandler(OnSlowPath, &log);
+
+	constexpr u32 kCount = 3;
+	const CFloat3 positions[kCount] = {
+		{0, 0, 1},
+        {0, 0, 2},
+        {0, 0, 3}
+    };
+	const TStridedMemoryView<const CFloat3> page(positions, kCount, sizeof(CFloat3));
+	const TStridedMemoryView<const u8> noneDisabled;
+	std::vector<u32> indices(1 + kCount * 6);
+	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kCount));
+	u32 quad[] = {0, 1, 2, 0, 2, 3};
+
+	// A rule broken: nothing is set up. The sort reports it and ends.
+	CTriangleSorter sorter;
+	sorter.SortPoints_AutogenIndices(scratch.data());
+	Minimal::Require(log.size() == (VX_ASSERTIONS ? 1 : 0), "a sort that is not set up is not reported once.");
+
+	// A slow path: the output does not start at a multiple of 16 bytes. The result is the same, and it is said once.
+	log.clear();
+	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data() + 1, kCount * 6), kCount * 4);
+	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
+		CTriangleSorter::CRenderedCounts(kCount), kCount, CFloat3(0, 0, 0));
+	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	for (u32 frame = 0; frame < 3; ++frame)
+		sorter.SortPoints_AutogenIndices(scratch.data());
+	for (const std::string &line : log)
+		std::printf("%s\n", line.c_str());
+	Minimal::Require(log.size() == 1 && log[0].find("Unaligned dst memory") != std::string::npos,
+		"the slow path is not reported once.");
+	Minimal::Require(indices[1] == 8 && indices[7] == 4 && indices[13] == 0, "the order is not the farthest first.");
+
+	Assert::SetReportHandler(null, null);
+	CPerfHotspotsRegistry::Registry()->SetFirstTouchHandler(null, null);
+	return 0;
+}
