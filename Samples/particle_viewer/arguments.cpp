@@ -30,7 +30,7 @@ namespace
 		"\n"
 		"16-bit indices address 65,535 vertices, so 16,383 billboards. A scene with more is split into draw calls of\n"
 		"whole pages, each sorted by itself: the order then holds inside every draw call, not across them. The\n"
-		"figures say so.\n"
+		"figures say so. Scenes with an index list are not split.\n"
 		"\n"
 		"Exit code: 0, or 2 with one sentence on standard error; then nothing was written.";
 

@@ -6,6 +6,7 @@
 #include "deterministic.h"
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <numeric>
 
 namespace Viewer
@@ -34,6 +35,22 @@ namespace
 		return value;
 	}
 
+	// A quad's key inside its particle has four bits less than a float.
+	float QuadValue(float value)
+	{
+		u32 bits = 0;
+		std::memcpy(&bits, &value, sizeof(bits));
+		bits |= 0xF;
+		std::memcpy(&value, &bits, sizeof(bits));
+		return value;
+	}
+
+	// Triangles where each page has a pattern, quads where each has a centre, and patterns elsewhere.
+	u32 IndicesPerPrimitive(const SFrame &frame)
+	{
+		return frame.m_IndexPattern.Empty() ? 3 : frame.m_QuadCentres.Empty() ? frame.m_IndexPattern.Count() : 6;
+	}
+
 	// The same for the same primitives in any order, and all but certainly another for others.
 	u64 Fingerprint(const std::vector<u32> &indices, u32 indicesPerPrimitive)
 	{
@@ -50,53 +67,60 @@ namespace
 } // namespace
 
 CExactOrder::CExactOrder(const SFrame &frame)
-	: m_IndicesPerPrimitive(frame.m_IndexPattern.Empty() ? 3 : frame.m_IndexPattern.Count())
+	: m_IndicesPerPrimitive(IndicesPerPrimitive(frame))
+	, m_HasQuadKeys(!frame.m_QuadCentres.Empty())
+	, m_OwnerOfVertex(frame.m_VertexCount)
 {
-	AddParticles(frame);
-	if (!frame.m_TriangleCentres.Empty())
-		SetTriangleCentres(frame);
-}
-
-void CExactOrder::AddParticles(const SFrame &frame)
-{
+	u32 particle = 0;
+	u32 nextVertex = 0;
 	for (u32 page = 0; page < frame.m_Positions.Count(); ++page)
 	{
 		const TStridedMemoryView<const CFloat3> &positions = frame.m_Positions[page];
+		const bool perPage = frame.m_IndexPattern.Empty();
 		m_PageIsMixed.push_back(IsMixedPage(frame, page));
 		for (u32 i = 0; i < positions.Count(); ++i)
-			if (frame.m_Enableds[page].Empty() || frame.m_Enableds[page][i] != 0)
-				AddParticle(frame, page, positions[i]);
+		{
+			if (!frame.m_Enableds[page].Empty() && frame.m_Enableds[page][i] == 0)
+				continue;
+			AddParticle(frame,
+				{page, particle, frame.m_IndexList.Empty() ? nextVertex : frame.m_IndexList[particle], positions[i]});
+			nextVertex += perPage ? frame.m_PageVerticesPerParticle[page] : frame.m_VerticesPerParticle;
+			++particle;
+		}
 	}
 }
 
-void CExactOrder::AddParticle(const SFrame &frame, u32 page, const CFloat3 &position)
+void CExactOrder::AddParticle(const SFrame &frame, const SParticlePlace &particle)
 {
-	const bool perPage = frame.m_IndexPattern.Empty();
-	const u32 vertexCount = perPage ? frame.m_PageVerticesPerParticle[page] : frame.m_VerticesPerParticle;
-	const TMemoryView<const u32> pattern =
-		perPage ? TMemoryView<const u32>(frame.m_PagePatterns[page]) : TMemoryView<const u32>(frame.m_IndexPattern);
-	const u32 firstVertex = u32(m_OwnerOfVertex.size());
+	const TMemoryView<const u32> pattern = frame.m_IndexPattern.Empty()
+	                                           ? TMemoryView<const u32>(frame.m_PagePatterns[particle.m_Page])
+	                                           : TMemoryView<const u32>(frame.m_IndexPattern);
+	const CFloat3 &eye = frame.m_Camera.m_Position;
+	const float particleValue = SortValue(particle.m_Position, eye);
 	for (u32 i = 0; i < pattern.Count(); ++i)
-		m_Indices.push_back(firstVertex + pattern[i]);
-	m_OwnerOfVertex.insert(m_OwnerOfVertex.end(), vertexCount, u32(m_Owners.size()));
-	const float value = SortValue(position, frame.m_Camera.m_Position);
-	m_Owners.push_back({SquaredDistance(position, frame.m_Camera.m_Position), value, value, page});
+	{
+		const u32 vertex = particle.m_FirstVertex + pattern[i];
+		m_Indices.push_back(vertex);
+		if (i % m_IndicesPerPrimitive != 0)
+			continue;
+		const CFloat3 place = PlaceOfPrimitive(frame, particle, i / m_IndicesPerPrimitive);
+		const float value = SortValue(place, eye);
+		m_OwnerOfVertex[vertex] = u32(m_Owners.size());
+		m_Owners.push_back({SquaredDistance(place, eye), m_HasQuadKeys ? QuadValue(value) : value, particleValue,
+			particle.m_Number, particle.m_Page});
+	}
 }
 
-// Each triangle becomes an owner of its own three vertices, and remembers its particle's value.
-void CExactOrder::SetTriangleCentres(const SFrame &frame)
+CFloat3 CExactOrder::PlaceOfPrimitive(const SFrame &frame, const SParticlePlace &particle, u32 primitive) const
 {
-	std::vector<SOwner> triangles;
-	for (u32 i = 0; i < frame.m_TriangleCentres.Count(); ++i)
-	{
-		const CFloat3 &centre = frame.m_TriangleCentres[i];
-		const SOwner &particle = m_Owners[m_OwnerOfVertex[i * 3]];
-		triangles.push_back({SquaredDistance(centre, frame.m_Camera.m_Position),
-			SortValue(centre, frame.m_Camera.m_Position), particle.m_Value, particle.m_Page});
-	}
-	m_Owners = triangles;
-	for (u32 vertex = 0; vertex < m_OwnerOfVertex.size(); ++vertex)
-		m_OwnerOfVertex[vertex] = vertex / 3;
+	constexpr u32 kSlotsPerParticle = 16;
+	if (!frame.m_TriangleCentres.Empty())
+		return frame.m_TriangleCentres[u32(m_Owners.size())];
+	if (frame.m_QuadCentres.Empty())
+		return particle.m_Position;
+	const CFloat4 &centre =
+		frame.m_QuadCentres[particle.m_FirstVertex / frame.m_VerticesPerParticle * kSlotsPerParticle + primitive];
+	return CFloat3(centre.x(), centre.y(), centre.z());
 }
 
 bool CExactOrder::IsMixedPage(const SFrame &frame, u32 page) const
@@ -175,7 +199,8 @@ void CExactOrder::Judge(
 		return;
 
 	const bool byPageKind = order == EOrder::ByPosition && m_PageIsMixed[first.m_Page] != m_PageIsMixed[second.m_Page];
-	const bool byParticle = order != EOrder::ByTriangle;
+	const bool byQuad = order == EOrder::ByValue && m_HasQuadKeys && first.m_Particle == second.m_Particle;
+	const bool byParticle = order != EOrder::ByTriangle && !byQuad;
 	const float firstValue = byParticle ? first.m_ParticleValue : first.m_Value;
 	const float secondValue = byParticle ? second.m_ParticleValue : second.m_Value;
 	const double distance = second.m_SquaredDistance - first.m_SquaredDistance;
@@ -189,7 +214,7 @@ void CExactOrder::Judge(
 		++figures.m_Unexplained;
 	else if (!outOfOrder)
 		return;
-	else if (firstValue != first.m_Value || secondValue != second.m_Value)
+	else if (byParticle && (firstValue != first.m_Value || secondValue != second.m_Value))
 		++figures.m_ParticleKeys;
 	else if (firstValue == secondValue)
 		++figures.m_EqualKeys;

@@ -25,7 +25,7 @@ struct SOrderFigures
 	u32 m_Rounding = 0;     ///< Distances whose floats, rounded along the way, came out the other way round.
 	u32 m_PageKinds = 0;    ///< By position: pages with disabled particles come before those without.
 	u32 m_DrawCalls = 0;    ///< Each draw call is sorted by itself.
-	u32 m_ParticleKeys = 0; ///< Triangles that carry their particle's key.
+	u32 m_ParticleKeys = 0; ///< Triangles or quads that carry their particle's key.
 	u32 m_Unexplained = 0;  ///< Anything else, and any pair whose keys are not in the order that the sorter promises.
 };
 
@@ -44,18 +44,26 @@ public:
 		EOrder order, const std::vector<SDrawCall> &drawCalls, const std::vector<u32> &drawnIndices) const;
 
 private:
-	/// What is ordered as one: a particle, or a triangle where the scene has its triangles' middles.
+	/// What is ordered as one: a particle, or a triangle or quad where the scene has their middles.
 	struct SOwner
 	{
 		double m_SquaredDistance;
 		float m_Value;         // the sort value of its own position
 		float m_ParticleValue; // and of its particle's
+		u32 m_Particle;
 		u32 m_Page;
 	};
 
-	void AddParticles(const SFrame &frame);
-	void AddParticle(const SFrame &frame, u32 page, const CFloat3 &position);
-	void SetTriangleCentres(const SFrame &frame);
+	struct SParticlePlace
+	{
+		u32 m_Page;
+		u32 m_Number;
+		u32 m_FirstVertex;
+		CFloat3 m_Position;
+	};
+
+	void AddParticle(const SFrame &frame, const SParticlePlace &particle);
+	CFloat3 PlaceOfPrimitive(const SFrame &frame, const SParticlePlace &particle, u32 primitive) const;
 	bool IsMixedPage(const SFrame &frame, u32 page) const;
 	bool IsComplete(const std::vector<u32> &drawnIndices) const;
 	const SOwner &OwnerOf(const std::vector<u32> &indices, u32 primitive) const;
@@ -63,8 +71,9 @@ private:
 		SOrderFigures &figures, EOrder order, bool sameDrawCall, const SOwner &first, const SOwner &second) const;
 
 	u32 m_IndicesPerPrimitive;
+	bool m_HasQuadKeys;
 	std::vector<u32> m_Indices;
-	std::vector<u32> m_OwnerOfVertex;
+	std::vector<u32> m_OwnerOfVertex; // whose first vertex it is
 	std::vector<SOwner> m_Owners;
 	std::vector<bool> m_PageIsMixed;
 };

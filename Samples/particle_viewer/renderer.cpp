@@ -13,7 +13,7 @@ namespace Viewer
 {
 namespace
 {
-	constexpr u32 kMeshSamples = 2;
+	constexpr u32 kEdgeSamples = 2;
 
 	GLuint CompileShader(GLenum stage, const char *source)
 	{
@@ -92,6 +92,25 @@ namespace
 		return colour == EColour::Order ? 1 : colour == EColour::Overdraw ? 2 : 0;
 	}
 
+	struct SVertexBytes
+	{
+		const void *m_Data;
+		u64 m_Size;
+	};
+
+	SVertexBytes VertexBytes(const SFrame &frame)
+	{
+		switch (frame.m_VertexKind)
+		{
+		case EVertices::Mesh:
+			return {frame.m_MeshVertices.Data(), u64(frame.m_MeshVertices.Count()) * sizeof(SMeshVertex)};
+		case EVertices::Bands:
+			return {frame.m_BandVertices.Data(), u64(frame.m_BandVertices.Count()) * sizeof(SBandVertex)};
+		default:
+			return {frame.m_Billboards.Data(), u64(frame.m_Billboards.Count()) * sizeof(SBillboard)};
+		}
+	}
+
 	void RequireNoError()
 	{
 		if (glGetError() != GL_NO_ERROR)
@@ -108,6 +127,7 @@ CRenderer::CRenderer(u32 width, u32 height)
 	m_BackgroundProgram = LinkProgram(kFullScreenVertexShader, kBackgroundFragmentShader);
 	m_BillboardProgram = LinkProgram(kBillboardVertexShader, kBillboardFragmentShader);
 	m_MeshProgram = LinkProgram(kMeshVertexShader, kMeshFragmentShader);
+	m_BandProgram = LinkProgram(kBandVertexShader, kBandFragmentShader);
 	m_ResolveProgram = LinkProgram(kFullScreenVertexShader, kResolveFragmentShader);
 	glCreateVertexArrays(1, &m_EmptyVertexArray);
 	CreateSprites();
@@ -116,7 +136,8 @@ CRenderer::CRenderer(u32 width, u32 height)
 
 CRenderer::~CRenderer()
 {
-	for (const GLuint program : {m_BackgroundProgram, m_BillboardProgram, m_MeshProgram, m_ResolveProgram})
+	for (const GLuint program :
+		{m_BackgroundProgram, m_BillboardProgram, m_MeshProgram, m_BandProgram, m_ResolveProgram})
 		glDeleteProgram(program);
 	const GLuint targets[] = {m_LightTarget, m_PictureTarget};
 	glDeleteFramebuffers(2, targets);
@@ -132,8 +153,8 @@ void CRenderer::SetSize(u32 width, u32 height)
 		return;
 	GLint largest = 0;
 	glGetIntegerv(GL_MAX_TEXTURE_SIZE, &largest);
-	if (std::max(width, height) * kMeshSamples > u32(largest))
-		throw CFailure("The graphics driver draws pictures of at most " + std::to_string(u32(largest) / kMeshSamples) +
+	if (std::max(width, height) * kEdgeSamples > u32(largest))
+		throw CFailure("The graphics driver draws pictures of at most " + std::to_string(u32(largest) / kEdgeSamples) +
 					   " pixels a side.");
 	m_Width = width;
 	m_Height = height;
@@ -144,9 +165,22 @@ void CRenderer::SetSize(u32 width, u32 height)
 	m_PictureTarget = CreateTarget(m_PictureTexture);
 }
 
+u32 CRenderer::ParticleProgram() const
+{
+	switch (m_VertexKind)
+	{
+	case EVertices::Mesh:
+		return m_MeshProgram;
+	case EVertices::Bands:
+		return m_BandProgram;
+	default:
+		return m_BillboardProgram;
+	}
+}
+
 void CRenderer::CreateTargets()
 {
-	const u32 samples = m_VertexKind == EVertices::Mesh ? kMeshSamples : 1;
+	const u32 samples = m_VertexKind == EVertices::Billboards ? 1 : kEdgeSamples;
 	if (samples == m_Samples)
 		return;
 	glDeleteFramebuffers(1, &m_LightTarget);
@@ -174,11 +208,7 @@ void CRenderer::CreateSprites()
 void CRenderer::SetFrame(const SFrame &frame)
 {
 	m_VertexKind = frame.m_VertexKind;
-	const bool mesh = m_VertexKind == EVertices::Mesh;
-	const void *const vertices = mesh ? static_cast<const void *>(frame.m_MeshVertices.Data())
-	                                  : static_cast<const void *>(frame.m_Billboards.Data());
-	const u64 size = mesh ? u64(frame.m_MeshVertices.Count()) * sizeof(SMeshVertex)
-	                      : u64(frame.m_Billboards.Count()) * sizeof(SBillboard);
+	const auto [vertices, size] = VertexBytes(frame);
 	if (size > m_MaxVertexBufferSize)
 		throw CFailure("The graphics driver has no room for so many particles.");
 	if (size > m_VertexBufferSize)
@@ -192,7 +222,7 @@ void CRenderer::SetFrame(const SFrame &frame)
 		glNamedBufferSubData(m_VertexBuffer, 0, GLsizeiptr(size), vertices);
 
 	const SViewTransform view = ViewTransform(frame.m_Camera, float(m_Width) / float(m_Height));
-	SetCamera(mesh ? m_MeshProgram : m_BillboardProgram, view, frame.m_Camera.m_Position);
+	SetCamera(ParticleProgram(), view, frame.m_Camera.m_Position);
 	CreateTargets();
 }
 
@@ -226,7 +256,7 @@ void CRenderer::DrawParticles(const std::vector<SDrawCall> &drawCalls)
 	glEnable(GL_BLEND);
 	// Premultiplied: what lies behind is dimmed, then light is added. Layers just add up.
 	glBlendFunc(GL_ONE, m_Colour == EColour::Overdraw ? GL_ONE : GL_ONE_MINUS_SRC_ALPHA);
-	const GLuint program = m_VertexKind == EVertices::Mesh ? m_MeshProgram : m_BillboardProgram;
+	const GLuint program = ParticleProgram();
 	glUseProgram(program);
 	glBindTextureUnit(0, m_Sprites);
 	glBindBufferBase(GL_SHADER_STORAGE_BUFFER, 0, m_VertexBuffer);

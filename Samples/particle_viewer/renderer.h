@@ -59,6 +59,7 @@ public:
 	std::vector<u32> ReadIndices(const SDrawn &drawn);
 
 private:
+	u32 ParticleProgram() const;
 	void CreateTargets();
 	void CreateSprites();
 	void DrawBackground();
@@ -68,7 +69,7 @@ private:
 
 	u32 m_Width = 0;
 	u32 m_Height = 0;
-	u32 m_Samples = 0; // per pixel and axis: a mesh has edges to smooth, a billboard none
+	u32 m_Samples = 0; // per pixel and axis: meshes and bands have edges to smooth, billboards none
 
 	u32 m_LightTexture = 0; // light before tone mapping
 	u32 m_LightTarget = 0;
@@ -87,6 +88,7 @@ private:
 	u32 m_BackgroundProgram = 0;
 	u32 m_BillboardProgram = 0;
 	u32 m_MeshProgram = 0;
+	u32 m_BandProgram = 0;
 	u32 m_ResolveProgram = 0;
 
 	CIndexRing m_Ring;

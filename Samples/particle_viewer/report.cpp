@@ -60,11 +60,11 @@ namespace
 			std::printf("    not every particle is drawn exactly once\n");
 		if (picture.m_Order == EOrder::Storage)
 			return;
-		PrintCause("have equal keys: their distances differ by less than a float shows", figures.m_EqualKeys);
+		PrintCause("have equal keys: their distances differ by less than a key shows", figures.m_EqualKeys);
 		PrintCause("differ by no more than a squared distance is rounded in floats", figures.m_Rounding);
 		PrintCause("where pages with disabled particles end and those without begin", figures.m_PageKinds);
 		PrintCause("where one draw call ends and the next begins", figures.m_DrawCalls);
-		PrintCause("are triangles under their particle's key", figures.m_ParticleKeys);
+		PrintCause("are triangles or quads under their particle's key", figures.m_ParticleKeys);
 		std::printf("    %-10u unexplained\n", figures.m_Unexplained);
 	}
 

@@ -37,10 +37,20 @@ struct SMeshVertex
 };
 static_assert(sizeof(SMeshVertex) == 32, "two vectors of the shader's layout");
 
+/// A vertex of a band: a strip that faces the camera, as ribbons and tubes are drawn.
+struct SBandVertex
+{
+	CFloat3 m_Position;
+	float m_Across;   ///< -1 at one edge of the band, 1 at the other.
+	CFloat4 m_Colour; ///< Premultiplied, linear light; the alpha may be less than the light, for what glows.
+};
+static_assert(sizeof(SBandVertex) == 32, "two vectors of the shader's layout");
+
 enum class EVertices
 {
 	Billboards,
-	Mesh
+	Mesh,
+	Bands
 };
 
 /// One frame. Everything viewed stays valid until the scene advances or is asked for another frame.
@@ -55,6 +65,11 @@ struct SFrame
 	u32 m_ParticleCount = 0;
 	TMemoryView<u32> m_IndexPattern; ///< Empty: geometry per page.
 	u32 m_VerticesPerParticle = 0;
+	/// The first vertex of each rendered particle, in storage order. Empty: vertices lie as the particles do.
+	TMemoryView<const u32> m_IndexList;
+	/// With an index list, for patterns of several quads: where each quad is, 16 slots for so many vertices as a particle
+	/// has.
+	TMemoryView<const CFloat4> m_QuadCentres;
 	TMemoryView<const CTriangleSorter::CIndexPattern> m_PagePatterns;
 	TMemoryView<const u32> m_PageVerticesPerParticle;
 
@@ -62,10 +77,11 @@ struct SFrame
 	/// storage order.
 	TMemoryView<const CFloat3> m_TriangleCentres;
 
-	// For the renderer: the vertices of the rendered particles, in storage order.
+	// For the renderer: the vertices of the rendered particles, in storage order or where the index list says.
 	EVertices m_VertexKind = EVertices::Billboards;
 	TMemoryView<const SBillboard> m_Billboards;
 	TMemoryView<const SMeshVertex> m_MeshVertices;
+	TMemoryView<const SBandVertex> m_BandVertices;
 	u32 m_VertexCount = 0;
 };
 
@@ -74,7 +90,8 @@ enum class EOrder
 {
 	Storage,    ///< As the particles lie in their pages.
 	ByPosition, ///< Sorted by the distance keys that the sorter makes from positions.
-	ByValue,    ///< Sorted by values of 0 - squared distance.
+	ByValue,    ///< Sorted by values of 0 - squared distance, quads inside a particle as well.
+	WholeTubes, ///< The same, but quads inside a particle lie as the pattern has them.
 	ByTriangle  ///< Triangle by triangle, by the distance of their middles.
 };
 
@@ -101,4 +118,5 @@ public:
 std::unique_ptr<IScene> CreateSmokeScene(u32 particleCount, u32 seed);
 std::unique_ptr<IScene> CreateDebrisScene(u32 particleCount, u32 seed);
 std::unique_ptr<IScene> CreateInterleaveScene(u32 particleCount, u32 seed);
+std::unique_ptr<IScene> CreateSparksScene(u32 particleCount, u32 seed);
 } // namespace Viewer

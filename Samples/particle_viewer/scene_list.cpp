@@ -15,6 +15,8 @@ namespace
 		"long shards that pass over and under each other: under their particle's key, and by the\n"
 		"depth of every triangle\n"
 		"per_particle.png, per_triangle.png, comparison.png";
+	const char *const kSparks = "sparks with ribbons of glow and smoke, sorted through an index list\n"
+								"unsorted.png, sorted.png, comparison.png";
 } // namespace
 
 const std::vector<SSceneKind> &SceneKinds()
@@ -23,6 +25,7 @@ const std::vector<SSceneKind> &SceneKinds()
 		{"smoke",      100000, 2500000, CreateSmokeScene,      kSmoke     },
 		{"debris",     1200,   200000,  CreateDebrisScene,     kDebris    },
 		{"interleave", 26,     400,     CreateInterleaveScene, kInterleave},
+		{"sparks",     14000,  2000000, CreateSparksScene,     kSparks    },
 	};
 	return kKinds;
 }

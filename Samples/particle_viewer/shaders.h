@@ -112,6 +112,42 @@ void main()
 }
 )";
 
+inline constexpr const char *kBandVertexShader = R"(#version 450 core
+struct SBandVertex
+{
+	vec4 positionAndAcross;
+	vec4 colour;
+};
+layout(std430, binding = 0) readonly buffer Vertices { SBandVertex vertices[]; };
+uniform mat4 worldToClip;
+out float across;
+out vec4 colour;
+
+void main()
+{
+	SBandVertex vertex = vertices[gl_VertexID];
+	gl_Position = worldToClip * vec4(vertex.positionAndAcross.xyz, 1.0);
+	across = vertex.positionAndAcross.w;
+	colour = vertex.colour;
+}
+)";
+
+// Round to look at: darker towards soft edges.
+inline constexpr const char *kBandFragmentShader = R"(#version 450 core
+in float across;
+in vec4 colour;
+out vec4 light;
+
+vec4 Coloured(vec4 light);
+
+void main()
+{
+	float round = sqrt(max(1.0 - across * across, 0.0));
+	float edge = smoothstep(1.0, 0.7, abs(across));
+	light = Coloured(vec4(colour.rgb * (0.15 + 0.85 * round), colour.a) * edge);
+}
+)";
+
 // A thin pane: it lets light through, is lit from both sides, and mirrors the more the flatter it is looked at.
 inline constexpr const char *kMeshFragmentShader = R"(#version 450 core
 uniform vec3 eye;

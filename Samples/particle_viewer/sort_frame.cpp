@@ -30,6 +30,22 @@ namespace
 		return frame.m_IndexPattern.Empty();
 	}
 
+	// An index list says where vertices lie, so that no page has some of its own: one draw call draws all.
+	SDrawCall PlanListDrawCall(const SFrame &frame, CTriangleSorter::EIndexType indexType)
+	{
+		if (frame.m_VertexCount > MaxVertices(indexType))
+			throw CFailure("The index list of this scene goes further than 16-bit indices do; use --index-type 32.");
+		SDrawCall drawCall;
+		drawCall.m_IndexType = indexType;
+		drawCall.m_PageCount = frame.m_RenderedCounts.Count();
+		drawCall.m_ParticleCount = frame.m_ParticleCount;
+		drawCall.m_VertexCount = frame.m_VertexCount;
+		drawCall.m_IndicesPerPrimitive = frame.m_IndexPattern.Count();
+		drawCall.m_IndexCount = frame.m_ParticleCount * drawCall.m_IndicesPerPrimitive;
+		drawCall.m_GeometryIndexCount = drawCall.m_IndexCount;
+		return drawCall;
+	}
+
 	// A draw call starts where the one before it ends.
 	SDrawCall Following(const SDrawCall &previous)
 	{
@@ -45,6 +61,9 @@ namespace
 
 std::vector<SDrawCall> PlanDrawCalls(const SFrame &frame, CTriangleSorter::EIndexType indexType)
 {
+	if (!frame.m_IndexList.Empty())
+		return {PlanListDrawCall(frame, indexType)};
+
 	std::vector<SDrawCall> drawCalls(1);
 	drawCalls.back().m_IndexType = indexType;
 	for (u32 page = 0; page < frame.m_RenderedCounts.Count(); ++page)
@@ -103,7 +122,7 @@ void ComputeSortValues(
 
 void CFrameSorter::Sort(const SFrame &frame, EOrder order, const std::vector<SDrawCall> &drawCalls, u8 *mappedIndices)
 {
-	if (order == EOrder::ByValue)
+	if (order == EOrder::ByValue || order == EOrder::WholeTubes)
 		UpdateSortValues(frame);
 	for (const SDrawCall &drawCall : drawCalls)
 	{
@@ -130,9 +149,20 @@ void CFrameSorter::SortPages(const SFrame &frame, EOrder order, const SDrawCall 
 	}
 	else
 	{
-		m_Sorter.Setup_Geometry(frame.m_IndexPattern, frame.m_VerticesPerParticle);
+		SetGeometry(frame, order);
 		SortPoints(drawCall.m_ParticleCount);
 	}
+}
+
+void CFrameSorter::SetGeometry(const SFrame &frame, EOrder order)
+{
+	if (frame.m_IndexList.Empty())
+		m_Sorter.Setup_Geometry(frame.m_IndexPattern, frame.m_VerticesPerParticle);
+	else if (frame.m_QuadCentres.Empty() || order == EOrder::WholeTubes)
+		m_Sorter.Setup_Geometry(frame.m_IndexPattern, frame.m_IndexList);
+	else
+		m_Sorter.Setup_Geometry(
+			frame.m_IndexPattern, frame.m_IndexList, frame.m_QuadCentres, frame.m_VerticesPerParticle);
 }
 
 // Every triangle is a particle of one page, none of them disabled: positions order them, and are the cheaper choice.
@@ -182,8 +212,8 @@ void CFrameSorter::SetPages(const SFrame &frame, EOrder order, const SDrawCall &
 		return;
 	}
 	const TMemoryView<const TStridedMemoryView<const float>> pages(m_ValuePages.data(), u32(m_ValuePages.size()));
-	m_Sorter.Setup_InputPageCache(
-		CTriangleSorter::CSortKeyPages(pages).Slice(first, count), enableds, rendered, drawCall.m_ParticleCount);
+	m_Sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(pages).Slice(first, count), enableds, rendered,
+		drawCall.m_ParticleCount, frame.m_Camera.m_Position);
 }
 
 // Pages with and without disabled particles lie side by side here: values give all of them one order, positions do not.

@@ -34,7 +34,7 @@ struct SDrawCall
 u32 BytesPerIndex(CTriangleSorter::EIndexType indexType);
 
 /// The draw calls of a frame: one, or as many as it takes for 16-bit indices to reach every vertex. A draw call has
-/// whole pages; one page that is too large by itself is a CFailure.
+/// whole pages; one page that is too large by itself is a CFailure. So is an index list that needs more than one.
 std::vector<SDrawCall> PlanDrawCalls(const SFrame &frame, CTriangleSorter::EIndexType indexType);
 /// The same for a frame drawn by its triangles: one draw call.
 std::vector<SDrawCall> PlanTriangleDrawCalls(const SFrame &frame, CTriangleSorter::EIndexType indexType);
@@ -54,7 +54,7 @@ public:
 	void SetFindingHandler(CbSortFinding handler, void *userData);
 
 	/// Writes the indices of the draw calls into the mapped memory, each draw call's particles in the order asked for:
-	/// ByPosition, ByValue, or ByTriangle.
+	/// any but Storage.
 	void Sort(const SFrame &frame, EOrder order, const std::vector<SDrawCall> &drawCalls, u8 *mappedIndices);
 
 private:
@@ -62,6 +62,7 @@ private:
 	void SortPoints(u32 particleCount);
 	void SortTriangleCentres(const SFrame &frame, const SDrawCall &drawCall, u8 *mappedIndices);
 
+	void SetGeometry(const SFrame &frame, EOrder order);
 	void SetOutput(const SDrawCall &drawCall, u8 *mappedIndices);
 	void SetPages(const SFrame &frame, EOrder order, const SDrawCall &drawCall);
 	void UpdateSortValues(const SFrame &frame);

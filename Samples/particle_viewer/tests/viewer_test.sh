@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Runs the viewer as a user does and looks at what it prints and writes.
 #
-#   viewer_test.sh VIEWER CASE      CASE: smoke, same_seed, index_types, debris, interleave,
-#                                   colours, help or wrong_use
+#   viewer_test.sh VIEWER CASE      CASE: smoke, same_seed, index_types, debris, sparks,
+#                                   interleave, colours, help or wrong_use
 set -euo pipefail
 
 viewer=$1
@@ -107,18 +107,32 @@ index_types()
 	expect_sound 2
 }
 
-debris()
+# A scene whose sorted picture is the exact one. Indices are the same for the same seed, whatever their width.
+exact_scene()
 {
-	run --scene debris --out "$folder/out"
+	run "$@" --out "$folder/out"
 	expect_only comparison.png sorted.png unsorted.png
 	expect_sound 1
 	expect "$(mean_of sorted.png) <= 0.05" "a sorted picture is the exact one, but for equal keys"
 	expect "$(mean_of unsorted.png) >= 2" "an unsorted picture is plainly wrong"
 	local first
 	first=$(figure 'index hash')
-	run --scene debris --index-type 16
+	run "$@" --index-type 16
 	[ "$(figure 'index hash')" = "$first" ] || fail "16 and 32 bits give other orders"
 	expect_sound 1
+	run "$@" --seed 2
+	[ "$(figure 'index hash')" != "$first" ] || fail "two seeds, one hash"
+}
+
+debris()
+{
+	exact_scene --scene debris
+}
+
+sparks()
+{
+	exact_scene --scene sparks
+	figure pages | grep -Eq '^[0-9]+, [1-9][0-9]* with disabled particles' || fail "pages"
 }
 
 interleave()
@@ -159,6 +173,7 @@ colours()
 {
 	colours_of unsorted.png sorted.png --scene smoke --particles 2000
 	colours_of unsorted.png sorted.png --scene debris --particles 400
+	colours_of unsorted.png sorted.png --scene sparks --particles 1000
 	colours_of per_particle.png per_triangle.png --scene interleave
 }
 
@@ -210,9 +225,10 @@ wrong_use()
 	refused --out /proc/pictures
 	__EGL_VENDOR_LIBRARY_FILENAMES=/nonexistent refused "${out[@]}"
 	refused "${out[@]}" --scene interleave --particles 100 --index-type 16 --frames 1
+	refused "${out[@]}" --scene sparks --particles 40000 --index-type 16 --frames 1
 }
 
 case ${2:-} in
-smoke | same_seed | index_types | debris | interleave | colours | help | wrong_use) "$2" ;;
+smoke | same_seed | index_types | debris | sparks | interleave | colours | help | wrong_use) "$2" ;;
 *) fail "there is no case '${2:-}'" ;;
 esac
