@@ -1,16 +1,24 @@
-# find_package(Vexmoor) works from the build tree, from an install prefix, and from a moved copy of it.
+# What `cmake --install` installs: the libraries with their headers, and how a client finds them, with find_package(Vexmoor)
+# or `pkg-config vexmoor`. Both work from a moved copy of the prefix, and find_package from the build tree as well.
+# Of two components, runtime is what a built client needs, and development what building one takes.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
+# Shared libraries find each other wherever the prefix is moved to.
+set_target_properties(vx_geometrics PROPERTIES INSTALL_RPATH $ORIGIN)
+
 set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/Vexmoor)
+set(pkgConfigDir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 if(VEXMOOR_INSTALL)
 	install(
 		TARGETS vx_maths vx_kernel vx_geometrics
 		EXPORT VexmoorTargets
-		FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vexmoor
+		LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
+		ARCHIVE COMPONENT development
+		FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vexmoor COMPONENT development
 	)
-	install(EXPORT VexmoorTargets NAMESPACE Vexmoor:: DESTINATION ${packageDir})
+	install(EXPORT VexmoorTargets NAMESPACE Vexmoor:: DESTINATION ${packageDir} COMPONENT development)
 	export(EXPORT VexmoorTargets NAMESPACE Vexmoor:: FILE ${PROJECT_BINARY_DIR}/VexmoorTargets.cmake)
 
 	configure_package_config_file(
@@ -24,5 +32,21 @@ if(VEXMOOR_INSTALL)
 	install(
 		FILES ${PROJECT_BINARY_DIR}/VexmoorConfig.cmake ${PROJECT_BINARY_DIR}/VexmoorConfigVersion.cmake
 		DESTINATION ${packageDir}
+		COMPONENT development
+	)
+
+	# A client compiles with the definitions that the exported targets carry.
+	get_target_property(clientDefinitions vx_kernel INTERFACE_COMPILE_DEFINITIONS)
+	list(TRANSFORM clientDefinitions PREPEND -D)
+	list(JOIN clientDefinitions " " clientDefinitions)
+	file(RELATIVE_PATH prefixFromPkgConfig ${CMAKE_INSTALL_PREFIX}/${pkgConfigDir} ${CMAKE_INSTALL_PREFIX})
+	configure_file(${CMAKE_CURRENT_LIST_DIR}/vexmoor.pc.in ${PROJECT_BINARY_DIR}/vexmoor.pc.in @ONLY)
+	file(GENERATE OUTPUT ${PROJECT_BINARY_DIR}/vexmoor.pc INPUT ${PROJECT_BINARY_DIR}/vexmoor.pc.in)
+	install(FILES ${PROJECT_BINARY_DIR}/vexmoor.pc DESTINATION ${pkgConfigDir} COMPONENT development)
+
+	install(
+		FILES ${PROJECT_SOURCE_DIR}/COPYRIGHT ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+		DESTINATION ${CMAKE_INSTALL_DOCDIR}
+		COMPONENT documents
 	)
 endif()

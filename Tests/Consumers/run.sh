@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Tries every way in which a host takes the library in: as a package from the build tree, installed, and installed and
-# moved; as a subdirectory; and as bare sources with the host's own flags. Also that a client compiled with the other
-# VX_ASSERTIONS is told so. Needs a build folder, an existing compiler name, and a folder to work in, which makes the
-# next run quicker.
+# moved, with CMake and with pkg-config; as a subdirectory; and as bare sources with the host's own flags. Also that a
+# client compiled with the other VX_ASSERTIONS is told so. Needs a build folder, an existing compiler name, and a folder to
+# work in, which makes the next run quicker.
 set -euo pipefail
 buildDir=$1 compiler=$2 workDir=$3
 sourceDir=$(cd "$(dirname "$0")/../.." && pwd)
@@ -34,9 +34,9 @@ step "package in the build tree" build_and_run from_build -S "$consumers/package
 
 rm -rf "$workDir/prefix" "$workDir/moved"
 step "installation" cmake --install "$buildDir" --prefix "$workDir/prefix"
-step "package in a prefix" build_and_run from_prefix -S "$consumers/package" -DCMAKE_PREFIX_PATH="$workDir/prefix"
+step "package in a prefix" "$consumers/try_prefix.sh" "$workDir/prefix" "$compiler" "$workDir/from_prefix"
 mv "$workDir/prefix" "$workDir/moved"
-step "package in a moved prefix" build_and_run from_moved -S "$consumers/package" -DCMAKE_PREFIX_PATH="$workDir/moved"
+step "package in a moved prefix" "$consumers/try_prefix.sh" "$workDir/moved" "$compiler" "$workDir/from_moved"
 
 step "subdirectory, static" build_and_run subdirectory -S "$consumers/subdirectory" \
 	-DVEXMOOR_SOURCE_DIR="$sourceDir" -DCMAKE_BUILD_TYPE=Release

@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Tries an installed library as a host does that finds it with CMake, and as one that asks pkg-config. Also that a client
+# compiled with the other VX_ASSERTIONS does not link. Needs the prefix, an existing compiler name, and a folder to work in.
+set -euo pipefail
+prefix=$1 compiler=$2 workDir=$3
+consumers=$(cd "$(dirname "$0")" && pwd)
+
+rm -rf "$workDir"
+mkdir -p "$workDir"
+
+cmake -G Ninja -S "$consumers/package" -B "$workDir/package" -DCMAKE_CXX_COMPILER="$compiler" \
+	-DCMAKE_PREFIX_PATH="$prefix"
+cmake --build "$workDir/package"
+ctest --test-dir "$workDir/package" --output-on-failure
+
+# Below /usr, both pkg-config and the loader find it by themselves; elsewhere they are told.
+loader=()
+if [ "$prefix" != /usr ]; then
+	PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name vexmoor.pc)")
+	export PKG_CONFIG_PATH
+	loader=("-Wl,-rpath,$(pkg-config --variable=libdir vexmoor)")
+fi
+pkg-config --exact-version="$(sed -n 's/^#define VX_VERSION_[A-Z]* //p' "$consumers/../../Runtime/include/vx_defs.h" |
+	paste -sd .)" vexmoor
+
+read -ra compileFlags < <(pkg-config --cflags vexmoor)
+read -ra linkFlags < <(pkg-config --libs vexmoor)
+client()
+{
+	"$compiler" -std=c++17 "${compileFlags[@]}" "$@" "$consumers/sort_one_frame.cpp" "${linkFlags[@]}" "${loader[@]}" \
+		-o "$workDir/sort_one_frame"
+}
+client -fvisibility=hidden
+"$workDir/sort_one_frame"
+
+other=1
+[[ " ${compileFlags[*]} " != *" -DVX_ASSERTIONS=1 "* ]] || other=0
+if client -UVX_ASSERTIONS -DVX_ASSERTIONS=$other 2>"$workDir/linker"; then
+	echo "a client with VX_ASSERTIONS=$other links" >&2
+	exit 1
+fi
+grep -q "LibraryIsBuiltWith_VX_ASSERTIONS_$other" "$workDir/linker"
