@@ -20,7 +20,7 @@ if [ "$prefix" != /usr ]; then
 	export PKG_CONFIG_PATH
 	loader=("-Wl,-rpath,$(pkg-config --variable=libdir vexmoor)")
 fi
-pkg-config --exact-version="$(sed -n 's/^#define VX_VERSION_[A-Z]* //p' "$consumers/../../Runtime/include/vx_defs.h" |
+pkg-config --print-errors --exact-version="$(sed -n 's/^#define VX_VERSION_[A-Z]* //p' "$consumers/../../Runtime/include/vx_defs.h" |
 	paste -sd .)" vexmoor
 
 read -ra compileFlags < <(pkg-config --cflags vexmoor)
