@@ -23,7 +23,7 @@ done
 
 Tools/install_packages.sh g++ clang clang-format clang-tidy cppcheck libclang-rt-14-dev cmake ninja-build pkg-config \
 	libgtest-dev nlohmann-json3-dev libepoxy-dev libegl-dev libegl-mesa0 libgl1-mesa-dri libstb-dev libcli11-dev \
-	libtbb-dev libvulkan-dev mesa-vulkan-drivers vulkan-validationlayers glslang-tools
+	libtbb-dev libvulkan-dev mesa-vulkan-drivers vulkan-validationlayers glslang-tools assimp-testmodels
 
 check_format()
 {

@@ -2,6 +2,7 @@
 
 #include "report.h"
 
+#include "text.h"
 #include <cinttypes>
 #include <cstdio>
 
@@ -9,14 +10,6 @@ namespace Viewer
 {
 namespace
 {
-	std::string Grouped(u64 number)
-	{
-		std::string text = std::to_string(number);
-		for (size_t at = text.size(); at > 3; at -= 3)
-			text.insert(at - 3, ",");
-		return text;
-	}
-
 	void PrintScene(const SReport &report)
 	{
 		const SArguments &arguments = report.m_Arguments;

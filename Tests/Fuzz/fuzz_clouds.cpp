@@ -1,0 +1,68 @@
+// Fuzzes the viewer's readers of points and splats. The input is a file, read as .ply where it starts like one and as
+// .splat otherwise: either it is refused with one printable sentence, or the cloud is whole, finite and no larger than
+// the file accounts for.
+
+#include "failure.h"
+#include "ply_file.h"
+#include "point_cloud.h"
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+using namespace Viewer;
+
+namespace
+{
+void Require(bool holds, const char *what)
+{
+	if (holds)
+		return;
+	std::fprintf(stderr, "%s\n", what);
+	std::abort();
+}
+
+void RequireSentence(const std::string &text)
+{
+	Require(!text.empty() && text.back() == '.', "no sentence");
+	Require(std::all_of(text.begin(), text.end(), [](char letter) { return letter >= ' ' && letter <= '~'; }),
+		"a sentence of other than printable letters");
+}
+
+void RequireWhole(const SPointCloud &cloud, size_t fileSize, bool hasSortValues)
+{
+	const size_t count = cloud.m_Positions.size();
+	Require(count != 0 && count <= fileSize, "more points than bytes");
+	Require(cloud.m_Colours.size() == count, "not a colour per point");
+	Require(cloud.m_Shapes.empty() || cloud.m_Shapes.size() == count, "not a shape per splat");
+	Require(cloud.m_SortValues.size() == (hasSortValues ? count : 0), "not a sort value per point");
+	for (const CFloat3 &position : cloud.m_Positions)
+		Require(std::isfinite(position.x() * position.x() + position.y() * position.y() + position.z() * position.z()),
+			"a position whose distance is not finite");
+	for (const float value : cloud.m_SortValues)
+		Require(std::isfinite(value), "a sort value that is not finite");
+}
+
+void Read(std::string_view file, const std::string &sortBy)
+{
+	try
+	{
+		const bool isPly = file.substr(0, 3) == "ply";
+		RequireWhole(isPly ? ReadPlyCloud(file, sortBy) : ReadSplatCloud(file, sortBy), file.size(), !sortBy.empty());
+	}
+	catch (const CFailure &failure)
+	{
+		RequireSentence(failure.what());
+	}
+}
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+	const std::string_view file(reinterpret_cast<const char *>(data), size);
+	Read(file, "");
+	Read(file, "z");
+	return 0;
+}
