@@ -52,9 +52,11 @@ statistic()
 fuzz()
 {
 	local target=$1 log=$build/$1.log executable=$build/Tests/Fuzz/fuzz_$1 finding=$build/finding_$1
+	local dictionary=Tests/Fuzz/$1.dict words=()
+	[ ! -e "$dictionary" ] || words=(-dict="$dictionary")
 	mkdir -p "$build/corpus/$target" "$committed/$target"
 	rm -f "$finding"
-	if ! "$executable" -max_total_time="$seconds" -max_len=$maxLength -timeout=10 -rss_limit_mb=4096 \
+	if ! "$executable" "${words[@]}" -max_total_time="$seconds" -max_len=$maxLength -timeout=10 -rss_limit_mb=4096 \
 		-print_final_stats=1 -exact_artifact_path="$finding" "$build/corpus/$target" "$committed/$target" \
 		>"$log" 2>&1; then
 		tail -n 60 "$log"
@@ -75,7 +77,7 @@ fuzz()
 }
 
 failed=0
-for target in sort building_blocks; do
+for target in sort building_blocks clouds; do
 	if $keep; then
 		keep_corpus $target
 	else

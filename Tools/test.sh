@@ -66,7 +66,7 @@ test_preset()
 	ctest --preset "$1" --parallel "$(nproc)" --progress
 }
 
-# For each of two targets. At a desk, a look at the corpus and a little more.
+# For each target. At a desk, a look at the corpus and a little more.
 fuzzSeconds=3
 [ "${CI:-}" != true ] || fuzzSeconds=30
 
