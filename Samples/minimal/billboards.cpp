@@ -11,11 +11,11 @@ int main()
 	constexpr u32 kCount = 5;
 	const CFloat3 positions[kCount] = {
 		{0, 0, 3},
-        {1, 0, 9},
-        {0, 2, 1},
-        {0, 0, 7},
-        {2, 1, 5}
-    };
+		{1, 0, 9},
+		{0, 2, 1},
+		{0, 0, 7},
+		{2, 1, 5},
+	};
 	const CFloat3 camera(0, 0, 0);
 
 	// Where the indices go: mapped index memory in a renderer.

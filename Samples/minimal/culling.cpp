@@ -13,22 +13,9 @@ int main()
 	constexpr u32 kPageCount = 3;
 	constexpr u32 kPerPage = 4;
 	constexpr u32 kCount = kPageCount * kPerPage;
-	const CFloat3 positions[kCount] = {
-		{0, 0, 9},
-        {0, 0, 5},
-        {8, 0, 7},
-        {0, 0, 2}, // one beside the view
-		{0, 1, 6},
-        {0, 1, 3},
-        {0, 1, 8},
-        {0, 1, 4}, // all in view
-		{9, 0, 1},
-        {9, 0, 2},
-        {9, 0, 3},
-        {9, 0, 4}, // none
-	};
+	const float xs[kCount] = {0, 0, 8, 0, 0, 0, 0, 0, 9, 9, 9, 9}; // one page loses one, one none, one all
+	const float zs[kCount] = {9, 5, 7, 2, 6, 3, 8, 4, 1, 2, 3, 4};
 	const CFloat3 camera(0, 0, 0);
-	const auto isSeen = [](const CFloat3 &p) { return p.x() < p.z() && -p.x() < p.z(); }; // 45 degrees to each side
 
 	float values[kCount];
 	u8 enableds[kCount];
@@ -36,9 +23,10 @@ int main()
 	std::vector<u32> firstVertices;
 	for (u32 i = 0; i < kCount; ++i)
 	{
-		values[i] = 0.0f - Minimal::SquaredDistance(positions[i], camera);
-		enableds[i] = isSeen(positions[i]) ? 1 : 0;
-		if (enableds[i] == 0)
+		const bool isSeen = -zs[i] < xs[i] && xs[i] < zs[i]; // 45 degrees to each side
+		values[i] = 0.0f - Minimal::SquaredDistance(CFloat3(xs[i], 0, zs[i]), camera);
+		enableds[i] = isSeen ? 1 : 0;
+		if (!isSeen)
 			continue;
 		seenCounts[i / kPerPage] += 1;
 		firstVertices.push_back(i * 4);

@@ -13,15 +13,15 @@ int main()
 	constexpr u32 kPageCount = 2;
 	const CFloat3 positions0[] = {
 		{0, 0, 2 },
-        {0, 0, 50},
-        {0, 0, 6 },
-        {0, 0, 4 }
-    };
+		{0, 0, 50},
+		{0, 0, 6 },
+		{0, 0, 4 },
+	};
 	const CFloat3 positions1[] = {
 		{0, 0, 5 },
-        {0, 0, 1 },
-        {0, 0, 60}
-    };
+		{0, 0, 1 },
+		{0, 0, 60},
+	};
 	const u8 enableds0[] = {1, 0, 1, 1}; // drawn: 0, 1 and 2
 	const u8 enableds1[] = {1, 1, 0};    // drawn: 3 and 4
 	const u32 renderedCounts[kPageCount] = {3, 2};

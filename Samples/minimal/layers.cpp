@@ -1,9 +1,9 @@
 // Layers: all of one layer before all of the next, whatever the distances (sky before world before what is on the lens).
 //
-// In one call, the layer goes into the value's high part. A layer times a large number plus a distance would leave few
-// of a float's 24 bits to the distance; bits put together leave it most of them, as floats without sign sort as their
-// bits do. Here 3 bits are the layer's (0 to 6: 7 would make a NaN), and 28 the squared distance's, which lack the last 3
-// that it has: distances within a 2,000,000th part of each other may count as equal.
+// In one call, the layer goes into the value's high part. Arithmetic would not do: layer * 1000 - distance comes in steps
+// of 0.0005 wherever it is beyond 4,096, near the camera as well. Bits do, since floats without sign sort as their bits
+// do. Here 3 are the layer's (0 to 6; 7 could make a NaN), and 28 the squared distance's, all but its last 3: distances
+// within a 2,000,000th part of each other may count as equal.
 //
 // Or a call for each layer, into its part of the indices, with the distance in full and with states of its own.
 

@@ -14,15 +14,15 @@ int main()
 	constexpr u32 kRenderedCount = 5;
 	const CFloat3 positions0[] = {
 		{0, 0, 1 },
-        {0, 0, 50},
-        {0, 0, 5 },
-        {0, 0, 3 }
-    };
+		{0, 0, 50},
+		{0, 0, 5 },
+		{0, 0, 3 },
+	};
 	const u8 enableds0[] = {1, 0, 1, 1}; // drawn: 0, 1 and 2
 	const CFloat3 positions1[] = {
 		{0, 0, 4},
-        {0, 0, 2}
-    }; // drawn: 3 and 4
+		{0, 0, 2},
+	}; // drawn: 3 and 4
 	const u32 renderedCounts[kPageCount] = {3, 2};
 	const CFloat3 camera(0, 0, 0);
 
@@ -32,8 +32,8 @@ int main()
 	};
 	const TStridedMemoryView<const u8> enableds[kPageCount] = {
 		{enableds0, 4, 1},
-        { }
-    };
+		{ },
+	};
 
 	// A value for each particle, disabled or not, in pages of the same sizes.
 	std::vector<float> valuesOfPage[kPageCount];

@@ -9,7 +9,7 @@
 
 using namespace Vexmoor;
 
-// Fills room for so many particles.
+// Writes as many particles as the indices have room for.
 static void Sort(const std::vector<CFloat3> &positions, std::vector<u32> &indices)
 {
 	const u32 count = u32(positions.size());

@@ -68,6 +68,8 @@ int main()
 	Minimal::Require(account.m_BlockCount == 0, "a sort with scratch memory allocated.");
 
 	const std::vector<u32> sorted = indices;
+	Minimal::Require(Minimal::IsFarthestFirst(Minimal::DrawnParticles(sorted, 6, 4), positions, CFloat3(0, 0, 0)),
+		"the particles are not drawn by distance.");
 	sorter.SortPoints_AutogenIndices(null);
 	std::printf("A sort without scratch memory took %u block of %llu bytes; it was to be given %zu.\n",
 		account.m_BlockCount, static_cast<unsigned long long>(account.m_LargestSize), scratch.size());

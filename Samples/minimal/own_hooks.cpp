@@ -36,9 +36,9 @@ int main()
 	constexpr u32 kCount = 3;
 	const CFloat3 positions[kCount] = {
 		{0, 0, 1},
-        {0, 0, 2},
-        {0, 0, 3}
-    };
+		{0, 0, 2},
+		{0, 0, 3},
+	};
 	const TStridedMemoryView<const CFloat3> page(positions, kCount, sizeof(CFloat3));
 	const TStridedMemoryView<const u8> noneDisabled;
 	std::vector<u32> indices(1 + kCount * 6);

@@ -41,10 +41,10 @@ int main()
 	constexpr u32 kPerPage = 40;
 	constexpr u32 kCount = kPageCount * kPerPage;
 	const STransform transforms[kPageCount] = {
-		{{0, 0, 0},  0,     1   },
-        {{5, 2, -3}, 1.2f,  2   },
-        {{-4, 0, 6}, -2.5f, 0.5f}
-    };
+		{CFloat3(0,  0, 0),  0,     1   },
+		{CFloat3(5,  2, -3), 1.2f,  2   },
+		{CFloat3(-4, 0, 6),  -2.5f, 0.5f},
+	};
 	const CFloat3 camera(3, 4, -25);
 
 	std::vector<CFloat3> worlds; // only to look at the result

@@ -47,12 +47,7 @@ int main()
 	const CTriangleSorter::CRenderedCounts counts(renderedCounts, kPageCount, sizeof(u32));
 
 	SView views[4];
-	const CFloat3 cameras[4] = {
-		{0,  0,  -30},
-        {0,  0,  30 },
-        {30, 0,  0  },
-        {0,  30, 0  }
-    };
+	const CFloat3 cameras[] = {CFloat3(0, 0, -30), CFloat3(0, 0, 30), CFloat3(30, 0, 0), CFloat3(0, 30, 0)};
 	std::vector<std::thread> threads;
 	for (u32 i = 0; i < 4; ++i)
 	{

@@ -1,8 +1,9 @@
-// When a sort can be skipped. Nothing has changed: the same input gives the same indices, to the bit, so they are kept.
-// Something has moved: no distance changes by more than the camera has moved and the fastest particle has, together m.
+// When a sort can be skipped. If nothing has changed: the same input gives the same indices, to the bit, so keep them. If
+// something has moved: no distance has changed by more than m, what the camera has moved plus what the fastest particle
+// has.
 //
 // - Two particles whose distances are more than 2 m apart keep their order. While 2 m is below the smallest gap between
-//   neighbours in the order, all of them do. This holds for a few particles; among thousands the smallest gap is tiny.
+//   neighbours in the order, all of them do. That holds for a few particles; among thousands the smallest gap is tiny.
 // - If the sort is skipped all the same, a pair drawn in wrong order is one whose distances are less than 2 m apart.
 //
 // Both count from the last sort, not from the last frame, and in distances, not in the squared ones that are sorted.
@@ -58,18 +59,18 @@ int main()
 	CFloat3 sortCamera = camera;
 	std::vector<u32> drawn = Sort(positions, camera);
 	Minimal::Require(Sort(positions, camera) == drawn, "the same input gives another order.");
-	double free = FreeMovement(positions, camera, drawn);
+	double freeMovement = FreeMovement(positions, camera, drawn);
 
 	u32 sortCount = 0;
 	constexpr u32 kFrameCount = 2000;
 	for (u32 frame = 0; frame < kFrameCount; ++frame)
 	{
 		camera.x() += 0.002f;
-		if (Distance(camera, sortCamera) > free)
+		if (Distance(camera, sortCamera) > freeMovement)
 		{
 			drawn = Sort(positions, camera);
 			sortCamera = camera;
-			free = FreeMovement(positions, camera, drawn);
+			freeMovement = FreeMovement(positions, camera, drawn);
 			++sortCount;
 		}
 		Minimal::Require(drawn == Sort(positions, camera), "a frame whose sort was skipped is out of order.");

@@ -13,13 +13,13 @@ int main()
 	constexpr u32 kPageCount = 2;
 	const CFloat3 tetrahedra[] = {
 		{0, 0, 6},
-        {0, 0, 2}
-    };
+		{0, 0, 2},
+	};
 	const CFloat3 quads[] = {
 		{0, 0, 4},
-        {0, 0, 8},
-        {0, 0, 1}
-    };
+		{0, 0, 8},
+		{0, 0, 1},
+	};
 	const CFloat3 camera(0, 0, 0);
 
 	const TStridedMemoryView<const CFloat3> positions[kPageCount] = {

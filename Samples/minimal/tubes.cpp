@@ -18,9 +18,9 @@ int main()
 	constexpr u32 kCentreSlots = 16 * kCount; // 16 per particle, however many quads there are
 	const CFloat3 positions[kCount] = {
 		{0, 0, 5 },
-        {0, 0, 15},
-        {0, 0, 10}
-    };
+		{0, 0, 15},
+		{0, 0, 10},
+	};
 	const CFloat3 camera(0, 0.5f, 0);
 
 	std::vector<u32> pattern;

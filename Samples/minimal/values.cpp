@@ -20,9 +20,9 @@ int main()
 	constexpr u32 kCount = 5;
 	const SParticle particles[kCount] = {
 		{{0, 0, 9}, 0}, // smoke
-		{{0, 0, 6}, 0},
-        {{0, 0, 3}, 0},
-        {{0, 0, 7}, 2}, // a spark in the puff at 6
+		{{0, 0, 6}, 0}, // smoke
+		{{0, 0, 3}, 0}, // smoke
+		{{0, 0, 7}, 2}, // a spark in the puff at 6
 		{{0, 0, 4}, 2}, // a spark in the puff at 3
 	};
 	const CFloat3 camera(0, 0, 0);

@@ -12,10 +12,10 @@ int main()
 	constexpr u32 kCount = 4;
 	const CFloat3 positions[kCount] = {
 		{9,  0, 4},
-        {0,  0, 6},
-        {-5, 5, 5},
-        {0,  1, 3}
-    }; // 0 is the farthest from the eye
+		{0,  0, 6},
+		{-5, 5, 5},
+		{0,  1, 3},
+	}; // 0 is the farthest from the eye
 	const CFloat3 eye(0, 0, 0);
 	const CFloat3 forward(0, 0, 1); // of length 1, or of any other: it is the same for all
 

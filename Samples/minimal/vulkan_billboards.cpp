@@ -43,13 +43,14 @@ static std::vector<SSprite> Project(const std::vector<CFloat3> &positions, const
 	for (const CFloat3 &position : positions)
 	{
 		const float scale = 300.0f / (position.z() - camera.z()); // pixels per unit
-		const s32 size = s32(2.0f * scale);
-		const s32 left = s32(kSize / 2 + (position.x() - camera.x()) * scale) - size / 2;
-		const s32 top = s32(kSize / 2 - (position.y() - camera.y()) * scale) - size / 2;
-		const float near = 0.5f - 0.05f * position.z(); // 0 to 1
-		sprites.push_back({
-			left, top, size, {near, 0.5f * near, 0.8f * (1 - near), 0.6f}
-        });
+		const float near = 0.5f - 0.05f * position.z();           // 0 to 1: from blue to orange
+		const float colour[4] = {near, 0.5f * near, 0.8f * (1 - near), 0.6f};
+		SSprite sprite;
+		sprite.m_Size = s32(2.0f * scale);
+		sprite.m_Left = s32(kSize / 2 + (position.x() - camera.x()) * scale) - sprite.m_Size / 2;
+		sprite.m_Top = s32(kSize / 2 - (position.y() - camera.y()) * scale) - sprite.m_Size / 2;
+		std::copy_n(colour, 4, sprite.m_Colour);
+		sprites.push_back(sprite);
 	}
 	return sprites;
 }
@@ -58,20 +59,12 @@ static void WriteVertices(const std::vector<SSprite> &sprites, Minimal::SVulkanV
 {
 	for (const SSprite &sprite : sprites)
 	{
-		const s32 right = sprite.m_Left + sprite.m_Size;
-		const s32 bottom = sprite.m_Top + sprite.m_Size;
-		const s32 corners[4][2] = {
-			{sprite.m_Left, sprite.m_Top},
-            {right,         sprite.m_Top},
-            {right,         bottom      },
-            {sprite.m_Left, bottom      }
-        };
-		for (const s32(&corner)[2] : corners)
+		for (u32 corner = 0; corner < 4; ++corner)
 		{
-			*vertex = {
-				{float(corner[0]) * (2.0f / kSize) - 1, float(corner[1]) * (2.0f / kSize) - 1},
-                {                                     }
-            };
+			const s32 x = sprite.m_Left + (corner == 1 || corner == 2 ? sprite.m_Size : 0);
+			const s32 y = sprite.m_Top + (corner >= 2 ? sprite.m_Size : 0);
+			vertex->m_Position[0] = float(x) * (2.0f / kSize) - 1;
+			vertex->m_Position[1] = float(y) * (2.0f / kSize) - 1;
 			std::copy_n(sprite.m_Colour, 4, vertex->m_Colour);
 			++vertex;
 		}

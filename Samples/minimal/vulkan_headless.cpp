@@ -16,6 +16,9 @@ namespace
 	constexpr u32 kBytesPerPixel = 4;
 	const char *const kValidationLayer = "VK_LAYER_KHRONOS_validation";
 
+	const char *const kNoDevice =
+		"There is no device with Vulkan 1.3 here: the package mesa-vulkan-drivers has one in software.";
+
 	std::atomic<u32> s_ValidationMessageCount(0);
 
 	void Require(bool holds, const char *sentenceIfNot)
@@ -124,7 +127,9 @@ void CVulkanHeadless::CreateInstance()
 	info.ppEnabledLayerNames = &kValidationLayer;
 	info.enabledExtensionCount = 1;
 	info.ppEnabledExtensionNames = &extension;
-	Check(vkCreateInstance(&info, null, &m_Instance), "vkCreateInstance");
+	const VkResult result = vkCreateInstance(&info, null, &m_Instance);
+	Require(result != VK_ERROR_INCOMPATIBLE_DRIVER, kNoDevice);
+	Check(result, "vkCreateInstance");
 
 	const auto createMessenger = reinterpret_cast<PFN_vkCreateDebugUtilsMessengerEXT>(
 		vkGetInstanceProcAddr(m_Instance, "vkCreateDebugUtilsMessengerEXT"));
@@ -153,7 +158,7 @@ void CVulkanHeadless::ChooseDevice()
 				return;
 		}
 	}
-	Require(false, "There is no device with Vulkan 1.3 here: the package mesa-vulkan-drivers has one in software.");
+	Require(false, kNoDevice);
 }
 
 void CVulkanHeadless::CreateDevice()
@@ -299,8 +304,8 @@ void CVulkanHeadless::CreatePipeline(const SShaders &shaders)
 	const VkViewport viewportArea = {0, 0, float(m_Extent.width), float(m_Extent.height), 0, 1};
 	const VkRect2D scissor = {
 		{0, 0},
-        m_Extent
-    };
+		m_Extent,
+	};
 	VkPipelineViewportStateCreateInfo viewport = {};
 	viewport.sType = VK_STRUCTURE_TYPE_PIPELINE_VIEWPORT_STATE_CREATE_INFO;
 	viewport.viewportCount = 1;
@@ -395,8 +400,8 @@ void CVulkanHeadless::BeginDrawing()
 	rendering.sType = VK_STRUCTURE_TYPE_RENDERING_INFO;
 	rendering.renderArea = {
 		{0, 0},
-        m_Extent
-    };
+		m_Extent,
+	};
 	rendering.layerCount = 1;
 	rendering.colorAttachmentCount = 1;
 	rendering.pColorAttachments = &attachment;
