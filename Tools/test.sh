@@ -7,7 +7,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-sections=(format analysis same-bits fuzz debug release clang-debug clang-release sanitize host-flags clang-host-flags)
+sections=(
+	format analysis same-bits package fuzz debug release clang-debug clang-release sanitize host-flags clang-host-flags
+)
 
 if [ "${1:-}" = --list ]; then
 	printf '%s\n' "${sections[@]}"
@@ -76,6 +78,11 @@ for section in "$@"; do
 	format) check_format ;;
 	analysis) analyse ;;
 	same-bits) Tools/matrix.sh --short ;;
+	package)
+		Tools/package.sh
+		Tests/Abi/run.sh build/abi-test
+		Tools/abi.sh
+		;;
 	fuzz) Tools/fuzz.sh "$fuzzSeconds" ;;
 	*) test_preset "$section" ;;
 	esac

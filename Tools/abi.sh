@@ -1,0 +1,119 @@
+#!/usr/bin/env bash
+# Says whether programs that are built against the shared libraries of one revision run with those of another: nothing that
+# the public headers declare has gone or changed its shape.
+#
+#   ./Tools/abi.sh              from the last tag to the working tree
+#   ./Tools/abi.sh OLD          from another revision to the working tree
+#   ./Tools/abi.sh OLD NEW      from one revision to another
+#
+# It exits with 1 where built programs break though the libraries keep their names, and is quiet about what is merely new.
+set -euo pipefail
+
+if [[ $# -gt 2 || ${1:-} == -* ]]; then
+	printf 'abi.sh: it takes up to two revisions: ./Tools/abi.sh [OLD [NEW]]\n' >&2
+	exit 2
+fi
+cd "$(dirname "$0")/.."
+if [ $# = 0 ] && [ "$(git rev-parse --show-toplevel 2>/dev/null)" != "$(pwd -P)" ]; then
+	printf 'nothing to compare: this is not a git checkout\n'
+	exit 0
+fi
+for revision in "$@"; do
+	if ! git rev-parse --verify --quiet "$revision^{commit}" >/dev/null 2>&1; then
+		printf 'abi.sh: there is no revision "%s"\n' "$revision" >&2
+		exit 2
+	fi
+done
+if [ $# = 0 ] && ! git describe --tags --abbrev=0 >/dev/null 2>&1; then
+	printf 'nothing to compare: no release is tagged yet; name a revision to compare with all the same\n'
+	exit 0
+fi
+old=${1:-$(git describe --tags --abbrev=0)}
+new=${2:-}
+
+Tools/install_packages.sh g++ cmake ninja-build abigail-tools >&2
+
+build=$PWD/build/abi
+libraries=(libvx_kernel.so libvx_geometrics.so)
+
+quietly()
+{
+	if ! "$@" >"$build/log" 2>&1; then
+		cat "$build/log" >&2
+		printf 'abi.sh: failed: %s\n' "$*" >&2
+		exit 1
+	fi
+}
+
+# Installs the shared libraries of a revision, or of the working tree where none is named, and leaves the prefix's name
+# in installed. A revision is built once.
+install_revision()
+{
+	local source=$PWD name=working-tree
+	if [ -n "$1" ]; then
+		name=$(git rev-parse "$1^{commit}")
+		source=$build/$name/source
+	fi
+	installed=$build/$name/installed
+	if [ -n "$1" ] && [ -d "$installed" ]; then
+		return
+	fi
+	mkdir -p "$build/$name"
+	if [ -n "$1" ]; then
+		mkdir -p "$source"
+		git archive "$1" | tar -x -C "$source"
+	fi
+	quietly cmake -S "$source" -B "$build/$name/build" -G Ninja -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=Release \
+		-DCMAKE_CXX_FLAGS_RELEASE="-g -O1" -DBUILD_SHARED_LIBS=ON -DBUILD_TESTING=OFF -DVEXMOOR_BUILD_SAMPLES=OFF \
+		-DCMAKE_INSTALL_LIBDIR=lib
+	quietly cmake --build "$build/$name/build"
+	rm -rf "$installed"
+	quietly cmake --install "$build/$name/build" --prefix "$installed"
+}
+
+# Instances of the standard library's templates come and go with the optimiser, and no client counts on ours.
+mkdir -p "$build"
+printf '[suppress_function]\nsymbol_name_regexp = ^_Z(NK?)?St\n' >"$build/suppressions"
+
+install_revision "$old"
+oldPrefix=$installed
+install_revision "$new"
+newPrefix=$installed
+
+compare()
+{
+	abidiff --suppressions "$build/suppressions" --headers-dir1 "$oldPrefix/include" --headers-dir2 "$newPrefix/include" \
+		"$@" "$oldPrefix/lib/$library" "$newPrefix/lib/$library"
+}
+
+soname()
+{
+	readelf -d "$1/lib/$library" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p'
+}
+
+printf 'from %s to %s\n' "$old" "${new:-the working tree}"
+broken=0
+for library in "${libraries[@]}"; do
+	printf '  %s: ' "$library"
+	if [ "$(soname "$oldPrefix")" != "$(soname "$newPrefix")" ]; then
+		printf '%s is now %s, which no built program asks for\n' "$(soname "$oldPrefix")" "$(soname "$newPrefix")"
+		continue
+	fi
+	status=0
+	report=$(compare --no-added-syms) || status=$?
+	if [ $((status & 3)) != 0 ]; then
+		printf '%s\n' "$report"
+		exit 2
+	elif [ $status != 0 ]; then
+		printf 'breaks built programs\n%s\n' "$report"
+		broken=1
+	elif compare >"$build/log"; then
+		printf 'the same\n'
+	else
+		printf 'has more than before\n'
+	fi
+done
+if [ $broken != 0 ]; then
+	printf 'programs built against %s break: keep what they count on, or raise VX_VERSION_MAJOR\n' "$old" >&2
+	exit 1
+fi
