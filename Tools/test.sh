@@ -24,8 +24,8 @@ done
 [ $# -gt 0 ] || set -- "${sections[@]}"
 
 Tools/install_packages.sh g++ clang clang-format clang-tidy cppcheck libclang-rt-14-dev cmake ninja-build pkg-config \
-	libgtest-dev nlohmann-json3-dev libepoxy-dev libegl-dev libegl-mesa0 libgl1-mesa-dri libstb-dev libcli11-dev \
-	libtbb-dev libvulkan-dev mesa-vulkan-drivers vulkan-validationlayers glslang-tools assimp-testmodels
+	libgtest-dev nlohmann-json3-dev python3 libepoxy-dev libegl-dev libegl-mesa0 libgl1-mesa-dri libstb-dev \
+	libcli11-dev libtbb-dev libvulkan-dev mesa-vulkan-drivers vulkan-validationlayers glslang-tools assimp-testmodels
 
 check_format()
 {

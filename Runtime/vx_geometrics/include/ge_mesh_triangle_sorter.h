@@ -11,6 +11,7 @@
 
 namespace Vexmoor
 {
+class CSortCapture;
 class CSortValidation;
 
 /// What is sorted: a key, ascending as an unsigned integer, the smallest drawn first, and what it stands for. Record
@@ -360,7 +361,8 @@ public:
 		u32 triCount);
 
 private:
-	friend class CSortValidation; // reads what is set up, see ge_mesh_sort_validation.h
+	friend class CSortCapture;    // reads what is set up, see ge_mesh_sort_capture.h
+	friend class CSortValidation; // the same, see ge_mesh_sort_validation.h
 
 	static u32 _AlignedRecordCount(u32 recordCount) { return (recordCount + 1) & ~1u; }
 

@@ -1,0 +1,46 @@
+#pragma once
+
+// A sort as a file: everything that decides its result, so that a draw call that comes out wrong in one engine can be
+// replayed, bit for bit, by somebody who has neither the engine nor the scene. Docs/capture-format.md has every byte.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "vx_defs.h"
+
+#include "kr_write.h"
+
+namespace Vexmoor
+{
+enum ESortCapture : u32
+{
+	SortCapture_Input = 0,         ///< What is sorted; at any time between set-up and the next one.
+	SortCapture_InputAndOutput = 1 ///< And the output buffer as it is now: after the sort, with its views still valid.
+};
+
+/// Writes the sort that the sorter is set up for. Only what a sort reads is written, so no byte between the elements of a
+/// strided view and none of a page that renders nothing.
+/// workingBuffer      what the sort gets, or has got; null where it allocates
+/// workingBufferSize  its bytes; 0 with null
+/// content            the output is read, so it had better not be write-combined memory: sort once more into ordinary
+///                    memory at the same address modulo 16
+/// write              receives the file in pieces, front to back; WriteToFile takes a FILE *
+/// Returns  true when all is written; false as soon as write does, and, before anything is written, where a view
+///          cannot be read: ValidateSort says which.
+/// Cost     linear in what is written. Nothing is allocated.
+/// Threads  as for a sort: one thread per sorter, different sorters side by side.
+bool WriteSortCapture(const CTriangleSorter &sorter,
+	const void *workingBuffer,
+	u64 workingBufferSize,
+	ESortCapture content,
+	CbWrite write,
+	void *userData);
+
+// For who reads captures.
+
+constexpr char kSortCaptureMagic[] = "VXSORT\r\n"; ///< The first 8 bytes; a transfer as text breaks them.
+constexpr u32 kSortCaptureVersion = 1;
+constexpr u64 kSortCaptureChecksumStart = 0xCBF29CE484222325u;
+
+/// Carries a capture's checksum on over more of its 32-bit words: FNV-1a, a word at a time.
+u64 SortCaptureChecksum(u64 checksum, const void *words, u64 sizeInBytes);
+} // namespace Vexmoor

@@ -1,0 +1,85 @@
+// Files that call themselves captures: whatever their bytes, they are refused or replayed, and what is read is written
+// again as the same file. Sizes and checksums are mended first, or hardly an input would get past them.
+
+#include "ge_mesh_sort_capture.h"
+
+#include "captured_sort.h"
+#include "diagnostics.h"
+#include "failure.h"
+#include "sort_replay.h"
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+using namespace Vexmoor;
+
+static std::vector<u8> Mended(const u8 *data, size_t size)
+{
+	constexpr u64 kTrailerSize = 16;
+	std::vector<u8> file(data, data + size / 4 * 4);
+	file.resize(file.size() + kTrailerSize);
+	const u64 fileSize = file.size();
+	std::memcpy(&file[fileSize - 16], &fileSize, sizeof(fileSize));
+	const u64 checksum = SortCaptureChecksum(kSortCaptureChecksumStart, file.data(), fileSize - 8);
+	std::memcpy(&file[fileSize - 8], &checksum, sizeof(checksum));
+	return file;
+}
+
+static std::vector<u8> Written(const Viewer::CCapturedSort &capture)
+{
+	const auto append = [](const void *bytes, u64 size, void *to)
+	{
+		const u8 *const first = static_cast<const u8 *>(bytes);
+		static_cast<std::vector<u8> *>(to)->insert(static_cast<std::vector<u8> *>(to)->end(), first, first + size);
+		return true;
+	};
+	std::vector<u8> file;
+	if (!WriteSortCapture(
+			capture.Sorter(), capture.WorkingBuffer(), capture.WorkingBufferSize(), SortCapture_Input, append, &file))
+	{
+		std::fprintf(stderr, "what was read is not written\n");
+		std::abort();
+	}
+	return file;
+}
+
+static void Read(const std::vector<u8> &file)
+{
+	constexpr u64 kMemoryLimit = 1 << 20;
+	Viewer::CCapturedSort capture(file, kMemoryLimit);
+	const std::vector<u8> written = Written(capture);
+	Viewer::CCapturedSort same(written, 2 * kMemoryLimit);
+	if (Written(same) != written)
+	{
+		std::fprintf(stderr, "what was written is read as something else\n");
+		std::abort();
+	}
+	const Viewer::SReplay replay = Viewer::Replay(capture);
+	const Viewer::SReplay replayOfSame = Viewer::Replay(same);
+	if (replay.m_Violations.size() != replayOfSame.m_Violations.size() ||
+		replay.m_OutputHash != replayOfSame.m_OutputHash)
+	{
+		std::fprintf(stderr, "the same sort comes out differently\n");
+		std::abort();
+	}
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const u8 *data, size_t size);
+extern "C" int LLVMFuzzerTestOneInput(const u8 *data, size_t size)
+{
+	const Support::CReportRecorder reports;
+	const Support::CWarningRecorder warnings;
+	for (const std::vector<u8> &file : {std::vector<u8>(data, data + size), Mended(data, size)})
+	{
+		try
+		{
+			Read(file);
+		}
+		catch (const Viewer::CFailure &failure)
+		{
+			if (std::getenv("VEXMOOR_FUZZ_DESCRIBE") != null)
+				std::printf("%s\n", failure.what());
+		}
+	}
+	return 0;
+}
