@@ -32,7 +32,11 @@ namespace
 		"whole pages, each sorted by itself: the order then holds inside every draw call, not across them. The\n"
 		"figures say so. Scenes with an index list are not split.\n"
 		"\n"
-		"Exit code: 0, or 2 with one sentence on standard error; then nothing was written.";
+		"--replay takes a capture from any engine: it says whether the sort keeps the rules, sorts it, and\n"
+		"compares the indices with those that were recorded.\n"
+		"\n"
+		"Exit code: 0; 1 where a replayed sort breaks a rule or writes other indices than recorded; or 2 with one\n"
+		"sentence on standard error; then nothing was written.";
 
 	u32 ParseNumber(const std::string &option, const std::string &text, u32 low, u32 high)
 	{
@@ -57,6 +61,9 @@ namespace
 		std::string m_IndexType = "32";
 		std::string m_Colour = "light";
 		std::string m_Out;
+		std::string m_Trace;
+		std::string m_Capture;
+		std::string m_Replay;
 	};
 
 	std::string ParticlesHelp()
@@ -97,10 +104,15 @@ namespace
 		add("--height", "N", texts.m_Height, "Height of a picture in pixels; 360 by default");
 		add("--index-type", "BITS", texts.m_IndexType, "Bits of an index, 16 or 32; 32 by default");
 		add("--colour", "NAME", texts.m_Colour, "What colours show: light, order, overdraw or error; light by default");
+		add("--trace", "FILE", texts.m_Trace,
+			"File for a trace of where every frame goes, for Perfetto or chrome://tracing");
+		add("--capture", "FILE", texts.m_Capture, "File for the sort of the last frame's first draw call");
+		add("--replay", "FILE", texts.m_Replay,
+			"Sorts what was captured instead of drawing; other options have no effect");
 		add("--out", "DIR", texts.m_Out, "Folder for the pictures, made if need be; without it, only the figures");
 	}
 
-	SArguments Check(const STexts &texts, bool hasParticles, bool hasOut)
+	SArguments Check(const CLI::App &app, const STexts &texts)
 	{
 		const SSceneKind *const scene = FindSceneKind(texts.m_Scene);
 		if (scene == null)
@@ -110,13 +122,20 @@ namespace
 		const std::optional<EColour> colour = FindColour(texts.m_Colour);
 		if (!colour)
 			throw CFailure("--colour takes light, order, overdraw or error, not '" + texts.m_Colour + "'.");
-		if (hasOut && texts.m_Out.empty())
-			throw CFailure("--out takes the name of a folder, not ''.");
+		const auto refuseEmpty = [&app](const char *option, const char *what, const std::string &text)
+		{
+			if (app.count(option) != 0 && text.empty())
+				throw CFailure(std::string(option) + " takes the name of a " + what + ", not ''.");
+		};
+		refuseEmpty("--out", "folder", texts.m_Out);
+		refuseEmpty("--trace", "file", texts.m_Trace);
+		refuseEmpty("--capture", "file", texts.m_Capture);
+		refuseEmpty("--replay", "file", texts.m_Replay);
 
 		SArguments arguments;
 		arguments.m_Scene = scene;
 		arguments.m_ParticleCount = scene->m_ParticleCount;
-		if (hasParticles)
+		if (app.count("--particles") != 0)
 			arguments.m_ParticleCount = ParseNumber("--particles", texts.m_Particles, 1, scene->m_MaxParticleCount);
 		arguments.m_FrameCount = ParseNumber("--frames", texts.m_Frames, 1, kMaxFrameCount);
 		arguments.m_Seed = ParseNumber("--seed", texts.m_Seed, 0, 0xFFFFFFFFu);
@@ -125,6 +144,9 @@ namespace
 		arguments.m_IndexBits = texts.m_IndexType == "16" ? 16 : 32;
 		arguments.m_Colour = *colour;
 		arguments.m_OutFolder = texts.m_Out;
+		arguments.m_TraceFile = texts.m_Trace;
+		arguments.m_CaptureFile = texts.m_Capture;
+		arguments.m_ReplayFile = texts.m_Replay;
 		return arguments;
 	}
 
@@ -165,6 +187,6 @@ std::optional<SArguments> ParseArguments(int argc, const char *const *argv)
 	{
 		throw CFailure(Sentence(error));
 	}
-	return Check(texts, app.count("--particles") != 0, app.count("--out") != 0);
+	return Check(app, texts);
 }
 } // namespace Viewer

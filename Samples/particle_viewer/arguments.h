@@ -23,7 +23,10 @@ struct SArguments
 	u32 m_Height = 360;
 	u32 m_IndexBits = 32;
 	EColour m_Colour = EColour::Light;
-	std::string m_OutFolder; ///< Empty: no pictures are written.
+	std::string m_OutFolder;   ///< Empty: no pictures are written.
+	std::string m_TraceFile;   ///< Empty: no scopes are recorded.
+	std::string m_CaptureFile; ///< Empty: no sort is captured.
+	std::string m_ReplayFile;  ///< Empty: frames are drawn.
 };
 
 /// What the command line asks for; nothing when it was --help, which has been answered. A wrong argument is a CFailure.

@@ -2,11 +2,14 @@
 
 #include "headless_run.h"
 
+#include "kr_profiler_recorder.h"
+
 #include "exact_order.h"
 #include "failure.h"
 #include "frame_drawer.h"
 #include "gl_context.h"
 #include "library_reports.h"
+#include "output_file.h"
 #include "picture.h"
 #include "report.h"
 #include "scene.h"
@@ -58,12 +61,15 @@ namespace
 		u64 m_Hash = 0xCBF29CE484222325ull; // FNV-1a, 64 bits, over four bytes an index, the lowest first
 	};
 
+	constexpr u64 kTraceMemorySize = 16 << 20; // 69 scopes in each of the most frames that a run may have
+
 	class CRun
 	{
 	public:
 		explicit CRun(const SArguments &arguments)
 			: m_Arguments(arguments)
 			, m_Drawer(arguments.m_Width, arguments.m_Height, arguments.m_IndexBits)
+			, m_TraceMemory(arguments.m_TraceFile.empty() ? 0 : kTraceMemorySize)
 			, m_Scene(arguments.m_Scene->m_Create(arguments.m_ParticleCount, arguments.m_Seed))
 		{
 		}
@@ -95,6 +101,9 @@ namespace
 			folder.Write(files);
 		}
 
+		const std::vector<u8> &Trace() const { return m_Trace; }
+		const std::vector<u8> &Capture() const { return m_Capture; }
+
 	private:
 		void WarmUp()
 		{
@@ -111,24 +120,35 @@ namespace
 		void DrawFrames()
 		{
 			const EOrder order = m_Scene->Pictures().back().m_Order;
-			CSortClock clock;
+			Profiler::CTraceRecorder recorder(m_TraceMemory.data(), m_TraceMemory.size());
+			recorder.NameThread("main");
+			CSortClock clock(m_TraceMemory.empty() ? null : &recorder);
 			CIndexHash hash;
 			std::vector<SSortTimes> times;
 			std::optional<SDrawn> previous;
 			for (u32 number = 0; number < m_Arguments.m_FrameCount; ++number)
 			{
 				m_Progress.Show("drawing: frame", number + 1, m_Arguments.m_FrameCount);
-				m_Scene->Advance();
+				VX_PROFILE_SCOPE("Frame");
+				{
+					VX_PROFILE_SCOPE("Simulate");
+					m_Scene->Advance();
+				}
 				const SFrame frame = m_Scene->Frame();
 				if (previous)
 					hash.Add(m_Drawer.Renderer().ReadIndices(*previous));
 				m_Drawer.SetFrame(frame);
+				if (number + 1 == m_Arguments.m_FrameCount && !m_Arguments.m_CaptureFile.empty())
+					m_Drawer.Sorter().CaptureNext(&m_Capture);
+				VX_PROFILE_SCOPE("Sort and draw");
 				previous = m_Drawer.DrawSorted(order);
 				times.push_back(clock.EndFrame());
 			}
 			hash.Add(m_Drawer.Renderer().ReadIndices(*previous));
 			m_Report.m_Times = MedianOf(times);
 			m_Report.m_IndexHash = hash.Value();
+			if (!m_TraceMemory.empty())
+				recorder.WriteChromeTrace(AppendTo, &m_Trace);
 			CountFrame(previous->m_DrawCalls);
 		}
 
@@ -188,11 +208,14 @@ namespace
 		CProgress m_Progress;
 		CSurfacelessContext m_Context;
 		CFrameDrawer m_Drawer;
+		std::vector<u8> m_TraceMemory;
 		std::unique_ptr<IScene> m_Scene;
 
 		SReport m_Report;
 		std::vector<SPicture> m_Pictures;
 		std::vector<std::string> m_Labels;
+		std::vector<u8> m_Trace;
+		std::vector<u8> m_Capture;
 	};
 } // namespace
 
@@ -201,6 +224,12 @@ void RunHeadless(const SArguments &arguments)
 	std::optional<COutputFolder> folder;
 	if (!arguments.m_OutFolder.empty())
 		folder.emplace(arguments.m_OutFolder);
+	std::optional<COutputFile> traceFile;
+	if (!arguments.m_TraceFile.empty())
+		traceFile.emplace(arguments.m_TraceFile);
+	std::optional<COutputFile> captureFile;
+	if (!arguments.m_CaptureFile.empty())
+		captureFile.emplace(arguments.m_CaptureFile);
 
 	SReport report;
 	{
@@ -208,6 +237,10 @@ void RunHeadless(const SArguments &arguments)
 		report = run.Run();
 		if (folder)
 			run.WritePictures(*folder);
+		if (traceFile)
+			traceFile->Write(run.Trace());
+		if (captureFile)
+			captureFile->Write(run.Capture());
 	}
 	Print(report);
 	if (std::fflush(stdout) != 0)

@@ -4,6 +4,7 @@
 #include "arguments.h"
 #include "failure.h"
 #include "headless_run.h"
+#include "replay_run.h"
 #include <cstdio>
 #include <new>
 #include <optional>
@@ -12,11 +13,15 @@ namespace Viewer
 {
 namespace
 {
+	constexpr int kNotAsRecorded = 1;
+
 	int RunProgram(int argc, char **argv)
 	{
 		const std::optional<SArguments> arguments = ParseArguments(argc, argv);
 		if (!arguments)
 			return 0;
+		if (!arguments->m_ReplayFile.empty())
+			return RunReplay(arguments->m_ReplayFile) ? 0 : kNotAsRecorded;
 		RunHeadless(*arguments);
 		return 0;
 	}

@@ -30,15 +30,6 @@ namespace
 			microseconds * 1000.0 / double(particleCount));
 	}
 
-	void PrintTimes(const SReport &report)
-	{
-		std::printf("\nmedian of a frame\n");
-		PrintStage("fill", report.m_Times.m_Fill, report.m_ParticleCount);
-		PrintStage("sort", report.m_Times.m_Sort, report.m_ParticleCount);
-		PrintStage("expansion", report.m_Times.m_Expand, report.m_ParticleCount);
-		PrintStage("in all", report.m_Times.Total(), report.m_ParticleCount);
-	}
-
 	void PrintCause(const char *cause, u32 count)
 	{
 		if (count != 0)
@@ -75,24 +66,42 @@ namespace
 		}
 	}
 
-	void PrintLibraryReports(const SReport &report)
-	{
-#if VX_ASSERTIONS
-		std::printf("\nassertions      %u\n", report.m_AssertionCount);
-#else
-		std::printf("\nassertions      compiled out\n");
-#endif
-		std::printf("slow paths      %zu\n", report.m_SlowPaths.size());
-		for (const std::string &slowPath : report.m_SlowPaths)
-			std::printf("    %s\n", slowPath.c_str());
-	}
 } // namespace
+
+std::string Grouped(u64 number)
+{
+	std::string text = std::to_string(number);
+	for (size_t at = text.size(); at > 3; at -= 3)
+		text.insert(at - 3, ",");
+	return text;
+}
+
+void PrintTimes(const SSortTimes &times, u32 particleCount)
+{
+	std::printf("\nmedian of a frame\n");
+	PrintStage("fill", times.m_Fill, particleCount);
+	PrintStage("sort", times.m_Sort, particleCount);
+	PrintStage("expansion", times.m_Expand, particleCount);
+	PrintStage("in all", times.Total(), particleCount);
+}
+
+void PrintLibraryReports([[maybe_unused]] u32 assertionCount, const std::vector<std::string> &slowPaths)
+{
+#if VX_ASSERTIONS
+	std::printf("\nassertions      %u\n", assertionCount);
+#else
+	std::printf("\nassertions      compiled out\n");
+#endif
+	std::printf("slow paths      %zu\n", slowPaths.size());
+	for (const std::string &slowPath : slowPaths)
+		std::printf("    %s\n", slowPath.c_str());
+}
 
 void Print(const SReport &report)
 {
 	PrintScene(report);
-	PrintTimes(report);
+	PrintTimes(report.m_Times, report.m_ParticleCount);
 	PrintPictures(report);
-	PrintLibraryReports(report);
+	PrintLibraryReports(report.m_AssertionCount, report.m_SlowPaths);
 }
 } // namespace Viewer

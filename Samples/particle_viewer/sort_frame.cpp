@@ -2,7 +2,10 @@
 
 #include "sort_frame.h"
 
+#include "ge_mesh_sort_capture.h"
+
 #include "failure.h"
+#include "output_file.h"
 #include <algorithm>
 #include <cstdio>
 
@@ -135,22 +138,21 @@ void CFrameSorter::Sort(const SFrame &frame, EOrder order, const std::vector<SDr
 
 void CFrameSorter::SortPages(const SFrame &frame, EOrder order, const SDrawCall &drawCall, u8 *mappedIndices)
 {
-	SetOutput(drawCall, mappedIndices);
+	SetOutput(drawCall, mappedIndices + drawCall.m_OffsetInBytes);
 	SetPages(frame, order, drawCall);
 	if (IsGeometryPerPage(frame))
 	{
 		m_Sorter.Setup_Geometry(frame.m_PagePatterns.Slice(drawCall.m_FirstPage, drawCall.m_PageCount),
 			frame.m_PageVerticesPerParticle.Slice(drawCall.m_FirstPage, drawCall.m_PageCount),
 			drawCall.m_GeometryIndexCount);
-		const u32 scratchSize = CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(drawCall.m_GeometryIndexCount);
-		u8 *const scratch = Scratch(scratchSize);
-		Validate(scratch, scratchSize);
-		m_Sorter.SortTriangles_AutogenIndices(scratch);
+		Run(&CTriangleSorter::SortTriangles_AutogenIndices,
+			CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(drawCall.m_GeometryIndexCount), drawCall,
+			mappedIndices);
 	}
 	else
 	{
 		SetGeometry(frame, order);
-		SortPoints(drawCall.m_ParticleCount);
+		SortPoints(drawCall, mappedIndices);
 	}
 }
 
@@ -173,24 +175,42 @@ void CFrameSorter::SortTriangleCentres(const SFrame &frame, const SDrawCall &dra
 	const TStridedMemoryView<const CFloat3> page(frame.m_TriangleCentres);
 	const TStridedMemoryView<const u8> allEnabled;
 
-	SetOutput(drawCall, mappedIndices);
+	SetOutput(drawCall, mappedIndices + drawCall.m_OffsetInBytes);
 	m_Sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(allEnabled),
 		CTriangleSorter::CRenderedCounts(count), count, frame.m_Camera.m_Position);
 	m_Sorter.Setup_Geometry(TMemoryView<u32>(triangle, 3), 3);
-	SortPoints(count);
+	SortPoints(drawCall, mappedIndices);
 }
 
-void CFrameSorter::SortPoints(u32 particleCount)
+void CFrameSorter::SortPoints(const SDrawCall &drawCall, u8 *mappedIndices)
 {
-	const u32 scratchSize = CTriangleSorter::GetAutogenIndicesWorkingBufferSize(particleCount);
+	Run(&CTriangleSorter::SortPoints_AutogenIndices,
+		CTriangleSorter::GetAutogenIndicesWorkingBufferSize(drawCall.m_ParticleCount), drawCall, mappedIndices);
+}
+
+void CFrameSorter::Run(SortFunction sort, u32 scratchSize, const SDrawCall &drawCall, u8 *mappedIndices)
+{
 	u8 *const scratch = Scratch(scratchSize);
-	Validate(scratch, scratchSize);
-	m_Sorter.SortPoints_AutogenIndices(scratch);
+	if (m_OnFinding != null)
+		ValidateSort(m_Sorter, scratch, scratchSize, m_OnFinding, m_FindingUserData);
+	(m_Sorter.*sort)(scratch);
+	if (m_Capture != null)
+		Capture(sort, scratchSize, drawCall, mappedIndices);
 }
 
-void CFrameSorter::SetOutput(const SDrawCall &drawCall, u8 *mappedIndices)
+// Mapped indices are not for reading: the same sort once more, into ordinary memory at the same address modulo 16.
+void CFrameSorter::Capture(SortFunction sort, u32 scratchSize, const SDrawCall &drawCall, u8 *mappedIndices)
 {
-	u8 *const start = mappedIndices + drawCall.m_OffsetInBytes;
+	const u64 addressMod16 = reinterpret_cast<ureg>(mappedIndices + drawCall.m_OffsetInBytes) % kCallAlignment;
+	std::vector<u8> output(addressMod16 + u64(drawCall.m_IndexCount) * BytesPerIndex(drawCall.m_IndexType));
+	SetOutput(drawCall, output.data() + addressMod16);
+	(m_Sorter.*sort)(Scratch(scratchSize));
+	WriteSortCapture(m_Sorter, Scratch(scratchSize), scratchSize, SortCapture_InputAndOutput, AppendTo, m_Capture);
+	m_Capture = null;
+}
+
+void CFrameSorter::SetOutput(const SDrawCall &drawCall, u8 *start)
+{
 	if (drawCall.m_IndexType == CTriangleSorter::IndexTypeUint16)
 		m_Sorter.Setup_OutputIndexBuffer(
 			TMemoryView<u16>(reinterpret_cast<u16 *>(start), drawCall.m_IndexCount), drawCall.m_VertexCount);
@@ -256,12 +276,6 @@ CbSortFinding CFrameSorter::DefaultFindingHandler()
 #else
 	return null;
 #endif
-}
-
-void CFrameSorter::Validate(const u8 *scratch, u32 scratchSize) const
-{
-	if (m_OnFinding != null)
-		ValidateSort(m_Sorter, scratch, scratchSize, m_OnFinding, m_FindingUserData);
 }
 
 u8 *CFrameSorter::Scratch(u32 sizeInBytes)

@@ -53,20 +53,26 @@ public:
 	/// which is linear in the particles. By default builds with assertions tell of violations on standard error.
 	void SetFindingHandler(CbSortFinding handler, void *userData);
 
+	/// The next call to be sorted is appended as a capture, output and all.
+	void CaptureNext(std::vector<u8> *capture) { m_Capture = capture; }
+
 	/// Writes the indices of the draw calls into the mapped memory, each draw call's particles in the order asked for:
 	/// any but Storage.
 	void Sort(const SFrame &frame, EOrder order, const std::vector<SDrawCall> &drawCalls, u8 *mappedIndices);
 
 private:
 	void SortPages(const SFrame &frame, EOrder order, const SDrawCall &drawCall, u8 *mappedIndices);
-	void SortPoints(u32 particleCount);
+	void SortPoints(const SDrawCall &drawCall, u8 *mappedIndices);
 	void SortTriangleCentres(const SFrame &frame, const SDrawCall &drawCall, u8 *mappedIndices);
 
+	typedef void (CTriangleSorter::*SortFunction)(void *workingBuffer);
+	void Run(SortFunction sort, u32 scratchSize, const SDrawCall &drawCall, u8 *mappedIndices);
+	void Capture(SortFunction sort, u32 scratchSize, const SDrawCall &drawCall, u8 *mappedIndices);
+
 	void SetGeometry(const SFrame &frame, EOrder order);
-	void SetOutput(const SDrawCall &drawCall, u8 *mappedIndices);
+	void SetOutput(const SDrawCall &drawCall, u8 *start);
 	void SetPages(const SFrame &frame, EOrder order, const SDrawCall &drawCall);
 	void UpdateSortValues(const SFrame &frame);
-	void Validate(const u8 *scratch, u32 scratchSize) const;
 	u8 *Scratch(u32 sizeInBytes);
 
 	static CbSortFinding DefaultFindingHandler();
@@ -74,6 +80,7 @@ private:
 	CTriangleSorter m_Sorter;
 	CbSortFinding m_OnFinding = DefaultFindingHandler();
 	void *m_FindingUserData = null;
+	std::vector<u8> *m_Capture = null;
 	std::vector<u8> m_Scratch;
 	std::vector<float> m_Values;
 	std::vector<TStridedMemoryView<const float>> m_ValuePages;

@@ -8,7 +8,8 @@
 
 namespace Viewer
 {
-CSortClock::CSortClock()
+CSortClock::CSortClock(Profiler::CTraceRecorder *recorder)
+	: m_Recorder(recorder)
 {
 	Profiler::MainEngineProfiler()->SetScopeHandler(OnScope, this);
 }
@@ -48,6 +49,8 @@ void CSortClock::OnScope(const Profiler::SNodeDescriptor &node, bool entering, v
 		self.m_Open[self.m_Depth++] = StageOf(node.m_Name);
 	else if (!entering && self.m_Depth > 0)
 		--self.m_Depth;
+	if (self.m_Recorder != null)
+		Profiler::CTraceRecorder::OnScope(node, entering, self.m_Recorder);
 	self.m_Since = CClock::now();
 }
 

@@ -5,6 +5,7 @@
 #include "vx_defs.h"
 
 #include "kr_profiler.h"
+#include "kr_profiler_recorder.h"
 
 #include <chrono>
 #include <vector>
@@ -29,7 +30,8 @@ SSortTimes MedianOf(const std::vector<SSortTimes> &frames);
 class CSortClock
 {
 public:
-	CSortClock();
+	/// recorder  hears every scope as well; null: nobody else does
+	explicit CSortClock(Profiler::CTraceRecorder *recorder = null);
 	~CSortClock();
 	CSortClock(const CSortClock &) = delete;
 	CSortClock &operator=(const CSortClock &) = delete;
@@ -53,6 +55,7 @@ private:
 	static void OnScope(const Profiler::SNodeDescriptor &node, bool entering, void *clock);
 	void Charge();
 
+	Profiler::CTraceRecorder *m_Recorder;
 	static constexpr u32 kMaxDepth = 16; // the library's scopes nest two deep
 	EStage m_Open[kMaxDepth];
 	u32 m_Depth = 0;

@@ -2,7 +2,7 @@
 # Runs the viewer as a user does and looks at what it prints and writes.
 #
 #   viewer_test.sh VIEWER CASE      CASE: smoke, same_seed, index_types, debris, sparks,
-#                                   interleave, colours, help or wrong_use
+#                                   interleave, colours, trace, capture, help or wrong_use
 set -euo pipefail
 
 viewer=$1
@@ -177,11 +177,50 @@ colours()
 	colours_of per_particle.png per_triangle.png --scene interleave
 }
 
+trace()
+{
+	run --particles 2000 --trace "$folder/trace.json"
+	[ "$(ls -A "$folder")" = "$(printf 'complaint\nfigures\ntrace.json')" ] || fail "unexpected files: $(ls -A "$folder")"
+	python3 - "$folder/trace.json" <<-'END' || fail "the trace is not what happened"
+		import json, sys
+		trace = json.load(open(sys.argv[1]))
+		scopes = [event for event in trace["traceEvents"] if event["ph"] == "X"]
+		starts = {}
+		for scope in scopes:
+		    starts.setdefault(scope["name"], []).append((scope["ts"], scope["ts"] + scope["dur"]))
+		for name in ("Frame", "Simulate", "Sort and draw", "CTriangleSorter::Sort", "ExpandIndices<u32>"):
+		    assert len(starts[name]) == 3, name
+		    for inner, frame in zip(starts[name], starts["Frame"]):
+		        assert frame[0] - 0.001 <= inner[0] <= inner[1] <= frame[1] + 0.001, name
+		assert trace["otherData"]["droppedScopes"] == 0
+	END
+}
+
+# A replayed sort is the captured one, and a file that is not whole is refused.
+capture()
+{
+	local scene bits captured=$folder/captured
+	for scene in smoke debris sparks interleave; do
+		for bits in 16 32; do
+			run --scene "$scene" --index-type "$bits" --frames 1 --capture "$captured"
+			"$viewer" --replay "$captured" >"$figures" 2>"$complaint" || fail "exit code $? of a replay of $scene"
+			[ ! -s "$complaint" ] || fail "a replay complains"
+			[ "$(figure 'as recorded')" = "yes, every index" ] || fail "$scene, $bits bits: not as recorded"
+			[ "$(figure 'broken rules')" = 0 ] || fail "$scene, $bits bits: broken rules"
+		done
+	done
+	head -c -1 "$captured" >"$captured.short"
+	refused --replay "$captured.short"
+	refused --replay "$folder/nothing"
+	refused --replay "$folder"
+	refused --replay "$viewer"
+}
+
 help()
 {
 	"$viewer" --help >"$figures" 2>"$complaint" || fail "--help fails"
 	[ ! -s "$complaint" ] || fail "--help complains"
-	for option in --scene --particles --frames --seed --width --height --index-type --colour --out --help; do
+	for option in --scene --particles --frames --seed --width --height --index-type --colour --out --trace --capture --replay --help; do
 		grep -q -- "$option" "$figures" || fail "--help is silent about $option"
 	done
 }
@@ -220,6 +259,11 @@ wrong_use()
 	refused "${out[@]}" --colour ''
 	refused "${out[@]}" --scene fog
 	refused --out ''
+	refused "${out[@]}" --trace ''
+	refused "${out[@]}" --capture ''
+	refused "${out[@]}" --trace "$folder"
+	refused "${out[@]}" --capture /proc/capture
+	refused --replay ''
 	refused --out /dev/null
 	refused --out /dev/null/pictures
 	refused --out /proc/pictures
@@ -229,6 +273,6 @@ wrong_use()
 }
 
 case ${2:-} in
-smoke | same_seed | index_types | debris | sparks | interleave | colours | help | wrong_use) "$2" ;;
+smoke | same_seed | index_types | debris | sparks | interleave | colours | trace | capture | help | wrong_use) "$2" ;;
 *) fail "there is no case '${2:-}'" ;;
 esac

@@ -1,0 +1,122 @@
+// Plain text in columns, as the figures of a drawn run.
+
+#include "replay_run.h"
+
+#include "captured_sort.h"
+#include "failure.h"
+#include "library_reports.h"
+#include "report.h"
+#include "sort_replay.h"
+#include "sort_times.h"
+#include <cinttypes>
+#include <cstdio>
+#include <memory>
+
+namespace Viewer
+{
+namespace
+{
+	constexpr u64 kMemoryLimit = u64(4) << 30;
+	constexpr u32 kTimedSortCount = 15;
+
+	std::vector<u8> ReadFile(const std::string &fileName)
+	{
+		const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen(fileName.c_str(), "rb"), std::fclose);
+		std::vector<u8> bytes;
+		u8 piece[65536];
+		size_t read = 0;
+		while (file && bytes.size() <= kMemoryLimit && (read = std::fread(piece, 1, sizeof(piece), file.get())) != 0)
+			bytes.insert(bytes.end(), piece, piece + read);
+		if (!file || std::ferror(file.get()) != 0 || bytes.size() > kMemoryLimit)
+			throw CFailure("The capture '" + fileName + "' cannot be read.");
+		return bytes;
+	}
+
+	const char *IndexTypeName(CTriangleSorter::EIndexType type)
+	{
+		const char *const names[] = {"no output", "indices of 16 bits", "indices of 32 bits"};
+		return names[type];
+	}
+
+	const char *SortTypeName(CTriangleSorter::ESortType type)
+	{
+		const char *const names[] = {"no input", "by position", "by value"};
+		return names[type];
+	}
+
+	const char *GeometryName(CTriangleSorter::EGeometryType type)
+	{
+		const char *const names[] = {"no geometry", "one pattern", "one pattern and an index list",
+			"one pattern, an index list and sorted quads", "a pattern per page"};
+		return names[type];
+	}
+
+	void PrintSentences(const char *name, const std::vector<std::string> &sentences)
+	{
+		std::printf("%-15s %zu\n", name, sentences.size());
+		for (const std::string &sentence : sentences)
+			std::printf("    %s\n", sentence.c_str());
+	}
+
+	void PrintInput(const std::string &fileName, size_t fileSize, const CCapturedSort &capture)
+	{
+		std::printf("capture         %s, %s bytes\n", fileName.c_str(), Grouped(fileSize).c_str());
+		std::printf("sort            %s, %s, %s\n", SortTypeName(capture.SortType()),
+			GeometryName(capture.GeometryType()), IndexTypeName(capture.IndexType()));
+		std::printf("particles       %s\n", Grouped(capture.ParticleCount()).c_str());
+		std::printf("pages           %u, %u with enabled bytes, %u empty\n", capture.PageCount(),
+			capture.PageCountWithEnableds(), capture.EmptyPageCount());
+		std::printf("output          room for %s indices, of %s vertices\n", Grouped(capture.OutputCount()).c_str(),
+			Grouped(capture.VertexCount()).c_str());
+	}
+
+	void PrintOutput(const SReplay &replay)
+	{
+		std::printf("index hash      %016" PRIx64 " (FNV-1a over %s indices)\n", replay.m_OutputHash,
+			Grouped(replay.m_WrittenCount).c_str());
+		if (!replay.m_Compared)
+			std::printf("as recorded     nothing is recorded\n");
+		else if (replay.m_DifferenceCount == 0)
+			std::printf("as recorded     yes, every index\n");
+		else
+			std::printf("as recorded     no: %s indices differ, the first at place %u, %u here and %u recorded\n",
+				Grouped(replay.m_DifferenceCount).c_str(), replay.m_FirstDifference, replay.m_ReplayedIndex,
+				replay.m_RecordedIndex);
+	}
+
+	SSortTimes Time(CCapturedSort &capture)
+	{
+		CSortClock clock;
+		std::vector<SSortTimes> times;
+		for (u32 i = 0; i < kTimedSortCount; ++i)
+		{
+			capture.Sort();
+			times.push_back(clock.EndFrame());
+		}
+		return MedianOf(times);
+	}
+} // namespace
+
+bool RunReplay(const std::string &fileName)
+{
+	const std::vector<u8> file = ReadFile(fileName);
+	const CLibraryReports libraryReports;
+	CCapturedSort capture(file, kMemoryLimit);
+	const SReplay replay = Replay(capture);
+
+	PrintInput(fileName, file.size(), capture);
+	PrintSentences("broken rules", replay.m_Violations);
+	PrintSentences("advice", replay.m_Advice);
+	if (replay.m_Sorted)
+	{
+		PrintOutput(replay);
+		PrintTimes(Time(capture), capture.ParticleCount());
+	}
+	else
+		std::printf("not sorted      a sort that breaks a rule may touch what it must not\n");
+	PrintLibraryReports(u32(libraryReports.Assertions().size()), CLibraryReports::SlowPaths());
+	if (std::fflush(stdout) != 0)
+		throw CFailure("The figures cannot be written to standard output.");
+	return replay.Good();
+}
+} // namespace Viewer
