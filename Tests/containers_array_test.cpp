@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 #include <numeric>
 #include <sys/resource.h>
+#include <type_traits>
 
 #if defined(__SANITIZE_ADDRESS__)
 	#define TEST_HEAP_OF_A_SANITIZER 1
@@ -67,6 +68,12 @@ TEST(Array, DefaultConstructed_IsEmpty)
 	const TMemoryView<const u32> view = array;
 	EXPECT_EQ(view.Data(), nullptr);
 	EXPECT_EQ(view.Count(), 0u);
+}
+
+TEST(Array, Controller_IsThePatternsUnlessNamed)
+{
+	constexpr bool isThePatterns = std::is_same_v<TArray<u32>, CPattern>;
+	EXPECT_TRUE(isThePatterns);
 }
 
 // Hosts that look into a sorter with a debugger rely on the order.
@@ -225,9 +232,12 @@ TEST(Array, AccessFromTheCountOn_Reports)
 {
 	CPattern array;
 	array = View(Numbers(3));
-	CExpectReports reports{"index < m_Count"};
+	const CPattern &unchanging = array;
+	CExpectReports reports{"index < m_Count", "index < m_Count"};
 	EXPECT_EQ(array[2], 2u);
+	EXPECT_EQ(unchanging[2], 2u);
 	static_cast<void>(array[3]); // inside the capacity
+	static_cast<void>(unchanging[3]);
 }
 
 TEST(Array, Patterns_AreViewedPerPage)

@@ -449,6 +449,7 @@ TEST(String, Format_BuildsATextThatCopiesShare)
 	}
 	EXPECT_STREQ(copy.Data(), "00042");
 	EXPECT_STREQ(CString::Format("%s", "").Data(), "");
+	EXPECT_STREQ(CString::Format("%ls", L"\U000E0001").Data(), ""); // no character of the C locale
 	const std::string longText(5000, 'x');
 	EXPECT_EQ(CString::Format("%s!", longText.c_str()).Data(), longText + "!");
 }

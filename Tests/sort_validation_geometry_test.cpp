@@ -426,6 +426,21 @@ static const SBrokenCall kMemory[] = {
 			std::memcpy(call.m_Output, call.m_Entries, 36);
 			call.m_IndexList = {static_cast<u32 *>(call.m_Output), 9};
 		}),
+	SBrokenCall("OutputOnIndexListOfTubes",
+		Quads,
+		{"The output overlaps the index list by 36 bytes."},
+		[](CCall &call)
+		{
+			std::memcpy(call.m_Output, call.m_Entries, 36);
+			call.m_IndexList = {static_cast<u32 *>(call.m_Output), 9};
+		}),
+	SBrokenCall("OutputOnIndexListOfAnEarlierCall",
+		Constant,
+		{},
+		[](CCall &call) {
+			call.m_Sorter.Setup_Geometry(
+				TMemoryView<u32>(), TMemoryView<const u32>(static_cast<u32 *>(call.m_Output), 9));
+		}),
 	SBrokenCall("OutputOnQuadCenters",
 		Quads,
 		{"The output overlaps the quad centres by 432 bytes."},
