@@ -65,8 +65,8 @@ TESTS_OF_HEADER = {
 	"ge_mesh_triangle_sorter.h": ["sorter_configuration", "working_buffers"],
 }
 
-# No test can see a fence or a prefetch go.
-UNSEEN = re.compile(r"WriteBarrier|_mm_sfence|_mm_prefetch|__builtin_prefetch")
+# No test can see a fence or a prefetch go, nor the break that ends a switch.
+UNSEEN = re.compile(r"WriteBarrier|_mm_sfence|_mm_prefetch|__builtin_prefetch|break;\s*}")
 
 Mutant = collections.namedtuple("Mutant", "file line kind begin end text before after key")
 
@@ -175,7 +175,8 @@ def changes(code):
 			yield "condition", begin + 1, end, "true" if match.group(1) == "if" else None
 			yield "condition", begin + 1, end, "false"
 	for begin, end in statements(code):
-		if not UNSEEN.search(code[begin:end]):
+		follows = re.match(r";\s*}?", code[end:]).group()
+		if not UNSEEN.search(code[begin:end] + follows):
 			yield "statement", begin, end, ""
 
 
