@@ -34,7 +34,7 @@ step()
 	fi
 }
 
-# Packages of one commit have the same dates.
+# Packages of one commit have the same dates, and so the same bytes.
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct 2>/dev/null || date +%s)
 export SOURCE_DATE_EPOCH
 
