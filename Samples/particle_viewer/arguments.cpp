@@ -2,6 +2,7 @@
 
 #include "arguments.h"
 
+#include "actions.h"
 #include "failure.h"
 #include <CLI/CLI.hpp>
 #include <charconv>
@@ -18,7 +19,8 @@ namespace
 
 	const char *const kAbout =
 		"Draws transparent particles unsorted and sorted, without a display, and says what the sort cost and how far\n"
-		"each picture is from the exact answer: the same frame in an order sorted in double precision.";
+		"each picture is from the exact answer: the same frame in an order sorted in double precision. Or plays the\n"
+		"scene in a window.";
 
 	const char *const kDetails =
 		"Colours\n"
@@ -54,16 +56,17 @@ namespace
 	{
 		std::string m_Scene = SceneKinds().front().m_Name;
 		std::string m_Particles;
-		std::string m_Frames = "24";
+		std::optional<std::string> m_Frames;
 		std::string m_Seed = "1";
-		std::string m_Width = "640";
-		std::string m_Height = "360";
+		std::optional<std::string> m_Width;
+		std::optional<std::string> m_Height;
 		std::string m_IndexType = "32";
 		std::string m_Colour = "light";
 		std::string m_Out;
 		std::string m_Trace;
 		std::string m_Capture;
 		std::string m_Replay;
+		bool m_Window = false;
 	};
 
 	std::string ParticlesHelp()
@@ -93,15 +96,17 @@ namespace
 	void Declare(CLI::App &app, STexts &texts)
 	{
 		// Given twice, the last one counts: scripts put a user's options after their own.
-		const auto add = [&app](const char *name, const char *type, std::string &text, const std::string &help)
+		const auto add = [&app](const char *name, const char *type, auto &text, const std::string &help)
 		{ app.add_option(name, text, help)->type_name(type)->take_last(); };
-		app.footer(ScenesHelp() + kDetails);
+		app.footer(ScenesHelp() + KeysHelp() + "\n" + kDetails);
 		add("--scene", "NAME", texts.m_Scene, SceneNames() + "; " + SceneKinds().front().m_Name + " by default");
 		add("--particles", "N", texts.m_Particles, ParticlesHelp());
-		add("--frames", "N", texts.m_Frames, "Frames to simulate, sort and draw; 24 by default. The last is shown");
+		add("--frames", "N", texts.m_Frames,
+			"Frames to simulate, sort and draw; 24 by default. The last is shown. A window\n"
+			"closes after so many, if they are given");
 		add("--seed", "N", texts.m_Seed, "Seed of all randomness: the same seed, the same index buffers; 1 by default");
-		add("--width", "N", texts.m_Width, "Width of a picture in pixels; 640 by default");
-		add("--height", "N", texts.m_Height, "Height of a picture in pixels; 360 by default");
+		add("--width", "N", texts.m_Width, "Width of a picture in pixels; 640 by default, 960 in a window");
+		add("--height", "N", texts.m_Height, "Height of a picture in pixels; 360 by default, 860 in a window");
 		add("--index-type", "BITS", texts.m_IndexType, "Bits of an index, 16 or 32; 32 by default");
 		add("--colour", "NAME", texts.m_Colour, "What colours show: light, order, overdraw or error; light by default");
 		add("--trace", "FILE", texts.m_Trace,
@@ -110,6 +115,10 @@ namespace
 		add("--replay", "FILE", texts.m_Replay,
 			"Sorts what was captured instead of drawing; other options have no effect");
 		add("--out", "DIR", texts.m_Out, "Folder for the pictures, made if need be; without it, only the figures");
+		app.add_flag("--window", texts.m_Window,
+			"Plays the scene in a window, where everything about its sort can be changed\n"
+			"and watched. With --out, F12 and the end of --frames write picture_N.png and\n"
+			"window_N.png");
 	}
 
 	SArguments Check(const CLI::App &app, const STexts &texts)
@@ -131,16 +140,26 @@ namespace
 		refuseEmpty("--trace", "file", texts.m_Trace);
 		refuseEmpty("--capture", "file", texts.m_Capture);
 		refuseEmpty("--replay", "file", texts.m_Replay);
+		if (texts.m_Window && *colour == EColour::Error)
+			throw CFailure("--window shows light, order or overdraw; errors take the exact answer to every frame.");
+		for (const char *const option : {"--trace", "--capture", "--replay"})
+			if (texts.m_Window && app.count(option) != 0)
+				throw CFailure(std::string(option) + " is for runs without --window.");
 
 		SArguments arguments;
 		arguments.m_Scene = scene;
 		arguments.m_ParticleCount = scene->m_ParticleCount;
 		if (app.count("--particles") != 0)
 			arguments.m_ParticleCount = ParseNumber("--particles", texts.m_Particles, 1, scene->m_MaxParticleCount);
-		arguments.m_FrameCount = ParseNumber("--frames", texts.m_Frames, 1, kMaxFrameCount);
+		arguments.m_FrameCount = ParseNumber("--frames", texts.m_Frames.value_or("24"), 1, kMaxFrameCount);
+		if (texts.m_Window && !texts.m_Frames)
+			arguments.m_FrameCount = 0;
+		arguments.m_InWindow = texts.m_Window;
 		arguments.m_Seed = ParseNumber("--seed", texts.m_Seed, 0, 0xFFFFFFFFu);
-		arguments.m_Width = ParseNumber("--width", texts.m_Width, kMinSide, kMaxSide);
-		arguments.m_Height = ParseNumber("--height", texts.m_Height, kMinSide, kMaxSide);
+		arguments.m_Width =
+			ParseNumber("--width", texts.m_Width.value_or(texts.m_Window ? "960" : "640"), kMinSide, kMaxSide);
+		arguments.m_Height =
+			ParseNumber("--height", texts.m_Height.value_or(texts.m_Window ? "860" : "360"), kMinSide, kMaxSide);
 		arguments.m_IndexBits = texts.m_IndexType == "16" ? 16 : 32;
 		arguments.m_Colour = *colour;
 		arguments.m_OutFolder = texts.m_Out;

@@ -17,7 +17,8 @@ struct SArguments
 {
 	const SSceneKind *m_Scene = null;
 	u32 m_ParticleCount = 0; ///< The scene's own number unless one was asked for.
-	u32 m_FrameCount = 24;
+	bool m_InWindow = false;
+	u32 m_FrameCount = 24; ///< In a window, 0: until it is closed.
 	u32 m_Seed = 1;
 	u32 m_Width = 640;
 	u32 m_Height = 360;

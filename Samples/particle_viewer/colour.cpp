@@ -6,6 +6,20 @@
 
 namespace Viewer
 {
+namespace
+{
+	constexpr struct
+	{
+		const char *m_Name;
+		EColour m_Colour;
+	} kColours[] = {
+		{"light",    EColour::Light   },
+		{"order",    EColour::Order   },
+		{"overdraw", EColour::Overdraw},
+		{"error",    EColour::Error   },
+	};
+} // namespace
+
 SRgb RampColour(float share)
 {
 	const float at = std::clamp(share, 0.0f, 1.0f) * float(kRampLength - 1);
@@ -32,21 +46,19 @@ SLegend Legend(EColour colour, u32 mostLayers)
 	}
 }
 
+const char *ColourName(EColour colour)
+{
+	for (const auto &candidate : kColours)
+		if (candidate.m_Colour == colour)
+			return candidate.m_Name;
+	return "";
+}
+
 std::optional<EColour> FindColour(const std::string &name)
 {
-	constexpr struct
-	{
-		const char *m_Name;
-		EColour m_Colour;
-	} kColours[] = {
-		{"light",    EColour::Light   },
-		{"order",    EColour::Order   },
-		{"overdraw", EColour::Overdraw},
-		{"error",    EColour::Error   },
-	};
-	for (const auto &colour : kColours)
-		if (name == colour.m_Name)
-			return colour.m_Colour;
+	for (const auto &candidate : kColours)
+		if (name == candidate.m_Name)
+			return candidate.m_Colour;
 	return std::nullopt;
 }
 } // namespace Viewer

@@ -51,6 +51,7 @@ struct SLegend
 };
 SLegend Legend(EColour colour, u32 mostLayers);
 
+const char *ColourName(EColour colour);
 /// Nothing where no colours have this name.
 std::optional<EColour> FindColour(const std::string &name);
 } // namespace Viewer

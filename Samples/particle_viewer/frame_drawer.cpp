@@ -40,13 +40,14 @@ SDrawn CFrameDrawer::DrawSorted(EOrder order, const STrial &trial)
 {
 	std::vector<SDrawCall> drawCalls =
 		order == EOrder::ByTriangle ? PlanTriangleDrawCalls(m_Frame, m_IndexType) : PlanDrawCalls(m_Frame, m_IndexType);
+	const u64 memorySize = IndexMemorySize(drawCalls) + sizeof(u32); // whatever is tried
 	for (SDrawCall &drawCall : drawCalls)
 		Apply(trial, drawCall);
 
 	SFrame sorted = m_Frame;
 	if (trial.m_SortCamera != null)
 		sorted.m_Camera = *trial.m_SortCamera;
-	m_Sorter.Sort(sorted, order, drawCalls, m_Renderer.MapIndices(IndexMemorySize(drawCalls)));
+	m_Sorter.Sort(sorted, order, drawCalls, m_Renderer.MapIndices(memorySize));
 	return m_Renderer.Draw(drawCalls);
 }
 

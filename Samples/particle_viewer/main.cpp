@@ -1,10 +1,11 @@
-// particle_viewer: simulates a scene, sorts every frame straight into mapped index memory, draws it without a display,
-// and says how far each picture is from the exact answer.
+// particle_viewer: simulates a scene, sorts every frame straight into mapped index memory, draws it, and says
+// how far each picture is from the exact answer; or plays the scene in a window.
 
 #include "arguments.h"
 #include "failure.h"
 #include "headless_run.h"
 #include "replay_run.h"
+#include "window_run.h"
 #include <cstdio>
 #include <new>
 #include <optional>
@@ -22,7 +23,10 @@ namespace
 			return 0;
 		if (!arguments->m_ReplayFile.empty())
 			return RunReplay(arguments->m_ReplayFile) ? 0 : kNotAsRecorded;
-		RunHeadless(*arguments);
+		if (arguments->m_InWindow)
+			RunWindow(*arguments);
+		else
+			RunHeadless(*arguments);
 		return 0;
 	}
 } // namespace

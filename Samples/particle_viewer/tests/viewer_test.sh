@@ -220,7 +220,7 @@ help()
 {
 	"$viewer" --help >"$figures" 2>"$complaint" || fail "--help fails"
 	[ ! -s "$complaint" ] || fail "--help complains"
-	for option in --scene --particles --frames --seed --width --height --index-type --colour --out --trace --capture --replay --help; do
+	for option in --scene --particles --frames --seed --width --height --index-type --colour --out --trace --capture --replay --window --help; do
 		grep -q -- "$option" "$figures" || fail "--help is silent about $option"
 	done
 }

@@ -1,0 +1,407 @@
+// Read from CControlPanel::Show down from the end. Widgets are asked for anew in every frame; a section takes the
+// settings, and says whether it changed them.
+
+#include "control_panel.h"
+
+#include "kr_log_unique.h"
+
+#include "report.h"
+#include <algorithm>
+#include <cfloat>
+#include <cstdio>
+#include <imgui.h>
+
+namespace Viewer
+{
+namespace
+{
+	const ImVec4 kLit(0.20f, 0.52f, 0.78f, 1.0f);
+	const ImVec4 kGood(0.45f, 0.78f, 0.52f, 1.0f);
+	const ImVec4 kAdvice(0.93f, 0.72f, 0.32f, 1.0f);
+	const ImVec4 kBad(0.96f, 0.42f, 0.38f, 1.0f);
+	constexpr float kButtonHeight = 32.0f; // the same whatever the font
+
+	struct SStage
+	{
+		const char *m_Name;
+		double SSortTimes::*m_Time;
+		ImU32 m_Colour;
+	};
+	const SStage kStages[] = {
+		{"fill",   &SSortTimes::m_Fill,   IM_COL32(92,  176, 136, 255)}, // the lowest of a stack
+		{"sort",   &SSortTimes::m_Sort,   IM_COL32(58,  132, 200, 255)},
+		{"expand", &SSortTimes::m_Expand, IM_COL32(226, 164, 76,  255)},
+	};
+
+	float Em()
+	{
+		return ImGui::GetFontSize();
+	}
+
+	void Heading(const char *text)
+	{
+		ImGui::Dummy(ImVec2(0.0f, 0.15f * Em()));
+		ImGui::TextDisabled("%s", text);
+		const ImVec2 at = ImGui::GetCursorScreenPos();
+		const float right = at.x + ImGui::GetContentRegionAvail().x;
+		ImGui::GetWindowDrawList()->AddLine(at, ImVec2(right, at.y), ImGui::GetColorU32(ImGuiCol_Separator));
+		ImGui::Dummy(ImVec2(0.0f, 0.1f * Em()));
+	}
+
+	/// What stands before a widget that takes the rest of the line.
+	void Label(const char *text)
+	{
+		ImGui::AlignTextToFramePadding();
+		ImGui::TextUnformatted(text);
+		ImGui::SameLine(5.8f * Em());
+		ImGui::SetNextItemWidth(-FLT_MIN);
+	}
+
+	void Paragraph(const ImVec4 &colour, const std::string &text)
+	{
+		ImGui::PushStyleColor(ImGuiCol_Text, colour);
+		ImGui::TextWrapped("%s", text.c_str());
+		ImGui::PopStyleColor();
+	}
+
+	std::optional<EAction> ShowButtons(const SViewSettings &settings)
+	{
+		const float width = (ImGui::GetContentRegionAvail().x - ImGui::GetStyle().ItemSpacing.x) * 0.5f;
+		std::optional<EAction> action;
+		const auto button = [&](const char *text, EAction what, bool lit)
+		{
+			const std::string label = std::string(text) + "  [" + KeyName(what) + "]###" + KeyName(what);
+			ImGui::PushStyleColor(ImGuiCol_Button, lit ? kLit : ImGui::GetStyle().Colors[ImGuiCol_Button]);
+			if (ImGui::Button(label.c_str(), ImVec2(width, kButtonHeight)))
+				action = what;
+			ImGui::PopStyleColor();
+		};
+		button(settings.m_Playing ? "Pause" : "Play", EAction::PlayOrPause, false);
+		ImGui::SameLine();
+		button("Step", EAction::Step, false);
+		button(settings.m_Sorting ? "Sorting on" : "Sorting off", EAction::Sorting, settings.m_Sorting);
+		ImGui::SameLine();
+		button(settings.m_FreezeOrder ? "Order frozen" : "Freeze order", EAction::FreezeOrder, settings.m_FreezeOrder);
+		return action;
+	}
+
+	void ShowRamp(const SLegend &legend)
+	{
+		const ImVec2 at = ImGui::GetCursorScreenPos();
+		const float width = ImGui::GetContentRegionAvail().x;
+		const float height = 0.5f * Em();
+		const auto colour = [](u32 i)
+		{ return ImGui::GetColorU32(ImVec4(kRamp[i].m_Red, kRamp[i].m_Green, kRamp[i].m_Blue, 1.0f)); };
+		for (u32 i = 0; i + 1 < kRampLength; ++i)
+		{
+			const float left = at.x + width * float(i) / float(kRampLength - 1);
+			const float right = at.x + width * float(i + 1) / float(kRampLength - 1);
+			ImGui::GetWindowDrawList()->AddRectFilledMultiColor(
+				ImVec2(left, at.y), ImVec2(right, at.y + height), colour(i), colour(i + 1), colour(i + 1), colour(i));
+		}
+		ImGui::Dummy(ImVec2(width, height));
+		ImGui::TextDisabled("%s", legend.m_Least.c_str());
+		ImGui::SameLine(ImGui::GetWindowContentRegionMax().x - ImGui::CalcTextSize(legend.m_Most.c_str()).x);
+		ImGui::TextDisabled("%s", legend.m_Most.c_str());
+	}
+
+	bool ShowColours(SViewSettings &settings, u32 mostLayers)
+	{
+		Label("Colours");
+		bool changed = false;
+		if (ImGui::BeginCombo("##colours", ColourName(settings.m_Colour)))
+		{
+			for (const EColour colour : kLiveColours)
+				if (ImGui::Selectable(ColourName(colour), colour == settings.m_Colour))
+				{
+					settings.m_Colour = colour;
+					changed = true;
+				}
+			ImGui::EndCombo();
+		}
+		const SLegend legend = Legend(settings.m_Colour, mostLayers);
+		if (!legend.m_Most.empty())
+			ShowRamp(legend);
+		return changed;
+	}
+
+	bool ShowOrder(SViewSettings &settings, const IScene &scene)
+	{
+		Label("Order");
+		bool changed = false;
+		const std::vector<SPictureOfOrder> orders = SortedOrders(scene);
+		const auto current = std::find_if(orders.begin(), orders.end(),
+			[&](const SPictureOfOrder &picture) { return picture.m_Order == settings.m_Order; });
+		if (ImGui::BeginCombo("##order", current == orders.end() ? "" : current->m_Label))
+		{
+			for (const SPictureOfOrder &picture : orders)
+				if (ImGui::Selectable(picture.m_Label, picture.m_Order == settings.m_Order))
+				{
+					settings.m_Order = picture.m_Order;
+					changed = true;
+				}
+			ImGui::EndCombo();
+		}
+		return changed;
+	}
+
+	bool ShowOutput(SViewSettings &settings, const SViewFigures &figures)
+	{
+		bool changed = false;
+		Label("Indices");
+		int bits = int(settings.m_IndexBits);
+		changed |= ImGui::RadioButton("16 bits", &bits, 16);
+		ImGui::SameLine();
+		changed |= ImGui::RadioButton("32 bits", &bits, 32);
+		settings.m_IndexBits = u32(bits);
+
+		Label("Room for");
+		int percent = int(settings.m_OutputPercent);
+		changed |= ImGui::SliderInt("##output", &percent, 0, 100, "%d %% of the output", ImGuiSliderFlags_AlwaysClamp);
+		settings.m_OutputPercent = u32(percent);
+		changed |= ImGui::Checkbox("Output starts off a vector's boundary", &settings.m_MisalignOutput);
+
+		const u32 lost = figures.m_PrimitiveCount - figures.m_DrawnPrimitiveCount;
+		if (lost != 0)
+			Paragraph(kAdvice, Grouped(lost) + " of " + Grouped(figures.m_PrimitiveCount) + " primitives are lost");
+		return changed;
+	}
+
+	/// The next of 1, 2, 5, 10, 20, ... that is no less.
+	double RoundedUp(double number)
+	{
+		double power = 1.0;
+		while (power * 10.0 < number)
+			power *= 10.0;
+		return number <= power         ? power
+		       : number <= 2.0 * power ? 2.0 * power
+		       : number <= 5.0 * power ? 5.0 * power
+		                               : 10.0 * power;
+	}
+
+	// A column for each sort, its stages stacked.
+	void ShowGraph(const std::deque<SSortTimes> &history)
+	{
+		double most = 1.0;
+		for (const SSortTimes &times : history)
+			most = std::max(most, times.Total());
+		const double top = RoundedUp(most);
+
+		const ImVec2 size(ImGui::GetContentRegionAvail().x, 6.0f * Em());
+		const ImVec2 low = ImGui::GetCursorScreenPos();
+		const ImVec2 high(low.x + size.x, low.y + size.y);
+		ImDrawList *const list = ImGui::GetWindowDrawList();
+		list->AddRectFilled(low, high, ImGui::GetColorU32(ImGuiCol_FrameBg), 4.0f);
+		const float width = size.x / float(CLiveView::kHistoryLength);
+		float left = high.x - width * float(history.size());
+		for (const SSortTimes &times : history)
+		{
+			float bottom = high.y;
+			for (const SStage &stage : kStages)
+			{
+				const float height = float(times.*stage.m_Time / top) * size.y;
+				list->AddRectFilled(ImVec2(left, bottom - height), ImVec2(left + width, bottom), stage.m_Colour);
+				bottom -= height;
+			}
+			left += width;
+		}
+		char label[32];
+		std::snprintf(label, sizeof(label), "%.0f \u00b5s", top);
+		list->AddText(ImVec2(low.x + 6.0f, low.y + 3.0f), ImGui::GetColorU32(ImGuiCol_TextDisabled), label);
+		ImGui::Dummy(size);
+	}
+
+	void ShowTimes(const CLiveView &view)
+	{
+		Heading("Time of a sort");
+		ShowGraph(view.History());
+		const SSortTimes median = MedianOf(std::vector<SSortTimes>(view.History().begin(), view.History().end()));
+		const double particleCount = std::max(view.Figures().m_ParticleCount, 1u);
+		const auto cells = [&](double microseconds)
+		{
+			ImGui::TableNextColumn();
+			ImGui::Text("%.1f", microseconds);
+			ImGui::TableNextColumn();
+			ImGui::Text("%.2f", microseconds * 1000.0 / particleCount);
+		};
+		if (!ImGui::BeginTable("times", 3))
+			return;
+		for (const char *const title : {"median", "\u00b5s", "ns a particle"})
+		{
+			ImGui::TableNextColumn();
+			ImGui::TextDisabled("%s", title);
+		}
+		for (const SStage &stage : kStages)
+		{
+			ImGui::TableNextColumn();
+			const ImVec2 at = ImGui::GetCursorScreenPos();
+			const float side = 0.7f * Em();
+			ImGui::GetWindowDrawList()->AddRectFilled(
+				ImVec2(at.x, at.y + 0.2f * Em()), ImVec2(at.x + side, at.y + 0.2f * Em() + side), stage.m_Colour, 2.0f);
+			ImGui::SetCursorPosX(ImGui::GetCursorPosX() + Em() * 1.1f);
+			ImGui::TextUnformatted(stage.m_Name);
+			cells(median.*stage.m_Time);
+		}
+		ImGui::TableNextColumn();
+		ImGui::TextDisabled("in all");
+		cells(median.Total());
+		ImGui::EndTable();
+	}
+
+	bool ShowFindings(SViewSettings &settings, const SViewFigures &figures)
+	{
+		Heading("Every call, checked before it sorts");
+		const bool changed = ImGui::Checkbox("Check calls", &settings.m_CheckCalls);
+		if (!settings.m_Sorting)
+			ImGui::TextDisabled("Nothing is sorted.");
+		else if (settings.m_CheckCalls && figures.m_Findings.empty())
+			Paragraph(kGood, "No rule is broken, and nothing could be better.");
+		for (const SFinding &finding : figures.m_Findings)
+			Paragraph(finding.m_IsViolation ? kBad : kAdvice, finding.m_Sentence);
+		return changed;
+	}
+
+	void ShowWarnings(const CLiveView &view)
+	{
+		Heading("What the library warned of");
+		const std::vector<CLogUniqueCollection::SEntry> entries = CPerfHotspotsRegistry::Registry()->Snapshot();
+		if (entries.empty() && view.Assertions().empty())
+			Paragraph(kGood, "No slow path was taken, and nothing asserted.");
+		for (const CLogUniqueCollection::SEntry &entry : entries)
+			Paragraph(kAdvice, entry.m_Message + " (" + Grouped(entry.m_TouchCount) + " times)");
+		for (const std::string &assertion : view.Assertions())
+			Paragraph(kBad, assertion);
+		if (!entries.empty() && ImGui::Button("Forget warnings"))
+			CPerfHotspotsRegistry::Registry()->Clear();
+	}
+
+	struct SPoint
+	{
+		float m_X, m_Y, m_W; // of clip space
+	};
+
+	SPoint Projected(const SViewTransform &view, const CFloat3 &point)
+	{
+		const auto row = [&](u32 i)
+		{
+			return view.m_WorldToClip[i] * point.x() + view.m_WorldToClip[4 + i] * point.y() +
+			       view.m_WorldToClip[8 + i] * point.z() + view.m_WorldToClip[12 + i];
+		};
+		return {row(0), row(1), row(3)};
+	}
+
+	// From the camera that the order is for to what it looks at, as far as it lies in front of the one that is drawn with.
+	void ShowLineOfSight(const SCamera &sorted, const SCamera &drawn, const ImVec2 &size)
+	{
+		constexpr float kNearest = 0.05f;
+		const SViewTransform view = ViewTransform(drawn, size.x / size.y);
+		SPoint from = Projected(view, sorted.m_Position);
+		const SPoint to = Projected(view, sorted.m_Target);
+		const CFloat3 moved = Subtract(sorted.m_Position, drawn.m_Position);
+		if (to.m_W <= kNearest || Dot(moved, moved) == 0.0f)
+			return;
+		if (from.m_W < kNearest)
+		{
+			const float t = (kNearest - from.m_W) / (to.m_W - from.m_W);
+			from = {from.m_X + (to.m_X - from.m_X) * t, from.m_Y + (to.m_Y - from.m_Y) * t, kNearest};
+		}
+		const auto onScreen = [&](const SPoint &point) {
+			return ImVec2(
+				(point.m_X / point.m_W + 1.0f) * 0.5f * size.x, (1.0f - point.m_Y / point.m_W) * 0.5f * size.y);
+		};
+		const ImVec2 end = onScreen(to);
+		const ImU32 colour = ImGui::GetColorU32(kAdvice);
+		ImDrawList *const list = ImGui::GetBackgroundDrawList();
+		list->PushClipRect(ImVec2(0.0f, 0.0f), size);
+		list->AddLine(onScreen(from), end, colour, 1.5f);
+		list->AddCircleFilled(end, 4.0f, colour);
+		list->AddText(ImVec2(end.x + 10.0f, end.y - 0.5f * Em()), colour, "sorted for this line of sight");
+		list->PopClipRect();
+	}
+} // namespace
+
+std::optional<EAction> CControlPanel::Show(CLiveView &view, float width, const std::string &message)
+{
+	const ImVec2 display = ImGui::GetIO().DisplaySize;
+	ImGui::SetNextWindowPos(ImVec2(display.x - width, 0.0f));
+	ImGui::SetNextWindowSize(ImVec2(width, display.y));
+	constexpr ImGuiWindowFlags kFixed =
+		ImGuiWindowFlags_NoTitleBar | ImGuiWindowFlags_NoResize | ImGuiWindowFlags_NoMove;
+	ImGui::Begin("panel", nullptr, kFixed);
+
+	SViewSettings settings = view.Settings();
+	const std::optional<EAction> action = ShowButtons(settings);
+	bool changed = ShowScene(settings, view.Figures());
+	changed |= ShowColours(settings, view.Renderer().MostLayers());
+	Heading("Sort");
+	changed |= ShowOrder(settings, view.Scene());
+	changed |= ShowOutput(settings, view.Figures());
+	ShowTimes(view);
+	changed |= ShowFindings(settings, view.Figures());
+	ShowWarnings(view);
+	ImGui::Dummy(ImVec2(0.0f, 0.15f * Em()));
+	Paragraph(ImGui::GetStyle().Colors[ImGuiCol_TextDisabled],
+		"Drag the picture to turn, wheel to zoom, Home to go back. "
+		"F12 writes pictures, Esc closes; --help lists all keys.");
+	if (!view.Figures().m_Trouble.empty())
+		Paragraph(kBad, view.Figures().m_Trouble);
+	if (!message.empty())
+		Paragraph(kGood, message);
+	ImGui::End();
+
+	if (changed)
+		view.Change(settings);
+	return action;
+}
+
+bool CControlPanel::ShowScene(SViewSettings &settings, const SViewFigures &figures)
+{
+	Heading("Scene");
+	bool changed = false;
+	Label("Scene");
+	if (ImGui::BeginCombo("##scene", settings.m_Scene->m_Name))
+	{
+		for (const SSceneKind &kind : SceneKinds())
+			if (ImGui::Selectable(kind.m_Name, &kind == settings.m_Scene))
+			{
+				settings.m_Scene = &kind;
+				settings.m_ParticleCount = kind.m_ParticleCount;
+				changed = true;
+			}
+		ImGui::EndCombo();
+	}
+
+	Label("Particles");
+	if (!m_IsEditing)
+		m_EditedParticleCount = int(settings.m_ParticleCount);
+	ImGui::SliderInt("##particles", &m_EditedParticleCount, 1, int(settings.m_Scene->m_MaxParticleCount), "%d",
+		ImGuiSliderFlags_Logarithmic | ImGuiSliderFlags_AlwaysClamp);
+	m_IsEditing = ImGui::IsItemActive();
+	if (ImGui::IsItemDeactivatedAfterEdit()) // a scene starts anew, so not for every value on the way
+	{
+		settings.m_ParticleCount = u32(m_EditedParticleCount);
+		changed = true;
+	}
+	const std::string calls = figures.m_DrawCallCount == 1 ? " draw call" : " draw calls";
+	ImGui::TextDisabled("%s drawn in %u pages, %u%s", Grouped(figures.m_ParticleCount).c_str(), figures.m_PageCount,
+		figures.m_DrawCallCount, calls.c_str());
+	return changed;
+}
+
+void CControlPanel::ShowOverlay(const CLiveView &view, float panelWidth)
+{
+	const ImVec2 display = ImGui::GetIO().DisplaySize;
+	const ImVec2 size(std::max(display.x - panelWidth, 1.0f), std::max(display.y, 1.0f));
+	if (view.FrameCount() == 0)
+	{
+		ImGui::SetNextWindowPos(ImVec2(size.x * 0.5f, size.y * 0.5f), ImGuiCond_Always, ImVec2(0.5f, 0.5f));
+		ImGui::SetNextWindowSize(ImVec2(std::min(16.0f * Em(), size.x), 0.0f));
+		ImGui::Begin("simulating", nullptr, ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_NoInputs);
+		ImGui::TextUnformatted("Simulating the scene so far ...");
+		ImGui::ProgressBar(view.WarmUpShare());
+		ImGui::End();
+	}
+	else if (view.Settings().m_FreezeOrder)
+		ShowLineOfSight(view.SortCamera(), view.Camera(), size);
+}
+} // namespace Viewer

@@ -1,0 +1,33 @@
+#pragma once
+
+// The widgets: what can be done with a view, and what came of it, beside the picture and over it.
+
+#include "vx_defs.h"
+
+#include "live_view.h"
+#include <optional>
+#include <string>
+
+namespace Viewer
+{
+using namespace Vexmoor;
+
+class CControlPanel
+{
+public:
+	static constexpr u32 kWidth = 360; // units of widgets
+
+	/// One frame of the panel, at the right edge of the window. Settings are changed in place; an action that a button
+	/// stands for is returned, for whoever does those of keys.
+	std::optional<EAction> Show(CLiveView &view, float width, const std::string &message);
+
+	/// One frame of what lies over the picture: how far a simulation is, and what a frozen order is sorted for.
+	static void ShowOverlay(const CLiveView &view, float panelWidth);
+
+private:
+	bool ShowScene(SViewSettings &settings, const SViewFigures &figures);
+
+	int m_EditedParticleCount = 0; // while its slider is held
+	bool m_IsEditing = false;
+};
+} // namespace Viewer

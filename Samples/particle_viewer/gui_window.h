@@ -1,0 +1,61 @@
+#pragma once
+
+// A window of the desktop with an OpenGL 4.5 core context and widgets: GLFW and Dear ImGui.
+
+#include "vx_defs.h"
+
+#include "picture.h"
+#include <string>
+#include <vector>
+
+struct GLFWwindow;
+
+namespace Viewer
+{
+using namespace Vexmoor;
+
+struct SSize
+{
+	u32 m_Width;
+	u32 m_Height;
+};
+
+/// Makes its context current and keeps it so; a CFailure where there is no display, or no driver for one.
+class CGuiWindow
+{
+public:
+	/// As large as a picture with a panel to its right, if the display has room.
+	CGuiWindow(const std::string &title, const SSize &picture, u32 panelWidth);
+	~CGuiWindow();
+	CGuiWindow(const CGuiWindow &) = delete;
+	CGuiWindow &operator=(const CGuiWindow &) = delete;
+
+	bool IsClosing() const;
+	void Close();
+	void SetTitle(const std::string &title);
+	/// In units of widgets, which may be larger than pixels.
+	float PanelWidth() const;
+	/// What the panel leaves of the window, in pixels.
+	SSize PictureSize() const;
+
+	/// Waits until there is input, or for so long; then a frame of widgets begins.
+	void BeginFrame(double waitSeconds);
+	/// The keys pressed since the last frame, however briefly, as GLFW numbers them.
+	std::vector<int> TakeKeys();
+	/// An empty window to draw the picture to.
+	void Clear();
+	/// Draws the widgets.
+	void EndFrame();
+	/// The window as it will be shown.
+	SPicture Read() const;
+	void Show();
+
+private:
+	static void OnKey(GLFWwindow *window, int key, int scanCode, int event, int modifiers);
+
+	GLFWwindow *m_Window = null;
+	u32 m_PanelWidth;
+	float m_Scale = 1.0f; // of widgets and letters, for displays with small pixels
+	std::vector<int> m_Keys;
+};
+} // namespace Viewer

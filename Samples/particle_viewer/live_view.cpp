@@ -1,0 +1,280 @@
+// Draws only when something changed: a paused view costs nothing.
+
+#include "live_view.h"
+
+#include "exact_order.h"
+#include "failure.h"
+#include <algorithm>
+
+namespace Viewer
+{
+namespace
+{
+	constexpr std::chrono::milliseconds kStepTime(33);
+	constexpr std::chrono::milliseconds kWarmUpTime(40); // a turn of the warm-up; then the window is heard
+	constexpr double kIdleSeconds = 0.1;
+	constexpr u32 kOutputPercentStep = 5;
+	constexpr s32 kOrbitStepsPerKey = 40; // 10 degrees
+
+	bool SameScene(const SViewSettings &a, const SViewSettings &b)
+	{
+		return a.m_Scene == b.m_Scene && a.m_ParticleCount == b.m_ParticleCount;
+	}
+
+	/// The element after a value, and after the last one the first.
+	template<typename _Elements, typename _IsValue>
+	auto Next(const _Elements &elements, const _IsValue &isValue)
+	{
+		const auto value = std::find_if(std::begin(elements), std::end(elements), isValue);
+		return value == std::end(elements) || value + 1 == std::end(elements) ? *std::begin(elements) : *(value + 1);
+	}
+} // namespace
+
+std::vector<SPictureOfOrder> SortedOrders(const IScene &scene)
+{
+	std::vector<SPictureOfOrder> orders = scene.Pictures();
+	orders.erase(std::remove_if(orders.begin(), orders.end(),
+					 [](const SPictureOfOrder &picture) { return picture.m_Order == EOrder::Storage; }),
+		orders.end());
+	return orders;
+}
+
+CLiveView::CLiveView(const SArguments &arguments)
+	: m_Arguments(arguments)
+	, m_Drawer(arguments.m_Width, arguments.m_Height, arguments.m_IndexBits)
+{
+	m_Settings.m_Scene = arguments.m_Scene;
+	m_Settings.m_ParticleCount = arguments.m_ParticleCount;
+	m_Settings.m_IndexBits = arguments.m_IndexBits;
+	m_Settings.m_Colour = arguments.m_Colour;
+	Restart();
+}
+
+void CLiveView::Restart()
+{
+	m_Scene = m_Settings.m_Scene->m_Create(m_Settings.m_ParticleCount, m_Arguments.m_Seed);
+	m_Settings.m_Order = m_Scene->Pictures().back().m_Order;
+	m_Settings.m_FreezeOrder = false;
+	m_WarmUpStep = 0;
+	m_FrameCount = 0;
+	m_History.clear();
+}
+
+void CLiveView::Change(const SViewSettings &settings)
+{
+	const SViewSettings before = m_Settings;
+	m_Settings = settings;
+	if (!SameScene(before, settings))
+		Restart();
+	if (m_FrameCount == 0)
+		m_Settings.m_FreezeOrder = false; // there is no order yet
+	if (m_Settings.m_FreezeOrder && !before.m_FreezeOrder)
+		m_FrozenCamera = Camera();
+	m_Redraw = true;
+}
+
+void CLiveView::Do(EAction action)
+{
+	SViewSettings settings = m_Settings;
+	switch (action)
+	{
+	case EAction::PlayOrPause:
+		settings.m_Playing = !settings.m_Playing;
+		break;
+	case EAction::Step:
+		settings.m_Playing = false;
+		if (m_FrameCount != 0)
+			Advance();
+		break;
+	case EAction::Sorting:
+		settings.m_Sorting = !settings.m_Sorting;
+		break;
+	case EAction::FreezeOrder:
+		settings.m_FreezeOrder = !settings.m_FreezeOrder;
+		break;
+	case EAction::NextOrder:
+		settings.m_Order = Next(SortedOrders(*m_Scene),
+			[&](const SPictureOfOrder &picture) {
+				return picture.m_Order == settings.m_Order;
+			}).m_Order;
+		break;
+	case EAction::NextColour:
+		settings.m_Colour = Next(kLiveColours, [&](EColour colour) { return colour == settings.m_Colour; });
+		break;
+	case EAction::NextScene:
+	{
+		const SSceneKind *const last = &SceneKinds().back();
+		settings.m_Scene = settings.m_Scene == last ? &SceneKinds().front() : settings.m_Scene + 1;
+		settings.m_ParticleCount = settings.m_Scene->m_ParticleCount;
+		break;
+	}
+	case EAction::IndexType:
+		settings.m_IndexBits = settings.m_IndexBits == 32 ? 16 : 32;
+		break;
+	case EAction::SmallerOutput:
+		settings.m_OutputPercent -= std::min(settings.m_OutputPercent, kOutputPercentStep);
+		break;
+	case EAction::LargerOutput:
+		settings.m_OutputPercent = std::min(settings.m_OutputPercent + kOutputPercentStep, 100u);
+		break;
+	case EAction::MisalignOutput:
+		settings.m_MisalignOutput = !settings.m_MisalignOutput;
+		break;
+	case EAction::TurnLeft:
+		settings.m_Orbit.m_TurnSteps -= kOrbitStepsPerKey;
+		break;
+	case EAction::TurnRight:
+		settings.m_Orbit.m_TurnSteps += kOrbitStepsPerKey;
+		break;
+	case EAction::TiltUp:
+		settings.m_Orbit.m_TiltSteps += kOrbitStepsPerKey;
+		break;
+	case EAction::TiltDown:
+		settings.m_Orbit.m_TiltSteps -= kOrbitStepsPerKey;
+		break;
+	case EAction::Nearer:
+		settings.m_Orbit.m_ZoomSteps += 1;
+		break;
+	case EAction::Farther:
+		settings.m_Orbit.m_ZoomSteps -= 1;
+		break;
+	case EAction::ResetCamera:
+		settings.m_Orbit = SOrbit();
+		break;
+	case EAction::WritePicture:
+	case EAction::Close:
+		return;
+	}
+	Change(settings);
+}
+
+void CLiveView::SetSize(u32 width, u32 height)
+{
+	if (width == m_Arguments.m_Width && height == m_Arguments.m_Height)
+		return;
+	m_Arguments.m_Width = width;
+	m_Arguments.m_Height = height;
+	Renderer().SetSize(width, height);
+	m_Redraw = true;
+}
+
+float CLiveView::WarmUpShare() const
+{
+	const u32 stepCount = m_Scene->WarmUpStepCount();
+	return stepCount == 0 ? 1.0f : float(m_WarmUpStep) / float(stepCount);
+}
+
+double CLiveView::SecondsToSpare() const
+{
+	if (m_FrameCount == 0 || m_Redraw)
+		return 0.0;
+	if (!m_Settings.m_Playing)
+		return kIdleSeconds;
+	const std::chrono::duration<double> left = m_NextStep - CClock::now();
+	return std::clamp(left.count(), 0.0, kIdleSeconds);
+}
+
+void CLiveView::Update()
+{
+	if (m_WarmUpStep < m_Scene->WarmUpStepCount())
+	{
+		WarmUp();
+		return;
+	}
+	const CClock::time_point now = CClock::now();
+	if (m_FrameCount == 0 || (m_Settings.m_Playing && now >= m_NextStep))
+	{
+		m_NextStep = std::max(m_NextStep + kStepTime, now); // what cannot keep up is slow, and does not catch up
+		Advance();
+	}
+	if (m_Redraw)
+		Draw();
+}
+
+void CLiveView::WarmUp()
+{
+	const CClock::time_point end = CClock::now() + kWarmUpTime;
+	while (m_WarmUpStep < m_Scene->WarmUpStepCount() && CClock::now() < end)
+	{
+		m_Scene->Advance();
+		++m_WarmUpStep;
+	}
+}
+
+void CLiveView::Advance()
+{
+	m_Scene->Advance();
+	m_Frame = m_Scene->Frame();
+	++m_FrameCount;
+	m_Redraw = true;
+}
+
+void CLiveView::Draw()
+{
+	m_Redraw = false;
+	m_Figures = SViewFigures();
+	SFrame frame = m_Frame;
+	frame.m_Camera = Moved(m_Frame.m_Camera, m_Settings.m_Orbit);
+	try
+	{
+		m_Drawer.SetFrame(frame);
+		m_Drawer.SetIndexBits(m_Settings.m_IndexBits);
+		m_Drawer.Sorter().SetFindingHandler(m_Settings.m_CheckCalls ? OnFinding : null, &m_Figures.m_Findings);
+		m_Drawer.Renderer().SetColour(m_Settings.m_Colour);
+		Count(DrawInOrder().m_DrawCalls);
+	}
+	catch (const CFailure &failure)
+	{
+		m_Figures.m_Trouble = failure.what();
+	}
+}
+
+SDrawn CLiveView::DrawInOrder()
+{
+	if (!m_Settings.m_Sorting)
+		return m_Drawer.DrawIndices(CExactOrder(m_Drawer.Frame()).StorageIndices());
+
+	STrial trial;
+	trial.m_SortCamera = &SortCamera();
+	trial.m_OutputShare = float(m_Settings.m_OutputPercent) / 100.0f;
+	trial.m_MisalignedOutput = m_Settings.m_MisalignOutput;
+	const SDrawn drawn = m_Drawer.DrawSorted(m_Settings.m_Order, trial);
+	m_History.push_back(m_Clock.EndFrame());
+	if (m_History.size() > kHistoryLength)
+		m_History.pop_front();
+	return drawn;
+}
+
+void CLiveView::Count(const std::vector<SDrawCall> &drawCalls)
+{
+	m_Figures.m_ParticleCount = m_Frame.m_ParticleCount;
+	m_Figures.m_PageCount = m_Frame.m_RenderedCounts.Count();
+	m_Figures.m_DrawCallCount = u32(drawCalls.size());
+	for (const SDrawCall &drawCall : drawCalls)
+	{
+		const u32 indices = std::max(drawCall.m_IndicesPerPrimitive, 1u);
+		m_Figures.m_PrimitiveCount += drawCall.m_GeometryIndexCount / indices;
+		m_Figures.m_DrawnPrimitiveCount += drawCall.m_IndexCount / indices;
+	}
+}
+
+void CLiveView::OnFinding(const SSortFinding &finding, void *findings)
+{
+	constexpr size_t kMostFindings = 100;
+	std::vector<SFinding> &all = *static_cast<std::vector<SFinding> *>(findings);
+	if (all.size() < kMostFindings)
+		all.push_back({finding.m_Kind == SortFinding_Violation, finding.m_Sentence});
+}
+
+std::string CLiveView::Title() const
+{
+	std::string order = "unsorted";
+	for (const SPictureOfOrder &picture : SortedOrders(*m_Scene))
+		if (m_Settings.m_Sorting && picture.m_Order == m_Settings.m_Order)
+			order = picture.m_Label;
+	return std::string(m_Settings.m_Scene->m_Name) + ", " + order + (m_Settings.m_FreezeOrder ? ", frozen" : "") +
+	       (m_FrameCount == 0         ? ", simulating"
+			   : m_Settings.m_Playing ? ", playing"
+									  : ", paused");
+}
+} // namespace Viewer

@@ -1,0 +1,129 @@
+#pragma once
+
+// A scene that is watched: played, paused and stepped, and sorted in whatever way the settings say. Knows nothing of
+// windows and widgets.
+
+#include "vx_defs.h"
+
+#include "actions.h"
+#include "arguments.h"
+#include "frame_drawer.h"
+#include "library_reports.h"
+#include "orbit.h"
+#include "scene_list.h"
+#include "sort_times.h"
+#include <chrono>
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Viewer
+{
+using namespace Vexmoor;
+
+struct SViewSettings
+{
+	const SSceneKind *m_Scene = null;
+	u32 m_ParticleCount = 0;
+
+	bool m_Playing = true;
+	bool m_Sorting = true;
+	EOrder m_Order = EOrder::ByValue; ///< Where sorting is on; one that the scene has.
+	bool m_FreezeOrder = false;       ///< Sorted for where the camera was when this was set.
+	EColour m_Colour = EColour::Light;
+	u32 m_IndexBits = 32;
+	u32 m_OutputPercent = 100; ///< Of the primitives, what the output has room for.
+	bool m_MisalignOutput = false;
+	bool m_CheckCalls = true;
+	SOrbit m_Orbit;
+};
+
+struct SFinding
+{
+	bool m_IsViolation;
+	std::string m_Sentence;
+};
+
+/// What came of the last frame.
+struct SViewFigures
+{
+	u32 m_ParticleCount = 0;
+	u32 m_PageCount = 0;
+	u32 m_DrawCallCount = 0;
+	u32 m_PrimitiveCount = 0;
+	u32 m_DrawnPrimitiveCount = 0;
+	std::vector<SFinding> m_Findings;
+	std::string m_Trouble; ///< Why the settings cannot be drawn; empty where they were.
+};
+
+/// The colours that can be drawn without the exact answer.
+constexpr EColour kLiveColours[] = {EColour::Light, EColour::Order, EColour::Overdraw};
+
+/// The orders that the sorter makes of a scene.
+std::vector<SPictureOfOrder> SortedOrders(const IScene &scene);
+
+class CLiveView
+{
+public:
+	static constexpr u32 kHistoryLength = 160; // sorts
+
+	/// Needs the current context that CRenderer needs.
+	explicit CLiveView(const SArguments &arguments);
+
+	const SViewSettings &Settings() const { return m_Settings; }
+	void Change(const SViewSettings &settings);
+	/// What is about the view; the rest is the window's.
+	void Do(EAction action);
+	void SetSize(u32 width, u32 height);
+
+	/// Simulates and draws what is due.
+	void Update();
+	/// How long nothing is due, in seconds.
+	double SecondsToSpare() const;
+
+	CRenderer &Renderer() { return m_Drawer.Renderer(); }
+	const IScene &Scene() const { return *m_Scene; }
+	const SViewFigures &Figures() const { return m_Figures; }
+	/// Of the last sorts, the newest last.
+	const std::deque<SSortTimes> &History() const { return m_History; }
+	const std::vector<std::string> &Assertions() const { return m_LibraryReports.Assertions(); }
+	/// Frames of the scene that have been drawn.
+	u32 FrameCount() const { return m_FrameCount; }
+	/// From 0 to 1 while a scene is simulated ahead; 1 when it is on show.
+	float WarmUpShare() const;
+	/// The camera of the last frame, and the one that it was sorted for.
+	const SCamera &Camera() const { return m_Drawer.Frame().m_Camera; }
+	const SCamera &SortCamera() const { return m_Settings.m_FreezeOrder ? m_FrozenCamera : Camera(); }
+	/// The scene and what is done with it, in a line.
+	std::string Title() const;
+
+private:
+	typedef std::chrono::steady_clock CClock;
+
+	void Restart();
+	void WarmUp();
+	void Advance();
+	void Draw();
+	SDrawn DrawInOrder();
+	void Count(const std::vector<SDrawCall> &drawCalls);
+	static void OnFinding(const SSortFinding &finding, void *findings);
+
+	SArguments m_Arguments;
+	CLibraryReports m_LibraryReports;
+	CFrameDrawer m_Drawer;
+	CSortClock m_Clock;
+	std::unique_ptr<IScene> m_Scene;
+	SViewSettings m_Settings;
+	SCamera m_FrozenCamera;
+
+	SFrame m_Frame; // as the scene has it, with the scene's camera
+	u32 m_WarmUpStep = 0;
+	u32 m_FrameCount = 0;
+	CClock::time_point m_NextStep;
+	bool m_Redraw = true;
+
+	SViewFigures m_Figures;
+	std::deque<SSortTimes> m_History;
+};
+} // namespace Viewer

@@ -1,0 +1,148 @@
+// A turn of the loop: input, widgets, the view's picture, and what was asked to be written.
+
+#include "window_run.h"
+
+#include "control_panel.h"
+#include "gui_window.h"
+#include "live_view.h"
+#include "picture.h"
+#include <cmath>
+#include <imgui.h>
+#include <optional>
+#include <string>
+
+namespace Viewer
+{
+namespace
+{
+	class CWindowRun
+	{
+	public:
+		explicit CWindowRun(const SArguments &arguments)
+			: m_Arguments(arguments)
+			, m_Window("particle_viewer", {arguments.m_Width, arguments.m_Height}, CControlPanel::kWidth)
+			, m_View(arguments)
+		{
+			if (!arguments.m_OutFolder.empty())
+				m_Folder.emplace(arguments.m_OutFolder);
+		}
+
+		void Run()
+		{
+			while (!m_Window.IsClosing())
+			{
+				m_Window.BeginFrame(m_View.SecondsToSpare());
+				TakeKeys();
+				TakeMouse();
+				const SSize size = m_Window.PictureSize();
+				m_View.SetSize(size.m_Width, size.m_Height);
+				m_View.Update();
+				ShowFrame();
+				ShowWidgets();
+				if (m_WritePicture)
+					WritePicture();
+				if (m_Arguments.m_FrameCount != 0 && m_View.FrameCount() >= m_Arguments.m_FrameCount)
+					EndRun();
+				m_Window.Show();
+			}
+		}
+
+	private:
+		void TakeKeys()
+		{
+			for (const int key : m_Window.TakeKeys())
+				for (const SKeyBinding &binding : KeyBindings())
+					if (binding.m_Key == key)
+						Do(binding.m_Action);
+		}
+
+		void Do(EAction action)
+		{
+			if (action == EAction::Close)
+				m_Window.Close();
+			else if (action == EAction::WritePicture)
+				m_WritePicture = true;
+			else
+				m_View.Do(action);
+		}
+
+		// A pixel is a step; the wheel's clicks are steps of zooming.
+		void TakeMouse()
+		{
+			const ImGuiIO &io = ImGui::GetIO();
+			if (io.WantCaptureMouse)
+				return;
+			SViewSettings settings = m_View.Settings();
+			if (ImGui::IsMouseDown(ImGuiMouseButton_Left))
+			{
+				settings.m_Orbit.m_TurnSteps -= s32(std::lround(io.MouseDelta.x));
+				settings.m_Orbit.m_TiltSteps += s32(std::lround(io.MouseDelta.y));
+			}
+			settings.m_Orbit.m_ZoomSteps += s32(std::lround(io.MouseWheel));
+			if (settings.m_Orbit != m_View.Settings().m_Orbit)
+				m_View.Change(settings);
+		}
+
+		void ShowFrame()
+		{
+			const std::string title = "particle_viewer: " + m_View.Title();
+			if (title != m_Title)
+				m_Window.SetTitle(title);
+			m_Title = title;
+			m_Window.Clear();
+			if (m_View.FrameCount() != 0)
+				m_View.Renderer().ShowPicture();
+		}
+
+		// With the figures of the frame that is shown; what they change is in the next one.
+		void ShowWidgets()
+		{
+			const std::optional<EAction> action = m_Panel.Show(m_View, m_Window.PanelWidth(), m_Message);
+			CControlPanel::ShowOverlay(m_View, m_Window.PanelWidth());
+			m_Window.EndFrame();
+			if (action)
+				Do(*action);
+		}
+
+		void WritePicture()
+		{
+			m_WritePicture = false;
+			if (!m_Folder)
+			{
+				m_Message = "Pictures are written where --out DIR says.";
+				return;
+			}
+			const std::string number = std::to_string(++m_WrittenCount) + ".png";
+			const SPicture picture = m_View.Renderer().ReadPicture();
+			const SPicture window = m_Window.Read();
+			m_Folder->Write({
+				{"picture_" + number, &picture},
+                {"window_" + number,  &window }
+            });
+			m_Message = "Written: " + m_Arguments.m_OutFolder + "/window_" + number + " and picture_" + number;
+		}
+
+		void EndRun()
+		{
+			if (m_Folder)
+				WritePicture();
+			m_Window.Close();
+		}
+
+		SArguments m_Arguments;
+		std::optional<COutputFolder> m_Folder;
+		CGuiWindow m_Window;
+		CLiveView m_View;
+		CControlPanel m_Panel;
+		std::string m_Title;
+		std::string m_Message;
+		bool m_WritePicture = false;
+		u32 m_WrittenCount = 0;
+	};
+} // namespace
+
+void RunWindow(const SArguments &arguments)
+{
+	CWindowRun(arguments).Run();
+}
+} // namespace Viewer
