@@ -21,8 +21,13 @@ struct SBandPoint
 	CFloat4 m_Colour; ///< Premultiplied.
 };
 
-/// Writes a band's vertices, two for each of its points, as a camera at the eye sees it.
-void WriteBand(SBandVertex *vertices, TMemoryView<const SBandPoint> points, const CFloat3 &eye);
+/// Writes a band's vertices, two for each of its points, as a camera at the eye sees it. The line comes from a position
+/// before the first point and goes on to one after the last; those of the points themselves where it ends.
+void WriteBand(SBandVertex *vertices,
+	const CFloat3 &before,
+	TMemoryView<const SBandPoint> points,
+	const CFloat3 &after,
+	const CFloat3 &eye);
 
 /// The index pattern of so many quads of a band.
 std::vector<u32> BandPattern(u32 quadCount);

@@ -119,4 +119,5 @@ std::unique_ptr<IScene> CreateSmokeScene(u32 particleCount, u32 seed);
 std::unique_ptr<IScene> CreateDebrisScene(u32 particleCount, u32 seed);
 std::unique_ptr<IScene> CreateInterleaveScene(u32 particleCount, u32 seed);
 std::unique_ptr<IScene> CreateSparksScene(u32 particleCount, u32 seed);
+std::unique_ptr<IScene> CreateTubesScene(u32 particleCount, u32 seed);
 } // namespace Viewer

@@ -17,6 +17,9 @@ namespace
 		"per_particle.png, per_triangle.png, comparison.png";
 	const char *const kSparks = "sparks with ribbons of glow and smoke, sorted through an index list\n"
 								"unsorted.png, sorted.png, comparison.png";
+	const char *const kTubes =
+		"tubes of fire that turn to smoke, fifteen quads each: tubes sorted, and the quads inside each\n"
+		"unsorted.png, whole_tubes.png, sorted.png, comparison.png";
 } // namespace
 
 const std::vector<SSceneKind> &SceneKinds()
@@ -26,6 +29,7 @@ const std::vector<SSceneKind> &SceneKinds()
 		{"debris",     1200,   200000,  CreateDebrisScene,     kDebris    },
 		{"interleave", 26,     400,     CreateInterleaveScene, kInterleave},
 		{"sparks",     14000,  2000000, CreateSparksScene,     kSparks    },
+		{"tubes",      100,    50000,   CreateTubesScene,      kTubes     },
 	};
 	return kKinds;
 }

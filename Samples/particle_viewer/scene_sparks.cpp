@@ -194,15 +194,18 @@ namespace
 		void UpdateRibbons(const SNozzle &nozzle, const CFloat3 &eye)
 		{
 			SBandPoint *const points = &m_Points[nozzle.m_FirstVertex / 2];
-			SBandVertex *const vertices = &m_Vertices[nozzle.m_FirstVertex];
 			const u32 age = m_Step - nozzle.m_BirthStep; // of the current ribbon's first stretch, and one more
 			const u32 currentCount = std::min(age, nozzle.m_StretchCount);
 			const u32 lastCount = nozzle.m_StretchCount - currentCount;
 			points[lastCount] = Point(nozzle, nozzle.m_LastEnd, std::min(age, nozzle.m_StretchCount));
 			points[nozzle.m_StretchCount + 1] = Point(nozzle, nozzle.m_Position, 0);
-			WriteBand(vertices, TMemoryView<const SBandPoint>(points, lastCount + 1), eye);
-			WriteBand(vertices + (lastCount + 1) * 2,
-				TMemoryView<const SBandPoint>(points + lastCount + 1, currentCount + 1), eye);
+			const auto write = [&](u32 first, u32 count)
+			{
+				WriteBand(&m_Vertices[nozzle.m_FirstVertex + first * 2], points[first].m_Position,
+					TMemoryView<const SBandPoint>(points + first, count), points[first + count - 1].m_Position, eye);
+			};
+			write(0, lastCount + 1);
+			write(lastCount + 1, currentCount + 1);
 		}
 
 		// White-hot at the spark, then red, then smoke that spreads, thins out, and is lit by the fountain.

@@ -143,8 +143,8 @@ vec4 Coloured(vec4 light);
 void main()
 {
 	float round = sqrt(max(1.0 - across * across, 0.0));
-	float edge = smoothstep(1.0, 0.7, abs(across));
-	light = Coloured(vec4(colour.rgb * (0.15 + 0.85 * round), colour.a) * edge);
+	float edge = smoothstep(1.0, 0.85, abs(across));
+	light = Coloured(vec4(colour.rgb * (0.04 + 0.96 * round * round), colour.a) * edge);
 }
 )";
 
