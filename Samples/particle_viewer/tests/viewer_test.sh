@@ -294,6 +294,7 @@ wrong_use()
 }
 
 case ${2:-} in
-smoke | same_seed | index_types | debris | sparks | tubes | interleave | colours | trace | capture | help | wrong_use) "$2" ;;
+smoke | same_seed | index_types | debris | sparks | tubes | interleave | colours) "$2" ;;
+trace | capture | help | wrong_use) "$2" ;;
 *) fail "there is no case '${2:-}'" ;;
 esac
