@@ -213,7 +213,7 @@ void CCapturedSort::ReadGeometry(CCursor &cursor)
 	cursor.Name("index pattern");
 	m_Pattern = cursor.Elements<u32>();
 
-	const auto readArray = [&](const char *name, auto &view)
+	const auto readArray = [&](const char *name, auto &view, u32 remaindersKept)
 	{
 		typedef std::remove_reference_t<decltype(view[0])> CElement;
 		cursor.Name(name);
@@ -221,12 +221,13 @@ void CCapturedSort::ReadGeometry(CCursor &cursor)
 		const u32 count = cursor.Word();
 		const u64 size = u64(count) * sizeof(CElement);
 		const u8 *const bytes = cursor.Bytes(size);
-		u8 *const data = Allocate(cursor, size, addressMod16);
+		u8 *const data = Allocate(cursor, size, addressMod16 & remaindersKept);
 		std::memcpy(data, bytes, size);
 		view = TMemoryView<CElement>(reinterpret_cast<CElement *>(data), count);
 	};
-	readArray("entries of the index list", m_IndexList);
-	readArray("quad centres", m_QuadCenters);
+	// A list is the same from any address, but as a view of integers it starts at a multiple of 4.
+	readArray("entries of the index list", m_IndexList, 0xC);
+	readArray("quad centres", m_QuadCenters, 0xF);
 
 	cursor.Name("index patterns");
 	const u32 patternCount = cursor.Word();
