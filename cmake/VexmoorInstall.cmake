@@ -44,6 +44,23 @@ if(VEXMOOR_INSTALL)
 	file(GENERATE OUTPUT ${PROJECT_BINARY_DIR}/vexmoor.pc INPUT ${PROJECT_BINARY_DIR}/vexmoor.pc.in)
 	install(FILES ${PROJECT_BINARY_DIR}/vexmoor.pc DESTINATION ${pkgConfigDir} COMPONENT development)
 
+	# How debuggers show the library's types. Where the prefix is gdb's own, it finds the printers by itself as soon as a
+	# program loads the shared library.
+	set(debugDir ${CMAKE_INSTALL_DATADIR}/vexmoor/debug)
+	install(
+		FILES ${PROJECT_SOURCE_DIR}/Tools/debug/vexmoor_gdb.py ${PROJECT_SOURCE_DIR}/Tools/debug/vexmoor.natvis
+		DESTINATION ${debugDir}
+		COMPONENT development
+	)
+	if(BUILD_SHARED_LIBS)
+		install(
+			FILES ${PROJECT_SOURCE_DIR}/Tools/debug/vexmoor_gdb.py
+			DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR}
+			RENAME libvx_geometrics.so.${PROJECT_VERSION}-gdb.py
+			COMPONENT development
+		)
+	endif()
+
 	install(
 		FILES ${PROJECT_SOURCE_DIR}/COPYRIGHT ${PROJECT_SOURCE_DIR}/CHANGELOG.md
 		DESTINATION ${CMAKE_INSTALL_DOCDIR}
