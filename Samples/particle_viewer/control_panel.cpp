@@ -48,6 +48,17 @@ namespace
 		ImGui::Dummy(ImVec2(0.0f, 0.1f * Em()));
 	}
 
+	/// In a column of numbers.
+	void Number(const char *format, double number)
+	{
+		char text[32];
+		std::snprintf(text, sizeof(text), format, number);
+		ImGui::TableNextColumn();
+		const float width = ImGui::CalcTextSize(text).x;
+		ImGui::SetCursorPosX(ImGui::GetCursorPosX() + std::max(0.0f, 5.0f * Em() - width));
+		ImGui::TextUnformatted(text);
+	}
+
 	/// What stands before a widget that takes the rest of the line.
 	void Label(const char *text)
 	{
@@ -187,7 +198,7 @@ namespace
 			most = std::max(most, times.Total());
 		const double top = RoundedUp(most);
 
-		const ImVec2 size(ImGui::GetContentRegionAvail().x, 6.0f * Em());
+		const ImVec2 size(ImGui::GetContentRegionAvail().x, 5.0f * Em());
 		const ImVec2 low = ImGui::GetCursorScreenPos();
 		const ImVec2 high(low.x + size.x, low.y + size.y);
 		ImDrawList *const list = ImGui::GetWindowDrawList();
@@ -219,14 +230,12 @@ namespace
 		const double particleCount = std::max(view.Figures().m_ParticleCount, 1u);
 		const auto cells = [&](double microseconds)
 		{
-			ImGui::TableNextColumn();
-			ImGui::Text("%.1f", microseconds);
-			ImGui::TableNextColumn();
-			ImGui::Text("%.2f", microseconds * 1000.0 / particleCount);
+			Number("%.1f \u00b5s", microseconds);
+			Number("%.2f ns", microseconds * 1000.0 / particleCount);
 		};
 		if (!ImGui::BeginTable("times", 3))
 			return;
-		for (const char *const title : {"median", "\u00b5s", "ns a particle"})
+		for (const char *const title : {"median", "of a frame", "of a particle"})
 		{
 			ImGui::TableNextColumn();
 			ImGui::TextDisabled("%s", title);
@@ -250,8 +259,8 @@ namespace
 
 	bool ShowFindings(SViewSettings &settings, const SViewFigures &figures)
 	{
-		Heading("Every call, checked before it sorts");
-		const bool changed = ImGui::Checkbox("Check calls", &settings.m_CheckCalls);
+		Heading("What the validation finds");
+		const bool changed = ImGui::Checkbox("Check every call before it sorts", &settings.m_CheckCalls);
 		if (!settings.m_Sorting)
 			ImGui::TextDisabled("Nothing is sorted.");
 		else if (settings.m_CheckCalls && figures.m_Findings.empty())
@@ -356,7 +365,7 @@ std::optional<EAction> CControlPanel::Show(CLiveView &view, float width, const s
 
 bool CControlPanel::ShowScene(SViewSettings &settings, const SViewFigures &figures)
 {
-	Heading("Scene");
+	ImGui::Dummy(ImVec2(0.0f, 0.15f * Em()));
 	bool changed = false;
 	Label("Scene");
 	if (ImGui::BeginCombo("##scene", settings.m_Scene->m_Name))

@@ -187,7 +187,15 @@ mouse()
 	expect_same "$before" "$picture" "the camera is not where it was"
 	xdotool mousemove --window "$window" 100 100 click 4
 	await "a nearer picture" shows_other_than "$before"
+	xdotool windowsize --sync "$window" 700 300
+	await "a picture of another size" shows_size 340 300
 	close_viewer
+}
+
+shows_size()
+{
+	shoot
+	pngtopnm "$picture" | head -n 2 | tail -n 1 | grep -qx "$1 $2"
 }
 
 shows_other_than()
