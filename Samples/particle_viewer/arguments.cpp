@@ -4,6 +4,7 @@
 
 #include "actions.h"
 #include "failure.h"
+#include "file_scene.h"
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <cstdio>
@@ -55,6 +56,9 @@ namespace
 	struct STexts
 	{
 		std::string m_Scene = SceneKinds().front().m_Name;
+		std::string m_Ply;
+		std::string m_Splat;
+		std::string m_SortBy;
 		std::string m_Particles;
 		std::optional<std::string> m_Frames;
 		std::string m_Seed = "1";
@@ -100,6 +104,10 @@ namespace
 		{ app.add_option(name, text, help)->type_name(type)->take_last(); };
 		app.footer(ScenesHelp() + KeysHelp() + "\n" + kDetails);
 		add("--scene", "NAME", texts.m_Scene, SceneNames() + "; " + SceneKinds().front().m_Name + " by default");
+		add("--ply", "FILE", texts.m_Ply, "Points or splats of a PLY file instead of a scene");
+		add("--splat", "FILE", texts.m_Splat, "Splats of a .splat file, 32 bytes each, instead of a scene");
+		add("--sort-by", "NAME", texts.m_SortBy,
+			"A property of the file to sort by instead of the distance; the lowest value is drawn first");
 		add("--particles", "N", texts.m_Particles, ParticlesHelp());
 		add("--frames", "N", texts.m_Frames,
 			"Frames to simulate, sort and draw; 24 by default. The last is shown. A window\n"
@@ -121,11 +129,26 @@ namespace
 			"window_N.png");
 	}
 
-	SArguments Check(const CLI::App &app, const STexts &texts)
+	const SSceneKind *Scene(const CLI::App &app, const STexts &texts)
 	{
+		const bool hasScene = app.count("--scene") != 0;
+		const bool hasPly = app.count("--ply") != 0;
+		const bool hasSplat = app.count("--splat") != 0;
+		if ((hasScene && (hasPly || hasSplat)) || (hasPly && hasSplat))
+			throw CFailure("Of --scene, --ply and --splat only one can be shown.");
+		if (hasPly || hasSplat)
+			return AddSceneKind(ReadFileScene(
+				hasPly ? texts.m_Ply : texts.m_Splat, hasPly ? EFileFormat::Ply : EFileFormat::Splat, texts.m_SortBy));
+		if (app.count("--sort-by") != 0)
+			throw CFailure("--sort-by goes with --ply or --splat: it names a property of a file.");
 		const SSceneKind *const scene = FindSceneKind(texts.m_Scene);
 		if (scene == null)
 			throw CFailure("--scene takes " + SceneNames() + ", not '" + texts.m_Scene + "'.");
+		return scene;
+	}
+
+	SArguments Check(const CLI::App &app, const STexts &texts)
+	{
 		if (texts.m_IndexType != "16" && texts.m_IndexType != "32")
 			throw CFailure("--index-type takes 16 or 32, not '" + texts.m_IndexType + "'.");
 		const std::optional<EColour> colour = FindColour(texts.m_Colour);
@@ -147,10 +170,6 @@ namespace
 				throw CFailure(std::string(option) + " is for runs without --window.");
 
 		SArguments arguments;
-		arguments.m_Scene = scene;
-		arguments.m_ParticleCount = scene->m_ParticleCount;
-		if (app.count("--particles") != 0)
-			arguments.m_ParticleCount = ParseNumber("--particles", texts.m_Particles, 1, scene->m_MaxParticleCount);
 		arguments.m_FrameCount = ParseNumber("--frames", texts.m_Frames.value_or("24"), 1, kMaxFrameCount);
 		if (texts.m_Window && !texts.m_Frames)
 			arguments.m_FrameCount = 0;
@@ -166,6 +185,11 @@ namespace
 		arguments.m_TraceFile = texts.m_Trace;
 		arguments.m_CaptureFile = texts.m_Capture;
 		arguments.m_ReplayFile = texts.m_Replay;
+		arguments.m_Scene = Scene(app, texts);
+		arguments.m_ParticleCount = arguments.m_Scene->m_ParticleCount;
+		if (app.count("--particles") != 0)
+			arguments.m_ParticleCount =
+				ParseNumber("--particles", texts.m_Particles, 1, arguments.m_Scene->m_MaxParticleCount);
 		return arguments;
 	}
 

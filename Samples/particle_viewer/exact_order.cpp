@@ -88,6 +88,26 @@ CExactOrder::CExactOrder(const SFrame &frame)
 			++particle;
 		}
 	}
+	if (!frame.m_SortValues.Empty())
+		SetSortValues(frame);
+}
+
+// The last value to be drawn is as the camera: a lower one is farther.
+void CExactOrder::SetSortValues(const SFrame &frame)
+{
+	u32 owner = 0;
+	float last = frame.m_SortValues[0][0];
+	for (u32 page = 0; page < frame.m_SortValues.Count(); ++page)
+		for (u32 i = 0; i < frame.m_SortValues[page].Count(); ++i)
+		{
+			m_Owners[owner].m_Value = m_Owners[owner].m_ParticleValue = frame.m_SortValues[page][i];
+			last = std::max(last, m_Owners[owner++].m_Value);
+		}
+	for (SOwner &each : m_Owners)
+	{
+		const double distance = double(last) - double(each.m_Value);
+		each.m_SquaredDistance = distance * distance;
+	}
 }
 
 void CExactOrder::AddParticle(const SFrame &frame, const SParticlePlace &particle)

@@ -47,9 +47,9 @@ private:
 	/// What is ordered as one: a particle, or a triangle or quad where the scene has their middles.
 	struct SOwner
 	{
-		double m_SquaredDistance;
-		float m_Value;         // the sort value of its own position
-		float m_ParticleValue; // and of its particle's
+		double m_SquaredDistance; // to the camera; or, by a property, to the last value
+		float m_Value;            // the sort value of its own position
+		float m_ParticleValue;    // and of its particle's
 		u32 m_Particle;
 		u32 m_Page;
 	};
@@ -63,6 +63,7 @@ private:
 	};
 
 	void AddParticle(const SFrame &frame, const SParticlePlace &particle);
+	void SetSortValues(const SFrame &frame);
 	CFloat3 PlaceOfPrimitive(const SFrame &frame, const SParticlePlace &particle, u32 primitive) const;
 	bool IsMixedPage(const SFrame &frame, u32 page) const;
 	bool IsComplete(const std::vector<u32> &drawnIndices) const;

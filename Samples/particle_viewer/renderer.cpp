@@ -2,10 +2,12 @@
 
 #include "renderer.h"
 
+#include "cloud_shaders.h"
 #include "failure.h"
 #include "shaders.h"
 #include "sprites.h"
 #include <algorithm>
+#include <cmath>
 #include <epoxy/gl.h>
 #include <string>
 
@@ -30,12 +32,15 @@ namespace
 	static_assert(kRampLength == 6, "the length that the shaders give it");
 
 	// Every program can ask for the colours of the ramp.
-	GLuint LinkProgram(const char *vertexSource, const char *fragmentSource)
+	GLuint LinkProgram(const char *vertexSource, const char *fragmentSource, const char *geometrySource = nullptr)
 	{
 		const GLuint program = glCreateProgram();
-		for (const GLuint shader :
-			{CompileShader(GL_VERTEX_SHADER, vertexSource), CompileShader(GL_FRAGMENT_SHADER, fragmentSource),
-				CompileShader(GL_FRAGMENT_SHADER, kColourFragmentShader)})
+		std::vector<GLuint> shaders = {CompileShader(GL_VERTEX_SHADER, vertexSource),
+			CompileShader(GL_FRAGMENT_SHADER, fragmentSource),
+			CompileShader(GL_FRAGMENT_SHADER, kColourFragmentShader)};
+		if (geometrySource != nullptr)
+			shaders.push_back(CompileShader(GL_GEOMETRY_SHADER, geometrySource));
+		for (const GLuint shader : shaders)
 		{
 			glAttachShader(program, shader);
 			glDeleteShader(shader);
@@ -111,6 +116,13 @@ namespace
 		}
 	}
 
+	// Points over surfaces: as large as it takes to close them. Splats have sizes of their own.
+	float PointRadius(const SPointCloud &cloud)
+	{
+		constexpr float kLargest = 0.02f;
+		return cloud.m_Shapes.empty() ? std::min(kLargest, 1.0f / std::sqrt(float(cloud.m_Positions.size()))) : 0.0f;
+	}
+
 	void RequireNoError()
 	{
 		if (glGetError() != GL_NO_ERROR)
@@ -128,6 +140,7 @@ CRenderer::CRenderer(u32 width, u32 height)
 	m_BillboardProgram = LinkProgram(kBillboardVertexShader, kBillboardFragmentShader);
 	m_MeshProgram = LinkProgram(kMeshVertexShader, kMeshFragmentShader);
 	m_BandProgram = LinkProgram(kBandVertexShader, kBandFragmentShader);
+	m_CloudProgram = LinkProgram(kCloudVertexShader, kCloudFragmentShader, kCloudGeometryShader);
 	m_ResolveProgram = LinkProgram(kFullScreenVertexShader, kResolveFragmentShader);
 	glCreateVertexArrays(1, &m_EmptyVertexArray);
 	CreateSprites();
@@ -137,7 +150,7 @@ CRenderer::CRenderer(u32 width, u32 height)
 CRenderer::~CRenderer()
 {
 	for (const GLuint program :
-		{m_BackgroundProgram, m_BillboardProgram, m_MeshProgram, m_BandProgram, m_ResolveProgram})
+		{m_BackgroundProgram, m_BillboardProgram, m_MeshProgram, m_BandProgram, m_CloudProgram, m_ResolveProgram})
 		glDeleteProgram(program);
 	const GLuint targets[] = {m_LightTarget, m_PictureTarget};
 	glDeleteFramebuffers(2, targets);
@@ -173,6 +186,8 @@ u32 CRenderer::ParticleProgram() const
 		return m_MeshProgram;
 	case EVertices::Bands:
 		return m_BandProgram;
+	case EVertices::Cloud:
+		return m_CloudProgram;
 	default:
 		return m_BillboardProgram;
 	}
@@ -180,7 +195,8 @@ u32 CRenderer::ParticleProgram() const
 
 void CRenderer::CreateTargets()
 {
-	const u32 samples = m_VertexKind == EVertices::Billboards ? 1 : kEdgeSamples;
+	const bool hasEdges = m_VertexKind == EVertices::Mesh || m_VertexKind == EVertices::Bands;
+	const u32 samples = hasEdges ? kEdgeSamples : 1;
 	if (samples == m_Samples)
 		return;
 	glDeleteFramebuffers(1, &m_LightTarget);
@@ -223,7 +239,18 @@ void CRenderer::SetFrame(const SFrame &frame)
 
 	const SViewTransform view = ViewTransform(frame.m_Camera, float(m_Width) / float(m_Height));
 	SetCamera(ParticleProgram(), view, frame.m_Camera.m_Position);
+	if (m_VertexKind == EVertices::Cloud)
+		SetCloud(frame);
 	CreateTargets();
+}
+
+void CRenderer::SetCloud(const SFrame &frame)
+{
+	m_Cloud.Set(frame.m_Cloud);
+	glProgramUniform2f(m_CloudProgram, glGetUniformLocation(m_CloudProgram, "halfPicture"), 0.5f * float(m_Width),
+		0.5f * float(m_Height));
+	glProgramUniform1f(
+		m_CloudProgram, glGetUniformLocation(m_CloudProgram, "pointRadius"), PointRadius(*frame.m_Cloud));
 }
 
 SDrawn CRenderer::Draw(const std::vector<SDrawCall> &drawCalls)
@@ -259,12 +286,17 @@ void CRenderer::DrawParticles(const std::vector<SDrawCall> &drawCalls)
 	const GLuint program = ParticleProgram();
 	glUseProgram(program);
 	glBindTextureUnit(0, m_Sprites);
-	glBindBufferBase(GL_SHADER_STORAGE_BUFFER, 0, m_VertexBuffer);
+	if (m_VertexKind == EVertices::Cloud)
+		m_Cloud.Bind();
+	else
+		glBindBufferBase(GL_SHADER_STORAGE_BUFFER, 0, m_VertexBuffer);
 	glVertexArrayElementBuffer(m_EmptyVertexArray, m_Ring.Buffer());
 
+	const bool points = m_VertexKind == EVertices::Cloud; // which a shader makes quads of
+	const u32 indicesPerShape = points ? 1 : 3;
 	u32 triangleCount = 0;
 	for (const SDrawCall &drawCall : drawCalls)
-		triangleCount += drawCall.m_IndexCount / 3;
+		triangleCount += drawCall.m_IndexCount / indicesPerShape;
 	SetNumber(program, "colouring", Colouring(m_Colour));
 	SetNumber(program, "triangleCount", triangleCount);
 
@@ -272,10 +304,10 @@ void CRenderer::DrawParticles(const std::vector<SDrawCall> &drawCalls)
 	for (const SDrawCall &drawCall : drawCalls)
 	{
 		SetNumber(program, "firstTriangle", firstTriangle);
-		firstTriangle += drawCall.m_IndexCount / 3;
+		firstTriangle += drawCall.m_IndexCount / indicesPerShape;
 		const GLenum type = BytesPerIndex(drawCall.m_IndexType) == sizeof(u16) ? GL_UNSIGNED_SHORT : GL_UNSIGNED_INT;
 		const u64 offset = m_Ring.Offset() + drawCall.m_OffsetInBytes;
-		glDrawElementsBaseVertex(GL_TRIANGLES, GLsizei(drawCall.m_IndexCount), type,
+		glDrawElementsBaseVertex(points ? GL_POINTS : GL_TRIANGLES, GLsizei(drawCall.m_IndexCount), type,
 			reinterpret_cast<const void *>(offset), GLint(drawCall.m_BaseVertex));
 	}
 }
@@ -296,6 +328,7 @@ void CRenderer::Resolve()
 	SetNumber(m_ResolveProgram, "samples", m_Samples);
 	SetNumber(m_ResolveProgram, "colouring", Colouring(m_Colour));
 	SetNumber(m_ResolveProgram, "mostLayers", m_MostLayers);
+	SetNumber(m_ResolveProgram, "screenColours", m_VertexKind == EVertices::Cloud ? 1 : 0);
 	glUseProgram(m_ResolveProgram);
 	glBindTextureUnit(0, m_LightTexture);
 	glDrawArrays(GL_TRIANGLES, 0, 3);

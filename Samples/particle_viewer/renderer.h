@@ -5,6 +5,7 @@
 
 #include "vx_defs.h"
 
+#include "cloud_buffers.h"
 #include "colour.h"
 #include "index_ring.h"
 #include "picture.h"
@@ -60,6 +61,7 @@ public:
 
 private:
 	u32 ParticleProgram() const;
+	void SetCloud(const SFrame &frame);
 	void CreateTargets();
 	void CreateSprites();
 	void DrawBackground();
@@ -69,7 +71,7 @@ private:
 
 	u32 m_Width = 0;
 	u32 m_Height = 0;
-	u32 m_Samples = 0; // per pixel and axis: meshes and bands have edges to smooth, billboards none
+	u32 m_Samples = 0; // per pixel and axis: meshes and bands have edges to smooth, others none
 
 	u32 m_LightTexture = 0; // light before tone mapping
 	u32 m_LightTarget = 0;
@@ -85,10 +87,13 @@ private:
 	EColour m_Colour = EColour::Light;
 	u32 m_MostLayers = 2;
 
+	CCloudBuffers m_Cloud;
+
 	u32 m_BackgroundProgram = 0;
 	u32 m_BillboardProgram = 0;
 	u32 m_MeshProgram = 0;
 	u32 m_BandProgram = 0;
+	u32 m_CloudProgram = 0;
 	u32 m_ResolveProgram = 0;
 
 	CIndexRing m_Ring;

@@ -8,6 +8,7 @@
 #include "report.h"
 #include "sort_replay.h"
 #include "sort_times.h"
+#include "text.h"
 #include <cinttypes>
 #include <cstdio>
 #include <memory>

@@ -15,6 +15,8 @@ namespace
 		const SArguments &arguments = report.m_Arguments;
 		std::printf("scene           %s, seed %u, %u frames of %u x %u pixels\n", arguments.m_Scene->m_Name,
 			arguments.m_Seed, arguments.m_FrameCount, arguments.m_Width, arguments.m_Height);
+		if (!arguments.m_Scene->m_Source.empty())
+			std::printf("source          %s\n", arguments.m_Scene->m_Source.c_str());
 		std::printf("driver          %s\n", report.m_Driver.c_str());
 		std::printf("particles       %s\n", Grouped(report.m_ParticleCount).c_str());
 		std::printf("pages           %u, %u with disabled particles, %u empty\n", report.m_PageCount,
@@ -65,16 +67,7 @@ namespace
 			PrintCauses(picture);
 		}
 	}
-
 } // namespace
-
-std::string Grouped(u64 number)
-{
-	std::string text = std::to_string(number);
-	for (size_t at = text.size(); at > 3; at -= 3)
-		text.insert(at - 3, ",");
-	return text;
-}
 
 void PrintTimes(const SSortTimes &times, u32 particleCount)
 {

@@ -46,8 +46,6 @@ void Print(const SReport &report);
 
 // Parts of the table that other runs have too.
 
-/// With commas between thousands.
-std::string Grouped(u64 number);
 void PrintTimes(const SSortTimes &times, u32 particleCount);
 void PrintLibraryReports(u32 assertionCount, const std::vector<std::string> &slowPaths);
 } // namespace Viewer

@@ -46,11 +46,14 @@ struct SBandVertex
 };
 static_assert(sizeof(SBandVertex) == 32, "two vectors of the shader's layout");
 
+struct SPointCloud;
+
 enum class EVertices
 {
 	Billboards,
 	Mesh,
-	Bands
+	Bands,
+	Cloud
 };
 
 /// One frame. Everything viewed stays valid until the scene advances or is asked for another frame.
@@ -73,6 +76,10 @@ struct SFrame
 	TMemoryView<const CTriangleSorter::CIndexPattern> m_PagePatterns;
 	TMemoryView<const u32> m_PageVerticesPerParticle;
 
+	/// A value per particle for the order ByProperty, where the scene has one to sort by: a particle is one primitive
+	/// then, and none is disabled.
+	CTriangleSorter::CSortKeyPages m_SortValues;
+
 	/// The middle of every triangle, for a scene that can be sorted by them: three vertices of its own each, in
 	/// storage order.
 	TMemoryView<const CFloat3> m_TriangleCentres;
@@ -82,6 +89,7 @@ struct SFrame
 	TMemoryView<const SBillboard> m_Billboards;
 	TMemoryView<const SMeshVertex> m_MeshVertices;
 	TMemoryView<const SBandVertex> m_BandVertices;
+	const SPointCloud *m_Cloud = null; ///< A vertex per point. The same cloud has the same points.
 	u32 m_VertexCount = 0;
 };
 
@@ -92,6 +100,7 @@ enum class EOrder
 	ByPosition, ///< Sorted by the distance keys that the sorter makes from positions.
 	ByValue,    ///< Sorted by values of 0 - squared distance, quads inside a particle as well.
 	WholeTubes, ///< The same, but quads inside a particle lie as the pattern has them.
+	ByProperty, ///< Sorted by the scene's own values.
 	ByTriangle  ///< Triangle by triangle, by the distance of their middles.
 };
 

@@ -20,18 +20,29 @@ namespace
 	const char *const kTubes =
 		"tubes of fire that turn to smoke, fifteen quads each: tubes sorted, and the quads inside each\n"
 		"unsorted.png, whole_tubes.png, sorted.png, comparison.png";
+
+	std::vector<SSceneKind> &Kinds()
+	{
+		static std::vector<SSceneKind> kinds = {
+			{"smoke",      100000, 2500000, CreateSmokeScene,      kSmoke     },
+			{"debris",     1200,   200000,  CreateDebrisScene,     kDebris    },
+			{"interleave", 26,     400,     CreateInterleaveScene, kInterleave},
+			{"sparks",     14000,  2000000, CreateSparksScene,     kSparks    },
+			{"tubes",      100,    50000,   CreateTubesScene,      kTubes     },
+		};
+		return kinds;
+	}
 } // namespace
 
 const std::vector<SSceneKind> &SceneKinds()
 {
-	static const std::vector<SSceneKind> kKinds = {
-		{"smoke",      100000, 2500000, CreateSmokeScene,      kSmoke     },
-		{"debris",     1200,   200000,  CreateDebrisScene,     kDebris    },
-		{"interleave", 26,     400,     CreateInterleaveScene, kInterleave},
-		{"sparks",     14000,  2000000, CreateSparksScene,     kSparks    },
-		{"tubes",      100,    50000,   CreateTubesScene,      kTubes     },
-	};
-	return kKinds;
+	return Kinds();
+}
+
+const SSceneKind *AddSceneKind(const SSceneKind &kind)
+{
+	Kinds().push_back(kind);
+	return &Kinds().back();
 }
 
 const SSceneKind *FindSceneKind(const std::string &name)

@@ -5,6 +5,7 @@
 #include "vx_defs.h"
 
 #include "scene.h"
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -18,12 +19,15 @@ struct SSceneKind
 	const char *m_Name;
 	u32 m_ParticleCount;    ///< Unless another is asked for.
 	u32 m_MaxParticleCount; ///< What the scene's pages, vertices and 32-bit byte sizes leave room for.
-	std::unique_ptr<IScene> (*m_Create)(u32 particleCount, u32 seed);
-	const char *m_Details; ///< Lines of --help.
+	std::function<std::unique_ptr<IScene>(u32 particleCount, u32 seed)> m_Create;
+	const char *m_Details;     ///< Lines of --help.
+	std::string m_Source = {}; ///< Of a scene out of a file, where it comes from.
 };
 
 /// The first one is shown unless another is asked for.
 const std::vector<SSceneKind> &SceneKinds();
+/// Adds one to choose from, and returns it. Pointers to others are no longer valid.
+const SSceneKind *AddSceneKind(const SSceneKind &kind);
 /// Null where no scene has this name.
 const SSceneKind *FindSceneKind(const std::string &name);
 /// "a, b or c".

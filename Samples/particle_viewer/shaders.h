@@ -186,6 +186,7 @@ uniform sampler2D lightBuffer;
 uniform int samples;
 uniform int colouring;
 uniform int mostLayers;
+uniform bool screenColours; // what was drawn is no light, but what a screen shows
 in vec2 screen;
 out vec4 picture;
 
@@ -209,7 +210,7 @@ void main()
 			if (colouring == 2)
 				sum += texel.r > 0.0 ? Ramp(log2(texel.r) / log2(float(mostLayers))) : vec3(0.0);
 			else
-				sum += colouring == 1 ? texel : ToneMap(rim * texel);
+				sum += colouring == 1 || screenColours ? texel : ToneMap(rim * texel);
 		}
 	vec3 mean = sum / float(samples * samples);
 	float noise = fract(52.9829189 * fract(dot(vec2(pixel), vec2(0.06711056, 0.00583715))));

@@ -231,6 +231,12 @@ void CFrameSorter::SetPages(const SFrame &frame, EOrder order, const SDrawCall &
 			drawCall.m_ParticleCount, frame.m_Camera.m_Position);
 		return;
 	}
+	if (order == EOrder::ByProperty)
+	{
+		m_Sorter.Setup_InputPageCache(
+			frame.m_SortValues.Slice(first, count), enableds, rendered, drawCall.m_ParticleCount);
+		return;
+	}
 	const TMemoryView<const TStridedMemoryView<const float>> pages(m_ValuePages.data(), u32(m_ValuePages.size()));
 	m_Sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(pages).Slice(first, count), enableds, rendered,
 		drawCall.m_ParticleCount, frame.m_Camera.m_Position);

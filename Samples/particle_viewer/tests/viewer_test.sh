@@ -2,7 +2,7 @@
 # Runs the viewer as a user does and looks at what it prints and writes.
 #
 #   viewer_test.sh VIEWER CASE      CASE: smoke, same_seed, index_types, debris, sparks,
-#                                   tubes, interleave, colours, trace, capture, help or wrong_use
+#                                   tubes, interleave, splats, points, colours, trace, capture, help or wrong_use
 set -euo pipefail
 
 viewer=$1
@@ -236,11 +236,61 @@ capture()
 	refused --replay "$viewer"
 }
 
+# A file that make_cloud, which lies beside the viewer, has written.
+cloud()
+{
+	"$(dirname "$viewer")/make_cloud" "$@" "$folder/cloud"
+}
+
+splats()
+{
+	cloud knot 20000 splat-ply
+	run --ply "$folder/cloud" --out "$folder/out"
+	expect_only comparison.png sorted.png unsorted.png
+	expect_sound 1
+	expect "$(mean_of sorted.png) <= 0.05" "a sorted picture is the exact one, but for equal keys"
+	expect "$(mean_of unsorted.png) >= 2" "an unsorted picture is plainly wrong"
+	figure 'draw calls' | grep -q '^1, 20,000 indices of 32 bits$' || fail "not an index per splat"
+	local first
+	first=$(figure 'index hash')
+	run --ply "$folder/cloud" --index-type 16
+	[ "$(figure 'index hash')" = "$first" ] || fail "16 and 32 bits give other orders"
+	cloud knot 20000 splat
+	run --splat "$folder/cloud"
+	[ "$(figure 'index hash')" = "$first" ] || fail "the same splats in another format, another order"
+	for colour in order overdraw error; do
+		run --splat "$folder/cloud" --colour $colour
+	done
+	run --splat "$folder/cloud" --particles 500
+	[ "$(figure particles)" = 500 ] || fail "not as many splats as asked for"
+}
+
+points()
+{
+	cloud galaxy 20000 ascii
+	run --ply "$folder/cloud"
+	expect_sound 1
+	expect "$(mean_of sorted.png) <= 0.05" "a sorted picture is the exact one, but for equal keys"
+	expect "$(mean_of unsorted.png) >= 1" "an unsorted picture is plainly wrong"
+	local first
+	first=$(figure 'index hash')
+	for format in little big; do
+		cloud galaxy 20000 $format
+		run --ply "$folder/cloud"
+		[ "$(figure 'index hash')" = "$first" ] || fail "the same points in another format, another order"
+	done
+	run --ply "$folder/cloud" --sort-by age
+	[ "$(figure 'index hash')" != "$first" ] || fail "sorted by a property, the order of distance"
+	expect_sound 1
+	figure unsorted.png | awk '{ exit !($5 > 0) }' || fail "the file lies in order of the property already"
+	figure sorted.png | awk '{ exit !($5 == 0) }' || fail "not in order of the property"
+}
+
 help()
 {
 	"$viewer" --help >"$figures" 2>"$complaint" || fail "--help fails"
 	[ ! -s "$complaint" ] || fail "--help complains"
-	for option in --scene --particles --frames --seed --width --height --index-type --colour --out --trace --capture --replay --window --help; do
+	for option in --scene --ply --splat --sort-by --particles --frames --seed --width --height --index-type --colour --out --trace --capture --replay --window --help; do
 		grep -q -- "$option" "$figures" || fail "--help is silent about $option"
 	done
 }
@@ -287,6 +337,22 @@ wrong_use()
 	refused --out /dev/null
 	refused --out /dev/null/pictures
 	refused --out /proc/pictures
+	refused "${out[@]}" --sort-by x
+	refused "${out[@]}" --ply ''
+	refused "${out[@]}" --ply "$folder/missing.ply"
+	refused "${out[@]}" --ply "$folder"
+	refused "${out[@]}" --ply /dev/null
+	printf 'a text\n' >"$folder/cloud"
+	refused "${out[@]}" --ply "$folder/cloud"
+	refused "${out[@]}" --splat "$folder/cloud"
+	cloud knot 100 little
+	refused "${out[@]}" --ply "$folder/cloud" --sort-by nothing
+	refused "${out[@]}" --ply "$folder/cloud" --scene smoke
+	refused "${out[@]}" --ply "$folder/cloud" --splat "$folder/cloud"
+	refused "${out[@]}" --ply "$folder/cloud" --particles 101
+	refused "${out[@]}" --splat "$folder/cloud"
+	truncate -s -1 "$folder/cloud"
+	refused "${out[@]}" --ply "$folder/cloud"
 	__EGL_VENDOR_LIBRARY_FILENAMES=/nonexistent refused "${out[@]}"
 	refused "${out[@]}" --scene interleave --particles 100 --index-type 16 --frames 1
 	refused "${out[@]}" --scene tubes --particles 3000 --index-type 16 --frames 1
@@ -294,7 +360,7 @@ wrong_use()
 }
 
 case ${2:-} in
-smoke | same_seed | index_types | debris | sparks | tubes | interleave | colours) "$2" ;;
+smoke | same_seed | index_types | debris | sparks | tubes | interleave | splats | points | colours) "$2" ;;
 trace | capture | help | wrong_use) "$2" ;;
 *) fail "there is no case '${2:-}'" ;;
 esac

@@ -1,0 +1,122 @@
+#include "file_scene.h"
+
+#include "deterministic.h"
+#include "failure.h"
+#include "mapped_file.h"
+#include "point_cloud.h"
+#include "text.h"
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+
+namespace Viewer
+{
+namespace
+{
+	constexpr u32 kPointsPerPage = 16384; // 16-bit indices reach every point of a page
+
+	class CFileScene final : public IScene
+	{
+	public:
+		CFileScene(const std::shared_ptr<const SPointCloud> &cloud, u32 pointCount)
+			: m_Cloud(cloud)
+			, m_PointCount(pointCount)
+		{
+			for (u32 first = 0; first < pointCount; first += kPointsPerPage)
+				AddPage(first, std::min(kPointsPerPage, pointCount - first));
+		}
+
+		u32 WarmUpStepCount() const override { return 0; }
+
+		void Advance() override { ++m_Step; }
+
+		SFrame Frame() override
+		{
+			const u32 pageCount = u32(m_Counts.size());
+			SFrame frame;
+			frame.m_Camera = Camera();
+			frame.m_Positions = CPages<CFloat3>(m_Positions.data(), pageCount);
+			frame.m_Enableds = CPages<u8>(m_Enableds.data(), pageCount);
+			frame.m_SortValues = CPages<float>(m_SortValues.data(), u32(m_SortValues.size()));
+			frame.m_RenderedCounts = TMemoryView<const u32>(m_Counts.data(), pageCount);
+			frame.m_ParticleCount = m_PointCount;
+			frame.m_IndexPattern = TMemoryView<u32>(m_Pattern, 1);
+			frame.m_VerticesPerParticle = 1;
+			frame.m_VertexKind = EVertices::Cloud;
+			frame.m_Cloud = m_Cloud.get();
+			frame.m_VertexCount = m_PointCount;
+			return frame;
+		}
+
+		// No page has disabled points: positions are right.
+		std::vector<SPictureOfOrder> Pictures() const override
+		{
+			const SPictureOfOrder byPosition = {EOrder::ByPosition, "sorted.png", "sorted by distance"};
+			const SPictureOfOrder byProperty = {EOrder::ByProperty, "sorted.png", "sorted by a property"};
+			return {
+				{EOrder::Storage, "unsorted.png", "as in the file"},
+				m_Cloud->m_SortValues.empty() ? byPosition : byProperty
+            };
+		}
+
+	private:
+		template<typename _Element>
+		using CPages = TMemoryView<const TStridedMemoryView<const _Element>>;
+
+		void AddPage(u32 first, u32 count)
+		{
+			m_Counts.push_back(count);
+			m_Positions.push_back(TMemoryView<const CFloat3>(m_Cloud->m_Positions.data() + first, count));
+			m_Enableds.emplace_back(); // none is disabled
+			if (!m_Cloud->m_SortValues.empty())
+				m_SortValues.push_back(TMemoryView<const float>(m_Cloud->m_SortValues.data() + first, count));
+		}
+
+		SCamera Camera() const
+		{
+			constexpr float kDistance = 2.6f;
+			const float turns = float(m_Step) / 240.0f;
+			SCamera camera;
+			camera.m_Position =
+				CFloat3(kDistance * SineOfTurns(turns), 0.38f * kDistance, kDistance * CosineOfTurns(turns));
+			return camera;
+		}
+
+		std::shared_ptr<const SPointCloud> m_Cloud;
+		u32 m_PointCount;
+		u32 m_Step = 0;
+
+		u32 m_Pattern[1] = {0};
+		std::vector<u32> m_Counts;
+		std::vector<TStridedMemoryView<const CFloat3>> m_Positions;
+		std::vector<TStridedMemoryView<const u8>> m_Enableds;
+		std::vector<TStridedMemoryView<const float>> m_SortValues;
+	};
+} // namespace
+
+SSceneKind ReadFileScene(const std::string &path, EFileFormat format, const std::string &sortBy)
+{
+	const CMappedFile file(path);
+	const auto start = std::chrono::steady_clock::now();
+	SSceneKind kind = {};
+	try
+	{
+		const auto cloud = std::make_shared<const SPointCloud>(
+			format == EFileFormat::Ply ? ReadPlyCloud(file.Bytes(), sortBy) : ReadSplatCloud(file.Bytes(), sortBy));
+		kind.m_Name = cloud->m_Shapes.empty() ? "points" : "splats";
+		kind.m_ParticleCount = u32(cloud->m_Positions.size());
+		kind.m_MaxParticleCount = kind.m_ParticleCount;
+		kind.m_Create = [cloud](u32 pointCount, u32) { return std::make_unique<CFileScene>(cloud, pointCount); };
+		kind.m_Details = "";
+	}
+	catch (const CFailure &failure)
+	{
+		throw CFailure("The file " + Quoted(path) + ", " + failure.what());
+	}
+	const std::chrono::duration<double> duration = std::chrono::steady_clock::now() - start;
+	char seconds[32];
+	std::snprintf(seconds, sizeof(seconds), "%.2f", duration.count());
+	kind.m_Source = Quoted(path) + ", " + Grouped(file.Bytes().size()) + " bytes read in " + seconds + " s";
+	return kind;
+}
+} // namespace Viewer
