@@ -97,9 +97,12 @@ public:
 		u32 *const histogram1 = rawHistograms + _HistogramStride;
 		u32 *const histogram2 = rawHistograms + 2 * _HistogramStride;
 
-		for (s32 i = 0; i < s32(elementCount); ++i)
+		auto *const records = &*first;
+		auto *const sorted = &*output;
+
+		for (u32 i = 0; i < elementCount; ++i)
 		{
-			const u32 key = keyExtractor.ExtractKey(first[i]);
+			const u32 key = keyExtractor.ExtractKey(records[i]);
 			++histogram0[_Digit<0>(key)];
 			++histogram1[_Digit<1>(key)];
 			++histogram2[_Digit<2>(key)];
@@ -109,9 +112,9 @@ public:
 		SumCounters<_BaseBits>(histogram1);
 		SumCounters<_LastBits>(histogram2);
 
-		_Scatter<0>(first, output, elementCount, histogram0, keyExtractor);
-		_Scatter<1>(output, first, elementCount, histogram1, keyExtractor);
-		_Scatter<2>(first, output, elementCount, histogram2, keyExtractor);
+		_Scatter<0>(records, sorted, elementCount, histogram0, keyExtractor);
+		_Scatter<1>(sorted, records, elementCount, histogram1, keyExtractor);
+		_Scatter<2>(records, sorted, elementCount, histogram2, keyExtractor);
 	}
 
 	/// Replaces 2^_Bitcount counters by their exclusive prefix sums: counts of a digit become its first
@@ -157,39 +160,78 @@ private:
 	// From about this many records on the buffers outgrow the caches, and where a record goes is fetched while the ones
 	// before it move. Below, the fetches cost more than they save.
 	static constexpr u32 kMinPrefetchCount = 3u << 18;
-	static constexpr s32 kPrefetchDistance = 64;
+	static constexpr u32 kPrefetchDistance = 64;
 
-	// Moves the records to their digits' positions. Reading in order and post-incrementing keeps equal digits in order.
-	template<u32 _Pass, typename _KeyExtractor, typename _Iterator>
-	static void _Scatter(_Iterator source,
-		_Iterator destination,
+	// Moves the records to their digits' positions. Reading in order and advancing a position with every record keeps
+	// equal digits in order.
+	template<u32 _Pass, typename _Record, typename _KeyExtractor>
+	static void _Scatter(const _Record *__restrict source,
+		_Record *__restrict destination,
 		u32 elementCount,
 		u32 *__restrict positions,
 		const _KeyExtractor &keyExtractor)
 	{
-		const auto digitOf = [&](s32 element) { return _Digit<_Pass>(keyExtractor.ExtractKey(source[element])); };
-		const auto movePair = [&](s32 element)
+		// The top digits of distances, sign, exponent and a bit, are few: a position is asked for again before its
+		// store has reached the cache. Four records take theirs together there, and wait once instead of four times.
+		constexpr u32 kTogether = _Pass == 2 ? 4 : 1;
+		constexpr u32 kStep = _Pass == 2 ? 4 : 2;
+		const auto moveStep = [&](u32 i)
 		{
-			const u32 digit0 = digitOf(element);
-			const u32 digit1 = digitOf(element + 1);
-			destination[s32(positions[digit0]++)] = source[element];
-			destination[s32(positions[digit1]++)] = source[element + 1];
+			for (u32 k = 0; k < kStep; k += kTogether)
+				_Move<_Pass, kTogether>(source + i + k, destination, positions, keyExtractor);
 		};
 
-		s32 i = 0;
+		u32 i = 0;
 		if (elementCount >= kMinPrefetchCount)
 		{
-			for (; i + kPrefetchDistance + 1 < s32(elementCount); i += 2)
+			for (; i + kPrefetchDistance + kStep <= elementCount; i += kStep)
 			{
-				__builtin_prefetch(&destination[s32(positions[digitOf(i + kPrefetchDistance)])], 1);
-				__builtin_prefetch(&destination[s32(positions[digitOf(i + kPrefetchDistance + 1)])], 1);
-				movePair(i);
+				for (u32 ahead = i + kPrefetchDistance; ahead < i + kPrefetchDistance + kStep; ++ahead)
+				{
+					const u32 digit = _Digit<_Pass>(keyExtractor.ExtractKey(source[ahead]));
+					__builtin_prefetch(&destination[positions[digit]], 1);
+				}
+				moveStep(i);
 			}
 		}
-		for (; i + 1 < s32(elementCount); i += 2)
-			movePair(i);
-		if (i < s32(elementCount))
-			destination[s32(positions[digitOf(i)]++)] = source[i];
+		for (; i + kStep <= elementCount; i += kStep)
+			moveStep(i);
+		for (; i < elementCount; ++i)
+			_Move<_Pass, 1>(source + i, destination, positions, keyExtractor);
+	}
+
+	// Moves _Count records, whose digits are equal or not in any combination: each position is read as it was before the
+	// first of them, a record goes beyond those before it with its digit, and the last of them leaves the next position.
+	template<u32 _Pass, u32 _Count, typename _Record, typename _KeyExtractor>
+	static VX_INLINE void _Move(const _Record *__restrict source,
+		_Record *__restrict destination,
+		u32 *__restrict positions,
+		const _KeyExtractor &keyExtractor)
+	{
+		static_assert(std::is_trivially_copyable_v<_Record>, "records are moved as bytes");
+		// g++ moves a structure of two numbers number by number, unless told that it is one word.
+		typedef std::conditional_t<sizeof(_Record) == sizeof(u64), u64, _Record> Word;
+
+		Word words[_Count];
+		u32 digits[_Count];
+		for (u32 k = 0; k < _Count; ++k)
+		{
+			std::memcpy(&words[k], source + k, sizeof(_Record));
+			_Record record;
+			std::memcpy(&record, &words[k], sizeof(_Record));
+			digits[k] = _Digit<_Pass>(keyExtractor.ExtractKey(record));
+		}
+		u32 places[_Count];
+		for (u32 k = 0; k < _Count; ++k)
+		{
+			places[k] = positions[digits[k]];
+			for (u32 before = 0; before < k; ++before)
+				places[k] += digits[before] == digits[k];
+		}
+		for (u32 k = 0; k < _Count; ++k)
+			positions[digits[k]] = places[k] + 1;
+		for (u32 k = 0; k < _Count; ++k)
+			std::memcpy(destination + places[k], &words[k], sizeof(_Record));
 	}
 };
 
