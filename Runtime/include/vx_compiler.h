@@ -11,6 +11,9 @@
 #define VX_LIKELY(...) __builtin_expect(!!(__VA_ARGS__), 1)
 #define VX_UNLIKELY(...) __builtin_expect(!!(__VA_ARGS__), 0)
 
+/// Compiles one function for processors with AVX2, whatever the rest is compiled for. Who calls it asks kr_cpu.h before.
+#define VX_TARGET_AVX2 __attribute__((target("avx2")))
+
 /// The full signature of the enclosing function.
 #define VX_FUNCTION __PRETTY_FUNCTION__
 

@@ -1,6 +1,8 @@
 // Fuzzes both sort entry points: the input describes a draw call, which is laid out between guard pages, sorted, and
 // compared with the reference model to the last byte, report and warning.
 
+#include "kr_cpu.h"
+
 #include "byte_reader.h"
 #include "decoded_input.h"
 #include "host_float_mode.h"
@@ -11,6 +13,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
+	Vexmoor::Cpu::AllowAvx2(size % 2 == 0); // both paths see every input sooner or later
 	Fuzz::CByteReader reader(data, size);
 	const Fuzz::SHost host = Fuzz::ReadHost(reader);
 	const Model::SScene scene = Fuzz::ReadScene(reader);

@@ -8,6 +8,7 @@
 
 #include "ge_mesh_triangle_sorter.h"
 
+#include "kr_cpu.h"
 #include "kr_log_unique.h"
 #include "kr_sort.h"
 
@@ -464,6 +465,18 @@ int main(int argc, char **argv)
 	CCorpus corpus(printEach);
 	RunAll(corpus);
 	std::printf("%s\n", corpus.Text().c_str());
+
+	if (Cpu::UsesAvx2())
+	{
+		Cpu::AllowAvx2(false);
+		CCorpus narrow(printEach);
+		RunAll(narrow);
+		if (narrow.Text() != corpus.Text())
+		{
+			std::fprintf(stderr, "Without AVX2 this build writes other bits: %s.\n", narrow.Text().c_str());
+			return 1;
+		}
+	}
 
 	if (*argument != 0 && !printEach)
 	{

@@ -6,6 +6,7 @@
 #include "simd/sse/simd_vector.h"
 #include "vx_assert.h"
 
+#include "kr_cpu.h"
 #include "kr_log_unique.h"
 #include "kr_mem.h"
 #include "kr_profiler.h"
@@ -15,6 +16,7 @@
 #include "include/pv_depth_keys.h"
 #include "include/pv_expand_lanes.h"
 #include "include/pv_fill_lanes.h"
+#include "include/pv_fill_lanes_avx2.h"
 #include "include/pv_mesh_triangle_sorter.h"
 
 #include <algorithm>
@@ -126,17 +128,17 @@ template<bool _Aligned, typename _VertexBases>
 static VX_INLINE void FillGroupsByValue(
 	SIndexAndDepth *packedPtr, const u8 *valuePtr, u32 groupCount, _VertexBases &vertexBases)
 {
-	vertexBases.BeginGroups();
+	typename _VertexBases::Fours bases4(vertexBases);
 	for (u32 group = 0; group < groupCount; ++group)
 	{
 		const Float4 values = _Aligned ? Float4::LoadAligned16(valuePtr) : Float4::LoadUnaligned(valuePtr);
 		__m128i keys = SValueKey::FromLanes(values.Integers());
-		const __m128i bases = vertexBases.template Next4<SValueKey>(keys);
+		const __m128i bases = bases4.template Next<SValueKey>(keys);
 		StoreGroup<_VertexBases::kUpperPairFirst, _Aligned>(packedPtr, keys, bases);
 		packedPtr += kRecordsPerGroup;
 		valuePtr += kRecordsPerGroup * sizeof(float);
 	}
-	vertexBases.EndGroups(groupCount);
+	vertexBases.Skip(groupCount * kRecordsPerGroup);
 }
 
 template<typename _VertexBases>
@@ -185,29 +187,26 @@ static void FillByValue(const TMemoryView<SIndexAndDepth> &outList,
 	}
 }
 
-// The camera's coordinates, each splatted over four lanes, and as one vector for the positions that come alone.
-struct SCamera
+template<typename _Positions, typename _VertexBases>
+static void FillFoursByDistance(SIndexAndDepth *packedPtr,
+	const u8 *srcPos,
+	u32 srcStride,
+	u32 groupCount,
+	const SCamera &camera,
+	const _VertexBases &vertexBases)
 {
-	__m128 xxxx, yyyy, zzzz, xyz0;
-
-	explicit VX_INLINE SCamera(const CFloat3 &position)
-		: xyz0(LoadFloat3(position.Data()))
+	typename _VertexBases::Fours bases4(vertexBases);
+	for (u32 group = 0; group < groupCount; ++group)
 	{
-		xxxx = SplatLane<0>(xyz0);
-		yyyy = SplatLane<1>(xyz0);
-		zzzz = SplatLane<2>(xyz0);
+		__m128 x, y, z;
+		_Positions::Load4(srcPos, srcStride, x, y, z);
+		__m128i keys = SDistanceKey::FromLanes(camera.SquaredDistancesTo(x, y, z));
+		const __m128i bases = bases4.template Next<SDistanceKey>(keys);
+		StoreGroup<_VertexBases::kUpperPairFirst, true>(packedPtr, keys, bases);
+		packedPtr += kRecordsPerGroup;
+		srcPos += kRecordsPerGroup * ureg(srcStride);
 	}
-
-	VX_INLINE __m128 SquaredDistancesTo(__m128 x, __m128 y, __m128 z) const
-	{
-		return SquaredLength(_mm_sub_ps(x, xxxx), _mm_sub_ps(y, yyyy), _mm_sub_ps(z, zzzz));
-	}
-	// In lane 0, to 12 bytes of a position.
-	VX_INLINE __m128 SquaredDistanceTo(const void *position) const
-	{
-		return SquaredLengthOfOne(_mm_sub_ps(LoadFloat3(position), xyz0));
-	}
-};
+}
 
 template<typename _Positions, typename _VertexBases>
 static VX_INLINE void FillGroupsByDistance(SIndexAndDepth *packedPtr,
@@ -217,18 +216,22 @@ static VX_INLINE void FillGroupsByDistance(SIndexAndDepth *packedPtr,
 	const SCamera &camera,
 	_VertexBases &vertexBases)
 {
-	vertexBases.BeginGroups();
-	for (u32 group = 0; group < groupCount; ++group)
+	if constexpr (_Positions::kHasEights)
 	{
-		__m128 x, y, z;
-		_Positions::Load4(srcPos, srcStride, x, y, z);
-		__m128i keys = SDistanceKey::FromLanes(camera.SquaredDistancesTo(x, y, z));
-		const __m128i bases = vertexBases.template Next4<SDistanceKey>(keys);
-		StoreGroup<_VertexBases::kUpperPairFirst, true>(packedPtr, keys, bases);
-		packedPtr += kRecordsPerGroup;
-		srcPos += kRecordsPerGroup * ureg(srcStride);
+		const u32 eightCount = groupCount / 2;
+		if (eightCount != 0 && Cpu::UsesAvx2())
+		{
+			const u32 recordCount = eightCount * 2 * kRecordsPerGroup;
+			FillEightsByDistance<typename _Positions::Eights>(
+				packedPtr, srcPos, srcStride, eightCount, camera, vertexBases);
+			vertexBases.Skip(recordCount);
+			packedPtr += recordCount;
+			srcPos += recordCount * ureg(srcStride);
+			groupCount -= eightCount * 2;
+		}
 	}
-	vertexBases.EndGroups(groupCount);
+	FillFoursByDistance<_Positions>(packedPtr, srcPos, srcStride, groupCount, camera, vertexBases);
+	vertexBases.Skip(groupCount * kRecordsPerGroup);
 }
 
 template<typename _VertexBases>
@@ -1226,16 +1229,16 @@ static void WriteTriangleBlock(
 {
 	CVertexBases_Sequence triangles(firstTriangle, trianglePerPrimitive);
 	const u32 groupCount = primCount / kRecordsPerGroup;
-	triangles.BeginGroups();
+	CVertexBases_Sequence::Fours triangles4(triangles);
 	for (u32 group = 0; group < groupCount; ++group)
 	{
 		Float4 keys, indices;
 		LoadGroup<_SourceAligned>(particles, keys, indices);
-		StoreGroup<false, _DestinationAligned>(dst, keys.Integers(), triangles.Next4());
+		StoreGroup<false, _DestinationAligned>(dst, keys.Integers(), triangles4.Next());
 		particles += kRecordsPerGroup;
 		dst += kRecordsPerGroup;
 	}
-	triangles.EndGroups(groupCount);
+	triangles.Skip(groupCount * kRecordsPerGroup);
 
 	for (u32 left = primCount % kRecordsPerGroup; left != 0; --left)
 		*dst++ = {(particles++)->m_Depth, triangles.Next()};

@@ -27,9 +27,37 @@ static VX_INLINE void Transpose4x3_Unpack(__m128 a, __m128 b, __m128 c, __m128 &
 	z = _mm_shuffle_ps(y0z0y1z1, c, _MM_SHUFFLE(3, 0, 3, 1));
 }
 
-// Ways to bring the next four positions into lanes. None reads beyond the fourth position's 12th byte.
+// The camera's coordinates, each splatted over four lanes, and as one vector for the positions that come alone.
+struct SCamera
+{
+	__m128 xxxx, yyyy, zzzz, xyz0;
+
+	explicit VX_INLINE SCamera(const CFloat3 &position)
+		: xyz0(LoadFloat3(position.Data()))
+	{
+		xxxx = SplatLane<0>(xyz0);
+		yyyy = SplatLane<1>(xyz0);
+		zzzz = SplatLane<2>(xyz0);
+	}
+
+	VX_INLINE __m128 SquaredDistancesTo(__m128 x, __m128 y, __m128 z) const
+	{
+		return SquaredLength(_mm_sub_ps(x, xxxx), _mm_sub_ps(y, yyyy), _mm_sub_ps(z, zzzz));
+	}
+	// In lane 0, to 12 bytes of a position.
+	VX_INLINE __m128 SquaredDistanceTo(const void *position) const
+	{
+		return SquaredLengthOfOne(_mm_sub_ps(LoadFloat3(position), xyz0));
+	}
+};
+
+// Ways to bring the next four positions into lanes, and the next eight for processors that have the lanes. None reads beyond
+// the last one's 12th byte.
 struct SPositions_PackedAligned
 {
+	static constexpr bool kHasEights = true;
+	typedef struct SPositions8_Packed Eights;
+
 	static VX_INLINE void Load4(const u8 *src, u32, __m128 &x, __m128 &y, __m128 &z)
 	{
 		Transpose4x3_Unpack(Float4::LoadAligned16(src, 0).Floats(), Float4::LoadAligned16(src, 16).Floats(),
@@ -39,6 +67,9 @@ struct SPositions_PackedAligned
 
 struct SPositions_PackedUnaligned
 {
+	static constexpr bool kHasEights = true;
+	typedef struct SPositions8_Packed Eights;
+
 	static VX_INLINE void Load4(const u8 *src, u32, __m128 &x, __m128 &y, __m128 &z)
 	{
 		Transpose4x3_Unpack(Float4::LoadUnaligned(src, 0).Floats(), Float4::LoadUnaligned(src, 16).Floats(),
@@ -50,6 +81,9 @@ struct SPositions_PackedUnaligned
 // inside the one before, because after the last position the memory may end.
 struct SPositions_Gathered
 {
+	static constexpr bool kHasEights = true;
+	typedef struct SPositions8_Gathered Eights;
+
 	static VX_INLINE void Load4(const u8 *src, u32 stride, __m128 &x, __m128 &y, __m128 &z)
 	{
 		const __m128 p0 = Float4::LoadUnaligned(src).Floats();
@@ -70,6 +104,8 @@ struct SPositions_Gathered
 // A virtual view: one position for all.
 struct SPositions_Repeated
 {
+	static constexpr bool kHasEights = false;
+
 	static VX_INLINE void Load4(const u8 *src, u32, __m128 &x, __m128 &y, __m128 &z)
 	{
 		const __m128 xyz = LoadFloat3(src);
@@ -79,7 +115,9 @@ struct SPositions_Repeated
 	}
 };
 
-// Where vertex bases come from; the loops that ask for them are written once. Both count records, never particles.
+// Where vertex bases come from; the loops that ask for them are written once. Records ask one by one, by Next, or in
+// groups of four: through Fours, which starts where Next would, and after which Skip catches up. Eights are groups for
+// processors with wider lanes. All count records, never particles.
 //
 // A sequence: record k has the base start + k * increment. A group of four is stored in the order 2, 3, 0, 1, which
 // shows in the order of equal keys after a stable sort, and is kept for it.
@@ -94,6 +132,9 @@ public:
 	{
 	}
 
+	VX_INLINE u32 Start() const { return m_Next; }
+	VX_INLINE u32 Increment() const { return m_Increment; }
+
 	VX_INLINE u32 Next()
 	{
 		const u32 base = m_Next;
@@ -105,32 +146,41 @@ public:
 	{
 		return Next();
 	}
+	VX_INLINE void Skip(u32 recordCount) { m_Next += recordCount * m_Increment; }
 
-	// Groups are asked for between Begin and End, which hears how many there were.
-	VX_INLINE void BeginGroups()
+	class Fours
 	{
-		m_Counters = _mm_setr_epi32(
-			s32(m_Next), s32(m_Next + m_Increment), s32(m_Next + 2 * m_Increment), s32(m_Next + 3 * m_Increment));
-		m_Step = Splat(kRecordsPerGroup * m_Increment);
-	}
-	VX_INLINE __m128i Next4()
-	{
-		const __m128i bases = m_Counters;
-		m_Counters = _mm_add_epi32(m_Counters, m_Step);
-		return bases;
-	}
-	template<typename _Key>
-	VX_INLINE __m128i Next4(__m128i &)
-	{
-		return Next4();
-	}
-	VX_INLINE void EndGroups(u32 groupCount) { m_Next += groupCount * kRecordsPerGroup * m_Increment; }
+	public:
+		explicit VX_INLINE Fours(const CVertexBases_Sequence &bases)
+		{
+			const u32 start = bases.m_Next;
+			const u32 increment = bases.m_Increment;
+			m_Counters = _mm_setr_epi32(
+				s32(start), s32(start + increment), s32(start + 2 * increment), s32(start + 3 * increment));
+			m_Step = Splat(kRecordsPerGroup * increment);
+		}
+
+		VX_INLINE __m128i Next()
+		{
+			const __m128i bases = m_Counters;
+			m_Counters = _mm_add_epi32(m_Counters, m_Step);
+			return bases;
+		}
+		template<typename _Key>
+		VX_INLINE __m128i Next(__m128i &)
+		{
+			return Next();
+		}
+
+	private:
+		__m128i m_Counters;
+		__m128i m_Step;
+	};
+	typedef class CVertexBases8_Sequence Eights;
 
 private:
 	u32 m_Next;
 	u32 m_Increment;
-	__m128i m_Counters;
-	__m128i m_Step;
 };
 
 // A list: record k has entry k as its base. An entry at or beyond maxVertexId gives the record base 0 and the far key.
@@ -145,6 +195,9 @@ public:
 	{
 	}
 
+	VX_INLINE const u32 *Entries() const { return m_Entries; }
+	VX_INLINE u32 MaxVertexId() const { return m_MaxVertexId; }
+
 	template<typename _Key>
 	VX_INLINE u32 Next(u32 &key)
 	{
@@ -153,26 +206,38 @@ public:
 		key = valid ? key : _Key::kFar;
 		return valid ? entry : 0;
 	}
+	VX_INLINE void Skip(u32 recordCount) { m_Entries += recordCount; }
 
-	VX_INLINE void BeginGroups() { m_MaxVertexIdFlipped = Splat(m_MaxVertexId ^ kSignBit); }
-
-	// Lanes compare as signed; flipping the sign bits of both sides makes that the unsigned order.
-	template<typename _Key>
-	VX_INLINE __m128i Next4(__m128i &keys)
+	class Fours
 	{
-		const __m128i entries = Float4::LoadUnaligned(m_Entries).Integers();
-		m_Entries += kRecordsPerGroup;
-		const __m128i valid = _mm_cmpgt_epi32(m_MaxVertexIdFlipped, _mm_xor_si128(entries, Splat(kSignBit)));
-		const __m128i invalid = _mm_xor_si128(valid, _mm_set1_epi32(-1));
-		keys = _mm_or_si128(_mm_and_si128(keys, valid), _Key::FarWhere(invalid));
-		return _mm_and_si128(entries, valid);
-	}
-	VX_INLINE void EndGroups(u32) {}
+	public:
+		explicit VX_INLINE Fours(const CVertexBases_List &bases)
+			: m_Entries(bases.m_Entries)
+			, m_MaxVertexIdFlipped(Splat(bases.m_MaxVertexId ^ kSignBit))
+		{
+		}
+
+		// Lanes compare as signed; flipping the sign bits of both sides makes that the unsigned order.
+		template<typename _Key>
+		VX_INLINE __m128i Next(__m128i &keys)
+		{
+			const __m128i entries = Float4::LoadUnaligned(m_Entries).Integers();
+			m_Entries += kRecordsPerGroup;
+			const __m128i valid = _mm_cmpgt_epi32(m_MaxVertexIdFlipped, _mm_xor_si128(entries, Splat(kSignBit)));
+			const __m128i invalid = _mm_xor_si128(valid, _mm_set1_epi32(-1));
+			keys = _mm_or_si128(_mm_and_si128(keys, valid), _Key::FarWhere(invalid));
+			return _mm_and_si128(entries, valid);
+		}
+
+	private:
+		const u32 *m_Entries;
+		__m128i m_MaxVertexIdFlipped;
+	};
+	typedef class CVertexBases8_List Eights;
 
 private:
 	const u32 *m_Entries;
 	u32 m_MaxVertexId;
-	__m128i m_MaxVertexIdFlipped;
 };
 
 // Four keys and four bases, interleaved into records.
