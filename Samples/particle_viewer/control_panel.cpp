@@ -6,6 +6,7 @@
 #include "kr_log_unique.h"
 
 #include "report.h"
+#include "text.h"
 #include <algorithm>
 #include <cfloat>
 #include <cstdio>
