@@ -313,6 +313,34 @@ TEST(SortEntryPoint, DifferentKeys_AreSortedAsWellAsEqualOnes)
 	}
 }
 
+// The shortcut takes every array of distinct keys, or its speed is lost unseen, and leaves every other one alone.
+TEST(SortEntryPoint, CountingRankSort_SortsDistinctKeysAndNoOthers)
+{
+	for (u32 count = 1; count <= 109; ++count)
+	{
+		Model::CRandom random(count);
+		std::vector<u32> keys(count);
+		for (u32 i = 0; i < count; ++i)
+			keys[i] = random.Below(0x01000000u) * 256 + i;
+		CRecords expected = RecordsOfKeys(keys);
+		const CGuardedMemory distinct = LayOut(expected);
+		const CGuardedMemory output(count * sizeof(SIndexAndDepth), count % 2 * 8);
+		const CIterator sorted(output.As<SIndexAndDepth>());
+		const SSortKeyExtractor_TriangleIndexAndDepth keyExtractor{};
+		EXPECT_TRUE(CountingRankSort(CIterator(distinct.As<SIndexAndDepth>()), count, sorted, keyExtractor));
+		std::sort(expected.begin(), expected.end(),
+			[](const Model::SRecord &a, const Model::SRecord &b) { return a.m_Key < b.m_Key; });
+		EXPECT_TRUE(SameRecords(expected, ReadRecords(output.Data(), count))) << count;
+
+		if (count == 1)
+			continue;
+		keys[random.Below(count - 1)] = keys[count - 1];
+		const CGuardedMemory withEqual = LayOut(RecordsOfKeys(keys));
+		EXPECT_FALSE(CountingRankSort(CIterator(withEqual.As<SIndexAndDepth>()), count, sorted, keyExtractor));
+		EXPECT_TRUE(SameRecords(expected, ReadRecords(output.Data(), count))) << count << ", left alone";
+	}
+}
+
 // Stable, and the input is left in the intermediate order.
 TEST(SortEntryPoint, From110RecordsOn_RadixSorts)
 {
