@@ -207,8 +207,8 @@ def with_its_text(text, code, begin, end, replacement):
 	return begin, end, replacement
 
 
-def mutants_of(path):
-	with open(os.path.join(ROOT, path), encoding="utf-8") as file:
+def mutants_of(tree, path):
+	with open(os.path.join(tree, path), encoding="utf-8") as file:
 		text = file.read()
 	code = masked(text)
 	starts = [0] + [match.end() for match in re.finditer("\n", text)]
@@ -248,12 +248,13 @@ def compile_object(tree, source, target, cached=True):
 	return result.returncode == 0, result.stderr
 
 
-def runtime_sources():
-	return sorted(os.path.relpath(path, ROOT) for path in glob.glob(ROOT + "/Runtime/**/*.cpp", recursive=True))
+def files_of_runtime(tree, suffix):
+	paths = glob.glob(tree + "/Runtime/**/*" + suffix, recursive=True)
+	return sorted(os.path.relpath(path, tree) for path in paths)
 
 
 def test_sources():
-	with open(os.path.join(ROOT, "Tests", "CMakeLists.txt"), encoding="utf-8") as file:
+	with open(os.path.join(BASE, "Tests", "CMakeLists.txt"), encoding="utf-8") as file:
 		listed = re.search(r"add_executable\(\s*vexmoor_tests\s([^)]*)\)", file.read()).group(1).split()
 	return ["Tests/" + source for source in listed]
 
@@ -264,11 +265,11 @@ def object_of(directory, source):
 
 def includes_of(source):
 	"""The headers of Runtime/ that a source of Runtime/ reads, directly or not, by file name."""
-	headers = {os.path.basename(path): path for path in glob.glob(ROOT + "/Runtime/**/*.h", recursive=True)}
+	headers = {os.path.basename(path): path for path in files_of_runtime(BASE, ".h")}
 	found = set()
-	waiting = [os.path.join(ROOT, source)]
+	waiting = [source]
 	while waiting:
-		with open(waiting.pop(), encoding="utf-8") as file:
+		with open(os.path.join(BASE, waiting.pop()), encoding="utf-8") as file:
 			for name in re.findall(r'#include "(?:[\w/]+/)?(\w+\.h)"', file.read()):
 				if name in headers and name not in found:
 					found.add(name)
@@ -318,8 +319,7 @@ class Suite:
 	"""The tests as they are without a mutant: objects, binary, and batches of tests with the cheapest first."""
 
 	def __init__(self, jobs):
-		copy_tree(ROOT, BASE)
-		self.runtime = runtime_sources()
+		self.runtime = files_of_runtime(BASE, ".cpp")
 		self.tests = test_sources()
 		self.includes = {source: includes_of(source) for source in self.runtime}
 		sources = self.runtime + self.tests
@@ -374,7 +374,7 @@ class Job:
 	def __init__(self, suite, number):
 		self.suite = suite
 		self.directory = os.path.join(WORK, "job%d" % number)
-		copy_tree(BASE, self.directory)  # not the checkout, which may change meanwhile
+		copy_tree(BASE, self.directory)
 
 	def verdict(self, mutant):
 		path = os.path.join(self.directory, mutant.file)
@@ -460,8 +460,11 @@ def main():
 	parser.add_argument("--again", action="store_true", help="keep earlier verdicts and try their survivors once more")
 	arguments = parser.parse_args()
 
-	paths = sorted(os.path.relpath(path, ROOT) for path in glob.glob(ROOT + "/Runtime/**/*.*", recursive=True)
-		if path.endswith((".h", ".cpp")))
+	tree = ROOT
+	if not arguments.list:
+		copy_tree(ROOT, BASE)  # the checkout may change meanwhile
+		tree = BASE
+	paths = files_of_runtime(tree, ".h") + files_of_runtime(tree, ".cpp")
 	names = {os.path.basename(path) for path in paths}
 	for name in arguments.files or []:
 		if name not in names:
@@ -469,7 +472,7 @@ def main():
 	if arguments.jobs < 1 or (arguments.count is not None and arguments.count < 1):
 		parser.error("--jobs and --count are at least 1")
 	wanted = [path for path in paths if not arguments.files or os.path.basename(path) in arguments.files]
-	mutants = [mutant for path in wanted for mutant in mutants_of(path)]
+	mutants = [mutant for path in wanted for mutant in mutants_of(tree, path)]
 	if arguments.matching:
 		mutants = [mutant for mutant in mutants if re.search(arguments.matching, mutant.after)]
 	verdicts = read_verdicts() if arguments.resume or arguments.again else {}
