@@ -195,7 +195,7 @@ mouse()
 shows_size()
 {
 	shoot
-	pngtopnm "$picture" | head -n 2 | tail -n 1 | grep -qx "$1 $2"
+	[ "$(pngtopnm "$picture" | sed -n 2p)" = "$1 $2" ]
 }
 
 shows_other_than()
