@@ -8,7 +8,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 sections=(
-	format analysis same-bits package fuzz debug release clang-debug clang-release sanitize host-flags clang-host-flags
+	format analysis docs same-bits package fuzz debug release clang-debug clang-release sanitize host-flags clang-host-flags
 )
 
 if [ "${1:-}" = --list ]; then
@@ -78,6 +78,7 @@ for section in "$@"; do
 	case $section in
 	format) check_format ;;
 	analysis) analyse ;;
+	docs) Tools/docs.sh ;;
 	same-bits) Tools/matrix.sh --short ;;
 	package)
 		Tools/package.sh

@@ -8,6 +8,7 @@
 
 namespace Vexmoor
 {
+/// Who hears of broken conditions.
 namespace Assert
 {
 	/// What a site does after its report.
@@ -67,14 +68,16 @@ namespace Assert
 	// inline functions. Each value asks for a name of its own, and a library defines just one: the linker's message
 	// is the sentence that says so.
 #if VX_ASSERTIONS
-	VX_API extern const char LibraryIsBuiltWith_VX_ASSERTIONS_1;
+	VX_API extern const char LibraryIsBuiltWith_VX_ASSERTIONS_1; ///< There in libraries with assertions alone.
+	/// Asks for it.
 	__attribute__((used, retain)) static const char *const s_LibraryAgrees = &LibraryIsBuiltWith_VX_ASSERTIONS_1;
 #else
 	VX_API extern const char LibraryIsBuiltWith_VX_ASSERTIONS_0;
 	__attribute__((used, retain)) static const char *const s_LibraryAgrees = &LibraryIsBuiltWith_VX_ASSERTIONS_0;
 #endif
 
-	// A site's flag is shared by every thread that passes it. Two that fail at once may both report.
+	///@{
+	/// A site's flag, which every thread that passes the site shares. Two that fail at once may both report.
 	VX_INLINE bool _SiteIsIgnored(const bool &flag)
 	{
 		return __atomic_load_n(&flag, __ATOMIC_RELAXED);
@@ -83,11 +86,12 @@ namespace Assert
 	{
 		__atomic_store_n(&flag, true, __ATOMIC_RELAXED);
 	}
+	///@}
 } // namespace Assert
 } // namespace Vexmoor
 
 #if VX_ASSERTIONS
-// Every form of assertion: a flag of its own per site, the condition only while the flag is clear.
+/// Every form of assertion: a flag of its own per site, the condition only while the flag is clear.
 	#define VX_ASSERT_SITE(_condition, _eval)                                                    \
 		do                                                                                       \
 		{                                                                                        \

@@ -7,9 +7,13 @@
 	#error "Vexmoor builds with g++ and clang"
 #endif
 
+/// Inline at every optimisation level.
 #define VX_INLINE inline __attribute__((always_inline))
+///@{
+/// The condition's value, with a hint which one to lay out straight.
 #define VX_LIKELY(...) __builtin_expect(!!(__VA_ARGS__), 1)
 #define VX_UNLIKELY(...) __builtin_expect(!!(__VA_ARGS__), 0)
+///@}
 
 /// Compiles one function for processors with AVX2, whatever the rest is compiled for. Who calls it asks kr_cpu.h before.
 #define VX_TARGET_AVX2 __attribute__((target("avx2")))
@@ -28,6 +32,7 @@
 	#define VX_SHARED 0
 #endif
 
+///@{
 /// Marks what a shared library gives its clients, functions as well as classes and templates that keep something once per
 /// process, such as an assertion site's flag. All else in it is hidden, and so is what VX_LOCAL takes out of a marked
 /// class. Sources that a host builds into something of its own follow the host's flags.
@@ -38,13 +43,16 @@
 	#define VX_API
 	#define VX_LOCAL
 #endif
+///@}
 
 /// Joins after expanding its arguments.
 #define VX_JOIN(_a, _b) VX_JOIN_AS_WRITTEN(_a, _b)
+/// Joins its arguments as they stand.
 #define VX_JOIN_AS_WRITTEN(_a, _b) _a##_b
 
 /// Its argument's text, after macro expansion.
 #define VX_STRINGIZE(...) VX_STRINGIZE_AS_WRITTEN(__VA_ARGS__)
+/// Its argument's text as it stands.
 #define VX_STRINGIZE_AS_WRITTEN(...) #__VA_ARGS__
 
 /// 1: assertions are compiled in; 0: their sites vanish. A library and everything that includes its headers agree on

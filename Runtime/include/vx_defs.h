@@ -8,28 +8,36 @@
 #include <cstddef>
 #include <cstdint>
 
+///@{
 /// The version, semantic: a new major one may break a client, a new minor one adds, a new patch mends. The build system
 /// reads it here. As one number, two digits each: 1.2.3 is 10203.
 #define VX_VERSION_MAJOR 1
 #define VX_VERSION_MINOR 0
 #define VX_VERSION_PATCH 0
 #define VX_VERSION (VX_VERSION_MAJOR * 10000 + VX_VERSION_MINOR * 100 + VX_VERSION_PATCH)
+///@}
 
 /// The namespace of the runtime, for macros whose text must name it from anywhere.
 #define VX_NAMESPACE Vexmoor
 
+/// The whole runtime.
 namespace Vexmoor
 {
+///@{
+/// Integers of a width.
 typedef std::uint8_t u8;
 typedef std::uint16_t u16;
 typedef std::uint32_t u32;
 typedef std::uint64_t u64;
 typedef std::int32_t s32;
 typedef std::int64_t s64;
+///@}
 
+///@{
 /// Integers as wide as a pointer: byte offsets of memory accesses.
 typedef std::uintptr_t ureg;
 typedef std::intptr_t sreg;
+///@}
 
 /// A constant rather than a macro, so that the texts of conditions that name it stay as written.
 constexpr std::nullptr_t null = nullptr;
@@ -38,15 +46,16 @@ constexpr std::nullptr_t null = nullptr;
 template<typename _Type>
 struct TGuid
 {
-	_Type m_Guid;
+	_Type m_Guid; ///< The index.
 
-	static const TGuid INVALID;
+	static const TGuid INVALID; ///< None: all bits set.
 };
 
+/// None.
 template<>
 inline constexpr TGuid<u32> TGuid<u32>::INVALID = {0xFFFFFFFFu};
 
-typedef TGuid<u32> CGuid;
+typedef TGuid<u32> CGuid; ///< The index type of containers.
 
 namespace Mem
 {

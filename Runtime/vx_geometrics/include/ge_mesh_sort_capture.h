@@ -11,6 +11,7 @@
 
 namespace Vexmoor
 {
+/// What a capture holds.
 enum ESortCapture : u32
 {
 	SortCapture_Input = 0,         ///< What is sorted; at any time between set-up and the next one.
@@ -37,9 +38,9 @@ VX_API bool WriteSortCapture(const CTriangleSorter &sorter,
 
 // For who reads captures.
 
-constexpr char kSortCaptureMagic[] = "VXSORT\r\n"; ///< The first 8 bytes; a transfer as text breaks them.
-constexpr u32 kSortCaptureVersion = 1;
-constexpr u64 kSortCaptureChecksumStart = 0xCBF29CE484222325u;
+constexpr char kSortCaptureMagic[] = "VXSORT\r\n";             ///< The first 8 bytes; a transfer as text breaks them.
+constexpr u32 kSortCaptureVersion = 1;                         ///< The second word.
+constexpr u64 kSortCaptureChecksumStart = 0xCBF29CE484222325u; ///< The checksum of no words.
 
 /// Carries a capture's checksum on over more of its 32-bit words: FNV-1a, a word at a time.
 VX_API u64 SortCaptureChecksum(u64 checksum, const void *words, u64 sizeInBytes);

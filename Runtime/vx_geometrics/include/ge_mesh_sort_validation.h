@@ -9,6 +9,7 @@
 
 namespace Vexmoor
 {
+/// How grave a finding is.
 enum ESortFinding : u32
 {
 	SortFinding_Violation = 0, ///< A rule is broken: the sort may report, draw nonsense, or touch what it must not.
@@ -18,10 +19,11 @@ enum ESortFinding : u32
 /// One thing found. It and its sentence live as long as the call that hands them over.
 struct SSortFinding
 {
-	ESortFinding m_Kind;
+	ESortFinding m_Kind;    ///< Whether a rule is broken.
 	const char *m_Sentence; ///< Names the page, the rendered particle and the two numbers that disagree, as they apply.
 };
 
+/// Receives a finding.
 typedef void (*CbSortFinding)(const SSortFinding &finding, void *userData);
 
 /// Checks the sort that the sorter's geometry calls for, of points or of triangles, and returns the number of violations.

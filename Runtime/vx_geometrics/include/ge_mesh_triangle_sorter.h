@@ -21,17 +21,21 @@ struct VX_API SIndexAndDepth
 	u32 m_Depth; ///< The key.
 	u32 m_Index; ///< In a point sort a particle's first vertex, in a triangle sort a triangle's number.
 
+	///@{
+	/// By key alone.
 	bool operator<(const SIndexAndDepth &other) const { return m_Depth < other.m_Depth; }
 	bool operator==(const SIndexAndDepth &other) const { return m_Depth == other.m_Depth; }
+	///@}
 };
 static_assert(sizeof(SIndexAndDepth) == 8, "two records fill a 16-byte access");
 
 /// The radix sort's key of a record: its depth as it stands.
 struct SSortKeyExtractor_TriangleIndexAndDepth
 {
-	typedef u32 SortKeyType;
+	typedef u32 SortKeyType;                    ///< Compared as unsigned.
 	static constexpr bool kOrdersAsLess = true; ///< Keys order records as their < does.
 
+	/// The record's depth.
 	static SortKeyType ExtractKey(const SIndexAndDepth &record) { return record.m_Depth; }
 };
 
@@ -39,7 +43,7 @@ struct SSortKeyExtractor_TriangleIndexAndDepth
 template<typename _Index, u32 _Count>
 struct VX_API SPrimitive
 {
-	_Index m_IDs[_Count];
+	_Index m_IDs[_Count]; ///< In drawing order.
 };
 
 /// Sorts one draw call. Describe the call with one Setup_OutputIndexBuffer, one Setup_InputPageCache and one
@@ -66,6 +70,7 @@ struct VX_API SPrimitive
 class VX_API CTriangleSorter
 {
 public:
+	/// Set by Setup_OutputIndexBuffer.
 	enum EIndexType : u32
 	{
 		IndexTypeUnknown = 0,
@@ -73,6 +78,7 @@ public:
 		IndexTypeUint32 = 2
 	};
 
+	/// Set by Setup_InputPageCache.
 	enum ESortType : u32
 	{
 		SortUnknown = 0,
@@ -80,6 +86,7 @@ public:
 		SortByFloat = 2     ///< By the caller's values, the lowest first.
 	};
 
+	/// Set by Setup_Geometry.
 	enum EGeometryType : u32
 	{
 		GeometryUnknown = 0,
@@ -89,11 +96,16 @@ public:
 		GeometryPerPage = 4                             ///< A pattern per page, sorted triangle by triangle.
 	};
 
+	/// The indices that one particle draws, relative to its first vertex.
 	typedef TArray<u32, TArrayStaticController<0, 8, 8, 0, 2>> CIndexPattern;
+
+	///@{
+	/// A view per page, or a number per page; the views themselves may lie at any stride.
 	typedef TStridedMemoryView<const TStridedMemoryView<const CFloat3, -1>, -1> CPositionPages;
 	typedef TStridedMemoryView<const TStridedMemoryView<const float, -1>, -1> CSortKeyPages;
 	typedef TStridedMemoryView<const TStridedMemoryView<const u8, -1>, -1> CEnabledPages;
 	typedef TStridedMemoryView<const u32, -1> CRenderedCounts;
+	///@}
 
 	/// Nothing is configured: a sort reports so and writes nothing.
 	CTriangleSorter() = default;
@@ -228,21 +240,27 @@ public:
 	/// Bytes of the unsorted indices: 4 per index, whatever their type.
 	static u32 GetTriIndicesWorkingBufferSize(u32 indexCount) { return ((indexCount + 1) & ~1u) * u32(sizeof(u32)); }
 
+	///@{
 	/// Record array 0 or 1 of a point sort's working buffer. Array 0 comes first and receives the sorted records. An
 	/// array beyond the buffer is reported, and returned all the same.
 	static TMemoryView<SIndexAndDepth> WorkingBuffer_SortedPoints(void *wb, u32 elementCount, u32 bufferIndex);
 	static TMemoryView<const SIndexAndDepth> WorkingBuffer_SortedPoints(
 		const void *wb, u32 elementCount, u32 bufferIndex);
+	///@}
 
+	///@{
 	/// Record array 0 or 1 of a triangle sort's working buffer. Another array is reported, and returned all the same.
 	static TMemoryView<SIndexAndDepth> WorkingBuffer_SortedTris(void *wb, u32 indexCount, u32 bufferIndex);
 	static TMemoryView<const SIndexAndDepth> WorkingBuffer_SortedTris(const void *wb, u32 indexCount, u32 bufferIndex);
+	///@}
 
+	///@{
 	/// The unsorted indices of a triangle sort's working buffer, as u32 or u16.
 	template<typename _Index>
 	static TMemoryView<_Index> WorkingBuffer_TriangleIndices(void *wb, u32 indexCount);
 	template<typename _Index>
 	static TMemoryView<const _Index> WorkingBuffer_TriangleIndices(const void *wb, u32 indexCount);
+	///@}
 
 	/// Sorts the particles of geometry that all of them share and writes the index pattern of each into the output.
 	/// _workingBuffer  16-byte aligned, GetAutogenIndicesWorkingBufferSize(particle count) bytes, contents unspecified
@@ -306,6 +324,7 @@ public:
 		const u32 *indexList,
 		u32 maxVertexId);
 
+	///@{
 	/// Writes the index pattern of each record, every entry plus the record's m_Index.
 	/// it         primCount records, 16-byte aligned; depths are ignored
 	/// dstPrims   primCount * width indices, written front to back and never read; streamed where 16-byte aligned.
@@ -319,7 +338,9 @@ public:
 		const SIndexAndDepth *__restrict it,
 		volatile u16 *__restrict dstPrims,
 		u32 primCount);
+	///@}
 
+	///@{
 	/// Writes the index pattern of each record with its quads in back-to-front order.
 	/// indexPattern  quads of six entries; at most 15. Entries beyond the last whole quad are skipped, and their
 	///               place in the output is left as it is.
@@ -341,6 +362,7 @@ public:
 		volatile u32 *__restrict dstPrims,
 		u32 primCount,
 		u32 vpp);
+	///@}
 
 	/// Widens primCount particle records in place into a record per triangle, under the particle's key: block t of
 	/// primCount records holds triangle t of every particle, numbered primOffset + particle * trianglePerPrimitive + t.
@@ -349,6 +371,7 @@ public:
 	static void ExpandSortingIndirectionsListPoints_Triangles(
 		const TMemoryView<SIndexAndDepth> &inoutList, u32 primCount, u32 trianglePerPrimitive, u32 primOffset);
 
+	///@{
 	/// Gathers triCount triangles in the order of the records: output triangle i is source triangle inList[i].m_Index.
 	/// dstIndices  3 * triCount indices, apart from the source
 	static void ApplySortingIndirectionsListTriangles(const TMemoryView<SIndexAndDepth> &inList,
@@ -359,6 +382,7 @@ public:
 		const TMemoryView<const u16> &srcIndices,
 		u16 *dstIndices,
 		u32 triCount);
+	///@}
 
 private:
 	friend class CSortCapture;    // reads what is set up, see ge_mesh_sort_capture.h

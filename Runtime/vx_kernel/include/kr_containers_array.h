@@ -38,12 +38,17 @@ class VX_API TArray
 
 public:
 	TArray() = default;
+	///@{
+	/// Copies the elements; of an array that goes, takes them over.
 	TArray(const TMemoryView<const _Type> &elements) { _Assign(elements.Data(), elements.Count()); }
 	TArray(const TMemoryView<_Type> &elements) { _Assign(elements.Data(), elements.Count()); }
 	TArray(const TArray &other) { _Assign(other.m_Data, other.m_Count); }
 	TArray(TArray &&other) noexcept { _Swap(other); }
+	///@}
 	~TArray() { std::free(m_Data); }
 
+	///@{
+	/// Copies the elements, which may be this array's own; of an array that goes, swaps with it.
 	// NOLINTBEGIN(misc-unconventional-assign-operator,bugprone-unhandled-self-assignment): _Assign returns *this, and its
 	// source may be this array.
 	TArray &operator=(const TMemoryView<const _Type> &elements) { return _Assign(elements.Data(), elements.Count()); }
@@ -55,13 +60,16 @@ public:
 		_Swap(other);
 		return *this;
 	}
+	///@}
 
-	bool Empty() const { return m_Count == 0; }
-	u32 Count() const { return m_Count; }
-	u32 MaxCount() const { return m_MaxCount; }
-	_Type *Data() { return m_Data; }
-	const _Type *Data() const { return m_Data; }
+	bool Empty() const { return m_Count == 0; }  ///< True without elements, with or without memory.
+	u32 Count() const { return m_Count; }        ///< Elements.
+	u32 MaxCount() const { return m_MaxCount; }  ///< Elements that the memory has room for.
+	_Type *Data() { return m_Data; }             ///< Null while there is no memory.
+	const _Type *Data() const { return m_Data; } ///< Null while there is no memory.
 
+	///@{
+	/// An element. One that lies outside is reported, and accessed all the same.
 	_Type &operator[](u32 index)
 	{
 		VX_ASSERT(index < m_Count);
@@ -72,7 +80,9 @@ public:
 		VX_ASSERT(index < m_Count);
 		return m_Data[index];
 	}
+	///@}
 
+	/// A view of the elements, valid until the next assignment.
 	operator TMemoryView<const _Type>() const { return TMemoryView<const _Type>(m_Data, m_Count); }
 
 private:

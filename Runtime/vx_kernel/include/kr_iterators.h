@@ -15,6 +15,8 @@ class VX_API TContiguousBaseIterator
 {
 public:
 	TContiguousBaseIterator() = default;
+	///@{
+	/// As of the pointer.
 	TContiguousBaseIterator(_Type *ptr)
 		: m_Ptr(ptr)
 	{
@@ -49,6 +51,7 @@ public:
 	bool operator<=(const TContiguousBaseIterator &other) const { return m_Ptr <= other.m_Ptr; }
 	bool operator>(const TContiguousBaseIterator &other) const { return m_Ptr > other.m_Ptr; }
 	bool operator>=(const TContiguousBaseIterator &other) const { return m_Ptr >= other.m_Ptr; }
+	///@}
 
 private:
 	_Type *m_Ptr = null;
@@ -60,6 +63,7 @@ class VX_API TStridedBaseIterator
 {
 public:
 	TStridedBaseIterator() = default;
+	/// At the first of count elements.
 	TStridedBaseIterator(_Type *ptr, u32 strideInBytes, u32 count)
 		: m_Ptr(ptr)
 		, m_StrideInBytes(strideInBytes)
@@ -67,15 +71,20 @@ public:
 	{
 	}
 
-	/// The element's address, for elements that lie at fewer multiples than their type asks for.
+	/// The element's address, for elements that lie at fewer multiples than their type asks for. At the end and beyond it
+	/// is reported, and handed out all the same.
 	_Type *Ptr() const
 	{
 		VX_ASSERT(_CanAccess(0));
 		return m_Ptr;
 	}
+	///@{
+	/// The element, under the same check.
 	_Type &operator*() const { return *Ptr(); }
 	_Type *operator->() const { return Ptr(); }
+	///@}
 
+	/// Steps to the next element, or past the last one.
 	TStridedBaseIterator &operator++()
 	{
 		// Through an integer: past the last element a pointer may not step, but an address may.
@@ -84,11 +93,14 @@ public:
 		return *this;
 	}
 
-	u32 Position() const { return m_Position; }
-	u32 Count() const { return m_Count; }
+	u32 Position() const { return m_Position; } ///< Steps taken so far.
+	u32 Count() const { return m_Count; }       ///< Elements of the view.
 
+	///@{
+	/// By position alone: iterators of one view.
 	bool operator==(const TStridedBaseIterator &other) const { return m_Position == other.m_Position; }
 	bool operator!=(const TStridedBaseIterator &other) const { return m_Position != other.m_Position; }
+	///@}
 
 private:
 	bool _CanAccess(u32 offset) const { return m_Position + offset < m_Count; }

@@ -15,11 +15,12 @@ namespace Vexmoor
 class VX_API CLogUniqueCollection
 {
 public:
+	/// What is known of one key.
 	struct SEntry
 	{
-		std::string m_Key;
-		std::string m_Message;
-		u32 m_TouchCount = 0;
+		std::string m_Key;     ///< The call site.
+		std::string m_Message; ///< The first one that came with the key.
+		u32 m_TouchCount = 0;  ///< The first touch included.
 	};
 
 	/// Receives an entry at its first touch, on the thread that touched it, outside the collection's lock.
@@ -48,9 +49,10 @@ private:
 class VX_API CPerfHotspotsRegistry
 {
 public:
+	/// Never null, from static initialisation on.
 	static CLogUniqueCollection *Registry();
 
-	static CLogUniqueCollection *m_Registry;
+	static CLogUniqueCollection *m_Registry; ///< What Registry returns; a host may put a collection of its own here.
 };
 
 /// Counts a performance hazard for the thread, and touches the key in the process-wide collection.

@@ -8,6 +8,7 @@ namespace Vexmoor
 {
 namespace Mem
 {
+	/// What a block is for, for hosts that keep pools. The sorter asks for generic ones alone.
 	enum EAllocType : u32
 	{
 		AllocType_Generic = 0,
@@ -16,6 +17,7 @@ namespace Mem
 		AllocType_Debug = 3
 	};
 
+	/// By which means a block is asked for. The sorter's are all Origin_Alloc.
 	enum EOrigin : u32
 	{
 		Origin_Alloc = 0,
@@ -45,7 +47,7 @@ namespace Mem
 			const char *file,
 			int line,
 			const char *function);
-		void *m_UserData;
+		void *m_UserData; ///< Handed to both functions.
 	};
 
 	/// Takes a copy of the host's allocator; null brings back the default, aligned heap memory. Call it at start-up:
@@ -72,7 +74,7 @@ namespace Mem
 		int line,
 		const char *function);
 
-	constexpr const char *kDefaultModule = "Kernel|Mem|Default";
+	constexpr const char *kDefaultModule = "Kernel|Mem|Default"; ///< Who asks, in every call of the sorter.
 
 	/// Releases a generic block of the default module. The location that a host sees is this helper's.
 	inline void _FreeGeneric(void *ptr)

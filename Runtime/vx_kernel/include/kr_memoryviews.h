@@ -18,14 +18,17 @@ template<typename _Type>
 class VX_API TMemoryView
 {
 public:
-	typedef TContiguousBaseIterator<_Type> Iterator;
+	typedef TContiguousBaseIterator<_Type> Iterator; ///< A bare pointer, unchecked.
 
+	/// Nothing.
 	TMemoryView() = default;
+	/// One element.
 	explicit TMemoryView(_Type &element)
 		: m_Data(&element)
 		, m_Count(1)
 	{
 	}
+	/// The count elements from data on.
 	TMemoryView(_Type *data, u32 count)
 		: m_Data(data)
 		, m_Count(count)
@@ -39,13 +42,15 @@ public:
 	{
 	}
 
-	bool Empty() const { return m_Data == null || m_Count == 0; }
-	u32 Count() const { return m_Count; }
-	_Type *Data() const { return m_Data; }
-	_Type *DataEnd() const { return m_Data + m_Count; }
-	static constexpr u32 ElementSizeInBytes() { return sizeof(_Type); }
-	u32 CoveredBytes() const { return m_Count * ElementSizeInBytes(); }
+	bool Empty() const { return m_Data == null || m_Count == 0; }       ///< True without elements or without address.
+	u32 Count() const { return m_Count; }                               ///< Elements.
+	_Type *Data() const { return m_Data; }                              ///< Address of the first element.
+	_Type *DataEnd() const { return m_Data + m_Count; }                 ///< Address past the last element.
+	static constexpr u32 ElementSizeInBytes() { return sizeof(_Type); } ///< Size of one element.
+	u32 CoveredBytes() const { return m_Count * ElementSizeInBytes(); } ///< Size of all elements, modulo 2^32.
 
+	///@{
+	/// An element. One that lies outside is reported, and accessed all the same.
 	_Type &operator[](u32 index) const
 	{
 		_AssertAccessible(index);
@@ -53,11 +58,15 @@ public:
 	}
 	_Type &First() const { return (*this)[0]; }
 	_Type &Last() const { return (*this)[m_Count - 1]; }
+	///@}
 
+	///@{
+	/// The range of all elements.
 	Iterator Begin() const { return m_Data; }
 	Iterator End() const { return DataEnd(); }
+	///@}
 
-	/// The elements [begin, begin + count).
+	/// The elements [begin, begin + count). A range that lies outside is reported, and viewed all the same.
 	TMemoryView Slice(u32 begin, u32 count) const
 	{
 		VX_ASSERT(begin + count <= m_Count);
@@ -87,11 +96,12 @@ struct SStridedMemoryViewRawStorage
 	u32 m_Stride = 0;        ///< Bytes from one element to the next; 0: all are the same one.
 };
 
+/// Gives every strided view the same members.
 template<typename _Type>
 class VX_API TStridedMemoryViewBase
 {
 protected:
-	SStridedMemoryViewRawStorage m_Storage;
+	SStridedMemoryViewRawStorage m_Storage; ///< All there is to a view.
 };
 
 /// Elements a fixed number of bytes apart, chosen at run time. A stride of 0 makes the view virtual: all its elements
@@ -104,14 +114,18 @@ class VX_API TStridedMemoryView : public TStridedMemoryViewBase<_Type>
 	using BaseType::m_Storage;
 
 public:
-	static constexpr u32 ValueFootprintInBytes = sizeof(_Type);
-	typedef TStridedBaseIterator<_Type> Iterator;
+	static constexpr u32 ValueFootprintInBytes = sizeof(_Type); ///< The stride of packed elements.
+	typedef TStridedBaseIterator<_Type> Iterator;               ///< Checked; steps by the stride.
 
+	/// Nothing.
 	TStridedMemoryView() = default;
+	/// One element.
 	explicit TStridedMemoryView(_Type &element)
 		: TStridedMemoryView(&element, 1, ValueFootprintInBytes)
 	{
 	}
+	/// The count elements from data on, stride bytes apart: at least an element's size, or 0. Another stride is reported,
+	/// and taken all the same.
 	TStridedMemoryView(_Type *data, u32 count, u32 stride)
 	{
 		VX_ASSERT(stride >= ValueFootprintInBytes || stride == 0);
@@ -119,6 +133,7 @@ public:
 		m_Storage.m_Count = count;
 		m_Storage.m_Stride = stride;
 	}
+	/// The elements of a contiguous view.
 	TStridedMemoryView(const TMemoryView<_Type> &view)
 		: TStridedMemoryView(view.Data(), view.Count(), ValueFootprintInBytes)
 	{
@@ -129,32 +144,40 @@ public:
 		: TStridedMemoryView(view.Data(), view.Count(), ValueFootprintInBytes)
 	{
 	}
+	/// The same.
 	template<typename _Other, typename = std::enable_if_t<std::is_same_v<const _Other, _Type>>>
 	TStridedMemoryView(const TStridedMemoryView<_Other, _FootprintInBytes> &other)
 		: TStridedMemoryView(other.Data(), other.Count(), other.Stride())
 	{
 	}
 
+	/// True without elements or without address.
 	bool Empty() const { return m_Storage.m_RawDataPtr == null || m_Storage.m_Count == 0; }
-	u32 Count() const { return m_Storage.m_Count; }
-	u32 Stride() const { return m_Storage.m_Stride; }
-	bool Virtual() const { return m_Storage.m_Stride == 0; }
-	u32 CoveredBytes() const { return m_Storage.m_Stride * m_Storage.m_Count; }
-	_Type *Data() const { return _At(0); }
-	_Type *DataEnd() const { return _At(CoveredBytes()); }
+	u32 Count() const { return m_Storage.m_Count; }                             ///< Elements.
+	u32 Stride() const { return m_Storage.m_Stride; }                           ///< Bytes from one element to the next.
+	bool Virtual() const { return m_Storage.m_Stride == 0; }                    ///< True when all elements are one.
+	u32 CoveredBytes() const { return m_Storage.m_Stride * m_Storage.m_Count; } ///< Stride times count, modulo 2^32.
+	_Type *Data() const { return _At(0); }                                      ///< Address of the first element.
+	_Type *DataEnd() const { return _At(CoveredBytes()); }                      ///< A stride past the last element.
+	///@{
+	/// True when elements lie next to each other.
 	bool ContiguousFootprint() const { return m_Storage.m_Stride == ValueFootprintInBytes; }
 	bool Contiguous() const { return ContiguousFootprint(); }
-	static constexpr u32 ElementFootprintInBytes() { return ValueFootprintInBytes; }
+	///@}
+	static constexpr u32 ElementFootprintInBytes() { return ValueFootprintInBytes; } ///< Size of one element.
 
+	/// An element. One that lies outside is reported, and accessed all the same.
 	_Type &operator[](u32 index) const
 	{
 		_AssertAccessible(index);
 		return *_At(index * m_Storage.m_Stride);
 	}
 
+	/// At the first element; it knows where the elements end.
 	Iterator Begin() const { return Iterator(Data(), m_Storage.m_Stride, m_Storage.m_Count); }
 
-	/// The elements [begin, begin + count), with the same stride.
+	/// The elements [begin, begin + count), with the same stride. A range that lies outside is reported, and viewed all the
+	/// same.
 	TStridedMemoryView Slice(u32 begin, u32 count) const
 	{
 		VX_ASSERT(begin + count <= BaseType::m_Storage.m_Count);

@@ -15,14 +15,16 @@ namespace Profiler
 	class VX_API CHazards
 	{
 	public:
+		/// The calling thread's own.
 		static CHazards &CurrentThreadHazards();
 
-		u32 m_PerformanceHazards = 0;
+		u32 m_PerformanceHazards = 0; ///< Warnings issued, seen before or not.
 	};
 
 	/// What is known of a scope before it is entered: one constant per site, complete before anything runs.
 	struct SNodeDescriptor
 	{
+		/// Kinds of scopes, for hosts that group them. The sorter's have none.
 		enum EFlags : u32
 		{
 			None = 0,
@@ -38,8 +40,9 @@ namespace Profiler
 		u32 m_ColorBGRA8;              ///< Blue in the lowest byte.
 		const char *m_Name;            ///< Not copied.
 		const char *m_FileAndFunction; ///< Not copied.
-		u32 m_Flags;
+		u32 m_Flags;                   ///< EFlags, combined.
 
+		/// A colour with its alpha.
 		constexpr SNodeDescriptor(const char *name, const char *fileAndFunction, const CFloat4 &color, u32 flags)
 			: m_Color(color)
 			, m_ColorRGBA8(_Pack(color.x(), color.y(), color.z(), color.w()))
@@ -93,8 +96,11 @@ namespace Profiler
 		/// that is open meanwhile may be entered without being left, or left without having been entered.
 		void SetScopeHandler(CbScope handler, void *userData);
 
+		///@{
+		/// Tells the handler, if there is one. Every scope entered is left on the same thread, the last one first.
 		void Enter(const SNodeDescriptor &node) { _Notify(node, true); }
 		void Leave(const SNodeDescriptor &node) { _Notify(node, false); }
+		///@}
 
 	private:
 		void _Notify(const SNodeDescriptor &node, bool entering)
@@ -114,6 +120,7 @@ namespace Profiler
 	class CScopedNode
 	{
 	public:
+		/// The descriptor lives as long as whoever records it needs it. Not enabled, or without a profiler: no scope.
 		CScopedNode(CProfiler *profiler, const SNodeDescriptor &nodeDescriptor, bool enabled = true)
 			: m_Profiler(enabled ? profiler : null)
 			, m_NodeDescriptor(&nodeDescriptor)

@@ -33,8 +33,8 @@ namespace Profiler
 	class CTraceRecorder
 	{
 	public:
-		static constexpr u32 kBlockSize = 4096;
-		static constexpr u32 kMaxDepth = 128;
+		static constexpr u32 kBlockSize = 4096; ///< Bytes in which memory is handed out.
+		static constexpr u32 kMaxDepth = 128;   ///< Scopes that may be open at once on a thread.
 
 		/// memory  sizeInBytes bytes at any address, the recorder's until it is destroyed; whole blocks at multiples of
 		///         64 are used of it

@@ -17,6 +17,7 @@ public:
 	CRefCountedObject(const CRefCountedObject &) = delete;
 	CRefCountedObject &operator=(const CRefCountedObject &) = delete;
 
+	/// Takes a reference.
 	void AddStrongRef() { m_StrongRefCount.fetch_add(1, std::memory_order_relaxed); }
 
 	/// Drops a reference, and the object with its last one. Dropping more than were taken is reported.
@@ -31,6 +32,7 @@ public:
 protected:
 	virtual ~CRefCountedObject() = default;
 
+	/// Ends an object that nobody refers to any more.
 	static void _DeleteObject(CRefCountedObject *object) { delete object; }
 
 private:
@@ -43,12 +45,14 @@ class TRefPtr
 {
 public:
 	TRefPtr() = default;
+	/// Takes a reference, unless the object is null.
 	TRefPtr(_Type *object)
 		: m_Object(object)
 	{
 		if (m_Object != null)
 			m_Object->AddStrongRef();
 	}
+	/// Takes a reference of its own.
 	TRefPtr(const TRefPtr &other)
 		: TRefPtr(other.m_Object)
 	{
@@ -58,6 +62,7 @@ public:
 		if (m_Object != null)
 			m_Object->ReleaseStrongRef();
 	}
+	/// Takes the other's reference, then drops the one held.
 	TRefPtr &operator=(const TRefPtr &other) // NOLINT(bugprone-unhandled-self-assignment): the copy handles it
 	{
 		TRefPtr copy(other); // first, so that assigning an object's last reference to itself keeps it
@@ -67,10 +72,13 @@ public:
 		return *this;
 	}
 
+	///@{
+	/// As of a pointer; null when no reference is held.
 	_Type *Get() const { return m_Object; }
 	_Type *operator->() const { return m_Object; }
 	bool operator==(std::nullptr_t) const { return m_Object == null; }
 	bool operator!=(std::nullptr_t) const { return m_Object != null; }
+	///@}
 
 private:
 	_Type *m_Object = null;

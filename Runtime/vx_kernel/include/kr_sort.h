@@ -12,11 +12,11 @@
 
 namespace Vexmoor
 {
-// What the sorts below do in lanes, as wide as the processor has them.
+/// What the sorts below do in lanes, as wide as the processor has them.
 namespace SortLanes
 {
-	constexpr u32 kCountersPerStep = 8;
-	constexpr u32 kKeysPerBlock = 16;
+	constexpr u32 kCountersPerStep = 8; ///< Counts of counters are multiples of it.
+	constexpr u32 kKeysPerBlock = 16;   ///< And room for keys and ranks is of this.
 
 	/// Replaces whole steps of counters by their exclusive prefix sums.
 	VX_API void SumCounters(u32 *counters, u32 count);
@@ -39,10 +39,11 @@ VX_INLINE void VXSwap(_Type &a, _Type &b)
 template<typename _Scalar>
 struct SRadixSortExtractorSignedFP;
 
+/// The same, for single precision.
 template<>
 struct SRadixSortExtractorSignedFP<float>
 {
-	typedef u32 SortKeyType;
+	typedef u32 SortKeyType; ///< Compared as unsigned.
 
 	/// A float without sign gets the sign bit, one with it is inverted whole (M. Herf, "Radix Tricks", 2001). Negative
 	/// zero comes just below positive zero, NaNs beyond the infinities on the side of their sign.
@@ -53,6 +54,7 @@ struct SRadixSortExtractorSignedFP<float>
 		return ExtractKeyFromBits(bits);
 	}
 
+	/// The same of a float's bits.
 	static VX_INLINE u32 ExtractKeyFromBits(u32 bits)
 	{
 		// cppcheck-suppress shiftTooManyBitsSigned ; arithmetic with both compilers
@@ -61,20 +63,22 @@ struct SRadixSortExtractorSignedFP<float>
 	}
 };
 
+/// Where a sort leaves its result.
 enum ESortOutputMode
 {
-	Sort_InPlace = 0,
-	Sort_InBuffer = 1
+	Sort_InPlace = 0, ///< In the input range.
+	Sort_InBuffer = 1 ///< In a range of its own.
 };
 
 /// How keys of a width in bytes are cut into digits.
 template<u32 _KeyWidth>
 struct SRadixKeyIntegralTranslator;
 
+/// The same, for 32 bits.
 template<>
 struct SRadixKeyIntegralTranslator<4>
 {
-	static constexpr u32 RadixDegree = 11;
+	static constexpr u32 RadixDegree = 11; ///< Bits of a digit: three digits' counters fit a first-level cache.
 };
 
 /// Stable radix sort of 32-bit keys in three passes of 11, 11 and 10 bits, whose histograms are all counted in one
@@ -85,6 +89,8 @@ class TRadixSort
 	static_assert(_OutputMode == Sort_InBuffer, "the result is left in the output range");
 
 public:
+	///@{
+	/// How the counters of three digits lie on the stack.
 	static constexpr u32 _BaseBits = SRadixKeyIntegralTranslator<4>::RadixDegree;
 	static constexpr u32 _BaseSize = 1u << _BaseBits;
 	static constexpr u32 _LastBits = 32 - 2 * _BaseBits;
@@ -92,6 +98,7 @@ public:
 	static constexpr u32 _HistogramStride = _BaseSize + _AntiAliasOffset;
 	static constexpr u32 _CounterCount = 2 * _HistogramStride + (1u << _LastBits);
 	static_assert(_CounterCount == 5504, "22016 bytes of the stack");
+	///@}
 
 	/// Sorts [first, last) into output in ascending unsigned key order; equal keys keep their order.
 	/// first, last  contiguous records, left in the order of their keys' low 22 bits
@@ -230,6 +237,8 @@ private:
 /// The order that < and == of the elements give, from low to high.
 struct TSortLowToHigh
 {
+	///@{
+	/// What the elements' own operator says.
 	template<typename _Type>
 	static VX_INLINE bool Less(const _Type &a, const _Type &b)
 	{
@@ -240,17 +249,21 @@ struct TSortLowToHigh
 	{
 		return a == b;
 	}
+	///@}
 };
 
 /// Compares what two iterators point at.
 template<typename _Iterator, typename _Order = TSortLowToHigh>
 struct TSortDefaultCompare
 {
+	///@{
+	/// What the order says of the two elements.
 	static VX_INLINE bool Less(const _Iterator &a, const _Iterator &b) { return _Order::Less(*a, *b); }
 	static VX_INLINE bool Equal(const _Iterator &a, const _Iterator &b) { return _Order::Equal(*a, *b); }
+	///@}
 };
 
-/// The comparisons that _Compare has for the iterators: not every template argument that names a type is one.
+/// The comparisons that a _Compare has for the iterators: not every template argument that names a type is one.
 template<typename _Compare, typename _Iterator>
 using TEnableIfCompares = std::enable_if_t<
 	std::is_same_v<bool, decltype(_Compare::Less(std::declval<_Iterator>(), std::declval<_Iterator>()))>>;
@@ -274,6 +287,7 @@ VX_INLINE void InsertionSort(_Iterator lo, _Iterator hi)
 	}
 }
 
+/// The same in the elements' own order.
 template<typename _Iterator>
 void InsertionSort(_Iterator lo, _Iterator hi)
 {
@@ -396,17 +410,19 @@ void QuickSort(_Iterator first, _Iterator last)
 	}
 }
 
+/// The same in the elements' own order.
 template<typename _Iterator>
 void QuickSort(_Iterator first, _Iterator last)
 {
 	QuickSort<TSortDefaultCompare<_Iterator>>(first, last);
 }
 
-constexpr u32 kMaxQuickSortCount = 109; // above it the radix sort's fixed cost, clearing 22 KB of counters, pays off
+constexpr u32 kMaxQuickSortCount = 109; ///< Above it the radix sort's fixed cost, clearing 22 KB of counters, pays off.
 
 /// True of extractors whose keys order records as the records' own < does, and that say so in a kOrdersAsLess.
 template<typename _KeyExtractor, typename = void>
 constexpr bool kKeysOrderAsLess = false;
+/// The same, where it is said.
 template<typename _KeyExtractor>
 constexpr bool kKeysOrderAsLess<_KeyExtractor, std::enable_if_t<_KeyExtractor::kOrdersAsLess>> = true;
 

@@ -13,6 +13,7 @@ namespace Vexmoor
 template<typename _Scalar>
 struct TNumericTraits
 {
+	/// Beyond every finite value; not to be relied on under -ffast-math.
 	static constexpr _Scalar kPositiveInfinity = std::numeric_limits<_Scalar>::infinity();
 };
 
@@ -22,6 +23,8 @@ class VX_API TVector
 {
 public:
 	constexpr TVector() = default;
+	///@{
+	/// From one scalar per axis.
 	template<u32 _D = _Dimension, typename = std::enable_if_t<_D == 3>>
 	constexpr TVector(_Scalar x, _Scalar y, _Scalar z)
 		: m_Axes{x, y, z}
@@ -32,7 +35,10 @@ public:
 		: m_Axes{x, y, z, w}
 	{
 	}
+	///@}
 
+	///@{
+	/// An axis; w in four dimensions alone.
 	_Scalar &x() { return m_Axes[0]; }
 	_Scalar &y() { return m_Axes[1]; }
 	_Scalar &z() { return m_Axes[2]; }
@@ -50,18 +56,22 @@ public:
 	{
 		return m_Axes[3];
 	}
+	///@}
 
+	///@{
+	/// An axis by number, unchecked.
 	_Scalar &operator[](u32 axis) { return m_Axes[axis]; }
 	constexpr const _Scalar &operator[](u32 axis) const { return m_Axes[axis]; }
+	///@}
 
-	const _Scalar *Data() const { return m_Axes; }
+	const _Scalar *Data() const { return m_Axes; } ///< Address of x, which the others follow.
 
 private:
 	_Scalar m_Axes[_Dimension] = {};
 };
 
-typedef TVector<float, 3> CFloat3;
-typedef TVector<float, 4> CFloat4;
+typedef TVector<float, 3> CFloat3; ///< A position.
+typedef TVector<float, 4> CFloat4; ///< A quad centre, whose fourth float is not read, or a colour.
 
 static_assert(sizeof(CFloat3) == 12 && sizeof(CFloat4) == 16, "vectors are tightly packed");
 } // namespace Vexmoor

@@ -15,7 +15,10 @@ namespace Vexmoor
 class VX_API Float4
 {
 public:
+	/// Lanes of any value.
 	Float4() = default;
+	///@{
+	/// The register's lanes.
 	VX_INLINE Float4(__m128 lanes)
 		: m_Lanes(lanes)
 	{
@@ -27,6 +30,7 @@ public:
 
 	VX_INLINE __m128 Floats() const { return m_Lanes; }
 	VX_INLINE __m128i Integers() const { return _mm_castps_si128(m_Lanes); }
+	///@}
 
 	/// 16 bytes from any address.
 	static VX_INLINE Float4 LoadUnaligned(const void *p, sreg offset = 0)
