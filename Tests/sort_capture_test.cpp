@@ -217,7 +217,7 @@ TEST(SortCapture, File_IsAsDocumented)
 	const CFile file = CaptureOf(call);
 	u64 offset = 0;
 	const auto word = [&] { return WordAt(file, (offset += 4) - 4); };
-	const auto expectWords = [&](std::vector<u32> words)
+	const auto expectWords = [&](const std::vector<u32> &words)
 	{
 		for (const u32 expected : words)
 			EXPECT_EQ(word(), expected) << "at byte " << offset - 4;

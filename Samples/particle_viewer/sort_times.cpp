@@ -78,9 +78,11 @@ SSortTimes MedianOf(const std::vector<SSortTimes> &frames)
 		std::vector<double> times;
 		for (const SSortTimes &frame : frames)
 			times.push_back(frame.*stage);
+		if (times.empty())
+			return 0.0;
 		const auto middle = times.begin() + std::ptrdiff_t(times.size() / 2);
 		std::nth_element(times.begin(), middle, times.end());
-		return times.empty() ? 0.0 : *middle;
+		return *middle;
 	};
 	return {medianOf(&SSortTimes::m_Fill), medianOf(&SSortTimes::m_Sort), medianOf(&SSortTimes::m_Expand)};
 }

@@ -307,7 +307,7 @@ namespace Profiler
 		void *const m_UserData;
 		bool m_Good = true;
 		u32 m_Length = 0;
-		char m_Text[4096];
+		char m_Text[4096] = {};
 	};
 
 	bool CTraceRecorder::WriteChromeTrace(CbWrite write, void *userData) const

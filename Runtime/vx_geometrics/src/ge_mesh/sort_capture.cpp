@@ -97,7 +97,7 @@ private:
 	u64 m_Checksum = kSortCaptureChecksumStart;
 	u64 m_HandedOn = 0;
 	u32 m_PendingSize = 0;
-	u8 m_Pending[4096];
+	u8 m_Pending[4096] = {};
 };
 
 class CSortCapture
