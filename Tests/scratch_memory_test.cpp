@@ -7,6 +7,8 @@
 #include "kr_mem.h"
 
 #include "diagnostics.h"
+#include "random_scene.h"
+#include "scene_memory.h"
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -287,4 +289,16 @@ TEST(ScratchMemory, SortsWithoutBufferOrMemory_ReturnInSilence)
 		EXPECT_EQ(index, 0u);
 	EXPECT_TRUE(scopes.Events().empty());
 	EXPECT_TRUE(warnings.Entries().empty());
+}
+
+// Heap memory holds nothing yet: a checker that follows what was never written, into the comparison with the model, sees
+// whether a sort reads what it has not filled.
+TEST(ScratchMemory, SortsInFreshHeapMemory_MatchTheModel)
+{
+	const Model::SSceneOptions options; // scenes of less and of more than 109 records, where another sort takes over
+	for (u64 seed = 1; seed <= 40; ++seed)
+	{
+		ASSERT_TRUE(SortsLikeTheModel(Model::RandomPointScene(seed, options), WithoutWorkingBuffer())) << seed;
+		ASSERT_TRUE(SortsLikeTheModel(Model::RandomTriangleScene(seed, options), WithoutWorkingBuffer())) << seed;
+	}
 }

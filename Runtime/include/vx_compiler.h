@@ -24,6 +24,14 @@
 /// Checks a printf-style call: the 1-based positions of the format and of the first argument after it.
 #define VX_PRINTF_LIKE(_format, _firstArgument) __attribute__((format(printf, _format, _firstArgument)))
 
+/// Unsigned arithmetic of the function is meant to wrap: clang's -fsanitize=integer, which takes every wrap for a fault,
+/// passes it over.
+#if defined(__clang__)
+	#define VX_WRAPS __attribute__((no_sanitize("unsigned-integer-overflow", "unsigned-shift-base")))
+#else
+	#define VX_WRAPS
+#endif
+
 /// A breakpoint that a debugger can continue from.
 #define VX_TRAP() __asm__ volatile("int3")
 

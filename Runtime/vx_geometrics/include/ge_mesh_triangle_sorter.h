@@ -223,12 +223,12 @@ public:
 
 	/// Bytes of working buffer for a point sort: two arrays of records, each padded to an even count. Exact below
 	/// 268,435,455 particles, where 32 bits end.
-	static u32 GetAutogenIndicesWorkingBufferSize(u32 elementCount)
+	VX_WRAPS static u32 GetAutogenIndicesWorkingBufferSize(u32 elementCount)
 	{
 		return _AlignedRecordCount(elementCount) * u32(sizeof(SIndexAndDepth)) * 2;
 	}
 	/// Bytes of working buffer for a triangle sort: two arrays of records, one per triangle, and the unsorted indices.
-	static u32 GetAutogenIndicesWorkingBufferSize_tri(u32 indexCount)
+	VX_WRAPS static u32 GetAutogenIndicesWorkingBufferSize_tri(u32 indexCount)
 	{
 		return 2 * GetSortedTrisWorkingBufferSize(indexCount) + GetTriIndicesWorkingBufferSize(indexCount);
 	}

@@ -47,7 +47,7 @@ public:
 	_Type *Data() const { return m_Data; }                              ///< Address of the first element.
 	_Type *DataEnd() const { return m_Data + m_Count; }                 ///< Address past the last element.
 	static constexpr u32 ElementSizeInBytes() { return sizeof(_Type); } ///< Size of one element.
-	u32 CoveredBytes() const { return m_Count * ElementSizeInBytes(); } ///< Size of all elements, modulo 2^32.
+	VX_WRAPS u32 CoveredBytes() const { return m_Count * ElementSizeInBytes(); } ///< Size of all elements, modulo 2^32.
 
 	///@{
 	/// An element. One that lies outside is reported, and accessed all the same.
@@ -57,7 +57,7 @@ public:
 		return m_Data[index];
 	}
 	_Type &First() const { return (*this)[0]; }
-	_Type &Last() const { return (*this)[m_Count - 1]; }
+	VX_WRAPS _Type &Last() const { return (*this)[m_Count - 1]; }
 	///@}
 
 	///@{
@@ -67,7 +67,7 @@ public:
 	///@}
 
 	/// The elements [begin, begin + count). A range that lies outside is reported, and viewed all the same.
-	TMemoryView Slice(u32 begin, u32 count) const
+	VX_WRAPS TMemoryView Slice(u32 begin, u32 count) const
 	{
 		VX_ASSERT(begin + count <= m_Count);
 		return TMemoryView(m_Data + begin, count);
@@ -153,12 +153,15 @@ public:
 
 	/// True without elements or without address.
 	bool Empty() const { return m_Storage.m_RawDataPtr == null || m_Storage.m_Count == 0; }
-	u32 Count() const { return m_Storage.m_Count; }                             ///< Elements.
-	u32 Stride() const { return m_Storage.m_Stride; }                           ///< Bytes from one element to the next.
-	bool Virtual() const { return m_Storage.m_Stride == 0; }                    ///< True when all elements are one.
-	u32 CoveredBytes() const { return m_Storage.m_Stride * m_Storage.m_Count; } ///< Stride times count, modulo 2^32.
-	_Type *Data() const { return _At(0); }                                      ///< Address of the first element.
-	_Type *DataEnd() const { return _At(CoveredBytes()); }                      ///< A stride past the last element.
+	u32 Count() const { return m_Storage.m_Count; }          ///< Elements.
+	u32 Stride() const { return m_Storage.m_Stride; }        ///< Bytes from one element to the next.
+	bool Virtual() const { return m_Storage.m_Stride == 0; } ///< True when all elements are one.
+	VX_WRAPS u32 CoveredBytes() const
+	{
+		return m_Storage.m_Stride * m_Storage.m_Count;
+	}                                                      ///< Stride times count, modulo 2^32.
+	_Type *Data() const { return _At(0); }                 ///< Address of the first element.
+	_Type *DataEnd() const { return _At(CoveredBytes()); } ///< A stride past the last element.
 	///@{
 	/// True when elements lie next to each other.
 	bool ContiguousFootprint() const { return m_Storage.m_Stride == ValueFootprintInBytes; }
@@ -167,7 +170,7 @@ public:
 	static constexpr u32 ElementFootprintInBytes() { return ValueFootprintInBytes; } ///< Size of one element.
 
 	/// An element. One that lies outside is reported, and accessed all the same.
-	_Type &operator[](u32 index) const
+	VX_WRAPS _Type &operator[](u32 index) const
 	{
 		_AssertAccessible(index);
 		return *_At(index * m_Storage.m_Stride);
@@ -178,7 +181,7 @@ public:
 
 	/// The elements [begin, begin + count), with the same stride. A range that lies outside is reported, and viewed all the
 	/// same.
-	TStridedMemoryView Slice(u32 begin, u32 count) const
+	VX_WRAPS TStridedMemoryView Slice(u32 begin, u32 count) const
 	{
 		VX_ASSERT(begin + count <= BaseType::m_Storage.m_Count);
 		return TStridedMemoryView(_At(m_Storage.m_Stride * begin), count, m_Storage.m_Stride);

@@ -21,7 +21,7 @@ public:
 	void AddStrongRef() { m_StrongRefCount.fetch_add(1, std::memory_order_relaxed); }
 
 	/// Drops a reference, and the object with its last one. Dropping more than were taken is reported.
-	void ReleaseStrongRef()
+	VX_WRAPS void ReleaseStrongRef()
 	{
 		const u32 nrc = m_StrongRefCount.fetch_sub(1, std::memory_order_acq_rel) - 1;
 		VX_ASSERT_MESSAGE(s32(nrc) >= 0, "/!\\ strong refcount underflow /!\\");

@@ -452,7 +452,7 @@ bool CountingRankSort(_Iterator first, u32 count, _Iterator output, const _KeyEx
 	u32 rankSum = 0;
 	for (u32 i = 0; i < count; ++i)
 		rankSum += ranks[i]; // cppcheck-suppress uninitvar ; the blocks above cover count
-	if (rankSum != count * (count - 1) / 2)
+	if (2 * rankSum + count != count * count)
 		return false;
 
 	for (u32 i = 0; i < count; ++i)

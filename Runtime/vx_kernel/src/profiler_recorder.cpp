@@ -66,7 +66,7 @@ namespace Profiler
 		, m_Id(NextId())
 	{
 		static_assert(sizeof(SThread) <= kBlockSize && sizeof(SScopeBlock) <= kBlockSize, "each fits into a block");
-		const u64 skipped = (0 - reinterpret_cast<ureg>(memory)) % kBlockAlignment;
+		const u64 skipped = (kBlockAlignment - reinterpret_cast<ureg>(memory) % kBlockAlignment) % kBlockAlignment;
 		m_Blocks = static_cast<u8 *>(memory) + std::min(skipped, sizeInBytes);
 		m_BlockCount = sizeInBytes < skipped ? 0 : (sizeInBytes - skipped) / kBlockSize;
 		if (m_BlockCount != 0)

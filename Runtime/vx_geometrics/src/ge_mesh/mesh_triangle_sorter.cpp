@@ -32,7 +32,8 @@ static VX_INLINE _Type *AtByte(const void *base, u64 offset)
 	return reinterpret_cast<_Type *>(reinterpret_cast<ureg>(base) + ureg(offset));
 }
 
-TMemoryView<SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedPoints(void *wb, u32 elementCount, u32 bufferIndex)
+VX_WRAPS TMemoryView<SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedPoints(
+	void *wb, u32 elementCount, u32 bufferIndex)
 {
 	const u32 alignedPrimCount = _AlignedRecordCount(elementCount);
 	VX_ASSERT((1 + bufferIndex) * alignedPrimCount * sizeof(SIndexAndDepth) <=
@@ -41,7 +42,7 @@ TMemoryView<SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedPoints(void *wb
 	return {AtByte<SIndexAndDepth>(wb, u64(firstRecord) * sizeof(SIndexAndDepth)), elementCount};
 }
 
-TMemoryView<const SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedPoints(
+VX_WRAPS TMemoryView<const SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedPoints(
 	const void *wb, u32 elementCount, u32 bufferIndex)
 {
 	const u32 alignedPrimCount = _AlignedRecordCount(elementCount);
@@ -51,14 +52,15 @@ TMemoryView<const SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedPoints(
 	return {AtByte<const SIndexAndDepth>(wb, u64(firstRecord) * sizeof(SIndexAndDepth)), elementCount};
 }
 
-TMemoryView<SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedTris(void *wb, u32 indexCount, u32 bufferIndex)
+VX_WRAPS TMemoryView<SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedTris(
+	void *wb, u32 indexCount, u32 bufferIndex)
 {
 	const u32 firstRecord = _AlignedRecordCount(indexCount / 3) * bufferIndex;
 	VX_ASSERT(bufferIndex == 0 || bufferIndex == 1);
 	return {AtByte<SIndexAndDepth>(wb, u64(firstRecord) * sizeof(SIndexAndDepth)), indexCount / 3};
 }
 
-TMemoryView<const SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedTris(
+VX_WRAPS TMemoryView<const SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedTris(
 	const void *wb, u32 indexCount, u32 bufferIndex)
 {
 	const u32 firstRecord = _AlignedRecordCount(indexCount / 3) * bufferIndex;
@@ -518,7 +520,7 @@ void CTriangleSorter::_FillSource_SortByValues_GeomConstAndIndexList(
 // Expand. The rule that every worker follows, for any width and both index types: record after record, the pattern's
 // entries plus the record's base.
 template<typename _Index>
-static void ExpandOneByOne(const TMemoryView<const u32> &indexPattern,
+VX_WRAPS static void ExpandOneByOne(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *__restrict it,
 	volatile _Index *__restrict dstPrims,
 	u32 primCount)
@@ -569,7 +571,7 @@ static void ExpandIndicesU32_x1(const TMemoryView<const u32> &indexPattern,
 
 // Three entries of the output's own width.
 template<typename _Index>
-static VX_INLINE void ExpandOneByOne3(
+VX_WRAPS static VX_INLINE void ExpandOneByOne3(
 	const _Index *pattern, const SIndexAndDepth *__restrict it, volatile _Index *__restrict dstPrims, u32 primCount)
 {
 	const _Index p0 = pattern[0];
@@ -622,7 +624,7 @@ static void ExpandIndicesU32_x3(const TMemoryView<const u32> &indexPattern,
 // Two 32-bit indices per 64-bit store: _WordCount words of pattern per record. One addition serves both; nothing is
 // carried between them while indices fit in 32 bits.
 template<u32 _WordCount>
-static VX_INLINE void ExpandPacked64(
+VX_WRAPS static VX_INLINE void ExpandPacked64(
 	const u32 *pattern, const SIndexAndDepth *__restrict it, volatile u32 *__restrict dstPrims, u32 primCount)
 {
 	u64 pattern64[_WordCount];
@@ -760,7 +762,7 @@ static void ExpandIndicesU32_UA_x12(const TMemoryView<const u32> &indexPattern,
 }
 
 // Any width. The warning's text is built on every call, seen before or not: this path is not meant to be kept.
-static void ExpandIndicesU32_xN(const TMemoryView<const u32> &indexPattern,
+VX_WRAPS static void ExpandIndicesU32_xN(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *__restrict it,
 	volatile u32 *__restrict dstPrims,
 	u32 primCount)
@@ -803,7 +805,7 @@ void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,
 // 16-bit. Sums are not checked: what becomes of one beyond 0xFFFF differs from loop to loop, and callers keep
 // every index below.
 
-static void ExpandIndicesU16_x1(const TMemoryView<const u32> &indexPattern,
+VX_WRAPS static void ExpandIndicesU16_x1(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *__restrict it,
 	volatile u16 *__restrict dstPrims,
 	u32 primCount)
@@ -877,7 +879,7 @@ static void ExpandIndicesU16_x3(const TMemoryView<const u32> &indexPattern,
 	ExpandOneByOne3(pattern16, it, dstPrims, primsLeft);
 }
 
-static void ExpandIndicesU16_x6(const TMemoryView<const u32> &indexPattern,
+VX_WRAPS static void ExpandIndicesU16_x6(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *__restrict it,
 	volatile u16 *__restrict dstPrims,
 	u32 primCount)
@@ -922,7 +924,7 @@ static void ExpandIndicesU16_x6(const TMemoryView<const u32> &indexPattern,
 }
 
 // Four indices to a 64-bit store, at any address: no alignment to warn of, and nothing streamed to fence.
-static void ExpandIndicesU16_x12(const TMemoryView<const u32> &indexPattern,
+VX_WRAPS static void ExpandIndicesU16_x12(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *__restrict it,
 	volatile u16 *__restrict dstPrims,
 	u32 primCount)
@@ -944,7 +946,7 @@ static void ExpandIndicesU16_x12(const TMemoryView<const u32> &indexPattern,
 	}
 }
 
-static void ExpandIndicesU16_xN(const TMemoryView<const u32> &indexPattern,
+VX_WRAPS static void ExpandIndicesU16_xN(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *__restrict it,
 	volatile u16 *__restrict dstPrims,
 	u32 primCount)
@@ -957,7 +959,7 @@ static void ExpandIndicesU16_xN(const TMemoryView<const u32> &indexPattern,
 		ExpandOneByOne(indexPattern, it, dstPrims, primCount);
 }
 
-void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,
+VX_WRAPS void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *__restrict it,
 	volatile u16 *__restrict dstPrims,
 	u32 primCount)
@@ -1017,7 +1019,7 @@ static void SortQuads(CQuadKeys &cameraDist, u32 quadCount)
 }
 
 template<typename _Index>
-static void ExpandWithSortedQuads(const TMemoryView<const u32> &indexPattern,
+VX_WRAPS static void ExpandWithSortedQuads(const TMemoryView<const u32> &indexPattern,
 	const TMemoryView<const CFloat4> &quadCenters,
 	const CFloat3 &cameraPosition,
 	const SIndexAndDepth *__restrict it,
@@ -1053,7 +1055,7 @@ static void ExpandWithSortedQuads(const TMemoryView<const u32> &indexPattern,
 	}
 }
 
-void CTriangleSorter::ExpandAndSortIndices(const TMemoryView<const u32> &indexPattern,
+VX_WRAPS void CTriangleSorter::ExpandAndSortIndices(const TMemoryView<const u32> &indexPattern,
 	const TMemoryView<const CFloat4> &quadCenters,
 	const CFloat3 &cameraPosition,
 	const SIndexAndDepth *__restrict it,
@@ -1072,7 +1074,7 @@ void CTriangleSorter::ExpandAndSortIndices(const TMemoryView<const u32> &indexPa
 	ExpandWithSortedQuads(indexPattern, quadCenters, cameraPosition, it, dstPrims, primCount, vpp);
 }
 
-void CTriangleSorter::ExpandAndSortIndices(const TMemoryView<const u32> &indexPattern,
+VX_WRAPS void CTriangleSorter::ExpandAndSortIndices(const TMemoryView<const u32> &indexPattern,
 	const TMemoryView<const CFloat4> &quadCenters,
 	const CFloat3 &cameraPosition,
 	const SIndexAndDepth *__restrict it,

@@ -131,7 +131,7 @@ struct SBiasedPattern6
 	__m128i p01234501, p23450123, p45012345;
 	__m128i signedOffsetter;
 
-	explicit VX_INLINE SBiasedPattern6(const u32 *pattern)
+	explicit VX_WRAPS VX_INLINE SBiasedPattern6(const u32 *pattern)
 	{
 		s32 largestIndexInPattern = s32(LoadU32(pattern));
 		for (u32 i = 1; i < 6; ++i)
@@ -189,7 +189,7 @@ struct SPattern12
 };
 
 // Consecutive pattern entries cut to 16 bits and packed, the first in the lowest bits.
-static VX_INLINE u32 PackEntries2(const u32 *pattern)
+VX_WRAPS static VX_INLINE u32 PackEntries2(const u32 *pattern)
 {
 	return (LoadU32(pattern) & 0xFFFF) | LoadU32(pattern + 1) << 16;
 }

@@ -119,8 +119,8 @@ struct SPositions_Repeated
 // groups of four: through Fours, which starts where Next would, and after which Skip catches up. Eights are groups for
 // processors with wider lanes. All count records, never particles.
 //
-// A sequence: record k has the base start + k * increment. A group of four is stored in the order 2, 3, 0, 1, which
-// shows in the order of equal keys after a stable sort, and is kept for it.
+// A sequence: record k has the base start + k * increment, modulo 2^32 as lanes count. A group of four is stored in the
+// order 2, 3, 0, 1, which shows in the order of equal keys after a stable sort, and is kept for it.
 class CVertexBases_Sequence
 {
 public:
@@ -135,7 +135,7 @@ public:
 	VX_INLINE u32 Start() const { return m_Next; }
 	VX_INLINE u32 Increment() const { return m_Increment; }
 
-	VX_INLINE u32 Next()
+	VX_WRAPS VX_INLINE u32 Next()
 	{
 		const u32 base = m_Next;
 		m_Next += m_Increment;
@@ -146,12 +146,12 @@ public:
 	{
 		return Next();
 	}
-	VX_INLINE void Skip(u32 recordCount) { m_Next += recordCount * m_Increment; }
+	VX_WRAPS VX_INLINE void Skip(u32 recordCount) { m_Next += recordCount * m_Increment; }
 
 	class Fours
 	{
 	public:
-		explicit VX_INLINE Fours(const CVertexBases_Sequence &bases)
+		explicit VX_WRAPS VX_INLINE Fours(const CVertexBases_Sequence &bases)
 		{
 			const u32 start = bases.m_Next;
 			const u32 increment = bases.m_Increment;
