@@ -222,3 +222,13 @@ TEST(Hazards, EachThread_CountsItsOwn)
 	EXPECT_EQ(atEnd, 2u);
 	EXPECT_EQ(recorder.Hazards(), 1u);
 }
+
+// Static objects of a host sort before this library's own static members are set.
+TEST(LogUnique, RegistryBeforeItsPointerIsSet_IsTheSame)
+{
+	CLogUniqueCollection *const registry = CPerfHotspotsRegistry::Registry();
+	ASSERT_EQ(CPerfHotspotsRegistry::m_Registry, registry);
+	CPerfHotspotsRegistry::m_Registry = null;
+	EXPECT_EQ(CPerfHotspotsRegistry::Registry(), registry);
+	CPerfHotspotsRegistry::m_Registry = registry;
+}

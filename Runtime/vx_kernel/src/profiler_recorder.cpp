@@ -116,9 +116,9 @@ namespace Profiler
 			--thread->m_DepthBeyond;
 			return;
 		}
-		for (u32 depth = thread->m_Depth; depth-- != 0;)
+		for (u32 depth = thread->m_Depth; depth != 0;)
 		{
-			const SThread::SOpenScope &open = thread->m_Open[depth];
+			const SThread::SOpenScope &open = thread->m_Open[--depth];
 			if (open.m_Node != &node)
 				continue;
 			if (open.m_Scope != null)

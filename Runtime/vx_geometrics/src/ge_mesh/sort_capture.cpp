@@ -13,7 +13,7 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "captures are little-en
 constexpr u64 kLargestSize = 0xFFFFFFFFu; // counts and sizes are 32-bit
 constexpr u32 kWordSize = sizeof(u32);
 
-u64 SortCaptureChecksum(u64 checksum, const void *words, u64 sizeInBytes)
+VX_WRAPS u64 SortCaptureChecksum(u64 checksum, const void *words, u64 sizeInBytes)
 {
 	const u8 *const bytes = static_cast<const u8 *>(words);
 	for (u64 offset = 0; offset < sizeInBytes; offset += kWordSize)
@@ -62,7 +62,7 @@ public:
 	void PadToWord()
 	{
 		constexpr u8 zeros[kWordSize] = {};
-		Bytes(zeros, (0 - m_PendingSize) % kWordSize);
+		Bytes(zeros, (kWordSize - m_PendingSize % kWordSize) % kWordSize);
 	}
 
 	// The end of the file: its size, and the checksum of all words before the checksum.
