@@ -20,7 +20,8 @@ case "$mode" in
 esac
 
 packages=(g++ clang)
-[ "$mode" != "" ] || packages+=(llvm-14-linker-tools g++-i686-linux-gnu libc6-i386-cross)
+[ "$mode" != "" ] || packages+=(llvm-14-linker-tools g++-i686-linux-gnu libc6-i386-cross \
+	g++-aarch64-linux-gnu qemu-user libsimde-dev g++-mingw-w64-x86-64-posix wine)
 Tools/install_packages.sh "${packages[@]}"
 
 build=build/matrix
@@ -45,6 +46,7 @@ add_row()
 levels=(-O0 -O1 -O2 -O3 -Os)
 architectures=(x86-64 x86-64-v2 x86-64-v3 native)
 clang_32_bit="clang++ --target=i686-linux-gnu"
+clang_aarch64="clang++ --target=aarch64-linux-gnu"
 
 add_short_rows()
 {
@@ -112,6 +114,24 @@ add_32_bit_rows()
 	add_row "$clang_32_bit" -O3 native -ffast-math 1 sources
 }
 
+# Another processor, whose compilers multiply and add in one instruction unless told otherwise, under an emulator.
+add_aarch64_rows()
+{
+	add_row aarch64-linux-gnu-g++ -O0 armv8-a "" 1 sources
+	add_row aarch64-linux-gnu-g++ -O2 armv8-a "" 0 sources
+	add_row aarch64-linux-gnu-g++ -O3 armv8-a -ffast-math 1 sources
+	add_row aarch64-linux-gnu-g++ -O3 armv8.2-a "-ffast-math -flto" 0 sources
+	add_row "$clang_aarch64" -O0 armv8-a "" 1 sources
+	add_row "$clang_aarch64" -O3 armv8-a "-ffast-math -ffp-contract=fast" 0 sources
+}
+
+# Another operating system, as far as wine is one.
+add_windows_rows()
+{
+	add_row x86_64-w64-mingw32-g++-posix -O0 x86-64 -static 1 sources
+	add_row x86_64-w64-mingw32-g++-posix -O2 x86-64 "-static -ffast-math" 0 sources
+}
+
 # One row.
 
 # The loader knows which levels this CPU reaches.
@@ -126,6 +146,13 @@ compile()
 {
 	local compiler=$1 assertions=$2
 	shift 2
+	case $compiler in
+	*aarch64*)
+		mkdir -p "$build/include"
+		ln -sfn /usr/include/simde "$build/include/simde" # headers alone, without the rest of this machine's
+		set -- -DVEXMOOR_SIMDE -isystem "$build/include" "$@"
+		;;
+	esac
 	# shellcheck disable=SC2086 # a command, with its target
 	$compiler -std=c++17 -DVX_ASSERTIONS="$assertions" "${includes[@]}" -I Tests/Model "$@"
 }
@@ -155,6 +182,7 @@ build_row()
 	case $linked in
 	sources)
 		compile "$compiler" "$assertions" "${flags[@]}" "${library[@]}" "$program" "$generated" -o "$folder/same_bits"
+		[ ! -e "$folder/same_bits.exe" ] || mv "$folder/same_bits.exe" "$folder/same_bits"
 		;;
 	archive)
 		local source
@@ -178,6 +206,8 @@ run_row()
 	local folder=$1 compiler=$2
 	case $compiler in
 	*i686*) /usr/i686-linux-gnu/lib/ld-linux.so.2 --library-path "/usr/i686-linux-gnu/lib:$folder" "$folder/same_bits" ;;
+	*aarch64*) qemu-aarch64 -L /usr/aarch64-linux-gnu "$folder/same_bits" ;;
+	*mingw32*) WINEPREFIX=$PWD/$build/wine WINEDEBUG=-all wine "$folder/same_bits" 2>/dev/null | tr -d '\r' ;;
 	*) "$folder/same_bits" ;;
 	esac
 }
@@ -229,6 +259,8 @@ else
 		add_linkage_rows $compiler
 	done
 	add_32_bit_rows
+	add_aarch64_rows
+	add_windows_rows
 fi
 
 build_generators

@@ -46,7 +46,7 @@ analyse()
 	local assertions
 	for assertions in 0 1; do
 		cppcheck -j "$(nproc)" --enable=warning,performance,portability --inline-suppr --error-exitcode=1 --quiet \
-			--std=c++17 --platform=unix64 -D__GNUC__=12 -D__x86_64__ -DVX_ASSERTIONS=$assertions \
+			--std=c++17 --platform=unix64 -D__GNUC__=12 -D__x86_64__ -D__SSE2__ -DVX_ASSERTIONS=$assertions \
 			-I Runtime/include -I Runtime/vx_maths/include -I Runtime/vx_kernel/include \
 			-I Runtime/vx_geometrics/include -I Runtime/vx_geometrics/src/ge_mesh \
 			Runtime Tests/Model Tests/SameBits Tests/Support Tests/Fuzz Samples

@@ -70,10 +70,10 @@ namespace Assert
 #if VX_ASSERTIONS
 	VX_API extern const char LibraryIsBuiltWith_VX_ASSERTIONS_1; ///< There in libraries with assertions alone.
 	/// Asks for it.
-	__attribute__((used, retain)) static const char *const s_LibraryAgrees = &LibraryIsBuiltWith_VX_ASSERTIONS_1;
+	VX_KEPT static const char *const s_LibraryAgrees = &LibraryIsBuiltWith_VX_ASSERTIONS_1;
 #else
 	VX_API extern const char LibraryIsBuiltWith_VX_ASSERTIONS_0;
-	__attribute__((used, retain)) static const char *const s_LibraryAgrees = &LibraryIsBuiltWith_VX_ASSERTIONS_0;
+	VX_KEPT static const char *const s_LibraryAgrees = &LibraryIsBuiltWith_VX_ASSERTIONS_0;
 #endif
 
 	///@{

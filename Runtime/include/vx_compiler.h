@@ -16,10 +16,20 @@
 ///@}
 
 /// Compiles one function for processors with AVX2, whatever the rest is compiled for. Who calls it asks kr_cpu.h before.
-#define VX_TARGET_AVX2 __attribute__((target("avx2")))
+/// Not defined where no processor has it.
+#if defined(__SSE2__)
+	#define VX_TARGET_AVX2 __attribute__((target("avx2")))
+#endif
 
 /// The full signature of the enclosing function.
 #define VX_FUNCTION __PRETTY_FUNCTION__
+
+/// Something that nobody names, and that linkers leave in all the same.
+#if defined(_WIN32)
+	#define VX_KEPT __attribute__((used))
+#else
+	#define VX_KEPT __attribute__((used, retain))
+#endif
 
 /// Checks a printf-style call: the 1-based positions of the format and of the first argument after it.
 #define VX_PRINTF_LIKE(_format, _firstArgument) __attribute__((format(printf, _format, _firstArgument)))
@@ -33,7 +43,11 @@
 #endif
 
 /// A breakpoint that a debugger can continue from.
-#define VX_TRAP() __asm__ volatile("int3")
+#if defined(__aarch64__)
+	#define VX_TRAP() __asm__ volatile("brk #0xF000")
+#else
+	#define VX_TRAP() __asm__ volatile("int3")
+#endif
 
 /// 1 for a shared library and its clients, 0 for everything else; the build system's target carries it.
 #ifndef VX_SHARED

@@ -5,6 +5,7 @@
 
 #include "vx_compiler.h"
 #include "vx_defs.h"
+#include "vx_sse2.h"
 
 #include <cstring>
 #include <type_traits>

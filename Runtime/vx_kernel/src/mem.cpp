@@ -4,6 +4,9 @@
 
 #include <cstdlib>
 #include <limits>
+#if defined(_WIN32)
+	#include <malloc.h>
+#endif
 
 namespace Vexmoor
 {
@@ -17,12 +20,20 @@ namespace Mem
 		if (size > std::numeric_limits<std::size_t>::max() - 2 * granule)
 			return null;
 		const u64 padded = size == 0 ? granule : (size + granule - 1) / granule * granule;
+#if defined(_WIN32)
+		return _aligned_malloc(std::size_t(padded), std::size_t(granule));
+#else
 		return std::aligned_alloc(std::size_t(granule), std::size_t(padded));
+#endif
 	}
 
 	static void HeapFree(void *, void *ptr, EAllocType, EOrigin, const char *, const char *, int, const char *)
 	{
+#if defined(_WIN32)
+		_aligned_free(ptr);
+#else
 		std::free(ptr);
+#endif
 	}
 
 	static constexpr SAllocator kHeapAllocator = {&HeapAlloc, &HeapFree, null};

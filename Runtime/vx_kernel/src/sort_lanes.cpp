@@ -5,7 +5,9 @@
 #include "kr_cpu.h"
 #include "kr_sort.h"
 
-#include <immintrin.h>
+#if defined(VX_TARGET_AVX2)
+	#include <immintrin.h>
+#endif
 
 namespace Vexmoor
 {
@@ -38,6 +40,7 @@ namespace SortLanes
 		}
 	}
 
+#if defined(VX_TARGET_AVX2)
 	// The upper half of a register, and the lower half of the one that follows it.
 	VX_TARGET_AVX2 static VX_INLINE __m256i BetweenHalves(__m256i before, __m256i lanes)
 	{
@@ -69,13 +72,15 @@ namespace SortLanes
 			lastOf4 = of4;
 		}
 	}
+#endif
 
 	void SumCounters(u32 *counters, u32 count)
 	{
+#if defined(VX_TARGET_AVX2)
 		if (Cpu::UsesAvx2())
-			SumCounters_Avx2(counters, count);
-		else
-			SumCounters_Sse2(counters, count);
+			return SumCounters_Avx2(counters, count);
+#endif
+		SumCounters_Sse2(counters, count);
 	}
 
 	// Ranks, 128 bits: sixteen keys at a time against all. A comparison's mask is minus one.
@@ -108,6 +113,7 @@ namespace SortLanes
 		}
 	}
 
+#if defined(VX_TARGET_AVX2)
 	// Ranks, 256 bits.
 	VX_TARGET_AVX2 static void CountLowerKeys_Avx2(const s32 *keys, u32 count, u32 *ranks)
 	{
@@ -129,13 +135,15 @@ namespace SortLanes
 			_mm256_storeu_si256(blockRanks + 1, ranks8ToF);
 		}
 	}
+#endif
 
 	void CountLowerKeys(const s32 *keys, u32 count, u32 *ranks)
 	{
+#if defined(VX_TARGET_AVX2)
 		if (Cpu::UsesAvx2())
-			CountLowerKeys_Avx2(keys, count, ranks);
-		else
-			CountLowerKeys_Sse2(keys, count, ranks);
+			return CountLowerKeys_Avx2(keys, count, ranks);
+#endif
+		CountLowerKeys_Sse2(keys, count, ranks);
 	}
 } // namespace SortLanes
 } // namespace Vexmoor

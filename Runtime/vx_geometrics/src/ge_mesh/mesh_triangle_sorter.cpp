@@ -218,6 +218,7 @@ static VX_INLINE void FillGroupsByDistance(SIndexAndDepth *packedPtr,
 	const SCamera &camera,
 	_VertexBases &vertexBases)
 {
+#if defined(VX_TARGET_AVX2)
 	if constexpr (_Positions::kHasEights)
 	{
 		const u32 eightCount = groupCount / 2;
@@ -232,6 +233,7 @@ static VX_INLINE void FillGroupsByDistance(SIndexAndDepth *packedPtr,
 			groupCount -= eightCount * 2;
 		}
 	}
+#endif
 	FillFoursByDistance<_Positions>(packedPtr, srcPos, srcStride, groupCount, camera, vertexBases);
 	vertexBases.Skip(groupCount * kRecordsPerGroup);
 }
@@ -1039,7 +1041,7 @@ VX_WRAPS static void ExpandWithSortedQuads(const TMemoryView<const u32> &indexPa
 		for (u32 quadId = 0; quadId < quadCount; ++quadId)
 		{
 			const CFloat4 &quadCenter = quadCenters[firstSlot + quadId];
-			const __m128 len2 = SquaredLengthOfOne(_mm_sub_ps(LoadFloat3(quadCenter.Data()), camerPos));
+			const __m128 len2 = SquaredLengthOfOne(Subtract(LoadFloat3(quadCenter.Data()), camerPos));
 			cameraDist[quadId] = (SDistanceKey::FromBits(BitsOfLane0(len2)) & ~kQuadNumberMask) | quadId;
 		}
 		SortQuads(cameraDist, quadCount);

@@ -32,30 +32,88 @@ static VX_INLINE __m128 SplatLane(__m128 lanes)
 	return _mm_shuffle_ps(lanes, lanes, _MM_SHUFFLE(_Lane, _Lane, _Lane, _Lane));
 }
 
-// a + b, rounded once, with a's NaN where both are NaN. The instruction is spelled out because compilers fuse an add
-// intrinsic with the multiplication before it where they may use FMA, and swap its operands where it suits them.
+// The arithmetic of keys: each result rounded once, and NaNs as x86 has them, the first operand's before the second's,
+// and a negative one where there was none.
+#if defined(__SSE2__)
+// The instruction is spelled out because compilers fuse an add intrinsic with the multiplication before it where they may
+// use FMA, and swap its operands where it suits them.
 static VX_INLINE __m128 AddInOrder(__m128 a, __m128 b)
 {
-#if defined(__AVX__)
+	#if defined(__AVX__)
 	__asm__("vaddps %2, %1, %0" : "=x"(a) : "x"(a), "x"(b));
-#else
+	#else
 	__asm__("addps %1, %0" : "+x"(a) : "x"(b));
-#endif
+	#endif
 	return a;
 }
+static VX_INLINE __m128 Subtract(__m128 a, __m128 b)
+{
+	return _mm_sub_ps(a, b);
+}
+static VX_INLINE __m128 Square(__m128 a)
+{
+	return _mm_mul_ps(a, a);
+}
+#elif defined(__aarch64__)
+// mask ? a : b, in integers, which no fast arithmetic sees through.
+static VX_INLINE __m128i Select(__m128i mask, __m128i a, __m128i b)
+{
+	return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b));
+}
+
+// Full lanes where the bits are a NaN's.
+static VX_INLINE __m128i NaNs(__m128i bits)
+{
+	return _mm_cmpgt_epi32(_mm_and_si128(bits, Splat(0x7FFFFFFFu)), Splat(0x7F800000u));
+}
+
+// This processor's own choice of a NaN, a signalling one before a quiet one, made x86's.
+static VX_INLINE __m128 WithNaNsOf(__m128 a, __m128 b, __m128 result)
+{
+	constexpr u32 kQuietBit = 0x00400000u, kNewNaN = 0xFFC00000u;
+	const __m128i aBits = _mm_castps_si128(a), bBits = _mm_castps_si128(b), resultBits = _mm_castps_si128(result);
+	__m128i bits = Select(NaNs(resultBits), Splat(kNewNaN), resultBits);
+	bits = Select(NaNs(bBits), _mm_or_si128(bBits, Splat(kQuietBit)), bits);
+	bits = Select(NaNs(aBits), _mm_or_si128(aBits, Splat(kQuietBit)), bits);
+	return _mm_castsi128_ps(bits);
+}
+
+static VX_INLINE __m128 AddInOrder(__m128 a, __m128 b)
+{
+	__m128 sum;
+	__asm__("fadd %0.4s, %1.4s, %2.4s" : "=w"(sum) : "w"(a), "w"(b));
+	return WithNaNsOf(a, b, sum);
+}
+static VX_INLINE __m128 Subtract(__m128 a, __m128 b)
+{
+	__m128 difference;
+	__asm__("fsub %0.4s, %1.4s, %2.4s" : "=w"(difference) : "w"(a), "w"(b));
+	return WithNaNsOf(a, b, difference);
+}
+static VX_INLINE __m128 Square(__m128 a)
+{
+	__m128 square;
+	__asm__("fmul %0.4s, %1.4s, %1.4s" : "=w"(square) : "w"(a));
+	return WithNaNsOf(a, a, square);
+}
+#else
+	#error "keys are exact on x86 with SSE2 and on AArch64: other processors need their arithmetic spelled out here"
+#endif
 
 // 0 - a: +0.0 for both zeros. The zero is opaque, or -ffast-math makes it a flip of the sign.
 static VX_INLINE __m128 SubtractFromZero(__m128 a)
 {
 	__m128 zero = _mm_setzero_ps();
+#if defined(__SSE2__)
 	__asm__("" : "+x"(zero));
-	return _mm_sub_ps(zero, a);
+#endif
+	return Subtract(zero, a);
 }
 
 // (x * x + y * y) + z * z, each product and sum rounded on its own, in this order on every path.
 static VX_INLINE __m128 SquaredLength(__m128 x, __m128 y, __m128 z)
 {
-	return AddInOrder(AddInOrder(_mm_mul_ps(x, x), _mm_mul_ps(y, y)), _mm_mul_ps(z, z));
+	return AddInOrder(AddInOrder(Square(x), Square(y)), Square(z));
 }
 
 // The squared length of one vector x, y, z, ?, in lane 0.
@@ -106,7 +164,7 @@ class CFloatModeScope
 {
 public:
 	VX_INLINE CFloatModeScope()
-		: m_HostMode(_mm_getcsr())
+		: m_HostMode(_Get())
 	{
 		if (VX_UNLIKELY((m_HostMode & kModeBits) != kDefaultMode))
 			_Set(kDefaultMode | (m_HostMode & ~kModeBits));
@@ -118,10 +176,33 @@ public:
 	}
 
 private:
+#if defined(__SSE2__)
 	static constexpr u32 kModeBits = 0xFFC0;    // flush to zero, rounding, exception masks, denormals are zero
 	static constexpr u32 kDefaultMode = 0x1F80; // all exceptions masked, nothing else
 
-	static VX_INLINE void _Set(u32 mode) { __asm__ volatile("ldmxcsr %0" : : "m"(mode) : "memory"); }
+	static VX_INLINE u32 _Get()
+	{
+		return _mm_getcsr();
+	}
+	static VX_INLINE void _Set(u32 mode)
+	{
+		__asm__ volatile("ldmxcsr %0" : : "m"(mode) : "memory");
+	}
+#elif defined(__aarch64__)
+	static constexpr u32 kModeBits = 0x03C89F00; // default NaN, flush to zero, rounding, exceptions that trap
+	static constexpr u32 kDefaultMode = 0;
+
+	static VX_INLINE u32 _Get()
+	{
+		u64 mode;
+		__asm__ volatile("mrs %0, fpcr" : "=r"(mode));
+		return u32(mode);
+	}
+	static VX_INLINE void _Set(u32 mode)
+	{
+		__asm__ volatile("msr fpcr, %0" : : "r"(u64(mode)) : "memory");
+	}
+#endif
 
 	CFloatModeScope(const CFloatModeScope &) = delete;
 	CFloatModeScope &operator=(const CFloatModeScope &) = delete;

@@ -42,12 +42,12 @@ struct SCamera
 
 	VX_INLINE __m128 SquaredDistancesTo(__m128 x, __m128 y, __m128 z) const
 	{
-		return SquaredLength(_mm_sub_ps(x, xxxx), _mm_sub_ps(y, yyyy), _mm_sub_ps(z, zzzz));
+		return SquaredLength(Subtract(x, xxxx), Subtract(y, yyyy), Subtract(z, zzzz));
 	}
 	// In lane 0, to 12 bytes of a position.
 	VX_INLINE __m128 SquaredDistanceTo(const void *position) const
 	{
-		return SquaredLengthOfOne(_mm_sub_ps(LoadFloat3(position), xyz0));
+		return SquaredLengthOfOne(Subtract(LoadFloat3(position), xyz0));
 	}
 };
 

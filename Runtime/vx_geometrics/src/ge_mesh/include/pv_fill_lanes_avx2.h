@@ -6,7 +6,8 @@
 
 #include "pv_fill_lanes.h"
 
-#include <immintrin.h>
+#if defined(VX_TARGET_AVX2)
+	#include <immintrin.h>
 
 namespace Vexmoor
 {
@@ -156,3 +157,4 @@ VX_TARGET_AVX2 static void FillEightsByDistance(SIndexAndDepth *packedPtr,
 	}
 }
 } // namespace Vexmoor
+#endif

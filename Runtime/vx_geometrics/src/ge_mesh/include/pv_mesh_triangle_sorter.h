@@ -5,9 +5,9 @@
 
 #include "vx_compiler.h"
 #include "vx_defs.h"
+#include "vx_sse2.h"
 
 #include <cstring>
-#include <emmintrin.h>
 
 namespace Vexmoor
 {
