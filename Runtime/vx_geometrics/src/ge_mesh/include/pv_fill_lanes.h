@@ -155,6 +155,7 @@ public:
 		{
 			const u32 start = bases.m_Next;
 			const u32 increment = bases.m_Increment;
+			// cppcheck-suppress useInitializationList ; two constants come first
 			m_Counters = _mm_setr_epi32(
 				s32(start), s32(start + increment), s32(start + 2 * increment), s32(start + 3 * increment));
 			m_Step = Splat(kRecordsPerGroup * increment);
