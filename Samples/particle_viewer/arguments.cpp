@@ -75,11 +75,26 @@ namespace
 
 	std::string ParticlesHelp()
 	{
+		constexpr u32 kScenesPerLine = 4;
 		std::string text = "Particles in every frame; by default";
+		u32 number = 0;
 		for (const SSceneKind &kind : SceneKinds())
-			text += (&kind == &SceneKinds().front() ? " " : ", ") + std::to_string(kind.m_ParticleCount) + " (" +
-			        kind.m_Name + ")";
+		{
+			text += number == 0 ? "\n" : number % kScenesPerLine == 0 ? ",\n" : ", ";
+			text += std::to_string(kind.m_ParticleCount) + " (" + kind.m_Name + ")";
+			++number;
+		}
 		return text;
+	}
+
+	std::string FramesHelp()
+	{
+		const u32 most = SceneKinds().front().m_FrameCount;
+		std::string text = "Frames to simulate, sort and draw; " + std::to_string(most) + " by default";
+		for (const SSceneKind &kind : SceneKinds())
+			if (kind.m_FrameCount != most)
+				text += ", " + std::to_string(kind.m_FrameCount) + " of " + kind.m_Name;
+		return text + ".\nThe last is shown. A window closes after so many, if they are given";
 	}
 
 	// A scene's name stands before the first of its lines.
@@ -109,9 +124,7 @@ namespace
 		add("--sort-by", "NAME", texts.m_SortBy,
 			"A property of the file to sort by instead of the distance; the lowest value is drawn first");
 		add("--particles", "N", texts.m_Particles, ParticlesHelp());
-		add("--frames", "N", texts.m_Frames,
-			"Frames to simulate, sort and draw; 24 by default. The last is shown. A window\n"
-			"closes after so many, if they are given");
+		add("--frames", "N", texts.m_Frames, FramesHelp());
 		add("--seed", "N", texts.m_Seed, "Seed of all randomness: the same seed, the same index buffers; 1 by default");
 		add("--width", "N", texts.m_Width, "Width of a picture in pixels; 640 by default, 960 in a window");
 		add("--height", "N", texts.m_Height, "Height of a picture in pixels; 360 by default, 860 in a window");
@@ -170,9 +183,7 @@ namespace
 				throw CFailure(std::string(option) + " is for runs without --window.");
 
 		SArguments arguments;
-		arguments.m_FrameCount = ParseNumber("--frames", texts.m_Frames.value_or("24"), 1, kMaxFrameCount);
-		if (texts.m_Window && !texts.m_Frames)
-			arguments.m_FrameCount = 0;
+		arguments.m_FrameCount = texts.m_Frames ? ParseNumber("--frames", *texts.m_Frames, 1, kMaxFrameCount) : 0;
 		arguments.m_InWindow = texts.m_Window;
 		arguments.m_Seed = ParseNumber("--seed", texts.m_Seed, 0, 0xFFFFFFFFu);
 		arguments.m_Width =
@@ -186,6 +197,8 @@ namespace
 		arguments.m_CaptureFile = texts.m_Capture;
 		arguments.m_ReplayFile = texts.m_Replay;
 		arguments.m_Scene = Scene(app, texts);
+		if (!texts.m_Frames && !texts.m_Window)
+			arguments.m_FrameCount = arguments.m_Scene->m_FrameCount;
 		arguments.m_ParticleCount = arguments.m_Scene->m_ParticleCount;
 		if (app.count("--particles") != 0)
 			arguments.m_ParticleCount =

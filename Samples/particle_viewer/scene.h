@@ -23,8 +23,8 @@ struct SBillboard
 	CFloat4 m_Colour; ///< Premultiplied, linear light; the alpha may be less than the light, for what glows.
 	float m_Cosine;   ///< The sprite's rotation.
 	float m_Sine;
-	float m_Sprite; ///< Layer of the sprite texture.
-	float m_Padding;
+	float m_Sprite;   ///< Layer of the sprite texture.
+	float m_Slimness; ///< From 0, as wide as high, towards 1, a line.
 };
 static_assert(sizeof(SBillboard) == 48, "three vectors of the shader's layout");
 
@@ -129,4 +129,5 @@ std::unique_ptr<IScene> CreateDebrisScene(u32 particleCount, u32 seed);
 std::unique_ptr<IScene> CreateInterleaveScene(u32 particleCount, u32 seed);
 std::unique_ptr<IScene> CreateSparksScene(u32 particleCount, u32 seed);
 std::unique_ptr<IScene> CreateTubesScene(u32 particleCount, u32 seed);
+std::unique_ptr<IScene> CreateRainScene(u32 particleCount, u32 seed);
 } // namespace Viewer

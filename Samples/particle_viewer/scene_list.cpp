@@ -20,15 +20,18 @@ namespace
 	const char *const kTubes =
 		"tubes of fire that turn to smoke, fifteen quads each: tubes sorted, and the quads inside each\n"
 		"unsorted.png, whole_tubes.png, sorted.png, comparison.png";
+	const char *const kRain = "a million drops of rain around three lamps: what a large sort costs\n"
+							  "unsorted.png, sorted.png, comparison.png";
 
 	std::vector<SSceneKind> &Kinds()
 	{
 		static std::vector<SSceneKind> kinds = {
-			{"smoke",      100000, 2500000, CreateSmokeScene,      kSmoke     },
-			{"debris",     1200,   200000,  CreateDebrisScene,     kDebris    },
-			{"interleave", 26,     400,     CreateInterleaveScene, kInterleave},
-			{"sparks",     14000,  2000000, CreateSparksScene,     kSparks    },
-			{"tubes",      100,    50000,   CreateTubesScene,      kTubes     },
+			{"smoke",      100000,  2500000, CreateSmokeScene,      kSmoke,      24},
+			{"debris",     1200,    200000,  CreateDebrisScene,     kDebris,     24},
+			{"interleave", 26,      400,     CreateInterleaveScene, kInterleave, 24},
+			{"sparks",     14000,   2000000, CreateSparksScene,     kSparks,     24},
+			{"tubes",      100,     50000,   CreateTubesScene,      kTubes,      24},
+			{"rain",       1000000, 2500000, CreateRainScene,       kRain,       4 },
 		};
 		return kinds;
 	}

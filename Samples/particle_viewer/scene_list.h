@@ -21,6 +21,7 @@ struct SSceneKind
 	u32 m_MaxParticleCount; ///< What the scene's pages, vertices and 32-bit byte sizes leave room for.
 	std::function<std::unique_ptr<IScene>(u32 particleCount, u32 seed)> m_Create;
 	const char *m_Details;     ///< Lines of --help.
+	u32 m_FrameCount = 24;     ///< Unless another is asked for; fewer where one takes long.
 	std::string m_Source = {}; ///< Of a scene out of a file, where it comes from.
 };
 

@@ -53,7 +53,7 @@ struct SBillboard
 {
 	vec4 positionAndRadius;
 	vec4 colour;
-	vec4 rotationAndSprite;
+	vec4 rotationSpriteAndSlimness;
 };
 layout(std430, binding = 0) readonly buffer Billboards { SBillboard billboards[]; };
 uniform mat4 worldToClip;
@@ -67,11 +67,12 @@ void main()
 	SBillboard billboard = billboards[gl_VertexID >> 2];
 	int corner = gl_VertexID & 3;
 	vec2 offset = vec2((corner == 1 || corner == 2) ? 1.0 : -1.0, corner >= 2 ? 1.0 : -1.0);
-	vec2 turned = vec2(dot(billboard.rotationAndSprite.xy, vec2(offset.x, -offset.y)),
-		dot(billboard.rotationAndSprite.yx, offset));
+	vec2 slim = offset * vec2(1.0 - billboard.rotationSpriteAndSlimness.w, 1.0);
+	vec2 turned = vec2(dot(billboard.rotationSpriteAndSlimness.xy, vec2(slim.x, -slim.y)),
+		dot(billboard.rotationSpriteAndSlimness.yx, slim));
 	vec3 side = (right * turned.x + up * turned.y) * billboard.positionAndRadius.w;
 	gl_Position = worldToClip * vec4(billboard.positionAndRadius.xyz + side, 1.0);
-	sprite = vec3(offset * 0.5 + 0.5, billboard.rotationAndSprite.z);
+	sprite = vec3(offset * 0.5 + 0.5, billboard.rotationSpriteAndSlimness.z);
 	colour = billboard.colour;
 }
 )";

@@ -1,4 +1,5 @@
-// A puff is a soft disc whose edge is frayed by value noise; a glow is a small core in a wide halo.
+// A puff is a soft disc whose edge is frayed by value noise; a glow is a small core in a wide halo, a
+// drop fills its disc.
 
 #include "sprites.h"
 
@@ -59,6 +60,15 @@ namespace
 		const float edge = std::max(1.0f - squared, 0.0f);
 		return (0.90f * std::exp(-squared * 38.0f) + 0.10f * std::exp(-squared * 5.0f)) * edge;
 	}
+	float Drop(float x, float y)
+	{
+		return Smooth(std::max(1.0f - (x * x + y * y), 0.0f));
+	}
+
+	float Sprite(float x, float y, u32 layer)
+	{
+		return layer == kGlowSprite ? Glow(x, y) : layer == kDropSprite ? Drop(x, y) : Puff(x, y, layer);
+	}
 } // namespace
 
 std::vector<u8> PaintSprites()
@@ -71,7 +81,7 @@ std::vector<u8> PaintSprites()
 			{
 				const float x = (float(column) + 0.5f) * (2.0f / kSpriteSide) - 1.0f;
 				const float y = (float(row) + 0.5f) * (2.0f / kSpriteSide) - 1.0f;
-				const float value = layer == kGlowSprite ? Glow(x, y) : Puff(x, y, layer);
+				const float value = Sprite(x, y, layer);
 				*texel++ = u8(std::clamp(value, 0.0f, 1.0f) * 255.0f + 0.5f);
 			}
 	return texels;

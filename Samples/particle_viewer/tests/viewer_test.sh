@@ -2,7 +2,7 @@
 # Runs the viewer as a user does and looks at what it prints and writes.
 #
 #   viewer_test.sh VIEWER CASE      CASE: smoke, same_seed, index_types, debris, sparks,
-#                                   tubes, interleave, splats, points, colours, trace, capture, help or wrong_use
+#                                   tubes, rain, interleave, splats, points, colours, trace, capture, help or wrong_use
 set -euo pipefail
 
 viewer=$1
@@ -154,6 +154,15 @@ tubes()
 	grep -q 'Very slow tube quad sorter' "$figures" || fail "quads were not sorted"
 }
 
+rain()
+{
+	exact_scene --scene rain --particles 12000
+	[ "$(figure particles)" = 12,000 ] || fail "not as many particles as asked for"
+	figure pages | grep -Eq '^[0-9]+, [1-9][0-9]* with disabled particles' || fail "pages"
+	"$viewer" --scene rain --particles 500 --width 16 --height 16 >"$figures"
+	figure scene | grep -q '^rain, seed 1, 4 frames ' || fail "few frames of many drops by default"
+}
+
 interleave()
 {
 	run --scene interleave --out "$folder/out"
@@ -194,6 +203,7 @@ colours()
 	colours_of unsorted.png sorted.png --scene debris --particles 400
 	colours_of unsorted.png sorted.png --scene sparks --particles 1000
 	colours_of unsorted.png sorted.png --scene tubes --particles 20
+	colours_of unsorted.png sorted.png --scene rain --particles 2000
 	colours_of per_particle.png per_triangle.png --scene interleave
 }
 
@@ -360,7 +370,7 @@ wrong_use()
 }
 
 case ${2:-} in
-smoke | same_seed | index_types | debris | sparks | tubes | interleave | splats | points | colours) "$2" ;;
+smoke | same_seed | index_types | debris | sparks | tubes | rain | interleave | splats | points | colours) "$2" ;;
 trace | capture | help | wrong_use) "$2" ;;
 *) fail "there is no case '${2:-}'" ;;
 esac
