@@ -107,6 +107,11 @@ for section in "$@"; do
 	same-bits) Tools/matrix.sh --short ;;
 	threads) test_threads ;;
 	memcheck) test_memcheck ;;
+	package)
+		Tools/package.sh
+		Tests/Abi/run.sh build/abi-test
+		Tools/abi.sh
+		;;
 	fuzz) Tools/fuzz.sh "$fuzzSeconds" ;;
 	*) test_preset "$section" ;;
 	esac
