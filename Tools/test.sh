@@ -8,8 +8,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 sections=(
-	format analysis docs same-bits package fuzz debug release clang-debug clang-release sanitize threads memcheck
-	host-flags clang-host-flags
+	format analysis docs same-bits instructions package fuzz debug release clang-debug clang-release sanitize threads
+	memcheck host-flags clang-host-flags
 )
 
 if [ "${1:-}" = --list ]; then
@@ -105,6 +105,7 @@ for section in "$@"; do
 	analysis) analyse ;;
 	docs) Tools/docs.sh ;;
 	same-bits) Tools/matrix.sh --short ;;
+	instructions) Tools/instruction_counts.sh ;;
 	threads) test_threads ;;
 	memcheck) test_memcheck ;;
 	package)
