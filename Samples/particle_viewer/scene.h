@@ -37,14 +37,16 @@ struct SMeshVertex
 };
 static_assert(sizeof(SMeshVertex) == 32, "two vectors of the shader's layout");
 
-/// A vertex of a band: a strip that faces the camera, as ribbons and tubes are drawn.
+/// A vertex of a band: a strip along a line, turned towards the camera as it is drawn.
 struct SBandVertex
 {
-	CFloat3 m_Position;
-	float m_Across;   ///< -1 at one edge of the band, 1 at the other.
+	CFloat3 m_Position;  ///< On the line.
+	float m_Across;      ///< -1 at one edge of the band, 1 at the other.
+	CFloat3 m_Direction; ///< Of the line, of any length.
+	float m_HalfWidth;
 	CFloat4 m_Colour; ///< Premultiplied, linear light; the alpha may be less than the light, for what glows.
 };
-static_assert(sizeof(SBandVertex) == 32, "two vectors of the shader's layout");
+static_assert(sizeof(SBandVertex) == 48, "three vectors of the shader's layout");
 
 struct SPointCloud;
 

@@ -73,13 +73,12 @@ namespace
 
 		SFrame Frame() override
 		{
-			const SCamera camera = Camera();
 			UpdatePages();
-			UpdateBands(camera.m_Position);
+			UpdateBands();
 
 			SFrame frame;
 			const u32 pageCount = u32(m_RenderedCounts.size());
-			frame.m_Camera = camera;
+			frame.m_Camera = Camera();
 			frame.m_Positions = TMemoryView<const TStridedMemoryView<const CFloat3>>(m_Positions.data(), pageCount);
 			frame.m_Enableds = TMemoryView<const TStridedMemoryView<const u8>>(m_Enableds.data(), pageCount);
 			frame.m_RenderedCounts = TMemoryView<const u32>(m_RenderedCounts.data(), pageCount);
@@ -175,7 +174,7 @@ namespace
 			return nozzle.m_StretchCount - 1 - age + (current ? 1 : 0);
 		}
 
-		void UpdateBands(const CFloat3 &eye)
+		void UpdateBands()
 		{
 			m_Points.resize(m_Vertices.size() / 2);
 			m_IndexList.clear();
@@ -188,10 +187,10 @@ namespace
 					m_IndexList.push_back(vertex);
 				});
 			for (const SNozzle &nozzle : m_Nozzles)
-				UpdateRibbons(nozzle, eye);
+				UpdateRibbons(nozzle);
 		}
 
-		void UpdateRibbons(const SNozzle &nozzle, const CFloat3 &eye)
+		void UpdateRibbons(const SNozzle &nozzle)
 		{
 			SBandPoint *const points = &m_Points[nozzle.m_FirstVertex / 2];
 			const u32 age = m_Step - nozzle.m_BirthStep; // of the current ribbon's first stretch, and one more
@@ -202,7 +201,7 @@ namespace
 			const auto write = [&](u32 first, u32 count)
 			{
 				WriteBand(&m_Vertices[nozzle.m_FirstVertex + first * 2], points[first].m_Position,
-					TMemoryView<const SBandPoint>(points + first, count), points[first + count - 1].m_Position, eye);
+					TMemoryView<const SBandPoint>(points + first, count), points[first + count - 1].m_Position);
 			};
 			write(0, lastCount + 1);
 			write(lastCount + 1, currentCount + 1);

@@ -93,13 +93,12 @@ namespace
 
 		SFrame Frame() override
 		{
-			const SCamera camera = Camera();
 			UpdatePages();
-			UpdateTubes(camera.m_Position);
+			UpdateTubes();
 
 			SFrame frame;
 			const u32 pageCount = u32(m_RenderedCounts.size());
-			frame.m_Camera = camera;
+			frame.m_Camera = Camera();
 			frame.m_Positions = TMemoryView<const TStridedMemoryView<const CFloat3>>(m_Positions.data(), pageCount);
 			frame.m_Enableds = TMemoryView<const TStridedMemoryView<const u8>>(m_Enableds.data(), pageCount);
 			frame.m_RenderedCounts = TMemoryView<const u32>(m_RenderedCounts.data(), pageCount);
@@ -209,7 +208,7 @@ namespace
 			}
 		}
 
-		void UpdateTubes(const CFloat3 &eye)
+		void UpdateTubes()
 		{
 			m_IndexList.clear();
 			m_Pool.ForEachAlive(
@@ -219,12 +218,12 @@ namespace
 					const u32 birth = m_Step - 1 - particle.m_Age;
 					const u32 place = comet.m_FirstPlace + birth / kStepsPerStretch % comet.m_StretchCount;
 					m_IndexList.push_back(place * kVerticesPerParticle);
-					UpdateStretch(comet, birth, place, eye);
+					UpdateStretch(comet, birth, place);
 				});
 		}
 
 		// A turn that is not complete yet ends where its comet is.
-		void UpdateStretch(const SComet &comet, u32 birth, u32 place, const CFloat3 &eye)
+		void UpdateStretch(const SComet &comet, u32 birth, u32 place)
 		{
 			const auto point = [&](float i)
 			{ return Point(comet, std::min(float(birth) + i * kStepsPerStretch / kQuadCount, float(m_Step))); };
@@ -232,7 +231,7 @@ namespace
 			for (u32 i = 0; i < kPointCount; ++i)
 				points[i] = point(float(i));
 			WriteBand(&m_Vertices[place * kVerticesPerParticle], point(-1.0f).m_Position,
-				TMemoryView<const SBandPoint>(points, kPointCount), point(float(kPointCount)).m_Position, eye);
+				TMemoryView<const SBandPoint>(points, kPointCount), point(float(kPointCount)).m_Position);
 
 			for (u32 quad = 0; quad < kQuadCount; ++quad)
 			{

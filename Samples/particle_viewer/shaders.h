@@ -117,17 +117,22 @@ inline constexpr const char *kBandVertexShader = R"(#version 450 core
 struct SBandVertex
 {
 	vec4 positionAndAcross;
+	vec4 directionAndHalfWidth;
 	vec4 colour;
 };
 layout(std430, binding = 0) readonly buffer Vertices { SBandVertex vertices[]; };
 uniform mat4 worldToClip;
+uniform vec3 eye;
 out float across;
 out vec4 colour;
 
 void main()
 {
 	SBandVertex vertex = vertices[gl_VertexID];
-	gl_Position = worldToClip * vec4(vertex.positionAndAcross.xyz, 1.0);
+	vec3 position = vertex.positionAndAcross.xyz;
+	vec3 side = cross(vertex.directionAndHalfWidth.xyz, eye - position);
+	side *= vertex.directionAndHalfWidth.w * vertex.positionAndAcross.w / max(length(side), 1e-9);
+	gl_Position = worldToClip * vec4(position + side, 1.0);
 	across = vertex.positionAndAcross.w;
 	colour = vertex.colour;
 }
