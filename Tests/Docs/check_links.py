@@ -1,0 +1,52 @@
+#!/usr/bin/env python3
+"""Looks up what the documents point at: files, headings, and the tests that they name. Called with the repository's root.
+
+A test is named as GoogleTest names it, `Suite.Test`, in a document under Docs.
+"""
+import re
+import sys
+from pathlib import Path
+from urllib.parse import unquote
+
+FOLDERS = ("Benchmarks", "Docs", "Runtime", "Samples", "Tests", "Tools", "cmake")
+CODE = re.compile(r"^```.*?^```", re.S | re.M)
+
+
+def anchors_of(document):
+    """The anchors of a document's headings."""
+    anchors = set()
+    for heading in re.findall(r"^#+ (.+)$", CODE.sub("", document.read_text(encoding="utf-8")), re.M):
+        plain = re.sub(r"\[([^]]*)\]\([^)]*\)|`", r"\1", heading).lower()
+        anchors.add(re.sub(r"[^\w\- ]", "", plain).strip().replace(" ", "-"))
+    return anchors
+
+
+def main():
+    root, problems, count = Path(sys.argv[1]).resolve(), [], 0
+    documents = [path for path in root.glob("*.md")]
+    documents += [path for folder in FOLDERS for path in (root / folder).rglob("*.md")]
+    tests = set()
+    for source in (root / "Tests").glob("*_test.cpp"):
+        tests |= {f"{suite}.{name}" for suite, name in re.findall(r"\bTEST(?:_[FP])?\(\s*(\w+),\s*(\w+)\)", source.read_text(encoding="utf-8"))}
+    for document in sorted(documents):
+        text = CODE.sub("", document.read_text(encoding="utf-8"))
+        links = [unquote(link) for link in re.findall(r"\]\(([^)\s]+)\)", text) if not re.match(r"[a-z]+:", link)]
+        for link in links:
+            path, _, anchor = link.partition("#")
+            target = (document.parent / path).resolve() if path else document
+            if not target.exists():
+                problems.append(f"{document.relative_to(root)}: there is no {link}")
+            elif anchor and anchor not in anchors_of(target):
+                problems.append(f"{document.relative_to(root)}: there is no heading for {link}")
+        names = re.findall(r"`([A-Z]\w+\.[A-Z]\w*_\w+)`", text) if "Docs" in document.parts else []
+        problems += [f"{document.relative_to(root)}: there is no test {name}" for name in names if name not in tests]
+        paths = re.findall(r"`(?:\./)?((?:%s)/[\w./-]+)`" % "|".join(FOLDERS), text)
+        problems += [f"{document.relative_to(root)}: there is no {path}" for path in paths if not (root / path).exists()]
+        count += len(links) + len(names) + len(paths)
+    for problem in problems:
+        print(problem)
+    print(f"{count} links, tests and paths in {len(documents)} documents")
+    sys.exit(bool(problems) or not count)
+
+
+main()
