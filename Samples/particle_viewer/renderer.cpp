@@ -292,9 +292,7 @@ void CRenderer::DrawParticles(const std::vector<SDrawCall> &drawCalls)
 		glBindBufferBase(GL_SHADER_STORAGE_BUFFER, 0, m_VertexBuffer);
 	glVertexArrayElementBuffer(m_EmptyVertexArray, m_Ring.Buffer());
 
-	// A shader makes quads of points. Drivers may keep all of a draw's, in twenty times the memory: so a stretch at a time.
-	constexpr u32 kMaxPoints = 65536;
-	const bool points = m_VertexKind == EVertices::Cloud;
+	const bool points = m_VertexKind == EVertices::Cloud; // which a shader makes quads of
 	const u32 indicesPerShape = points ? 1 : 3;
 	u32 triangleCount = 0;
 	for (const SDrawCall &drawCall : drawCalls)
@@ -305,19 +303,12 @@ void CRenderer::DrawParticles(const std::vector<SDrawCall> &drawCalls)
 	u32 firstTriangle = 0;
 	for (const SDrawCall &drawCall : drawCalls)
 	{
-		const bool is16 = drawCall.m_IndexType == CTriangleSorter::IndexTypeUint16;
-		u64 offset = m_Ring.Offset() + drawCall.m_OffsetInBytes;
-		for (u32 rest = drawCall.m_IndexCount; rest != 0;)
-		{
-			const u32 count = points ? std::min(rest, kMaxPoints) : rest;
-			SetNumber(program, "firstTriangle", firstTriangle);
-			glDrawElementsBaseVertex(points ? GL_POINTS : GL_TRIANGLES, GLsizei(count),
-				is16 ? GL_UNSIGNED_SHORT : GL_UNSIGNED_INT, reinterpret_cast<const void *>(offset),
-				GLint(drawCall.m_BaseVertex));
-			firstTriangle += count / indicesPerShape;
-			offset += u64(count) * BytesPerIndex(drawCall.m_IndexType);
-			rest -= count;
-		}
+		SetNumber(program, "firstTriangle", firstTriangle);
+		firstTriangle += drawCall.m_IndexCount / indicesPerShape;
+		const GLenum type = BytesPerIndex(drawCall.m_IndexType) == sizeof(u16) ? GL_UNSIGNED_SHORT : GL_UNSIGNED_INT;
+		const u64 offset = m_Ring.Offset() + drawCall.m_OffsetInBytes;
+		glDrawElementsBaseVertex(points ? GL_POINTS : GL_TRIANGLES, GLsizei(drawCall.m_IndexCount), type,
+			reinterpret_cast<const void *>(offset), GLint(drawCall.m_BaseVertex));
 	}
 }
 
