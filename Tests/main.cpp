@@ -1,4 +1,4 @@
-// Runs the tests; with --no-avx2 on the 128-bit paths that processors without AVX2 take.
+// Runs the tests; with --lanes=4 or --lanes=8 on the paths that processors with narrower registers take.
 
 #include "kr_cpu.h"
 
@@ -11,12 +11,13 @@ int main(int argc, char **argv)
 	testing::InitGoogleTest(&argc, argv);
 	for (int i = 1; i < argc; ++i)
 	{
-		if (std::strcmp(argv[i], "--no-avx2") != 0)
+		const bool isFour = std::strcmp(argv[i], "--lanes=4") == 0;
+		if (!isFour && std::strcmp(argv[i], "--lanes=8") != 0)
 		{
 			std::fprintf(stderr, "vexmoor_tests: There is no option '%s'.\n", argv[i]);
 			return 2;
 		}
-		Vexmoor::Cpu::AllowAvx2(false);
+		Vexmoor::Cpu::SetMaxLaneCount(isFour ? 4 : 8);
 	}
 	return RUN_ALL_TESTS();
 }

@@ -1,34 +1,37 @@
 // The wide paths and the 128-bit ones, by themselves: each against plain loops, and the host's word on which is taken.
 
+#include "ge_mesh_triangle_sorter.h"
+
 #include "kr_cpu.h"
 #include "kr_sort.h"
 
 #include <algorithm>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <random>
+#include <string>
 #include <vector>
 
 using namespace Vexmoor;
 
 namespace
 {
-class WideLanesTest : public testing::TestWithParam<bool>
+class WideLanesTest : public testing::TestWithParam<u32>
 {
 protected:
-	WideLanesTest() { Cpu::AllowAvx2(m_Wide); }
-	~WideLanesTest() override { Cpu::AllowAvx2(m_UsedBefore); }
+	WideLanesTest() { Cpu::SetMaxLaneCount(GetParam()); }
+	~WideLanesTest() override { Cpu::SetMaxLaneCount(m_LaneCountBefore); }
 
 	void SetUp() override
 	{
-		if (m_Wide && !Cpu::UsesAvx2())
-			GTEST_SKIP() << "this processor has no AVX2";
+		if (Cpu::LaneCount() != GetParam())
+			GTEST_SKIP() << "this processor has narrower registers";
 	}
 
 	std::mt19937 m_Random{20261};
 
 private:
-	const bool m_UsedBefore = Cpu::UsesAvx2();
-	const bool m_Wide = GetParam();
+	const u32 m_LaneCountBefore = Cpu::LaneCount();
 };
 
 TEST_P(WideLanesTest, SumCountersGivesExclusivePrefixSums)
@@ -70,19 +73,79 @@ TEST_P(WideLanesTest, CountLowerKeysRanksEveryCountAndTies)
 	}
 }
 
+// The model in plain floats; volatile, so that no flag of a host's fuses or reorders the sums.
+u32 DistanceKey(const CFloat3 &position, const CFloat3 &camera)
+{
+	const volatile float x = position.x() - camera.x();
+	const volatile float y = position.y() - camera.y();
+	const volatile float z = position.z() - camera.z();
+	const volatile float xx = x * x;
+	const volatile float yy = y * y;
+	const volatile float zz = z * z;
+	const volatile float xxyy = xx + yy;
+	const float len2 = xxyy + zz;
+	u32 bits;
+	std::memcpy(&bits, &len2, sizeof(bits));
+	return ~bits;
+}
+
+TEST_P(WideLanesTest, FillPutsEveryRecordOfEveryCountInItsPlace)
+{
+	const CFloat3 camera(1.5f, -2.25f, 100.0f);
+	for (u32 count = 0; count < 100; ++count)
+	{
+		std::vector<CFloat3> positions;
+		std::vector<u32> entries;
+		for (u32 i = 0; i < count; ++i)
+		{
+			const auto coordinate = [&] { return float(s32(m_Random())) * 1e-6f; };
+			positions.emplace_back(coordinate(), coordinate(), coordinate());
+			entries.push_back(u32(m_Random()) % 1000);
+		}
+		std::vector<SIndexAndDepth> inSequence(count + 2);
+		std::vector<SIndexAndDepth> byList(count + 2);
+		const TStridedMemoryView<const CFloat3> view(positions.data(), count, sizeof(CFloat3));
+		CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(
+			TMemoryView<SIndexAndDepth>(inSequence.data(), count), view, camera, {}, 7, 3);
+		CTriangleSorter::FillSortingIndirectionsListPoint_Indices(
+			TMemoryView<SIndexAndDepth>(byList.data(), count), view, camera, {}, entries.data(), 500);
+
+		for (u32 i = 0; i < count; ++i)
+		{
+			const u32 key = DistanceKey(positions[i], camera);
+			const u32 place = i < (count & ~3u) ? i ^ 2 : i; // a group of four is stored 2, 3, 0, 1
+			ASSERT_EQ(inSequence[place].m_Depth, key) << i << " of " << count;
+			ASSERT_EQ(inSequence[place].m_Index, 7 + i * 3) << i << " of " << count;
+			const bool valid = entries[i] < 500;
+			ASSERT_EQ(byList[i].m_Depth, valid ? key : 0x807FFFFFu) << i << " of " << count;
+			ASSERT_EQ(byList[i].m_Index, valid ? entries[i] : 0u) << i << " of " << count;
+		}
+		for (u32 i = count; i < count + 2; ++i)
+			ASSERT_EQ(inSequence[i].m_Index + inSequence[i].m_Depth + byList[i].m_Index + byList[i].m_Depth, 0u);
+	}
+}
+
 INSTANTIATE_TEST_SUITE_P(Lanes,
 	WideLanesTest,
-	testing::Bool(),
-	[](const testing::TestParamInfo<bool> &lanes) { return lanes.param ? "Avx2" : "Sse2"; });
+	testing::Values(4u, 8u, 16u),
+	[](const testing::TestParamInfo<u32> &lanes) { return std::to_string(lanes.param); });
 
-TEST(Cpu, AHostThatDoesWithoutAvx2IsObeyed)
+TEST(Cpu, AHostThatWantsFewerLanesIsObeyed)
 {
-	const bool usedBefore = Cpu::UsesAvx2();
-	Cpu::AllowAvx2(false);
-	EXPECT_FALSE(Cpu::UsesAvx2());
-	Cpu::AllowAvx2(true);
-	const bool processorHasIt = __builtin_cpu_supports("avx2") != 0;
-	EXPECT_EQ(Cpu::UsesAvx2(), processorHasIt);
-	Cpu::AllowAvx2(usedBefore);
+	const u32 laneCountBefore = Cpu::LaneCount();
+	Cpu::SetMaxLaneCount(16);
+	const u32 mostLanes = Cpu::LaneCount();
+	EXPECT_EQ(mostLanes, __builtin_cpu_supports("avx512f") ? 16u : __builtin_cpu_supports("avx2") ? 8u : 4u);
+	for (const u32 laneCount : {4u, 8u, 16u})
+	{
+		Cpu::SetMaxLaneCount(laneCount);
+		EXPECT_EQ(Cpu::LaneCount(), std::min(laneCount, mostLanes));
+	}
+	for (const u32 laneCount : {0u, 1u, 3u})
+	{
+		Cpu::SetMaxLaneCount(laneCount);
+		EXPECT_EQ(Cpu::LaneCount(), 4u) << "the baseline is always there";
+	}
+	Cpu::SetMaxLaneCount(laneCountBefore);
 }
 } // namespace

@@ -15,10 +15,11 @@
 #define VX_UNLIKELY(...) __builtin_expect(!!(__VA_ARGS__), 0)
 ///@}
 
-/// Compiles one function for processors with AVX2, whatever the rest is compiled for. Who calls it asks kr_cpu.h before.
-/// Not defined where no processor has it.
+/// Compile one function for processors with wider registers, whatever the rest is compiled for. Who calls it asks kr_cpu.h
+/// before. Not defined where no processor has them.
 #if defined(__SSE2__)
 	#define VX_TARGET_AVX2 __attribute__((target("avx2")))
+	#define VX_TARGET_AVX512 __attribute__((target("avx512f")))
 #endif
 
 /// The full signature of the enclosing function.

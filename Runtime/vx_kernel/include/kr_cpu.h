@@ -3,17 +3,18 @@
 // What the processor has beyond the baseline. Paths that use it give the same bits as those that do not.
 
 #include "vx_compiler.h"
+#include "vx_defs.h"
 
 namespace Vexmoor
 {
 namespace Cpu
 {
-	/// Whether 256-bit integer and float lanes (AVX2) are used: where the processor and the operating system have them,
-	/// unless the host does without. Found out at the first call. Any thread.
-	VX_API bool UsesAvx2();
+	/// 32-bit lanes of the widest registers in use: 4 (SSE2, the baseline), 8 (AVX2) or 16 (AVX-512), as far as the
+	/// processor and the operating system have them and the host allows. Found out at the first call. Any thread.
+	VX_API u32 LaneCount();
 
-	/// Called with false at start-up, keeps to 128-bit lanes: for tests, for measurements, for a host that shares a core
-	/// with code that wide lanes would slow down. With true, the default again.
-	VX_API void AllowAvx2(bool allowed);
+	/// Called at start-up, keeps to registers of at most so many lanes: for tests, for measurements, for a host whose
+	/// other work on a core wide registers would slow down. The default is 16.
+	VX_API void SetMaxLaneCount(u32 laneCount);
 } // namespace Cpu
 } // namespace Vexmoor

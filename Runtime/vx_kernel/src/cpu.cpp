@@ -2,45 +2,41 @@
 
 #include "kr_cpu.h"
 
+#include <algorithm>
 #include <atomic>
 
 namespace Vexmoor
 {
 namespace Cpu
 {
-	enum EAnswer
-	{
-		Answer_Unknown,
-		Answer_No,
-		Answer_Yes
-	};
+	static std::atomic<u32> s_LaneCount{0}; // 0: nobody has asked yet
 
-	static std::atomic<EAnswer> s_UsesAvx2{Answer_Unknown};
-
-	static EAnswer AskProcessor()
+	static u32 LaneCountOfProcessor()
 	{
 #if defined(__x86_64__) || defined(__i386__)
-		return __builtin_cpu_supports("avx2") ? Answer_Yes : Answer_No;
-#else
-		return Answer_No;
+		if (__builtin_cpu_supports("avx512f"))
+			return 16;
+		if (__builtin_cpu_supports("avx2"))
+			return 8;
 #endif
+		return 4;
 	}
 
 	// Threads that ask at the same time get, and leave, the same answer.
-	bool UsesAvx2()
+	u32 LaneCount()
 	{
-		EAnswer answer = s_UsesAvx2.load(std::memory_order_relaxed);
-		if (answer == Answer_Unknown)
+		u32 laneCount = s_LaneCount.load(std::memory_order_relaxed);
+		if (laneCount == 0)
 		{
-			answer = AskProcessor();
-			s_UsesAvx2.store(answer, std::memory_order_relaxed);
+			laneCount = LaneCountOfProcessor();
+			s_LaneCount.store(laneCount, std::memory_order_relaxed);
 		}
-		return answer == Answer_Yes;
+		return laneCount;
 	}
 
-	void AllowAvx2(bool allowed)
+	void SetMaxLaneCount(u32 laneCount)
 	{
-		s_UsesAvx2.store(allowed ? AskProcessor() : Answer_No, std::memory_order_relaxed);
+		s_LaneCount.store(std::max(4u, std::min(laneCount, LaneCountOfProcessor())), std::memory_order_relaxed);
 	}
 } // namespace Cpu
 } // namespace Vexmoor

@@ -77,7 +77,7 @@ namespace SortLanes
 	void SumCounters(u32 *counters, u32 count)
 	{
 #if defined(VX_TARGET_AVX2)
-		if (Cpu::UsesAvx2())
+		if (Cpu::LaneCount() >= 8)
 			return SumCounters_Avx2(counters, count);
 #endif
 		SumCounters_Sse2(counters, count);
@@ -140,7 +140,7 @@ namespace SortLanes
 	void CountLowerKeys(const s32 *keys, u32 count, u32 *ranks)
 	{
 #if defined(VX_TARGET_AVX2)
-		if (Cpu::UsesAvx2())
+		if (Cpu::LaneCount() >= 8)
 			return CountLowerKeys_Avx2(keys, count, ranks);
 #endif
 		CountLowerKeys_Sse2(keys, count, ranks);

@@ -17,6 +17,7 @@
 #include "include/pv_expand_lanes.h"
 #include "include/pv_fill_lanes.h"
 #include "include/pv_fill_lanes_avx2.h"
+#include "include/pv_fill_lanes_avx512.h"
 #include "include/pv_mesh_triangle_sorter.h"
 
 #include <algorithm>
@@ -210,6 +211,7 @@ static void FillFoursByDistance(SIndexAndDepth *packedPtr,
 	}
 }
 
+// The same records from whatever registers the processor has, the widest first.
 template<typename _Positions, typename _VertexBases>
 static VX_INLINE void FillGroupsByDistance(SIndexAndDepth *packedPtr,
 	const u8 *srcPos,
@@ -219,19 +221,30 @@ static VX_INLINE void FillGroupsByDistance(SIndexAndDepth *packedPtr,
 	_VertexBases &vertexBases)
 {
 #if defined(VX_TARGET_AVX2)
+	const auto pass = [&](u32 passedGroupCount)
+	{
+		const u32 recordCount = passedGroupCount * kRecordsPerGroup;
+		packedPtr += recordCount;
+		srcPos += recordCount * ureg(srcStride);
+		groupCount -= passedGroupCount;
+		vertexBases.Skip(recordCount);
+	};
+
+	[[maybe_unused]] const u32 laneCount = Cpu::LaneCount();
+	if constexpr (_Positions::kPacked)
+	{
+		const u32 sixteenCount = laneCount >= 16 ? groupCount / 4 : 0;
+		if (sixteenCount != 0)
+			FillSixteensByDistance(packedPtr, srcPos, sixteenCount, camera, vertexBases);
+		pass(sixteenCount * 4);
+	}
 	if constexpr (_Positions::kHasEights)
 	{
-		const u32 eightCount = groupCount / 2;
-		if (eightCount != 0 && Cpu::UsesAvx2())
-		{
-			const u32 recordCount = eightCount * 2 * kRecordsPerGroup;
+		const u32 eightCount = laneCount >= 8 ? groupCount / 2 : 0;
+		if (eightCount != 0)
 			FillEightsByDistance<typename _Positions::Eights>(
 				packedPtr, srcPos, srcStride, eightCount, camera, vertexBases);
-			vertexBases.Skip(recordCount);
-			packedPtr += recordCount;
-			srcPos += recordCount * ureg(srcStride);
-			groupCount -= eightCount * 2;
-		}
+		pass(eightCount * 2);
 	}
 #endif
 	FillFoursByDistance<_Positions>(packedPtr, srcPos, srcStride, groupCount, camera, vertexBases);

@@ -51,10 +51,11 @@ struct SCamera
 	}
 };
 
-// Ways to bring the next four positions into lanes, and the next eight for processors that have the lanes. None reads beyond
+// Ways to bring the next four positions into lanes, and the next eight for processors that have them. None reads beyond
 // the last one's 12th byte.
 struct SPositions_PackedAligned
 {
+	static constexpr bool kPacked = true;
 	static constexpr bool kHasEights = true;
 	typedef struct SPositions8_Packed Eights;
 
@@ -67,6 +68,7 @@ struct SPositions_PackedAligned
 
 struct SPositions_PackedUnaligned
 {
+	static constexpr bool kPacked = true;
 	static constexpr bool kHasEights = true;
 	typedef struct SPositions8_Packed Eights;
 
@@ -81,6 +83,7 @@ struct SPositions_PackedUnaligned
 // inside the one before, because after the last position the memory may end.
 struct SPositions_Gathered
 {
+	static constexpr bool kPacked = false;
 	static constexpr bool kHasEights = true;
 	typedef struct SPositions8_Gathered Eights;
 
@@ -104,6 +107,7 @@ struct SPositions_Gathered
 // A virtual view: one position for all.
 struct SPositions_Repeated
 {
+	static constexpr bool kPacked = false;
 	static constexpr bool kHasEights = false;
 
 	static VX_INLINE void Load4(const u8 *src, u32, __m128 &x, __m128 &y, __m128 &z)
@@ -116,8 +120,8 @@ struct SPositions_Repeated
 };
 
 // Where vertex bases come from; the loops that ask for them are written once. Records ask one by one, by Next, or in
-// groups of four: through Fours, which starts where Next would, and after which Skip catches up. Eights are groups for
-// processors with wider lanes. All count records, never particles.
+// groups of four: through Fours, which starts where Next would, and after which Skip catches up. Eights and Sixteens are
+// for processors with wider registers. All count records, never particles.
 //
 // A sequence: record k has the base start + k * increment, modulo 2^32 as lanes count. A group of four is stored in the
 // order 2, 3, 0, 1, which shows in the order of equal keys after a stable sort, and is kept for it.
@@ -178,6 +182,7 @@ public:
 		__m128i m_Step;
 	};
 	typedef class CVertexBases8_Sequence Eights;
+	typedef class CVertexBases16_Sequence Sixteens;
 
 private:
 	u32 m_Next;
@@ -235,6 +240,7 @@ public:
 		__m128i m_MaxVertexIdFlipped;
 	};
 	typedef class CVertexBases8_List Eights;
+	typedef class CVertexBases16_List Sixteens;
 
 private:
 	const u32 *m_Entries;
