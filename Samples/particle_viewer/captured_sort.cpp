@@ -13,7 +13,6 @@ namespace Viewer
 {
 namespace
 {
-	constexpr u64 kTrailerSize = 16;
 	constexpr u64 kLargestSize = 0xFFFFFFFFu;
 
 	[[noreturn]] void Refuse(const char *format, ...) VX_PRINTF_LIKE(1, 2);

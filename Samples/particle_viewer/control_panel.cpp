@@ -191,19 +191,28 @@ namespace
 		                               : 10.0 * power;
 	}
 
+	/// Where a graph ends in which most sorts are well to be seen: one that was interrupted may reach beyond.
+	double TopOf(const std::deque<SSortTimes> &history)
+	{
+		std::vector<double> totals = {1.0};
+		for (const SSortTimes &times : history)
+			totals.push_back(times.Total());
+		const auto most = totals.begin() + std::ptrdiff_t((totals.size() - 1) * 9 / 10);
+		std::nth_element(totals.begin(), most, totals.end());
+		return RoundedUp(*most * 1.2);
+	}
+
 	// A column for each sort, its stages stacked.
 	void ShowGraph(const std::deque<SSortTimes> &history)
 	{
-		double most = 1.0;
-		for (const SSortTimes &times : history)
-			most = std::max(most, times.Total());
-		const double top = RoundedUp(most);
+		const double top = TopOf(history);
 
 		const ImVec2 size(ImGui::GetContentRegionAvail().x, 5.0f * Em());
 		const ImVec2 low = ImGui::GetCursorScreenPos();
 		const ImVec2 high(low.x + size.x, low.y + size.y);
 		ImDrawList *const list = ImGui::GetWindowDrawList();
 		list->AddRectFilled(low, high, ImGui::GetColorU32(ImGuiCol_FrameBg), 4.0f);
+		list->PushClipRect(low, high, true);
 		const float width = size.x / float(CLiveView::kHistoryLength);
 		float left = high.x - width * float(history.size());
 		for (const SSortTimes &times : history)
@@ -217,6 +226,7 @@ namespace
 			}
 			left += width;
 		}
+		list->PopClipRect();
 		char label[32];
 		std::snprintf(label, sizeof(label), "%.0f \u00b5s", top);
 		list->AddText(ImVec2(low.x + 6.0f, low.y + 3.0f), ImGui::GetColorU32(ImGuiCol_TextDisabled), label);

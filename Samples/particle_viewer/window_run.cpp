@@ -3,6 +3,7 @@
 #include "window_run.h"
 
 #include "control_panel.h"
+#include "failure.h"
 #include "gui_window.h"
 #include "live_view.h"
 #include "picture.h"
@@ -18,13 +19,12 @@ namespace
 	class CWindowRun
 	{
 	public:
-		explicit CWindowRun(const SArguments &arguments)
+		CWindowRun(const SArguments &arguments, COutputFolder *folder)
 			: m_Arguments(arguments)
+			, m_Folder(folder)
 			, m_Window("particle_viewer", {arguments.m_Width, arguments.m_Height}, CControlPanel::kWidth)
 			, m_View(arguments)
 		{
-			if (!arguments.m_OutFolder.empty())
-				m_Folder.emplace(arguments.m_OutFolder);
 		}
 
 		void Run()
@@ -40,7 +40,7 @@ namespace
 				ShowFrame();
 				ShowWidgets();
 				if (m_WritePicture)
-					WritePicture();
+					TryToWritePicture();
 				if (m_Arguments.m_FrameCount != 0 && m_View.FrameCount() >= m_Arguments.m_FrameCount)
 					EndRun();
 				m_Window.Show();
@@ -66,7 +66,7 @@ namespace
 				m_View.Do(action);
 		}
 
-		// A pixel is a step; the wheel's clicks are steps of zooming.
+		// A pixel is a step; the wheel's clicks are steps of zooming, which some wheels give in fractions.
 		void TakeMouse()
 		{
 			const ImGuiIO &io = ImGui::GetIO();
@@ -78,7 +78,10 @@ namespace
 				settings.m_Orbit.m_TurnSteps -= s32(std::lround(io.MouseDelta.x));
 				settings.m_Orbit.m_TiltSteps += s32(std::lround(io.MouseDelta.y));
 			}
-			settings.m_Orbit.m_ZoomSteps += s32(std::lround(io.MouseWheel));
+			m_Wheel += io.MouseWheel;
+			const float wholeSteps = std::trunc(m_Wheel);
+			m_Wheel -= wholeSteps;
+			settings.m_Orbit.m_ZoomSteps += s32(wholeSteps);
 			if (settings.m_Orbit != m_View.Settings().m_Orbit)
 				m_View.Change(settings);
 		}
@@ -104,14 +107,25 @@ namespace
 				Do(*action);
 		}
 
-		void WritePicture()
+		// What cannot be written does not end what is being looked at.
+		void TryToWritePicture()
 		{
 			m_WritePicture = false;
-			if (!m_Folder)
+			try
 			{
-				m_Message = "Pictures are written where --out DIR says.";
-				return;
+				if (m_Folder != null)
+					WritePicture();
+				else
+					m_Message = "Pictures are written where --out DIR says.";
 			}
+			catch (const CFailure &failure)
+			{
+				m_Message = failure.what();
+			}
+		}
+
+		void WritePicture()
+		{
 			const std::string number = std::to_string(++m_WrittenCount) + ".png";
 			const SPicture picture = m_View.Renderer().ReadPicture();
 			const SPicture window = m_Window.Read();
@@ -124,18 +138,19 @@ namespace
 
 		void EndRun()
 		{
-			if (m_Folder)
+			if (m_Folder != null)
 				WritePicture();
 			m_Window.Close();
 		}
 
 		SArguments m_Arguments;
-		std::optional<COutputFolder> m_Folder;
+		COutputFolder *m_Folder;
 		CGuiWindow m_Window;
 		CLiveView m_View;
 		CControlPanel m_Panel;
 		std::string m_Title;
 		std::string m_Message;
+		float m_Wheel = 0.0f; // what is not a whole step yet
 		bool m_WritePicture = false;
 		u32 m_WrittenCount = 0;
 	};
@@ -143,6 +158,9 @@ namespace
 
 void RunWindow(const SArguments &arguments)
 {
-	CWindowRun(arguments).Run();
+	std::optional<COutputFolder> folder;
+	if (!arguments.m_OutFolder.empty())
+		folder.emplace(arguments.m_OutFolder);
+	CWindowRun(arguments, folder ? &*folder : null).Run();
 }
 } // namespace Viewer

@@ -282,6 +282,7 @@ refused()
 	expect_refused --out "$out/deeper"
 	grep -q 'no display' "$complaint" || fail "no word of the display"
 	expect_refused --out "$out/deeper" --frames 0
+	expect_refused --out /dev/null
 	expect_refused --colour error
 	expect_refused --trace "$out"
 	expect_refused --capture "$out"
