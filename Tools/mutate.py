@@ -22,6 +22,7 @@ import bisect
 import collections
 import concurrent.futures
 import glob
+import itertools
 import json
 import os
 import queue
@@ -40,10 +41,11 @@ REPORT = os.path.join(WORK, "report.md")
 
 INCLUDE_DIRECTORIES = [
 	"Runtime/include", "Runtime/vx_maths/include", "Runtime/vx_kernel/include", "Runtime/vx_geometrics/include",
-	"Tests/Model", "Tests/Support",
+	"Tests/Model", "Tests/Support", "Samples/particle_viewer",
 ]
 FLAGS = ["-std=c++17", "-O1", "-w", "-DVX_ASSERTIONS=1"]
-LIBRARIES = ["-lgtest_main", "-lgtest", "-pthread"]
+LIBRARIES = ["-lgtest", "-pthread"]
+WIDTHS = [[], ["--no-avx2"]]  # every test passes on both paths, so a mutant of either shows
 
 # Tests that instantiate a header's code in their own object. They are built anew for its mutants; all other tests see
 # such a mutant through the library's objects, which come first in the link and so bring the version that counts.
@@ -55,7 +57,7 @@ TESTS_OF_HEADER = {
 	"kr_memoryviews.h": ["memory_views"],
 	"kr_profiler.h": ["profiler"],
 	"kr_refptr.h": ["log_unique", "diagnostics"],
-	"kr_sort.h": ["quick_sort", "radix_sort"],
+	"kr_sort.h": ["quick_sort", "radix_sort", "wide_lanes"],
 	"kr_string.h": ["log_unique", "diagnostics"],
 	"simd_vector.h": ["simd_vector"],
 	"vx_assert.h": ["diagnostics"],
@@ -256,7 +258,7 @@ def files_of_runtime(tree, suffix):
 def test_sources():
 	with open(os.path.join(BASE, "Tests", "CMakeLists.txt"), encoding="utf-8") as file:
 		listed = re.search(r"add_executable\(\s*vexmoor_tests\s([^)]*)\)", file.read()).group(1).split()
-	return ["Tests/" + source for source in listed]
+	return [os.path.normpath("Tests/" + source) for source in listed]
 
 
 def object_of(directory, source):
@@ -279,7 +281,7 @@ def includes_of(source):
 
 def copy_tree(source, tree):
 	shutil.rmtree(tree, ignore_errors=True)
-	for part in ("Runtime", "Tests"):
+	for part in ("Runtime", "Tests", "Samples/particle_viewer"):
 		shutil.copytree(os.path.join(source, part), os.path.join(tree, part))
 
 
@@ -293,14 +295,14 @@ def limit_process():
 	resource.setrlimit(resource.RLIMIT_AS, (8 << 30, 8 << 30))
 
 
-def run_tests(binary, tests, seconds, directory):
+def run_tests(binary, width, tests, seconds, directory):
 	"""Whether all of the tests pass, and otherwise the one that did not."""
 	flag_file = os.path.join(directory, "flags")
 	with open(flag_file, "w", encoding="utf-8") as file:
 		file.write("--gtest_filter=" + ":".join(tests) + "\n--gtest_fail_fast\n--gtest_brief=1\n")
 	log = os.path.join(directory, "log")
 	with open(log, "w", encoding="utf-8") as out:
-		process = subprocess.Popen([binary, "--gtest_flagfile=" + flag_file], stdout=out, stderr=out, cwd=directory,
+		process = subprocess.Popen([binary, "--gtest_flagfile=" + flag_file] + width, stdout=out, stderr=out, cwd=directory,
 			preexec_fn=limit_process, start_new_session=True)
 		try:
 			code = process.wait(seconds)
@@ -401,8 +403,9 @@ class Job:
 			return "does not compile", None
 
 		killers = Job.killers[mutant.file]
-		for seconds, tests in ([(1, killers)] if killers else []) + self.suite.batches:
-			passed, failed = run_tests(binary, tests, 4 * seconds + 10, self.directory)
+		batches = ([(1, killers)] if killers else []) + self.suite.batches
+		for (seconds, tests), width in itertools.product(batches, WIDTHS):
+			passed, failed = run_tests(binary, width, tests, 4 * seconds + 10, self.directory)
 			if not passed:
 				if "." in failed and failed not in killers:
 					Job.killers[mutant.file] = [failed] + killers[:9]
