@@ -224,7 +224,7 @@ static void Case_Triangles()
 
 int main()
 {
-	Cpu::AllowAvx2(false);
+	Cpu::SetMaxLaneCount(4);
 	Case_FillByDistance();
 	Case_Sort("radix_sort_10k", 10000);
 	Case_Sort("small_sort_64", 64);
@@ -232,8 +232,8 @@ int main()
 	Case_Billboards();
 	Case_Triangles();
 
-	Cpu::AllowAvx2(true);
-	if (!Cpu::UsesAvx2())
+	Cpu::SetMaxLaneCount(8);
+	if (Cpu::LaneCount() != 8)
 		return 0;
 	s_LanesSuffix = "_avx2";
 	Case_FillByDistance();

@@ -235,16 +235,20 @@ static VX_INLINE void FillGroupsByDistance(SIndexAndDepth *packedPtr,
 	{
 		const u32 sixteenCount = laneCount >= 16 ? groupCount / 4 : 0;
 		if (sixteenCount != 0)
+		{
 			FillSixteensByDistance(packedPtr, srcPos, sixteenCount, camera, vertexBases);
-		pass(sixteenCount * 4);
+			pass(sixteenCount * 4);
+		}
 	}
 	if constexpr (_Positions::kHasEights)
 	{
 		const u32 eightCount = laneCount >= 8 ? groupCount / 2 : 0;
 		if (eightCount != 0)
+		{
 			FillEightsByDistance<typename _Positions::Eights>(
 				packedPtr, srcPos, srcStride, eightCount, camera, vertexBases);
-		pass(eightCount * 2);
+			pass(eightCount * 2);
+		}
 	}
 #endif
 	FillFoursByDistance<_Positions>(packedPtr, srcPos, srcStride, groupCount, camera, vertexBases);
