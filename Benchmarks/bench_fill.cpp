@@ -1,5 +1,7 @@
 // The fill stage: particles of one page in, records out, for every layout; and what its memory traffic alone costs.
 
+#include "kr_cpu.h"
+
 #include "bench_inputs.h"
 #include "bench_registry.h"
 #include <emmintrin.h>
@@ -12,6 +14,7 @@ namespace
 {
 	constexpr u32 kCounts[] = {1000, 10000, 100000, 1000000, 4000000};
 	constexpr u32 kVerticesPerParticle = 4;
+	constexpr u32 kMostLanes = 16;
 
 	// The traffic of the fill and as little else as can be: of 12 bytes read and 8 written per particle, every byte read
 	// has a part in a byte written, so that no load can be left out. Ordinary stores, as in the fill.
@@ -204,8 +207,9 @@ namespace
 	}
 
 	template<typename _Element>
-	void RunLayout(benchmark::State &state, const CPage<_Element> &page)
+	void RunLayout(benchmark::State &state, const CPage<_Element> &page, u32 laneCount)
 	{
+		Cpu::SetMaxLaneCount(laneCount);
 		const u32 count = page.View().Count();
 		CBuffer<SIndexAndDepth> records(count);
 		const TMemoryView<SIndexAndDepth> out(records.Data(), count);
@@ -217,6 +221,7 @@ namespace
 		if (!IsFilled(out, page.View(), TView<u8>()))
 			state.SkipWithError("wrong records");
 		DescribeIteration(state, 1, count);
+		Cpu::SetMaxLaneCount(kMostLanes);
 	}
 
 	// Items are source particles, drawn or not: each is looked at.
@@ -297,12 +302,18 @@ void RegisterFill()
 		for (const SLayout &layout : kPositionLayouts)
 		{
 			Register(layout.m_Name, "vexmoor", count,
-				[=](benchmark::State &state) { RunLayout(state, PositionPage(count, layout)); });
+				[=](benchmark::State &state) { RunLayout(state, PositionPage(count, layout), kMostLanes); });
+		}
+		for (u32 laneCount = Cpu::LaneCount() / 2; laneCount >= 4; laneCount /= 2)
+		{
+			Register(kPositionLayouts[0].m_Name, laneCount == 4 ? "vexmoor_4_lanes" : "vexmoor_8_lanes", count,
+				[=](benchmark::State &state)
+				{ RunLayout(state, PositionPage(count, kPositionLayouts[0]), laneCount); });
 		}
 		for (const SLayout &layout : kValueLayouts)
 		{
 			Register(layout.m_Name, "vexmoor", count,
-				[=](benchmark::State &state) { RunLayout(state, ValuePage(count, layout)); });
+				[=](benchmark::State &state) { RunLayout(state, ValuePage(count, layout), kMostLanes); });
 		}
 		RegisterPages(kPositionLayouts[0], "positions", count, PositionPage);
 		RegisterPages(kValueLayouts[0], "values", count, ValuePage);

@@ -110,6 +110,8 @@ void RegisterSortStage()
 		for (const u32 count : kCounts)
 		{
 			Register<CVexmoorSort>(keys, count);
+			if (count <= 1000 && Cpu::LaneCount() > 4)
+				Register<CVexmoorSort4>(keys, count);
 			Register<CStdSort>(keys, count);
 			Register<CStdStableSort>(keys, count);
 			Register<CSpreadsort>(keys, count);

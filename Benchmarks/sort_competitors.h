@@ -5,6 +5,7 @@
 
 #include "ge_mesh_triangle_sorter.h"
 
+#include "kr_cpu.h"
 #include "kr_sort.h"
 
 #include "bench_memory.h"
@@ -42,6 +43,15 @@ struct CVexmoorSort : SSortsRecords
 		typedef TContiguousBaseIterator<SIndexAndDepth> Iterator;
 		Sort<SSortKeyExtractor_TriangleIndexAndDepth, Iterator>(records, records + count, out);
 	}
+};
+
+/// The same where registers have four lanes, as on processors without AVX2.
+struct CVexmoorSort4 : CVexmoorSort
+{
+	static constexpr const char *kName = "vexmoor_4_lanes";
+
+	~CVexmoorSort4() { Cpu::SetMaxLaneCount(16); }
+	void Prepare(u32) { Cpu::SetMaxLaneCount(4); }
 };
 
 struct CStdSort : SSortsRecords
