@@ -73,15 +73,15 @@ public:
 	/// Set by Setup_OutputIndexBuffer.
 	enum EIndexType : u32
 	{
-		IndexTypeUnknown = 0,
-		IndexTypeUint16 = 1,
-		IndexTypeUint32 = 2
+		IndexTypeUnknown = 0, ///< Nothing is set up.
+		IndexTypeUint16 = 1,  ///< Indices of 16 bits.
+		IndexTypeUint32 = 2   ///< Indices of 32 bits.
 	};
 
 	/// Set by Setup_InputPageCache.
 	enum ESortType : u32
 	{
-		SortUnknown = 0,
+		SortUnknown = 0,    ///< Nothing is set up.
 		SortByPosition = 1, ///< By distance to the camera, the farthest first.
 		SortByFloat = 2     ///< By the caller's values, the lowest first.
 	};
@@ -89,7 +89,7 @@ public:
 	/// Set by Setup_Geometry.
 	enum EGeometryType : u32
 	{
-		GeometryUnknown = 0,
+		GeometryUnknown = 0,                            ///< Nothing is set up.
 		GeometryConstant = 1,                           ///< One pattern, vertices in particle order.
 		GeometryConstantAndIndexList = 2,               ///< One pattern, first vertices from a list.
 		GeometryConstantAndIndexListAndQuadCenters = 3, ///< The same, quads inside a particle sorted too.
@@ -327,8 +327,9 @@ public:
 	///@{
 	/// Writes the index pattern of each record, every entry plus the record's m_Index.
 	/// it         primCount records, 16-byte aligned; depths are ignored
-	/// dstPrims   primCount * width indices, written front to back and never read; streamed where 16-byte aligned.
-	///            A width of 12 at 8 modulo 16 needs at least one record.
+	/// dstPrims   primCount * width indices, written front to back and never read. Widths 1, 3, 6 and 12 are streamed at
+	///            multiples of 16 bytes (12 at multiples of 8), but 12 of 16-bit indices never. A width of 12 at 8
+	///            modulo 16 needs at least one record where indices have 32 bits.
 	/// Pattern    a pattern of one entry has to be {0}. 16-bit sums are not checked: indices stay below 0xFFFF.
 	static void ExpandIndices(const TMemoryView<const u32> &indexPattern,
 		const SIndexAndDepth *__restrict it,

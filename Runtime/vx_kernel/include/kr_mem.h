@@ -8,20 +8,20 @@ namespace Vexmoor
 {
 namespace Mem
 {
-	/// What a block is for, for hosts that keep pools. The sorter asks for generic ones alone.
+	/// What a block is for, for hosts that keep pools.
 	enum EAllocType : u32
 	{
-		AllocType_Generic = 0,
-		AllocType_Particle = 1,
-		AllocType_Scratch = 2,
-		AllocType_Debug = 3
+		AllocType_Generic = 0,  ///< Anything: all that the sorter asks for.
+		AllocType_Particle = 1, ///< Particles.
+		AllocType_Scratch = 2,  ///< Memory that is given back soon.
+		AllocType_Debug = 3     ///< Memory that a shipped build does without.
 	};
 
-	/// By which means a block is asked for. The sorter's are all Origin_Alloc.
+	/// By which means a block is asked for.
 	enum EOrigin : u32
 	{
-		Origin_Alloc = 0,
-		Origin_New = 0x80000000u
+		Origin_Alloc = 0,        ///< As bytes: all that the sorter asks for.
+		Origin_New = 0x80000000u ///< As an object.
 	};
 
 	/// A host's allocator. Both functions may be called from any thread at any time.

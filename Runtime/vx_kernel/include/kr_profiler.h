@@ -27,12 +27,12 @@ namespace Profiler
 		/// Kinds of scopes, for hosts that group them. The sorter's have none.
 		enum EFlags : u32
 		{
-			None = 0,
-			Idle = 0x10000000u,
-			Update = 0x20000000u,
-			Frame = 0x40000000u,
-			Mask_User = 0xFFFFu,
-			Mask_Reserved = 0x0FFF0000u
+			None = 0,                   ///< Work of any kind.
+			Idle = 0x10000000u,         ///< Waiting.
+			Update = 0x20000000u,       ///< An update of the scene.
+			Frame = 0x40000000u,        ///< A whole frame.
+			Mask_User = 0xFFFFu,        ///< Bits for the host's own use.
+			Mask_Reserved = 0x0FFF0000u ///< Bits that nobody sets.
 		};
 
 		CFloat4 m_Color;               ///< Red, green, blue, alpha from 0 to 1.
