@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs what is missing and makes the API reference from the headers. Whatever is public and undocumented is an error.
+# Installs what is missing and makes the API reference from the headers. What is public and undocumented is an error.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Looks up what the documents point at: files, headings, and the tests that they name. Called with the repository's root.
+"""Looks up what the documents point at: files, headings, and tests. Called with the repository's root.
 
 A test is named as GoogleTest names it, `Suite.Test`, in a document under Docs.
 """
@@ -27,22 +27,24 @@ def main():
     documents += [path for folder in FOLDERS for path in (root / folder).rglob("*.md")]
     tests = set()
     for source in (root / "Tests").glob("*_test.cpp"):
-        tests |= {f"{suite}.{name}" for suite, name in re.findall(r"\bTEST(?:_[FP])?\(\s*(\w+),\s*(\w+)\)", source.read_text(encoding="utf-8"))}
+        cases = re.findall(r"\bTEST(?:_[FP])?\(\s*(\w+),\s*(\w+)\)", source.read_text(encoding="utf-8"))
+        tests |= {f"{suite}.{name}" for suite, name in cases}
     for document in sorted(documents):
+        name = document.relative_to(root)
         text = CODE.sub("", document.read_text(encoding="utf-8"))
         links = [unquote(link) for link in re.findall(r"\]\(([^)\s]+)\)", text) if not re.match(r"[a-z]+:", link)]
         for link in links:
             path, _, anchor = link.partition("#")
             target = (document.parent / path).resolve() if path else document
             if not target.exists():
-                problems.append(f"{document.relative_to(root)}: there is no {link}")
+                problems.append(f"{name}: there is no {link}")
             elif anchor and anchor not in anchors_of(target):
-                problems.append(f"{document.relative_to(root)}: there is no heading for {link}")
-        names = re.findall(r"`([A-Z]\w+\.[A-Z]\w*_\w+)`", text) if "Docs" in document.parts else []
-        problems += [f"{document.relative_to(root)}: there is no test {name}" for name in names if name not in tests]
+                problems.append(f"{name}: there is no heading for {link}")
+        mentioned = re.findall(r"`([A-Z]\w+\.[A-Z]\w*_\w+)`", text) if "Docs" in name.parts else []
+        problems += [f"{name}: there is no test {test}" for test in mentioned if test not in tests]
         paths = re.findall(r"`(?:\./)?((?:%s)/[\w./-]+)`" % "|".join(FOLDERS), text)
-        problems += [f"{document.relative_to(root)}: there is no {path}" for path in paths if not (root / path).exists()]
-        count += len(links) + len(names) + len(paths)
+        problems += [f"{name}: there is no {path}" for path in paths if not (root / path).exists()]
+        count += len(links) + len(mentioned) + len(paths)
     for problem in problems:
         print(problem)
     print(f"{count} links, tests and paths in {len(documents)} documents")

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Holds Docs/reports.md against the sources: every text that the library can report has one entry, under its kind and
-the file that reports it, and no entry is without a text. Called with the repository's root.
+"""Holds Docs/reports.md against the sources: every text that the library can report has one entry, under its kind
+and the file that reports it, and no entry is without a text. Called with the repository's root.
 
-An entry is "- `text`, `detail`, ...: what it means and what to do". The text is an assertion's condition, or its message
-with the condition as detail; a warning with its sites; a sentence of the validation. Numbers in formatted texts are
+An entry is "- `text`, `detail`, ...: what it means and what to do". The text is an assertion's condition, or its
+message with the condition as detail; a warning with its sites; a sentence of the validation. Numbers in formatted texts are
 written N, other insertions "…".
 """
 import re
@@ -28,7 +28,13 @@ SERVICES = {
 MACROS = CONDITIONS | MESSAGES | {"VX_WARN_ONCE", "VX_ASSERT_SITE"}
 
 TOKEN = re.compile(
-    r"""//[^\n]*|/\*.*?\*/|^[^\S\n]*\#(?:\\.|[^\n\\])*|"(?:\\.|[^"\\\n])*"|'(?:\\.|[^'\\\n])*'|\w+|::|[^\S\n]+|.""", re.S | re.M
+    r"""
+    //[^\n]* | /\*.*?\*/                          # comments
+    | ^[^\S\n]* \# (?:\\.|[^\n\\])*            # a preprocessor line and those that continue it
+    | "(?:\\.|[^"\\\n])*" | '(?:\\.|[^'\\\n])*'
+    | \w+ | :: | [^\S\n]+ | .
+    """,
+    re.S | re.M | re.X,
 )
 
 
