@@ -205,7 +205,7 @@ private:
 	template<u32 _Pass, u32 _Count, typename _Record, typename _KeyExtractor>
 	static VX_INLINE void _Move(const _Record *__restrict source,
 		_Record *__restrict destination,
-		u32 *__restrict positions,
+		u32 *__restrict positions, // NOLINT(readability-non-const-parameter): its places are written below
 		const _KeyExtractor &keyExtractor)
 	{
 		static_assert(std::is_trivially_copyable_v<_Record>, "records are moved as bytes");
