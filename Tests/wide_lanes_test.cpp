@@ -130,12 +130,16 @@ INSTANTIATE_TEST_SUITE_P(Lanes,
 	testing::Values(4u, 8u, 16u),
 	[](const testing::TestParamInfo<u32> &lanes) { return std::to_string(lanes.param); });
 
+// Before main() has passed on a wish of the command line's.
+const u32 kLaneCountAtStart = Cpu::LaneCount();
+
 TEST(Cpu, AHostThatWantsFewerLanesIsObeyed)
 {
 	const u32 laneCountBefore = Cpu::LaneCount();
 	Cpu::SetMaxLaneCount(16);
 	const u32 mostLanes = Cpu::LaneCount();
 	EXPECT_EQ(mostLanes, __builtin_cpu_supports("avx512f") ? 16u : __builtin_cpu_supports("avx2") ? 8u : 4u);
+	EXPECT_EQ(kLaneCountAtStart, mostLanes) << "a host that says nothing gets all";
 	for (const u32 laneCount : {4u, 8u, 16u})
 	{
 		Cpu::SetMaxLaneCount(laneCount);

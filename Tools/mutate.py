@@ -45,7 +45,7 @@ INCLUDE_DIRECTORIES = [
 ]
 FLAGS = ["-std=c++17", "-O1", "-w", "-DVX_ASSERTIONS=1"]
 LIBRARIES = ["-lgtest", "-pthread"]
-WIDTHS = [[], ["--no-avx2"]]  # every test passes on both paths, so a mutant of either shows
+WIDTHS = [[], ["--lanes=8"], ["--lanes=4"]]  # every test passes on all paths, so a mutant of any shows
 
 # Tests that instantiate a header's code in their own object. They are built anew for its mutants; all other tests see
 # such a mutant through the library's objects, which come first in the link and so bring the version that counts.
