@@ -274,7 +274,11 @@ TEST(TraceRecorder, ScopesNestedTooDeep_AreDroppedAndTheRestIsWhole)
 	constexpr u32 kDepth = CTraceRecorder::kMaxDepth + 3;
 	for (u32 i = 0; i < kDepth; ++i)
 		recording.Enter(kOuter);
-	for (u32 i = 0; i < kDepth; ++i)
+	for (u32 i = CTraceRecorder::kMaxDepth; i < kDepth; ++i)
+		recording.Leave(kOuter);
+	for (const json &event : recording.Events())
+		EXPECT_EQ(event["ph"], "B") << "the end of a dropped scope ends no other";
+	for (u32 i = 0; i < CTraceRecorder::kMaxDepth; ++i)
 		recording.Leave(kOuter);
 	EXPECT_EQ(recording.Recorder().DroppedCount(), 3u);
 	const std::vector<json> events = recording.Events();
