@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -55,6 +56,7 @@ TEST_P(WideLanesTest, SumCountersGivesExclusivePrefixSums)
 
 TEST_P(WideLanesTest, CountLowerKeysRanksEveryCountAndTies)
 {
+	constexpr u32 kUntouched = 0xCDCDCDCDu;
 	alignas(16) s32 keys[112];
 	alignas(16) u32 ranks[112];
 	for (u32 count = 1; count <= 109; ++count)
@@ -63,12 +65,15 @@ TEST_P(WideLanesTest, CountLowerKeysRanksEveryCountAndTies)
 		{
 			for (s32 &key : keys)
 				key = s32(u32(m_Random()) % range - range / 2);
+			std::fill(std::begin(ranks), std::end(ranks), kUntouched);
 			SortLanes::CountLowerKeys(keys, count, ranks);
 			for (u32 i = 0; i < count; ++i)
 			{
 				const auto lower = std::count_if(keys, keys + count, [&](s32 key) { return key < keys[i]; });
 				ASSERT_EQ(ranks[i], u32(lower)) << "key " << i << " of " << count;
 			}
+			for (u32 i = (count + 15) / 16 * 16; i < 112; ++i)
+				ASSERT_EQ(ranks[i], kUntouched) << "rank " << i << ", after the last block of " << count;
 		}
 	}
 }
