@@ -21,7 +21,7 @@ cmake -S . -B $build -G Ninja -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=Debug 
 	-DVEXMOOR_LIBRARY_OPTIONS=-fno-exceptions >/dev/null
 cmake --build $build --target vexmoor_tests same_bits
 find $build -name '*.gcda' -delete
-ctest --test-dir $build --parallel "$(nproc)" --progress -E 'headers_stand_alone|consumers'
+ctest --test-dir $build --parallel "$(nproc)" --progress -E 'headers_stand_alone|consumers|debug'
 
 mkdir -p $build/report
 gcovr --root . --filter Runtime/ --gcov-executable gcov --exclude-throw-branches --exclude-unreachable-branches \

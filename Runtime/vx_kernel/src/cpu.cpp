@@ -14,12 +14,10 @@ namespace Cpu
 	static u32 LaneCountOfProcessor()
 	{
 #if defined(__x86_64__) || defined(__i386__)
-		if (__builtin_cpu_supports("avx512f"))
-			return 16;
-		if (__builtin_cpu_supports("avx2"))
-			return 8;
-#endif
+		return __builtin_cpu_supports("avx512f") ? 16 : __builtin_cpu_supports("avx2") ? 8 : 4;
+#else
 		return 4;
+#endif
 	}
 
 	// Threads that ask at the same time get, and leave, the same answer.
