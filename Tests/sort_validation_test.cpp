@@ -30,11 +30,12 @@ void *operator new(std::size_t size, const std::nothrow_t &) noexcept
 	++s_AllocationCount;
 	return std::malloc(size != 0 ? size : 1);
 }
-void operator delete(void *block) noexcept
+// Inlined into a caller, it would be a bare free of what new gave, and valgrind objects to that.
+[[gnu::noinline]] void operator delete(void *block) noexcept
 {
 	std::free(block);
 }
-void operator delete(void *block, std::size_t) noexcept
+[[gnu::noinline]] void operator delete(void *block, std::size_t) noexcept
 {
 	std::free(block);
 }
