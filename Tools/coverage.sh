@@ -13,7 +13,7 @@ cd "$(dirname "$0")/.."
 leastLines=100
 leastBranches=95
 
-Tools/install_packages.sh g++ cmake ninja-build libgtest-dev nlohmann-json3-dev gcovr
+Tools/install_packages.sh g++ cmake ninja-build libgtest-dev nlohmann-json3-dev python3 gcovr
 
 build=build/coverage
 cmake -S . -B $build -G Ninja -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=Debug -DVEXMOOR_BUILD_SAMPLES=OFF \

@@ -20,7 +20,7 @@ case "${1:-}" in
 *) seconds=$1 ;;
 esac
 
-Tools/install_packages.sh clang libclang-rt-14-dev cmake ninja-build libgtest-dev
+Tools/install_packages.sh clang libclang-rt-14-dev cmake ninja-build libgtest-dev nlohmann-json3-dev python3
 
 build=build/fuzz
 cmake -S . -B $build -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
