@@ -49,7 +49,7 @@ analyse()
 			--std=c++17 --platform=unix64 -D__GNUC__=12 -D__x86_64__ -D__SSE2__ -DVX_ASSERTIONS=$assertions \
 			-I Runtime/include -I Runtime/vx_maths/include -I Runtime/vx_kernel/include \
 			-I Runtime/vx_geometrics/include -I Runtime/vx_geometrics/src/ge_mesh \
-			Runtime Tests/Model Tests/SameBits Tests/Support Tests/Fuzz Samples
+			-i Samples/particle_viewer/tests Runtime Tests/Model Tests/SameBits Tests/Support Tests/Fuzz Samples
 	done
 	printf 'neither clang-tidy nor cppcheck has anything to say\n'
 }

@@ -106,6 +106,7 @@ namespace
 			}
 	}
 
+	// cppcheck-suppress passedByValue ; stb takes a text that it may write, and gets a copy
 	u32 LabelWidth(std::string text, u32 scale)
 	{
 		return u32(stb_easy_font_width(text.data())) * scale;
@@ -191,8 +192,10 @@ SPicture DifferenceMap(const SPicture &a, const SPicture &b)
 		int largest = 0;
 		for (u64 i = pixel * 3; i < pixel * 3 + 3; ++i)
 			largest = std::max(largest, std::abs(int(a.m_Rgb[i]) - int(b.m_Rgb[i])));
-		const float share = std::log2(float(largest)) / std::log2(float(kMostError));
-		SetPixel(map, pixel, largest == 0 ? SRgb{} : RampColour(share));
+		SRgb colour = {};
+		if (largest > 0)
+			colour = RampColour(std::log2(float(largest)) / std::log2(float(kMostError)));
+		SetPixel(map, pixel, colour);
 	}
 	return map;
 }

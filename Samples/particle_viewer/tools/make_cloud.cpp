@@ -115,7 +115,7 @@ SPoint KnotPoint(CRandom &random, float size)
 	const float hue = turn * kTurn;
 	const SVector tint = {
 		0.55f + 0.42f * std::cos(hue), 0.45f + 0.30f * std::cos(hue - 1.9f), 0.62f + 0.38f * std::cos(hue - 3.6f)};
-	SPoint point;
+	SPoint point = {};
 	point.m_Position = middle + outward * (0.235f + 0.022f * ribs);
 	point.m_Axes[0] = along;
 	point.m_Axes[1] = Cross(outward, along);
