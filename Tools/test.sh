@@ -8,8 +8,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 sections=(
-	format analysis docs same-bits instructions package fuzz debug release clang-debug clang-release sanitize threads
-	memcheck host-flags clang-host-flags
+	format analysis docs same-bits instructions package fuzz debug release clang-debug sanitize threads memcheck
+	host-flags clang-host-flags
 )
 
 if [ "${1:-}" = --list ]; then
@@ -96,7 +96,7 @@ memcheckTests='ScratchMemory.*:LogUnique.*:Array.*:RefPtr.*:String.*:PointSort.*
 
 # For each target. At a desk, a look at the corpus and a little more.
 fuzzSeconds=3
-[ "${CI:-}" != true ] || fuzzSeconds=30
+[ "${CI:-}" != true ] || fuzzSeconds=15
 
 for section in "$@"; do
 	printf '\n== %s\n' "$section"
