@@ -18,19 +18,20 @@ using namespace Support;
 
 static thread_local u64 s_AllocationCount = 0;
 
-void *operator new(std::size_t size)
+// None is inlined: a caller would allocate with one and free with the other of new and malloc, in the eyes of g++ and of
+// valgrind.
+[[gnu::noinline]] void *operator new(std::size_t size)
 {
 	++s_AllocationCount;
 	if (void *const block = std::malloc(size != 0 ? size : 1))
 		return block;
 	std::abort();
 }
-void *operator new(std::size_t size, const std::nothrow_t &) noexcept
+[[gnu::noinline]] void *operator new(std::size_t size, const std::nothrow_t &) noexcept
 {
 	++s_AllocationCount;
 	return std::malloc(size != 0 ? size : 1);
 }
-// Inlined into a caller, it would be a bare free of what new gave, and valgrind objects to that.
 [[gnu::noinline]] void operator delete(void *block) noexcept
 {
 	std::free(block);
