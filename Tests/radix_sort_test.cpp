@@ -177,6 +177,22 @@ TEST(RadixSort, EverySizeUpTo300_MatchesStableSort)
 	}
 }
 
+// Counters are as narrow as the count allows: all that one counts lies in one digit, or all but a last record beyond it.
+TEST(RadixSort, SizesAroundEveryCounterWidth_MatchStableSort)
+{
+	for (const u32 count : {255u, 256u, 257u, 1023u, 1024u, 1025u, 65535u, 65536u, 65537u})
+	{
+		SCOPED_TRACE(count);
+		ExpectStablySorted(RandomRecords(count, 0xFFFFFFFFu, count));
+		for (const u32 last : {0x1FE003FEu, 0x1FE003FFu, 0x1FE00BFEu, 0x20E003FEu})
+		{
+			std::vector<u32> keys(count, 0x1FE003FEu);
+			keys[count / 2] = last;
+			ExpectStablySorted(RecordsOfKeys(keys));
+		}
+	}
+}
+
 TEST(RadixSort, LargeSizes_MatchStableSort)
 {
 	const struct
@@ -222,19 +238,19 @@ TEST(RadixSort, Index_NeverTakesPart)
 	EXPECT_TRUE(SameRecords({records[2], records[0], records[1], records[3]}, Sorted(records).m_Output));
 }
 
-template<u32 _Bitcount>
+template<u32 _Bitcount, typename _Counter>
 static void ExpectPrefixSums()
 {
 	constexpr u32 kCount = 1u << _Bitcount;
-	const CGuardedMemory memory(kCount * sizeof(u32));
-	u32 *const counters = memory.As<u32>();
+	const CGuardedMemory memory(kCount * sizeof(_Counter));
+	_Counter *const counters = memory.As<_Counter>();
 	for (u32 i = 0; i < kCount; ++i)
-		counters[i] = i * 2654435761u;
+		counters[i] = _Counter(i * 2654435761u);
 	TRadixSort<Sort_InBuffer>::SumCounters<_Bitcount>(counters);
 	u32 sum = 0; // wraps, as counters do
 	for (u32 i = 0; i < kCount; ++i)
 	{
-		ASSERT_EQ(counters[i], sum) << i;
+		ASSERT_EQ(counters[i], _Counter(sum)) << i;
 		sum += i * 2654435761u;
 	}
 	EXPECT_TRUE(memory.SurroundingsIntact());
@@ -242,11 +258,15 @@ static void ExpectPrefixSums()
 
 TEST(RadixSort, SumCounters_AreExclusivePrefixSums)
 {
-	ExpectPrefixSums<11>();
-	ExpectPrefixSums<10>();
+	ExpectPrefixSums<11, u8>();
+	ExpectPrefixSums<10, u8>();
+	ExpectPrefixSums<11, u16>();
+	ExpectPrefixSums<10, u16>();
+	ExpectPrefixSums<11, u32>();
+	ExpectPrefixSums<10, u32>();
 }
 
-// The histograms take 22,016 bytes of the caller's stack. A thread on a painted stack shows how deep a sort goes.
+// The histograms take 22,016 bytes of the caller's stack, however wide their counters are. A thread on a painted stack shows how deep a sort goes.
 TEST(RadixSort, Histograms_LieOnTheStack)
 {
 	constexpr std::size_t kStackSize = 256 * 1024;
@@ -255,14 +275,14 @@ TEST(RadixSort, Histograms_LieOnTheStack)
 
 	struct SThread
 	{
-		SIndexAndDepth m_Input[256], m_Output[256];
-		bool m_Sort;
+		SIndexAndDepth m_Input[2000], m_Output[2000];
+		u32 m_Count;
 	};
-	const auto depth = [&stack](bool sort)
+	const auto depth = [&stack](u32 count)
 	{
 		std::memset(stack.Data(), kPaint, kStackSize);
 		SThread thread = {};
-		thread.m_Sort = sort;
+		thread.m_Count = count;
 		pthread_attr_t attributes;
 		pthread_attr_init(&attributes);
 		pthread_attr_setstack(&attributes, stack.Data(), kStackSize);
@@ -272,8 +292,7 @@ TEST(RadixSort, Histograms_LieOnTheStack)
 			[](void *p) -> void *
 			{
 				SThread *const self = static_cast<SThread *>(p);
-				if (self->m_Sort)
-					RunSort11(self->m_Input, 256, self->m_Output);
+				RunSort11(self->m_Input, self->m_Count, self->m_Output);
 				return nullptr;
 			},
 			&thread);
@@ -288,9 +307,12 @@ TEST(RadixSort, Histograms_LieOnTheStack)
 	};
 
 	const CAllocationRecorder allocations;
-	const std::size_t without = depth(false);
-	const std::size_t with = depth(true);
-	EXPECT_GE(with, 22016u);
-	EXPECT_LE(with, without + 22016u + 4096u); // alignment to 64 bytes and the frames around
+	const std::size_t without = depth(0);
+	for (const u32 count : {256u, 1000u, 2000u})
+	{
+		const std::size_t with = depth(count);
+		EXPECT_GE(with, 22016u) << count;
+		EXPECT_LE(with, without + 22016u + 4096u) << count; // alignment to 64 bytes and the frames around
+	}
 	EXPECT_TRUE(allocations.Allocations().empty());
 }

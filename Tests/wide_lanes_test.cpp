@@ -35,23 +35,31 @@ private:
 	const u32 m_LaneCountBefore = Cpu::LaneCount();
 };
 
-TEST_P(WideLanesTest, SumCountersGivesExclusivePrefixSums)
+template<typename _Counter>
+void ExpectExclusivePrefixSums(std::mt19937 &random)
 {
-	for (u32 count = 8; count <= 2048; count += 8 * (1 + count / 64))
+	for (u32 count = 32; count <= 2048; count += 32)
 	{
-		std::vector<u32> counters(count + 2);
-		for (u32 &counter : counters)
-			counter = u32(m_Random()) >> (m_Random() % 32); // sums wrap around
-		std::vector<u32> expected = counters;
+		std::vector<_Counter> counters(count + 2);
+		for (_Counter &counter : counters)
+			counter = _Counter(u32(random()) >> (random() % 32)); // sums wrap around
+		std::vector<_Counter> expected = counters;
 		u32 sum = 0;
 		for (u32 i = 1; i <= count; ++i)
 		{
-			expected[i] = sum;
+			expected[i] = _Counter(sum);
 			sum += counters[i];
 		}
 		SortLanes::SumCounters(counters.data() + 1, count); // at any address, and no counter beside them
-		ASSERT_EQ(counters, expected) << count << " counters";
+		ASSERT_EQ(counters, expected) << count << " counters of " << sizeof(_Counter) << " bytes";
 	}
+}
+
+TEST_P(WideLanesTest, SumCountersGivesExclusivePrefixSums)
+{
+	ExpectExclusivePrefixSums<u8>(m_Random);
+	ExpectExclusivePrefixSums<u16>(m_Random);
+	ExpectExclusivePrefixSums<u32>(m_Random);
 }
 
 TEST_P(WideLanesTest, CountLowerKeysRanksEveryCountAndTies)

@@ -16,11 +16,15 @@ namespace Vexmoor
 /// What the sorts below do in lanes, as wide as the processor has them.
 namespace SortLanes
 {
-	constexpr u32 kCountersPerStep = 8; ///< Counts of counters are multiples of it.
-	constexpr u32 kKeysPerBlock = 16;   ///< And room for keys and ranks is of this.
+	constexpr u32 kCountersPerStep = 32; ///< Counts of counters are multiples of it.
+	constexpr u32 kKeysPerBlock = 16;    ///< And room for keys and ranks is of this.
 
-	/// Replaces whole steps of counters by their exclusive prefix sums.
+	///@{
+	/// Replaces whole steps of counters by their exclusive prefix sums, which wrap around as counters do.
+	VX_API void SumCounters(u8 *counters, u32 count);
+	VX_API void SumCounters(u16 *counters, u32 count);
 	VX_API void SumCounters(u32 *counters, u32 count);
+	///@}
 
 	/// Counts for every key how many of the first count keys are lower. Both arrays are 16-byte aligned and hold whole
 	/// blocks; keys that fill up the last block get a rank as well.
@@ -112,21 +116,47 @@ public:
 		if (elementCount == 0)
 			return;
 
-		alignas(64) u32 rawHistograms[_CounterCount];
-		std::memset(rawHistograms, 0, sizeof(rawHistograms));
-		u32 *const histogram0 = rawHistograms;
-		u32 *const histogram1 = rawHistograms + _HistogramStride;
-		u32 *const histogram2 = rawHistograms + 2 * _HistogramStride;
+		// Clearing and summing counters is what few records wait for, and it takes as long as the counters are wide. A
+		// position that is asked for lies below the count; the one after the last record may wrap to 0.
+		if (elementCount <= kMaxCountOf8Bits)
+			_SortWith<u8>(&*first, &*output, elementCount, keyExtractor);
+		else if (elementCount <= kMaxCountOf16Bits)
+			_SortWith<u16>(&*first, &*output, elementCount, keyExtractor);
+		else
+			_SortWith<u32>(&*first, &*output, elementCount, keyExtractor);
+	}
 
-		auto *const records = &*first;
-		auto *const sorted = &*output;
+	/// Replaces 2^_Bitcount counters by their exclusive prefix sums: counts of a digit become its first position.
+	template<u32 _Bitcount, typename _Counter>
+	static void SumCounters(_Counter *counters)
+	{
+		static_assert((1u << _Bitcount) % SortLanes::kCountersPerStep == 0, "whole steps");
+		SortLanes::SumCounters(counters, 1u << _Bitcount);
+	}
+
+private:
+	static constexpr u32 kMaxCountOf8Bits = 1u << 8;
+	static constexpr u32 kMaxCountOf16Bits = 1u << 10; // above it narrow counters gain nothing
+
+	// A histogram lies in the same place whatever the width of its counters.
+	template<typename _Counter, typename _Record, typename _KeyExtractor>
+	static void _SortWith(_Record *records, _Record *sorted, u32 elementCount, const _KeyExtractor &keyExtractor)
+	{
+		constexpr u32 kCountersPerPlace = sizeof(u32) / sizeof(_Counter);
+		alignas(64) _Counter rawHistograms[_CounterCount * kCountersPerPlace];
+		_Counter *const histogram0 = rawHistograms;
+		_Counter *const histogram1 = rawHistograms + _HistogramStride * kCountersPerPlace;
+		_Counter *const histogram2 = rawHistograms + 2 * _HistogramStride * kCountersPerPlace;
+		std::memset(histogram0, 0, sizeof(_Counter) << _BaseBits);
+		std::memset(histogram1, 0, sizeof(_Counter) << _BaseBits);
+		std::memset(histogram2, 0, sizeof(_Counter) << _LastBits);
 
 		for (u32 i = 0; i < elementCount; ++i)
 		{
 			const u32 key = keyExtractor.ExtractKey(records[i]);
-			++histogram0[_Digit<0>(key)];
-			++histogram1[_Digit<1>(key)];
-			++histogram2[_Digit<2>(key)];
+			_CountOneMore(histogram0[_Digit<0>(key)]);
+			_CountOneMore(histogram1[_Digit<1>(key)]);
+			_CountOneMore(histogram2[_Digit<2>(key)]);
 		}
 
 		SumCounters<_BaseBits>(histogram0);
@@ -138,15 +168,12 @@ public:
 		_Scatter<2>(records, sorted, elementCount, histogram2, keyExtractor);
 	}
 
-	/// Replaces 2^_Bitcount counters by their exclusive prefix sums: counts of a digit become its first position.
-	template<u32 _Bitcount>
-	static void SumCounters(u32 *counters)
+	template<typename _Counter>
+	static VX_INLINE void _CountOneMore(_Counter &counter)
 	{
-		static_assert((1u << _Bitcount) % SortLanes::kCountersPerStep == 0, "whole steps");
-		SortLanes::SumCounters(counters, 1u << _Bitcount);
+		counter = _Counter(counter + 1);
 	}
 
-private:
 	template<u32 _Pass>
 	static VX_INLINE u32 _Digit(u32 key)
 	{
@@ -164,11 +191,11 @@ private:
 
 	// Moves the records to their digits' positions. Reading in order and advancing a position with every record keeps
 	// equal digits in order.
-	template<u32 _Pass, typename _Record, typename _KeyExtractor>
+	template<u32 _Pass, typename _Record, typename _Counter, typename _KeyExtractor>
 	static void _Scatter(const _Record *__restrict source,
 		_Record *__restrict destination,
 		u32 elementCount,
-		u32 *__restrict positions,
+		_Counter *__restrict positions,
 		const _KeyExtractor &keyExtractor)
 	{
 		// The top digits of distances, sign, exponent and a bit, are few: a position is asked for again before its
@@ -202,10 +229,10 @@ private:
 
 	// Moves _Count records, whose digits are equal or not in any combination: each position is read as it was before the
 	// first of them, a record goes beyond those before it with its digit, and the last of them leaves the next position.
-	template<u32 _Pass, u32 _Count, typename _Record, typename _KeyExtractor>
+	template<u32 _Pass, u32 _Count, typename _Record, typename _Counter, typename _KeyExtractor>
 	static VX_INLINE void _Move(const _Record *__restrict source,
 		_Record *__restrict destination,
-		u32 *__restrict positions, // NOLINT(readability-non-const-parameter): its places are written below
+		_Counter *__restrict positions, // NOLINT(readability-non-const-parameter): its places are written below
 		const _KeyExtractor &keyExtractor)
 	{
 		static_assert(std::is_trivially_copyable_v<_Record>, "records are moved as bytes");
@@ -229,7 +256,7 @@ private:
 				places[k] += digits[before] == digits[k];
 		}
 		for (u32 k = 0; k < _Count; ++k)
-			positions[digits[k]] = places[k] + 1;
+			positions[digits[k]] = _Counter(places[k] + 1);
 		for (u32 k = 0; k < _Count; ++k)
 			std::memcpy(destination + places[k], &words[k], sizeof(_Record));
 	}

@@ -13,74 +13,150 @@ namespace Vexmoor
 {
 namespace SortLanes
 {
-	// Prefix sums, 128 bits. Sums of four run through two shifted additions; from one four to the next only the total is
-	// carried, so that no more than one addition waits for the one before.
+	// Prefix sums, 128 bits, of counters of 8, 16 or 32 bits. Shifted additions double the run that a lane sums up, until it
+	// reaches from the first lane to its own; from one register to the next only the total is carried, so that no more
+	// than one addition waits for the one before. With 32 bits:
 	//
-	//   lane        0    1    2    3
-	//   counts      a    b    c    d
-	//   pairs       a    ab   bc   cd
-	//   inclusive   a    ab   abc  abcd
-	static VX_INLINE __m128i SumFourCounters(u32 *counters, __m128i sum)
+	//   lane    0    1    2    3
+	//   counts  a    b    c    d
+	//           a    ab   bc   cd
+	//   runs    a    ab   abc  abcd
+	template<typename _Counter>
+	static VX_INLINE __m128i Add(__m128i a, __m128i b)
 	{
-		const __m128i counts = _mm_loadu_si128(reinterpret_cast<const __m128i *>(counters));
-		const __m128i pairs = _mm_add_epi32(counts, _mm_slli_si128(counts, 4));
-		const __m128i inclusive = _mm_add_epi32(pairs, _mm_slli_si128(pairs, 8));
-		const __m128i exclusive = _mm_sub_epi32(inclusive, counts);
-		_mm_storeu_si128(reinterpret_cast<__m128i *>(counters), _mm_add_epi32(exclusive, sum));
-		return _mm_add_epi32(sum, _mm_shuffle_epi32(inclusive, _MM_SHUFFLE(3, 3, 3, 3)));
+		if constexpr (sizeof(_Counter) == 1)
+			return _mm_add_epi8(a, b);
+		else if constexpr (sizeof(_Counter) == 2)
+			return _mm_add_epi16(a, b);
+		else
+			return _mm_add_epi32(a, b);
 	}
 
-	static void SumCounters_Sse2(u32 *counters, u32 count)
+	template<typename _Counter>
+	static VX_INLINE __m128i Subtract(__m128i a, __m128i b)
+	{
+		if constexpr (sizeof(_Counter) == 1)
+			return _mm_sub_epi8(a, b);
+		else if constexpr (sizeof(_Counter) == 2)
+			return _mm_sub_epi16(a, b);
+		else
+			return _mm_sub_epi32(a, b);
+	}
+
+	template<typename _Counter>
+	static VX_INLINE __m128i SpreadLast(__m128i lanes)
+	{
+		if constexpr (sizeof(_Counter) == 1)
+			lanes = _mm_unpackhi_epi8(lanes, lanes);
+		if constexpr (sizeof(_Counter) <= 2)
+			lanes = _mm_shufflehi_epi16(lanes, _MM_SHUFFLE(3, 3, 3, 3));
+		return _mm_shuffle_epi32(lanes, _MM_SHUFFLE(3, 3, 3, 3));
+	}
+
+	template<typename _Counter>
+	static void SumCounters_Sse2(_Counter *counters, u32 count)
 	{
 		__m128i sum = _mm_setzero_si128();
-		for (u32 i = 0; i < count; i += 8)
+		for (u32 i = 0; i < count; i += sizeof(__m128i) / sizeof(_Counter))
 		{
-			sum = SumFourCounters(counters + i, sum);
-			sum = SumFourCounters(counters + i + 4, sum);
+			__m128i *const lanes = reinterpret_cast<__m128i *>(counters + i);
+			const __m128i counts = _mm_loadu_si128(lanes);
+			__m128i runs = counts;
+			if constexpr (sizeof(_Counter) == 1)
+				runs = Add<_Counter>(runs, _mm_slli_si128(runs, 1));
+			if constexpr (sizeof(_Counter) <= 2)
+				runs = Add<_Counter>(runs, _mm_slli_si128(runs, 2));
+			runs = Add<_Counter>(runs, _mm_slli_si128(runs, 4));
+			runs = Add<_Counter>(runs, _mm_slli_si128(runs, 8));
+			_mm_storeu_si128(lanes, Add<_Counter>(sum, Subtract<_Counter>(runs, counts)));
+			sum = Add<_Counter>(sum, SpreadLast<_Counter>(runs));
 		}
 	}
 
 #if defined(VX_TARGET_AVX2)
-	// The upper half of a register, and the lower half of the one that follows it.
-	VX_TARGET_AVX2 static VX_INLINE __m256i BetweenHalves(__m256i before, __m256i lanes)
+	// Prefix sums, 256 bits: the same in both halves at once. The lower half's total is added to the upper one, and both
+	// are carried.
+	template<typename _Counter>
+	VX_TARGET_AVX2 static VX_INLINE __m256i Add(__m256i a, __m256i b)
 	{
-		return _mm256_permute2x128_si256(before, lanes, 0x21);
+		if constexpr (sizeof(_Counter) == 1)
+			return _mm256_add_epi8(a, b);
+		else if constexpr (sizeof(_Counter) == 2)
+			return _mm256_add_epi16(a, b);
+		else
+			return _mm256_add_epi32(a, b);
 	}
 
-	// Prefix sums, 256 bits. Lane k of a window is the sum of the counts that end at k, over the border between registers:
-	// of two, of four, of eight. A prefix sum is the one eight counters before and the window of eight between them, so
-	// that nothing but the sums themselves is carried from step to step.
-	VX_TARGET_AVX2 static void SumCounters_Avx2(u32 *counters, u32 count)
+	template<typename _Counter>
+	VX_TARGET_AVX2 static VX_INLINE __m256i Subtract(__m256i a, __m256i b)
 	{
-		__m256i lastCounts = _mm256_setzero_si256();
-		__m256i lastOf2 = _mm256_setzero_si256();
-		__m256i lastOf4 = _mm256_setzero_si256();
-		__m256i sums = _mm256_setzero_si256();
-		for (u32 i = 0; i < count; i += 8)
+		if constexpr (sizeof(_Counter) == 1)
+			return _mm256_sub_epi8(a, b);
+		else if constexpr (sizeof(_Counter) == 2)
+			return _mm256_sub_epi16(a, b);
+		else
+			return _mm256_sub_epi32(a, b);
+	}
+
+	template<typename _Counter>
+	VX_TARGET_AVX2 static VX_INLINE __m256i SpreadLastOfHalves(__m256i lanes)
+	{
+		if constexpr (sizeof(_Counter) == 1)
+			return _mm256_shuffle_epi8(lanes, _mm256_set1_epi8(15));
+		else if constexpr (sizeof(_Counter) == 2)
+			return _mm256_shuffle_epi8(lanes, _mm256_set1_epi16(0x0F0E));
+		else
+			return _mm256_shuffle_epi32(lanes, _MM_SHUFFLE(3, 3, 3, 3));
+	}
+
+	template<typename _Counter>
+	VX_TARGET_AVX2 static void SumCounters_Avx2(_Counter *counters, u32 count)
+	{
+		__m256i sum = _mm256_setzero_si256();
+		for (u32 i = 0; i < count; i += sizeof(__m256i) / sizeof(_Counter))
 		{
 			__m256i *const lanes = reinterpret_cast<__m256i *>(counters + i);
 			const __m256i counts = _mm256_loadu_si256(lanes);
-			const __m256i oneBefore = _mm256_alignr_epi8(counts, BetweenHalves(lastCounts, counts), 12);
-			const __m256i of2 = _mm256_add_epi32(counts, oneBefore);
-			const __m256i of2TwoBefore = _mm256_alignr_epi8(of2, BetweenHalves(lastOf2, of2), 8);
-			const __m256i of4 = _mm256_add_epi32(of2, of2TwoBefore);
-			const __m256i of8 = _mm256_add_epi32(of4, BetweenHalves(lastOf4, of4));
-			sums = _mm256_add_epi32(sums, of8);
-			_mm256_storeu_si256(lanes, _mm256_sub_epi32(sums, counts));
-			lastCounts = counts;
-			lastOf2 = of2;
-			lastOf4 = of4;
+			__m256i runs = counts;
+			if constexpr (sizeof(_Counter) == 1)
+				runs = Add<_Counter>(runs, _mm256_slli_si256(runs, 1));
+			if constexpr (sizeof(_Counter) <= 2)
+				runs = Add<_Counter>(runs, _mm256_slli_si256(runs, 2));
+			runs = Add<_Counter>(runs, _mm256_slli_si256(runs, 4));
+			runs = Add<_Counter>(runs, _mm256_slli_si256(runs, 8));
+			const __m256i totals = SpreadLastOfHalves<_Counter>(runs);
+			const __m256i lowerToUpper = _mm256_permute2x128_si256(totals, totals, 0x08);
+			const __m256i swappedTotals = _mm256_permute4x64_epi64(totals, _MM_SHUFFLE(1, 0, 3, 2));
+			const __m256i before = Add<_Counter>(sum, lowerToUpper);
+			_mm256_storeu_si256(lanes, Add<_Counter>(before, Subtract<_Counter>(runs, counts)));
+			sum = Add<_Counter>(sum, Add<_Counter>(totals, swappedTotals));
 		}
 	}
 #endif
 
-	void SumCounters(u32 *counters, u32 count)
+	template<typename _Counter>
+	static VX_INLINE void SumCountersInLanes(_Counter *counters, u32 count)
 	{
 #if defined(VX_TARGET_AVX2)
 		if (Cpu::LaneCount() >= 8)
 			return SumCounters_Avx2(counters, count);
 #endif
 		SumCounters_Sse2(counters, count);
+	}
+
+	void SumCounters(u8 *counters, u32 count)
+	{
+		SumCountersInLanes(counters, count);
+	}
+
+	void SumCounters(u16 *counters, u32 count)
+	{
+		SumCountersInLanes(counters, count);
+	}
+
+	void SumCounters(u32 *counters, u32 count)
+	{
+		SumCountersInLanes(counters, count);
 	}
 
 	// Ranks, 128 bits: sixteen keys at a time against all. A comparison's mask is minus one.
