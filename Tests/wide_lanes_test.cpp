@@ -71,8 +71,10 @@ TEST_P(WideLanesTest, CountLowerKeysRanksEveryCountAndTies)
 	{
 		for (const u32 range : {3u, 100u, 0xFFFFFFFFu})
 		{
-			for (s32 &key : keys)
-				key = s32(u32(m_Random()) % range - range / 2);
+			std::fill(std::begin(keys), std::end(keys), 0x7FFFFFFF);
+			std::generate_n(keys, count, [&] { return s32(u32(m_Random()) % range - range / 2); });
+			if (range > 3)
+				keys[count / 2] = 0x7FFFFFFF; // as high as what fills up the block
 			std::fill(std::begin(ranks), std::end(ranks), kUntouched);
 			SortLanes::CountLowerKeys(keys, count, ranks);
 			for (u32 i = 0; i < count; ++i)

@@ -27,7 +27,7 @@ namespace SortLanes
 	///@}
 
 	/// Counts for every key how many of the first count keys are lower. Both arrays are 16-byte aligned and hold whole
-	/// blocks; keys that fill up the last block get a rank as well.
+	/// blocks; the keys that fill up the last block are the highest there are, and get a rank as well.
 	VX_API void CountLowerKeys(const s32 *keys, u32 count, u32 *ranks);
 } // namespace SortLanes
 
@@ -468,11 +468,11 @@ bool CountingRankSort(_Iterator first, u32 count, _Iterator output, const _KeyEx
 	if (count == 0)
 		return true;
 
-	// Lanes compare as signed. What fills up the last block is ranked too, for nobody.
+	// Lanes compare as signed. What fills up the last block is lower than no key, and is ranked too, for nobody.
 	for (u32 i = 0; i < count; ++i)
 		keys[i] = s32(keyExtractor.ExtractKey(first[s32(i)]) ^ 0x80000000u);
 	for (u32 i = count; i % kKeysPerBlock != 0; ++i)
-		keys[i] = 0;
+		keys[i] = 0x7FFFFFFF;
 
 	SortLanes::CountLowerKeys(keys, count, ranks);
 
