@@ -31,6 +31,10 @@ namespace SortLanes
 	VX_API void CountLowerKeys(const s32 *keys, u32 count, u32 *ranks);
 } // namespace SortLanes
 
+/// Records that a line of the caches holds, one at least.
+template<typename _Record>
+constexpr u32 kRecordsPerLine = sizeof(_Record) < 64 ? 64 / sizeof(_Record) : 1;
+
 /// Exchanges two values through a temporary.
 template<typename _Type>
 VX_INLINE void VXSwap(_Type &a, _Type &b)
@@ -119,11 +123,13 @@ public:
 		// Clearing and summing counters is what few records wait for, and it takes as long as the counters are wide. A
 		// position that is asked for lies below the count; the one after the last record may wrap to 0.
 		if (elementCount <= kMaxCountOf8Bits)
-			_SortWith<u8>(&*first, &*output, elementCount, keyExtractor);
+			_SortWith<u8, false>(&*first, &*output, elementCount, keyExtractor);
 		else if (elementCount <= kMaxCountOf16Bits)
-			_SortWith<u16>(&*first, &*output, elementCount, keyExtractor);
+			_SortWith<u16, false>(&*first, &*output, elementCount, keyExtractor);
+		else if (elementCount <= kMaxCountInCaches)
+			_SortWith<u32, false>(&*first, &*output, elementCount, keyExtractor);
 		else
-			_SortWith<u32>(&*first, &*output, elementCount, keyExtractor);
+			_SortWith<u32, true>(&*first, &*output, elementCount, keyExtractor);
 	}
 
 	/// Replaces 2^_Bitcount counters by their exclusive prefix sums: counts of a digit become its first position.
@@ -138,8 +144,12 @@ private:
 	static constexpr u32 kMaxCountOf8Bits = 1u << 8;
 	static constexpr u32 kMaxCountOf16Bits = 1u << 10; // above it narrow counters gain nothing
 
+	// The output has lain idle since the last frame. Up to about this many records it fits the caches, and is fetched in
+	// order while the keys are counted. Beyond, a record moved to a line fetches the line that its digit needs next.
+	static constexpr u32 kMaxCountInCaches = 1u << 19;
+
 	// A histogram lies in the same place whatever the width of its counters.
-	template<typename _Counter, typename _Record, typename _KeyExtractor>
+	template<typename _Counter, bool _BeyondCaches, typename _Record, typename _KeyExtractor>
 	static void _SortWith(_Record *records, _Record *sorted, u32 elementCount, const _KeyExtractor &keyExtractor)
 	{
 		constexpr u32 kCountersPerPlace = sizeof(u32) / sizeof(_Counter);
@@ -153,6 +163,8 @@ private:
 
 		for (u32 i = 0; i < elementCount; ++i)
 		{
+			if (!_BeyondCaches && i % kRecordsPerLine<_Record> == 0)
+				__builtin_prefetch(sorted + i, 1);
 			const u32 key = keyExtractor.ExtractKey(records[i]);
 			_CountOneMore(histogram0[_Digit<0>(key)]);
 			_CountOneMore(histogram1[_Digit<1>(key)]);
@@ -163,9 +175,9 @@ private:
 		SumCounters<_BaseBits>(histogram1);
 		SumCounters<_LastBits>(histogram2);
 
-		_Scatter<0>(records, sorted, elementCount, histogram0, keyExtractor);
-		_Scatter<1>(sorted, records, elementCount, histogram1, keyExtractor);
-		_Scatter<2>(records, sorted, elementCount, histogram2, keyExtractor);
+		_Scatter<0, _BeyondCaches>(records, sorted, elementCount, histogram0, keyExtractor);
+		_Scatter<1, _BeyondCaches>(sorted, records, elementCount, histogram1, keyExtractor);
+		_Scatter<2, false>(records, sorted, elementCount, histogram2, keyExtractor);
 	}
 
 	template<typename _Counter>
@@ -184,14 +196,9 @@ private:
 			return (key >> kShift) & (_BaseSize - 1);
 	}
 
-	// From about this many records on the buffers outgrow the caches, and where a record goes is fetched while the ones
-	// before it move. Below, the fetches cost more than they save.
-	static constexpr u32 kMinPrefetchCount = 3u << 18;
-	static constexpr u32 kPrefetchDistance = 64;
-
 	// Moves the records to their digits' positions. Reading in order and advancing a position with every record keeps
 	// equal digits in order.
-	template<u32 _Pass, typename _Record, typename _Counter, typename _KeyExtractor>
+	template<u32 _Pass, bool _FetchesNextLine, typename _Record, typename _Counter, typename _KeyExtractor>
 	static void _Scatter(const _Record *__restrict source,
 		_Record *__restrict destination,
 		u32 elementCount,
@@ -202,34 +209,20 @@ private:
 		// store has reached the cache. Four records take theirs together there, and wait once instead of four times.
 		constexpr u32 kTogether = _Pass == 2 ? 4 : 1;
 		constexpr u32 kStep = _Pass == 2 ? 4 : 2;
-		const auto moveStep = [&](u32 i)
+
+		const _Record *const end = source + elementCount;
+		for (const _Record *const last = end - elementCount % kStep; source != last; source += kStep)
 		{
 			for (u32 k = 0; k < kStep; k += kTogether)
-				_Move<_Pass, kTogether>(source + i + k, destination, positions, keyExtractor);
-		};
-
-		u32 i = 0;
-		if (elementCount >= kMinPrefetchCount)
-		{
-			for (; i + kPrefetchDistance + kStep <= elementCount; i += kStep)
-			{
-				for (u32 ahead = i + kPrefetchDistance; ahead < i + kPrefetchDistance + kStep; ++ahead)
-				{
-					const u32 digit = _Digit<_Pass>(keyExtractor.ExtractKey(source[ahead]));
-					__builtin_prefetch(&destination[positions[digit]], 1);
-				}
-				moveStep(i);
-			}
+				_Move<_Pass, kTogether, _FetchesNextLine>(source + k, destination, positions, keyExtractor);
 		}
-		for (; i + kStep <= elementCount; i += kStep)
-			moveStep(i);
-		for (; i < elementCount; ++i)
-			_Move<_Pass, 1>(source + i, destination, positions, keyExtractor);
+		for (; source != end; ++source)
+			_Move<_Pass, 1, false>(source, destination, positions, keyExtractor);
 	}
 
 	// Moves _Count records, whose digits are equal or not in any combination: each position is read as it was before the
 	// first of them, a record goes beyond those before it with its digit, and the last of them leaves the next position.
-	template<u32 _Pass, u32 _Count, typename _Record, typename _Counter, typename _KeyExtractor>
+	template<u32 _Pass, u32 _Count, bool _FetchesNextLine, typename _Record, typename _Counter, typename _KeyExtractor>
 	static VX_INLINE void _Move(const _Record *__restrict source,
 		_Record *__restrict destination,
 		_Counter *__restrict positions, // NOLINT(readability-non-const-parameter): its places are written below
@@ -257,6 +250,11 @@ private:
 		}
 		for (u32 k = 0; k < _Count; ++k)
 			positions[digits[k]] = _Counter(places[k] + 1);
+		if constexpr (_FetchesNextLine)
+		{
+			for (u32 k = 0; k < _Count; ++k)
+				__builtin_prefetch(destination + places[k] + kRecordsPerLine<_Record>, 1);
+		}
 		for (u32 k = 0; k < _Count; ++k)
 			std::memcpy(destination + places[k], &words[k], sizeof(_Record));
 	}
@@ -467,6 +465,14 @@ bool CountingRankSort(_Iterator first, u32 count, _Iterator output, const _KeyEx
 	alignas(16) u32 ranks[kMaxKeys];
 	if (count == 0)
 		return true;
+
+	// The output has lain idle since the last frame. A few stores wait for their lines aside, more hold everything up.
+	constexpr u32 kMaxWaitingStores = 64;
+	if (count > kMaxWaitingStores)
+	{
+		for (u32 i = 0; i < count; i += kRecordsPerLine<std::decay_t<decltype(*output)>>)
+			__builtin_prefetch(&*(output + s32(i)), 1);
+	}
 
 	// Lanes compare as signed. What fills up the last block is lower than no key, and is ranked too, for nobody.
 	for (u32 i = 0; i < count; ++i)
