@@ -45,6 +45,7 @@ namespace
 	constexpr double kFewestParticles = 50;
 	constexpr double kMostParticles = 5000;
 	constexpr u32 kThreads = 2;
+	constexpr size_t kDrawCallsPerTask = 4; // so little that no core waits long for the other at the end
 
 	void *CountedAlloc(
 		void *, u64 size, u32 alignment, Mem::EAllocType, Mem::EOrigin, const char *, const char *, int, const char *)
@@ -176,12 +177,14 @@ namespace
 			arena.execute(
 				[&]
 				{
-					tbb::parallel_for(tbb::blocked_range<size_t>(0, frame.m_Sorters.size()),
+					tbb::parallel_for(
+						tbb::blocked_range<size_t>(0, frame.m_Sorters.size(), kDrawCallsPerTask),
 						[&](const tbb::blocked_range<size_t> &range)
 						{
 							for (size_t i = range.begin(); i < range.end(); ++i)
 								frame.m_Sorters[i].Draw(camera);
-						});
+						},
+						tbb::simple_partitioner());
 				});
 		};
 		draw();

@@ -1,12 +1,14 @@
 // What a radix sort of three passes cannot do without, part by part and each as fast as known: clearing and summing the
-// counters, the sweep that counts all digits, and a scatter that is told every destination beforehand. Their sum is a
-// floor for the sort on the machine of the run.
+// counters, the sweep that counts all digits, and a scatter that is told every destination beforehand. Their sum leaves
+// out that the positions are counted on while records move; so there are the stores as well, all nine that a record
+// takes and nothing besides, which no sort of these sweeps can do without.
 
 #include "bench_inputs.h"
 #include "bench_registry.h"
 #include "sort_competitors.h"
 #include <cstring>
-#include <emmintrin.h>
+#include <functional>
+#include <utility>
 
 namespace VexmoorBench
 {
@@ -14,6 +16,7 @@ namespace
 {
 	constexpr u32 kCounts[] = {110, 256, 1000, 10000, 100000, 1000000, 4000000};
 	constexpr u32 kBatchRecords = 1u << 15;
+	constexpr u32 kMaxCountInCaches = 1u << 19; // beyond, a scatter fetches the next line of a digit's
 	constexpr u32 kPasses = 3;
 	constexpr u32 kShifts[kPasses] = {0, 11, 22};
 	constexpr u32 kDigits[kPasses] = {2048, 2048, 1024};
@@ -25,69 +28,56 @@ namespace
 		return (key >> kShifts[pass]) & (kDigits[pass] - 1);
 	}
 
-	void Count(const SIndexAndDepth *records, u32 count, u32 *counters)
+	template<typename _Counter>
+	void Count(const SIndexAndDepth *records, u32 count, _Counter *counters)
 	{
 		for (u32 i = 0; i < count; ++i)
 		{
-			const u32 key = records[i].m_Depth;
-			++counters[key & 2047];
-			++counters[kHistogramStride + ((key >> 11) & 2047)];
-			++counters[2 * kHistogramStride + (key >> 22)];
-		}
-	}
-
-	// Exclusive sums of four counters at a time; only the running sum is carried from step to step. Counters that are all
-	// zero are left as they are, since no record asks for them.
-	//
-	//   lane      0        1          2              3
-	//   counts    a        b          c              d
-	//   scan      a        a + b      a + b + c      a + b + c + d
-	//   sums      s        s + a      s + a + b      s + a + b + c     scan - counts + s
-	void SumCounters(u32 *counters)
-	{
-		for (u32 pass = 0; pass < kPasses; ++pass)
-		{
-			__m128i *const histogram = reinterpret_cast<__m128i *>(counters + pass * kHistogramStride);
-			__m128i sum = _mm_setzero_si128();
-			for (u32 i = 0; i < kDigits[pass] / 4; ++i)
+			for (u32 pass = 0; pass < kPasses; ++pass)
 			{
-				const __m128i counts = _mm_load_si128(histogram + i);
-				if (_mm_movemask_epi8(_mm_cmpeq_epi32(counts, _mm_setzero_si128())) == 0xFFFF)
-					continue;
-				__m128i scan = _mm_add_epi32(counts, _mm_slli_si128(counts, 4));
-				scan = _mm_add_epi32(scan, _mm_slli_si128(scan, 8));
-				_mm_store_si128(histogram + i, _mm_add_epi32(_mm_sub_epi32(scan, counts), sum));
-				sum = _mm_add_epi32(sum, _mm_shuffle_epi32(scan, _MM_SHUFFLE(3, 3, 3, 3)));
+				_Counter &counter = counters[pass * kHistogramStride + Digit(records[i].m_Depth, pass)];
+				counter = _Counter(counter + 1);
 			}
 		}
 	}
 
+	template<typename _Counter>
+	void SumCounters(_Counter *counters)
+	{
+		typedef TRadixSort<Sort_InBuffer> CSort;
+		CSort::SumCounters<11>(counters);
+		CSort::SumCounters<11>(counters + kHistogramStride);
+		CSort::SumCounters<10>(counters + 2 * kHistogramStride);
+	}
+
 	// One call at a time, since counters that have been summed are no histogram any more, and in the first cache, where
 	// counting leaves them. The two looks at the clock are in the time: some 3 per cent.
+	template<typename _Counter>
 	void RunClearAndSum(benchmark::State &state, u32 count)
 	{
 		const CBuffer<SIndexAndDepth> &records = Records(EKeys::Uniform, count);
-		CBuffer<u32> counters(kCounters);
+		CBuffer<_Counter> counters(kCounters);
 		for (auto _ : state)
 		{
-			std::memset(counters.Data(), 0, kCounters * sizeof(u32));
+			std::memset(counters.Data(), 0, kCounters * sizeof(_Counter));
 			Count(records.Data(), count, counters.Data());
 			TimeIteration(state,
 				[&]
 				{
 					SumCounters(counters.Data());
 					benchmark::ClobberMemory();
-					std::memset(counters.Data(), 0, kCounters * sizeof(u32));
+					std::memset(counters.Data(), 0, kCounters * sizeof(_Counter));
 				});
 		}
 		DescribeIteration(state, 1, count);
 	}
 
+	template<typename _Counter>
 	void RunCounting(benchmark::State &state, u32 count)
 	{
 		const CBuffer<SIndexAndDepth> &records = Records(EKeys::Uniform, count);
 		const u32 batch = std::min(PoolInputCount(count), std::max(1u, kBatchRecords / count));
-		CBuffer<u32> counters(kCounters);
+		CBuffer<_Counter> counters(kCounters);
 		for (auto _ : state)
 		{
 			for (u32 i = 0; i < batch; ++i)
@@ -127,6 +117,8 @@ namespace
 		{
 			for (u32 i = 0; i < count; ++i)
 			{
+				if (count > kMaxCountInCaches)
+					__builtin_prefetch(to + destination[i] + kRecordsPerLine<SIndexAndDepth>, 1);
 				u64 word; // a record moves as one word
 				std::memcpy(&word, from + i, sizeof(word));
 				std::memcpy(to + destination[i], &word, sizeof(word));
@@ -142,13 +134,51 @@ namespace
 		DescribeIteration(state, 1, count);
 	}
 
-	void Register(const char *part, u32 count, void (*run)(benchmark::State &, u32), bool manualTime)
+	// A counter of each digit when they are counted, and in each pass the position that has been used and the record, all
+	// in lines of the first cache.
+	void RunStores(benchmark::State &state, EKeys keys, u32 count)
 	{
-		auto *const registered =
-			benchmark::RegisterBenchmark(CaseName({"sort_parts", "uniform", part, std::to_string(count)}).c_str(),
-				[run, count](benchmark::State &state) { run(state, count); });
+		constexpr u32 kWords = 512;
+		const CBuffer<SIndexAndDepth> &records = Records(keys, count);
+		const u32 batch = std::min(PoolInputCount(count), std::max(1u, kBatchRecords / count));
+		CBuffer<u32> counterBuffer(kCounters);
+		CBuffer<u64> wordBuffer(kWords);
+		volatile u32 *const counters = counterBuffer.Data(); // every store is made
+		volatile u64 *const words = wordBuffer.Data();
+		for (auto _ : state)
+		{
+			for (size_t i = 0; i < size_t(batch) * count; ++i)
+			{
+				const SIndexAndDepth &record = records[i];
+				for (u32 pass = 0; pass < kPasses; ++pass)
+					counters[pass * kHistogramStride + Digit(record.m_Depth, pass)] = record.m_Index;
+				for (u32 pass = 0; pass < kPasses; ++pass)
+				{
+					const u32 digit = Digit(record.m_Depth, pass);
+					counters[pass * kHistogramStride + digit] = record.m_Depth;
+					words[digit % kWords] = record.m_Index;
+				}
+			}
+		}
+		DescribeIteration(state, batch, count);
+	}
+
+	void Register(EKeys keys, const char *part, u32 count, bool manualTime, std::function<void(benchmark::State &)> run)
+	{
+		auto *const registered = benchmark::RegisterBenchmark(
+			CaseName({"sort_parts", Name(keys), part, std::to_string(count)}).c_str(), std::move(run));
 		if (manualTime)
 			registered->UseManualTime();
+	}
+
+	// Counters are as wide as the sort has them for so many records.
+	template<typename _Counter>
+	void RegisterCounters(u32 count)
+	{
+		Register(EKeys::Uniform, "clear_and_sum", count, true,
+			[count](benchmark::State &state) { RunClearAndSum<_Counter>(state, count); });
+		Register(EKeys::Uniform, "count", count, false,
+			[count](benchmark::State &state) { RunCounting<_Counter>(state, count); });
 	}
 } // namespace
 
@@ -156,9 +186,16 @@ void RegisterSortParts()
 {
 	for (const u32 count : kCounts)
 	{
-		Register("clear_and_sum", count, RunClearAndSum, true);
-		Register("count", count, RunCounting, false);
-		Register("scatter", count, RunScatter, false);
+		if (count <= 256)
+			RegisterCounters<u8>(count);
+		else if (count <= 1024)
+			RegisterCounters<u16>(count);
+		else
+			RegisterCounters<u32>(count);
+		Register(
+			EKeys::Uniform, "scatter", count, false, [count](benchmark::State &state) { RunScatter(state, count); });
+		for (const EKeys keys : {EKeys::Uniform, EKeys::Ball, EKeys::Curve})
+			Register(keys, "stores", count, false, [=](benchmark::State &state) { RunStores(state, keys, count); });
 	}
 }
 } // namespace VexmoorBench

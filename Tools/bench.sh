@@ -2,7 +2,7 @@
 # Installs the peers, builds Release, measures everything interleaved in one process, and writes Docs/performance.md
 # with its plots. Nothing else should run on the machine meanwhile.
 #
-#   ./Tools/bench.sh                       everything: about half an hour
+#   ./Tools/bench.sh                       everything: a good half hour
 #   ./Tools/bench.sh --filter '^sort/'     some cases, into build/bench/partial/performance.md
 #   ./Tools/bench.sh --quick               whether it works: a minute, into build/bench/quick/performance.md
 set -euo pipefail
@@ -11,7 +11,7 @@ cd "$(dirname "$0")/.."
 build=build/bench
 page=Docs/performance.md
 report=()
-arguments=(--benchmark_repetitions=5 --benchmark_min_time=0.05)
+arguments=(--benchmark_repetitions=7 --benchmark_min_time=0.03)
 case "${1:-}" in
 "") ;;
 --filter)
