@@ -1,7 +1,7 @@
 // What a radix sort of three passes cannot do without, part by part and each as fast as known: clearing and summing the
 // counters, the sweep that counts all digits, and a scatter that is told every destination beforehand. Their sum leaves
-// out that the positions are counted on while records move; so there are the stores as well, all nine that a record
-// takes and nothing besides, which no sort of these sweeps can do without.
+// out that positions are counted on while records move; so the scatter comes with the stores of positions as well, and
+// last there are all nine stores that a record takes, and nothing besides.
 
 #include "bench_inputs.h"
 #include "bench_registry.h"
@@ -87,7 +87,9 @@ namespace
 		DescribeIteration(state, batch, count);
 	}
 
-	// All three passes, each with its own destinations: those that the passes of a sort of this input have.
+	// All three passes, each with its own destinations: those that the passes of a sort of this input have. With the
+	// positions, the next one of each digit is stored too, which nothing waits for.
+	template<bool _StoresPositions>
 	void RunScatter(benchmark::State &state, u32 count)
 	{
 		const CBuffer<SIndexAndDepth> &input = Records(EKeys::Uniform, count);
@@ -113,12 +115,16 @@ namespace
 		if (!std::is_sorted(records.Data(), records.Data() + count))
 			state.SkipWithError("not sorted");
 
-		const auto move = [count](const SIndexAndDepth *from, SIndexAndDepth *to, const u32 *destination)
+		const auto move = [&](u32 pass, const SIndexAndDepth *from, SIndexAndDepth *to)
 		{
+			const u32 *const destination = destinations[pass].Data();
+			u32 *const positions = counters.Data() + pass * kHistogramStride;
 			for (u32 i = 0; i < count; ++i)
 			{
 				if (count > kMaxCountInCaches)
 					__builtin_prefetch(to + destination[i] + kRecordsPerLine<SIndexAndDepth>, 1);
+				if constexpr (_StoresPositions)
+					positions[Digit(from[i].m_Depth, pass)] = destination[i] + 1;
 				u64 word; // a record moves as one word
 				std::memcpy(&word, from + i, sizeof(word));
 				std::memcpy(to + destination[i], &word, sizeof(word));
@@ -126,9 +132,9 @@ namespace
 		};
 		for (auto _ : state)
 		{
-			move(records.Data(), out.Data(), destinations[0].Data());
-			move(out.Data(), records.Data(), destinations[1].Data());
-			move(records.Data(), out.Data(), destinations[2].Data());
+			move(0, records.Data(), out.Data());
+			move(1, out.Data(), records.Data());
+			move(2, records.Data(), out.Data());
 			benchmark::ClobberMemory();
 		}
 		DescribeIteration(state, 1, count);
@@ -192,8 +198,10 @@ void RegisterSortParts()
 			RegisterCounters<u16>(count);
 		else
 			RegisterCounters<u32>(count);
-		Register(
-			EKeys::Uniform, "scatter", count, false, [count](benchmark::State &state) { RunScatter(state, count); });
+		Register(EKeys::Uniform, "scatter", count, false,
+			[count](benchmark::State &state) { RunScatter<false>(state, count); });
+		Register(EKeys::Uniform, "scatter_and_positions", count, false,
+			[count](benchmark::State &state) { RunScatter<true>(state, count); });
 		for (const EKeys keys : {EKeys::Uniform, EKeys::Ball, EKeys::Curve})
 			Register(keys, "stores", count, false, [=](benchmark::State &state) { RunStores(state, keys, count); });
 	}

@@ -122,9 +122,9 @@ public:
 
 		// Clearing and summing counters is what few records wait for, and it takes as long as the counters are wide. A
 		// position that is asked for lies below the count; the one after the last record may wrap to 0.
-		if (elementCount <= kMaxCountOf8Bits)
+		if (elementCount <= kMaxCountIn8Bits)
 			_SortWith<u8, false>(&*first, &*output, elementCount, keyExtractor);
-		else if (elementCount <= kMaxCountOf16Bits)
+		else if (elementCount <= kMaxCountIn16Bits)
 			_SortWith<u16, false>(&*first, &*output, elementCount, keyExtractor);
 		else if (elementCount <= kMaxCountInCaches)
 			_SortWith<u32, false>(&*first, &*output, elementCount, keyExtractor);
@@ -141,8 +141,8 @@ public:
 	}
 
 private:
-	static constexpr u32 kMaxCountOf8Bits = 1u << 8;
-	static constexpr u32 kMaxCountOf16Bits = 1u << 10; // above it narrow counters gain nothing
+	static constexpr u32 kMaxCountIn8Bits = 1u << 8;
+	static constexpr u32 kMaxCountIn16Bits = 1u << 10; // above it narrow counters gain nothing
 
 	// The output has lain idle since the last frame. Up to about this many records it fits the caches, and is fetched in
 	// order while the keys are counted. Beyond, a record moved to a line fetches the line that its digit needs next.
