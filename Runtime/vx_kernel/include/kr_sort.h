@@ -148,11 +148,11 @@ private:
 	// order while the keys are counted. Beyond, a record moved to a line fetches the line that its digit needs next.
 	static constexpr u32 kMaxCountInCaches = 1u << 19;
 
-	// A histogram lies in the same place whatever the width of its counters.
+	// A histogram lies in the same place, of 4 bytes a counter, whatever the width of its counters.
 	template<typename _Counter, bool _BeyondCaches, typename _Record, typename _KeyExtractor>
 	static void _SortWith(_Record *records, _Record *sorted, u32 elementCount, const _KeyExtractor &keyExtractor)
 	{
-		constexpr u32 kCountersPerPlace = sizeof(u32) / sizeof(_Counter);
+		constexpr u32 kCountersPerPlace = 4 / sizeof(_Counter);
 		alignas(64) _Counter rawHistograms[_CounterCount * kCountersPerPlace];
 		_Counter *const histogram0 = rawHistograms;
 		_Counter *const histogram1 = rawHistograms + _HistogramStride * kCountersPerPlace;
