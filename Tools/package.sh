@@ -55,12 +55,12 @@ make_packages()
 }
 
 printf 'building\n'
-step "static libraries" make_packages static -DBUILD_SHARED_LIBS=OFF -DCMAKE_INSTALL_LIBDIR=lib
-step "shared libraries" make_packages shared -DBUILD_SHARED_LIBS=ON \
+step "static libraries" make_packages static-libraries -DBUILD_SHARED_LIBS=OFF -DCMAKE_INSTALL_LIBDIR=lib
+step "shared libraries" make_packages shared-libraries -DBUILD_SHARED_LIBS=ON \
 	-DCMAKE_CXX_FLAGS="$(debian_flags CPPFLAGS) $(debian_flags CXXFLAGS)" \
 	-DCMAKE_SHARED_LINKER_FLAGS="$(debian_flags LDFLAGS)"
-archives=("$build"/static/*.tar.gz "$build"/shared/*.tar.gz)
-debs=("$build"/shared/*.deb)
+archives=("$build"/*-libraries/*.tar.gz)
+debs=("$build"/shared-libraries/*.deb)
 
 printf 'checking\n'
 step "lintian" lintian --allow-root --fail-on error,warning "${debs[@]}"
