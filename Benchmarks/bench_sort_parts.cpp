@@ -16,7 +16,6 @@ namespace
 {
 	constexpr u32 kCounts[] = {110, 256, 1000, 10000, 100000, 1000000, 4000000};
 	constexpr u32 kBatchRecords = 1u << 15;
-	constexpr u32 kMaxCountInCaches = 1u << 19; // beyond, a scatter fetches the next line of a digit's
 	constexpr u32 kPasses = 3;
 	constexpr u32 kShifts[kPasses] = {0, 11, 22};
 	constexpr u32 kDigits[kPasses] = {2048, 2048, 1024};
@@ -41,10 +40,11 @@ namespace
 		}
 	}
 
+	typedef TRadixSort<Sort_InBuffer> CSort;
+
 	template<typename _Counter>
 	void SumCounters(_Counter *counters)
 	{
-		typedef TRadixSort<Sort_InBuffer> CSort;
 		CSort::SumCounters<11>(counters);
 		CSort::SumCounters<11>(counters + kHistogramStride);
 		CSort::SumCounters<10>(counters + 2 * kHistogramStride);
@@ -121,7 +121,7 @@ namespace
 			u32 *const positions = counters.Data() + pass * kHistogramStride;
 			for (u32 i = 0; i < count; ++i)
 			{
-				if (count > kMaxCountInCaches)
+				if (count > CSort::kMaxCountInCaches)
 					__builtin_prefetch(to + destination[i] + kRecordsPerLine<SIndexAndDepth>, 1);
 				if constexpr (_StoresPositions)
 					positions[Digit(from[i].m_Depth, pass)] = destination[i] + 1;
@@ -192,9 +192,9 @@ void RegisterSortParts()
 {
 	for (const u32 count : kCounts)
 	{
-		if (count <= 256)
+		if (count <= CSort::kMaxCountIn8Bits)
 			RegisterCounters<u8>(count);
-		else if (count <= 1024)
+		else if (count <= CSort::kMaxCountIn16Bits)
 			RegisterCounters<u16>(count);
 		else
 			RegisterCounters<u32>(count);

@@ -266,7 +266,8 @@ TEST(RadixSort, SumCounters_AreExclusivePrefixSums)
 	ExpectPrefixSums<10, u32>();
 }
 
-// The histograms take 22,016 bytes of the caller's stack, however wide their counters are. A thread on a painted stack shows how deep a sort goes.
+// The histograms take 22,016 bytes of the caller's stack, however wide their counters are. A thread on a painted stack
+// shows how deep a sort goes.
 TEST(RadixSort, Histograms_LieOnTheStack)
 {
 	constexpr std::size_t kStackSize = 256 * 1024;
@@ -292,7 +293,8 @@ TEST(RadixSort, Histograms_LieOnTheStack)
 			[](void *p) -> void *
 			{
 				SThread *const self = static_cast<SThread *>(p);
-				RunSort11(self->m_Input, self->m_Count, self->m_Output);
+				if (self->m_Count != 0)
+					RunSort11(self->m_Input, self->m_Count, self->m_Output);
 				return nullptr;
 			},
 			&thread);

@@ -38,7 +38,8 @@ private:
 template<typename _Counter>
 void ExpectExclusivePrefixSums(std::mt19937 &random)
 {
-	for (u32 count = 32; count <= 2048; count += 32)
+	constexpr u32 kStep = SortLanes::kStepInBytes / sizeof(_Counter);
+	for (u32 count = kStep; count <= 2048; count += kStep)
 	{
 		std::vector<_Counter> counters(count + 2);
 		for (_Counter &counter : counters)

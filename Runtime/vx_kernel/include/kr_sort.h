@@ -16,8 +16,8 @@ namespace Vexmoor
 /// What the sorts below do in lanes, as wide as the processor has them.
 namespace SortLanes
 {
-	constexpr u32 kCountersPerStep = 32; ///< Counts of counters are multiples of it.
-	constexpr u32 kKeysPerBlock = 16;    ///< And room for keys and ranks is of this.
+	constexpr u32 kStepInBytes = 32;  ///< Counters fill whole ones.
+	constexpr u32 kKeysPerBlock = 16; ///< And room for keys and ranks is of this.
 
 	///@{
 	/// Replaces whole steps of counters by their exclusive prefix sums, which wrap around as counters do.
@@ -109,6 +109,16 @@ public:
 	static_assert(_CounterCount == 5504, "22016 bytes of the stack");
 	///@}
 
+	///@{
+	/// Up to how many records counters are narrower. Above 16 bits' they would still be wide enough, but gain nothing.
+	static constexpr u32 kMaxCountIn8Bits = 1u << 8;
+	static constexpr u32 kMaxCountIn16Bits = 1u << 10;
+	///@}
+
+	/// The output has lain idle since the last frame. Up to about this many records it fits the caches, and is fetched in
+	/// order while the keys are counted. Beyond, a record moved to a line fetches the line that its digit needs next.
+	static constexpr u32 kMaxCountInCaches = 1u << 19;
+
 	/// Sorts [first, last) into output in ascending unsigned key order; equal keys keep their order.
 	/// first, last  contiguous records, left in the order of their keys' low 22 bits
 	/// output       as many records, apart from the input
@@ -136,18 +146,11 @@ public:
 	template<u32 _Bitcount, typename _Counter>
 	static void SumCounters(_Counter *counters)
 	{
-		static_assert((1u << _Bitcount) % SortLanes::kCountersPerStep == 0, "whole steps");
+		static_assert((sizeof(_Counter) << _Bitcount) % SortLanes::kStepInBytes == 0, "whole steps");
 		SortLanes::SumCounters(counters, 1u << _Bitcount);
 	}
 
 private:
-	static constexpr u32 kMaxCountIn8Bits = 1u << 8;
-	static constexpr u32 kMaxCountIn16Bits = 1u << 10; // above it narrow counters gain nothing
-
-	// The output has lain idle since the last frame. Up to about this many records it fits the caches, and is fetched in
-	// order while the keys are counted. Beyond, a record moved to a line fetches the line that its digit needs next.
-	static constexpr u32 kMaxCountInCaches = 1u << 19;
-
 	// A histogram lies in the same place, of 4 bytes a counter, whatever the width of its counters.
 	template<typename _Counter, bool _BeyondCaches, typename _Record, typename _KeyExtractor>
 	static void _SortWith(_Record *records, _Record *sorted, u32 elementCount, const _KeyExtractor &keyExtractor)

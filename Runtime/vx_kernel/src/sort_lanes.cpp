@@ -13,14 +13,7 @@ namespace Vexmoor
 {
 namespace SortLanes
 {
-	// Prefix sums, 128 bits, of counters of 8, 16 or 32 bits. Shifted additions double the run that a lane sums up, until it
-	// reaches from the first lane to its own; from one register to the next only the total is carried, so that no more
-	// than one addition waits for the one before. With 32 bits:
-	//
-	//   lane    0    1    2    3
-	//   counts  a    b    c    d
-	//           a    ab   bc   cd
-	//   runs    a    ab   abc  abcd
+	// Prefix sums, 128 bits, of counters of 8, 16 or 32 bits.
 	template<typename _Counter>
 	static VX_INLINE __m128i Add(__m128i a, __m128i b)
 	{
@@ -33,17 +26,6 @@ namespace SortLanes
 	}
 
 	template<typename _Counter>
-	static VX_INLINE __m128i Subtract(__m128i a, __m128i b)
-	{
-		if constexpr (sizeof(_Counter) == 1)
-			return _mm_sub_epi8(a, b);
-		else if constexpr (sizeof(_Counter) == 2)
-			return _mm_sub_epi16(a, b);
-		else
-			return _mm_sub_epi32(a, b);
-	}
-
-	template<typename _Counter>
 	static VX_INLINE __m128i SpreadLast(__m128i lanes)
 	{
 		if constexpr (sizeof(_Counter) == 1)
@@ -53,6 +35,15 @@ namespace SortLanes
 		return _mm_shuffle_epi32(lanes, _MM_SHUFFLE(3, 3, 3, 3));
 	}
 
+	// Shifted additions double the run that a lane sums up, until it reaches from the first lane to its own; one lane
+	// further, the runs are the sums before. From one register to the next only the total is carried, so that no more than
+	// one addition waits for the one before. With 32 bits:
+	//
+	//   lane    0    1    2    3
+	//   counts  a    b    c    d
+	//           a    ab   bc   cd
+	//   runs    a    ab   abc  abcd
+	//   sums    0    a    ab   abc
 	template<typename _Counter>
 	static void SumCounters_Sse2(_Counter *counters, u32 count)
 	{
@@ -60,15 +51,14 @@ namespace SortLanes
 		for (u32 i = 0; i < count; i += sizeof(__m128i) / sizeof(_Counter))
 		{
 			__m128i *const lanes = reinterpret_cast<__m128i *>(counters + i);
-			const __m128i counts = _mm_loadu_si128(lanes);
-			__m128i runs = counts;
+			__m128i runs = _mm_loadu_si128(lanes);
 			if constexpr (sizeof(_Counter) == 1)
 				runs = Add<_Counter>(runs, _mm_slli_si128(runs, 1));
 			if constexpr (sizeof(_Counter) <= 2)
 				runs = Add<_Counter>(runs, _mm_slli_si128(runs, 2));
 			runs = Add<_Counter>(runs, _mm_slli_si128(runs, 4));
 			runs = Add<_Counter>(runs, _mm_slli_si128(runs, 8));
-			_mm_storeu_si128(lanes, Add<_Counter>(sum, Subtract<_Counter>(runs, counts)));
+			_mm_storeu_si128(lanes, Add<_Counter>(sum, _mm_slli_si128(runs, sizeof(_Counter))));
 			sum = Add<_Counter>(sum, SpreadLast<_Counter>(runs));
 		}
 	}
@@ -85,17 +75,6 @@ namespace SortLanes
 			return _mm256_add_epi16(a, b);
 		else
 			return _mm256_add_epi32(a, b);
-	}
-
-	template<typename _Counter>
-	VX_TARGET_AVX2 static VX_INLINE __m256i Subtract(__m256i a, __m256i b)
-	{
-		if constexpr (sizeof(_Counter) == 1)
-			return _mm256_sub_epi8(a, b);
-		else if constexpr (sizeof(_Counter) == 2)
-			return _mm256_sub_epi16(a, b);
-		else
-			return _mm256_sub_epi32(a, b);
 	}
 
 	template<typename _Counter>
@@ -116,8 +95,7 @@ namespace SortLanes
 		for (u32 i = 0; i < count; i += sizeof(__m256i) / sizeof(_Counter))
 		{
 			__m256i *const lanes = reinterpret_cast<__m256i *>(counters + i);
-			const __m256i counts = _mm256_loadu_si256(lanes);
-			__m256i runs = counts;
+			__m256i runs = _mm256_loadu_si256(lanes);
 			if constexpr (sizeof(_Counter) == 1)
 				runs = Add<_Counter>(runs, _mm256_slli_si256(runs, 1));
 			if constexpr (sizeof(_Counter) <= 2)
@@ -128,7 +106,7 @@ namespace SortLanes
 			const __m256i lowerToUpper = _mm256_permute2x128_si256(totals, totals, 0x08);
 			const __m256i swappedTotals = _mm256_permute4x64_epi64(totals, _MM_SHUFFLE(1, 0, 3, 2));
 			const __m256i before = Add<_Counter>(sum, lowerToUpper);
-			_mm256_storeu_si256(lanes, Add<_Counter>(before, Subtract<_Counter>(runs, counts)));
+			_mm256_storeu_si256(lanes, Add<_Counter>(before, _mm256_slli_si256(runs, sizeof(_Counter))));
 			sum = Add<_Counter>(sum, Add<_Counter>(totals, swappedTotals));
 		}
 	}
