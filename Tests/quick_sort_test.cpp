@@ -326,8 +326,7 @@ TEST(SortEntryPoint, CountingRankSort_SortsDistinctKeysAndNoOthers)
 		const CGuardedMemory distinct = LayOut(expected);
 		const CGuardedMemory output(count * sizeof(SIndexAndDepth), count % 2 * 8);
 		const CIterator sorted(output.As<SIndexAndDepth>());
-		const SSortKeyExtractor_TriangleIndexAndDepth keyExtractor{};
-		EXPECT_TRUE(CountingRankSort(CIterator(distinct.As<SIndexAndDepth>()), count, sorted, keyExtractor));
+		EXPECT_TRUE(CountingRankSort(CIterator(distinct.As<SIndexAndDepth>()), count, sorted));
 		std::sort(expected.begin(), expected.end(),
 			[](const Model::SRecord &a, const Model::SRecord &b) { return a.m_Key < b.m_Key; });
 		EXPECT_TRUE(SameRecords(expected, ReadRecords(output.Data(), count))) << count;
@@ -336,7 +335,7 @@ TEST(SortEntryPoint, CountingRankSort_SortsDistinctKeysAndNoOthers)
 			continue;
 		keys[random.Below(count - 1)] = keys[count - 1];
 		const CGuardedMemory withEqual = LayOut(RecordsOfKeys(keys));
-		EXPECT_FALSE(CountingRankSort(CIterator(withEqual.As<SIndexAndDepth>()), count, sorted, keyExtractor));
+		EXPECT_FALSE(CountingRankSort(CIterator(withEqual.As<SIndexAndDepth>()), count, sorted));
 		EXPECT_TRUE(SameRecords(expected, ReadRecords(output.Data(), count))) << count << ", left alone";
 	}
 }

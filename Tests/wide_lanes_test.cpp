@@ -66,25 +66,28 @@ TEST_P(WideLanesTest, SumCountersGivesExclusivePrefixSums)
 TEST_P(WideLanesTest, CountLowerKeysRanksEveryCountAndTies)
 {
 	constexpr u32 kUntouched = 0xCDCDCDCDu;
-	alignas(16) s32 keys[112];
-	alignas(16) u32 ranks[112];
-	for (u32 count = 1; count <= 109; ++count)
+	constexpr u32 kMaxCount = SortLanes::kMaxRankedCount;
+	SIndexAndDepth records[kMaxCount];
+	alignas(16) u32 ranks[kMaxCount];
+	for (u32 count = 0; count <= kMaxCount; ++count)
 	{
 		for (const u32 range : {3u, 100u, 0xFFFFFFFFu})
 		{
-			std::fill(std::begin(keys), std::end(keys), 0x7FFFFFFF);
-			std::generate_n(keys, count, [&] { return s32(u32(m_Random()) % range - range / 2); });
+			for (SIndexAndDepth &record : records)
+				record = {u32(m_Random()) % range - range / 2, u32(m_Random())};
 			if (range > 3)
-				keys[count / 2] = 0x7FFFFFFF; // as high as what fills up the block
+				records[count / 2].m_Depth = 0xFFFFFFFFu; // as high as what fills up a step
 			std::fill(std::begin(ranks), std::end(ranks), kUntouched);
-			SortLanes::CountLowerKeys(keys, count, ranks);
+			SortLanes::CountLowerKeys(records, count, ranks);
 			for (u32 i = 0; i < count; ++i)
 			{
-				const auto lower = std::count_if(keys, keys + count, [&](s32 key) { return key < keys[i]; });
-				ASSERT_EQ(ranks[i], u32(lower)) << "key " << i << " of " << count;
+				const auto lower = std::count_if(records, records + count,
+					[&](const SIndexAndDepth &record) { return record.m_Depth < records[i].m_Depth; });
+				ASSERT_EQ(ranks[i], u32(lower)) << "record " << i << " of " << count;
 			}
-			for (u32 i = (count + 15) / 16 * 16; i < 112; ++i)
-				ASSERT_EQ(ranks[i], kUntouched) << "rank " << i << ", after the last block of " << count;
+			constexpr u32 kStep = SortLanes::kRanksPerStep;
+			for (u32 i = (count + kStep - 1) / kStep * kStep; i < kMaxCount; ++i)
+				ASSERT_EQ(ranks[i], kUntouched) << "rank " << i << ", after the last step of " << count;
 		}
 	}
 }

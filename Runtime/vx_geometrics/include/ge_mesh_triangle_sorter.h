@@ -32,8 +32,8 @@ static_assert(sizeof(SIndexAndDepth) == 8, "two records fill a 16-byte access");
 /// The radix sort's key of a record: its depth as it stands.
 struct SSortKeyExtractor_TriangleIndexAndDepth
 {
-	typedef u32 SortKeyType;                    ///< Compared as unsigned.
-	static constexpr bool kOrdersAsLess = true; ///< Keys order records as their < does.
+	typedef u32 SortKeyType;                            ///< Compared as unsigned.
+	static constexpr bool kKeyIsFirstOfTwoWords = true; ///< A record's < compares keys.
 
 	/// The record's depth.
 	static SortKeyType ExtractKey(const SIndexAndDepth &record) { return record.m_Depth; }

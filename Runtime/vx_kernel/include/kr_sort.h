@@ -16,8 +16,10 @@ namespace Vexmoor
 /// What the sorts below do in lanes, as wide as the processor has them.
 namespace SortLanes
 {
-	constexpr u32 kStepInBytes = 32;  ///< Counters fill whole ones.
-	constexpr u32 kKeysPerBlock = 16; ///< And room for keys and ranks is of this.
+	constexpr u32 kStepInBytes = 32;     ///< Counters fill whole ones.
+	constexpr u32 kRanksPerStep = 8;     ///< Room for ranks is of whole ones.
+	constexpr u32 kRankedSize = 8;       ///< Bytes of a record that is ranked.
+	constexpr u32 kMaxRankedCount = 112; ///< Records that are ranked at most.
 
 	///@{
 	/// Replaces whole steps of counters by their exclusive prefix sums, which wrap around as counters do.
@@ -26,9 +28,10 @@ namespace SortLanes
 	VX_API void SumCounters(u32 *counters, u32 count);
 	///@}
 
-	/// Counts for every key how many of the first count keys are lower. Both arrays are 16-byte aligned and hold whole
-	/// blocks; the keys that fill up the last block are the highest there are, and get a rank as well.
-	VX_API void CountLowerKeys(const s32 *keys, u32 count, u32 *ranks);
+	/// Counts for every record how many of them have a lower key.
+	/// records  up to kMaxRankedCount, at any address: a 32-bit key, compared as unsigned, and 32 bits that do not count
+	/// ranks    the counts, 16-byte aligned, with room for whole steps: what fills up the last one is written as well
+	VX_API void CountLowerKeys(const void *records, u32 count, u32 *ranks);
 } // namespace SortLanes
 
 /// Records that a line of the caches holds, one at least.
@@ -486,24 +489,25 @@ void QuickSort(_Iterator first, _Iterator last)
 
 constexpr u32 kMaxQuickSortCount = 109; ///< Above it the radix sort's fixed cost, clearing 22 KB of counters, pays off.
 
-/// True of extractors whose keys order records as the records' own < does, and that say so in a kOrdersAsLess.
+/// True of extractors whose records are a key of 32 bits, which is what their < compares, and 32 bits more. They say so
+/// in a kKeyIsFirstOfTwoWords.
 template<typename _KeyExtractor, typename = void>
-constexpr bool kKeysOrderAsLess = false;
+constexpr bool kKeyIsFirstOfTwoWords = false;
 /// The same, where it is said.
 template<typename _KeyExtractor>
-constexpr bool kKeysOrderAsLess<_KeyExtractor, std::enable_if_t<_KeyExtractor::kOrdersAsLess>> = true;
+constexpr bool kKeyIsFirstOfTwoWords<_KeyExtractor, std::enable_if_t<_KeyExtractor::kKeyIsFirstOfTwoWords>> = true;
 
-/// Sorts up to kMaxQuickSortCount records with distinct keys into output and returns true; with equal keys among them
-/// nothing is written and false returned. A record's place is the number of lower keys, counted for sixteen records at a
-/// time without a branch to mispredict: far faster than the quick sort at these sizes, and cheap beside it where it
-/// fails. Distinct keys have but one order, so it is the quick sort's.
-template<typename _KeyExtractor, typename _Iterator>
-bool CountingRankSort(_Iterator first, u32 count, _Iterator output, const _KeyExtractor &keyExtractor)
+/// Sorts up to kMaxQuickSortCount records, of a key and 32 bits more, into output and returns true if their keys are
+/// distinct; with equal keys among them nothing is written and false returned. A record's place is the number of lower keys,
+/// counted for sixteen records at a time without a branch to mispredict: far faster than the quick sort at these sizes,
+/// and cheap beside it where it fails. Distinct keys have but one order, so it is the quick sort's.
+template<typename _Iterator>
+bool CountingRankSort(_Iterator first, u32 count, _Iterator output)
 {
-	constexpr u32 kKeysPerBlock = SortLanes::kKeysPerBlock;
-	constexpr u32 kMaxKeys = (kMaxQuickSortCount + kKeysPerBlock - 1) / kKeysPerBlock * kKeysPerBlock;
-	alignas(16) s32 keys[kMaxKeys];
-	alignas(16) u32 ranks[kMaxKeys];
+	typedef std::decay_t<decltype(*output)> Record;
+	static_assert(sizeof(Record) == SortLanes::kRankedSize, "a key and as many bytes");
+	static_assert(kMaxQuickSortCount <= SortLanes::kMaxRankedCount, "all fit");
+	alignas(16) u32 ranks[SortLanes::kMaxRankedCount];
 	if (count == 0)
 		return true;
 
@@ -511,26 +515,27 @@ bool CountingRankSort(_Iterator first, u32 count, _Iterator output, const _KeyEx
 	constexpr u32 kMaxWaitingStores = 64;
 	if (count > kMaxWaitingStores)
 	{
-		for (u32 i = 0; i < count; i += kRecordsPerLine<std::decay_t<decltype(*output)>>)
+		for (u32 i = 0; i < count; i += kRecordsPerLine<Record>)
 			__builtin_prefetch(&*(output + s32(i)), 1);
 	}
 
-	// Lanes compare as signed. What fills up the last block is lower than no key, and is ranked too, for nobody.
-	for (u32 i = 0; i < count; ++i)
-		keys[i] = s32(keyExtractor.ExtractKey(first[s32(i)]) ^ 0x80000000u);
-	for (u32 i = count; i % kKeysPerBlock != 0; ++i)
-		keys[i] = 0x7FFFFFFF;
-
-	SortLanes::CountLowerKeys(keys, count, ranks);
+	SortLanes::CountLowerKeys(&*first, count, ranks);
 
 	// Every pair of distinct keys adds to one of its records' ranks; a pair of equal ones adds to none.
 	u32 rankSum = 0;
 	for (u32 i = 0; i < count; ++i)
-		rankSum += ranks[i]; // cppcheck-suppress uninitvar ; the blocks above cover count
+		rankSum += ranks[i]; // cppcheck-suppress uninitvar ; counted above
 	if (2 * rankSum + count != count * count)
 		return false;
 
-	for (u32 i = 0; i < count; ++i)
+	constexpr u32 kStep = 4; // a loop of one would depend on where it lies in the instruction cache's lines
+	const u32 inWholeSteps = count - count % kStep;
+	for (u32 i = 0; i < inWholeSteps; i += kStep)
+	{
+		for (u32 k = i; k < i + kStep; ++k)
+			output[s32(ranks[k])] = first[s32(k)];
+	}
+	for (u32 i = inWholeSteps; i < count; ++i)
 		output[s32(ranks[i])] = first[s32(i)];
 	return true;
 }
@@ -549,9 +554,9 @@ void Sort(_Iterator first, _Iterator last, _Iterator output)
 		TRadixSort<Sort_InBuffer>::Sort11(first, last, output, keyExtractor);
 		return;
 	}
-	if constexpr (kKeysOrderAsLess<_KeyExtractor>)
+	if constexpr (kKeyIsFirstOfTwoWords<_KeyExtractor>)
 	{
-		if (CountingRankSort(first, count, output, keyExtractor))
+		if (CountingRankSort(first, count, output))
 			return;
 	}
 	for (u32 i = 0; i < count; ++i)

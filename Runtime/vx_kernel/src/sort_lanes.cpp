@@ -8,6 +8,7 @@
 #if defined(VX_TARGET_AVX2)
 	#include <immintrin.h>
 #endif
+#include <cstring>
 
 namespace Vexmoor
 {
@@ -137,78 +138,155 @@ namespace SortLanes
 		SumCountersInLanes(counters, count);
 	}
 
-	// Reads no more than the last block's keys.
+	// Ranks: the keys of a block, one to four registers, against all. A comparison's mask is minus one. Lanes compare as
+	// signed, so sign bits are flipped; what fills up the last keys is lower than none. Keys go on through memory in stores
+	// as wide as the loads, since a load that spans two stores waits for both to reach the cache. Several comparisons make a
+	// step, so that a loop so short does not depend on where it lies in the instruction cache's lines.
 	constexpr u32 kKeysPerStep = 4;
-	static_assert(kKeysPerBlock % kKeysPerStep == 0, "the last step is whole");
+	static_assert(kRanksPerStep % kKeysPerStep == 0, "the last step is whole");
+	constexpr u32 kSignBit = 0x80000000u;
+	constexpr u32 kHighest = 0x7FFFFFFFu; // as flipped
 
-	// Ranks, 128 bits: sixteen keys at a time against all. A comparison's mask is minus one. Several keys make a step, so
-	// that a loop so short does not depend on where it lies in the instruction cache's lines.
-	static void CountLowerKeys_Sse2(const s32 *keys, u32 count, u32 *ranks)
+	// Ranks, 128 bits.
+	static VX_INLINE u32 FlipKeys_Sse2(const u8 *records, u32 count, s32 *keys)
 	{
-		for (u32 block = 0; block < count; block += kKeysPerBlock)
+		const __m128i flips = _mm_set1_epi32(s32(kSignBit));
+		u32 i = 0;
+		for (; i + 4 <= count; i += 4)
 		{
-			const __m128i *const blockKeys = reinterpret_cast<const __m128i *>(keys + block);
-			__m128i *const blockRanks = reinterpret_cast<__m128i *>(ranks + block);
-			const __m128i keys0123 = _mm_load_si128(blockKeys);
-			const __m128i keys4567 = _mm_load_si128(blockKeys + 1);
-			const __m128i keys89AB = _mm_load_si128(blockKeys + 2);
-			const __m128i keysCDEF = _mm_load_si128(blockKeys + 3);
-			__m128i ranks0123 = _mm_setzero_si128();
-			__m128i ranks4567 = _mm_setzero_si128();
-			__m128i ranks89AB = _mm_setzero_si128();
-			__m128i ranksCDEF = _mm_setzero_si128();
-			for (u32 i = 0; i < count; i += kKeysPerStep)
-			{
-				for (u32 k = 0; k < kKeysPerStep; ++k)
-				{
-					const __m128i key = _mm_set1_epi32(keys[i + k]);
-					ranks0123 = _mm_sub_epi32(ranks0123, _mm_cmpgt_epi32(keys0123, key));
-					ranks4567 = _mm_sub_epi32(ranks4567, _mm_cmpgt_epi32(keys4567, key));
-					ranks89AB = _mm_sub_epi32(ranks89AB, _mm_cmpgt_epi32(keys89AB, key));
-					ranksCDEF = _mm_sub_epi32(ranksCDEF, _mm_cmpgt_epi32(keysCDEF, key));
-				}
-			}
-			_mm_store_si128(blockRanks, ranks0123);
-			_mm_store_si128(blockRanks + 1, ranks4567);
-			_mm_store_si128(blockRanks + 2, ranks89AB);
-			_mm_store_si128(blockRanks + 3, ranksCDEF);
+			const __m128i *const four = reinterpret_cast<const __m128i *>(records + i * kRankedSize);
+			const __m128 records01 = _mm_castsi128_ps(_mm_loadu_si128(four));
+			const __m128 records23 = _mm_castsi128_ps(_mm_loadu_si128(four + 1));
+			const __m128i words = _mm_castps_si128(_mm_shuffle_ps(records01, records23, _MM_SHUFFLE(2, 0, 2, 0)));
+			_mm_store_si128(reinterpret_cast<__m128i *>(keys + i), _mm_xor_si128(words, flips));
 		}
+		for (; i < count; ++i)
+		{
+			u32 key;
+			std::memcpy(&key, records + i * kRankedSize, sizeof(key));
+			keys[i] = s32(key ^ kSignBit);
+		}
+		for (; i % kRanksPerStep != 0; ++i)
+			keys[i] = s32(kHighest);
+		return i;
+	}
+
+	template<u32 _Registers>
+	static VX_INLINE void RankBlock_Sse2(const s32 *keys, u32 count, const s32 *blockKeys, u32 *blockRanks)
+	{
+		__m128i own[_Registers];
+		__m128i ranks[_Registers];
+		for (u32 r = 0; r < _Registers; ++r)
+		{
+			own[r] = _mm_load_si128(reinterpret_cast<const __m128i *>(blockKeys) + r);
+			ranks[r] = _mm_setzero_si128();
+		}
+		for (u32 i = 0; i < count; i += kKeysPerStep)
+		{
+			for (u32 k = 0; k < kKeysPerStep; ++k)
+			{
+				const __m128i key = _mm_set1_epi32(keys[i + k]);
+				for (u32 r = 0; r < _Registers; ++r)
+					ranks[r] = _mm_sub_epi32(ranks[r], _mm_cmpgt_epi32(own[r], key));
+			}
+		}
+		for (u32 r = 0; r < _Registers; ++r)
+			_mm_store_si128(reinterpret_cast<__m128i *>(blockRanks) + r, ranks[r]);
+	}
+
+	static void CountLowerKeys_Sse2(const u8 *records, u32 count, u32 *ranks)
+	{
+		alignas(16) s32 keys[kMaxRankedCount];
+		const u32 filledCount = FlipKeys_Sse2(records, count, keys);
+		u32 i = 0;
+		for (; i + kRanksPerStep < count; i += 2 * kRanksPerStep)
+			RankBlock_Sse2<4>(keys, filledCount, keys + i, ranks + i);
+		if (i < count)
+			RankBlock_Sse2<2>(keys, filledCount, keys + i, ranks + i);
 	}
 
 #if defined(VX_TARGET_AVX2)
 	// Ranks, 256 bits.
-	VX_TARGET_AVX2 static void CountLowerKeys_Avx2(const s32 *keys, u32 count, u32 *ranks)
+	alignas(64) constexpr u32 kFlips[2 * kRanksPerStep] = {kSignBit, kSignBit, kSignBit, kSignBit, kSignBit, kSignBit,
+		kSignBit, kSignBit, kHighest, kHighest, kHighest, kHighest, kHighest, kHighest, kHighest, kHighest};
+
+	VX_TARGET_AVX2 static VX_INLINE void StoreFlipped(
+		__m256i records0123, __m256i records4567, __m256i flips, s32 *keys)
 	{
-		for (u32 block = 0; block < count; block += kKeysPerBlock)
+		const __m256 words01452367 = _mm256_shuffle_ps(
+			_mm256_castsi256_ps(records0123), _mm256_castsi256_ps(records4567), _MM_SHUFFLE(2, 0, 2, 0));
+		const __m256i words = _mm256_permute4x64_epi64(_mm256_castps_si256(words01452367), _MM_SHUFFLE(3, 1, 2, 0));
+		_mm256_storeu_si256(reinterpret_cast<__m256i *>(keys), _mm256_xor_si256(words, flips));
+	}
+
+	VX_TARGET_AVX2 static VX_INLINE u32 FlipKeys_Avx2(const u8 *records, u32 count, s32 *keys)
+	{
+		u32 i = 0;
+		for (; i + kRanksPerStep <= count; i += kRanksPerStep)
 		{
-			const __m256i *const blockKeys = reinterpret_cast<const __m256i *>(keys + block);
-			__m256i *const blockRanks = reinterpret_cast<__m256i *>(ranks + block);
-			const __m256i keys0To7 = _mm256_loadu_si256(blockKeys);
-			const __m256i keys8ToF = _mm256_loadu_si256(blockKeys + 1);
-			__m256i ranks0To7 = _mm256_setzero_si256();
-			__m256i ranks8ToF = _mm256_setzero_si256();
-			for (u32 i = 0; i < count; i += kKeysPerStep)
-			{
-				for (u32 k = 0; k < kKeysPerStep; ++k)
-				{
-					const __m256i key = _mm256_set1_epi32(keys[i + k]);
-					ranks0To7 = _mm256_sub_epi32(ranks0To7, _mm256_cmpgt_epi32(keys0To7, key));
-					ranks8ToF = _mm256_sub_epi32(ranks8ToF, _mm256_cmpgt_epi32(keys8ToF, key));
-				}
-			}
-			_mm256_storeu_si256(blockRanks, ranks0To7);
-			_mm256_storeu_si256(blockRanks + 1, ranks8ToF);
+			const __m256i *const eight = reinterpret_cast<const __m256i *>(records + i * kRankedSize);
+			const __m256i flips = _mm256_set1_epi32(s32(kSignBit));
+			StoreFlipped(_mm256_loadu_si256(eight), _mm256_loadu_si256(eight + 1), flips, keys + i);
 		}
+		if (i < count)
+		{
+			// Where there is a record, its key's sign bit is flipped; as a sign, that bit tells to load the record.
+			const long long *const rest = reinterpret_cast<const long long *>(records + i * kRankedSize);
+			const u32 *const restFlips = kFlips + kRanksPerStep - (count - i);
+			const __m256i flips = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(restFlips));
+			const __m256i mask0123 = _mm256_cvtepi32_epi64(_mm256_castsi256_si128(flips));
+			const __m256i mask4567 = _mm256_cvtepi32_epi64(_mm256_extracti128_si256(flips, 1));
+			StoreFlipped(
+				_mm256_maskload_epi64(rest, mask0123), _mm256_maskload_epi64(rest + 4, mask4567), flips, keys + i);
+			i += kRanksPerStep;
+		}
+		return i;
+	}
+
+	template<u32 _Registers>
+	VX_TARGET_AVX2 static VX_INLINE void RankBlock_Avx2(
+		const s32 *keys, u32 count, const s32 *blockKeys, u32 *blockRanks)
+	{
+		__m256i own[_Registers];
+		__m256i ranks[_Registers];
+		for (u32 r = 0; r < _Registers; ++r)
+		{
+			own[r] = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(blockKeys) + r);
+			ranks[r] = _mm256_setzero_si256();
+		}
+		for (u32 i = 0; i < count; i += kKeysPerStep)
+		{
+			for (u32 k = 0; k < kKeysPerStep; ++k)
+			{
+				const __m256i key = _mm256_set1_epi32(keys[i + k]);
+				for (u32 r = 0; r < _Registers; ++r)
+					ranks[r] = _mm256_sub_epi32(ranks[r], _mm256_cmpgt_epi32(own[r], key));
+			}
+		}
+		for (u32 r = 0; r < _Registers; ++r)
+			_mm256_storeu_si256(reinterpret_cast<__m256i *>(blockRanks) + r, ranks[r]);
+	}
+
+	VX_TARGET_AVX2 static void CountLowerKeys_Avx2(const u8 *records, u32 count, u32 *ranks)
+	{
+		alignas(16) s32 keys[kMaxRankedCount];
+		const u32 filledCount = FlipKeys_Avx2(records, count, keys);
+		u32 i = 0;
+		for (; i + kRanksPerStep < count; i += 2 * kRanksPerStep)
+			RankBlock_Avx2<2>(keys, filledCount, keys + i, ranks + i);
+		if (i < count)
+			RankBlock_Avx2<1>(keys, filledCount, keys + i, ranks + i);
 	}
 #endif
 
-	void CountLowerKeys(const s32 *keys, u32 count, u32 *ranks)
+	void CountLowerKeys(const void *records, u32 count, u32 *ranks)
 	{
+		const u8 *const bytes = static_cast<const u8 *>(records);
 #if defined(VX_TARGET_AVX2)
 		if (Cpu::LaneCount() >= 8)
-			return CountLowerKeys_Avx2(keys, count, ranks);
+			return CountLowerKeys_Avx2(bytes, count, ranks);
 #endif
-		CountLowerKeys_Sse2(keys, count, ranks);
+		CountLowerKeys_Sse2(bytes, count, ranks);
 	}
 } // namespace SortLanes
 } // namespace Vexmoor
