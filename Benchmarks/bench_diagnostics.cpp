@@ -1,68 +1,32 @@
-// What diagnostics cost: assertions compiled in against compiled out, and a profiler handler against none. Such
-// differences are smaller than what one run drifts, so both sides of a pair are timed in turns, and it is the median of
-// the pairs' ratios that counts.
+// What diagnostics cost: assertions compiled in against compiled out, and a profiler handler against none.
 
 #include "kr_profiler.h"
 
+#include "bench_pairs.h"
 #include "bench_registry.h"
 #include "billboards.h"
 #include "diagnostics_build.h"
 #include <algorithm>
-#include <vector>
 
 namespace VexmoorBench
 {
 namespace
 {
 	constexpr u32 kCounts[] = {100, 1000, 10000, 100000};
-	constexpr u32 kPairsPerIteration = 15;
 	constexpr u32 kParticlesPerTurn = 20000; // as many sorts as it takes, so that one look at the clock is nothing
 
-	template<typename _Run>
-	double Seconds(const _Run &run)
-	{
-		const auto start = std::chrono::steady_clock::now();
-		run();
-		benchmark::ClobberMemory();
-		return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-	}
-
-	double Median(std::vector<double> values)
-	{
-		const auto middle = values.begin() + std::ptrdiff_t(values.size() / 2);
-		std::nth_element(values.begin(), middle, values.end());
-		return *middle;
-	}
-
-	// Times plain and instrumented in turns, each first as often as the other.
 	template<typename _Plain, typename _Instrumented>
-	void RunPairs(benchmark::State &state, u32 count, const _Plain &plain, const _Instrumented &instrumented)
+	void RunPairsOfTurns(benchmark::State &state, u32 count, const _Plain &plain, const _Instrumented &instrumented)
 	{
 		const u32 sorts = std::max(1u, kParticlesPerTurn / count);
 		const auto turn = [sorts](const auto &sort)
 		{
-			return Seconds(
-				[&]
-				{
-					for (u32 i = 0; i < sorts; ++i)
-						sort(i);
-				});
+			for (u32 i = 0; i < sorts; ++i)
+				sort(i);
 		};
-		std::vector<double> ratios;
-		std::vector<double> plainSeconds;
-		for (auto _ : state)
-		{
-			for (u32 pair = 0; pair < kPairsPerIteration; ++pair)
-			{
-				const bool plainFirst = pair % 2 == 0;
-				const double first = plainFirst ? turn(plain) : turn(instrumented);
-				const double second = plainFirst ? turn(instrumented) : turn(plain);
-				plainSeconds.push_back(plainFirst ? first : second);
-				ratios.push_back(plainFirst ? second / first : first / second);
-			}
-		}
-		state.counters["ratio"] = Median(ratios);
-		state.counters["plain_ns"] = Median(plainSeconds) * 1e9 / sorts;
+		RunPairs(
+			state, [&] { turn(plain); }, [&] { turn(instrumented); });
+		state.counters["plain_ns"] = state.counters["plain_ns"] / sorts;
 		DescribeIteration(state, u64(kPairsPerIteration) * 2 * sorts, count);
 	}
 
@@ -105,7 +69,7 @@ namespace
 	void RunAssertions(benchmark::State &state, u32 count)
 	{
 		CSort sort(count);
-		RunPairs(
+		RunPairsOfTurns(
 			state, count, [&](u32 i) { sort.Run(i, SortBillboards_AssertionsOff); },
 			[&](u32 i) { sort.Run(i, SortBillboards_AssertionsOn); });
 		if (!sort.IsDrawn())
@@ -145,7 +109,7 @@ namespace
 			drawn = CameraOfFrame(i);
 			billboards.Draw(0, call, drawn, indices.Data());
 		};
-		RunPairs(state, count, draw,
+		RunPairsOfTurns(state, count, draw,
 			[&](u32 i)
 			{
 				Profiler::MainEngineProfiler()->SetScopeHandler(RecordScope, &ring);

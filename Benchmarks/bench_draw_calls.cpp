@@ -3,6 +3,7 @@
 
 #include "kr_mem.h"
 
+#include "bench_pairs.h"
 #include "bench_registry.h"
 #include "billboards.h"
 #include <atomic>
@@ -42,6 +43,7 @@ namespace VexmoorBench
 namespace
 {
 	constexpr u32 kDrawCalls = 500;
+	constexpr u32 kFramesPerTurn = 32;
 	constexpr double kFewestParticles = 50;
 	constexpr double kMostParticles = 5000;
 	constexpr u32 kThreads = 2;
@@ -138,6 +140,36 @@ namespace
 		u32 m_ParticleCount = 0;
 	};
 
+	void DrawOnOneThread(SFrame &frame, const CFloat3 &camera)
+	{
+		for (SSorter &sorter : frame.m_Sorters)
+			sorter.Draw(camera);
+	}
+
+	class CTwoThreads
+	{
+	public:
+		void Draw(SFrame &frame, const CFloat3 &camera)
+		{
+			m_Arena.execute(
+				[&]
+				{
+					tbb::parallel_for(
+						tbb::blocked_range<size_t>(0, frame.m_Sorters.size(), kDrawCallsPerTask),
+						[&](const tbb::blocked_range<size_t> &range)
+						{
+							for (size_t i = range.begin(); i < range.end(); ++i)
+								frame.m_Sorters[i].Draw(camera);
+						},
+						tbb::simple_partitioner());
+				});
+		}
+
+	private:
+		tbb::global_control m_Limit{tbb::global_control::max_allowed_parallelism, kThreads};
+		tbb::task_arena m_Arena{kThreads};
+	};
+
 	void RunOneThread(benchmark::State &state)
 	{
 		const CCountAllocations counting;
@@ -145,14 +177,12 @@ namespace
 		u32 frameId = 0;
 		size_t allocations = 0;
 		CFloat3 camera = CameraOfFrame(frameId);
-		for (SSorter &sorter : frame.m_Sorters)
-			sorter.Draw(camera); // the first frame takes the memory of patterns
+		DrawOnOneThread(frame, camera); // the first frame takes the memory of patterns
 		for (auto _ : state)
 		{
 			camera = CameraOfFrame(++frameId);
 			const size_t before = CCountAllocations::Count();
-			for (SSorter &sorter : frame.m_Sorters)
-				sorter.Draw(camera);
+			DrawOnOneThread(frame, camera);
 			benchmark::ClobberMemory();
 			allocations += CCountAllocations::Count() - before;
 		}
@@ -170,33 +200,44 @@ namespace
 		SFrame frame;
 		u32 frameId = 0;
 		CFloat3 camera = CameraOfFrame(frameId);
-		const tbb::global_control threads(tbb::global_control::max_allowed_parallelism, kThreads);
-		tbb::task_arena arena(kThreads);
-		const auto draw = [&]
-		{
-			arena.execute(
-				[&]
-				{
-					tbb::parallel_for(
-						tbb::blocked_range<size_t>(0, frame.m_Sorters.size(), kDrawCallsPerTask),
-						[&](const tbb::blocked_range<size_t> &range)
-						{
-							for (size_t i = range.begin(); i < range.end(); ++i)
-								frame.m_Sorters[i].Draw(camera);
-						},
-						tbb::simple_partitioner());
-				});
-		};
-		draw();
+		CTwoThreads threads;
+		threads.Draw(frame, camera);
 		for (auto _ : state)
 		{
 			camera = CameraOfFrame(++frameId);
-			draw();
+			threads.Draw(frame, camera);
 			benchmark::ClobberMemory();
 		}
 		if (!frame.IsDrawn(camera))
 			state.SkipWithError("not sorted");
 		DescribeIteration(state, 1, frame.m_ParticleCount);
+	}
+
+	// The same memory for both, and other cases' memory never between them. A turn is of several frames, so that a second
+	// thread that slept meanwhile is awake for most of its own.
+	void RunTwoThreadsInTurns(benchmark::State &state)
+	{
+		const CCountAllocations counting;
+		SFrame frame;
+		u32 frameId = 0;
+		CFloat3 camera;
+		CTwoThreads threads;
+		const auto turn = [&](const auto &draw)
+		{
+			for (u32 i = 0; i < kFramesPerTurn; ++i)
+			{
+				camera = CameraOfFrame(++frameId);
+				draw();
+			}
+		};
+		const auto drawOnOneThread = [&] { DrawOnOneThread(frame, camera); };
+		const auto drawOnTwoThreads = [&] { threads.Draw(frame, camera); };
+		turn(drawOnTwoThreads);
+		RunPairs(
+			state, [&] { turn(drawOnOneThread); }, [&] { turn(drawOnTwoThreads); });
+		if (!frame.IsDrawn(camera))
+			state.SkipWithError("not sorted");
+		DescribeIteration(state, u64(kPairsPerIteration) * 2 * kFramesPerTurn, frame.m_ParticleCount);
 	}
 
 	// The same frame as it is written without the library, memory kept from call to call.
@@ -220,18 +261,19 @@ namespace
 		DescribeIteration(state, 1, frame.m_ParticleCount);
 	}
 
-	void Register(const char *who, void (*run)(benchmark::State &))
+	void Register(const char *what, const char *who, void (*run)(benchmark::State &))
 	{
 		// Real time: the processor time of the calling thread says nothing about a frame on two.
-		benchmark::RegisterBenchmark(CaseName({"draw_calls", "frame", who, std::to_string(kDrawCalls)}).c_str(), run)
+		benchmark::RegisterBenchmark(CaseName({"draw_calls", what, who, std::to_string(kDrawCalls)}).c_str(), run)
 			->UseRealTime();
 	}
 } // namespace
 
 void RegisterDrawCalls()
 {
-	Register("vexmoor_one_thread", RunOneThread);
-	Register("vexmoor_two_threads", RunTwoThreads);
-	Register("user_one_thread", RunUser);
+	Register("frame", "vexmoor_one_thread", RunOneThread);
+	Register("frame", "vexmoor_two_threads", RunTwoThreads);
+	Register("frame", "user_one_thread", RunUser);
+	Register("pairs", "vexmoor_two_threads", RunTwoThreadsInTurns);
 }
 } // namespace VexmoorBench

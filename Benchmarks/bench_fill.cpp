@@ -3,6 +3,7 @@
 #include "kr_cpu.h"
 
 #include "bench_inputs.h"
+#include "bench_pairs.h"
 #include "bench_registry.h"
 #include <emmintrin.h>
 #include <immintrin.h>
@@ -15,6 +16,7 @@ namespace
 	constexpr u32 kCounts[] = {1000, 10000, 100000, 1000000, 4000000};
 	constexpr u32 kVerticesPerParticle = 4;
 	constexpr u32 kMostLanes = 16;
+	constexpr u32 kFewestInTurns = 100000; // fewer take no longer than a look at the clock
 
 	// The traffic of the fill and as little else as can be: of 12 bytes read and 8 written per particle, every byte read
 	// has a part in a byte written, so that no load can be left out. Ordinary stores, as in the fill.
@@ -47,7 +49,9 @@ namespace
 		}
 	}
 
-	void RunTraffic(benchmark::State &state, u32 count, void (*move)(const u8 *, u8 *, u32))
+	typedef void (*MoveTraffic)(const u8 *in, u8 *out, u32 count);
+
+	void RunTraffic(benchmark::State &state, u32 count, MoveTraffic move)
 	{
 		CBuffer<CFloat3> positions(count);
 		CBuffer<SIndexAndDepth> records(count);
@@ -224,6 +228,22 @@ namespace
 		Cpu::SetMaxLaneCount(kMostLanes);
 	}
 
+	// The fill and its traffic in turns, in the same memory.
+	void RunFillAndTraffic(benchmark::State &state, u32 count, MoveTraffic move)
+	{
+		const CPage<CFloat3> page = PositionPage(count, kPositionLayouts[0]);
+		const u8 *const in = reinterpret_cast<const u8 *>(&page.View()[0]);
+		CBuffer<SIndexAndDepth> records(count);
+		const TMemoryView<SIndexAndDepth> out(records.Data(), count);
+		RunPairs(
+			state, [&] { move(in, reinterpret_cast<u8 *>(records.Data()), count); },
+			[&] { Fill(out, page.View(), TView<u8>()); });
+		Fill(out, page.View(), TView<u8>()); // the traffic may have come last
+		if (!IsFilled(out, page.View(), TView<u8>()))
+			state.SkipWithError("wrong records");
+		DescribeIteration(state, u64(kPairsPerIteration) * 2, count);
+	}
+
 	// Items are source particles, drawn or not: each is looked at.
 	template<typename _Element>
 	void RunCompaction(benchmark::State &state, const CPage<_Element> &page, u32 disabledPercent)
@@ -271,13 +291,15 @@ namespace
 
 	void RegisterBaselines(u32 count)
 	{
-		Register("baseline", "same_traffic_16", count,
-			[count](benchmark::State &state) { RunTraffic(state, count, MoveSameTraffic16); });
-		if (__builtin_cpu_supports("avx2"))
+		const auto registerTraffic = [count](const char *who, MoveTraffic move)
 		{
-			Register("baseline", "same_traffic_32", count,
-				[count](benchmark::State &state) { RunTraffic(state, count, MoveSameTraffic32); });
-		}
+			Register("baseline", who, count, [=](benchmark::State &state) { RunTraffic(state, count, move); });
+			if (count >= kFewestInTurns)
+				Register("pairs", who, count, [=](benchmark::State &state) { RunFillAndTraffic(state, count, move); });
+		};
+		registerTraffic("same_traffic_16", MoveSameTraffic16);
+		if (__builtin_cpu_supports("avx2"))
+			registerTraffic("same_traffic_32", MoveSameTraffic32);
 		Register("baseline", "copy", count, [count](benchmark::State &state) { RunCopy(state, count); });
 	}
 

@@ -21,93 +21,146 @@ namespace
 	constexpr u32 kDigits[kPasses] = {2048, 2048, 1024};
 	constexpr u32 kHistogramStride = 2240;
 	constexpr u32 kCounters = 2 * kHistogramStride + 1024;
+	constexpr u32 kRecordsPerStep = 8; // as the sort walks, and faster than one by one
 
 	u32 Digit(u32 key, u32 pass)
 	{
 		return (key >> kShifts[pass]) & (kDigits[pass] - 1);
 	}
 
-	template<typename _Counter>
-	void Count(const SIndexAndDepth *records, u32 count, _Counter *counters)
+	// Calls a function with every number below a count, in steps that compilers unroll.
+	template<typename _Function>
+	void ForEach(u32 count, const _Function &function)
 	{
-		for (u32 i = 0; i < count; ++i)
+		const u32 inWholeSteps = count - count % kRecordsPerStep;
+		for (u32 i = 0; i < inWholeSteps; i += kRecordsPerStep)
 		{
-			for (u32 pass = 0; pass < kPasses; ++pass)
-			{
-				_Counter &counter = counters[pass * kHistogramStride + Digit(records[i].m_Depth, pass)];
-				counter = _Counter(counter + 1);
-			}
+			for (u32 k = 0; k < kRecordsPerStep; ++k)
+				function(i + k);
 		}
+		for (u32 i = inWholeSteps; i < count; ++i)
+			function(i);
 	}
 
-	typedef TRadixSort<Sort_InBuffer> CSort;
-
+	// The histograms of three digits. With 16 bits a counter, records take turns at two of the top digit.
 	template<typename _Counter>
-	void SumCounters(_Counter *counters)
+	class CHistograms
 	{
-		CSort::SumCounters<11>(counters);
-		CSort::SumCounters<11>(counters + kHistogramStride);
-		CSort::SumCounters<10>(counters + 2 * kHistogramStride);
-	}
+	public:
+		void Clear() { std::memset(m_Counters.Data(), 0, m_Counters.Count() * sizeof(_Counter)); }
+
+		void Count(const SIndexAndDepth *records, u32 count)
+		{
+			_Counter *const counters = m_Counters.Data();
+			_Counter *const oddCounters = counters + (kTakesTurns ? kCounters : 2 * kHistogramStride);
+			ForEach(count,
+				[=](u32 i)
+				{
+					const u32 key = records[i].m_Depth;
+					CountOne(counters[Digit(key, 0)]);
+					CountOne(counters[kHistogramStride + Digit(key, 1)]);
+					CountOne((i % 2 != 0 ? oddCounters : counters + 2 * kHistogramStride)[Digit(key, 2)]);
+				});
+		}
+
+		void Sum()
+		{
+			_Counter *const counters = m_Counters.Data();
+			_Counter *const topCounters = counters + 2 * kHistogramStride;
+			for (u32 i = 0; kTakesTurns && i < kDigits[2]; ++i)
+				topCounters[i] = _Counter(topCounters[i] + counters[kCounters + i]);
+			CSort::SumCounters<11>(counters);
+			CSort::SumCounters<11>(counters + kHistogramStride);
+			CSort::SumCounters<10>(topCounters);
+		}
+
+		_Counter *OfPass(u32 pass) { return m_Counters.Data() + pass * kHistogramStride; }
+
+	private:
+		typedef TRadixSort<Sort_InBuffer> CSort;
+		static constexpr bool kTakesTurns = sizeof(_Counter) == 2;
+
+		static void CountOne(_Counter &counter) { counter = _Counter(counter + 1); }
+
+		CBuffer<_Counter> m_Counters{kCounters + (kTakesTurns ? kDigits[2] : 0)};
+	};
 
 	// One call at a time, since counters that have been summed are no histogram any more, and in the first cache, where
 	// counting leaves them. The two looks at the clock are in the time: some 3 per cent.
 	template<typename _Counter>
-	void RunClearAndSum(benchmark::State &state, u32 count)
+	void RunClearAndSum(benchmark::State &state, EKeys keys, u32 count)
 	{
-		const CBuffer<SIndexAndDepth> &records = Records(EKeys::Uniform, count);
-		CBuffer<_Counter> counters(kCounters);
+		const CBuffer<SIndexAndDepth> &records = Records(keys, count);
+		CHistograms<_Counter> histograms;
 		for (auto _ : state)
 		{
-			std::memset(counters.Data(), 0, kCounters * sizeof(_Counter));
-			Count(records.Data(), count, counters.Data());
+			histograms.Clear();
+			histograms.Count(records.Data(), count);
 			TimeIteration(state,
 				[&]
 				{
-					SumCounters(counters.Data());
+					histograms.Sum();
 					benchmark::ClobberMemory();
-					std::memset(counters.Data(), 0, kCounters * sizeof(_Counter));
+					histograms.Clear();
 				});
 		}
 		DescribeIteration(state, 1, count);
 	}
 
 	template<typename _Counter>
-	void RunCounting(benchmark::State &state, u32 count)
+	void RunCounting(benchmark::State &state, EKeys keys, u32 count)
 	{
-		const CBuffer<SIndexAndDepth> &records = Records(EKeys::Uniform, count);
+		const CBuffer<SIndexAndDepth> &records = Records(keys, count);
 		const u32 batch = std::min(PoolInputCount(count), std::max(1u, kBatchRecords / count));
-		CBuffer<_Counter> counters(kCounters);
+		CHistograms<_Counter> histograms;
 		for (auto _ : state)
 		{
 			for (u32 i = 0; i < batch; ++i)
-				Count(records.Data() + size_t(i) * count, count, counters.Data());
+				histograms.Count(records.Data() + size_t(i) * count, count);
 			benchmark::ClobberMemory();
 		}
 		DescribeIteration(state, batch, count);
 	}
 
-	// All three passes, each with its own destinations: those that the passes of a sort of this input have. With the
-	// positions, the next one of each digit is stored too, which nothing waits for.
-	template<bool _StoresPositions>
-	void RunScatter(benchmark::State &state, u32 count)
+	// One pass, whose destinations are known. With the positions, the next one of its digit is stored with every record,
+	// which nothing waits for.
+	template<u32 _Pass, bool _StoresPositions, bool _FetchesNextLine, typename _Counter>
+	void Move(const SIndexAndDepth *from,
+		SIndexAndDepth *to,
+		const CBuffer<u32> &destinations,
+		_Counter *positions) // NOLINT(readability-non-const-parameter): written where a position is stored
 	{
-		const CBuffer<SIndexAndDepth> &input = Records(EKeys::Uniform, count);
+		const u32 *const destination = destinations.Data();
+		ForEach(u32(destinations.Count()),
+			[=](u32 i)
+			{
+				if constexpr (_FetchesNextLine)
+					__builtin_prefetch(to + destination[i] + kRecordsPerLine<SIndexAndDepth>, 1);
+				if constexpr (_StoresPositions)
+					positions[Digit(from[i].m_Depth, _Pass)] = _Counter(destination[i] + 1);
+				u64 word; // a record moves as one word
+				std::memcpy(&word, from + i, sizeof(word));
+				std::memcpy(to + destination[i], &word, sizeof(word));
+			});
+	}
+
+	// All three passes, each with its own destinations: those that the passes of a sort of this input have.
+	template<typename _Counter, bool _FetchesNextLine, bool _StoresPositions>
+	void RunScatter(benchmark::State &state, EKeys keys, u32 count)
+	{
+		const CBuffer<SIndexAndDepth> &input = Records(keys, count);
 		CBuffer<SIndexAndDepth> records(count);
 		CBuffer<SIndexAndDepth> out(count);
-		CBuffer<u32> counters(kCounters);
+		CHistograms<_Counter> histograms;
 		CBuffer<u32> destinations[kPasses] = {CBuffer<u32>(count), CBuffer<u32>(count), CBuffer<u32>(count)};
 
-		Count(input.Data(), count, counters.Data());
-		SumCounters(counters.Data());
+		histograms.Count(input.Data(), count);
+		histograms.Sum();
 		std::copy_n(input.Data(), count, records.Data());
 		for (u32 pass = 0; pass < kPasses; ++pass)
 		{
 			for (u32 i = 0; i < count; ++i)
-			{
-				const u32 digit = Digit(records[i].m_Depth, pass);
-				destinations[pass][i] = counters[pass * kHistogramStride + digit]++;
-			}
+				destinations[pass][i] = histograms.OfPass(pass)[Digit(records[i].m_Depth, pass)]++;
 			for (u32 i = 0; i < count; ++i)
 				out[destinations[pass][i]] = records[i];
 			std::swap(out, records);
@@ -115,26 +168,14 @@ namespace
 		if (!std::is_sorted(records.Data(), records.Data() + count))
 			state.SkipWithError("not sorted");
 
-		const auto move = [&](u32 pass, const SIndexAndDepth *from, SIndexAndDepth *to)
-		{
-			const u32 *const destination = destinations[pass].Data();
-			u32 *const positions = counters.Data() + pass * kHistogramStride;
-			for (u32 i = 0; i < count; ++i)
-			{
-				if (count > CSort::kMaxCountInCaches)
-					__builtin_prefetch(to + destination[i] + kRecordsPerLine<SIndexAndDepth>, 1);
-				if constexpr (_StoresPositions)
-					positions[Digit(from[i].m_Depth, pass)] = destination[i] + 1;
-				u64 word; // a record moves as one word
-				std::memcpy(&word, from + i, sizeof(word));
-				std::memcpy(to + destination[i], &word, sizeof(word));
-			}
-		};
 		for (auto _ : state)
 		{
-			move(0, records.Data(), out.Data());
-			move(1, out.Data(), records.Data());
-			move(2, records.Data(), out.Data());
+			Move<0, _StoresPositions, _FetchesNextLine>(
+				records.Data(), out.Data(), destinations[0], histograms.OfPass(0));
+			Move<1, _StoresPositions, _FetchesNextLine>(
+				out.Data(), records.Data(), destinations[1], histograms.OfPass(1));
+			Move<2, _StoresPositions, _FetchesNextLine>(
+				records.Data(), out.Data(), destinations[2], histograms.OfPass(2));
 			benchmark::ClobberMemory();
 		}
 		DescribeIteration(state, 1, count);
@@ -177,33 +218,38 @@ namespace
 			registered->UseManualTime();
 	}
 
-	// Counters are as wide as the sort has them for so many records.
-	template<typename _Counter>
-	void RegisterCounters(u32 count)
+	// Counters are as wide as the sort has them for so many records, and lines are fetched where it fetches them.
+	template<typename _Counter, bool _FetchesNextLine>
+	void RegisterParts(EKeys keys, u32 count)
 	{
-		Register(EKeys::Uniform, "clear_and_sum", count, true,
-			[count](benchmark::State &state) { RunClearAndSum<_Counter>(state, count); });
-		Register(EKeys::Uniform, "count", count, false,
-			[count](benchmark::State &state) { RunCounting<_Counter>(state, count); });
+		Register(keys, "clear_and_sum", count, true,
+			[=](benchmark::State &state) { RunClearAndSum<_Counter>(state, keys, count); });
+		Register(
+			keys, "count", count, false, [=](benchmark::State &state) { RunCounting<_Counter>(state, keys, count); });
+		Register(keys, "scatter", count, false,
+			[=](benchmark::State &state) { RunScatter<_Counter, _FetchesNextLine, false>(state, keys, count); });
+		Register(keys, "scatter_and_positions", count, false,
+			[=](benchmark::State &state) { RunScatter<_Counter, _FetchesNextLine, true>(state, keys, count); });
+		Register(keys, "stores", count, false, [=](benchmark::State &state) { RunStores(state, keys, count); });
 	}
 } // namespace
 
 void RegisterSortParts()
 {
-	for (const u32 count : kCounts)
+	typedef TRadixSort<Sort_InBuffer> CSort;
+	for (const EKeys keys : {EKeys::Uniform, EKeys::Ball, EKeys::Curve})
 	{
-		if (count <= CSort::kMaxCountIn8Bits)
-			RegisterCounters<u8>(count);
-		else if (count <= CSort::kMaxCountIn16Bits)
-			RegisterCounters<u16>(count);
-		else
-			RegisterCounters<u32>(count);
-		Register(EKeys::Uniform, "scatter", count, false,
-			[count](benchmark::State &state) { RunScatter<false>(state, count); });
-		Register(EKeys::Uniform, "scatter_and_positions", count, false,
-			[count](benchmark::State &state) { RunScatter<true>(state, count); });
-		for (const EKeys keys : {EKeys::Uniform, EKeys::Ball, EKeys::Curve})
-			Register(keys, "stores", count, false, [=](benchmark::State &state) { RunStores(state, keys, count); });
+		for (const u32 count : kCounts)
+		{
+			if (count <= CSort::kMaxCountIn8Bits)
+				RegisterParts<u8, false>(keys, count);
+			else if (count <= CSort::kMaxCountIn16Bits)
+				RegisterParts<u16, false>(keys, count);
+			else if (count <= CSort::kMaxCountInCaches)
+				RegisterParts<u32, false>(keys, count);
+			else
+				RegisterParts<u32, true>(keys, count);
+		}
 	}
 }
 } // namespace VexmoorBench

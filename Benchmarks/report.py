@@ -121,6 +121,11 @@ class Results:
 		cases = [self.get("fill", "baseline", who, size) for who in ("same_traffic_16", "same_traffic_32")]
 		return min((case for case in cases if case), key=Case.median, default=None)
 
+	def fill_over_traffic(self, size):
+		"""The fill over whichever of these loops it is slower beside, timed in turns with it, or None."""
+		cases = [self.get("fill", "pairs", who, size) for who in ("same_traffic_16", "same_traffic_32")]
+		return max((statistics.median(case.counters["ratio"]) for case in cases if case), default=None)
+
 
 def size_name(size):
 	if size >= 1000000 and size % 1000000 == 0:
@@ -233,10 +238,7 @@ def goal_tables(results, lines):
 		cells = [cell(value, goal) if goal is not None else "" for value, goal in zip(values, goals)]
 		rows.append([title, what] + cells)
 
-	fill = [
-		results.ratio(results.get("fill", "positions_12_aligned", "vexmoor", size), results.fill_baseline(size))
-		for size in GOAL_SIZES
-	]
+	fill = [results.fill_over_traffic(size) for size in GOAL_SIZES]
 	row("fill: time over the same traffic", "positions, stride 12", within, fill, FILL_GOALS)
 	for index, goals in EXPAND_GOALS:
 		what = f"{index}_width_6"
@@ -289,14 +291,15 @@ def goal_tables(results, lines):
 			lead = results.ratio(results.get("sort", keys, "std_sort", 110), many)
 			rows.append([f"no cliff at 109/110: still ahead of std::sort at 110 by, {keys}", ahead(lead, CLIFF_GOAL)])
 			rows.append([f"time of a record at 110 over 109, {keys}", number(many.per_item() / few.per_item())])
-	one, two = (results.get("draw_calls", "frame", f"vexmoor_{count}_thread{s}", 500)
-		for count, s in (("one", ""), ("two", "s")))
+	one = results.get("draw_calls", "frame", "vexmoor_one_thread", 500)
 	if one:
 		allocations = max(one.counters["allocations"])
 		rows.append(["many draw calls: allocations in a frame",
 			f"{allocations:.0f} of 0, {'reached' if allocations == 0 else '**not reached**'}"])
-	if one and two:
-		rows.append(["many draw calls: two cores ahead of one by", ahead(results.ratio(one, two), TWO_CORES_GOAL)])
+	turns = results.get("draw_calls", "pairs", "vexmoor_two_threads", 500)
+	if turns:
+		rows.append(["many draw calls: two cores ahead of one by",
+			ahead(1 / statistics.median(turns.counters["ratio"]), TWO_CORES_GOAL)])
 	handler = results.get("diagnostics", "profiler_handler", "pairs", 10000)
 	if handler:
 		rows.append(["assertions off, 10k: with a profiler handler over without",
@@ -308,19 +311,23 @@ def goal_tables(results, lines):
 		lines.append(
 			"The number measured, the goal; then how far behind the peer would be if the sort did nothing but its nine stores a "
 			"record and clear and sum its counters, and if it did nothing but read and write what it has to where it has to, "
-			"knowing every destination beforehand (scatter_and_positions). Both are below, under parts of the radix sort; the "
-			"second for uniform keys. Whole sorts add the loops that move the same traffic as the fill and the expansion. Where "
-			"one of the two is below the goal, this machine forbids it to a radix sort of these sweeps.\n"
+			"knowing every destination beforehand (scatter_and_positions). Both are below, under parts of the radix sort. Whole "
+			"sorts add the loops that move the same traffic as the fill and the expansion. Where one of the two is below the "
+			"goal, this machine forbids it to a radix sort of these sweeps.\n"
 		)
 		table(lines, head, limits)
 
 	lines.append("### Beyond the goals\n")
 	sizes = [110, 256, 1000, 10000, 100000, 1000000]
-	rows = [[title] + [within(over_parts(results, scatter, size), PARTS_GOAL if size >= 1000 else None) for size in sizes]
+	rows = []
+	for keys in RECORD_KEYS:
 		for title, scatter in (
 			("sort over the sum of its fastest known parts", "scatter"),
 			("the same, with parts that store their positions as well", "scatter_and_positions"),
-		)]
+		):
+			ratios = [over_parts(results, keys, scatter, size) for size in sizes]
+			rows.append([f"{title}, {keys}"]
+				+ [within(ratio, PARTS_GOAL if size >= 1000 else None) for ratio, size in zip(ratios, sizes)])
 	for keys in RECORD_KEYS:
 		rows.append([f"sort: ahead of vqsort at its best by, {keys}"] + [
 			ahead(
@@ -344,14 +351,14 @@ def goal_tables(results, lines):
 
 def sum_of_parts(results, keys, parts, size):
 	"""Nanoseconds of so many records, or None."""
-	cases = [results.get("sort_parts", "uniform" if part != "stores" else keys, part, size) for part in parts]
+	cases = [results.get("sort_parts", keys, part, size) for part in parts]
 	return sum(case.per_item() for case in cases) * size if all(cases) else None
 
 
-def over_parts(results, scatter, size):
+def over_parts(results, keys, scatter, size):
 	"""The sort over the sum of its parts, or None."""
-	sort = results.get("sort", "uniform", "vexmoor", size)
-	parts = sum_of_parts(results, "uniform", ("clear_and_sum", "count", scatter), size)
+	sort = results.get("sort", keys, "vexmoor", size)
+	parts = sum_of_parts(results, keys, ("clear_and_sum", "count", scatter), size)
 	return sort.median() / parts if sort and parts else None
 
 
@@ -470,11 +477,14 @@ def fill_section(results, page):
 		"particle and do nothing else (same_traffic_16, same_traffic_32: by width), then to a copy that reads and writes as "
 		"many bytes together. Layouts other than positions at a stride of 12 move other amounts of memory; their ratios only "
 		"place them on the same scale. Items of compaction are all particles of a page, disabled ones too. Packed positions are "
-		"filled 16 at a time where the processor can; 8_lanes and 4_lanes are held to less.\n"
+		"filled 16 at a time where the processor can; 8_lanes and 4_lanes are held to less. The last row is the median over "
+		"pairs of the fill and the loop, which took turns in the same memory.\n"
 	)
 	rows = []
 	series = {}
 	for what in results.values(1, stage="fill"):
+		if what == "pairs":
+			continue
 		for who in results.values(2, stage="fill", what=what):
 			cells = []
 			label = who if what == "baseline" else what + who.removeprefix("vexmoor")
@@ -491,6 +501,8 @@ def fill_section(results, page):
 					series.setdefault(label, []).append((size, traffic))
 				cells.append(text)
 			rows.append([label] + cells)
+	rows.append(["positions_12_aligned over the faster loop, in turns"]
+		+ [number(ratio) if ratio else "" for ratio in (results.fill_over_traffic(size) for size in sizes)])
 	table(page.lines, ["ns per particle"] + [size_name(size) for size in sizes], rows)
 	page.plot("fill", "Fill", series, "times as long", "over a loop with the traffic of packed positions")
 
@@ -556,7 +568,7 @@ def whole_section(results, page):
 
 
 def draw_call_section(results, page):
-	whos = results.values(2, stage="draw_calls")
+	whos = results.values(2, stage="draw_calls", what="frame")
 	if not whos:
 		return
 	page.lines.append("## Many draw calls\n")
@@ -572,6 +584,14 @@ def draw_call_section(results, page):
 		rows.append([who, f"{case.median() / 1e6:.3f} ms ±{100 * case.spread():.1f} %", f"{case.items:.0f}",
 			f"{number(100 * case.median() / FRAME_NS)} %", f"×{ratio:.2f}" if ratio else ""])
 	table(page.lines, ["", "per frame", "particles", "of 60 Hz", "as long as on one thread"], rows)
+	turns = results.get("draw_calls", "pairs", "vexmoor_two_threads", 500)
+	if turns:
+		leads = [1 / ratio for ratio in turns.counters["ratio"]]
+		page.lines.append(
+			f"Timed in turns, in the same memory and with no other case between, two threads are {statistics.median(leads):.2f} "
+			f"times as fast as one: the median over pairs of 32 frames each, from {min(leads):.2f} to {max(leads):.2f} in the "
+			"repetitions.\n"
+		)
 
 
 def diagnostics_section(results, page):
@@ -599,19 +619,20 @@ def parts_section(results, page):
 		return
 	page.lines.append("## Parts of the radix sort\n")
 	page.lines.append(
-		"Nanoseconds per record of uniform keys: counters cleared and summed, the counting sweep, three scatters that know "
-		"every destination beforehand; these, storing the next position of a digit with every record, as scatters do that know "
-		"nothing beforehand; and the nine stores of a record alone, in the first cache.\n"
+		"Nanoseconds per record: counters cleared and summed, the counting sweep, three scatters that know every destination "
+		"beforehand; these, storing the next position of a digit with every record, as scatters do that know nothing "
+		"beforehand; and the nine stores of a record alone, in the first cache.\n"
 	)
-	rows = []
-	for part in results.values(2, stage="sort_parts", what="uniform"):
-		cases = [results.get("sort_parts", "uniform", part, size) for size in sizes]
-		rows.append([part] + [number(case.per_item()) if case else "" for case in cases])
-	for scatter in ("scatter", "scatter_and_positions"):
-		ratios = [over_parts(results, scatter, size) for size in sizes]
-		rows.append([f"sort over clear_and_sum, count and {scatter}"]
-			+ [number(ratio) if ratio is not None else "" for ratio in ratios])
-	table(page.lines, ["ns per record"] + [size_name(size) for size in sizes], rows)
+	for keys in RECORD_KEYS:
+		rows = []
+		for part in results.values(2, stage="sort_parts", what=keys):
+			cases = [results.get("sort_parts", keys, part, size) for size in sizes]
+			rows.append([part] + [number(case.per_item()) if case else "" for case in cases])
+		for scatter in ("scatter", "scatter_and_positions"):
+			ratios = [over_parts(results, keys, scatter, size) for size in sizes]
+			rows.append([f"sort over clear_and_sum, count and {scatter}"]
+				+ [number(ratio) if ratio is not None else "" for ratio in ratios])
+		table(page.lines, [f"ns per record, {keys}"] + [size_name(size) for size in sizes], rows)
 
 
 def main():

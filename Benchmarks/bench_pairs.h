@@ -1,0 +1,57 @@
+#pragma once
+
+// Two runs timed in turns: for differences that are smaller than what a machine drifts between one case and another.
+
+#include "vx_defs.h"
+
+#include <algorithm>
+#include <benchmark/benchmark.h>
+#include <chrono>
+#include <vector>
+
+namespace VexmoorBench
+{
+using namespace Vexmoor;
+
+constexpr u32 kPairsPerIteration = 15;
+
+/// The seconds that one call takes.
+template<typename _Run>
+double Seconds(const _Run &run)
+{
+	const auto start = std::chrono::steady_clock::now();
+	run();
+	benchmark::ClobberMemory();
+	return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+/// The value in the middle.
+inline double Median(std::vector<double> values)
+{
+	const auto middle = values.begin() + std::ptrdiff_t(values.size() / 2);
+	std::nth_element(values.begin(), middle, values.end());
+	return *middle;
+}
+
+/// Times plain and other in turns, each first as often as the other, and sets two counters: "ratio", the median over the
+/// pairs of other's time over plain's, and "plain_ns", the median of plain's time.
+template<typename _Plain, typename _Other>
+void RunPairs(benchmark::State &state, const _Plain &plain, const _Other &other)
+{
+	std::vector<double> ratios;
+	std::vector<double> plainSeconds;
+	for (auto _ : state)
+	{
+		for (u32 pair = 0; pair < kPairsPerIteration; ++pair)
+		{
+			const bool plainFirst = pair % 2 == 0;
+			const double first = plainFirst ? Seconds(plain) : Seconds(other);
+			const double second = plainFirst ? Seconds(other) : Seconds(plain);
+			plainSeconds.push_back(plainFirst ? first : second);
+			ratios.push_back(plainFirst ? second / first : first / second);
+		}
+	}
+	state.counters["ratio"] = Median(ratios);
+	state.counters["plain_ns"] = Median(plainSeconds) * 1e9;
+}
+} // namespace VexmoorBench
