@@ -172,7 +172,7 @@ private:
 
 		_Scatter<0, _BeyondCaches>(records, sorted, elementCount, histogram0, keyExtractor);
 		_Scatter<1, _BeyondCaches>(sorted, records, elementCount, histogram1, keyExtractor);
-		_Scatter<2, false>(records, sorted, elementCount, histogram2, keyExtractor);
+		_ScatterFromBothEnds(records, sorted, elementCount, histogram2, histogram0, keyExtractor);
 	}
 
 	template<bool _BeyondCaches, typename _Record, typename _Counter, typename _KeyExtractor>
@@ -239,6 +239,28 @@ private:
 			return (key >> kShift) & (_BaseSize - 1);
 	}
 
+	// A record on its way, and the digit that says where to. g++ moves a structure of two numbers number by number, unless
+	// told that it is one word.
+	template<u32 _Pass, typename _Record>
+	struct _SMoving
+	{
+		static_assert(std::is_trivially_copyable_v<_Record>, "records are moved as bytes");
+		typedef std::conditional_t<sizeof(_Record) == sizeof(u64), u64, _Record> Word;
+
+		template<typename _KeyExtractor>
+		VX_INLINE _SMoving(const _Record *from, const _KeyExtractor &keyExtractor)
+		{
+			std::memcpy(&m_Word, from, sizeof(_Record));
+			_Record record;
+			std::memcpy(&record, &m_Word, sizeof(_Record));
+			m_Digit = _Digit<_Pass>(keyExtractor.ExtractKey(record));
+		}
+		VX_INLINE void StoreTo(_Record *to) const { std::memcpy(to, &m_Word, sizeof(_Record)); }
+
+		Word m_Word;
+		u32 m_Digit;
+	};
+
 	// Moves the records to their digits' positions. Reading in order and advancing a position with every record keeps
 	// equal digits in order.
 	template<u32 _Pass, bool _FetchesNextLine, typename _Record, typename _Counter, typename _KeyExtractor>
@@ -248,59 +270,94 @@ private:
 		_Counter *__restrict positions,
 		const _KeyExtractor &keyExtractor)
 	{
-		// The top digits of distances, sign, exponent and a bit, are few: a position is asked for again before its
-		// store has reached the cache. Four records take theirs together there, and wait once instead of four times.
-		constexpr u32 kTogether = _Pass == 2 ? 4 : 1;
-		static_assert(kRecordsPerStep % kTogether == 0, "a step is of whole groups");
-
 		const _Record *const end = source + elementCount;
 		for (const _Record *const last = end - elementCount % kRecordsPerStep; source != last;
 			 source += kRecordsPerStep)
 		{
-			for (u32 k = 0; k < kRecordsPerStep; k += kTogether)
-				_Move<_Pass, kTogether, _FetchesNextLine>(source + k, destination, positions, keyExtractor);
+			for (u32 k = 0; k < kRecordsPerStep; ++k)
+				_Move<_Pass, _FetchesNextLine>(source + k, destination, positions, keyExtractor);
 		}
 		for (; source != end; ++source)
-			_Move<_Pass, 1, false>(source, destination, positions, keyExtractor);
+			_Move<_Pass, false>(source, destination, positions, keyExtractor);
 	}
 
-	// Moves _Count records, whose digits are equal or not in any combination: each position is read as it was before the
-	// first of them, a record goes beyond those before it with its digit, and the last of them leaves the next position.
-	template<u32 _Pass, u32 _Count, bool _FetchesNextLine, typename _Record, typename _Counter, typename _KeyExtractor>
+	template<u32 _Pass, bool _FetchesNextLine, typename _Record, typename _Counter, typename _KeyExtractor>
 	static VX_INLINE void _Move(const _Record *__restrict source,
 		_Record *__restrict destination,
-		_Counter *__restrict positions, // NOLINT(readability-non-const-parameter): its places are written below
+		_Counter *__restrict positions,
 		const _KeyExtractor &keyExtractor)
 	{
-		static_assert(std::is_trivially_copyable_v<_Record>, "records are moved as bytes");
-		// g++ moves a structure of two numbers number by number, unless told that it is one word.
-		typedef std::conditional_t<sizeof(_Record) == sizeof(u64), u64, _Record> Word;
-
-		Word words[_Count];
-		u32 digits[_Count];
-		for (u32 k = 0; k < _Count; ++k)
-		{
-			std::memcpy(&words[k], source + k, sizeof(_Record));
-			_Record record;
-			std::memcpy(&record, &words[k], sizeof(_Record));
-			digits[k] = _Digit<_Pass>(keyExtractor.ExtractKey(record));
-		}
-		u32 places[_Count];
-		for (u32 k = 0; k < _Count; ++k)
-		{
-			places[k] = positions[digits[k]];
-			for (u32 before = 0; before < k; ++before)
-				places[k] += digits[before] == digits[k];
-		}
-		for (u32 k = 0; k < _Count; ++k)
-			positions[digits[k]] = _Counter(places[k] + 1);
+		const _SMoving<_Pass, _Record> moving(source, keyExtractor);
+		const u32 place = positions[moving.m_Digit];
+		positions[moving.m_Digit] = _Counter(place + 1);
 		if constexpr (_FetchesNextLine)
+			__builtin_prefetch(destination + place + kRecordsPerLine<_Record>, 1);
+		moving.StoreTo(destination + place);
+	}
+
+	// The same for the last digit. Those of distances, sign, exponent and a bit, are few: a position is asked for again
+	// before its store has reached the cache. So the first half of the records goes to the digits' first places upwards and
+	// the second half to their last places downwards, neither waiting for the other, and two records take their places
+	// together. What lies behind a digit's places is kept in ends, 2^_LastBits counters in memory of the caller's.
+	template<typename _Record, typename _Counter, typename _KeyExtractor>
+	static void _ScatterFromBothEnds(const _Record *__restrict source,
+		_Record *__restrict destination,
+		u32 elementCount,
+		_Counter *__restrict positions,
+		_Counter *__restrict ends,
+		const _KeyExtractor &keyExtractor)
+	{
+		constexpr u32 kLastDigit = (1u << _LastBits) - 1;
+		std::memcpy(ends, positions + 1, kLastDigit * sizeof(_Counter));
+		ends[kLastDigit] = _Counter(elementCount);
+
+		const _Record *end = source + elementCount;
+		for (u32 steps = elementCount / kRecordsPerStep; steps != 0; --steps)
 		{
-			for (u32 k = 0; k < _Count; ++k)
-				__builtin_prefetch(destination + places[k] + kRecordsPerLine<_Record>, 1);
+			for (u32 k = 0; k < kRecordsPerStep / 2; k += 2)
+			{
+				_MoveTwoUp(source + k, destination, positions, keyExtractor);
+				_MoveTwoDown(end - k, destination, ends, keyExtractor);
+			}
+			source += kRecordsPerStep / 2;
+			end -= kRecordsPerStep / 2;
 		}
-		for (u32 k = 0; k < _Count; ++k)
-			std::memcpy(destination + places[k], &words[k], sizeof(_Record));
+		for (; source != end; ++source)
+			_Move<2, false>(source, destination, positions, keyExtractor);
+	}
+
+	// The two records from source on, whose digits are equal or not.
+	template<typename _Record, typename _Counter, typename _KeyExtractor>
+	static VX_INLINE void _MoveTwoUp(const _Record *__restrict source,
+		_Record *__restrict destination,
+		_Counter *__restrict positions,
+		const _KeyExtractor &keyExtractor)
+	{
+		const _SMoving<2, _Record> first(source, keyExtractor);
+		const _SMoving<2, _Record> second(source + 1, keyExtractor);
+		const u32 firstPlace = positions[first.m_Digit];
+		const u32 secondPlace = positions[second.m_Digit] + u32(first.m_Digit == second.m_Digit);
+		positions[first.m_Digit] = _Counter(firstPlace + 1);
+		positions[second.m_Digit] = _Counter(secondPlace + 1);
+		first.StoreTo(destination + firstPlace);
+		second.StoreTo(destination + secondPlace);
+	}
+
+	// The two records before source, the nearer one first. An end may have wrapped to 0.
+	template<typename _Record, typename _Counter, typename _KeyExtractor>
+	static VX_INLINE void _MoveTwoDown(const _Record *__restrict source,
+		_Record *__restrict destination,
+		_Counter *__restrict ends,
+		const _KeyExtractor &keyExtractor)
+	{
+		const _SMoving<2, _Record> first(source - 1, keyExtractor);
+		const _SMoving<2, _Record> second(source - 2, keyExtractor);
+		const _Counter firstPlace = _Counter(ends[first.m_Digit] - 1u);
+		const _Counter secondPlace = _Counter(ends[second.m_Digit] - 1u - u32(first.m_Digit == second.m_Digit));
+		ends[first.m_Digit] = firstPlace;
+		ends[second.m_Digit] = secondPlace;
+		first.StoreTo(destination + firstPlace);
+		second.StoreTo(destination + secondPlace);
 	}
 };
 
