@@ -205,6 +205,7 @@ TEST(RadixSort, LargeSizes_MatchStableSort)
 		{300000, 0xFFFFFFFFu},
         {70001,  0x000F00F0u},
 		{800003, 0xFFFFFFFFu}, // beyond the caches, where destinations are fetched ahead
+		{600011, 0x80FFFFFFu}, // the same, with few top digits
 	};
 	for (const auto &row : cases)
 	{

@@ -156,6 +156,10 @@ public:
 private:
 	static constexpr u32 kRecordsPerStep = 8; // so many in a row, and the processor looks further ahead
 
+	// Where records do not fit the caches, a page is written to at both ends of every digit, and a processor remembers few.
+	// Distances have far fewer digits; with more, records seldom wait for each other's positions anyway.
+	static constexpr u32 kMaxDigitsFromBothEnds = 256;
+
 	// A histogram lies in the same place, of 4 bytes a counter, whatever the width of its counters.
 	template<typename _Counter, bool _BeyondCaches, typename _Record, typename _KeyExtractor>
 	static void _SortWith(_Record *records, _Record *sorted, u32 elementCount, const _KeyExtractor &keyExtractor)
@@ -172,7 +176,10 @@ private:
 
 		_Scatter<0, _BeyondCaches>(records, sorted, elementCount, histogram0, keyExtractor);
 		_Scatter<1, _BeyondCaches>(sorted, records, elementCount, histogram1, keyExtractor);
-		_ScatterFromBothEnds(records, sorted, elementCount, histogram2, histogram0, keyExtractor);
+		if (_BeyondCaches && _UsedDigits(histogram2, elementCount) > kMaxDigitsFromBothEnds)
+			_Scatter<2, false>(records, sorted, elementCount, histogram2, keyExtractor);
+		else
+			_ScatterFromBothEnds(records, sorted, elementCount, histogram2, histogram0, keyExtractor);
 	}
 
 	template<bool _BeyondCaches, typename _Record, typename _Counter, typename _KeyExtractor>
@@ -260,6 +267,16 @@ private:
 		Word m_Word;
 		u32 m_Digit;
 	};
+
+	// Of the last digit's first positions.
+	template<typename _Counter>
+	static u32 _UsedDigits(const _Counter *positions, u32 elementCount)
+	{
+		u32 used = positions[(1u << _LastBits) - 1] != elementCount;
+		for (u32 digit = 1; digit < 1u << _LastBits; ++digit)
+			used += positions[digit] != positions[digit - 1];
+		return used;
+	}
 
 	// Moves the records to their digits' positions. Reading in order and advancing a position with every record keeps
 	// equal digits in order.
