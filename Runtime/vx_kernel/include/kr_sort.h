@@ -369,8 +369,8 @@ private:
 	{
 		const _SMoving<2, _Record> first(source - 1, keyExtractor);
 		const _SMoving<2, _Record> second(source - 2, keyExtractor);
-		const _Counter firstPlace = _Counter(ends[first.m_Digit] - 1u);
-		const _Counter secondPlace = _Counter(ends[second.m_Digit] - 1u - u32(first.m_Digit == second.m_Digit));
+		const _Counter firstPlace = _Counter(s64(ends[first.m_Digit]) - 1);
+		const _Counter secondPlace = _Counter(s64(ends[second.m_Digit]) - 1 - s64(first.m_Digit == second.m_Digit));
 		ends[first.m_Digit] = firstPlace;
 		ends[second.m_Digit] = secondPlace;
 		first.StoreTo(destination + firstPlace);
