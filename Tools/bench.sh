@@ -2,7 +2,7 @@
 # Installs the peers, builds Release, measures everything interleaved in one process, and writes Docs/performance.md
 # with its plots. Nothing else should run on the machine meanwhile.
 #
-#   ./Tools/bench.sh                       everything: some 25 minutes
+#   ./Tools/bench.sh                       everything: some 10 minutes
 #   ./Tools/bench.sh --filter '^sort/'     some cases, into build/bench/partial/performance.md
 #   ./Tools/bench.sh --quick               whether it works: a minute, into build/bench/quick/performance.md
 set -euo pipefail
