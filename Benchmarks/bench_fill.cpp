@@ -16,7 +16,7 @@ namespace
 	constexpr u32 kCounts[] = {1000, 10000, 100000, 1000000, 4000000};
 	constexpr u32 kVerticesPerParticle = 4;
 	constexpr u32 kMostLanes = 16;
-	constexpr u32 kFewestInTurns = 100000; // fewer take no longer than a look at the clock
+	constexpr u32 kFewestInTurns = 100000; // fewer are soon over, and a look at the clock counts
 
 	// The traffic of the fill and as little else as can be: of 12 bytes read and 8 written per particle, every byte read
 	// has a part in a byte written, so that no load can be left out. Ordinary stores, as in the fill.
