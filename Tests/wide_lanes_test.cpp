@@ -36,31 +36,68 @@ private:
 };
 
 template<typename _Counter>
-void ExpectExclusivePrefixSums(std::mt19937 &random)
+constexpr bool kNarrow = sizeof(_Counter) < sizeof(u32);
+template<typename _Counter>
+constexpr u64 kMostCounted = u64(1) << 8 * sizeof(_Counter);
+
+// How many records a range of digits has: of narrow counters, as many as they count at most or fewer, one by one; of
+// others any numbers, whose sums wrap around.
+template<typename _Counter>
+std::vector<u32> DigitCounts(u32 digitCount, std::mt19937 &random)
+{
+	std::vector<u32> counts(digitCount);
+	const u32 first = u32(random()) % digitCount;
+	const u32 usedCount = 1 + u32(random()) % (digitCount - first);
+	if constexpr (kNarrow<_Counter>)
+	{
+		const u32 most = u32(kMostCounted<_Counter>);
+		for (u32 left = random() % 2 != 0 ? most : u32(random()) % most; left != 0; --left)
+			++counts[first + u32(random()) % usedCount];
+	}
+	else
+	{
+		std::generate_n(counts.begin() + first, usedCount, [&] { return u32(random()) >> (random() % 32); });
+	}
+	return counts;
+}
+
+template<typename _Counter, typename _SumCounters>
+void ExpectExclusivePrefixSums(std::mt19937 &random, bool withOthers, const _SumCounters &sumCounters)
 {
 	constexpr u32 kStep = SortLanes::kStepInBytes / sizeof(_Counter);
 	for (u32 count = kStep; count <= 2048; count += kStep)
 	{
-		std::vector<_Counter> counters(count + 2);
-		for (_Counter &counter : counters)
-			counter = _Counter(u32(random()) >> (random() % 32)); // sums wrap around
+		const std::vector<u32> digitCounts = DigitCounts<_Counter>(count, random);
+		std::vector<_Counter> counters(count + 2, _Counter(0xCD)); // at any address, and no counter beside them
+		std::vector<_Counter> others(count + 1);
 		std::vector<_Counter> expected = counters;
-		u32 sum = 0;
-		for (u32 i = 1; i <= count; ++i)
+		u64 sum = 0;
+		u32 specifiedCount = count; // what follows a narrow sum that is 0 again is left open
+		for (u32 i = 0; i < count; ++i)
 		{
-			expected[i] = _Counter(sum);
-			sum += counters[i];
+			const u32 other = withOthers ? u32(random() % (u64(digitCounts[i]) + 1)) : 0;
+			others[i + 1] = _Counter(other);
+			counters[i + 1] = _Counter(digitCounts[i] - other);
+			expected[i + 1] = _Counter(sum);
+			if (kNarrow<_Counter> && sum == kMostCounted<_Counter>)
+				specifiedCount = std::min(specifiedCount, i + 1);
+			sum += digitCounts[i];
 		}
-		SortLanes::SumCounters(counters.data() + 1, count); // at any address, and no counter beside them
+
+		sumCounters(counters.data() + 1, withOthers ? others.data() + 1 : nullptr, count);
+
+		for (u32 i = specifiedCount; i < count; ++i)
+			expected[i + 1] = counters[i + 1];
 		ASSERT_EQ(counters, expected) << count << " counters of " << sizeof(_Counter) << " bytes";
 	}
 }
 
 TEST_P(WideLanesTest, SumCountersGivesExclusivePrefixSums)
 {
-	ExpectExclusivePrefixSums<u8>(m_Random);
-	ExpectExclusivePrefixSums<u16>(m_Random);
-	ExpectExclusivePrefixSums<u32>(m_Random);
+	const auto sum = [](auto *counters, const auto *, u32 count) { SortLanes::SumCounters(counters, count); };
+	ExpectExclusivePrefixSums<u8>(m_Random, false, sum);
+	ExpectExclusivePrefixSums<u16>(m_Random, false, sum);
+	ExpectExclusivePrefixSums<u32>(m_Random, false, sum);
 }
 
 TEST_P(WideLanesTest, CountLowerKeysRanksEveryCountAndTies)
@@ -157,7 +194,9 @@ TEST(Cpu, AHostThatWantsFewerLanesIsObeyed)
 	const u32 laneCountBefore = Cpu::LaneCount();
 	Cpu::SetMaxLaneCount(16);
 	const u32 mostLanes = Cpu::LaneCount();
-	EXPECT_EQ(mostLanes, __builtin_cpu_supports("avx512f") ? 16u : __builtin_cpu_supports("avx2") ? 8u : 4u);
+	const bool avx512 = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+	                    __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl");
+	EXPECT_EQ(mostLanes, avx512 ? 16u : __builtin_cpu_supports("avx2") ? 8u : 4u);
 	EXPECT_EQ(kLaneCountAtStart, mostLanes) << "a host that says nothing gets all";
 	for (const u32 laneCount : {4u, 8u, 16u})
 	{

@@ -19,7 +19,7 @@
 /// before. Not defined where no processor has them.
 #if defined(__SSE2__)
 	#define VX_TARGET_AVX2 __attribute__((target("avx2")))
-	#define VX_TARGET_AVX512 __attribute__((target("avx512f")))
+	#define VX_TARGET_AVX512 __attribute__((target("avx512f,avx512bw,avx512dq,avx512vl")))
 #endif
 
 /// The full signature of the enclosing function.

@@ -22,7 +22,8 @@ namespace SortLanes
 	constexpr u32 kMaxRankedCount = 112; ///< Records that are ranked at most.
 
 	///@{
-	/// Replaces whole steps of counters by their exclusive prefix sums, which wrap around as counters do.
+	/// Replaces whole steps of counters by their exclusive prefix sums. Those of 8 and 16 bits count 2^8 and 2^16 at most: a
+	/// sum of so many is 0, and the sums after it are unspecified.
 	VX_API void SumCounters(u8 *counters, u32 count);
 	VX_API void SumCounters(u16 *counters, u32 count);
 	VX_API void SumCounters(u32 *counters, u32 count);

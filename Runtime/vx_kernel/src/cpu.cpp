@@ -14,7 +14,9 @@ namespace Cpu
 	static u32 LaneCountOfProcessor()
 	{
 #if defined(__x86_64__) || defined(__i386__)
-		return __builtin_cpu_supports("avx512f") ? 16 : __builtin_cpu_supports("avx2") ? 8 : 4;
+		const bool avx512 = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+		                    __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl");
+		return avx512 ? 16 : __builtin_cpu_supports("avx2") ? 8 : 4;
 #else
 		return 4;
 #endif

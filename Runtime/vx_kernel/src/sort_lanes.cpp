@@ -113,9 +113,94 @@ namespace SortLanes
 	}
 #endif
 
+#if defined(VX_TARGET_AVX512)
+	// Prefix sums, 256 bits, by what came with AVX-512, in ten instructions for fourteen: a multiplication sums up what is
+	// before a counter in its 64 bits, and shuffles reach across halves. The 64 bits carry: a narrow sum that wraps to 0
+	// adds one to the sum after it.
+	VX_TARGET_AVX512 static VX_INLINE __m256i Opaque(__m256i constant)
+	{
+		__asm__("" : "+v"(constant)); // compilers that know it take the instruction that uses it apart into several
+		return constant;
+	}
+
+	template<typename _Counter>
+	VX_TARGET_AVX512 static VX_INLINE __m256i Subtract(__m256i a, __m256i b)
+	{
+		if constexpr (sizeof(_Counter) == 1)
+			return _mm256_sub_epi8(a, b);
+		else if constexpr (sizeof(_Counter) == 2)
+			return _mm256_sub_epi16(a, b);
+		else
+			return _mm256_sub_epi32(a, b);
+	}
+
+	template<typename _Counter>
+	VX_TARGET_AVX512 static VX_INLINE __m256i SumsWithin64Bits(__m256i counts)
+	{
+		constexpr s64 kOnesFromSecondOn = sizeof(_Counter) == 1   ? 0x0101010101010100
+		                                  : sizeof(_Counter) == 2 ? 0x0001000100010000
+		                                                          : 0x0000000100000000;
+		return _mm256_mullo_epi64(counts, Opaque(_mm256_set1_epi64x(kOnesFromSecondOn)));
+	}
+
+	// The last counter of the lower 64 bits of each half, in all of the upper ones; the rest is 0.
+	template<typename _Counter>
+	VX_TARGET_AVX512 static VX_INLINE __m256i LastOfLower64BitsToUpper(__m256i runs)
+	{
+		constexpr s64 kZero = s64(0x8080808080808080u);
+		constexpr s64 kLast = sizeof(_Counter) == 1   ? 0x0707070707070707
+		                      : sizeof(_Counter) == 2 ? 0x0706070607060706
+		                                              : 0x0706050407060504;
+		return _mm256_shuffle_epi8(runs, _mm256_set_epi64x(kLast, kZero, kLast, kZero));
+	}
+
+	// The same of the lower half.
+	template<typename _Counter>
+	VX_TARGET_AVX512 static VX_INLINE __m256i LastOfLowerHalfToUpper(__m256i runs)
+	{
+		if constexpr (sizeof(_Counter) == 1)
+			return _mm256_maskz_permutex_epi64(0xC, SpreadLastOfHalves<_Counter>(runs), _MM_SHUFFLE(1, 0, 1, 0));
+		else if constexpr (sizeof(_Counter) == 2)
+			return _mm256_maskz_permutexvar_epi16(0xFF00, Opaque(_mm256_set1_epi16(7)), runs);
+		else
+			return _mm256_maskz_permutexvar_epi32(0xF0, Opaque(_mm256_set1_epi32(3)), runs);
+	}
+
+	template<typename _Counter>
+	VX_TARGET_AVX512 static VX_INLINE __m256i SpreadLast(__m256i runs)
+	{
+		if constexpr (sizeof(_Counter) == 1)
+			return _mm256_permute4x64_epi64(SpreadLastOfHalves<_Counter>(runs), _MM_SHUFFLE(3, 3, 3, 3));
+		else if constexpr (sizeof(_Counter) == 2)
+			return _mm256_permutexvar_epi16(_mm256_set1_epi16(15), runs);
+		else
+			return _mm256_permutexvar_epi32(_mm256_set1_epi32(7), runs);
+	}
+
+	template<typename _Counter>
+	VX_TARGET_AVX512 static void SumCounters_Avx512(_Counter *counters, u32 count)
+	{
+		__m256i sum = _mm256_setzero_si256();
+		for (u32 i = 0; i < count; i += sizeof(__m256i) / sizeof(_Counter))
+		{
+			__m256i *const lanes = reinterpret_cast<__m256i *>(counters + i);
+			const __m256i counts = _mm256_loadu_si256(lanes);
+			__m256i runs = Add<_Counter>(counts, SumsWithin64Bits<_Counter>(counts));
+			runs = Add<_Counter>(runs, LastOfLower64BitsToUpper<_Counter>(runs));
+			runs = Add<_Counter>(runs, LastOfLowerHalfToUpper<_Counter>(runs));
+			_mm256_storeu_si256(lanes, Add<_Counter>(runs, Subtract<_Counter>(sum, counts)));
+			sum = Add<_Counter>(sum, SpreadLast<_Counter>(runs));
+		}
+	}
+#endif
+
 	template<typename _Counter>
 	static VX_INLINE void SumCountersInLanes(_Counter *counters, u32 count)
 	{
+#if defined(VX_TARGET_AVX512)
+		if (Cpu::LaneCount() >= 16)
+			return SumCounters_Avx512(counters, count);
+#endif
 #if defined(VX_TARGET_AVX2)
 		if (Cpu::LaneCount() >= 8)
 			return SumCounters_Avx2(counters, count);
