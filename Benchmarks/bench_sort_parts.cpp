@@ -16,7 +16,7 @@ namespace
 {
 	constexpr u32 kCounts[] = {110, 256, 1000, 10000, 100000, 1000000, 4000000};
 	constexpr u32 kBatchRecords = 1u << 15;
-	constexpr u32 kMostCountedToSum = 1000; // what counters hold makes no difference to summing them
+	constexpr u32 kMostCountedToSum = 1000; // more make hardly a difference to summing
 	constexpr u32 kPasses = 3;
 	constexpr u32 kShifts[kPasses] = {0, 11, 22};
 	constexpr u32 kDigits[kPasses] = {2048, 2048, 1024};
@@ -43,7 +43,7 @@ namespace
 			function(i);
 	}
 
-	// The histograms of three digits. With 16 bits a counter, records take turns at two of the top digit.
+	// The histograms of three digits. With narrow counters, records take turns at two of the top digit.
 	template<typename _Counter>
 	class CHistograms
 	{
@@ -68,18 +68,16 @@ namespace
 		{
 			_Counter *const counters = m_Counters.Data();
 			_Counter *const topCounters = counters + 2 * kHistogramStride;
-			for (u32 i = 0; kTakesTurns && i < kDigits[2]; ++i)
-				topCounters[i] = _Counter(topCounters[i] + counters[kCounters + i]);
 			CSort::SumCounters<11>(counters);
 			CSort::SumCounters<11>(counters + kHistogramStride);
-			CSort::SumCounters<10>(topCounters);
+			SortLanes::SumSparseCounters(topCounters, kTakesTurns ? counters + kCounters : nullptr, kDigits[2]);
 		}
 
 		_Counter *OfPass(u32 pass) { return m_Counters.Data() + pass * kHistogramStride; }
 
 	private:
 		typedef TRadixSort<Sort_InBuffer> CSort;
-		static constexpr bool kTakesTurns = sizeof(_Counter) == 2;
+		static constexpr bool kTakesTurns = sizeof(_Counter) < 4;
 
 		static void CountOne(_Counter &counter) { counter = _Counter(counter + 1); }
 

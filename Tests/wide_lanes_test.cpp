@@ -100,6 +100,18 @@ TEST_P(WideLanesTest, SumCountersGivesExclusivePrefixSums)
 	ExpectExclusivePrefixSums<u32>(m_Random, false, sum);
 }
 
+TEST_P(WideLanesTest, SumSparseCountersGivesExclusivePrefixSumsAsWell)
+{
+	const auto sum = [](auto *counters, const auto *others, u32 count)
+	{ SortLanes::SumSparseCounters(counters, others, count); };
+	for (const bool withOthers : {false, true})
+	{
+		ExpectExclusivePrefixSums<u8>(m_Random, withOthers, sum);
+		ExpectExclusivePrefixSums<u16>(m_Random, withOthers, sum);
+		ExpectExclusivePrefixSums<u32>(m_Random, withOthers, sum);
+	}
+}
+
 TEST_P(WideLanesTest, CountLowerKeysRanksEveryCountAndTies)
 {
 	constexpr u32 kUntouched = 0xCDCDCDCDu;

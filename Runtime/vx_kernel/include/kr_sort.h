@@ -29,6 +29,13 @@ namespace SortLanes
 	VX_API void SumCounters(u32 *counters, u32 count);
 	///@}
 
+	///@{
+	/// The same of counters among which are long runs of zeros, after adding to each its other one, unless others is null.
+	VX_API void SumSparseCounters(u8 *counters, const u8 *others, u32 count);
+	VX_API void SumSparseCounters(u16 *counters, const u16 *others, u32 count);
+	VX_API void SumSparseCounters(u32 *counters, const u32 *others, u32 count);
+	///@}
+
 	/// Counts for every record how many of them have a lower key.
 	/// records  up to kMaxRankedCount, at any address: a 32-bit key, compared as unsigned, and 32 bits that do not count
 	/// ranks    the counts, 16-byte aligned, with room for whole steps: what fills up the last one is written as well
@@ -170,10 +177,23 @@ private:
 		_Counter *const histogram0 = rawHistograms;
 		_Counter *const histogram1 = rawHistograms + _HistogramStride * kCountersPerPlace;
 		_Counter *const histogram2 = rawHistograms + 2 * _HistogramStride * kCountersPerPlace;
-		_CountDigits<_BeyondCaches>(records, sorted, elementCount, histogram0, histogram1, histogram2, keyExtractor);
+
+		// Neighbours in order of emission are about as far away and count in the same few top digits. A processor passes 32
+		// bits just stored straight on to the next load, but not fewer: there every other record counts in a histogram of
+		// its own, in what is free of the place.
+		constexpr bool kTakesTurns = sizeof(_Counter) < 4;
+		_Counter *const oddHistogram2 = kTakesTurns ? histogram2 + (1u << _LastBits) : nullptr;
+
+		std::memset(histogram0, 0, sizeof(_Counter) << _BaseBits);
+		std::memset(histogram1, 0, sizeof(_Counter) << _BaseBits);
+		std::memset(histogram2, 0, (kTakesTurns ? 2 : 1) * sizeof(_Counter) << _LastBits);
+		_CountDigits<_BeyondCaches>(records, sorted, elementCount, histogram0, histogram1, histogram2,
+			kTakesTurns ? oddHistogram2 : histogram2, keyExtractor);
+
+		// The top digits of distances, sign, exponent and a bit, are few and close together.
 		SumCounters<_BaseBits>(histogram0);
 		SumCounters<_BaseBits>(histogram1);
-		SumCounters<_LastBits>(histogram2);
+		SortLanes::SumSparseCounters(histogram2, oddHistogram2, 1u << _LastBits);
 
 		_Scatter<0, _BeyondCaches>(records, sorted, elementCount, histogram0, keyExtractor);
 		_Scatter<1, _BeyondCaches>(sorted, records, elementCount, histogram1, keyExtractor);
@@ -190,26 +210,15 @@ private:
 		_Counter *histogram0,
 		_Counter *histogram1,
 		_Counter *histogram2,
+		_Counter *oddHistogram2,
 		const _KeyExtractor &keyExtractor)
 	{
-		std::memset(histogram0, 0, sizeof(_Counter) << _BaseBits);
-		std::memset(histogram1, 0, sizeof(_Counter) << _BaseBits);
-		std::memset(histogram2, 0, sizeof(_Counter) << _LastBits);
-
-		// Neighbours in order of emission are about as far away and count in the same few top digits. A processor passes 32
-		// bits just stored straight on to the next load, but not 16: there every other record counts in a histogram of its
-		// own, in the half of the place that is free. With 8 bits the records are too few to repay one more.
-		constexpr bool kTakesTurns = sizeof(_Counter) == 2;
-		_Counter *const oddHistogram2 = histogram2 + (kTakesTurns ? 1u << _LastBits : 0);
-		if constexpr (kTakesTurns)
-			std::memset(oddHistogram2, 0, sizeof(_Counter) << _LastBits);
-
 		const auto countOne = [&](const _Record &record, _Counter *topHistogram)
 		{
 			const u32 key = keyExtractor.ExtractKey(record);
-			_Add(histogram0[_Digit<0>(key)], 1);
-			_Add(histogram1[_Digit<1>(key)], 1);
-			_Add(topHistogram[_Digit<2>(key)], 1);
+			_Increment(histogram0[_Digit<0>(key)]);
+			_Increment(histogram1[_Digit<1>(key)]);
+			_Increment(topHistogram[_Digit<2>(key)]);
 		};
 		const u32 inWholeSteps = elementCount - elementCount % kRecordsPerStep;
 		for (u32 i = 0; i < inWholeSteps; i += kRecordsPerStep)
@@ -223,18 +232,12 @@ private:
 		}
 		for (u32 i = inWholeSteps; i < elementCount; ++i)
 			countOne(records[i], histogram2);
-
-		if constexpr (kTakesTurns)
-		{
-			for (u32 i = 0; i < 1u << _LastBits; ++i)
-				_Add(histogram2[i], oddHistogram2[i]);
-		}
 	}
 
 	template<typename _Counter>
-	static VX_INLINE void _Add(_Counter &counter, u32 count)
+	static VX_INLINE void _Increment(_Counter &counter)
 	{
-		counter = _Counter(counter + count);
+		counter = _Counter(counter + 1);
 	}
 
 	template<u32 _Pass>
@@ -313,10 +316,10 @@ private:
 		moving.StoreTo(destination + place);
 	}
 
-	// The same for the last digit. Those of distances, sign, exponent and a bit, are few: a position is asked for again
-	// before its store has reached the cache. So the first half of the records goes to the digits' first places upwards and
-	// the second half to their last places downwards, neither waiting for the other, and two records take their places
-	// together. What lies behind a digit's places is kept in ends, 2^_LastBits counters in memory of the caller's.
+	// The same for the last digit. Where few are in use, a position is asked for again before its store has reached the
+	// cache. So the first half of the records goes to the digits' first places upwards and the second half to their last
+	// places downwards, neither waiting for the other, and two records take their places together. What lies behind a
+	// digit's places is kept in ends, 2^_LastBits counters in memory of the caller's.
 	template<typename _Record, typename _Counter, typename _KeyExtractor>
 	static void _ScatterFromBothEnds(const _Record *__restrict source,
 		_Record *__restrict destination,

@@ -14,7 +14,8 @@ namespace Vexmoor
 {
 namespace SortLanes
 {
-	// Prefix sums, 128 bits, of counters of 8, 16 or 32 bits.
+	// Prefix sums, 128 bits, of counters of 8, 16 or 32 bits. Sparse counters have long runs of zeros, whose sums are the one
+	// before: a branch that few mispredict. Others' counts are added on the way.
 	template<typename _Counter>
 	static VX_INLINE __m128i Add(__m128i a, __m128i b)
 	{
@@ -24,6 +25,20 @@ namespace SortLanes
 			return _mm_add_epi16(a, b);
 		else
 			return _mm_add_epi32(a, b);
+	}
+
+	template<typename _Counter>
+	static VX_INLINE __m128i LoadCounts_Sse2(const _Counter *counters, const _Counter *others)
+	{
+		const __m128i counts = _mm_loadu_si128(reinterpret_cast<const __m128i *>(counters));
+		if (others == nullptr)
+			return counts;
+		return Add<_Counter>(counts, _mm_loadu_si128(reinterpret_cast<const __m128i *>(others)));
+	}
+
+	static VX_INLINE bool AreZero(__m128i lanes)
+	{
+		return _mm_movemask_epi8(_mm_cmpeq_epi8(lanes, _mm_setzero_si128())) == 0xFFFF;
 	}
 
 	template<typename _Counter>
@@ -45,14 +60,19 @@ namespace SortLanes
 	//           a    ab   bc   cd
 	//   runs    a    ab   abc  abcd
 	//   sums    0    a    ab   abc
-	template<typename _Counter>
-	static void SumCounters_Sse2(_Counter *counters, u32 count)
+	template<bool _Sparse, typename _Counter>
+	static void SumCounters_Sse2(_Counter *counters, const _Counter *others, u32 count)
 	{
 		__m128i sum = _mm_setzero_si128();
 		for (u32 i = 0; i < count; i += sizeof(__m128i) / sizeof(_Counter))
 		{
 			__m128i *const lanes = reinterpret_cast<__m128i *>(counters + i);
-			__m128i runs = _mm_loadu_si128(lanes);
+			__m128i runs = LoadCounts_Sse2(counters + i, others != nullptr ? others + i : nullptr);
+			if (_Sparse && AreZero(runs))
+			{
+				_mm_storeu_si128(lanes, sum);
+				continue;
+			}
 			if constexpr (sizeof(_Counter) == 1)
 				runs = Add<_Counter>(runs, _mm_slli_si128(runs, 1));
 			if constexpr (sizeof(_Counter) <= 2)
@@ -79,6 +99,15 @@ namespace SortLanes
 	}
 
 	template<typename _Counter>
+	VX_TARGET_AVX2 static VX_INLINE __m256i LoadCounts_Avx2(const _Counter *counters, const _Counter *others)
+	{
+		const __m256i counts = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(counters));
+		if (others == nullptr)
+			return counts;
+		return Add<_Counter>(counts, _mm256_loadu_si256(reinterpret_cast<const __m256i *>(others)));
+	}
+
+	template<typename _Counter>
 	VX_TARGET_AVX2 static VX_INLINE __m256i SpreadLastOfHalves(__m256i lanes)
 	{
 		if constexpr (sizeof(_Counter) == 1)
@@ -89,14 +118,19 @@ namespace SortLanes
 			return _mm256_shuffle_epi32(lanes, _MM_SHUFFLE(3, 3, 3, 3));
 	}
 
-	template<typename _Counter>
-	VX_TARGET_AVX2 static void SumCounters_Avx2(_Counter *counters, u32 count)
+	template<bool _Sparse, typename _Counter>
+	VX_TARGET_AVX2 static void SumCounters_Avx2(_Counter *counters, const _Counter *others, u32 count)
 	{
 		__m256i sum = _mm256_setzero_si256();
 		for (u32 i = 0; i < count; i += sizeof(__m256i) / sizeof(_Counter))
 		{
 			__m256i *const lanes = reinterpret_cast<__m256i *>(counters + i);
-			__m256i runs = _mm256_loadu_si256(lanes);
+			__m256i runs = LoadCounts_Avx2(counters + i, others != nullptr ? others + i : nullptr);
+			if (_Sparse && _mm256_testz_si256(runs, runs))
+			{
+				_mm256_storeu_si256(lanes, sum);
+				continue;
+			}
 			if constexpr (sizeof(_Counter) == 1)
 				runs = Add<_Counter>(runs, _mm256_slli_si256(runs, 1));
 			if constexpr (sizeof(_Counter) <= 2)
@@ -177,14 +211,19 @@ namespace SortLanes
 			return _mm256_permutexvar_epi32(_mm256_set1_epi32(7), runs);
 	}
 
-	template<typename _Counter>
-	VX_TARGET_AVX512 static void SumCounters_Avx512(_Counter *counters, u32 count)
+	template<bool _Sparse, typename _Counter>
+	VX_TARGET_AVX512 static void SumCounters_Avx512(_Counter *counters, const _Counter *others, u32 count)
 	{
 		__m256i sum = _mm256_setzero_si256();
 		for (u32 i = 0; i < count; i += sizeof(__m256i) / sizeof(_Counter))
 		{
 			__m256i *const lanes = reinterpret_cast<__m256i *>(counters + i);
-			const __m256i counts = _mm256_loadu_si256(lanes);
+			const __m256i counts = LoadCounts_Avx2(counters + i, others != nullptr ? others + i : nullptr);
+			if (_Sparse && _mm256_testz_si256(counts, counts))
+			{
+				_mm256_storeu_si256(lanes, sum);
+				continue;
+			}
 			__m256i runs = Add<_Counter>(counts, SumsWithin64Bits<_Counter>(counts));
 			runs = Add<_Counter>(runs, LastOfLower64BitsToUpper<_Counter>(runs));
 			runs = Add<_Counter>(runs, LastOfLowerHalfToUpper<_Counter>(runs));
@@ -194,33 +233,48 @@ namespace SortLanes
 	}
 #endif
 
-	template<typename _Counter>
-	static VX_INLINE void SumCountersInLanes(_Counter *counters, u32 count)
+	template<bool _Sparse, typename _Counter>
+	static VX_INLINE void SumCountersInLanes(_Counter *counters, const _Counter *others, u32 count)
 	{
 #if defined(VX_TARGET_AVX512)
 		if (Cpu::LaneCount() >= 16)
-			return SumCounters_Avx512(counters, count);
+			return SumCounters_Avx512<_Sparse>(counters, others, count);
 #endif
 #if defined(VX_TARGET_AVX2)
 		if (Cpu::LaneCount() >= 8)
-			return SumCounters_Avx2(counters, count);
+			return SumCounters_Avx2<_Sparse>(counters, others, count);
 #endif
-		SumCounters_Sse2(counters, count);
+		SumCounters_Sse2<_Sparse>(counters, others, count);
 	}
 
 	void SumCounters(u8 *counters, u32 count)
 	{
-		SumCountersInLanes(counters, count);
+		SumCountersInLanes<false, u8>(counters, nullptr, count);
 	}
 
 	void SumCounters(u16 *counters, u32 count)
 	{
-		SumCountersInLanes(counters, count);
+		SumCountersInLanes<false, u16>(counters, nullptr, count);
 	}
 
 	void SumCounters(u32 *counters, u32 count)
 	{
-		SumCountersInLanes(counters, count);
+		SumCountersInLanes<false, u32>(counters, nullptr, count);
+	}
+
+	void SumSparseCounters(u8 *counters, const u8 *others, u32 count)
+	{
+		SumCountersInLanes<true>(counters, others, count);
+	}
+
+	void SumSparseCounters(u16 *counters, const u16 *others, u32 count)
+	{
+		SumCountersInLanes<true>(counters, others, count);
+	}
+
+	void SumSparseCounters(u32 *counters, const u32 *others, u32 count)
+	{
+		SumCountersInLanes<true>(counters, others, count);
 	}
 
 	// Ranks: the keys of a block, one to four registers, against all. A comparison's mask is minus one. Lanes compare as
