@@ -33,10 +33,11 @@ inline double Median(std::vector<double> values)
 	return *middle;
 }
 
-/// Times plain and other in turns, each first as often as the other, and sets two counters: "ratio", the median over the
-/// pairs of other's time over plain's, and "plain_ns", the median of plain's time.
+/// Lets plain and other, which give the seconds that their turn has taken, take turns, each first as often as the other, and
+/// sets two counters: "ratio", the median over the pairs of other's time over plain's, and "plain_ns", the median of
+/// plain's time.
 template<typename _Plain, typename _Other>
-void RunPairs(benchmark::State &state, const _Plain &plain, const _Other &other)
+void RunTimedPairs(benchmark::State &state, const _Plain &plain, const _Other &other)
 {
 	std::vector<double> ratios;
 	std::vector<double> plainSeconds;
@@ -45,13 +46,21 @@ void RunPairs(benchmark::State &state, const _Plain &plain, const _Other &other)
 		for (u32 pair = 0; pair < kPairsPerIteration; ++pair)
 		{
 			const bool plainFirst = pair % 2 == 0;
-			const double first = plainFirst ? Seconds(plain) : Seconds(other);
-			const double second = plainFirst ? Seconds(other) : Seconds(plain);
+			const double first = plainFirst ? plain() : other();
+			const double second = plainFirst ? other() : plain();
 			plainSeconds.push_back(plainFirst ? first : second);
 			ratios.push_back(plainFirst ? second / first : first / second);
 		}
 	}
 	state.counters["ratio"] = Median(ratios);
 	state.counters["plain_ns"] = Median(plainSeconds) * 1e9;
+}
+
+/// The same of whole calls.
+template<typename _Plain, typename _Other>
+void RunPairs(benchmark::State &state, const _Plain &plain, const _Other &other)
+{
+	RunTimedPairs(
+		state, [&] { return Seconds(plain); }, [&] { return Seconds(other); });
 }
 } // namespace VexmoorBench

@@ -127,6 +127,16 @@ class Results:
 		return max((statistics.median(case.counters["ratio"]) for case in cases if case), default=None)
 
 
+	def whole_ahead(self, shape, pages, peer, size):
+		"""How many times as long as the library a peer takes for whole sorts, where there are pairs timed in turns, or None."""
+		own = f"vexmoor_pages_of_{pages}"
+		pairs = self.get("whole_pairs", f"{shape}_{own}", peer, size)
+		if pairs:
+			return statistics.median(pairs.counters["ratio"])
+		what = f"billboards_u32_{shape}"
+		return self.ratio(self.get("whole", what, peer, size), self.get("whole", what, own, size))
+
+
 def size_name(size):
 	if size >= 1000000 and size % 1000000 == 0:
 		return f"{size // 1000000}M"
@@ -215,7 +225,8 @@ def goal_tables(results, lines):
 	lines.append("## Goals\n")
 	lines.append(
 		"Ratios of medians of this run: the number measured, the goal, and whether it is reached. Where several inputs "
-		"are measured, each has its row.\n"
+		"are measured, each has its row. Whole sorts of 1k and 10k, the fill, two cores and the profiler's handler are medians "
+		"of ratios: there both sides took turns within one case, for machines drift by as much as some of them differ.\n"
 	)
 	head = ["", "input"] + [size_name(size) for size in GOAL_SIZES]
 	rows = []
@@ -261,13 +272,7 @@ def goal_tables(results, lines):
 		for shape in SHAPES:
 			for pages in ("1k", "64k"):
 				what = f"billboards_u32_{shape}"
-				values = [
-					results.ratio(
-						results.get("whole", what, who, size),
-						results.get("whole", what, f"vexmoor_pages_of_{pages}", size),
-					)
-					for size in GOAL_SIZES
-				]
+				values = [results.whole_ahead(shape, pages, who, size) for size in GOAL_SIZES]
 				where = f"{shape}, pages of {pages}"
 				row(f"whole sort: ahead of {title} by", where, ahead, values, goals)
 				limit_row(f"whole sort: ahead of {title} by", where, "whole", ("whole", what, who), shape, values, goals)
@@ -549,7 +554,8 @@ def whole_section(results, page):
 		"From positions to the index buffer. Nanoseconds per particle as above, ratios to this library; bold where the peer "
 		"is faster. user is what is written without a library: distances beside numbers, std::sort, a loop. Names of sorts "
 		"stand for the same two loops around that sort. 16-bit indices reach 15,360 quads: more are drawn in several calls, "
-		"each sorted by itself. counting_16bit gives an approximate order.\n"
+		"each sorted by itself. counting_16bit gives an approximate order. The goals of 1k and 10k are judged by cases of "
+		"their own, in turns with the peer.\n"
 	)
 	for what in results.values(1, stage="whole"):
 		whos = results.values(2, stage="whole", what=what)

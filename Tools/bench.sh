@@ -11,7 +11,7 @@ cd "$(dirname "$0")/.."
 build=build/bench
 page=Docs/performance.md
 report=()
-arguments=(--benchmark_repetitions=7 --benchmark_min_time=0.03)
+arguments=(--benchmark_repetitions=11 --benchmark_min_time=0.02)
 case "${1:-}" in
 "") ;;
 --filter)
