@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -28,13 +29,17 @@ public:
 	explicit CBuffer(size_t count, size_t offsetInBytes = 0)
 		: m_Count(count)
 	{
-		// One line more than asked for, for the offset and for 16-byte loads at the last 12-byte position.
+		// A line more than asked for, for the offset and for 16-byte loads at the last 12-byte position, and one to align in:
+		// blocks of aligned_alloc are hardly used again, and what repetitions free would add up to gigabytes.
 		const size_t sizeInBytes = (count * sizeof(_Type) / kCacheLineInBytes + 2) * kCacheLineInBytes;
-		m_Block = std::aligned_alloc(kCacheLineInBytes, sizeInBytes);
+		size_t blockSizeInBytes = sizeInBytes + kCacheLineInBytes;
+		m_Block = std::malloc(blockSizeInBytes);
 		if (m_Block == nullptr)
 			throw std::bad_alloc();
-		std::memset(m_Block, 0, sizeInBytes);
-		m_Data = reinterpret_cast<_Type *>(static_cast<u8 *>(m_Block) + offsetInBytes);
+		std::memset(m_Block, 0, blockSizeInBytes);
+		void *firstLine = m_Block;
+		std::align(kCacheLineInBytes, sizeInBytes, firstLine, blockSizeInBytes);
+		m_Data = reinterpret_cast<_Type *>(static_cast<u8 *>(firstLine) + offsetInBytes);
 	}
 	CBuffer(CBuffer &&other) noexcept { *this = static_cast<CBuffer &&>(other); }
 	CBuffer &operator=(CBuffer &&other) noexcept
