@@ -607,7 +607,7 @@ def diagnostics_section(results, page):
 	page.lines.append("## Diagnostics\n")
 	page.lines.append(
 		"Time with over time without: the median over pairs that ran in turns, and the least and the most of the "
-		"repetitions. The handler notes time and scope in a ring.\n"
+		"repetitions. The handler notes the time-stamp counter and the scope in a ring.\n"
 	)
 	rows = []
 	for what in whats:
