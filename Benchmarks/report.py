@@ -396,7 +396,12 @@ def plot(path, title, series, y_label, reference):
 	axes.set_ylim(max(0.1, min(ratios) / 1.3), min(50, max(ratios) * 1.3))  # beyond it the table has the number
 	axes.xaxis.set_major_locator(matplotlib.ticker.FixedLocator(sizes))
 	axes.xaxis.set_minor_locator(matplotlib.ticker.NullLocator())
-	axes.xaxis.set_major_formatter(matplotlib.ticker.FuncFormatter(lambda value, _: size_name(round(value))))
+	# Neighbours such as 109 and 110 share a label.
+	labels = {size: size_name(size) for size in sizes}
+	for few, many in zip(sizes, sizes[1:]):
+		if many < few * 1.1:
+			labels[few], labels[many] = "", f"{size_name(few)}/{size_name(many)}"
+	axes.xaxis.set_major_formatter(matplotlib.ticker.FuncFormatter(lambda value, _: labels[round(value)]))
 	axes.tick_params(axis="x", labelsize=7, rotation=45)
 	axes.yaxis.set_major_locator(matplotlib.ticker.LogLocator(subs=(1, 2, 5)))
 	axes.yaxis.set_minor_locator(matplotlib.ticker.NullLocator())
