@@ -28,12 +28,12 @@ namespace SortLanes
 	}
 
 	template<typename _Counter>
-	static VX_INLINE __m128i LoadCounts_Sse2(const _Counter *counters, const _Counter *others)
+	static VX_INLINE __m128i LoadCounts_Sse2(const _Counter *counters, const _Counter *others, u32 first)
 	{
-		const __m128i counts = _mm_loadu_si128(reinterpret_cast<const __m128i *>(counters));
+		const __m128i counts = _mm_loadu_si128(reinterpret_cast<const __m128i *>(counters + first));
 		if (others == nullptr)
 			return counts;
-		return Add<_Counter>(counts, _mm_loadu_si128(reinterpret_cast<const __m128i *>(others)));
+		return Add<_Counter>(counts, _mm_loadu_si128(reinterpret_cast<const __m128i *>(others + first)));
 	}
 
 	static VX_INLINE bool AreZero(__m128i lanes)
@@ -67,7 +67,7 @@ namespace SortLanes
 		for (u32 i = 0; i < count; i += sizeof(__m128i) / sizeof(_Counter))
 		{
 			__m128i *const lanes = reinterpret_cast<__m128i *>(counters + i);
-			__m128i runs = LoadCounts_Sse2(counters + i, others != nullptr ? others + i : nullptr);
+			__m128i runs = LoadCounts_Sse2(counters, others, i);
 			if (_Sparse && AreZero(runs))
 			{
 				_mm_storeu_si128(lanes, sum);
@@ -99,12 +99,12 @@ namespace SortLanes
 	}
 
 	template<typename _Counter>
-	VX_TARGET_AVX2 static VX_INLINE __m256i LoadCounts_Avx2(const _Counter *counters, const _Counter *others)
+	VX_TARGET_AVX2 static VX_INLINE __m256i LoadCounts_Avx2(const _Counter *counters, const _Counter *others, u32 first)
 	{
-		const __m256i counts = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(counters));
+		const __m256i counts = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(counters + first));
 		if (others == nullptr)
 			return counts;
-		return Add<_Counter>(counts, _mm256_loadu_si256(reinterpret_cast<const __m256i *>(others)));
+		return Add<_Counter>(counts, _mm256_loadu_si256(reinterpret_cast<const __m256i *>(others + first)));
 	}
 
 	template<typename _Counter>
@@ -125,7 +125,7 @@ namespace SortLanes
 		for (u32 i = 0; i < count; i += sizeof(__m256i) / sizeof(_Counter))
 		{
 			__m256i *const lanes = reinterpret_cast<__m256i *>(counters + i);
-			__m256i runs = LoadCounts_Avx2(counters + i, others != nullptr ? others + i : nullptr);
+			__m256i runs = LoadCounts_Avx2(counters, others, i);
 			if (_Sparse && _mm256_testz_si256(runs, runs))
 			{
 				_mm256_storeu_si256(lanes, sum);
@@ -218,7 +218,7 @@ namespace SortLanes
 		for (u32 i = 0; i < count; i += sizeof(__m256i) / sizeof(_Counter))
 		{
 			__m256i *const lanes = reinterpret_cast<__m256i *>(counters + i);
-			const __m256i counts = LoadCounts_Avx2(counters + i, others != nullptr ? others + i : nullptr);
+			const __m256i counts = LoadCounts_Avx2(counters, others, i);
 			if (_Sparse && _mm256_testz_si256(counts, counts))
 			{
 				_mm256_storeu_si256(lanes, sum);
