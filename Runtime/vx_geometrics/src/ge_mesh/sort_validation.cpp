@@ -724,14 +724,15 @@ void CSortValidation::_CheckListVertices()
 {
 	const u32 vertexCount = m_Sorter.m_VertexCount;
 	const u64 largestEntry = LargestEntry(m_Sorter.m_IndexPattern);
-	_CheckListEntries([=](u32 entry) { return entry < vertexCount; },
+	_CheckListEntries([vertexCount](u32 entry) { return entry < vertexCount; },
 		[this](u32 pageId, u64 particle, u32 entry)
 		{
 			_Advice("Page %u, particle %" PRIu64
 					": its list entry is %u, but the vertex count is %u: it draws vertex 0's, as if infinitely far.",
 				pageId, particle, entry, m_Sorter.m_VertexCount);
 		});
-	_CheckListEntries([=](u32 entry) { return entry >= vertexCount || entry + largestEntry < vertexCount; },
+	_CheckListEntries([vertexCount, largestEntry](u32 entry)
+		{ return entry >= vertexCount || entry + largestEntry < vertexCount; },
 		[this, largestEntry](u32 pageId, u64 particle, u32 entry)
 		{
 			_Advice("Page %u, particle %" PRIu64 ": its largest index is %" PRIu64 ", but the vertex count is %u.",
@@ -743,8 +744,8 @@ void CSortValidation::_CheckListIndices()
 {
 	const u64 limit = _LargestIndex();
 	const u64 largestEntry = LargestEntry(m_Sorter.m_IndexPattern);
-	_CheckListEntries([=](u32 entry) { return _VertexBase(entry) + largestEntry <= limit; },
-		[=](u32 pageId, u64 particle, u32 entry)
+	_CheckListEntries([this, largestEntry, limit](u32 entry) { return _VertexBase(entry) + largestEntry <= limit; },
+		[this, largestEntry](u32 pageId, u64 particle, u32 entry)
 		{ _TellLargestIndex(pageId, particle, _VertexBase(entry) + largestEntry); });
 }
 
@@ -754,9 +755,10 @@ void CSortValidation::_CheckQuadCenters()
 	if (!_CheckView(_QuadCenters()) || verticesPerParticle == 0)
 		return;
 	const u64 slotCount = m_Sorter.m_QuadCenters.Count();
-	const auto slotsFor = [=](u32 entry) { return (u64(_VertexBase(entry) / verticesPerParticle) + 1) * kQuadSlots; };
-	_CheckListEntries([=](u32 entry) { return slotsFor(entry) <= slotCount; },
-		[=](u32 pageId, u64 particle, u32 entry)
+	const auto slotsFor = [this, verticesPerParticle](u32 entry)
+	{ return (u64(_VertexBase(entry) / verticesPerParticle) + 1) * kQuadSlots; };
+	_CheckListEntries([slotsFor, slotCount](u32 entry) { return slotsFor(entry) <= slotCount; },
+		[this, slotsFor, slotCount](u32 pageId, u64 particle, u32 entry)
 		{
 			_Violation("Page %u, particle %" PRIu64 ": its quads need %" PRIu64 " centre slots, but there are %" PRIu64
 					   ".",
