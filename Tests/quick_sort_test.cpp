@@ -5,6 +5,7 @@
 
 #include "kr_sort.h"
 
+#include "diagnostics.h"
 #include "fill_calls.h"
 #include <algorithm>
 #include <cstdlib>
@@ -368,4 +369,100 @@ TEST(SortEntryPoint, Threshold_ShowsInTheOrderOfEqualKeysAlone)
 	EXPECT_TRUE(std::is_sorted(by109.begin(), by109.end(), byKey));
 	EXPECT_FALSE(std::is_sorted(by109.begin(), by109.end(), byKeyAndIndex));
 	EXPECT_TRUE(std::is_sorted(by110.begin(), by110.end(), byKeyAndIndex));
+}
+
+// Extractors. Which keys a sort can use is decided when it is compiled.
+
+namespace
+{
+// A record whose operators order it the other way round than its key does.
+struct SContrary
+{
+	u32 m_Payload;
+	u32 m_Key;
+
+	bool operator<(const SContrary &other) const { return m_Key > other.m_Key; }
+	bool operator==(const SContrary &) const { return true; }
+};
+template<typename _Key, typename _Said = _Key>
+struct TContraryKey
+{
+	typedef _Said SortKeyType;
+	static _Key ExtractKey(const SContrary &record) { return _Key(record.m_Key); }
+};
+static_assert(kExtractsU32<TContraryKey<u32>, SContrary>);
+static_assert(!kExtractsU32<TContraryKey<s32>, SContrary>, "signed keys would be compared as unsigned");
+static_assert(!kExtractsU32<TContraryKey<u64>, SContrary>, "the upper half would be cut off");
+static_assert(!kExtractsU32<TContraryKey<float>, SContrary>, "a float is no key");
+static_assert(!kExtractsU32<TContraryKey<u32, u64>, SContrary>, "what is said and what is done differ");
+static_assert(kExtractsU32<SSortKeyExtractor_TriangleIndexAndDepth, SIndexAndDepth>);
+static_assert(kExtractsU32<SRadixSortExtractorSignedFP<float>, float>);
+} // namespace
+
+// One order for any count, on either side of the threshold between the sorts: that of the keys.
+TEST(SortEntry, RecordsWhoseOperatorsDisagreeWithTheirKeys_AreSortedByKey)
+{
+	typedef TContiguousBaseIterator<SContrary> CContraryIterator;
+	for (const u32 count : {2u, 12u, 13u, 109u, 110u, 111u, 300u})
+	{
+		Model::CRandom random(count);
+		std::vector<SContrary> records, sorted(count);
+		for (u32 i = 0; i < count; ++i)
+			records.push_back({i, random.Below(count / 2)});
+		Sort<TContraryKey<u32>, CContraryIterator>(records.data(), records.data() + count, sorted.data());
+		const auto lowerKey = [](const SContrary &a, const SContrary &b) { return a.m_Key < b.m_Key; };
+		EXPECT_TRUE(std::is_sorted(sorted.begin(), sorted.end(), lowerKey)) << count;
+	}
+}
+
+// Ranks are counted in memory of a fixed size.
+TEST(SortEntry, MoreRecordsThanAreRanked_AreRefused)
+{
+	CRecords records;
+	for (u32 i = 0; i < 200; ++i)
+		records.push_back({200 - i, i});
+	for (const u32 count : {SortLanes::kMaxRankedCount, SortLanes::kMaxRankedCount + 1, 200u})
+	{
+		const bool fits = count <= SortLanes::kMaxRankedCount;
+		const CGuardedMemory input = LayOut(CRecords(records.begin(), records.begin() + count));
+		const CGuardedMemory output(count * sizeof(SIndexAndDepth));
+		EXPECT_EQ(
+			CountingRankSort(CIterator(input.As<SIndexAndDepth>()), count, CIterator(output.As<SIndexAndDepth>())),
+			fits);
+		EXPECT_EQ(output.Data()[0] == CGuardedMemory::kInitialByte, !fits);
+
+		const CGuardedMemory ranks(count * sizeof(u32));
+		const CExpectReports reports(
+			fits ? std::vector<std::string>() : std::vector<std::string>{"count <= kMaxRankedCount"});
+		SortLanes::CountLowerKeys(input.Data(), count, ranks.As<u32>());
+		EXPECT_EQ(ranks.Data()[0] == CGuardedMemory::kInitialByte, !fits);
+	}
+}
+
+TEST(SortEntry, OutputOverInput_IsReported)
+{
+	for (const u32 count : {2u, 109u, 110u})
+	{
+		CRecords records;
+		for (u32 i = 0; i < 2 * count; ++i)
+			records.push_back({i, i});
+		const CGuardedMemory memory = LayOut(records);
+		const CIterator first(memory.As<SIndexAndDepth>());
+		for (const u32 distance : {1u, count - 1, count})
+		{
+			for (const bool outputFirst : {false, true})
+			{
+				const CReportRecorder reports; // of equal keys, for one, where records have been written over
+				const CIterator input = first + int(outputFirst ? distance : 0);
+				const CIterator output = first + int(outputFirst ? 0 : distance);
+				Sort<SSortKeyExtractor_TriangleIndexAndDepth>(input, input + int(count), output);
+				const bool overlaps = VX_ASSERTIONS != 0 && distance < count;
+				const std::string text = count <= kMaxQuickSortCount
+				                             ? "count == 0 || AreApart(&*first, &*output, count)"
+				                             : "AreApart(&*first, &*output, elementCount)";
+				const std::vector<std::string> texts = reports.Texts();
+				EXPECT_EQ(!texts.empty() && texts[0] == text, overlaps) << count << ", " << distance;
+			}
+		}
+	}
 }

@@ -3,10 +3,12 @@
 // Ordering of keyed records: a least-significant-digit radix sort for many, a quick sort for few, a shortcut for few
 // with distinct keys, and the entry point that chooses. None allocates. Records are moved whole; only their keys count.
 
+#include "vx_assert.h"
 #include "vx_compiler.h"
 #include "vx_defs.h"
 #include "vx_sse2.h"
 
+#include <algorithm>
 #include <cstring>
 #include <type_traits>
 #include <utility>
@@ -37,7 +39,8 @@ namespace SortLanes
 	///@}
 
 	/// Counts for every record how many of them have a lower key.
-	/// records  up to kMaxRankedCount, at any address: a 32-bit key, compared as unsigned, and 32 bits that do not count
+	/// records  up to kMaxRankedCount, at any address: a 32-bit key, compared as unsigned, and 32 bits that do not count.
+	///          A higher count is reported, and nothing is read or written
 	/// ranks    the counts, 16-byte aligned, with room for whole steps: what fills up the last one is written as well
 	VX_API void CountLowerKeys(const void *records, u32 count, u32 *ranks);
 } // namespace SortLanes
@@ -45,6 +48,25 @@ namespace SortLanes
 /// Records that a line of the caches holds, one at least.
 template<typename _Record>
 constexpr u32 kRecordsPerLine = sizeof(_Record) < 64 ? 64 / sizeof(_Record) : 1;
+
+/// The type of the keys that an extractor makes of records.
+template<typename _KeyExtractor, typename _Record>
+using TExtractedKey =
+	std::decay_t<decltype(std::declval<const _KeyExtractor &>().ExtractKey(std::declval<const _Record &>()))>;
+
+/// True for extractors that the sorts below can use: keys are 32-bit integers without sign, as SortKeyType says.
+template<typename _KeyExtractor, typename _Record>
+constexpr bool kExtractsU32 = std::is_same_v<TExtractedKey<_KeyExtractor, _Record>, u32>
+	&&std::is_same_v<typename _KeyExtractor::SortKeyType, u32>;
+
+/// True when two ranges of as many elements share no byte.
+template<typename _Type>
+bool AreApart(const _Type *a, const _Type *b, u32 count)
+{
+	const ureg first = reinterpret_cast<ureg>(a);
+	const ureg second = reinterpret_cast<ureg>(b);
+	return (first < second ? second - first : first - second) >= count * ureg(sizeof(_Type));
+}
 
 /// Exchanges two values through a temporary.
 template<typename _Type>
@@ -130,16 +152,19 @@ public:
 	/// order while the keys are counted. Beyond, a record moved to a line fetches the line that its digit needs next.
 	static constexpr u32 kMaxCountInCaches = 1u << 19;
 
-	/// Sorts [first, last) into output in ascending unsigned key order; equal keys keep their order.
+	/// Sorts [first, last) into output in ascending order of the keys that keyExtractor makes of records: u32, compared as
+	/// unsigned. Records with equal keys keep their order.
 	/// first, last  contiguous records, left in the order of their keys' low 22 bits
 	/// output       as many records, apart from the input
 	/// Four sweeps over the records whatever their keys, 22 KB of stack, no heap. No records: nothing is written.
 	template<typename _KeyExtractor, typename _Iterator>
 	static void Sort11(_Iterator first, _Iterator last, _Iterator output, const _KeyExtractor &keyExtractor)
 	{
+		static_assert(kExtractsU32<_KeyExtractor, std::decay_t<decltype(*first)>>, "keys are u32");
 		const u32 elementCount = u32(last - first);
 		if (elementCount == 0)
 			return;
+		VX_ASSERT(AreApart(&*first, &*output, elementCount));
 
 		// Clearing and summing counters is what few records wait for, and it takes as long as the counters are wide. A
 		// position that is asked for lies below the count; the one after the last record may wrap to 0.
@@ -196,11 +221,29 @@ private:
 		SortLanes::SumSparseCounters(histogram2, oddHistogram2, 1u << _LastBits);
 
 		_Scatter<0, _BeyondCaches>(records, sorted, elementCount, histogram0, keyExtractor);
+		VX_ASSERT(_AscendsByDigit<0>(sorted, elementCount, keyExtractor));
 		_Scatter<1, _BeyondCaches>(sorted, records, elementCount, histogram1, keyExtractor);
+		VX_ASSERT(_AscendsByDigit<1>(records, elementCount, keyExtractor));
 		if (_BeyondCaches && _UsedDigits(histogram2, elementCount) > kMaxDigitsFromBothEnds)
 			_Scatter<2, false>(records, sorted, elementCount, histogram2, keyExtractor);
 		else
 			_ScatterFromBothEnds(records, sorted, elementCount, histogram2, histogram0, keyExtractor);
+		VX_ASSERT(_AscendsByDigit<2>(sorted, elementCount, keyExtractor));
+	}
+
+	// Whether the records of every digit end where those of the next one begin.
+	template<u32 _Pass, typename _Record, typename _KeyExtractor>
+	static bool _AscendsByDigit(const _Record *records, u32 elementCount, const _KeyExtractor &keyExtractor)
+	{
+		u32 previous = 0;
+		for (u32 i = 0; i < elementCount; ++i)
+		{
+			const u32 digit = _Digit<_Pass>(keyExtractor.ExtractKey(records[i]));
+			if (digit < previous)
+				return false;
+			previous = digit;
+		}
+		return true;
 	}
 
 	template<bool _BeyondCaches, typename _Record, typename _Counter, typename _KeyExtractor>
@@ -296,20 +339,26 @@ private:
 			 source += kRecordsPerStep)
 		{
 			for (u32 k = 0; k < kRecordsPerStep; ++k)
-				_Move<_Pass, _FetchesNextLine>(source + k, destination, positions, keyExtractor);
+				_Move<_Pass, _FetchesNextLine>(source + k, destination, elementCount, positions, keyExtractor);
 		}
 		for (; source != end; ++source)
-			_Move<_Pass, false>(source, destination, positions, keyExtractor);
+			_Move<_Pass, false>(source, destination, elementCount, positions, keyExtractor);
+
+		// The position behind the last digit's records is the sum of all counters. Sums behind one that has wrapped are
+		// unspecified.
+		VX_ASSERT(_Counter(elementCount) == 0 || positions[_Digit<_Pass>(~0u)] == _Counter(elementCount));
 	}
 
 	template<u32 _Pass, bool _FetchesNextLine, typename _Record, typename _Counter, typename _KeyExtractor>
 	static VX_INLINE void _Move(const _Record *__restrict source,
 		_Record *__restrict destination,
+		[[maybe_unused]] u32 elementCount,
 		_Counter *__restrict positions,
 		const _KeyExtractor &keyExtractor)
 	{
 		const _SMoving<_Pass, _Record> moving(source, keyExtractor);
 		const u32 place = positions[moving.m_Digit];
+		VX_ASSERT(place < elementCount);
 		positions[moving.m_Digit] = _Counter(place + 1);
 		if constexpr (_FetchesNextLine)
 			__builtin_prefetch(destination + place + kRecordsPerLine<_Record>, 1);
@@ -337,20 +386,23 @@ private:
 		{
 			for (u32 k = 0; k < kRecordsPerStep / 2; k += 2)
 			{
-				_MoveTwoUp(source + k, destination, positions, keyExtractor);
-				_MoveTwoDown(end - k, destination, ends, keyExtractor);
+				_MoveTwoUp(source + k, destination, elementCount, positions, keyExtractor);
+				_MoveTwoDown(end - k, destination, elementCount, ends, keyExtractor);
 			}
 			source += kRecordsPerStep / 2;
 			end -= kRecordsPerStep / 2;
 		}
 		for (; source != end; ++source)
-			_Move<2, false>(source, destination, positions, keyExtractor);
+			_Move<2, false>(source, destination, elementCount, positions, keyExtractor);
+		// The records placed upwards and those placed downwards have met.
+		VX_ASSERT(_Counter(elementCount) == 0 || std::equal(positions, positions + kLastDigit + 1, ends));
 	}
 
 	// The two records from source on, whose digits are equal or not.
 	template<typename _Record, typename _Counter, typename _KeyExtractor>
 	static VX_INLINE void _MoveTwoUp(const _Record *__restrict source,
 		_Record *__restrict destination,
+		[[maybe_unused]] u32 elementCount,
 		_Counter *__restrict positions,
 		const _KeyExtractor &keyExtractor)
 	{
@@ -358,6 +410,7 @@ private:
 		const _SMoving<2, _Record> second(source + 1, keyExtractor);
 		const u32 firstPlace = positions[first.m_Digit];
 		const u32 secondPlace = positions[second.m_Digit] + u32(first.m_Digit == second.m_Digit);
+		VX_ASSERT(firstPlace < elementCount && secondPlace < elementCount);
 		positions[first.m_Digit] = _Counter(firstPlace + 1);
 		positions[second.m_Digit] = _Counter(secondPlace + 1);
 		first.StoreTo(destination + firstPlace);
@@ -368,6 +421,7 @@ private:
 	template<typename _Record, typename _Counter, typename _KeyExtractor>
 	static VX_INLINE void _MoveTwoDown(const _Record *__restrict source,
 		_Record *__restrict destination,
+		[[maybe_unused]] u32 elementCount,
 		_Counter *__restrict ends,
 		const _KeyExtractor &keyExtractor)
 	{
@@ -375,6 +429,7 @@ private:
 		const _SMoving<2, _Record> second(source - 2, keyExtractor);
 		const _Counter firstPlace = _Counter(s64(ends[first.m_Digit]) - 1);
 		const _Counter secondPlace = _Counter(s64(ends[second.m_Digit]) - 1 - s64(first.m_Digit == second.m_Digit));
+		VX_ASSERT(firstPlace < elementCount && secondPlace < elementCount);
 		ends[first.m_Digit] = firstPlace;
 		ends[second.m_Digit] = secondPlace;
 		first.StoreTo(destination + firstPlace);
@@ -409,6 +464,20 @@ struct TSortDefaultCompare
 	static VX_INLINE bool Less(const _Iterator &a, const _Iterator &b) { return _Order::Less(*a, *b); }
 	static VX_INLINE bool Equal(const _Iterator &a, const _Iterator &b) { return _Order::Equal(*a, *b); }
 	///@}
+};
+
+/// Compares the keys that an extractor makes of what two iterators point at.
+template<typename _Iterator, typename _KeyExtractor>
+struct TSortKeyCompare
+{
+	///@{
+	/// By key alone, as unsigned.
+	static VX_INLINE bool Less(const _Iterator &a, const _Iterator &b) { return _Key(a) < _Key(b); }
+	static VX_INLINE bool Equal(const _Iterator &a, const _Iterator &b) { return _Key(a) == _Key(b); }
+	///@}
+
+private:
+	static VX_INLINE u32 _Key(const _Iterator &iterator) { return _KeyExtractor{}.ExtractKey(*iterator); }
 };
 
 /// The comparisons that a _Compare has for the iterators: not every template argument that names a type is one.
@@ -567,16 +636,16 @@ void QuickSort(_Iterator first, _Iterator last)
 
 constexpr u32 kMaxQuickSortCount = 109; ///< Above it the radix sort's fixed cost, clearing 22 KB of counters, pays off.
 
-/// True of extractors whose records are a key of 32 bits, which is what their < compares, and 32 bits more. They say so
-/// in a kKeyIsFirstOfTwoWords.
+/// True for extractors whose key is the first 32-bit word of a record of two words, as it stands. They say so in a
+/// kKeyIsFirstOfTwoWords.
 template<typename _KeyExtractor, typename = void>
 constexpr bool kKeyIsFirstOfTwoWords = false;
 /// The same, where it is said.
 template<typename _KeyExtractor>
 constexpr bool kKeyIsFirstOfTwoWords<_KeyExtractor, std::enable_if_t<_KeyExtractor::kKeyIsFirstOfTwoWords>> = true;
 
-/// Sorts up to kMaxQuickSortCount records, of a key and 32 bits more, into output and returns true if their keys are
-/// distinct; with equal keys among them nothing is written and false returned. A record's place is the number of lower keys,
+/// Sorts records of a key and 32 bits more into output and returns true if their keys are distinct. With equal keys among
+/// them, or more than SortLanes::kMaxRankedCount records, nothing is written and false returned. A record's place is the number of lower keys,
 /// counted for sixteen records at a time without a branch to mispredict: far faster than the quick sort at these sizes,
 /// and cheap beside it where it fails. Distinct keys have but one order, so it is the quick sort's.
 template<typename _Iterator>
@@ -588,6 +657,8 @@ bool CountingRankSort(_Iterator first, u32 count, _Iterator output)
 	alignas(16) u32 ranks[SortLanes::kMaxRankedCount];
 	if (count == 0)
 		return true;
+	if (count > SortLanes::kMaxRankedCount)
+		return false;
 
 	// The output has lain idle since the last frame. A few stores wait for their lines aside, more hold everything up.
 	constexpr u32 kMaxWaitingStores = 64;
@@ -611,20 +682,28 @@ bool CountingRankSort(_Iterator first, u32 count, _Iterator output)
 	for (u32 i = 0; i < inWholeSteps; i += kStep)
 	{
 		for (u32 k = i; k < i + kStep; ++k)
+		{
+			VX_ASSERT(ranks[k] < count);
 			output[s32(ranks[k])] = first[s32(k)];
+		}
 	}
 	for (u32 i = inWholeSteps; i < count; ++i)
+	{
+		VX_ASSERT(ranks[i] < count);
 		output[s32(ranks[i])] = first[s32(i)];
+	}
 	return true;
 }
 
-/// Sorts [first, last) into output in ascending key order.
+/// Sorts [first, last) into output in ascending order of the keys that a _KeyExtractor makes of records: u32, compared as
+/// unsigned. A record's own operators do not matter.
 /// first, last  contiguous records; left as they are up to kMaxQuickSortCount, in an intermediate order above
 /// output       as many records, apart from the input
 /// Equal keys   in input order above kMaxQuickSortCount, in the quick sort's own order up to it
 template<typename _KeyExtractor, typename _Iterator>
 void Sort(_Iterator first, _Iterator last, _Iterator output)
 {
+	static_assert(kExtractsU32<_KeyExtractor, std::decay_t<decltype(*first)>>, "keys are u32");
 	const u32 count = u32(last - first);
 	const _KeyExtractor keyExtractor{};
 	if (count > kMaxQuickSortCount)
@@ -632,6 +711,7 @@ void Sort(_Iterator first, _Iterator last, _Iterator output)
 		TRadixSort<Sort_InBuffer>::Sort11(first, last, output, keyExtractor);
 		return;
 	}
+	VX_ASSERT(count == 0 || AreApart(&*first, &*output, count));
 	if constexpr (kKeyIsFirstOfTwoWords<_KeyExtractor>)
 	{
 		if (CountingRankSort(first, count, output))
@@ -639,6 +719,6 @@ void Sort(_Iterator first, _Iterator last, _Iterator output)
 	}
 	for (u32 i = 0; i < count; ++i)
 		output[s32(i)] = first[s32(i)];
-	QuickSort(output, output + int(count));
+	QuickSort<TSortKeyCompare<_Iterator, _KeyExtractor>>(output, output + int(count));
 }
 } // namespace Vexmoor

@@ -236,6 +236,7 @@ namespace SortLanes
 	template<bool _Sparse, typename _Counter>
 	static VX_INLINE void SumCountersInLanes(_Counter *counters, const _Counter *others, u32 count)
 	{
+		VX_ASSERT(count * sizeof(_Counter) % kStepInBytes == 0);
 #if defined(VX_TARGET_AVX512)
 		if (Cpu::LaneCount() >= 16)
 			return SumCounters_Avx512<_Sparse>(counters, others, count);
@@ -420,6 +421,9 @@ namespace SortLanes
 
 	void CountLowerKeys(const void *records, u32 count, u32 *ranks)
 	{
+		VX_ASSERT(count <= kMaxRankedCount);
+		if (count > kMaxRankedCount)
+			return;
 		const u8 *const bytes = static_cast<const u8 *>(records);
 #if defined(VX_TARGET_AVX2)
 		if (Cpu::LaneCount() >= 8)
