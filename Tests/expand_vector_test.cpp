@@ -143,21 +143,29 @@ TEST(ExpandVectorU32, Width12At4Mod8_WarnsAndWritesTheSame)
 	}
 }
 
-TEST(ExpandVectorU32, Width12At8Mod16WithoutRecords_WritesOneRecordAndReports)
+// Memory for neither records nor output, whatever the width and the alignment. An output that is not aligned for the
+// width's loop is warned of all the same.
+TEST(ExpandVectorU32, WithoutRecords_TouchesNoMemoryAndWarnsByAlignment)
 {
-	// The one call that needs a record: callers keep it from happening, so here it is given the room.
-	const CWarningRecorder warnings;
-	const CGuardedMemory records = ReadOnly(RecordsOf({50}), 0);
-	const CGuardedMemory dst(12 * sizeof(u32), 8);
+	const CGuardedMemory none(0);
+	for (u32 width = 1; width <= 24; ++width)
 	{
-		const CExpectReports reports({"dstPrims == primsStop"});
-		CTriangleSorter::ExpandIndices(
-			TMemoryView<const u32>(kTwoQuads.data(), 12), records.As<SIndexAndDepth>(), dst.As<u32>(), 0);
+		const std::vector<u32> pattern(width, 0);
+		for (std::size_t address = 0; address < 16; address += sizeof(u32))
+		{
+			SCOPED_TRACE(testing::Message() << "width " << width << " at " << address);
+			const CWarningRecorder warnings;
+			const CExpectReports noReports;
+			const CGuardedMemory dst(0, address, CGuardedMemory::FlushStart);
+			CTriangleSorter::ExpandIndices(
+				TMemoryView<const u32>(pattern.data(), width), none.As<SIndexAndDepth>(), dst.As<u32>(), 0);
+			EXPECT_TRUE(dst.SurroundingsIntact());
+
+			const bool hasLoop = width == 1 || width == 3 || width == 6 || width == 12;
+			const std::size_t wanted = width == 12 ? 8 : 16;
+			EXPECT_EQ(warnings.Hazards(), !hasLoop || address % wanted != 0 ? 1u : 0u);
+		}
 	}
-	EXPECT_EQ(std::vector<u32>(dst.As<u32>(), dst.As<u32>() + 12),
-		(std::vector<u32>{50, 51, 52, 50, 52, 53, 54, 55, 56, 54, 56, 57}));
-	EXPECT_TRUE(dst.SurroundingsIntact());
-	EXPECT_EQ(warnings.Hazards(), 0u);
 }
 
 TEST(ExpandVectorU16, WithoutRecords_ReturnsBeforeAnyWorker)

@@ -223,10 +223,10 @@ TEST(FillIndexList, EveryCompaction_MatchesTheModel)
 		ExpectEveryCompactionAsModel(fill);
 }
 
-TEST(FillIndexList, SourceAndListAtTheEndOfMemory_AreNotReadPast)
+TEST(FillIndexList, SourceAndListAtTheEdgesOfMemory_AreNotReadPast)
 {
 	for (const EFill fill : kBoth)
-		ExpectNothingReadPastTheEnd(fill);
+		ExpectNothingReadOutside(fill);
 }
 
 TEST(FillIndexList, UncommonStride_WarnsAtSitesOfItsOwn)

@@ -191,10 +191,10 @@ TEST(FillNoIndexList, EveryCompaction_MatchesTheModel)
 		ExpectEveryCompactionAsModel(fill);
 }
 
-TEST(FillNoIndexList, SourceAtTheEndOfMemory_IsNotReadPast)
+TEST(FillNoIndexList, SourceAtTheEdgesOfMemory_IsNotReadPast)
 {
 	for (const EFill fill : kBoth)
-		ExpectNothingReadPastTheEnd(fill);
+		ExpectNothingReadOutside(fill);
 }
 
 // Compaction has what it needs after the last enabled particle, and looks no further.

@@ -387,6 +387,19 @@ TEST_P(PageCache, PagesThatDrawNothing_AreNotAccessed)
 	}
 }
 
+// An index list may lie at any address.
+TEST_P(PageCache, IndexListAtEveryAddress_IsFollowed)
+{
+	if (GetParam().m_Geometry != Model::EGeometry::IndexList)
+		GTEST_SKIP() << "no index list";
+	Model::SScene scene = Scene(GetParam(), EveryKindOfPage());
+	for (u32 address = 0; address < 16; ++address)
+	{
+		scene.m_IndexListAddressMod16 = address;
+		EXPECT_TRUE(SortsLikeTheModel(scene)) << address;
+	}
+}
+
 // Counts and views may lie inside structures of the host.
 TEST_P(PageCache, CountsAndViewsAtAStride_AreFollowed)
 {
@@ -433,72 +446,137 @@ TEST_P(PageCache, ManySmallPages_MatchTheModel)
 	}
 }
 
-// Counts that do not add up. The pages behind the view are in memory, and every page has one virtual element, so the
-// walk goes on as if all were well.
-TEST_P(PageCache, CountsThatDoNotAddUp_AreReported)
+// A sort whose views of pages end where memory ends, and the records that it fills in. Every page has one virtual element.
+struct SBrokenCall
+{
+	static constexpr u32 kParticleCount = 3;
+	static constexpr u32 kListStep = 5;
+
+	explicit SBrokenCall(const SWalker &walker, const std::vector<u32> &renderedCounts)
+		: m_Walker(walker)
+		, m_Counts(ReadOnly(renderedCounts, FlushAddressMod16(4, u32(renderedCounts.size()), 4)))
+		, m_CountPages(u32(renderedCounts.size()))
+		, m_SourcePages(m_CountPages)
+		, m_EnabledPages(m_CountPages)
+	{
+	}
+
+	CRecords FilledRecords() const
+	{
+		const CFloat3 position(2, 0, 0);
+		const float value = 2;
+		const auto atTheEnd = [](const auto &views) { return ReadOnly(views, 0); }; // each of 16 bytes
+		const CGuardedMemory positions =
+			atTheEnd(std::vector<TStridedMemoryView<const CFloat3>>(m_SourcePages, {&position, kParticleCount, 0}));
+		const CGuardedMemory values =
+			atTheEnd(std::vector<TStridedMemoryView<const float>>(m_SourcePages, {&value, kParticleCount, 0}));
+		const CGuardedMemory enableds = atTheEnd(std::vector<TStridedMemoryView<const u8>>(m_EnabledPages));
+		const CTriangleSorter::CRenderedCounts counts(m_Counts.As<u32>(), m_CountPages, 4);
+		const CTriangleSorter::CEnabledPages enabledPages(
+			enableds.As<TStridedMemoryView<const u8>>(), m_EnabledPages, 16);
+		const std::vector<u32> list = {0, kListStep, 2 * kListStep};
+		u32 pattern = 0;
+		std::vector<u32> output(kParticleCount);
+
+		CTriangleSorter sorter;
+		sorter.Setup_OutputIndexBuffer({output.data(), kParticleCount}, 100);
+		if (m_Walker.m_SortType == Model::ESortType::ByPosition)
+			sorter.Setup_InputPageCache({positions.As<TStridedMemoryView<const CFloat3>>(), m_SourcePages, 16},
+				enabledPages, counts, kParticleCount, CFloat3());
+		else
+			sorter.Setup_InputPageCache({values.As<TStridedMemoryView<const float>>(), m_SourcePages, 16}, enabledPages,
+				counts, kParticleCount);
+		if (m_Walker.m_Geometry == Model::EGeometry::Constant)
+			sorter.Setup_Geometry({&pattern, 1}, kListStep);
+		else
+			sorter.Setup_Geometry({&pattern, 1}, TMemoryView<const u32>(list.data(), kParticleCount));
+
+		const CGuardedMemory workingBuffer(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kParticleCount));
+		const CWarningRecorder quiet;
+		sorter.SortPoints_AutogenIndices(workingBuffer.Data());
+		return ReadRecords(workingBuffer.As<SIndexAndDepth>() + 4, kParticleCount);
+	}
+
+	// The records of the first particles, and far ones for those that no page has.
+	CRecords Expected(u32 filledCount) const
+	{
+		CRecords expected(kParticleCount, kFiller);
+		const bool byPosition = m_Walker.m_SortType == Model::ESortType::ByPosition;
+		for (u32 i = 0; i < filledCount; ++i)
+			expected[i] = {byPosition ? DirectKey(2) : ValueKey(2), i * kListStep};
+		return expected;
+	}
+
+	const SWalker m_Walker;
+	const CGuardedMemory m_Counts;
+	const u32 m_CountPages;
+	u32 m_SourcePages;
+	u32 m_EnabledPages;
+};
+
+TEST_P(PageCache, CountsThatDoNotAddUp_AreReportedAndEndTheWalkAtTheLastPage)
 {
 	const bool totalsPages = std::string(GetParam().m_Name) == "ValuesIndexList";
+	const bool constant = GetParam().m_Geometry == Model::EGeometry::Constant;
 	const char *const kBeyond = totalsPages ? "pagei < totalPageCount && pagei <= pageStop"
 	                                        : "pagei < m_InRenderedParticleCounts.Count() && pagei <= pageStop";
 	const char *const kTotal = "outOffset == renderedParticleId";
 	const char *const kStart = "offsetOut < m_InRenderedParticleCounts[pagei]";
 	const struct
 	{
-		std::vector<u32> m_CountsInMemory;
-		u32 m_PageCount;
+		std::vector<u32> m_Counts;
+		u32 m_FilledCount;
 		std::vector<std::string> m_Reports;
 	} cases[] = {
-		{{2, 1},    2, {}								},
-		{{2, 1},    1, {kTotal, kBeyond}                 },
-		{{1, 1, 1}, 1, {kTotal, kBeyond, kBeyond}        },
-		{{0, 3},    1, {kTotal, kBeyond}                 },
-		{{0, 0, 3}, 1, {kStart, kTotal, kBeyond, kBeyond}},
+		{{2, 1},       3, {}					   },
+		{{2},          2, {kTotal, kBeyond}        },
+		{{1, 1},       2, {kTotal, kBeyond}        },
+		{{0, 1, 0, 0}, 1, {kTotal, kBeyond}        },
+		{{0},          0, {kStart, kTotal, kBeyond}},
+		{{0, 0, 0},    0, {kStart, kTotal, kBeyond}},
 	};
-	constexpr u32 kParticleCount = 3;
-	constexpr u32 kListStep = 5;
 	for (const auto &row : cases)
 	{
 		SCOPED_TRACE(&row - cases);
-		const CFloat3 position(2, 0, 0);
-		const float value = 2;
-		const u32 pages = u32(row.m_CountsInMemory.size());
-		const std::vector<TStridedMemoryView<const CFloat3>> positions(pages, {&position, kParticleCount, 0});
-		const std::vector<TStridedMemoryView<const float>> values(pages, {&value, kParticleCount, 0});
-		const std::vector<TStridedMemoryView<const u8>> enableds(pages);
-		const std::vector<u32> list = {0, kListStep, 2 * kListStep};
-		const CTriangleSorter::CRenderedCounts counts(row.m_CountsInMemory.data(), row.m_PageCount, 4);
-		u32 pattern = 0;
-		std::vector<u32> output(kParticleCount);
-
-		CTriangleSorter sorter;
-		sorter.Setup_OutputIndexBuffer({output.data(), kParticleCount}, 100);
-		if (GetParam().m_SortType == Model::ESortType::ByPosition)
-			sorter.Setup_InputPageCache({positions.data(), row.m_PageCount, 16}, {enableds.data(), row.m_PageCount, 16},
-				counts, kParticleCount, CFloat3());
-		else
-			sorter.Setup_InputPageCache(
-				{values.data(), row.m_PageCount, 16}, {enableds.data(), row.m_PageCount, 16}, counts, kParticleCount);
-		if (GetParam().m_Geometry == Model::EGeometry::Constant)
-			sorter.Setup_Geometry({&pattern, 1}, kListStep);
-		else
-			sorter.Setup_Geometry({&pattern, 1}, TMemoryView<const u32>(list.data(), kParticleCount));
-
-		const CGuardedMemory workingBuffer(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kParticleCount));
-		CReportRecorder reports;
-		const CWarningRecorder quiet;
-		sorter.SortPoints_AutogenIndices(workingBuffer.Data());
-
-		// How often an access beyond a view is made, and reported, is the walk's own affair.
-		std::vector<std::string> texts = reports.Texts();
-		const auto ofViews = std::remove(texts.begin(), texts.end(), "index < m_Storage.m_Count");
-		EXPECT_EQ(ofViews != texts.end(), VX_ASSERTIONS != 0 && !row.m_Reports.empty());
-		texts.erase(ofViews, texts.end());
-		EXPECT_EQ(texts, VX_ASSERTIONS ? row.m_Reports : std::vector<std::string>());
-
-		CRecords expected;
-		const bool byPosition = GetParam().m_SortType == Model::ESortType::ByPosition;
-		for (u32 i = 0; i < kParticleCount; ++i)
-			expected.push_back({byPosition ? DirectKey(2) : ValueKey(2), i * kListStep});
-		EXPECT_TRUE(SameRecords(expected, ReadRecords(workingBuffer.As<SIndexAndDepth>() + 4, kParticleCount)));
+		std::vector<std::string> reports = row.m_Reports;
+		if (constant && !reports.empty())
+			reports.emplace_back("i == validCount");
+		const SBrokenCall call(GetParam(), row.m_Counts);
+		const CExpectReports expected(reports);
+		EXPECT_TRUE(SameRecords(call.Expected(row.m_FilledCount), call.FilledRecords()));
 	}
+}
+
+// 2^32 - 1 particles and one more: the sum of the counts does not fit in 32 bits.
+TEST_P(PageCache, CountsWhoseSumWraps_AreWalkedAsFarAsAsked)
+{
+	const SBrokenCall call(GetParam(), {1, ~0u, 1, ~0u});
+	const CReportRecorder reports; // of views that are shorter than their pages' counts
+	EXPECT_TRUE(SameRecords(call.Expected(SBrokenCall::kParticleCount), call.FilledRecords()));
+}
+
+TEST_P(PageCache, NoViewsOfEnabledBytes_AreReportedAndDisableNothing)
+{
+	SBrokenCall call(GetParam(), {2, 0, 1});
+	for (const u32 pageCount : {0u, 1u})
+	{
+		call.m_EnabledPages = pageCount;
+		const CReportRecorder reports;
+		EXPECT_TRUE(SameRecords(call.Expected(SBrokenCall::kParticleCount), call.FilledRecords()));
+		const std::vector<std::string> texts = reports.Texts();
+		const auto count = std::count(texts.begin(), texts.end(), "index < m_Storage.m_Count");
+		EXPECT_EQ(count, VX_ASSERTIONS ? 2 - pageCount : 0) << testing::PrintToString(texts);
+	}
+}
+
+TEST_P(PageCache, FewerViewsOfElementsThanPages_AreReportedAndEndTheWalk)
+{
+	const bool constant = GetParam().m_Geometry == Model::EGeometry::Constant;
+	SBrokenCall call(GetParam(), {2, 0, 1});
+	call.m_SourcePages = 1;
+	std::vector<std::string> reports = {"index < m_Storage.m_Count"};
+	if (constant)
+		reports.emplace_back("i == validCount");
+	const CExpectReports expected(reports);
+	EXPECT_TRUE(SameRecords(call.Expected(2), call.FilledRecords()));
 }

@@ -235,3 +235,39 @@ TEST(PageRanges, RangeBeyondTheVertices_IsFillersAlone)
 		EXPECT_TRUE(SameRecords(CRecords(6, Model::SRecord{0x007FFFFFu, 0}), ReadRecords(records.Data(), 6)));
 	}
 }
+
+// Records too few by one, and enabled bytes too few by two, both with memory behind them: told in this order whatever a
+// compiler makes of the order of a call's arguments.
+TEST(PageRanges, BrokenSlices_AreReportedRecordsFirst)
+{
+	const CFloat3 positions[5];
+	const float values[5] = {};
+	const u8 enabledBytes[5] = {1, 0, 1, 0, 1};
+	const u32 indexList[3] = {};
+	const TStridedMemoryView<const CFloat3> positionPage(positions, 5, sizeof(CFloat3));
+	const TStridedMemoryView<const float> valuePage(values, 5, sizeof(float));
+	const TStridedMemoryView<const u8> enabledPage(enabledBytes, 3, 1);
+	const u32 renderedCount = 3;
+	u32 pattern = 0;
+	for (const SWalker &walker : Walkers())
+	{
+		SCOPED_TRACE(walker.m_Name);
+		CTriangleSorter sorter;
+		sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(), 100);
+		if (walker.m_SortType == Model::ESortType::ByPosition)
+			sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(positionPage),
+				CTriangleSorter::CEnabledPages(enabledPage), CTriangleSorter::CRenderedCounts(renderedCount), 3,
+				CFloat3());
+		else
+			sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(valuePage),
+				CTriangleSorter::CEnabledPages(enabledPage), CTriangleSorter::CRenderedCounts(renderedCount), 3);
+		if (walker.m_Geometry == Model::EGeometry::Constant)
+			sorter.Setup_Geometry({&pattern, 1}, 4);
+		else
+			sorter.Setup_Geometry({&pattern, 1}, TMemoryView<const u32>(indexList, 3));
+
+		const CGuardedMemory records(3 * sizeof(SIndexAndDepth));
+		CExpectReports expected{"begin + count <= m_Count", "begin + count <= BaseType::m_Storage.m_Count"};
+		(sorter.*walker.m_FillSource)(0, 3, TMemoryView<SIndexAndDepth>(records.As<SIndexAndDepth>(), 2));
+	}
+}

@@ -152,34 +152,47 @@ TEST(PointSortReports, NoRenderedCounts_EndTheSortWhateverIsDecided)
 }
 #endif
 
-constexpr int kReportedEmptyPattern = 42;
-
-static void SortWithEmptyPattern(Model::EGeometry geometry)
+// A width that nothing may be divided by. Geometry with quad centres says nothing, as it always has.
+TEST(PointSortReports, EmptyPattern_IsReportedForTheFirstTwoGeometriesAndWritesNothing)
 {
-	CSceneMemory memory(OnePage(10, 0, geometry));
-	Assert::SetReportHandler(
-		[](const Assert::SReport &report, void *) -> int
-		{
-			if (std::strcmp(report.m_ConditionText, "!m_IndexPattern.Empty()") == 0)
-				std::_Exit(kReportedEmptyPattern);
-			return Assert::Decision_Continue;
-		},
-		null);
-	memory.Sort();
+	for (const Model::EGeometry geometry :
+		{Model::EGeometry::Constant, Model::EGeometry::IndexList, Model::EGeometry::IndexListAndQuadCenters})
+	{
+		CSceneMemory memory(OnePage(10, 0, geometry));
+		const bool reports = geometry != Model::EGeometry::IndexListAndQuadCenters;
+		CExpectReports expected(
+			reports ? std::vector<std::string>{"!m_IndexPattern.Empty()"} : std::vector<std::string>());
+		memory.Sort();
+		EXPECT_TRUE(memory.OutputUntouched());
+	}
 }
 
-// Without its report, and wherever assertions are compiled out, an empty pattern ends in the division by its count.
-TEST(PointSortReports, EmptyPattern_IsReportedForTheFirstTwoGeometriesBeforeItDivides)
+// Too many particles for a working buffer whose size has 32 bits: no memory is asked for, touched or carved up.
+TEST(PointSortReports, WorkingBufferBeyond32Bits_IsReportedOnceAndNothingHappens)
 {
-	const auto divides = [](int status)
-	{ return !(WIFEXITED(status) && WEXITSTATUS(status) == kReportedEmptyPattern); };
-#if VX_ASSERTIONS
-	EXPECT_EXIT(SortWithEmptyPattern(Model::EGeometry::Constant), testing::ExitedWithCode(kReportedEmptyPattern), "");
-	EXPECT_EXIT(SortWithEmptyPattern(Model::EGeometry::IndexList), testing::ExitedWithCode(kReportedEmptyPattern), "");
-#else
-	EXPECT_EXIT(SortWithEmptyPattern(Model::EGeometry::Constant), divides, "");
-#endif
-	EXPECT_EXIT(SortWithEmptyPattern(Model::EGeometry::IndexListAndQuadCenters), divides, "");
+	constexpr u32 kMostParticles = 268435454;
+	for (const u32 particleCount : {kMostParticles + 1, kMostParticles + 2, 1u << 29, 1u << 31, ~0u})
+	{
+		const float value = 1;
+		const TStridedMemoryView<const float> values(&value, particleCount, 0);
+		const TStridedMemoryView<const u8> enableds;
+		u32 quad[] = {0, 1, 2, 0, 2, 3};
+		CTriangleSorter sorter;
+		sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(), 100);
+		sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(values), CTriangleSorter::CEnabledPages(enableds),
+			CTriangleSorter::CRenderedCounts(particleCount), particleCount);
+		sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+
+		const CGuardedMemory workingBuffer(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(particleCount) % 4096);
+		const CAllocationRecorder allocations;
+		const CScopeRecorder scopes;
+		constexpr const char *kReport = "_PointWorkingBufferSize(m_ParticleCount) <= kLargestWorkingBufferSize";
+		CExpectReports reports{kReport, kReport};
+		sorter.SortPoints_AutogenIndices(null);
+		sorter.SortPoints_AutogenIndices(workingBuffer.Data());
+		EXPECT_TRUE(allocations.Allocations().empty());
+		EXPECT_TRUE(scopes.Events().empty());
+	}
 }
 
 // A host's scope handler changes the sorter after its records have been sorted.

@@ -281,12 +281,112 @@ TEST(TriangleSortReports, MoreTrianglesThanTheListHolds_AreReportedByTheViews)
 	STwoPages pages;
 	pages.m_IndexCount = 3;
 	pages.SetUp(Model::ESortType::ByValue);
-	CExpectReports reports{"begin + count <= m_Count", "index < m_Count", "Mem::IsAligned<0x10>(it)",
-		"begin + count <= m_Count", "Mem::IsAligned<0x10>(inoutList.Data())"};
+	pages.m_WorkingBuffer = CGuardedMemory(CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(3));
+	CExpectReports reports{"begin + count <= m_Count"};
 	CWarningRecorder warnings;
 	pages.Sort();
-	EXPECT_EQ(pages.Output()[3], kUntouched);
+	EXPECT_EQ(pages.Output(), CIndices({0, 1, 2, kUntouched, kUntouched, kUntouched}));
 	EXPECT_TRUE(pages.m_WorkingBuffer.SurroundingsIntact());
+}
+
+// The page that does not fit draws nothing, nor do those after it: triangles without area take their places.
+TEST(TriangleSortReports, PatternsWiderThanTheListHolds_StayInsideTheWorkingBuffer)
+{
+	std::vector<u32> wide(9);
+	for (u32 width = 1; width <= 9; ++width)
+	{
+		for (u32 indexCount = 3; indexCount <= 12; indexCount += 3)
+		{
+			SCOPED_TRACE(testing::Message() << "width " << width << ", index count " << indexCount);
+			STwoPages pages;
+			pages.m_Patterns[1] = TMemoryView<u32>(wide.data(), width);
+			pages.m_IndexCount = indexCount;
+			pages.m_WorkingBuffer = CGuardedMemory(CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(indexCount));
+			pages.SetUp(Model::ESortType::ByPosition);
+			const CReportRecorder reports;
+			const CWarningRecorder warnings;
+			pages.Sort();
+			EXPECT_TRUE(pages.m_WorkingBuffer.SurroundingsIntact());
+			const std::vector<std::string> texts = reports.Texts();
+			const auto slices = std::count(texts.begin(), texts.end(), "begin + count <= m_Count");
+			const bool tooWide = 3 + width / 3 * 3 > indexCount || indexCount == 3;
+			EXPECT_EQ(slices, VX_ASSERTIONS && tooWide ? 1 : 0);
+		}
+	}
+}
+
+// Collections shorter than the pages, each ending where memory ends: the walk ends with the shortest.
+TEST(TriangleSortReports, CollectionsThatEndEarly_EndTheWalk)
+{
+	for (u32 STwoPages::*const countOfCollection :
+		{&STwoPages::m_PatternCount, &STwoPages::m_RenderedCountCount, &STwoPages::m_VertexCountCount})
+	{
+		for (const u32 count : {0u, 1u})
+		{
+			STwoPages pages;
+			pages.*countOfCollection = count;
+			pages.SetUp(Model::ESortType::ByValue);
+			const CReportRecorder reports;
+			const CWarningRecorder warnings;
+			pages.Sort();
+			EXPECT_EQ(reports.Reports().size(), VX_ASSERTIONS ? 1u : 0u);
+			EXPECT_EQ(pages.Output(), count == 0 ? CIndices(6, 0) : CIndices({0, 0, 0, 0, 1, 2}));
+		}
+	}
+}
+
+TEST(TriangleSortReports, NoViewsOfEnabledBytes_AreReportedAndDisableNothing)
+{
+	for (const Model::ESortType sortType : kSortTypes)
+	{
+		STwoPages pages;
+		pages.SetUp(sortType);
+		if (sortType == Model::ESortType::ByPosition)
+			pages.m_Sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(pages.m_PositionViews, 2, 16), {},
+				CTriangleSorter::CRenderedCounts(pages.m_RenderedCounts, 2, 4), 2, CFloat3());
+		else
+			pages.m_Sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(pages.m_ValueViews, 2, 16), {},
+				CTriangleSorter::CRenderedCounts(pages.m_RenderedCounts, 2, 4), 2);
+		CExpectReports reports{"m_InEnableds.Count() == pageCount", "m_Storage.m_RawDataPtr != null",
+			"index < m_Storage.m_Count", "m_Storage.m_RawDataPtr != null", "index < m_Storage.m_Count",
+			"Mem::IsAligned<0x10>(it)", "Mem::IsAligned<0x10>(inoutList.Data())"};
+		CWarningRecorder warnings;
+		pages.Sort();
+		EXPECT_EQ(pages.Output(), CIndices({0, 1, 2, 3, 4, 5}));
+	}
+}
+
+// Sizes of a working buffer have 32 bits. The first count beyond needs 4,294,967,312 bytes, 16 as 32 bits see it.
+TEST(TriangleSortReports, WorkingBufferBeyond32Bits_IsReportedOnceAndNothingHappens)
+{
+	constexpr u32 kMostIndices = 460175066;
+	for (const u32 indexCount : {kMostIndices + 1, kMostIndices + 7, 1u << 29, ~0u})
+	{
+		STwoPages pages;
+		pages.m_IndexCount = indexCount;
+		pages.SetUp(Model::ESortType::ByValue);
+		const CAllocationRecorder allocations;
+		constexpr const char *kReport = "_TriangleWorkingBufferSize(m_IndexCount_fromBB) <= kLargestWorkingBufferSize";
+		CExpectReports reports{kReport, kReport};
+		pages.m_Sorter.SortTriangles_AutogenIndices(null);
+		pages.Sort();
+		EXPECT_TRUE(allocations.Allocations().empty());
+		EXPECT_EQ(pages.Output(), CIndices(6, kUntouched));
+		EXPECT_EQ(pages.m_WorkingBuffer.As<u8>()[0], CGuardedMemory::kInitialByte);
+	}
+}
+
+TEST(TriangleSortReports, LargestWorkingBuffer_IsAskedForInFull)
+{
+	STwoPages pages;
+	pages.m_IndexCount = 460175064; // a multiple of 3
+	pages.SetUp(Model::ESortType::ByValue);
+	const CAllocationRecorder allocations(true);
+	const CExpectReports none;
+	pages.m_Sorter.SortTriangles_AutogenIndices(null);
+	ASSERT_EQ(allocations.Allocations().size(), 1u);
+	EXPECT_EQ(allocations.Allocations()[0].m_Size, 4294967264u);
+	EXPECT_EQ(pages.Output(), CIndices(6, kUntouched));
 }
 
 #if VX_ASSERTIONS

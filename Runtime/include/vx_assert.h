@@ -111,12 +111,18 @@ namespace Assert
 		VX_ASSERT_SITE((__VA_ARGS__), ::Vexmoor::Assert::EvalAssert(__FILE__, VX_FUNCTION, __LINE__, #__VA_ARGS__, \
 										  VX_STRINGIZE(__VA_ARGS__), #__VA_ARGS__))
 
+	/// Reports a text of its own when the condition does not hold: what is broken, where the condition guards itself.
+	#define VX_ASSERT_AS(_text, ...) \
+		VX_ASSERT_SITE(              \
+			(__VA_ARGS__), ::Vexmoor::Assert::EvalAssert(__FILE__, VX_FUNCTION, __LINE__, _text, _text, _text))
+
 	/// Reports a printf-style message when the condition does not hold. The condition has no comma outside brackets.
 	#define VX_ASSERT_MESSAGE(_condition, ...)                                                                         \
 		VX_ASSERT_SITE((_condition), ::Vexmoor::Assert::EvalAssertFormat(__FILE__, VX_FUNCTION, __LINE__, #_condition, \
 										 VX_STRINGIZE(_condition), __VA_ARGS__))
 #else
 	#define VX_ASSERT(...) static_cast<void>(0)
+	#define VX_ASSERT_AS(_text, ...) static_cast<void>(0)
 	#define VX_ASSERT_MESSAGE(_condition, ...) static_cast<void>(0)
 #endif
 

@@ -12,10 +12,11 @@ from collections import defaultdict
 from pathlib import Path
 
 CONDITIONS = {"VX_ASSERT", "VX_VERIFY"}
+NAMED_CONDITIONS = {"VX_ASSERT_AS"}
 MESSAGES = {"VX_ASSERT_MESSAGE", "VX_ASSERT_NOT_REACHED"}
 WARNINGS = {"VX_WARN_ONCE", "WarnOnce"}
 SENTENCES = {"_Violation": "Violations", "_Advice": "Advice"}
-REPORTS = CONDITIONS | MESSAGES | WARNINGS | SENTENCES.keys()
+REPORTS = CONDITIONS | NAMED_CONDITIONS | MESSAGES | WARNINGS | SENTENCES.keys()
 
 # What these end in. Whoever else calls it speaks past this check.
 SERVICES = {
@@ -25,7 +26,7 @@ SERVICES = {
     "Touch": {"kr_log_unique.h", "log_unique.cpp"},
     "_Tell": {"sort_validation.cpp"},
 }
-MACROS = CONDITIONS | MESSAGES | {"VX_WARN_ONCE", "VX_ASSERT_SITE"}
+MACROS = CONDITIONS | NAMED_CONDITIONS | MESSAGES | {"VX_WARN_ONCE", "VX_ASSERT_SITE"}
 
 TOKEN = re.compile(
     r"""
@@ -103,6 +104,8 @@ def reports_of(path, problems):
             sites[previous[0]].add(literal(arguments[0]))
         elif name in CONDITIONS:
             reports["Assertions"][", ".join(map(as_written, arguments))]
+        elif name in NAMED_CONDITIONS:
+            reports["Assertions"][literal(arguments[0])]
         elif name == "VX_ASSERT_NOT_REACHED":
             reports["Assertions"][literal(arguments[0])].add("false")
         elif name == "VX_ASSERT_MESSAGE":

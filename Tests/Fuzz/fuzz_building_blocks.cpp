@@ -125,9 +125,7 @@ void Expand(const Model::SExpandCall &call, CGuardedMemory::EFlush flush)
 		"other indices than the model's");
 	Require(output.SurroundingsIntact(), "bytes around the output have changed");
 	Require(reports.Reports().empty(), "a report");
-	// Whether a 32-bit worker speaks of an unaligned destination when there is nothing to write is open.
-	if (!call.m_Records.empty() || call.m_IndexType == Model::EIndexType::U16)
-		RequireWarnings(warnings, expectedWarnings);
+	RequireWarnings(warnings, expectedWarnings);
 }
 
 void Expand(CByteReader &reader)

@@ -199,8 +199,8 @@ std::vector<SRecord> Sort(std::vector<SRecord> &input);
 // Expand.
 
 // Outputs of ExpandIndices, records.size() * pattern.size() of them; 16-bit ones are below 0x10000. They include
-// what the workers' loops do with sums beyond the index type. Whether a 32-bit worker warns of an unaligned
-// destination when there is no record is open; here it does.
+// what the workers' loops do with sums beyond the index type. A 32-bit worker warns of an unaligned destination even
+// where there is no record.
 std::vector<u32> ExpandIndices(EIndexType indexType,
 	const std::vector<u32> &pattern,
 	const std::vector<SRecord> &records,

@@ -384,17 +384,6 @@ static std::string SiteKey(u32 line)
 	return "[l." + std::to_string(line) + "] @ " + kSorterFile;
 }
 
-// Whether a 32-bit worker speaks of an unaligned destination when there is nothing to write is open.
-static bool IsOpen(const Model::SScene &scene, const Model::SSortResult &result, const std::string &key)
-{
-	const bool expandsNothing =
-		scene.m_IndexType == Model::EIndexType::U32 && result.m_WriteCount == 0 &&
-		(scene.m_Geometry == Model::EGeometry::Constant || scene.m_Geometry == Model::EGeometry::IndexList);
-	constexpr u32 kUnalignedSites[] = {556, 328, 248, 477};
-	return expandsNothing && std::any_of(std::begin(kUnalignedSites), std::end(kUnalignedSites),
-								 [&key](u32 line) { return key == SiteKey(line); });
-}
-
 typedef std::vector<CLogUniqueCollection::SEntry> CEntries;
 
 static void Touch(CEntries &entries, const std::string &key, const std::string &message)
@@ -416,22 +405,19 @@ static std::string Text(const CEntries &entries)
 }
 
 static testing::AssertionResult WarningsMatch(
-	const Model::SScene &scene, const Model::SSortResult &result, const CWarningRecorder &warnings)
+	const Model::SWarnings &expectedWarnings, const CWarningRecorder &warnings)
 {
 	CEntries expected;
-	for (const Model::SWarning &warning : result.m_Warnings)
+	for (const Model::SWarning &warning : expectedWarnings)
 		Touch(expected, SiteKey(warning.m_Line), warning.m_Text);
 
-	CEntries recorded = warnings.Entries();
+	const CEntries recorded = warnings.Entries();
 	u32 touches = 0;
 	for (const CLogUniqueCollection::SEntry &entry : recorded)
 		touches += entry.m_TouchCount;
 	if (touches != warnings.Hazards())
 		return testing::AssertionFailure() << touches << " warnings, " << warnings.Hazards() << " hazards";
 
-	const auto isOpen = [&](const CLogUniqueCollection::SEntry &entry) { return IsOpen(scene, result, entry.m_Key); };
-	expected.erase(std::remove_if(expected.begin(), expected.end(), isOpen), expected.end());
-	recorded.erase(std::remove_if(recorded.begin(), recorded.end(), isOpen), recorded.end());
 	if (Text(recorded) != Text(expected))
 		return testing::AssertionFailure() << "warnings:" << Text(recorded) << "\nnot:" << Text(expected);
 	return testing::AssertionSuccess();
@@ -452,6 +438,6 @@ testing::AssertionResult SortsLikeTheModel(const Model::SScene &scene, const SSc
 		return testing::AssertionFailure() << "reports: " << testing::PrintToString(reports.Texts())
 		                                   << "\nnot: " << testing::PrintToString(expectedReports);
 	const testing::AssertionResult holds = memory.Holds(result);
-	return holds ? WarningsMatch(scene, result, warnings) : holds;
+	return holds ? WarningsMatch(result.m_Warnings, warnings) : holds;
 }
 } // namespace Support

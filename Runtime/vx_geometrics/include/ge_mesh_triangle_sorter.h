@@ -133,7 +133,9 @@ public:
 	/// What is sorted, by distance to the camera.
 	/// positions               per page, at least as many as are read; packed (a stride of 12) is fast, any other
 	///                         stride correct, and 0 places all particles of a page at one position
-	/// enableds                per page a byte for each particle, contiguous; or an empty view: none is disabled
+	/// enableds                per page a view of a byte for each particle, contiguous; an empty view for a page without,
+	///                         none of whose particles is disabled. One view per page, also where all are empty: a page
+	///                         that this collection lacks is reported, and has no disabled particles
 	/// renderedParticleCounts  per page the number of particles drawn
 	/// particleCount           the sum of renderedParticleCounts
 	/// cameraPosition          in the space of the positions
@@ -227,7 +229,8 @@ public:
 	{
 		return _AlignedRecordCount(elementCount) * u32(sizeof(SIndexAndDepth)) * 2;
 	}
-	/// Bytes of working buffer for a triangle sort: two arrays of records, one per triangle, and the unsorted indices.
+	/// Bytes of working buffer for a triangle sort: two arrays of records, one per triangle, and the unsorted indices. Exact
+	/// up to 460,175,066 indices, where 32 bits end.
 	VX_WRAPS static u32 GetAutogenIndicesWorkingBufferSize_tri(u32 indexCount)
 	{
 		return 2 * GetSortedTrisWorkingBufferSize(indexCount) + GetTriIndicesWorkingBufferSize(indexCount);
@@ -328,8 +331,7 @@ public:
 	/// Writes the index pattern of each record, every entry plus the record's m_Index.
 	/// it         primCount records, 16-byte aligned; depths are ignored
 	/// dstPrims   primCount * width indices, written front to back and never read. Widths 1, 3, 6 and 12 are streamed at
-	///            multiples of 16 bytes (12 at multiples of 8), but 12 of 16-bit indices never. A width of 12 at 8
-	///            modulo 16 needs at least one record where indices have 32 bits.
+	///            multiples of 16 bytes (12 at multiples of 8), but 12 of 16-bit indices never.
 	/// Pattern    a pattern of one entry has to be {0}. 16-bit sums are not checked: indices stay below 0xFFFF.
 	static void ExpandIndices(const TMemoryView<const u32> &indexPattern,
 		const SIndexAndDepth *__restrict it,
@@ -390,6 +392,16 @@ private:
 	friend class CSortValidation; // the same, see ge_mesh_sort_validation.h
 
 	static u32 _AlignedRecordCount(u32 recordCount) { return (recordCount + 1) & ~1u; }
+
+	// What the public functions of like names return, without their end at 32 bits.
+	static u64 _PointWorkingBufferSize(u32 elementCount)
+	{
+		return ((u64(elementCount) + 1) & ~u64(1)) * sizeof(SIndexAndDepth) * 2;
+	}
+	static u64 _TriangleWorkingBufferSize(u32 indexCount)
+	{
+		return _PointWorkingBufferSize(indexCount / 3) + ((u64(indexCount) + 1) & ~u64(1)) * sizeof(u32);
+	}
 
 	// These five are no VX_LOCAL: tests ask a shared library for them too.
 	void _GetParticleIdxInPageCache(

@@ -49,13 +49,16 @@ public:
 	static constexpr u32 ElementSizeInBytes() { return sizeof(_Type); } ///< Size of one element.
 	VX_WRAPS u32 CoveredBytes() const { return m_Count * ElementSizeInBytes(); } ///< Size of all elements, modulo 2^32.
 
-	///@{
-	/// An element. One that lies outside is reported, and accessed all the same.
-	_Type &operator[](u32 index) const
+	/// Address of an element, which need not be a multiple of what its type asks for. An element that lies outside is
+	/// reported, and its address returned all the same.
+	_Type *AddressOf(u32 index) const
 	{
 		_AssertAccessible(index);
-		return m_Data[index];
+		return m_Data + index;
 	}
+	///@{
+	/// An element. One that lies outside is reported, and accessed all the same.
+	_Type &operator[](u32 index) const { return *AddressOf(index); }
 	_Type &First() const { return (*this)[0]; }
 	VX_WRAPS _Type &Last() const { return (*this)[m_Count - 1]; }
 	///@}
@@ -169,12 +172,15 @@ public:
 	///@}
 	static constexpr u32 ElementFootprintInBytes() { return ValueFootprintInBytes; } ///< Size of one element.
 
-	/// An element. One that lies outside is reported, and accessed all the same.
-	VX_WRAPS _Type &operator[](u32 index) const
+	/// Address of an element, which need not be a multiple of what its type asks for. An element that lies outside is
+	/// reported, and its address returned all the same.
+	VX_WRAPS _Type *AddressOf(u32 index) const
 	{
 		_AssertAccessible(index);
-		return *_At(index * m_Storage.m_Stride);
+		return _At(index * m_Storage.m_Stride);
 	}
+	/// An element. One that lies outside is reported, and accessed all the same.
+	_Type &operator[](u32 index) const { return *AddressOf(index); }
 
 	/// At the first element; it knows where the elements end.
 	Iterator Begin() const { return Iterator(Data(), m_Storage.m_Stride, m_Storage.m_Count); }

@@ -320,7 +320,11 @@ static void FillByDistance(const TMemoryView<SIndexAndDepth> &outList,
 	else
 	{
 		WarnOnce(_VertexBases::kPositionStrideSite, "Render sort: input positions have uncommon stride");
-		FillGroupsByDistance<SPositions_Gathered>(packedPtr, srcBytes, srcStride, groupCount, camera, vertexBases);
+		if (srcStride >= SPositions_Gathered::kMinStride)
+			FillGroupsByDistance<SPositions_Gathered>(packedPtr, srcBytes, srcStride, groupCount, camera, vertexBases);
+		else
+			FillGroupsByDistance<SPositions_GatheredOneByOne>(
+				packedPtr, srcBytes, srcStride, groupCount, camera, vertexBases);
 	}
 	packedPtr += groupCount * kRecordsPerGroup;
 	srcBytes += groupCount * kRecordsPerGroup * ureg(srcStride);
@@ -376,11 +380,20 @@ void CTriangleSorter::FillSortingIndirectionsListPoint_Indices(const TMemoryView
 
 // Fill: rendered particles, numbered through all pages, to pages and back.
 
+// A page's view. A page that the collection lacks is reported, and has an empty one.
+template<typename _Element>
+static TStridedMemoryView<const _Element> ViewOfPage(
+	const TStridedMemoryView<const TStridedMemoryView<const _Element>> &pages, u32 pageId)
+{
+	const TStridedMemoryView<const _Element> *const view = pages.AddressOf(pageId);
+	return pages.Data() != null && pageId < pages.Count() ? *view : TStridedMemoryView<const _Element>();
+}
+
 void CTriangleSorter::_GetParticleIdxInPageCache(
 	u32 renderedParticleId, u32 &pageId, u32 &offsetInPage, u32 &offsetInRenderedBuffer) const
 {
 	const u32 totalPageCount = m_InRenderedParticleCounts.Count();
-	u32 outOffset = 0;
+	u64 outOffset = 0;
 	pageId = 0;
 	offsetInPage = 0;
 	offsetInRenderedBuffer = 0;
@@ -394,11 +407,11 @@ void CTriangleSorter::_GetParticleIdxInPageCache(
 	}
 	VX_ASSERT(pageId < totalPageCount);
 
-	offsetInRenderedBuffer = renderedParticleId - outOffset;
+	offsetInRenderedBuffer = renderedParticleId - u32(outOffset);
 	if (offsetInRenderedBuffer == 0)
 		return;
 
-	const TStridedMemoryView<const u8> &enableds = m_InEnableds[pageId];
+	const TStridedMemoryView<const u8> enableds = ViewOfPage(m_InEnableds, pageId);
 	if (enableds.Empty() || m_InRenderedParticleCounts[pageId] == enableds.Count())
 	{
 		offsetInPage = offsetInRenderedBuffer;
@@ -412,7 +425,8 @@ void CTriangleSorter::_GetParticleIdxInPageCache(
 
 // The walk that all fillers share: hands fillPage the records, elements and enabled bytes of each page's part of the
 // rendered particles [start, start + count), and the number of records before them. A page that has none to give, or
-// none left, is passed over untouched.
+// none left, is passed over untouched. Returns the number of records handed out: fewer than count where the pages end
+// before the particles do.
 template<CTriangleSorter::EPageBound _PageBound, typename _Element, typename _FillPage>
 u32 CTriangleSorter::_WalkPages(const TStridedMemoryView<const TStridedMemoryView<const _Element, -1>, -1> &pages,
 	u32 start,
@@ -422,11 +436,12 @@ u32 CTriangleSorter::_WalkPages(const TStridedMemoryView<const TStridedMemoryVie
 {
 	if (count == 0)
 		return 0;
-	[[maybe_unused]] const u32 totalPageCount = m_InRenderedParticleCounts.Count();
+	const u32 totalPageCount = m_InRenderedParticleCounts.Count();
 
 	u32 pagei, offsetInPage, offsetOut;
 	_GetParticleIdxInPageCache(start, pagei, offsetInPage, offsetOut);
-	VX_ASSERT(offsetOut < m_InRenderedParticleCounts[pagei]);
+	VX_ASSERT_AS("offsetOut < m_InRenderedParticleCounts[pagei]",
+		pagei < totalPageCount && offsetOut < m_InRenderedParticleCounts[pagei]);
 
 	u32 pageStop, offsetInPageStop, offsetOutStop;
 	_GetParticleIdxInPageCache(start + count, pageStop, offsetInPageStop, offsetOutStop);
@@ -438,20 +453,27 @@ u32 CTriangleSorter::_WalkPages(const TStridedMemoryView<const TStridedMemoryVie
 			VX_ASSERT(pagei < m_InRenderedParticleCounts.Count() && pagei <= pageStop);
 		else
 			VX_ASSERT(pagei < totalPageCount && pagei <= pageStop);
+		if (pagei >= totalPageCount)
+			break;
 
 		const u32 pcount = m_InRenderedParticleCounts[pagei] - offsetOut;
 		if (pcount == 0)
 			continue;
 
-		const TStridedMemoryView<const _Element> &elements = pages[pagei];
-		const TStridedMemoryView<const u8> &enableds = m_InEnableds[pagei];
-		const u32 pprocess = i + pcount > count ? count - i : pcount;
+		const TStridedMemoryView<const _Element> elements = ViewOfPage(pages, pagei);
+		if (pagei >= pages.Count())
+			break;
+		const TStridedMemoryView<const u8> enableds = ViewOfPage(m_InEnableds, pagei);
+		const u32 pprocess = std::min(pcount, count - i);
 		u32 pprocessIn = (pagei == pageStop ? offsetInPageStop : elements.Count()) - offsetInPage;
 		if (enableds.Empty())
 			pprocessIn = std::min(pprocessIn, pprocess); // none is disabled: the first ones are the rendered ones
 
-		fillPage(out.Slice(i, pprocess), elements.Slice(offsetInPage, pprocessIn),
-			enableds.SliceIFP(offsetInPage, pprocessIn), i);
+		// One after the other, so that broken ones are reported in this order by every compiler.
+		const TMemoryView<SIndexAndDepth> recordSlice = out.Slice(i, pprocess);
+		const TStridedMemoryView<const _Element> elementSlice = elements.Slice(offsetInPage, pprocessIn);
+		const TStridedMemoryView<const u8> enabledSlice = enableds.SliceIFP(offsetInPage, pprocessIn);
+		fillPage(recordSlice, elementSlice, enabledSlice, i);
 		i += pprocess;
 		offsetInPage = 0;
 		offsetOut = 0;
@@ -466,8 +488,9 @@ u32 CTriangleSorter::_ValidParticleCount(u32 start, u32 count) const
 	return m_VertexCount > firstVertex ? std::min((m_VertexCount - firstVertex) / m_PrimiteVertexCount, count) : 0;
 }
 
-// Records of particles beyond the vertex buffer: drawn before all others with a finite key, at its first vertices.
-static void FillBeyondVertexBuffer(const TMemoryView<SIndexAndDepth> &out)
+// Records of particles beyond the vertex buffer, or of no page: drawn before all others with a finite key, at the first
+// vertices.
+static void FillFarRecords(const TMemoryView<SIndexAndDepth> &out)
 {
 	float valueFar;
 	std::memcpy(&valueFar, &kMinusInfinityBits, sizeof(valueFar)); // -ffast-math does not know an infinity
@@ -489,7 +512,7 @@ void CTriangleSorter::_FillSource_SortByPosition_GeomConst(
 	if (i < count)
 	{
 		VX_ASSERT(i == validCount);
-		FillBeyondVertexBuffer(out.Slice(i, count - i));
+		FillFarRecords(out.Slice(i, count - i));
 	}
 }
 
@@ -507,33 +530,37 @@ void CTriangleSorter::_FillSource_SortByValues_GeomConst(
 	if (i < count)
 	{
 		VX_ASSERT(i == validCount);
-		FillBeyondVertexBuffer(out.Slice(i, count - i));
+		FillFarRecords(out.Slice(i, count - i));
 	}
 }
 
 void CTriangleSorter::_FillSource_SortByPosition_GeomConstAndIndexList(
 	u32 start, u32 count, const TMemoryView<SIndexAndDepth> &out) const
 {
-	_WalkPages<PageBound_RenderedCounts>(m_InPositions, start, count, out,
+	const u32 i = _WalkPages<PageBound_RenderedCounts>(m_InPositions, start, count, out,
 		[this, start](const TMemoryView<SIndexAndDepth> &records, const TStridedMemoryView<const CFloat3> &positions,
 			const TStridedMemoryView<const u8> &enableds, u32 recordsBefore)
 		{
-			const u32 *const indexList = &m_IndexList[start + recordsBefore];
+			const u32 *const indexList = m_IndexList.AddressOf(start + recordsBefore);
 			FillSortingIndirectionsListPoint_Indices(
 				records, positions, m_CameraPosition, enableds, indexList, m_VertexCount);
 		});
+	if (i < count)
+		FillFarRecords(out.Slice(i, count - i));
 }
 
 void CTriangleSorter::_FillSource_SortByValues_GeomConstAndIndexList(
 	u32 start, u32 count, const TMemoryView<SIndexAndDepth> &out) const
 {
-	_WalkPages<PageBound_TotalPageCount>(m_InSortKeys, start, count, out,
+	const u32 i = _WalkPages<PageBound_TotalPageCount>(m_InSortKeys, start, count, out,
 		[this, start](const TMemoryView<SIndexAndDepth> &records, const TStridedMemoryView<const float> &sortValues,
 			const TStridedMemoryView<const u8> &enableds, u32 recordsBefore)
 		{
-			const u32 *const indexList = &m_IndexList[start + recordsBefore];
+			const u32 *const indexList = m_IndexList.AddressOf(start + recordsBefore);
 			FillSortingIndirectionsListPoint_Indices(records, sortValues, enableds, indexList, m_VertexCount);
 		});
+	if (i < count)
+		FillFarRecords(out.Slice(i, count - i));
 }
 
 // Expand. The rule that every worker follows, for any width and both index types: record after record, the pattern's
@@ -748,7 +775,10 @@ static void ExpandIndicesU32_UA_x12(const TMemoryView<const u32> &indexPattern,
 		return;
 	}
 
-	[[maybe_unused]] const volatile u32 *const primsStop = dstPrims + primCount * 12;
+	if (primCount == 0)
+		return;
+
+	[[maybe_unused]] const volatile u32 *const primsStop = dstPrims + u64(primCount) * 12;
 	const __m128i i0i1i2i3 = LoadEntries4(pattern32);
 	const __m128i i2i3i4i5 = LoadEntries4(pattern32 + 2);
 	const __m128i i6i7i8i9 = LoadEntries4(pattern32 + 6);
@@ -790,7 +820,7 @@ VX_WRAPS static void ExpandIndicesU32_xN(const TMemoryView<const u32> &indexPatt
 	const CString message =
 		CString::Format("Render sort: Index stream expansion (U32): sub-optimal path [%d]", s32(patternWidth));
 	VX_WARN_ONCE("[l.579]", message.Data());
-	if (primCount * patternWidth != 0)
+	if (primCount * patternWidth != 0) // in 32 bits: kept on purpose, here and below
 		ExpandOneByOne(indexPattern, it, dstPrims, primCount);
 }
 
@@ -1112,19 +1142,13 @@ VX_WRAPS void CTriangleSorter::ExpandAndSortIndices(const TMemoryView<const u32>
 
 // Point sort.
 
-// With no record to write, no address is given: a twelve-wide worker writes its first record before it counts, unless
-// the output is aligned, as null is.
-template<typename _Index>
-static void ExpandSorted(const TMemoryView<const u32> &indexPattern,
-	const SIndexAndDepth *sorted,
-	const TMemoryView<_Index> &outIndices,
-	u32 writeCount)
-{
-	CTriangleSorter::ExpandIndices(indexPattern, sorted, writeCount != 0 ? outIndices.Data() : null, writeCount);
-}
+// Sizes of working buffers end at 32 bits. A sort that needs more says so and writes nothing, whatever memory it is given.
+constexpr u64 kLargestWorkingBufferSize = 0xFFFFFFFFu;
 
 void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
 {
+	if (!VX_VERIFY(_PointWorkingBufferSize(m_ParticleCount) <= kLargestWorkingBufferSize))
+		return;
 	SIndexAndDepth *_locallyAllocatedIDBuffer = null;
 	if (_workingBuffer == null)
 	{
@@ -1188,18 +1212,22 @@ void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
 	case GeometryConstantAndIndexList:
 	{
 		VX_ASSERT(!m_IndexPattern.Empty());
+		if (m_IndexPattern.Empty())
+			break;
 		const u32 writeCount = std::min(m_ParticleCount, m_IndexCount / m_IndexPattern.Count());
 		const u32 readOffset = _FirstWrittenRecord(m_ParticleCount, writeCount);
 		if (m_IndexType == IndexTypeUint32)
-			ExpandSorted(m_IndexPattern, &workingBufferSorter2[readOffset], m_OutIndices32, writeCount);
+			ExpandIndices(m_IndexPattern, &workingBufferSorter2[readOffset], m_OutIndices32.Data(), writeCount);
 		else if (m_IndexType == IndexTypeUint16)
-			ExpandSorted(m_IndexPattern, &workingBufferSorter2[readOffset], m_OutIndices16, writeCount);
+			ExpandIndices(m_IndexPattern, &workingBufferSorter2[readOffset], m_OutIndices16.Data(), writeCount);
 		else
 			VX_ASSERT_NOT_REACHED("Uninitialized or invalid indice type");
 		break;
 	}
 	case GeometryConstantAndIndexListAndQuadCenters:
 	{
+		if (m_IndexPattern.Empty()) // without a report: kept on purpose
+			break;
 		const u32 writeCount = std::min(m_ParticleCount, m_IndexCount / m_IndexPattern.Count());
 		const u32 readOffset = _FirstWrittenRecord(m_ParticleCount, writeCount);
 		if (m_IndexType == IndexTypeUint32)
@@ -1338,9 +1366,12 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 	VX_ASSERT(m_InRenderedParticleCounts.Count() == pageCount);
 	VX_ASSERT(m_PrimiteVertexCountCollection.Count() == pageCount);
 
+	// The walk ends with the shortest collection. A page that has no view of enabled bytes has no disabled particles.
+	const u32 walkedPageCount = std::min({pageCount, m_IndexPatternCollection.Count(),
+		m_InRenderedParticleCounts.Count(), m_PrimiteVertexCountCollection.Count()});
 	u32 startPrim = 0;
 	u32 startIndex = 0;
-	for (u32 pageId = 0; pageId < pageCount; ++pageId)
+	for (u32 pageId = 0; pageId < walkedPageCount; ++pageId)
 	{
 		const bool emptyPage = m_InRenderedParticleCounts[pageId] == 0;
 		if (!emptyPage)
@@ -1350,7 +1381,7 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 				m_IndexPatternCollection[pageId].Count() % 3 == 0 && m_IndexPatternCollection[pageId].Count() >= 3);
 		}
 		const u32 vertexCount = m_PrimiteVertexCountCollection[pageId];
-		if (startIndex + vertexCount > m_VertexCount)
+		if (u64(startIndex) + vertexCount > m_VertexCount)
 			break; // this page and all later ones are dropped
 		const u32 localParticleCount =
 			emptyPage ? 0 : std::min(m_InRenderedParticleCounts[pageId], (m_VertexCount - startIndex) / vertexCount);
@@ -1359,15 +1390,24 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 
 		const TMemoryView<const u32> indexPattern = m_IndexPatternCollection[pageId];
 		const u32 trianglesPerParticle = indexPattern.Count() / 3;
-		const u32 localPrimitiveCount = indexPattern.Count() * localParticleCount / 3;
+		const u64 localIndexCount = u64(indexPattern.Count()) * localParticleCount;
+		const u64 localPrimitiveCount = localIndexCount / 3;
 
-		const TMemoryView<SIndexAndDepth> particles = workingBufferSorter.Slice(startPrim, localParticleCount);
+		// A page that draws more than the index count has left ends the walk. The slice reports it.
+		const u64 recordCount = std::max<u64>(localParticleCount, localPrimitiveCount);
+		const TMemoryView<SIndexAndDepth> records =
+			workingBufferSorter.Slice(startPrim, u32(std::min<u64>(recordCount, ~startPrim)));
+		if (recordCount > workingBufferSorter.Count() - startPrim ||
+			localIndexCount > workingBufferIndex.Count() - startPrim * 3)
+			break;
+
+		const TMemoryView<SIndexAndDepth> particles = records.Slice(0, localParticleCount);
 		fillPage(particles, pageId, startIndex, vertexCount);
 		ExpandIndices(indexPattern, particles.Data(), &workingBufferIndex[startPrim * 3], localParticleCount);
-		ExpandSortingIndirectionsListPoints_Triangles(workingBufferSorter.Slice(startPrim, localPrimitiveCount),
-			localParticleCount, trianglesPerParticle, startPrim);
+		ExpandSortingIndirectionsListPoints_Triangles(
+			records.Slice(0, u32(localPrimitiveCount)), localParticleCount, trianglesPerParticle, startPrim);
 
-		startPrim += localPrimitiveCount;
+		startPrim += u32(localPrimitiveCount);
 		startIndex += localParticleCount * vertexCount;
 	}
 	return startPrim;
@@ -1393,7 +1433,7 @@ void CTriangleSorter::_SortTriangles_AutogenIndices(void *workingBuffer)
 			[&]([[maybe_unused]] u32 pageId) { VX_ASSERT(!m_InPositions[pageId].Empty()); },
 			[this](const TMemoryView<SIndexAndDepth> &particles, u32 pageId, u32 startIndex, u32 vertexCount)
 			{
-				const TStridedMemoryView<const u8> &enableds = m_InEnableds[pageId];
+				const TStridedMemoryView<const u8> enableds = ViewOfPage(m_InEnableds, pageId);
 				FillSortingIndirectionsListPoint_NoIndices(particles,
 					OfferedElements(m_InPositions[pageId], enableds, particles.Count()), m_CameraPosition, enableds,
 					startIndex, vertexCount);
@@ -1406,7 +1446,7 @@ void CTriangleSorter::_SortTriangles_AutogenIndices(void *workingBuffer)
 			[&]([[maybe_unused]] u32 pageId) { VX_ASSERT(!m_InSortKeys[pageId].Empty()); },
 			[this](const TMemoryView<SIndexAndDepth> &particles, u32 pageId, u32 startIndex, u32 vertexCount)
 			{
-				const TStridedMemoryView<const u8> &enableds = m_InEnableds[pageId];
+				const TStridedMemoryView<const u8> enableds = ViewOfPage(m_InEnableds, pageId);
 				FillSortingIndirectionsListPoint_NoIndices(particles,
 					OfferedElements(m_InSortKeys[pageId], enableds, particles.Count()), enableds, startIndex,
 					vertexCount);
@@ -1447,6 +1487,8 @@ void CTriangleSorter::_SortTriangles_AutogenIndices(void *workingBuffer)
 void CTriangleSorter::SortTriangles_AutogenIndices(void *workingBuffer)
 {
 	VX_ASSERT(m_GeometryType == GeometryPerPage);
+	if (!VX_VERIFY(_TriangleWorkingBufferSize(m_IndexCount_fromBB) <= kLargestWorkingBufferSize))
+		return;
 	void *locallyAllocatedBuffer = null;
 	if (workingBuffer == null)
 	{

@@ -79,10 +79,11 @@ struct SPositions_PackedUnaligned
 	}
 };
 
-// Any stride of at least a position. Three loads of 16 bytes end inside the position that follows; the fourth starts
-// inside the one before, because after the last position the memory may end.
+// Four positions at any stride from 4 on. The first three loads read 4 bytes beyond their position, and end before the
+// fourth position does. The fourth load starts 4 bytes before its position, because the memory may end after it.
 struct SPositions_Gathered
 {
+	static constexpr u32 kMinStride = 4;
 	static constexpr bool kPacked = false;
 	static constexpr bool kHasEights = true;
 	typedef struct SPositions8_Gathered Eights;
@@ -101,6 +102,26 @@ struct SPositions_Gathered
 		x = _mm_shuffle_ps(x0x1y0y1, x2x2x3x3, _MM_SHUFFLE(2, 0, 1, 0));
 		y = _mm_shuffle_ps(x0x1y0y1, y2y2y3y3, _MM_SHUFFLE(2, 0, 3, 2));
 		z = _mm_shuffle_ps(z0z1____, z2z2z3z3, _MM_SHUFFLE(2, 0, 1, 0));
+	}
+};
+
+// Four positions at any stride, also at one so short that 16 bytes from a position on reach beyond the fourth.
+struct SPositions_GatheredOneByOne
+{
+	static constexpr bool kPacked = false;
+	static constexpr bool kHasEights = false;
+
+	static VX_INLINE void Load4(const u8 *src, u32 stride, __m128 &x, __m128 &y, __m128 &z)
+	{
+		const __m128 p0 = LoadFloat3(src);
+		const __m128 p1 = LoadFloat3(src + stride);
+		const __m128 p2 = LoadFloat3(src + 2 * ureg(stride));
+		const __m128 p3 = LoadFloat3(src + 3 * ureg(stride));
+		const __m128 x0x1y0y1 = _mm_unpacklo_ps(p0, p1);
+		const __m128 x2x3y2y3 = _mm_unpacklo_ps(p2, p3);
+		x = _mm_movelh_ps(x0x1y0y1, x2x3y2y3);
+		y = _mm_movehl_ps(x2x3y2y3, x0x1y0y1);
+		z = _mm_movelh_ps(_mm_unpackhi_ps(p0, p1), _mm_unpackhi_ps(p2, p3));
 	}
 };
 
