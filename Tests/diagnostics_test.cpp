@@ -272,6 +272,7 @@ TEST(Assertion, ReportOfTheRuntime_NamesItsSourceAndFunction)
 
 TEST(Assertion, DefaultHandler_PrintsOneLineAndIgnores)
 {
+	Assert::SetReportHandler(null, null);
 	static bool s_FlagsAreSet = false;
 	if (s_FlagsAreSet)
 		GTEST_SKIP() << "sites stay ignored";
@@ -348,6 +349,7 @@ TEST(AssertionService, VerifyAssertFalse_BreaksOnZeroAndRemembersOne)
 
 TEST(AssertionService, DefaultHandler_AnswersIgnore)
 {
+	Assert::SetReportHandler(null, null);
 	testing::internal::CaptureStderr();
 	EXPECT_EQ(Assert::EvalAssert("file.cpp", "function", 12, "a < b", "1 < 0", "what it means"), 1);
 	bool ignored = false;

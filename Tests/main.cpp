@@ -2,9 +2,18 @@
 
 #include "kr_cpu.h"
 
+#include "diagnostics.h"
 #include <cstdio>
 #include <cstring>
 #include <gtest/gtest.h>
+
+namespace
+{
+class CNoReportUnasked : public testing::EmptyTestEventListener
+{
+	void OnTestStart(const testing::TestInfo &) override { Support::FailAtReports(); }
+};
+} // namespace
 
 int main(int argc, char **argv)
 {
@@ -19,5 +28,6 @@ int main(int argc, char **argv)
 		}
 		Vexmoor::Cpu::SetMaxLaneCount(isFour ? 4 : 8);
 	}
+	testing::UnitTest::GetInstance()->listeners().Append(new CNoReportUnasked);
 	return RUN_ALL_TESTS();
 }

@@ -44,7 +44,7 @@ public:
 			},
 			this);
 	}
-	~CLeaveAtReport() { Assert::SetReportHandler(null, null); }
+	~CLeaveAtReport() { FailAtReports(); }
 
 	const std::vector<std::string> &Texts() const { return m_Texts; }
 

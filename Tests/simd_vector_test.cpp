@@ -73,7 +73,7 @@ public:
 			},
 			this);
 	}
-	~CLeaveAtReport() { Assert::SetReportHandler(null, null); }
+	~CLeaveAtReport() { FailAtReports(); }
 
 	SRecordedReport m_Report;
 };

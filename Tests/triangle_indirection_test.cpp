@@ -196,7 +196,7 @@ TEST(WidenToTriangles, MisalignedList_IsReportedBeforeItIsWidened)
 
 	Assert::SetReportHandler(&SObserver::Report, &observer);
 	CTriangleSorter::ExpandSortingIndirectionsListPoints_Triangles({observer.m_List.As<SIndexAndDepth>(), 4}, 4, 1, 0);
-	Assert::SetReportHandler(null, null);
+	Support::FailAtReports();
 
 	EXPECT_EQ(observer.m_AtReport, VX_ASSERTIONS ? particles : std::vector<SRecord>());
 	EXPECT_EQ(Records(observer.m_List, 4), Model::WidenToTriangles(particles, 1, 0));

@@ -442,7 +442,7 @@ TEST(TriangleSortReports, IndexCountChangedMeanwhile_IsReportedAfterTheFill)
 	CWarningRecorder warnings;
 	Assert::SetReportHandler(changeAtTheFirst, &host);
 	pages.Sort();
-	Assert::SetReportHandler(null, null);
+	FailAtReports();
 
 	const std::vector<std::string> conditions = {"m_IndexCount_fromBB % 3 == 0", "Mem::IsAligned<0x10>(it)",
 		"Mem::IsAligned<0x10>(inoutList.Data())", "workingBufferSorter.Count() == primCount_fromBB",

@@ -8,6 +8,17 @@ using namespace Vexmoor;
 
 namespace Support
 {
+void FailAtReports()
+{
+	Assert::SetReportHandler(
+		[](const Assert::SReport &report, void *)
+		{
+			ADD_FAILURE_AT(report.m_File, report.m_Line) << report.m_Message << " in " << report.m_Function;
+			return int(Assert::Decision_Continue);
+		},
+		null);
+}
+
 CReportRecorder::CReportRecorder(int decision)
 	: m_Decision(decision)
 {
@@ -16,7 +27,7 @@ CReportRecorder::CReportRecorder(int decision)
 
 CReportRecorder::~CReportRecorder()
 {
-	Assert::SetReportHandler(null, null);
+	FailAtReports();
 }
 
 std::vector<std::string> CReportRecorder::Texts() const

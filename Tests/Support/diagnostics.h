@@ -26,6 +26,9 @@ struct SRecordedReport
 	std::string m_Message;
 };
 
+/// Makes every report a failure of the test that runs, until somebody else handles reports.
+void FailAtReports();
+
 /// Records every report; sites stay armed unless another decision is asked for.
 class CReportRecorder
 {
