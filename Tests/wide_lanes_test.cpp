@@ -5,6 +5,8 @@
 #include "kr_cpu.h"
 #include "kr_sort.h"
 
+#include "pv_first_answer.h"
+
 #include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -210,16 +212,64 @@ TEST(Cpu, AHostThatWantsFewerLanesIsObeyed)
 	                    __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl");
 	EXPECT_EQ(mostLanes, avx512 ? 16u : __builtin_cpu_supports("avx2") ? 8u : 4u);
 	EXPECT_EQ(kLaneCountAtStart, mostLanes) << "a host that says nothing gets all";
-	for (const u32 laneCount : {4u, 8u, 16u})
+	struct SCase
 	{
-		Cpu::SetMaxLaneCount(laneCount);
-		EXPECT_EQ(Cpu::LaneCount(), std::min(laneCount, mostLanes));
-	}
-	for (const u32 laneCount : {0u, 1u, 3u})
+		u32 m_Wanted, m_Widest;
+	};
+	const SCase cases[] = {
+		{0,           4 }, // the baseline is always there
+		{1,           4 },
+		{2,           4 },
+		{3,           4 },
+		{4,           4 },
+		{5,           4 }, // no register has five lanes
+		{6,           4 },
+		{7,           4 },
+		{8,           8 },
+		{9,           8 },
+		{10,          8 },
+		{11,          8 },
+		{12,          8 },
+		{13,          8 },
+		{14,          8 },
+		{15,          8 },
+		{16,          16},
+		{17,          16},
+		{0xFFFFFFFFu, 16},
+	};
+	for (const SCase &row : cases)
 	{
-		Cpu::SetMaxLaneCount(laneCount);
-		EXPECT_EQ(Cpu::LaneCount(), 4u) << "the baseline is always there";
+		Cpu::SetMaxLaneCount(row.m_Wanted);
+		EXPECT_EQ(Cpu::LaneCount(), std::min(row.m_Widest, mostLanes)) << row.m_Wanted;
 	}
 	Cpu::SetMaxLaneCount(laneCountBefore);
+}
+
+TEST(FirstAnswer, IsFoundOnce)
+{
+	CFirstAnswer answer;
+	EXPECT_EQ(answer.Get([] { return 16u; }), 16u);
+	EXPECT_EQ(answer.Get(
+				  []() -> u32
+				  {
+					  ADD_FAILURE() << "found again";
+					  return 8;
+				  }),
+		16u);
+	answer.Set(4);
+	EXPECT_EQ(answer.Get([] { return 16u; }), 4u);
+}
+
+// The host speaks after a first question has begun and before it ends, as another thread's may.
+TEST(FirstAnswer, SetWhileTheFirstIsFound_Stands)
+{
+	CFirstAnswer answer;
+	const auto findWhileTheHostSets = [&answer]
+	{
+		answer.Set(4);
+		return 16u;
+	};
+	EXPECT_EQ(answer.Get(findWhileTheHostSets), 4u);
+	EXPECT_EQ(answer.Get([] { return 16u; }), 4u);
 }
 } // namespace

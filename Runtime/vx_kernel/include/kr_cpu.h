@@ -15,7 +15,9 @@ namespace Cpu
 	VX_API u32 LaneCount();
 
 	/// Called at start-up, keeps to registers of at most so many lanes: for tests, for measurements, for a host whose
-	/// other work on a core wide registers would slow down. The default is 16.
+	/// other work on a core wide registers would slow down. A number that is not 4, 8 or 16 means the next lower one of
+	/// these, and one below 4 means 4. The default is 16. Any thread, and also while another thread asks for the first
+	/// time; sorts that run meanwhile may still take the registers that they have found.
 	VX_API void SetMaxLaneCount(u32 laneCount);
 } // namespace Cpu
 } // namespace Vexmoor

@@ -2,14 +2,15 @@
 
 #include "kr_cpu.h"
 
+#include "include/pv_first_answer.h"
+
 #include <algorithm>
-#include <atomic>
 
 namespace Vexmoor
 {
 namespace Cpu
 {
-	static std::atomic<u32> s_LaneCount{0}; // 0: nobody has asked yet
+	static CFirstAnswer s_LaneCount;
 
 	static u32 LaneCountOfProcessor()
 	{
@@ -22,21 +23,15 @@ namespace Cpu
 #endif
 	}
 
-	// Threads that ask at the same time get, and leave, the same answer.
 	u32 LaneCount()
 	{
-		u32 laneCount = s_LaneCount.load(std::memory_order_relaxed);
-		if (laneCount == 0)
-		{
-			laneCount = LaneCountOfProcessor();
-			s_LaneCount.store(laneCount, std::memory_order_relaxed);
-		}
-		return laneCount;
+		return s_LaneCount.Get(LaneCountOfProcessor);
 	}
 
 	void SetMaxLaneCount(u32 laneCount)
 	{
-		s_LaneCount.store(std::max(4u, std::min(laneCount, LaneCountOfProcessor())), std::memory_order_relaxed);
+		const u32 widest = laneCount >= 16 ? 16 : laneCount >= 8 ? 8 : 4;
+		s_LaneCount.Set(std::min(widest, LaneCountOfProcessor()));
 	}
 } // namespace Cpu
 } // namespace Vexmoor
