@@ -164,13 +164,35 @@ TEST(Array, AViewOfItself_IsAValidSource)
 	EXPECT_EQ(Contents(array), Numbers(8, 4));
 }
 
-// Nothing is thrown and nothing is half assigned: an empty pattern is what the sorts report. The process that runs out
-// of memory is one of its own.
+// Rounded up to steps of eight. The last counts have no step above them that 32 bits could say.
+TEST(Array, Capacity_HoldsTheCountAndDoesNotWrap)
+{
+	typedef TArrayStaticController<0, 8, 8, 0, 2> CController;
+	EXPECT_EQ(CController::Capacity(0), 8u);
+	EXPECT_EQ(CController::Capacity(8), 8u);
+	EXPECT_EQ(CController::Capacity(9), 16u);
+	EXPECT_EQ(CController::Capacity(16), 16u);
+	EXPECT_EQ(CController::Capacity(0xFFFFFFF0u), 0xFFFFFFF0u);
+	EXPECT_EQ(CController::Capacity(0xFFFFFFF1u), 0xFFFFFFF8u);
+	EXPECT_EQ(CController::Capacity(0xFFFFFFF8u), 0xFFFFFFF8u);
+	for (u32 count = 0xFFFFFFFFu; count != 0xFFFFFFF8u; --count)
+		EXPECT_EQ(CController::Capacity(count), 0xFFFFFFFFu) << count;
+}
+
+// Nothing is thrown, nothing is half assigned, and it is said. The process that runs out of memory is one of its own.
 #if !defined(TEST_HEAP_OF_A_SANITIZER)
-TEST(ArrayDeathTest, FailedAllocation_LeavesTheArrayEmpty)
+TEST(ArrayDeathTest, FailedAllocation_ReportsAndLeavesTheArrayEmpty)
 {
 	const auto arrayIsEmptyThenUsable = []
 	{
+		static char s_Said[128]; // which is there without memory
+		Assert::SetReportHandler(
+			[](const Assert::SReport &report, void *) -> int
+			{
+				std::strncat(s_Said, report.m_Message, sizeof(s_Said) - std::strlen(s_Said) - 1);
+				return Assert::Decision_Continue;
+			},
+			null);
 		const std::vector<u32> large(1u << 23);
 		const std::vector<u32> small = Numbers(6);
 		CPattern array;
@@ -180,7 +202,8 @@ TEST(ArrayDeathTest, FailedAllocation_LeavesTheArrayEmpty)
 		array = View(large);
 		const bool empty = array.Empty() && array.Count() == 0 && array.MaxCount() == 0 && array.Data() == null;
 		array = View(small); // small blocks can still be had
-		return empty && Contents(array) == small;
+		const char *const report = VX_ASSERTIONS ? "There is no memory for an array of 8388608 elements" : "";
+		return empty && Contents(array) == small && std::strcmp(s_Said, report) == 0;
 	};
 	EXPECT_EXIT(std::_Exit(arrayIsEmptyThenUsable() ? 0 : 1), testing::ExitedWithCode(0), "");
 }

@@ -178,7 +178,8 @@ public:
 
 	/// Every particle draws the same pattern.
 	/// indexPattern          copied; indices relative to the particle's first vertex. Widths 1 (with index 0), 3, 6
-	///                       and 12 are fast, any other width correct.
+	///                       and 12 are fast, any other width correct. Without memory for a copy, which is reported,
+	///                       there is no pattern, and a sort writes nothing
 	/// primitiveVertexCount  vertices per particle, not 0
 	void Setup_Geometry(const TMemoryView<u32> &indexPattern, u32 primitiveVertexCount)
 	{

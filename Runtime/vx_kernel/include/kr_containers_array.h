@@ -10,6 +10,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <type_traits>
 #include <utility>
 
@@ -22,15 +23,18 @@ struct VX_API TArrayStaticController
 {
 	static_assert(_Alignment == 0, "the heap's own alignment");
 
-	/// The capacity that holds count elements.
+	/// The capacity that holds count elements: the count rounded up to a whole step, but no more than 32 bits can say.
 	static constexpr u32 Capacity(u32 count)
 	{
-		return count <= _InitialSize ? _InitialSize : (count + _GrowConstant - 1) / _GrowConstant * _GrowConstant;
+		constexpr u64 kMaxCapacity = 0xFFFFFFFFu;
+		const u64 wholeSteps = (u64(count) + _GrowConstant - 1) / _GrowConstant * _GrowConstant;
+		return count <= _InitialSize ? _InitialSize : u32(wholeSteps < kMaxCapacity ? wholeSteps : kMaxCapacity);
 	}
 };
 
-/// Elements that can be copied as bytes, contiguous and owned. Assigning contents that fit keeps the memory; when a
-/// larger block cannot be had, the array is empty afterwards.
+/// Elements that can be copied as bytes, contiguous and owned. Assigning contents that fit keeps the memory. When there is
+/// no memory for larger contents, that is reported, and the array is empty afterwards: a sort then has no pattern to draw,
+/// rather than an earlier one that does not belong to its particles.
 template<typename _Type, typename _Controller = TArrayStaticController<0, 8, 8, 0, 2>>
 class VX_API TArray
 {
@@ -92,7 +96,8 @@ private:
 		if (count > m_MaxCount)
 		{
 			const u32 capacity = _Controller::Capacity(count);
-			_Type *const data = static_cast<_Type *>(std::malloc(std::size_t(capacity) * sizeof(_Type)));
+			_Type *const data = _Allocate(capacity);
+			VX_ASSERT_MESSAGE(data != null, "There is no memory for an array of %u elements", count);
 			if (data != null)
 				std::memcpy(data, elements, std::size_t(count) * sizeof(_Type));
 			std::free(m_Data);
@@ -105,6 +110,14 @@ private:
 			std::memmove(m_Data, elements, std::size_t(count) * sizeof(_Type));
 		m_Count = count;
 		return *this;
+	}
+
+	static _Type *_Allocate(u32 capacity)
+	{
+		const u64 sizeInBytes = u64(capacity) * sizeof(_Type);
+		if (sizeInBytes > std::numeric_limits<std::size_t>::max())
+			return null;
+		return static_cast<_Type *>(std::malloc(std::size_t(sizeInBytes)));
 	}
 
 	void _Swap(TArray &other) noexcept
