@@ -488,6 +488,17 @@ TEST(TraceRecorder, FailedWrite_IsTheLast)
 	}
 }
 
+// A disk that is full takes bytes into the standard library's buffer all the same.
+TEST(TraceRecorder, FullDisk_IsNoticed)
+{
+	CRecording recording(2);
+	recording.Scopes(2);
+	std::FILE *const file = std::fopen("/dev/full", "wb");
+	ASSERT_NE(file, nullptr);
+	EXPECT_FALSE(recording.Recorder().WriteChromeTrace(WriteToFile, file));
+	std::fclose(file);
+}
+
 TEST(TraceRecorder, File_HoldsTheTrace)
 {
 	CRecording recording(2);

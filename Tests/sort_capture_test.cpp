@@ -575,6 +575,19 @@ TEST(SortCapture, Refusals_SayWhatAndWhere)
 		0u);
 }
 
+// A disk that is full takes bytes into the standard library's buffer all the same.
+TEST(SortCapture, FullDisk_IsNoticed)
+{
+	CCall call(Constant);
+	call.SetUp();
+	std::FILE *const file = std::fopen("/dev/full", "wb");
+	ASSERT_NE(file, nullptr);
+	EXPECT_LT(CaptureOf(call).size(), size_t(BUFSIZ));
+	EXPECT_FALSE(WriteSortCapture(
+		call.m_Sorter, call.m_WorkingBuffer, call.m_WorkingBufferSize, SortCapture_Input, WriteToFile, file));
+	std::fclose(file);
+}
+
 TEST(SortCapture, File_HoldsTheCapture)
 {
 	CCall call(Constant);
