@@ -3,6 +3,7 @@
 
 #include "ge_mesh_sort_capture.h"
 
+#include "capture_places.h"
 #include "captured_sort.h"
 #include "diagnostics.h"
 #include "failure.h"
@@ -115,11 +116,12 @@ void ExpectReplays(const Model::SScene &scene, const SSceneLayout &layout)
 	const auto isWritten = [](const std::optional<u32> &index) { return index.has_value(); };
 	EXPECT_EQ(replay.m_WrittenCount, std::count_if(result.m_Output.begin(), result.m_Output.end(), isWritten));
 
-	// What is captured of the replayed sort is the same file.
+	// What is captured of the replayed sort is the same file, but for how far apart its memory is.
 	CFile again;
 	EXPECT_TRUE(WriteSortCapture(
 		capture.Sorter(), capture.WorkingBuffer(), capture.WorkingBufferSize(), SortCapture_Input, Append, &again));
-	EXPECT_TRUE(again == CaptureOf(memory, scene, SortCapture_Input)) << "the replayed sort gives another capture";
+	EXPECT_TRUE(WithoutPlaces(again) == WithoutPlaces(CaptureOf(memory, scene, SortCapture_Input)))
+		<< "the replayed sort gives another capture";
 }
 
 Model::SSceneOptions Options()
@@ -133,6 +135,7 @@ Model::SSceneOptions Options()
 }
 
 constexpr std::uint64_t kSceneCount = 300;
+constexpr u64 kRenderedCounts = 100; // where their section starts
 } // namespace
 
 TEST(SortCapture, RandomPointScenes_ReplayToTheSameBytes)
@@ -226,33 +229,61 @@ TEST(SortCapture, File_IsAsDocumented)
 
 	EXPECT_EQ(std::memcmp(file.data(), "\x56\x58\x53\x4F\x52\x54\x0D\x0A", 8), 0);
 	offset = 8;
-	expectWords({1, 0});
-	expectWords({2, call.m_OutputCount, u32(reinterpret_cast<ureg>(call.m_Output) % 16), call.m_VertexCount});
+	const u64 origin = reinterpret_cast<ureg>(&call.m_Sorter) / 16 * 16;
+	const auto expectPlace = [&](const void *data)
+	{
+		EXPECT_EQ(PlaceAt(file, offset), reinterpret_cast<ureg>(data) - origin) << "at byte " << offset;
+		offset += 8;
+	};
+	const auto expectNoPlace = [&] { expectWords({0, 0}); };
+	const auto expectView = [&](u32 count, u32 stride, const void *data)
+	{
+		expectWords({count, stride});
+		expectPlace(data);
+	};
+	const auto expectEmptyPage = [&] { expectWords({0, 0, 0, 0, 0}); };
+
+	expectWords({2, 0, sizeof(void *)});
+	expectPlace(&call.m_Sorter);
+	expectWords({2, call.m_OutputCount});
+	expectPlace(call.m_Output);
+	expectWords({call.m_VertexCount});
 	expectWords({2, 9, 0, 0, 0});
 	expectWords({3, 4, 0});
-	expectWords({1, 0, u32(call.m_WorkingBufferSize), 0});
-	EXPECT_EQ(offset, 80u);
-	expectWords({4, 4, 0, 3, 2});
+	expectWords({1});
+	expectPlace(call.m_WorkingBuffer);
+	expectWords({u32(call.m_WorkingBufferSize), 0});
+	EXPECT_EQ(offset, kRenderedCounts);
+	expectView(4, 4, call.m_Counts);
+	expectWords({4, 0, 3, 2});
 
-	const auto address = [](const void *data) { return u32(reinterpret_cast<ureg>(data) % 16); };
-	expectWords({4});
-	expectWords({0, 0, 0, 0});
-	expectWords({0, 0, 0, 0});
-	expectWords({5, 1, address(call.m_EnabledBytes), 5, 0x00FF0001, 7});
-	expectWords({0, 0, 0, 0});
+	expectView(4, 16, call.m_Enableds);
+	expectEmptyPage();
+	expectEmptyPage();
+	expectView(5, 1, call.m_EnabledBytes);
+	expectWords({5, 0x00FF0001, 7});
+	expectEmptyPage();
 
-	expectWords({4});
-	expectWords({4, 4, address(call.m_Values[0].Data()), 4, one, one, one, one});
-	expectWords({0, 0, 0, 0});
-	expectWords({5, 4, address(call.m_Values[2].Data()), 5, one, one, one, one, one});
-	expectWords({2, 4, address(call.m_Values[3].Data()), 2, one, one});
+	expectView(4, 16, call.m_Values);
+	expectView(4, 4, call.m_Values[0].Data());
+	expectWords({4, one, one, one, one});
+	expectEmptyPage();
+	expectView(5, 4, call.m_Values[2].Data());
+	expectWords({5, one, one, one, one, one});
+	expectView(2, 4, call.m_Values[3].Data());
+	expectWords({2, one, one});
 
 	expectWords({12, 0, 1, 2, 0, 2, 3, 3, 2, 1, 3, 1, 0});
-	expectWords({address(call.m_Entries), 9, 0, 4, 8, 12, 16, 20, 24, 28, 32});
-	expectWords({address(call.m_QuadCenters.Data()), 9 * 16});
+	expectPlace(call.m_Entries);
+	expectWords({9, 0, 4, 8, 12, 16, 20, 24, 28, 32});
+	expectPlace(call.m_QuadCenters.Data());
+	expectWords({9 * 16});
 	for (u32 i = 0; i < 9 * 16 * 4; ++i)
 		expectWords({0});
-	expectWords({0, 0});
+	expectNoPlace();
+	expectWords({0});
+	expectNoPlace();
+	expectWords({0});
 	EXPECT_EQ(offset + 16, file.size());
 	expectWords({u32(file.size()), 0});
 
@@ -271,9 +302,16 @@ TEST(SortCapture, TriangleSections_AreAsDocumented)
 	const CWarningRecorder warnings;
 	call.Sort();
 	const CFile file = CaptureOf(call, SortCapture_InputAndOutput);
-	const std::vector<u32> words = {0, 0, 0, 0, 0,         // no pattern, index list or quad centres
+	const auto place = [&call](const void *data)
+	{
+		const u64 origin = reinterpret_cast<ureg>(&call.m_Sorter) / 16 * 16;
+		return reinterpret_cast<ureg>(data) - origin;
+	};
+	const u64 patterns = place(call.m_Patterns), vertexCounts = place(call.m_VertexCounts);
+	const std::vector<u32> words = {0, 0, 0, 0, 0, 0, 0,   // no pattern, index list or quad centres
+		u32(patterns), u32(patterns >> 32),                // the array of patterns
 		4, 3, 0, 1, 2, 0, 6, 0, 1, 2, 0, 2, 3, 3, 2, 1, 0, // patterns
-		4, 3, 0, 4, 3};                                    // vertex counts
+		u32(vertexCounts), u32(vertexCounts >> 32), 4, 3, 0, 4, 3};
 	const u64 outputSize = call.m_OutputCount * sizeof(u16);
 	u64 offset = file.size() - 16 - outputSize;
 	EXPECT_EQ(std::memcmp(&file[offset], call.m_Output, outputSize), 0);
@@ -302,8 +340,9 @@ TEST(SortCapture, WhatASortDoesNotRead_IsNotWritten)
 	sorter.Setup_Geometry(TMemoryView<u32>(pattern, 3), 3);
 	CFile file;
 	ASSERT_TRUE(WriteSortCapture(sorter, null, 0, SortCapture_Input, Append, &file));
-	EXPECT_LT(file.size(), 300u);
-	EXPECT_EQ(std::count(file.begin(), file.end(), 0xEE), 2 * 12);
+	EXPECT_LT(file.size(), 350u);
+	const CFile inEveryRun = WithoutPlaces(file);
+	EXPECT_EQ(std::count(inEveryRun.begin(), inEveryRun.end(), 0xEE), 2 * 12);
 	Viewer::CCapturedSort capture(file, kMemoryLimit);
 	const Viewer::SReplay replay = Viewer::Replay(capture);
 	EXPECT_TRUE(replay.Good());
@@ -352,6 +391,360 @@ TEST(SortCapture, BrokenCalls_KeepTheirFindingsAndAreNotSorted)
 		EXPECT_FALSE(replay.m_Sorted);
 		EXPECT_FALSE(replay.Good());
 	}
+}
+
+// Any two arrays of a call may overlap by mistake. Laid out apart, such a call would keep the rules, and sort to other bytes
+// than at its host.
+TEST(SortCapture, OverlapsWithOutputAndWorkingBuffer_AreNamedAsAtTheHost)
+{
+	const auto past = [](const void *address, s64 byteCount)
+	{ return reinterpret_cast<void *>(reinterpret_cast<ureg>(address) + ureg(byteCount)); };
+	for (const ECallGeometry geometry : kCallGeometries)
+	{
+		for (const bool byPosition : {false, true})
+		{
+			const auto forEachArray = [&](CCall &call, const auto &action)
+			{
+				action("sorter", &call.m_Sorter);
+				action("rendered counts", call.m_Counts);
+				action("views of the source", byPosition ? static_cast<void *>(call.m_Positions) : call.m_Values);
+				action("source of page 0",
+					byPosition ? static_cast<const void *>(call.m_Positions[0].Data()) : call.m_Values[0].Data());
+				action("source of page 2",
+					byPosition ? static_cast<const void *>(call.m_Positions[2].Data()) : call.m_Values[2].Data());
+				action("views of enabled bytes", call.m_Enableds);
+				action("enabled bytes", call.m_EnabledBytes);
+				if (geometry == List || geometry == Quads)
+					action("index list", call.m_Entries);
+				if (geometry == Quads)
+					action("quad centres", call.m_QuadCenters.Data());
+				if (geometry == Triangles)
+				{
+					action("index patterns", call.m_Patterns);
+					action("vertex counts", call.m_VertexCounts);
+				}
+			};
+			u32 arrayCount = 0;
+			{
+				CCall call(geometry);
+				forEachArray(call, [&arrayCount](const char *, const void *) { ++arrayCount; });
+			}
+			// The output and the working buffer, each over every array, and over each other: before it, at it, inside it.
+			for (u32 array = 0; array <= arrayCount; ++array)
+			{
+				for (const s64 distance : {-16, 0, 4})
+				{
+					for (const bool isOutput : {true, false})
+					{
+						CCall call(geometry);
+						if (byPosition)
+							call.SortByPosition();
+						const char *name = "working buffer";
+						const void *start = call.m_WorkingBuffer;
+						u32 left = array;
+						forEachArray(call,
+							[&](const char *arrayName, const void *arrayStart)
+							{
+								if (left-- == 0)
+								{
+									name = arrayName;
+									start = arrayStart;
+								}
+							});
+						if (isOutput)
+							call.m_Output = past(start, distance);
+						else if (array != arrayCount)
+							call.m_WorkingBuffer = past(start, distance);
+						else
+							continue;
+						call.SetUp();
+						SCOPED_TRACE(std::string(isOutput ? "the output" : "the working buffer") + " at " +
+									 std::to_string(distance) + " of the " + name);
+						SFindings findings;
+						ASSERT_NE(call.Validate(&Collect, &findings), 0u);
+						ASSERT_TRUE(std::any_of(findings.m_Sentences.begin(), findings.m_Sentences.end(),
+							[](const std::string &sentence)
+							{ return sentence.find(" overlaps ") != std::string::npos; }));
+
+						Viewer::CCapturedSort capture(CaptureOf(call), kMemoryLimit);
+						SFindings replayed;
+						ValidateSort(capture.Sorter(), capture.WorkingBuffer(), capture.WorkingBufferSize(), &Collect,
+							&replayed);
+						ASSERT_EQ(replayed.m_Sentences, findings.m_Sentences);
+						ASSERT_FALSE(Viewer::Replay(capture).m_Sorted);
+					}
+				}
+			}
+		}
+	}
+}
+
+// What becomes of values that the sort itself writes over is the same in both places.
+TEST(SortCapture, SortOverItsOwnInput_ReplaysToTheSameBytes)
+{
+	constexpr u32 kCount = 200;
+	constexpr u64 kWorkingBufferSize = 2 * kCount * sizeof(SIndexAndDepth);
+	struct SCase
+	{
+		const char *m_Name;
+		u64 m_Output, m_WorkingBuffer, m_Values; // bytes from the start of one block
+	};
+	const SCase cases[] = {
+		{"ValuesUnderTheOutput",        0,    6400, 400 },
+		{"ValuesUnderTheRecords",       0,    4800, 6000},
+		{"ValuesAcrossBoth",            4000, 6400, 6200},
+		{"WorkingBufferUnderTheOutput", 0,    2000, 8000},
+		{"EverythingOverEverything",    16,   0,    32  },
+	};
+	for (const SCase &shared : cases)
+	{
+		SCOPED_TRACE(shared.m_Name);
+		CGuardedMemory memory(12800);
+		std::memset(memory.Data(), 0, memory.Size());
+		float *const values = reinterpret_cast<float *>(memory.Data() + shared.m_Values);
+		for (u32 i = 0; i < kCount; ++i)
+			values[i] = float(i * 37 % kCount);
+		const TStridedMemoryView<const float, -1> page(values, kCount, 4);
+		const TStridedMemoryView<const u8, -1> noEnableds;
+		const u32 renderedCount = kCount;
+		u32 pattern[] = {0, 1, 2, 0, 2, 3};
+		CTriangleSorter sorter;
+		u8 *const output = memory.Data() + shared.m_Output;
+		u8 *const workingBuffer = memory.Data() + shared.m_WorkingBuffer;
+		sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(reinterpret_cast<u32 *>(output), kCount * 6), kCount * 4);
+		sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(&page, 1, 16),
+			CTriangleSorter::CEnabledPages(&noEnableds, 1, 16), CTriangleSorter::CRenderedCounts(&renderedCount, 1, 4),
+			kCount);
+		sorter.Setup_Geometry(TMemoryView<u32>(pattern, 6), 4);
+		CFile file;
+		ASSERT_TRUE(WriteSortCapture(sorter, workingBuffer, kWorkingBufferSize, SortCapture_Input, Append, &file));
+		Viewer::CCapturedSort capture(file, kMemoryLimit);
+
+		// Twice: the first time, the output is written when all has been read.
+		const CReportRecorder reports;
+		for (u32 i = 0; i < 2; ++i)
+		{
+			sorter.SortPoints_AutogenIndices(workingBuffer);
+			capture.Sort();
+			EXPECT_EQ(std::memcmp(capture.Output(), output, kCount * 6 * sizeof(u32)), 0) << "sort " << i;
+		}
+	}
+}
+
+// Legal ways to share memory: particles and pages as structures, pages that share a view, arrays with one entry for all.
+TEST(SortCapture, InterleavedAndSharedViews_KeepTheirDistances)
+{
+	struct SParticle
+	{
+		CFloat3 m_Position;
+		float m_Value;
+		u32 m_Rest[2];
+	};
+	struct SPage
+	{
+		TStridedMemoryView<const float, -1> m_Values;
+		u32 m_RenderedCount;
+		TStridedMemoryView<const u8, -1> m_Enableds;
+	};
+	struct SFrame
+	{
+		SPage m_Pages[4];
+		SParticle m_Particles[12];
+		u8 m_Enabled[4];
+	} frame;
+	std::memset(static_cast<void *>(&frame), 0, sizeof(frame));
+	for (u32 i = 0; i < 12; ++i)
+		frame.m_Particles[i].m_Value = float(i * 5 % 12);
+	frame.m_Enabled[1] = frame.m_Enabled[3] = 1;
+	const auto values = [&frame](u32 first, u32 count, u32 every)
+	{
+		return TStridedMemoryView<const float, -1>(
+			&frame.m_Particles[first].m_Value, count, u32(sizeof(SParticle)) * every);
+	};
+	frame.m_Pages[0] = {values(0, 6, 2), 6, {}}; // every other particle
+	frame.m_Pages[1] = {values(1, 6, 2), 6, {}}; // those between them
+	frame.m_Pages[2] = {
+		values(4, 4, 1), 2, {frame.m_Enabled, 4, 1}
+    };
+	frame.m_Pages[3] = {
+		values(4, 4, 1), 2, {frame.m_Enabled, 4, 1}
+    }; // the same again
+
+	u32 pattern[] = {0, 1, 2};
+	CGuardedMemory output(16 * 3 * sizeof(u32));
+	CGuardedMemory workingBuffer(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(16));
+	CTriangleSorter sorter;
+	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(output.As<u32>(), 16 * 3), 16 * 4);
+	sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(&frame.m_Pages[0].m_Values, 4, sizeof(SPage)),
+		CTriangleSorter::CEnabledPages(&frame.m_Pages[0].m_Enableds, 4, sizeof(SPage)),
+		CTriangleSorter::CRenderedCounts(&frame.m_Pages[0].m_RenderedCount, 4, sizeof(SPage)), 16);
+	sorter.Setup_Geometry(TMemoryView<u32>(pattern, 3), 4);
+	const CReportRecorder reports;
+	const CWarningRecorder warnings;
+	sorter.SortPoints_AutogenIndices(workingBuffer.Data());
+	CFile file;
+	ASSERT_TRUE(WriteSortCapture(
+		sorter, workingBuffer.Data(), workingBuffer.Size(), SortCapture_InputAndOutput, Append, &file));
+
+	Viewer::CCapturedSort capture(file, kMemoryLimit);
+	const Viewer::SReplay replay = Viewer::Replay(capture);
+	EXPECT_EQ(replay.m_Violations, std::vector<std::string>());
+	EXPECT_TRUE(replay.Good());
+	EXPECT_EQ(replay.m_WrittenCount, 16u * 3);
+
+	// Sections: sorter, output, working buffer; counts; views of enabled bytes and four pages, two of them empty; views of
+	// values and four pages. Of these, what overlaps is as far apart as it was.
+	CFile again;
+	ASSERT_TRUE(WriteSortCapture(
+		capture.Sorter(), capture.WorkingBuffer(), capture.WorkingBufferSize(), SortCapture_Input, Append, &again));
+	const std::vector<u64> places = PlaceOffsets(file);
+	ASSERT_EQ(places, PlaceOffsets(again));
+	const auto distance = [&places](const CFile &from, u32 place, u32 other)
+	{ return PlaceAt(from, places[place]) - PlaceAt(from, places[other]); };
+	constexpr u32 kCounts = 3, kEnabledViews = 4, kEnableds2 = 7, kEnableds3 = 8, kValueViews = 9, kValues0 = 10;
+	EXPECT_EQ(distance(again, kEnabledViews, kCounts), distance(file, kEnabledViews, kCounts));
+	EXPECT_EQ(distance(again, kValueViews, kCounts), distance(file, kValueViews, kCounts));
+	EXPECT_EQ(distance(again, kEnableds3, kEnableds2), 0u);
+	for (u32 page = 1; page < 4; ++page)
+		EXPECT_EQ(distance(again, kValues0 + page, kValues0), distance(file, kValues0 + page, kValues0)) << page;
+}
+
+// An array with a stride of 0 has one entry for all pages. It is one entry here too, even where the first page, which
+// renders nothing, makes no use of it.
+TEST(SortCapture, ArraysOfOneEntry_StayOne)
+{
+	CCall call(Constant);
+	call.m_Values[0] = CValueView(call.m_Values[2].Data(), 5, 4);
+	call.m_Counts[0] = 0;
+	call.m_Counts[1] = call.m_Counts[2] = call.m_Counts[3] = 3;
+	call.m_ValuePages = CTriangleSorter::CSortKeyPages(call.m_Values, 4, 0);
+	call.m_EnabledPages = CTriangleSorter::CEnabledPages(call.m_Enableds + 2, 4, 0);
+	call.SetUp();
+	const CReportRecorder reports;
+	call.Sort();
+	Viewer::CCapturedSort capture(CaptureOf(call, SortCapture_InputAndOutput), kMemoryLimit);
+	const Viewer::SReplay replay = Viewer::Replay(capture);
+	EXPECT_EQ(replay.m_Violations, std::vector<std::string>());
+	EXPECT_TRUE(replay.Good());
+	CFile again;
+	ASSERT_TRUE(WriteSortCapture(
+		capture.Sorter(), capture.WorkingBuffer(), capture.WorkingBufferSize(), SortCapture_Input, Append, &again));
+	EXPECT_EQ(WithoutPlaces(again), WithoutPlaces(CaptureOf(call)));
+}
+
+TEST(SortCapture, IndexListAddress_IsKeptModulo16)
+{
+	for (u32 remainder = 0; remainder < 16; ++remainder)
+	{
+		SCOPED_TRACE(remainder);
+		CCall call(List);
+		CGuardedMemory list(CCall::kParticleCount * sizeof(u32), remainder);
+		std::memcpy(list.Data(), call.m_Entries, list.Size());
+		call.m_IndexList = TMemoryView<const u32>(list.As<const u32>(), CCall::kParticleCount);
+		call.SetUp();
+		const CFile file = CaptureOf(call);
+		Viewer::CCapturedSort capture(file, kMemoryLimit);
+		CFile again;
+		ASSERT_TRUE(WriteSortCapture(
+			capture.Sorter(), capture.WorkingBuffer(), capture.WorkingBufferSize(), SortCapture_Input, Append, &again));
+		const std::vector<u64> places = PlaceOffsets(again);
+		const u64 ofList = places[places.size() - 4];
+		EXPECT_EQ(PlaceAt(file, ofList) % 16, remainder);
+		EXPECT_EQ(PlaceAt(again, ofList) % 16, remainder);
+		EXPECT_TRUE(Viewer::Replay(capture).m_Violations.empty());
+	}
+}
+
+// Overlapping elements that differ are no memory's contents; a sorter or a pattern written over would not survive.
+TEST(SortCapture, RegionsThatContradictEachOther_AreRefused)
+{
+	CCall call(Triangles);
+	call.SetUp();
+	const CFile good = CaptureOf(call);
+	const std::vector<u64> places = PlaceOffsets(good);
+	const u32 kSorter = 0, kCounts = 3, kEnabledViews = 4, kEnableds2 = 7, kValueViews = 9, kValues0 = 10,
+			  kValues2 = 12;
+	const u32 kPatterns = 16, kVertexCounts = 17;
+	ASSERT_EQ(places.size(), 18u);
+	const auto over = [&](u32 region, u32 other, u64 distance)
+	{
+		CFile file = good;
+		const u64 place = PlaceAt(file, places[other]) + distance;
+		std::memcpy(&file[places[region]], &place, sizeof(place));
+		return Refusal(Mended(file));
+	};
+	const auto disagreement = [](const std::string &name) {
+		return "The file is damaged: the " + name +
+		       " and what overlaps them do not agree on the bytes that they share.";
+	};
+	EXPECT_EQ(over(kValues2, kValues0, 0), "");
+	EXPECT_EQ(over(kValues2, kValues0, 1), disagreement("sort values of page 0"));
+	EXPECT_EQ(over(kCounts, kValues0, 0), disagreement("rendered counts"));
+	EXPECT_EQ(over(kEnableds2, kCounts, 0), disagreement("rendered counts"));
+	EXPECT_EQ(over(kEnabledViews, kValueViews, 0), disagreement("views of enabled bytes"));
+	EXPECT_EQ(over(kVertexCounts, kCounts, 4), disagreement("rendered counts"));
+	EXPECT_EQ(over(kValues0, kSorter, 0), disagreement("sort values of page 0"));
+	EXPECT_EQ(over(kValues0, kPatterns, 0), disagreement("sort values of page 0"));
+	EXPECT_EQ(over(kPatterns, kSorter, 16), "The file is damaged: the index patterns overlap the sorter.");
+	EXPECT_EQ(over(kPatterns, kSorter, 0 - u64(16)), "The file is damaged: the index patterns overlap the sorter.");
+	EXPECT_EQ(over(kVertexCounts, kCounts, u64(1) << 63), "");
+
+	CFile file = good;
+	const u64 lastPlace = (u64(1) << 63) - 8;
+	std::memcpy(&file[places[kCounts]], &lastPlace, sizeof(lastPlace));
+	EXPECT_EQ(Refusal(Mended(file)), "The file is damaged: the rendered counts pass the end of all addresses.");
+}
+
+// At a host whose addresses have another size, views take 12 bytes, say. Here they take what they take.
+TEST(SortCapture, HostWithAddressesOfAnotherSize_IsReplayedWithViewsApart)
+{
+	CCall call(Constant);
+	call.SetUp();
+	const CReportRecorder reports;
+	call.Sort();
+	CFile file = CaptureOf(call, SortCapture_InputAndOutput);
+	constexpr u64 kAddressSize = 16, kEnabledViews = kRenderedCounts + 16 + 16;
+	ASSERT_EQ(WordAt(file, kAddressSize), sizeof(void *));
+	ASSERT_EQ(WordAt(file, kEnabledViews + 4), sizeof(CEnabledView));
+	SetWord(file, kAddressSize, 12 - sizeof(void *));
+	SetWord(file, kEnabledViews + 4, 28 - sizeof(CEnabledView));
+	Viewer::CCapturedSort capture(Mended(file), kMemoryLimit);
+	EXPECT_TRUE(Viewer::Replay(capture).Good());
+}
+
+// Captures that were written before places were: three particles on two pages, their list and their output.
+TEST(SortCapture, Version1_IsReadWithItsRegionsApart)
+{
+	const u32 words[] = {0x4F535856, 0x0A0D5452, 1, 1, // first bytes, version, with output
+		2, 9, 0, 16,                                   // output
+		2, 3, 0, 0, 0,                                 // input
+		2, 0, 0,                                       // geometry
+		1, 0, 64, 0,                                   // working buffer
+		2, 2, 1,                                       // rendered counts
+		2, 0, 0, 0, 0, 2, 1, 4, 2, 1,                  // enabled bytes
+		2, 2, 4, 12, 2, 0x40400000, 0x3F800000,        // values 3 and 1
+		2, 4, 8, 2, 0x40000000, 0,                     // values 2 and 0
+		3, 0, 1, 2, 4, 3, 0, 8, 4, 0, 0, 0, 0,         // pattern, list, no quad centres or patterns
+		8, 9, 10, 4, 5, 6, 0, 1, 2, 0x120, 0, 0, 0};
+	CFile file(sizeof(words));
+	std::memcpy(file.data(), words, sizeof(words));
+	Viewer::CCapturedSort capture(Mended(file), kMemoryLimit);
+	const CWarningRecorder warnings;
+	const Viewer::SReplay replay = Viewer::Replay(capture);
+	EXPECT_EQ(replay.m_Violations, std::vector<std::string>());
+	EXPECT_TRUE(replay.Good());
+	EXPECT_TRUE(replay.m_Compared);
+	EXPECT_EQ(replay.m_WrittenCount, 9u);
+
+	CFile again;
+	ASSERT_TRUE(WriteSortCapture(
+		capture.Sorter(), capture.WorkingBuffer(), capture.WorkingBufferSize(), SortCapture_Input, Append, &again));
+	std::vector<u64> remainders;
+	for (const u64 offset : PlaceOffsets(again))
+		remainders.push_back(PlaceAt(again, offset) % 16);
+	const std::vector<u64> ofPages(remainders.begin() + 5, remainders.end() - 4);
+	EXPECT_EQ(ofPages, (std::vector<u64>{0, 4, 0, 12, 8})); // enabled bytes, the views of values, values
+	EXPECT_EQ(remainders[remainders.size() - 4], 4u);       // index list
 }
 
 TEST(SortCapture, ViewsThatCannotBeRead_AreRefusedBeforeAnythingIsWritten)
@@ -539,37 +932,45 @@ TEST(SortCapture, Refusals_SayWhatAndWhere)
 		return Mended(file);
 	};
 	const std::string size = std::to_string(good.size());
-	const u64 enabledBytes = 80 + 5 * 4 + 4 + 2 * 16; // of page 2
+	const u64 enabledBytes = kRenderedCounts + 16 + 4 * 4 + 16 + 2 * 20; // of page 2
 
 	EXPECT_EQ(
 		Refusal({}), "The file is damaged or cut short: the first bytes take 8 bytes from byte 0 on, but it has 0.");
 	EXPECT_EQ(Refusal(with(0, 0)), "The file is no capture of a sort: it does not begin with VXSORT and a line's end.");
-	EXPECT_EQ(Refusal(with(8, 2)), "The file is a capture of version 2, but only version 1 can be read.");
-	EXPECT_EQ(Refusal(with(16, 3)),
-		"The file is damaged: at byte 16, in the numbers of the output, stands 3, but at most 2 makes sense.");
-	EXPECT_EQ(Refusal(with(80, 100000)),
-		"The file is damaged or cut short: the rendered counts take 400000 bytes from byte 84 on, but it has " + size +
+	EXPECT_EQ(Refusal(with(8, 3)), "The file is a capture of version 3, but only versions 1 to 2 can be read.");
+	EXPECT_EQ(Refusal(with(16, 5)), "The file is damaged: addresses have 4 or 8 bytes, not 5.");
+	EXPECT_EQ(Refusal(with(16, 16)),
+		"The file is damaged: at byte 16, in the numbers of the host, stands 16, but at most 8 makes sense.");
+	EXPECT_EQ(Refusal(with(20, 4)), "The file is damaged: the bytes of the sorter have a stride of " +
+										std::to_string(sizeof(CTriangleSorter)) + " and start at 4 modulo 8.");
+	EXPECT_EQ(Refusal(with(28, 3)),
+		"The file is damaged: at byte 28, in the numbers of the output, stands 3, but at most 2 makes sense.");
+	EXPECT_EQ(Refusal(with(kRenderedCounts, 100000)),
+		"The file is damaged or cut short: the rendered counts take 400000 bytes from byte 116 on, but it has " + size +
 			".");
-	EXPECT_EQ(Refusal(with(enabledBytes + 8, 16)), "The file is damaged: at byte " + std::to_string(enabledBytes + 8) +
-													   ", in the enabled bytes of page 2, stands 16, but at most 15 "
-													   "makes sense.");
-	EXPECT_EQ(Refusal(with(enabledBytes + 12, 6)), "The file is damaged: at byte " + std::to_string(enabledBytes + 12) +
-													   ", in the enabled bytes of page 2, stands 6, but at most 5 "
-													   "makes sense.");
-	EXPECT_EQ(Refusal(with(enabledBytes + 20, 0x107)), "The file is damaged: byte " +
-														   std::to_string(enabledBytes + 21) +
+	EXPECT_EQ(Refusal(with(kRenderedCounts + 4, 3)),
+		"The file is damaged: the rendered counts have a stride of 3 and a count of 4.");
+	EXPECT_EQ(Refusal(with(kRenderedCounts + 4, 6)),
+		"The file is damaged: the rendered counts have a stride of 6 and start at 0 modulo 4.");
+	EXPECT_EQ(Refusal(with(kRenderedCounts + 4, 0)),
+		"The file is damaged: the rendered counts and what overlaps them do "
+		"not agree on the bytes that they share.");
+	EXPECT_EQ(Refusal(with(enabledBytes + 16, 6)),
+		"The file is damaged: at byte " + std::to_string(enabledBytes + 16) +
+			", in the enabled bytes of page 2, stands 6, but at most 5 makes sense.");
+	EXPECT_EQ(Refusal(with(enabledBytes + 24, 0x107)), "The file is damaged: byte " +
+														   std::to_string(enabledBytes + 25) +
 														   ", after the enabled bytes of page 2, is not 0.");
-	EXPECT_EQ(Refusal(with(20, 0x40000000))
-				  .find("The capture takes too much memory: 4294967296 bytes for the indices of "
-						"the output, where "),
-		0u);
+	const std::string tooLarge = Refusal(with(32, 0x40000000));
+	EXPECT_EQ(tooLarge.find("The capture takes too much memory: "), 0u) << tooLarge;
+	EXPECT_NE(tooLarge.find(" bytes for the indices of the output"), std::string::npos) << tooLarge;
 
 	CFile wrongSize = good;
 	SetWord(wrongSize, good.size() - 16, 4);
 	EXPECT_EQ(Refusal(wrongSize), "The file is damaged or cut short: byte " + std::to_string(good.size() - 16) +
 									  " says that it has 4 bytes, but it has " + size + ".");
 	CFile wrongChecksum = good;
-	wrongChecksum[40] ^= 1; // the camera
+	wrongChecksum[56] ^= 1; // the camera
 	EXPECT_EQ(Refusal(wrongChecksum)
 				  .find("The file is damaged: the checksum at byte " + std::to_string(good.size() - 8) + " is "),
 		0u);

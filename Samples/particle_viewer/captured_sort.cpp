@@ -1,5 +1,6 @@
-// Reads a capture front to back. Nothing in the file is believed before it is checked: a count against what is left of
-// the file, and what it takes in memory against the limit.
+// Reads a capture front to back, then gives its regions memory, fills them and sets up the sorter. Nothing in the file is
+// believed before it is checked: a count against what is left of the file, what it takes in memory against the limit, and
+// what regions that overlap are filled with against each other.
 
 #include "captured_sort.h"
 
@@ -73,16 +74,24 @@ public:
 				Long(m_Offset - sizeof(word)), m_Name, word, largest);
 		return word;
 	}
-	u32 AddressMod16() { return WordUpTo(15); }
-	template<typename _Element>
-	std::vector<_Element> Elements()
+	// Where a region lies. Of version 1, all that is known is the address modulo 16.
+	u64 Place() { return m_HasPlaces ? Value<u64>() : WordUpTo(15); }
+	// Where a region lies of which version 1 says nothing.
+	u64 PlaceIfAny() { return m_HasPlaces ? Value<u64>() : 0; }
+	void ExpectPlaces() { m_HasPlaces = true; }
+	// A list: a count, and as many words.
+	std::vector<u32> Words()
 	{
 		const u32 count = Word();
-		const u8 *const bytes = Bytes(u64(count) * sizeof(_Element));
-		std::vector<_Element> elements(count);
+		return Words(count);
+	}
+	std::vector<u32> Words(u32 count)
+	{
+		const u8 *const bytes = Bytes(u64(count) * sizeof(u32));
+		std::vector<u32> words(count);
 		if (count != 0)
-			std::memcpy(static_cast<void *>(elements.data()), bytes, count * sizeof(_Element));
-		return elements;
+			std::memcpy(words.data(), bytes, count * sizeof(u32));
+		return words;
 	}
 	void SkipPadding()
 	{
@@ -117,11 +126,11 @@ private:
 
 	const std::vector<u8> &m_File;
 	u64 m_Offset = 0;
+	bool m_HasPlaces = false;
 	char m_Name[64] = "";
 };
 
 CCapturedSort::CCapturedSort(const std::vector<u8> &file, u64 memoryLimit)
-	: m_MemoryLeft(memoryLimit)
 {
 	CCursor cursor(file);
 	ReadNumbers(cursor);
@@ -129,8 +138,15 @@ CCapturedSort::CCapturedSort(const std::vector<u8> &file, u64 memoryLimit)
 	ReadGeometry(cursor);
 	ReadOutput(cursor);
 	cursor.ReadTrailer();
-	MakeWorkingBuffer(cursor);
+	AddWorkingBuffer();
+
+	m_Memory.LayOut(memoryLimit);
+	FillWithViews();
+	m_Memory.Write();
+	MakePatterns();
+	MakeSorter();
 	SetUp();
+	m_Memory.Check();
 }
 
 void CCapturedSort::ReadNumbers(CCursor &cursor)
@@ -138,15 +154,27 @@ void CCapturedSort::ReadNumbers(CCursor &cursor)
 	cursor.Name("first bytes");
 	if (std::memcmp(cursor.Bytes(8), kSortCaptureMagic, 8) != 0)
 		Refuse("The file is no capture of a sort: it does not begin with VXSORT and a line's end.");
-	const u32 version = cursor.Word();
-	if (version != kSortCaptureVersion)
-		Refuse("The file is a capture of version %u, but only version %u can be read.", version, kSortCaptureVersion);
+	m_Version = cursor.Word();
+	if (m_Version < 1 || m_Version > kSortCaptureVersion)
+		Refuse("The file is a capture of version %u, but only versions 1 to %u can be read.", m_Version,
+			kSortCaptureVersion);
+	if (m_Version > 1)
+		cursor.ExpectPlaces();
 	m_HasRecordedOutput = cursor.WordUpTo(SortCapture_InputAndOutput) != 0;
+
+	cursor.Name("numbers of the host");
+	const u32 addressSize = m_Version > 1 ? cursor.WordUpTo(8) : sizeof(void *);
+	const u64 sorterPlace = cursor.PlaceIfAny();
+	if (addressSize != 4 && addressSize != 8)
+		Refuse("The file is damaged: addresses have 4 or 8 bytes, not %u.", addressSize);
+	m_HasObjectsOfOtherSize = addressSize != sizeof(void *);
+	m_SorterRegion =
+		AddObjects<CTriangleSorter>(cursor, "bytes of the sorter", sorterPlace, 1, sizeof(CTriangleSorter)).m_Region;
 
 	cursor.Name("numbers of the output");
 	m_IndexType = CTriangleSorter::EIndexType(cursor.WordUpTo(CTriangleSorter::IndexTypeUint32));
 	m_OutputCount = cursor.Word();
-	m_OutputAddressMod16 = cursor.AddressMod16();
+	m_OutputPlace = cursor.Place();
 	m_VertexCount = cursor.Word();
 
 	cursor.Name("numbers of the input");
@@ -161,83 +189,91 @@ void CCapturedSort::ReadNumbers(CCursor &cursor)
 
 	cursor.Name("numbers of the working buffer");
 	m_HasWorkingBuffer = cursor.WordUpTo(1) != 0;
-	m_WorkingBufferAddressMod16 = cursor.WordUpTo(m_HasWorkingBuffer ? 15 : 0);
+	m_WorkingBufferPlace = cursor.Place();
+	if (!m_HasWorkingBuffer && m_WorkingBufferPlace != 0)
+		Refuse("The file is damaged: no working buffer is given, but it has a place.");
 	m_WorkingBufferSize = cursor.Value<u64>();
 }
 
 void CCapturedSort::ReadPages(CCursor &cursor)
 {
 	cursor.Name("rendered counts");
-	m_RenderedCounts = cursor.Elements<u32>();
-	ReadPages(cursor, "enabled bytes", m_Enableds);
+	const u32 count = cursor.Word();
+	const u32 stride = m_Version > 1 ? cursor.Word() : sizeof(u32);
+	const u64 place = cursor.PlaceIfAny();
+	m_RenderedCounts = cursor.Words(count);
+	m_RenderedCountArray = AddElements(cursor, place, count, stride, sizeof(u32), alignof(u32));
+	m_Memory.Fill(m_RenderedCountArray.m_Region, 0, m_RenderedCounts.data(), count, sizeof(u32), stride);
+
+	ReadPages(cursor, "enabled bytes", "views of enabled bytes", m_Enableds);
 	if (m_SortType == CTriangleSorter::SortByPosition)
-		ReadPages(cursor, "positions", m_Positions);
+		ReadPages(cursor, "positions", "views of positions", m_Positions);
 	else
-		ReadPages(cursor, "sort values", m_Values);
+		ReadPages(cursor, "sort values", "views of sort values", m_Values);
 }
 
 template<typename _Element>
-void CCapturedSort::ReadPages(CCursor &cursor, const char *name, TPages<_Element> &pages)
+void CCapturedSort::ReadPages(CCursor &cursor, const char *name, const char *viewsName, TPages<_Element> &pages)
 {
-	cursor.Name(name);
+	cursor.Name(viewsName);
 	const u32 pageCount = cursor.Word();
+	const u32 stride = m_Version > 1 ? cursor.Word() : sizeof(TView<_Element>);
+	const u64 place = cursor.PlaceIfAny();
+	pages.m_Array = AddObjects<TView<_Element>>(cursor, viewsName, place, pageCount, stride);
 	for (u32 pageId = 0; pageId < pageCount; ++pageId)
-		pages.push_back(ReadPage<_Element>(cursor, name, pageId));
+	{
+		cursor.Name(name, pageId);
+		pages.m_Pages.push_back(ReadPage(cursor, sizeof(_Element)));
+	}
 }
 
-template<typename _Element>
-CCapturedSort::TView<_Element> CCapturedSort::ReadPage(CCursor &cursor, const char *name, u32 pageId)
+CCapturedSort::SElements CCapturedSort::ReadPage(CCursor &cursor, u32 elementSize)
 {
-	constexpr u32 kSize = sizeof(_Element);
-	cursor.Name(name, pageId);
 	const u32 count = cursor.Word();
 	const u32 stride = cursor.Word();
-	const u32 addressMod16 = cursor.AddressMod16();
+	const u64 place = cursor.Place();
 	const u32 storedCount = cursor.WordUpTo(stride == 0 ? std::min(count, 1u) : count);
-	if (count != 0 && ((stride != 0 && stride < kSize) || u64(count) * stride > kLargestSize))
-		Refuse("The file is damaged: %s have a stride of %u and a count of %u.", cursor.Name(), stride, count);
-	const u8 *const stored = cursor.Bytes(u64(storedCount) * kSize);
+	const u8 *const stored = cursor.Bytes(u64(storedCount) * elementSize);
 	cursor.SkipPadding();
 	if (count == 0)
-		return TView<_Element>();
-
-	u8 *const data = Allocate(cursor, u64(count - 1) * stride + kSize, addressMod16);
-	for (u32 i = 0; i < storedCount; ++i)
-		std::memcpy(data + u64(i) * stride, stored + u64(i) * kSize, kSize);
-	return TView<_Element>(reinterpret_cast<const _Element *>(data), count, stride);
+		return SElements();
+	const SElements elements = AddElements(cursor, place, count, stride, elementSize, 1);
+	m_Memory.Fill(elements.m_Region, 0, stored, storedCount, elementSize, stride);
+	return elements;
 }
 
 void CCapturedSort::ReadGeometry(CCursor &cursor)
 {
 	cursor.Name("index pattern");
-	m_Pattern = cursor.Elements<u32>();
+	m_Pattern = cursor.Words();
 
-	const auto readArray = [&](const char *name, auto &view, u32 remaindersKept)
-	{
-		typedef std::remove_reference_t<decltype(view[0])> CElement;
-		cursor.Name(name);
-		const u32 addressMod16 = cursor.AddressMod16();
-		const u32 count = cursor.Word();
-		const u64 size = u64(count) * sizeof(CElement);
-		const u8 *const bytes = cursor.Bytes(size);
-		u8 *const data = Allocate(cursor, size, addressMod16 & remaindersKept);
-		std::memcpy(data, bytes, size);
-		view = TMemoryView<CElement>(reinterpret_cast<CElement *>(data), count);
-	};
-	// A list is the same from any address, but as a view of integers it starts at a multiple of 4.
-	readArray("entries of the index list", m_IndexList, 0xC);
-	readArray("quad centres", m_QuadCenters, 0xF);
+	cursor.Name("entries of the index list");
+	m_IndexList = ReadList(cursor, cursor.Place(), sizeof(u32), 1);
+	cursor.Name("quad centres");
+	m_QuadCenters = ReadList(cursor, cursor.Place(), sizeof(CFloat4), 1);
 
+	typedef CTriangleSorter::CIndexPattern CPattern;
 	cursor.Name("index patterns");
+	const u64 patternsPlace = cursor.PlaceIfAny();
 	const u32 patternCount = cursor.Word();
 	for (u32 pageId = 0; pageId < patternCount; ++pageId)
 	{
 		cursor.Name("index pattern", pageId);
-		const std::vector<u32> pattern = cursor.Elements<u32>();
-		m_PagePatterns.emplace_back(TMemoryView<const u32>(pattern.data(), u32(pattern.size())));
+		m_PagePatterns.push_back(cursor.Words());
 	}
+	m_PagePatternArray = AddObjects<CPattern>(cursor, "index patterns", patternsPlace, patternCount, sizeof(CPattern));
+
 	cursor.Name("vertex counts of the pages");
-	m_PageVertexCounts = cursor.Elements<u32>();
+	m_PageVertexCounts = ReadList(cursor, cursor.PlaceIfAny(), sizeof(u32), alignof(u32));
+}
+
+CCapturedSort::SElements CCapturedSort::ReadList(CCursor &cursor, u64 place, u32 elementSize, u32 alignment)
+{
+	const u32 count = cursor.Word();
+	const u8 *const stored = cursor.Bytes(u64(count) * elementSize);
+	const SElements elements = AddElements(cursor, place, count, elementSize, elementSize, alignment);
+	m_Memory.Fill(elements.m_Region, 0, stored, count, elementSize, elementSize);
+	return elements;
 }
 
 void CCapturedSort::ReadOutput(CCursor &cursor)
@@ -251,11 +287,11 @@ void CCapturedSort::ReadOutput(CCursor &cursor)
 		m_RecordedOutput.assign(bytes, bytes + OutputSize());
 		cursor.SkipPadding();
 	}
-	m_Output = Allocate(cursor, OutputSize(), m_OutputAddressMod16);
+	m_OutputRegion = AddRegion(cursor.Name(), m_OutputPlace, OutputSize());
 }
 
 // As much as the sort uses, of as much as it was given.
-void CCapturedSort::MakeWorkingBuffer(CCursor &cursor)
+void CCapturedSort::AddWorkingBuffer()
 {
 	const auto evenCount = [](u64 count) { return (count + 1) & ~u64(1); };
 	const bool perPage = m_GeometryType == CTriangleSorter::GeometryPerPage;
@@ -264,71 +300,144 @@ void CCapturedSort::MakeWorkingBuffer(CCursor &cursor)
 	if (perPage)
 		needed += evenCount(m_TriangleIndexCount) * sizeof(u32);
 
-	cursor.Name("working buffer");
 	if (m_HasWorkingBuffer)
-		m_WorkingBuffer = Allocate(cursor, std::min(needed, m_WorkingBufferSize), m_WorkingBufferAddressMod16);
-	else
-		Allocate(cursor, needed * (perPage ? 1 : sizeof(SIndexAndDepth)), 0); // room for what the sort will take
+		m_WorkingBufferRegion =
+			AddRegion("the bytes of the working buffer", m_WorkingBufferPlace, std::min(needed, m_WorkingBufferSize));
+	else // room for what the sort will take
+		m_Memory.AddApart("the working buffer", 0, needed * (perPage ? 1 : sizeof(SIndexAndDepth)));
+}
+
+u32 CCapturedSort::AddRegion(const std::string &name, u64 place, u64 size)
+{
+	return m_Version > 1 ? m_Memory.Add(name, place, size) : m_Memory.AddApart(name, place, size);
+}
+
+CCapturedSort::SElements CCapturedSort::AddElements(
+	const CCursor &cursor, u64 place, u32 count, u32 stride, u32 size, u32 alignment)
+{
+	if (count == 0)
+		return {0, size, AddRegion(cursor.Name(), place, 0)};
+	if ((stride != 0 && stride < size) || u64(count) * stride > kLargestSize)
+		Refuse("The file is damaged: %s have a stride of %u and a count of %u.", cursor.Name(), stride, count);
+	if (stride % alignment != 0 || place % alignment != 0)
+		Refuse("The file is damaged: %s have a stride of %u and start at %u modulo %u.", cursor.Name(), stride,
+			u32(place % alignment), alignment);
+	return {count, stride, AddRegion(cursor.Name(), place, u64(count - 1) * stride + size)};
+}
+
+// Objects that have addresses in them are as large as at the host only if addresses are. If not, the array overlaps nothing.
+template<typename _Object>
+CCapturedSort::SElements CCapturedSort::AddObjects(CCursor &cursor, const char *name, u64 place, u32 count, u32 stride)
+{
+	cursor.Name(name);
+	if (!m_HasObjectsOfOtherSize)
+		return AddElements(cursor, place, count, stride, sizeof(_Object), alignof(_Object));
+	const u64 size = stride == 0 ? sizeof(_Object) : u64(count) * sizeof(_Object);
+	return {count, stride == 0 ? 0 : u32(sizeof(_Object)), m_Memory.AddApart(cursor.Name(), 0, size)};
+}
+
+void CCapturedSort::FillWithViews()
+{
+	FillWithViews(m_Enableds);
+	FillWithViews(m_Positions);
+	FillWithViews(m_Values);
+}
+
+// Entries of pages that render nothing are left: the file has nothing of them, and another page may have the same entry.
+template<typename _Element>
+void CCapturedSort::FillWithViews(TPages<_Element> &pages)
+{
+	for (const SElements &page : pages.m_Pages)
+		pages.m_Views.push_back(ViewOf<_Element>(page));
+	for (u64 pageId = 0; pageId < pages.m_Views.size(); ++pageId)
+	{
+		const TView<_Element> &view = pages.m_Views[pageId];
+		if (IsRendered(pageId))
+			m_Memory.Fill(
+				pages.m_Array.m_Region, pageId * pages.m_Array.m_Stride, &view, 1, sizeof(view), sizeof(view));
+	}
+}
+
+void CCapturedSort::MakePatterns()
+{
+	typedef CTriangleSorter::CIndexPattern CPattern;
+	u8 *memory = m_Memory.Data(m_PagePatternArray.m_Region);
+	for (const std::vector<u32> &indices : m_PagePatterns)
+	{
+		m_PatternObjects.emplace_back(new (memory) CPattern());
+		*m_PatternObjects.back() = TMemoryView<const u32>(indices.data(), u32(indices.size()));
+		memory += sizeof(CPattern);
+	}
+}
+
+// Neither the sorter nor a pattern survives that the other is made over it. No sorter is set up with its own bytes.
+void CCapturedSort::MakeSorter()
+{
+	if (m_Memory.Overlap(m_SorterRegion, m_PagePatternArray.m_Region))
+		Refuse("The file is damaged: the index patterns overlap the sorter.");
+	m_Sorter.reset(new (m_Memory.Data(m_SorterRegion)) CTriangleSorter());
+}
+
+template<typename _Element>
+CCapturedSort::TView<_Element> CCapturedSort::ViewOf(const SElements &elements) const
+{
+	if (elements.m_Count == 0)
+		return TView<_Element>();
+	const u8 *const data = m_Memory.Data(elements.m_Region);
+	return TView<_Element>(reinterpret_cast<const _Element *>(data), elements.m_Count, elements.m_Stride);
+}
+
+template<typename _Element>
+TMemoryView<_Element> CCapturedSort::ArrayOf(const SElements &elements) const
+{
+	return TMemoryView<_Element>(reinterpret_cast<_Element *>(m_Memory.Data(elements.m_Region)), elements.m_Count);
 }
 
 void CCapturedSort::SetUp()
 {
 	if (m_IndexType == CTriangleSorter::IndexTypeUint16)
-		m_Sorter.Setup_OutputIndexBuffer({reinterpret_cast<u16 *>(m_Output), m_OutputCount}, m_VertexCount);
+		m_Sorter->Setup_OutputIndexBuffer({reinterpret_cast<u16 *>(Output()), m_OutputCount}, m_VertexCount);
 	else if (m_IndexType == CTriangleSorter::IndexTypeUint32)
-		m_Sorter.Setup_OutputIndexBuffer({reinterpret_cast<u32 *>(m_Output), m_OutputCount}, m_VertexCount);
+		m_Sorter->Setup_OutputIndexBuffer({reinterpret_cast<u32 *>(Output()), m_OutputCount}, m_VertexCount);
 
-	const auto view = [](const auto &elements)
-	{
-		typedef std::remove_reference_t<decltype(elements[0])> CElement;
-		return TMemoryView<CElement>(elements.data(), u32(elements.size()));
-	};
+	const CTriangleSorter::CEnabledPages enableds = ViewOf<TView<u8>>(m_Enableds.m_Array);
+	const CTriangleSorter::CRenderedCounts renderedCounts = ViewOf<u32>(m_RenderedCountArray);
 	if (m_SortType == CTriangleSorter::SortByPosition)
-		m_Sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(view(m_Positions)), view(m_Enableds),
-			view(m_RenderedCounts), m_ParticleCount, m_Camera);
+		m_Sorter->Setup_InputPageCache(
+			ViewOf<TView<CFloat3>>(m_Positions.m_Array), enableds, renderedCounts, m_ParticleCount, m_Camera);
 	else if (m_SortType == CTriangleSorter::SortByFloat)
-		m_Sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(view(m_Values)), view(m_Enableds),
-			view(m_RenderedCounts), m_ParticleCount, m_Camera);
+		m_Sorter->Setup_InputPageCache(
+			ViewOf<TView<float>>(m_Values.m_Array), enableds, renderedCounts, m_ParticleCount, m_Camera);
 
 	const TMemoryView<u32> pattern(m_Pattern.data(), u32(m_Pattern.size()));
+	const TMemoryView<const u32> indexList = ArrayOf<const u32>(m_IndexList);
 	switch (m_GeometryType)
 	{
 	case CTriangleSorter::GeometryConstant:
-		m_Sorter.Setup_Geometry(pattern, m_VerticesPerParticle);
+		m_Sorter->Setup_Geometry(pattern, m_VerticesPerParticle);
 		break;
 	case CTriangleSorter::GeometryConstantAndIndexList:
-		m_Sorter.Setup_Geometry(pattern, m_IndexList);
+		m_Sorter->Setup_Geometry(pattern, indexList);
 		break;
 	case CTriangleSorter::GeometryConstantAndIndexListAndQuadCenters:
-		m_Sorter.Setup_Geometry(pattern, m_IndexList, m_QuadCenters, m_VerticesPerParticle);
+		m_Sorter->Setup_Geometry(pattern, indexList, ArrayOf<const CFloat4>(m_QuadCenters), m_VerticesPerParticle);
 		break;
 	case CTriangleSorter::GeometryPerPage:
-		m_Sorter.Setup_Geometry(view(m_PagePatterns), view(m_PageVertexCounts), m_TriangleIndexCount);
+		m_Sorter->Setup_Geometry(ArrayOf<const CTriangleSorter::CIndexPattern>(m_PagePatternArray),
+			ArrayOf<const u32>(m_PageVertexCounts), m_TriangleIndexCount);
 		break;
 	case CTriangleSorter::GeometryUnknown:
 		break;
 	}
 }
 
-// Zeros, which the system hands out without touching them: a page's memory may be far larger than what is read of it.
-u8 *CCapturedSort::Allocate(CCursor &cursor, u64 size, u32 addressMod16)
-{
-	if (size > m_MemoryLeft)
-		Refuse("The capture takes too much memory: %llu bytes for %s, where %llu are left.", Long(size), cursor.Name(),
-			Long(m_MemoryLeft));
-	m_MemoryLeft -= size;
-	m_Memory.emplace_back(static_cast<u8 *>(std::calloc(1, std::max<u64>(size + addressMod16, 1))));
-	if (m_Memory.back() == null)
-		throw std::bad_alloc();
-	return m_Memory.back().get() + addressMod16; // blocks start at multiples of 16
-}
-
 void CCapturedSort::Sort()
 {
+	void *const workingBuffer = m_HasWorkingBuffer ? m_Memory.Data(m_WorkingBufferRegion) : null;
 	if (m_GeometryType == CTriangleSorter::GeometryPerPage)
-		m_Sorter.SortTriangles_AutogenIndices(m_WorkingBuffer);
+		m_Sorter->SortTriangles_AutogenIndices(workingBuffer);
 	else
-		m_Sorter.SortPoints_AutogenIndices(m_WorkingBuffer);
+		m_Sorter->SortPoints_AutogenIndices(workingBuffer);
 }
 
 u32 CCapturedSort::EmptyPageCount() const
@@ -338,6 +447,7 @@ u32 CCapturedSort::EmptyPageCount() const
 
 u32 CCapturedSort::PageCountWithEnableds() const
 {
-	return u32(std::count_if(m_Enableds.begin(), m_Enableds.end(), [](const auto &page) { return !page.Empty(); }));
+	return u32(std::count_if(
+		m_Enableds.m_Pages.begin(), m_Enableds.m_Pages.end(), [](const SElements &page) { return page.m_Count != 0; }));
 }
 } // namespace Viewer

@@ -19,7 +19,8 @@ enum ESortCapture : u32
 };
 
 /// Writes the sort that the sorter is set up for. Only what a sort reads is written, so no byte between the elements of a
-/// strided view and none of a page that renders nothing.
+/// strided view and none of a page that renders nothing. Distances between the call's arrays are written too: arrays that
+/// overlap by mistake do so in the replay. Such a call is captured before it sorts, as its sort overwrites what it reads.
 /// workingBuffer      what the sort gets, or has got; null where it allocates
 /// workingBufferSize  its bytes; 0 with null
 /// content            the output is read, so it had better not be write-combined memory: sort once more into ordinary
@@ -39,7 +40,7 @@ VX_API bool WriteSortCapture(const CTriangleSorter &sorter,
 // For who reads captures.
 
 constexpr char kSortCaptureMagic[] = "VXSORT\r\n";             ///< The first 8 bytes; a transfer as text breaks them.
-constexpr u32 kSortCaptureVersion = 1;                         ///< The second word.
+constexpr u32 kSortCaptureVersion = 2;                         ///< The second word.
 constexpr u64 kSortCaptureChecksumStart = 0xCBF29CE484222325u; ///< The checksum of no words.
 
 /// Carries a capture's checksum on over more of its 32-bit words: FNV-1a, a word at a time.

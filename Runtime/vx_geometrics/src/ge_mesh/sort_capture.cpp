@@ -152,6 +152,12 @@ private:
 	template<typename _Element>
 	u32 _ElementsRead(const TStridedMemoryView<const _Element, -1> &page, u32 pageId) const;
 
+	u64 _Place(const void *address, bool hasBytes) const;
+	template<typename _View>
+	void _WritePlace(const _View &view);
+	template<typename _Element>
+	void _WriteViewHead(const TStridedMemoryView<const _Element, -1> &view);
+
 	void _WriteNumbers(const void *workingBuffer, u64 workingBufferSize);
 	void _WritePages();
 	template<typename _Element>
@@ -170,11 +176,7 @@ private:
 
 // Views.
 
-// Of nothing, 0.
-static u32 AddressMod16(const void *address)
-{
-	return u32(reinterpret_cast<ureg>(address) % 16);
-}
+constexpr ureg kLineSize = 16; // every alignment that a sort asks for divides it
 
 static bool CanRead(const void *data, u32 count, u32 stride, u32 elementSize, u32 alignment)
 {
@@ -237,6 +239,31 @@ u32 CSortCapture::_ElementsRead(const TStridedMemoryView<const _Element, -1> &pa
 	return hasEnableds ? distinctCount : std::min(distinctCount, _RenderedCount(pageId));
 }
 
+// Where memory lies, in bytes from the 16-byte line that the sorter starts in, modulo 2^64: two places are as far apart as
+// the two addresses, and a place modulo 16 is the address modulo 16. Memory without bytes overlaps nothing, so only the
+// remainder of its address is written.
+VX_WRAPS u64 CSortCapture::_Place(const void *address, bool hasBytes) const
+{
+	const ureg start = reinterpret_cast<ureg>(address);
+	const ureg origin = reinterpret_cast<ureg>(&m_Sorter) / kLineSize * kLineSize;
+	return hasBytes ? u64(s64(sreg(start - origin))) : start % kLineSize;
+}
+
+template<typename _View>
+void CSortCapture::_WritePlace(const _View &view)
+{
+	m_Stream.DoubleWord(_Place(view.Data(), view.Count() != 0));
+}
+
+// What is written of a strided view before its elements.
+template<typename _Element>
+void CSortCapture::_WriteViewHead(const TStridedMemoryView<const _Element, -1> &view)
+{
+	m_Stream.Word(view.Count());
+	m_Stream.Word(view.Count() != 0 ? view.Stride() : 0);
+	_WritePlace(view);
+}
+
 // Sections.
 
 void CSortCapture::_WriteNumbers(const void *workingBuffer, u64 workingBufferSize)
@@ -244,11 +271,13 @@ void CSortCapture::_WriteNumbers(const void *workingBuffer, u64 workingBufferSiz
 	m_Stream.Bytes(kSortCaptureMagic, sizeof(kSortCaptureMagic) - 1);
 	m_Stream.Word(kSortCaptureVersion);
 	m_Stream.Word(m_Content);
+	m_Stream.Word(sizeof(void *));
+	m_Stream.DoubleWord(_Place(&m_Sorter, true));
 
 	const bool hasOutput = m_Sorter.m_IndexType != CSorter::IndexTypeUnknown;
 	m_Stream.Word(m_Sorter.m_IndexType);
 	m_Stream.Word(hasOutput ? m_Sorter.m_IndexCount : 0);
-	m_Stream.Word(hasOutput ? AddressMod16(_Output()) : 0);
+	m_Stream.DoubleWord(hasOutput ? _Place(_Output(), m_Sorter.m_IndexCount != 0) : 0);
 	m_Stream.Word(hasOutput ? m_Sorter.m_VertexCount : 0);
 
 	m_Stream.Word(m_Sorter.m_SortType);
@@ -261,23 +290,22 @@ void CSortCapture::_WriteNumbers(const void *workingBuffer, u64 workingBufferSiz
 	m_Stream.Word(_HasPagePatterns() ? m_Sorter.m_IndexCount_fromBB : 0);
 
 	m_Stream.Word(workingBuffer != null ? 1 : 0);
-	m_Stream.Word(AddressMod16(workingBuffer));
+	m_Stream.DoubleWord(_Place(workingBuffer, workingBuffer != null && workingBufferSize != 0));
 	m_Stream.DoubleWord(workingBufferSize);
 }
 
 void CSortCapture::_WritePages()
 {
-	const u32 renderedPageCount = _HasInput() ? m_Sorter.m_InRenderedParticleCounts.Count() : 0;
-	m_Stream.Word(renderedPageCount);
-	for (u32 pageId = 0; pageId < renderedPageCount; ++pageId)
-		m_Stream.Word(_RenderedCount(pageId));
-
 	if (!_HasInput())
 	{
-		m_Stream.Word(0);
-		m_Stream.Word(0);
+		_WriteViewHead(CSorter::CRenderedCounts());
+		_WriteViewHead(CSorter::CEnabledPages());
+		_WriteViewHead(CSorter::CSortKeyPages());
 		return;
 	}
+	_WriteViewHead(m_Sorter.m_InRenderedParticleCounts);
+	for (u32 pageId = 0; pageId < m_Sorter.m_InRenderedParticleCounts.Count(); ++pageId)
+		m_Stream.Word(_RenderedCount(pageId));
 	_WritePages(m_Sorter.m_InEnableds);
 	if (_ByPosition())
 		_WritePages(m_Sorter.m_InPositions);
@@ -290,7 +318,7 @@ void CSortCapture::_WritePages()
 template<typename _Element>
 void CSortCapture::_WritePages(const TStridedMemoryView<const TStridedMemoryView<const _Element, -1>, -1> &pages)
 {
-	m_Stream.Word(pages.Count());
+	_WriteViewHead(pages);
 	for (u32 pageId = 0; pageId < pages.Count(); ++pageId)
 	{
 		const bool isRead = _RenderedCount(pageId) != 0 && !pages[pageId].Empty();
@@ -302,9 +330,7 @@ template<typename _Element>
 void CSortCapture::_WritePage(const TStridedMemoryView<const _Element, -1> &page, u32 pageId)
 {
 	const u32 written = _ElementsRead(page, pageId);
-	m_Stream.Word(page.Count());
-	m_Stream.Word(page.Stride());
-	m_Stream.Word(AddressMod16(page.Data()));
+	_WriteViewHead(page);
 	m_Stream.Word(written);
 
 	const u8 *element = reinterpret_cast<const u8 *>(page.Data());
@@ -323,19 +349,26 @@ void CSortCapture::_WriteGeometry()
 	_WriteElements(_HasPattern() ? TMemoryView<const u32>(m_Sorter.m_IndexPattern) : TMemoryView<const u32>());
 
 	const TMemoryView<const u32> indexList = _HasIndexList() ? m_Sorter.m_IndexList : TMemoryView<const u32>();
-	m_Stream.Word(AddressMod16(indexList.Data()));
+	_WritePlace(indexList);
 	_WriteElements(indexList);
 
 	const TMemoryView<const CFloat4> centers = _HasQuads() ? m_Sorter.m_QuadCenters : TMemoryView<const CFloat4>();
-	m_Stream.Word(AddressMod16(centers.Data()));
+	_WritePlace(centers);
 	_WriteElements(centers);
 
-	const u32 patternCount = _HasPagePatterns() ? m_Sorter.m_IndexPatternCollection.Count() : 0;
-	m_Stream.Word(patternCount);
-	for (u32 pageId = 0; pageId < patternCount; ++pageId)
-		_WriteElements(_RenderedCount(pageId) != 0 ? TMemoryView<const u32>(m_Sorter.m_IndexPatternCollection[pageId])
-												   : TMemoryView<const u32>());
-	_WriteElements(_HasPagePatterns() ? m_Sorter.m_PrimiteVertexCountCollection : TMemoryView<const u32>());
+	const bool perPage = _HasPagePatterns();
+	const TMemoryView<const CSorter::CIndexPattern> patterns =
+		perPage ? m_Sorter.m_IndexPatternCollection : TMemoryView<const CSorter::CIndexPattern>();
+	_WritePlace(patterns);
+	m_Stream.Word(patterns.Count());
+	for (u32 pageId = 0; pageId < patterns.Count(); ++pageId)
+		_WriteElements(
+			_RenderedCount(pageId) != 0 ? TMemoryView<const u32>(patterns[pageId]) : TMemoryView<const u32>());
+
+	const TMemoryView<const u32> vertexCounts =
+		perPage ? m_Sorter.m_PrimiteVertexCountCollection : TMemoryView<const u32>();
+	_WritePlace(vertexCounts);
+	_WriteElements(vertexCounts);
 }
 
 template<typename _Element>
