@@ -44,8 +44,25 @@ static const SBrokenCall kPoints[] = {
 		}),
 	SBrokenCall("PatternEntryBeyondVertices",
 		Constant,
-		{"Entry 4 of the index pattern is 4, but the vertices per particle are 4."},
+		{"Advice: Entry 4 of the index pattern is 4, but the vertices per particle are 4: it draws a vertex of a later "
+		 "particle.",
+			"Advice: Page 3, particle 8: its largest index is 36, but the vertex count is 36."},
 		[](CCall &call) { call.m_Pattern[4] = 4; }),
+	SBrokenCall("PatternOfARibbonThatSharesVertices",
+		Constant,
+		{"Advice: Entry 2 of the index pattern is 2, but the vertices per particle are 2: it draws a vertex of a later "
+		 "particle."},
+		[](CCall &call)
+		{
+			call.m_VerticesPerParticle = 2;
+			call.m_VertexCount = 20;
+		}),
+	SBrokenCall("TubePatternEntryBeyondVertices",
+		Quads,
+		{"Advice: Entry 6 of the index pattern is 4, but the vertices per particle are 4: it draws a vertex of a later "
+		 "particle.",
+			"Advice: Page 3, particle 8: its largest index is 36, but the vertex count is 36."},
+		[](CCall &call) { call.m_Pattern[6] = 4; }),
 	SBrokenCall("NoVerticesPerParticle",
 		Constant,
 		{"The particles have 0 vertices each, but need at least 1."},
@@ -109,9 +126,15 @@ static const SBrokenCall kPoints[] = {
 		[](CCall &call) {
 			call.m_IndexList = {call.m_Entries + 1, 8};
 		}),
+	SBrokenCall("ListOfAPool",
+		List,
+		{},
+		[](CCall &call) {
+			call.m_IndexList = {call.m_Entries, 0xFFFFFFFFu};
+		}),
 	SBrokenCall("ListBeyondAddresses",
 		List,
-		{"The view of the index list covers 36 bytes, but the address space ends after 8."},
+		{"The sort uses 36 bytes of the index list, but the address space ends after 8."},
 		[](CCall &call) {
 			call.m_IndexList = {BytesBeforeTheEnd<const u32>(8), 9};
 		}),
@@ -126,6 +149,15 @@ static const SBrokenCall kPoints[] = {
 			call.m_Entries[3] = 36;
 			call.m_Entries[8] = 0xFFFFFFFFu;
 		}),
+	SBrokenCall("ListWithoutVertices",
+		List,
+		{"Advice: Page 0, particle 0: its list entry is 0, but the vertex count is 0: it draws vertex 0's, as if "
+		 "infinitely far.",
+			"Advice: Page 2, particle 4: its list entry is 16, but the vertex count is 0: it draws vertex 0's, as if "
+			"infinitely far.",
+			"Advice: Page 3, particle 7: its list entry is 28, but the vertex count is 0: it draws vertex 0's, as if "
+			"infinitely far."},
+		[](CCall &call) { call.m_VertexCount = 0; }),
 	SBrokenCall("ListParticleBeyondVertices",
 		List,
 		{"Advice: Page 2, particle 6: its largest index is 36, but the vertex count is 36."},
@@ -142,6 +174,27 @@ static const SBrokenCall kPoints[] = {
 			call.m_Entries[5] = 0xFFFC;
 			call.m_Entries[6] = 0xFFFD;
 			call.m_Entries[7] = 0xFFFE;
+		}),
+	SBrokenCall("ListPatternOf16BitsTooLarge",
+		List,
+		{"Advice: Page 0, particle 0: its largest index is 65535, but the vertex count is 36.",
+			"Advice: Page 2, particle 4: its largest index is 65551, but the vertex count is 36.",
+			"Advice: Page 3, particle 7: its largest index is 65563, but the vertex count is 36.",
+			"Page 0, particle 0: its largest index is 65535, but indices of 16 bits end at 65534.",
+			"Page 2, particle 4: its largest index is 65551, but indices of 16 bits end at 65534.",
+			"Page 3, particle 7: its largest index is 65563, but indices of 16 bits end at 65534."},
+		[](CCall &call)
+		{
+			call.Output16();
+			call.m_Pattern[5] = 0xFFFF;
+		}),
+	SBrokenCall("QuadCentersNoSlots",
+		Quads,
+		{"Page 0, particle 0: its quads need 16 centre slots, but there are 15.",
+			"Page 2, particle 4: its quads need 80 centre slots, but there are 15.",
+			"Page 3, particle 7: its quads need 128 centre slots, but there are 15."},
+		[](CCall &call) {
+			call.m_QuadCenters = {call.m_QuadCenters.Data(), 15};
 		}),
 	SBrokenCall("QuadCentersNull",
 		Quads,
@@ -163,7 +216,7 @@ static const SBrokenCall kPoints[] = {
 		}),
 	SBrokenCall("QuadCentersBeyondAddresses",
 		Quads,
-		{"The view of the quad centres covers 2304 bytes, but the address space ends after 16."},
+		{"The sort uses 2304 bytes of the quad centres, but the address space ends after 16."},
 		[](CCall &call) {
 			call.m_QuadCenters = {BytesBeforeTheEnd<const CFloat4>(16), 144};
 		}),
@@ -180,11 +233,29 @@ static const SBrokenCall kPoints[] = {
 		{"Advice: The width of the index pattern is 8, 2 more than whole quads: the rest is not drawn, and its place "
 		 "in the output is left as it is."},
 		[](CCall &call) { call.m_Pattern.resize(8); }),
+	// No quad, no centre, no camera: nothing of them is read.
 	SBrokenCall("LessThanAQuad",
 		Quads,
 		{"Advice: The width of the index pattern is 5, 5 more than whole quads: the rest is not drawn, and its place "
 		 "in the output is left as it is."},
-		[](CCall &call) { call.m_Pattern.resize(5); }),
+		[](CCall &call)
+		{
+			call.m_Pattern.resize(5);
+			call.m_Pattern[4] = 9;
+			call.m_VertexCount = 42;
+			call.m_VerticesPerParticle = 0;
+			call.m_QuadCenters = {null, 3};
+			const u32 bits = 0x7FC00000u;
+			std::memcpy(static_cast<void *>(&call.m_Camera), &bits, sizeof(bits));
+		}),
+	SBrokenCall("TubeCameraInfinite",
+		Quads,
+		{"Advice: The camera's x is infinite, and so is every distance to it."},
+		[](CCall &call)
+		{
+			const u32 bits = 0x7F800000u;
+			std::memcpy(static_cast<void *>(&call.m_Camera), &bits, sizeof(bits));
+		}),
 	SBrokenCall("TubeCameraNotANumber",
 		Quads,
 		{"Advice: The camera's x is not a number, and so is every distance to it."},
@@ -195,6 +266,41 @@ static const SBrokenCall kPoints[] = {
 		}),
 };
 INSTANTIATE_TEST_SUITE_P(Points, SortValidationOfGeometry, testing::ValuesIn(kPoints), NameOf);
+
+static const SBrokenCall kEntries[] = {
+	SBrokenCall("ConstantGeometryInATriangleSort",
+		Constant,
+		{"The geometry is one pattern for all particles, but a sort of triangles needs one pattern per page."},
+		[](CCall &call) { call.m_Entry = SortEntry_Triangles; }),
+	SBrokenCall("ListInATriangleSort",
+		List,
+		{"The geometry is one pattern for all particles, but a sort of triangles needs one pattern per page."},
+		[](CCall &call) { call.m_Entry = SortEntry_Triangles; }),
+	SBrokenCall("TubesInATriangleSort",
+		Quads,
+		{"The geometry is one pattern for all particles, but a sort of triangles needs one pattern per page."},
+		[](CCall &call) { call.m_Entry = SortEntry_Triangles; }),
+	SBrokenCall("GeometryPerPageInAPointSort",
+		Triangles,
+		{"The geometry is one pattern per page, but a sort of points needs one pattern for all particles."},
+		[](CCall &call) { call.m_Entry = SortEntry_Points; }),
+	SBrokenCall("NoGeometryInATriangleSort",
+		Triangles,
+		{"No geometry is set up."},
+		[](CCall &call) { call.m_HasGeometry = false; }),
+	// The geometry of an earlier call is still there, but nothing of it is looked at.
+	SBrokenCall("EarlierGeometryPerPageInATriangleSort",
+		Constant,
+		{"The geometry is one pattern for all particles, but a sort of triangles needs one pattern per page.",
+			"The working buffer has 160 bytes, but the sort needs 336."},
+		[](CCall &call)
+		{
+			call.m_Sorter.Setup_Geometry(
+				TMemoryView<const CPattern>(null, 7), TMemoryView<const u32>(null, 7), call.m_IndexCount);
+			call.m_Entry = SortEntry_Triangles;
+		}),
+};
+INSTANTIATE_TEST_SUITE_P(Entries, SortValidationOfGeometry, testing::ValuesIn(kEntries), NameOf);
 
 static const SBrokenCall kTriangles[] = {
 	SBrokenCall("FewerPatterns",
@@ -237,7 +343,10 @@ static const SBrokenCall kTriangles[] = {
 		}),
 	SBrokenCall("PagePatternEntryBeyondVertices",
 		Triangles,
-		{"Entry 1 of the index pattern of page 3 is 3, but the vertices per particle are 3."},
+		{"Advice: Entry 1 of the index pattern of page 3 is 3, but the vertices per particle are 3: it draws a vertex "
+		 "of "
+		 "a later particle.",
+			"Advice: Page 3, particle 8: its largest index is 30, but the vertex count is 30."},
 		[](CCall &call) {
 			SetPattern(call.m_Patterns[3], {0, 3, 1});
 		}),
@@ -265,6 +374,43 @@ static const SBrokenCall kTriangles[] = {
 			call.m_WorkingBufferSize = 0;
 			call.m_WorkingBuffer = null;
 		}),
+	// Page 0 makes 4 triangles, page 2 from its 3 particles one each: page 3 starts at triangle 7.
+	SBrokenCall("OddTrianglesBeforeAPage",
+		Triangles,
+		{"Advice: Page 3 starts at triangle 7, an odd number: assertions report that its records are not aligned, "
+		 "though "
+		 "they come out right."},
+		[](CCall &call)
+		{
+			SetPattern(call.m_Patterns[2], {0, 1, 2});
+			call.m_IndexCount = 27;
+		}),
+	SBrokenCall("OddTrianglesOfACutPage",
+		Triangles,
+		{"Advice: The vertex count of 18 has room for 1 of the 3 particles of page 2.",
+			"Advice: Page 2 starts at triangle 5, an odd number: assertions report that its records are not aligned, "
+			"though they come out right."},
+		[](CCall &call)
+		{
+			call.m_Counts[0] = 5;
+			call.m_Values[0] = {call.m_Values[0].Data(), 5, 0};
+			call.m_VertexCounts[2] = 3;
+			SetPattern(call.m_Patterns[2], {0, 1, 2});
+			call.m_Counts[3] = call.m_VertexCounts[3] = 0;
+			call.m_ParticleCount = 8;
+			call.m_VertexCount = 18;
+			call.m_IndexCount = 24;
+		}),
+	SBrokenCall("OddTrianglesBeforeNothing",
+		Triangles,
+		{},
+		[](CCall &call)
+		{
+			SetPattern(call.m_Patterns[2], {0, 1, 2});
+			call.m_Counts[3] = 0;
+			call.m_ParticleCount = 7;
+			call.m_IndexCount = 21;
+		}),
 	SBrokenCall("TriangleOutputTooSmall",
 		Triangles,
 		{"Advice: The output has room for 11 of 12 triangles: the lowest keys are not drawn."},
@@ -291,7 +437,9 @@ static const SBrokenCall kTriangles[] = {
 		[](CCall &call) { call.m_VertexCount = 15; }),
 	SBrokenCall("TriangleVerticesWrap",
 		Triangles,
-		{"The first particle of page 2 ends at vertex 4294967296, but counts end at 4294967295."},
+		{"Advice: The first particle of page 2 ends at vertex 4294967296, but the vertex count is 4294967295: pages "
+		 "from "
+		 "there on are not drawn."},
 		[](CCall &call)
 		{
 			call.m_VertexCount = 0xFFFFFFFFu;
@@ -414,9 +562,52 @@ static const SBrokenCall kMemory[] = {
 		{"The output overlaps the index pattern by 24 bytes."},
 		[](CCall &call)
 		{
-			// The sorter's copy is on the heap, where the patterns of pages are.
+			// The sorter's copy is on the heap, where the patterns of pages are: written are 32 MiB around them.
+			constexpr u32 kCount = 0x800000 / 6;
+			std::fill(call.m_Counts, call.m_Counts + 4, 0u);
+			call.m_Counts[0] = call.m_ParticleCount = kCount;
+			call.m_Values[0] = {call.m_Values[0].Data(), kCount, 0};
+			call.m_VertexCount = kCount * 4;
+			call.m_OutputCount = kCount * 6;
 			call.m_Output = reinterpret_cast<u8 *>(call.m_Patterns[2].Data()) - 0x1000000;
-			call.m_OutputCount = 0x800000;
+			call.m_WorkingBuffer = BytesBeforeTheEnd<void>(0x4000000);
+			call.m_WorkingBufferSize = 0x4000000;
+		}),
+	SBrokenCall("RestOfTheOutputOnPositions",
+		Constant,
+		{"Advice: Page 2 has disabled particles and page 0 has none: sorted by position, the former is drawn first, "
+		 "however near it is."},
+		[](CCall &call)
+		{
+			call.SortByPosition();
+			call.m_OutputCount = 0x1000;
+			call.m_Positions[0] = {BytesPast<CFloat3>(call.m_Output, 216), 4, 12};
+		}),
+	SBrokenCall("OutputOnTheRestOfValues",
+		Constant,
+		{},
+		[](CCall &call) {
+			call.m_Values[0] = {BytesPast<float>(call.m_Output, 0 - ureg(16)), 100, 4};
+		}),
+	SBrokenCall("OutputOnTheRestOfAnIndexList",
+		List,
+		{},
+		[](CCall &call)
+		{
+			call.m_IndexList = {call.m_Entries, 100000};
+			call.m_Output = BytesPast<void>(call.m_Entries, 36 + 12);
+		}),
+	SBrokenCall("OutputOnTheRestOfQuads",
+		Quads,
+		{"Advice: The width of the index pattern is 8, 2 more than whole quads: the rest is not drawn, and its place "
+		 "in the output is left as it is.",
+			"The output overlaps the rendered counts by 4 bytes."},
+		[](CCall &call)
+		{
+			call.m_Pattern.resize(8);
+			call.m_OutputCount = 72;
+			std::memcpy(BytesPast<void>(call.m_Output, 276), call.m_Counts, 16);
+			call.m_RenderedCounts = {BytesPast<u32>(call.m_Output, 276), 4, 4};
 		}),
 	SBrokenCall("OutputOnIndexList",
 		List,

@@ -8,6 +8,18 @@
 using namespace Vexmoor;
 using namespace Support;
 
+// One page of so many particles at one value, over memory that is not there.
+static void RenderOnly(CCall &call, u32 count)
+{
+	std::fill(call.m_Counts, call.m_Counts + 4, 0u);
+	call.m_Counts[0] = call.m_ParticleCount = count;
+	call.m_Values[0] = {call.m_Values[0].Data(), count, 0};
+	call.m_VertexCount = count * 4;
+	call.m_OutputCount = count * 6;
+	call.m_WorkingBufferSize = u64(count + count % 2) * 16;
+	call.m_WorkingBuffer = BytesBeforeTheEnd<void>(call.m_WorkingBufferSize);
+}
+
 class SortValidationOfInput : public testing::TestWithParam<SBrokenCall>
 {
 };
@@ -40,7 +52,7 @@ static const SBrokenCall kSetUp[] = {
 		}),
 	SBrokenCall("OutputBeyondAddresses",
 		Constant,
-		{"The view of the output covers 216 bytes, but the address space ends after 64."},
+		{"The sort uses 216 bytes of the output, but the address space ends after 64."},
 		[](CCall &call) { call.m_Output = BytesBeforeTheEnd<void>(64); }),
 	SBrokenCall("OutputUpToTheLastAddress",
 		Constant,
@@ -52,8 +64,22 @@ static const SBrokenCall kSetUp[] = {
 		}),
 	SBrokenCall("OutputTooLarge",
 		Constant,
-		{"The view of the output covers 4294967296 bytes, but sizes end at 4294967295."},
-		[](CCall &call) { call.m_OutputCount = 0x40000000; }),
+		{"The sort uses 4294967304 bytes of the output, but sizes end at 4294967295."},
+		[](CCall &call)
+		{
+			RenderOnly(call, 0x0AAAAAABu);
+			call.m_Output = BytesPast<void>(null, 16);
+		}),
+	SBrokenCall("OutputOfMoreThanIsWritten", Constant, {}, [](CCall &call) { call.m_OutputCount = 0xFFFFFFFFu; }),
+	SBrokenCall("OutputNullOfWhichNothingIsWritten",
+		Quads,
+		{"Advice: The width of the index pattern is 5, 5 more than whole quads: the rest is not drawn, and its place "
+		 "in the output is left as it is."},
+		[](CCall &call)
+		{
+			call.m_Pattern.resize(5);
+			call.m_Output = null;
+		}),
 	SBrokenCall("OutputOfLessThanAPattern",
 		Constant,
 		{"Advice: The output has room for 0 of 9 particles: the lowest keys are not drawn, nor is the highest."},
@@ -151,13 +177,13 @@ static const SBrokenCall kPages[] = {
 		}),
 	SBrokenCall("RenderedCountsBeyondAddresses",
 		Constant,
-		{"The view of the rendered counts covers 16 bytes, but the address space ends after 12."},
+		{"The sort uses 16 bytes of the rendered counts, but the address space ends after 12."},
 		[](CCall &call) {
 			call.m_RenderedCounts = {BytesBeforeTheEnd<u32>(12), 4, 4};
 		}),
 	SBrokenCall("RenderedCountsTooMany",
 		Constant,
-		{"The view of the rendered counts covers 4294967296 bytes, but sizes end at 4294967295."},
+		{"The sort uses 4294967296 bytes of the rendered counts, but sizes end at 4294967295."},
 		[](CCall &call) {
 			call.m_RenderedCounts = {call.m_Counts, 0x40000000, 4};
 		}),
@@ -179,8 +205,18 @@ static const SBrokenCall kPages[] = {
 		[](CCall &call) { call.m_EnabledPages = call.m_EnabledPages.Slice(0, 1); }),
 	SBrokenCall("NoEnabledPages",
 		Triangles,
-		{"The count of enabled views is 0, but that of rendered counts is 4."},
+		{"There is no enabled view, but 4 pages: each needs one, an empty view where no particle is disabled."},
 		[](CCall &call) { call.m_EnabledPages = {}; }),
+	SBrokenCall("NoEnabledPageOfOne",
+		Constant,
+		{"There is no enabled view, but 1 page: each needs one, an empty view where no particle is disabled."},
+		[](CCall &call)
+		{
+			call.m_RenderedCounts = call.m_RenderedCounts.Slice(0, 1);
+			call.m_ValuePages = call.m_ValuePages.Slice(0, 1);
+			call.m_EnabledPages = {};
+			call.m_ParticleCount = 4;
+		}),
 	SBrokenCall("MoreEnabledPages",
 		Constant,
 		{"The count of enabled views is 4, but that of rendered counts is 3."},
@@ -224,7 +260,7 @@ static const SBrokenCall kPages[] = {
 		}),
 	SBrokenCall("ValuePagesBeyondAddresses",
 		Constant,
-		{"The view of the pages' sort values covers 64 bytes, but the address space ends after 48."},
+		{"The sort uses 64 bytes of the pages' sort values, but the address space ends after 48."},
 		[](CCall &call) {
 			call.m_ValuePages = {BytesBeforeTheEnd<CValueView>(48), 4, 16};
 		}),
@@ -254,13 +290,13 @@ static const SBrokenCall kParticles[] = {
 		}),
 	SBrokenCall("ValuesBeyondAddresses",
 		Constant,
-		{"The view of the sort values of page 0 covers 16 bytes, but the address space ends after 12."},
+		{"The sort uses 16 bytes of the sort values of page 0, but the address space ends after 12."},
 		[](CCall &call) {
 			call.m_Values[0] = {BytesBeforeTheEnd<float>(12), 4, 4};
 		}),
 	SBrokenCall("ValuesTooLarge",
 		Constant,
-		{"The view of the sort values of page 0 covers 4294967296 bytes, but sizes end at 4294967295."},
+		{"The sort uses 4294967296 bytes of the sort values of page 0, but sizes end at 4294967295."},
 		[](CCall &call) {
 			call.m_Values[0] = {call.m_Values[0].Data(), 4, 0x40000000};
 		}),
@@ -315,6 +351,99 @@ static const SBrokenCall kParticles[] = {
 		{"Advice: Page 2 has disabled particles and page 0 has none: sorted by position, the former is drawn first, "
 		 "however near it is."},
 		[](CCall &call) { call.SortByPosition(); }),
+	SBrokenCall("ValuesOfAPool",
+		Constant,
+		{},
+		[](CCall &call) {
+			call.m_Values[0] = {call.m_Values[0].Data(), 0xFFFFFFFFu, 4};
+		}),
+	SBrokenCall("PositionsOfAPool",
+		Triangles,
+		{},
+		[](CCall &call)
+		{
+			call.SortByPosition();
+			call.m_Enableds[2] = {};
+			call.m_Positions[3] = {call.m_Positions[3].Data(), 0xFFFFFFFFu, 12};
+		}),
+	SBrokenCall("PositionsOfAPoolWithEnabledBytes",
+		Constant,
+		{"The sort uses 51539607540 bytes of the positions of page 2, but sizes end at 4294967295.",
+			"Page 2 has enabled bytes for 5, but positions for 4294967295.",
+			"Advice: Page 2 has disabled particles and page 0 has none: sorted by position, the former is drawn first, "
+			"however near it is."},
+		[](CCall &call)
+		{
+			call.SortByPosition();
+			call.m_Positions[2] = {call.m_Positions[2].Data(), 0xFFFFFFFFu, 12};
+		}),
+	SBrokenCall("ValuesNullBeyondTheVertices",
+		Constant,
+		{"Advice: The vertex count of 16 has room for 4 of 9 particles: the rest draws vertex 0's."},
+		[](CCall &call)
+		{
+			call.m_VertexCount = 16;
+			call.m_Values[2] = {null, 5, 4};
+			call.m_Enableds[2] = {null, 3, 2};
+			call.m_Values[3] = {};
+		}),
+	SBrokenCall("ValuesAsManyAsTheVerticesHaveRoomFor",
+		Constant,
+		{"Advice: The vertex count of 32 has room for 8 of 9 particles: the rest draws vertex 0's."},
+		[](CCall &call)
+		{
+			call.m_VertexCount = 32;
+			call.m_Values[3] = call.m_Values[3].Slice(1, 1);
+		}),
+	SBrokenCall("ValuesFewerThanTheVerticesHaveRoomFor",
+		Constant,
+		{"Page 3 renders 2 particles, but has sort values for 1."},
+		[](CCall &call) { call.m_Values[3] = call.m_Values[3].Slice(1, 1); }),
+	SBrokenCall("ValuesNullBeyondThePageThatIsDropped",
+		Triangles,
+		{"Advice: The first particle of page 2 ends at vertex 16, but the vertex count is 15: pages from there on are "
+		 "not drawn."},
+		[](CCall &call)
+		{
+			call.m_VertexCount = 15;
+			call.m_Values[3] = {null, 2, 4};
+			SetPattern(call.m_Patterns[3], {0, 1, 2, 0, 1, 2});
+			call.m_IndexCount = 42;
+			call.m_Output = BytesBeforeTheEnd<void>(0x1000);
+			call.m_OutputCount = 42;
+			call.m_WorkingBuffer = BytesBeforeTheEnd<void>(0x2000);
+			call.m_WorkingBufferSize = 0x1000;
+		}),
+	// The sort sees to it that there is a source before it finds that there is no room.
+	SBrokenCall("ValuesNoneOfThePageThatIsDropped",
+		Triangles,
+		{"Page 2 renders 3 particles, but has sort values for 0.",
+			"Advice: The first particle of page 2 ends at vertex 16, but the vertex count is 15: pages from there on "
+			"are not drawn."},
+		[](CCall &call)
+		{
+			call.m_VertexCount = 15;
+			call.m_Values[2] = {};
+		}),
+	SBrokenCall("CameraInfinite",
+		Constant,
+		{"Advice: The camera's x is infinite, and so is every distance to it.",
+			"Advice: The camera's z is infinite, and so is every distance to it."},
+		[](CCall &call)
+		{
+			const u32 bits[] = {0x7F800000u, 0x7F7FFFFFu, 0xFF800000u};
+			std::memcpy(static_cast<void *>(&call.m_Camera), bits, sizeof(bits));
+			call.SortByPosition();
+			call.m_Enableds[2] = {};
+		}),
+	SBrokenCall("CameraThatNothingIsMeasuredFrom",
+		List,
+		{},
+		[](CCall &call)
+		{
+			const u32 bits[] = {0x7F800000u, 0x7FC00000u, 0xFF800000u};
+			std::memcpy(static_cast<void *>(&call.m_Camera), bits, sizeof(bits));
+		}),
 	SBrokenCall("CameraNotANumber",
 		Constant,
 		{"Advice: The camera's x is not a number, and so is every distance to it.",
@@ -382,7 +511,7 @@ static const SBrokenCall kParticles[] = {
 		}),
 	SBrokenCall("EnabledBytesBeyondAddresses",
 		Constant,
-		{"The view of the enabled bytes of page 2 covers 5 bytes, but the address space ends after 4."},
+		{"The sort uses 5 bytes of the enabled bytes of page 2, but the address space ends after 4."},
 		[](CCall &call) {
 			call.m_Enableds[2] = {BytesBeforeTheEnd<u8>(4), 5, 1};
 		}),

@@ -145,9 +145,8 @@ void CFrameSorter::SortPages(const SFrame &frame, EOrder order, const SDrawCall 
 		m_Sorter.Setup_Geometry(frame.m_PagePatterns.Slice(drawCall.m_FirstPage, drawCall.m_PageCount),
 			frame.m_PageVerticesPerParticle.Slice(drawCall.m_FirstPage, drawCall.m_PageCount),
 			drawCall.m_GeometryIndexCount);
-		Run(&CTriangleSorter::SortTriangles_AutogenIndices,
-			CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(drawCall.m_GeometryIndexCount), drawCall,
-			mappedIndices);
+		Run(SortEntry_Triangles, CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(drawCall.m_GeometryIndexCount),
+			drawCall, mappedIndices);
 	}
 	else
 	{
@@ -184,27 +183,35 @@ void CFrameSorter::SortTriangleCentres(const SFrame &frame, const SDrawCall &dra
 
 void CFrameSorter::SortPoints(const SDrawCall &drawCall, u8 *mappedIndices)
 {
-	Run(&CTriangleSorter::SortPoints_AutogenIndices,
-		CTriangleSorter::GetAutogenIndicesWorkingBufferSize(drawCall.m_ParticleCount), drawCall, mappedIndices);
+	Run(SortEntry_Points, CTriangleSorter::GetAutogenIndicesWorkingBufferSize(drawCall.m_ParticleCount), drawCall,
+		mappedIndices);
 }
 
-void CFrameSorter::Run(SortFunction sort, u32 scratchSize, const SDrawCall &drawCall, u8 *mappedIndices)
+void CFrameSorter::Run(ESortEntry entry, u32 scratchSize, const SDrawCall &drawCall, u8 *mappedIndices)
 {
 	u8 *const scratch = Scratch(scratchSize);
 	if (m_OnFinding != null)
-		ValidateSort(m_Sorter, scratch, scratchSize, m_OnFinding, m_FindingUserData);
-	(m_Sorter.*sort)(scratch);
+		ValidateSort(m_Sorter, entry, scratch, scratchSize, m_OnFinding, m_FindingUserData);
+	RunSort(entry, scratch);
 	if (m_Capture != null)
-		Capture(sort, scratchSize, drawCall, mappedIndices);
+		Capture(entry, scratchSize, drawCall, mappedIndices);
+}
+
+void CFrameSorter::RunSort(ESortEntry entry, u8 *scratch)
+{
+	if (entry == SortEntry_Triangles)
+		m_Sorter.SortTriangles_AutogenIndices(scratch);
+	else
+		m_Sorter.SortPoints_AutogenIndices(scratch);
 }
 
 // Mapped indices are not for reading: the same sort once more, into ordinary memory at the same address modulo 16.
-void CFrameSorter::Capture(SortFunction sort, u32 scratchSize, const SDrawCall &drawCall, u8 *mappedIndices)
+void CFrameSorter::Capture(ESortEntry entry, u32 scratchSize, const SDrawCall &drawCall, u8 *mappedIndices)
 {
 	const u64 addressMod16 = reinterpret_cast<ureg>(mappedIndices + drawCall.m_OffsetInBytes) % kCallAlignment;
 	std::vector<u8> output(addressMod16 + u64(drawCall.m_IndexCount) * BytesPerIndex(drawCall.m_IndexType));
 	SetOutput(drawCall, output.data() + addressMod16);
-	(m_Sorter.*sort)(Scratch(scratchSize));
+	RunSort(entry, Scratch(scratchSize));
 	WriteSortCapture(m_Sorter, Scratch(scratchSize), scratchSize, SortCapture_InputAndOutput, AppendTo, m_Capture);
 	m_Capture = null;
 }

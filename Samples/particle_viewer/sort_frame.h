@@ -65,9 +65,9 @@ private:
 	void SortPoints(const SDrawCall &drawCall, u8 *mappedIndices);
 	void SortTriangleCentres(const SFrame &frame, const SDrawCall &drawCall, u8 *mappedIndices);
 
-	typedef void (CTriangleSorter::*SortFunction)(void *workingBuffer);
-	void Run(SortFunction sort, u32 scratchSize, const SDrawCall &drawCall, u8 *mappedIndices);
-	void Capture(SortFunction sort, u32 scratchSize, const SDrawCall &drawCall, u8 *mappedIndices);
+	void Run(ESortEntry entry, u32 scratchSize, const SDrawCall &drawCall, u8 *mappedIndices);
+	void RunSort(ESortEntry entry, u8 *scratch);
+	void Capture(ESortEntry entry, u32 scratchSize, const SDrawCall &drawCall, u8 *mappedIndices);
 
 	void SetGeometry(const SFrame &frame, EOrder order);
 	void SetOutput(const SDrawCall &drawCall, u8 *start);

@@ -32,6 +32,7 @@ void SetPattern(CPattern &pattern, std::vector<u32> entries)
 
 CCall::CCall(ECallGeometry geometry)
 	: m_Geometry(geometry)
+	, m_Entry(geometry == Triangles ? SortEntry_Triangles : SortEntry_Points)
 {
 	const auto values = [this](u32 count) { return CValueView(_Add(std::vector<float>(count, 1.0f)), count, 4); };
 	m_Values = _Add(std::vector<CValueView>{values(4), CValueView(), values(5), values(2)});
@@ -114,10 +115,16 @@ void CCall::SetUp()
 
 void CCall::Sort()
 {
-	if (m_Geometry == Triangles)
+	if (m_Entry == SortEntry_Triangles)
 		m_Sorter.SortTriangles_AutogenIndices(m_WorkingBuffer);
 	else
 		m_Sorter.SortPoints_AutogenIndices(m_WorkingBuffer);
+}
+
+u32 CCall::SortChecked(CbSortFinding handler, void *userData)
+{
+	const auto sort = m_Entry == SortEntry_Triangles ? &SortTrianglesChecked : &SortPointsChecked;
+	return sort(m_Sorter, m_WorkingBuffer, m_WorkingBufferSize, handler, userData);
 }
 
 bool CCall::SurroundingsIntact() const
@@ -126,9 +133,17 @@ bool CCall::SurroundingsIntact() const
 		m_Memory.begin(), m_Memory.end(), [](const CGuardedMemory &memory) { return memory.SurroundingsIntact(); });
 }
 
+std::vector<unsigned char> CCall::Contents() const
+{
+	std::vector<unsigned char> contents;
+	for (const CGuardedMemory &memory : m_Memory)
+		contents.insert(contents.end(), memory.Data(), memory.Data() + memory.Size());
+	return contents;
+}
+
 u32 CCall::Validate(CbSortFinding handler, void *userData) const
 {
-	return ValidateSort(m_Sorter, m_WorkingBuffer, m_WorkingBufferSize, handler, userData);
+	return ValidateSort(m_Sorter, m_Entry, m_WorkingBuffer, m_WorkingBufferSize, handler, userData);
 }
 
 void Collect(const SSortFinding &finding, void *findings)
@@ -150,6 +165,34 @@ std::vector<std::string> CCall::Findings()
 	return collected.m_Sentences;
 }
 
+testing::AssertionResult IsRefused(CCall &call)
+{
+	SFindings told;
+	const u32 violationCount = call.Validate(&Collect, &told);
+	if (violationCount == 0)
+		return testing::AssertionFailure() << "no rule is broken";
+
+	const std::vector<unsigned char> before = call.Contents();
+	const CReportRecorder reports;
+	const CWarningRecorder warnings;
+	const CAllocationRecorder allocations;
+	SFindings toldAgain;
+	if (call.SortChecked(&Collect, &toldAgain) != violationCount || toldAgain.m_Sentences != told.m_Sentences)
+		return testing::AssertionFailure() << "findings: " << testing::PrintToString(toldAgain.m_Sentences)
+		                                   << "\nnot: " << testing::PrintToString(told.m_Sentences);
+	if (const u32 count = call.SortChecked(null, null); count != violationCount)
+		return testing::AssertionFailure() << "without a handler " << count << " violations, not " << violationCount;
+	if (call.Contents() != before || !call.SurroundingsIntact())
+		return testing::AssertionFailure() << "something was written";
+	if (!reports.Texts().empty())
+		return testing::AssertionFailure() << "reports: " << testing::PrintToString(reports.Texts());
+	if (!warnings.Entries().empty() || warnings.Hazards() != 0)
+		return testing::AssertionFailure() << "warnings: " << testing::PrintToString(warnings.Messages());
+	if (!allocations.Allocations().empty())
+		return testing::AssertionFailure() << "memory was allocated";
+	return testing::AssertionSuccess();
+}
+
 void PrintTo(const SBrokenCall &broken, std::ostream *stream)
 {
 	*stream << broken.m_Name;
@@ -167,6 +210,13 @@ void ExpectFindings(const SBrokenCall &broken)
 		const CReportRecorder viewsOfWrongStrides;
 		broken.m_Break(call);
 	}
-	EXPECT_EQ(call.Findings(), broken.m_Findings);
+	const std::vector<std::string> findings = call.Findings();
+	EXPECT_EQ(findings, broken.m_Findings);
+	const bool isViolated = std::any_of(findings.begin(), findings.end(),
+		[](const std::string &sentence) { return sentence.rfind("Advice: ", 0) != 0; });
+	if (isViolated)
+	{
+		EXPECT_TRUE(IsRefused(call));
+	}
 }
 } // namespace Support

@@ -48,10 +48,13 @@ public:
 
 	void SetUp();
 	u32 Validate(Vexmoor::CbSortFinding handler, void *userData) const;
+	u32 SortChecked(Vexmoor::CbSortFinding handler, void *userData);
 	// Every finding, in order, advice marked as such.
 	std::vector<std::string> Findings();
 	void Sort();
 	bool SurroundingsIntact() const;
+	// Every byte of the memory that the call points to.
+	std::vector<unsigned char> Contents() const;
 
 	// Sorted by distance, with the same pages.
 	void SortByPosition() { m_ByPosition = true; }
@@ -61,6 +64,7 @@ public:
 	static constexpr u32 kParticleCount = 9;
 
 	const ECallGeometry m_Geometry;
+	Vexmoor::ESortEntry m_Entry; // the one that sorts this geometry
 	bool m_HasOutput = true, m_HasInput = true, m_HasGeometry = true;
 
 	bool m_16Bit = false;
@@ -111,6 +115,10 @@ struct SFindings
 	u32 m_ViolationCount = 0;
 };
 void Collect(const Vexmoor::SSortFinding &finding, void *findings);
+
+// That the checked sort refuses a call as it is set up: with the findings of ValidateSort, with and without a handler, and
+// with nothing written, reported, warned of or allocated.
+testing::AssertionResult IsRefused(CCall &call);
 
 // A row of a table of broken calls: how a good call is changed, and the sentences that follow from it.
 struct SBrokenCall

@@ -1,0 +1,90 @@
+#pragma once
+
+// What a check of a sort reads of every particle: enabled bytes are counted and list entries compared 16 bytes at a time,
+// since a checked sort may cost little more than the sort.
+
+#include "vx_compiler.h"
+#include "vx_defs.h"
+#include "vx_sse2.h"
+
+#include "pv_mesh_triangle_sorter.h"
+
+#include <algorithm>
+
+namespace Vexmoor
+{
+// How many of the bytes are not 0. Each byte lane counts the zeros that it meets; a lane holds up to 255, and is emptied
+// before it meets more.
+static inline u32 CountNonZero(const u8 *bytes, u32 count)
+{
+	constexpr u32 kLaneCount = 16;
+	constexpr u32 kMaxGroups = 255;
+	const __m128i zero = _mm_setzero_si128();
+	u32 zeroCount = 0;
+	u32 left = count;
+	while (left >= kLaneCount)
+	{
+		const u32 groupCount = std::min(left / kLaneCount, kMaxGroups);
+		__m128i zerosPerLane = zero;
+		for (u32 group = 0; group < groupCount; ++group)
+		{
+			const __m128i lanes = _mm_loadu_si128(reinterpret_cast<const __m128i *>(bytes));
+			zerosPerLane = _mm_sub_epi8(zerosPerLane, _mm_cmpeq_epi8(lanes, zero)); // equal is -1
+			bytes += kLaneCount;
+		}
+		const __m128i sums = _mm_sad_epu8(zerosPerLane, zero); // of the lower and the upper eight lanes
+		zeroCount += u32(_mm_cvtsi128_si32(sums)) + u32(_mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
+		left -= groupCount * kLaneCount;
+	}
+	for (; left != 0; --left)
+		zeroCount += *bytes++ == 0;
+	return count - zeroCount;
+}
+
+// Numbers from the first to the last, both included; none where the last is lower.
+struct SNumberRange
+{
+	u32 m_First = 1;
+	u32 m_Last = 0;
+
+	bool Empty() const { return m_Last < m_First; }
+	VX_WRAPS bool Contains(u32 number) const { return !Empty() && number - m_First <= m_Last - m_First; }
+	// The smallest range that contains this one and the other.
+	SNumberRange With(const SNumberRange &other) const
+	{
+		if (Empty())
+			return other;
+		return other.Empty() ? *this : SNumberRange{std::min(m_First, other.m_First), std::max(m_Last, other.m_Last)};
+	}
+};
+
+// The place of the first number of [begin, end) that lies in the range; end if none does. Numbers lie at any address.
+// A number is in the range where number - first <= last - first, unsigned. SSE2 compares signed: both sides have their
+// sign bit turned, which the left side gets with the subtraction.
+VX_WRAPS static inline u64 FindInRange(const u32 *numbers, u64 begin, u64 end, const SNumberRange &range)
+{
+	constexpr u32 kSignBit = 0x80000000u;
+	constexpr u64 kBlock = 16;
+	if (range.Empty())
+		return end;
+	const u8 *const bytes = reinterpret_cast<const u8 *>(numbers);
+	const auto lanesAt = [bytes](u64 place)
+	{ return _mm_loadu_si128(reinterpret_cast<const __m128i *>(bytes + place * sizeof(u32))); };
+	const __m128i turn = Splat(kSignBit - range.m_First);
+	const __m128i last = Splat((range.m_Last - range.m_First) ^ kSignBit);
+	const auto outside = [lanesAt, turn, last](u64 place)
+	{ return _mm_cmpgt_epi32(_mm_add_epi32(lanesAt(place), turn), last); };
+
+	u64 place = begin;
+	for (; place + kBlock <= end; place += kBlock)
+	{
+		const __m128i lower = _mm_and_si128(outside(place), outside(place + 4));
+		const __m128i upper = _mm_and_si128(outside(place + 8), outside(place + 12));
+		if (_mm_movemask_epi8(_mm_and_si128(lower, upper)) != 0xFFFF)
+			break;
+	}
+	while (place < end && !range.Contains(LoadU32(bytes + place * sizeof(u32))))
+		++place;
+	return place;
+}
+} // namespace Vexmoor
