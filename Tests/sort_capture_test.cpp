@@ -359,7 +359,7 @@ TEST(SortCapture, BrokenCalls_KeepTheirFindingsAndAreNotSorted)
 		{"ParticleCount",      Constant,  {}, [](CCall &call) { call.m_ParticleCount = 10; }    },
 		{"EnabledBytes",       List,      {}, [](CCall &call) { call.m_EnabledBytes[0] = 0; }   },
 		{"RenderedCount",      Quads,     {}, [](CCall &call) { call.m_Counts[0] = 5; }         },
-		{"Pattern",            Constant,  {}, [](CCall &call) { call.m_Pattern[2] = 4; }        },
+		{"Pattern",            Constant,  {}, [](CCall &call) { call.m_Pattern = {4}; }         },
 		{"ListCount",          List,      {},
          [](CCall &call) {
 				call.m_IndexList = {call.m_Entries, 8};
@@ -368,7 +368,7 @@ TEST(SortCapture, BrokenCalls_KeepTheirFindingsAndAreNotSorted)
          [](CCall &call) {
 				SetPattern(call.m_Patterns[2], {0, 1});
 			}																				   },
-		{"PageVertexCount",    Triangles, {}, [](CCall &call) { call.m_VertexCounts[0] = 2; }   },
+		{"PageVertexCount",    Triangles, {}, [](CCall &call) { call.m_VertexCounts[0] = 0; }   },
 		{"IndexCount",         Triangles, {}, [](CCall &call) { call.m_IndexCount = 33; }       },
 		{"WorkingBufferSize",  Constant,  {}, [](CCall &call) { call.m_WorkingBufferSize -= 1; }},
 		{"WorkingBufferStart", Triangles, {},
@@ -768,7 +768,7 @@ TEST(SortCapture, ViewsThatCannotBeRead_AreRefusedBeforeAnythingIsWritten)
 			}																	},
 		{"ValueSize",    List,      {},
          [](CCall &call) {
-				call.m_Values[3] = {call.m_Values[3].Data(), 0x10000, 0x10000};
+				call.m_Values[3] = {call.m_Values[3].Data(), 2, 0x80000000u};
 			}																	},
 		{"NullPages",    Quads,     {},
          [](CCall &call) {

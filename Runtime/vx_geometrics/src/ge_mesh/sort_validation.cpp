@@ -664,7 +664,7 @@ void CSortValidation::_CheckPatternEntries(
 		std::find_if(pattern.Data(), end, [verticesPerParticle](u32 entry) { return entry >= verticesPerParticle; });
 	if (bad != end)
 		_Advice("Entry %u of the index pattern%s is %u, but the vertices per particle are %u: it draws a vertex of a "
-		        "later particle.",
+				"later particle.",
 			u32(bad - pattern.Data()), ofPage, *bad, verticesPerParticle);
 }
 
@@ -934,15 +934,10 @@ void CSortValidation::_CheckTriangleAlignment()
 
 // Memory.
 
-// As the sorter's own functions say, without their end at 32 bits.
 u64 CSortValidation::_NeededWorkingBufferSize() const
 {
-	const auto recordArrays = [](u64 recordCount)
-	{ return ((recordCount + 1) & ~u64(1)) * sizeof(SIndexAndDepth) * 2; };
-	if (!_SortsTriangles())
-		return recordArrays(m_Sorter.m_ParticleCount);
-	const u64 indexCount = m_Sorter.m_IndexCount_fromBB;
-	return recordArrays(indexCount / kTriangleWidth) + ((indexCount + 1) & ~u64(1)) * sizeof(u32);
+	return _SortsTriangles() ? CSorter::_TriangleWorkingBufferSize(m_Sorter.m_IndexCount_fromBB)
+	                         : CSorter::_PointWorkingBufferSize(m_Sorter.m_ParticleCount);
 }
 
 void CSortValidation::_CheckWorkingBuffer()
