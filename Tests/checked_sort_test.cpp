@@ -3,7 +3,9 @@
 
 #include "ge_mesh_sort_validation.h"
 
+#include "damaged_call.h"
 #include "diagnostics.h"
+#include "random_scene.h"
 #include "sort_call.h"
 #include <algorithm>
 #include <cstring>
@@ -372,8 +374,10 @@ const SBreakage kBreakages[] = {
 			call.m_QuadCenters = {BytesBeforeTheEnd<const CFloat4>(64), 144};
 		}																																															  },
 	{"CentersTooLarge",                      kQuads,             "the quad centres, but sizes end",
-     [](CCall &call) {
+     [](CCall &call)
+		{
 			call.m_QuadCenters = {call.m_QuadCenters.Data(), 0x10000000};
+			call.m_VertexCount = 0x4000000;
 		}																																															  },
 
  // Geometry per page.
@@ -585,6 +589,28 @@ TEST(CheckedSort, SoundCalls_SortLikeTheBareSort)
 			EXPECT_TRUE(checked.SurroundingsIntact());
 		}
 	}
+}
+
+TEST(CheckedSort, RandomlyDamagedCalls_AreRefusedOrSort)
+{
+	u32 sortedCount = 0;
+	constexpr u32 kCaseCount = 3000;
+	for (u64 seed = 1; seed <= kCaseCount && !HasFailure(); ++seed)
+	{
+		Model::CRandom random(seed);
+		const CReportRecorder viewsOfWrongStrides;
+		CCall call(kCallGeometries[random.Below(4)]);
+		call.m_ByPosition = random.Chance(50);
+		if (random.Chance(50))
+			call.Output16();
+		for (u32 damages = random.Between(1, 3); damages != 0; --damages)
+			Damage(call, random);
+		call.SetUp();
+		sortedCount += call.Validate(null, null) == 0;
+		EXPECT_TRUE(IsRefusedOrSorts(call)) << "seed " << seed;
+	}
+	EXPECT_GT(sortedCount, kCaseCount / 10);
+	EXPECT_LT(sortedCount, kCaseCount / 2);
 }
 
 // Advice does not keep a call from being sorted.

@@ -188,6 +188,12 @@ static const SBrokenCall kPoints[] = {
 			call.Output16();
 			call.m_Pattern[5] = 0xFFFF;
 		}),
+	SBrokenCall("QuadCentersOfAPool",
+		Quads,
+		{},
+		[](CCall &call) {
+			call.m_QuadCenters = {call.m_QuadCenters.Data(), 0xFFFFFFFFu};
+		}),
 	SBrokenCall("QuadCentersNoSlots",
 		Quads,
 		{"Page 0, particle 0: its quads need 16 centre slots, but there are 15.",

@@ -2,6 +2,8 @@
 
 #include "scene_memory.h"
 
+#include "ge_mesh_sort_validation.h"
+
 #include "diagnostics.h"
 #include <algorithm>
 #include <cstring>
@@ -267,10 +269,26 @@ void CSceneMemory::Protect()
 void CSceneMemory::Sort()
 {
 	Protect();
-	if (m_Scene.m_Geometry == Model::EGeometry::PerPage)
+	if (m_Layout.m_IsChecked)
+		_SortChecked();
+	else if (m_Scene.m_Geometry == Model::EGeometry::PerPage)
 		m_Sorter->SortTriangles_AutogenIndices(WorkingBuffer());
 	else
 		m_Sorter->SortPoints_AutogenIndices(WorkingBuffer());
+}
+
+void CSceneMemory::_SortChecked()
+{
+	const auto collect = [](const SSortFinding &finding, void *violations)
+	{
+		if (finding.m_Kind == SortFinding_Violation)
+			*static_cast<std::string *>(violations) += std::string(finding.m_Sentence) + "\n";
+	};
+	const auto sort = m_Scene.m_Geometry == Model::EGeometry::PerPage ? &SortTrianglesChecked : &SortPointsChecked;
+	const u32 size = m_WorkingBuffer != nullptr ? WorkingBufferSize(m_Scene) : 0;
+	const u32 violationCount = sort(*m_Sorter, WorkingBuffer(), size, collect, &m_Violations);
+	if (violationCount != std::count(m_Violations.begin(), m_Violations.end(), '\n'))
+		m_Violations += std::to_string(violationCount) + " violations are counted\n";
 }
 
 // Comparison.
@@ -437,6 +455,8 @@ testing::AssertionResult SortsLikeTheModel(const Model::SScene &scene, const SSc
 	if (reports.Texts() != expectedReports)
 		return testing::AssertionFailure() << "reports: " << testing::PrintToString(reports.Texts())
 		                                   << "\nnot: " << testing::PrintToString(expectedReports);
+	if (!memory.Violations().empty())
+		return testing::AssertionFailure() << "broken rules:\n" << memory.Violations();
 	const testing::AssertionResult holds = memory.Holds(result);
 	return holds ? WarningsMatch(result.m_Warnings, warnings) : holds;
 }

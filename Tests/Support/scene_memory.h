@@ -22,6 +22,7 @@ struct SSceneLayout
 	Vexmoor::u32 m_RenderedCountStride = 4;
 	Vexmoor::u32 m_PageViewStride = 16; // of the arrays of views, one element per page
 	bool m_SorterAllocates = false;     // no working buffer is given
+	bool m_IsChecked = false;           // the checked sort sorts
 };
 
 class CSceneMemory
@@ -46,6 +47,8 @@ public:
 	void Protect();
 	/// Protects, then sorts points or triangles, by the scene's geometry.
 	void Sort();
+	/// The violations that a checked sort has found, in a line each.
+	const std::string &Violations() const { return m_Violations; }
 
 	/// The output and, unless the sorter allocates, the records hold the result, and nothing around them has changed.
 	testing::AssertionResult Holds(const Model::SSortResult &result) const;
@@ -61,6 +64,7 @@ private:
 	void _AddPages();
 	void _AddGeometry();
 	testing::AssertionResult _SurroundingsIntact() const;
+	void _SortChecked();
 
 	const Model::SScene m_Scene;
 	const SSceneLayout m_Layout;
@@ -77,6 +81,7 @@ private:
 	const Vexmoor::u32 *m_IndexList = nullptr;
 	const Vexmoor::CFloat4 *m_QuadCenters = nullptr;
 
+	std::string m_Violations;
 	CGuardedMemory m_Output;
 	std::unique_ptr<CGuardedMemory> m_WorkingBuffer;
 	Vexmoor::CTriangleSorter *m_Sorter; // one of the inputs

@@ -362,9 +362,15 @@ SElements CSortValidation::_IndexList() const
 	return SElements("index list", kNoPage, m_Sorter.m_IndexList, 1).First(m_Sorter.m_ParticleCount);
 }
 
+// As many as the vertices can ask for: who asks beyond them has vertex 0's.
 SElements CSortValidation::_QuadCenters() const
 {
-	return {"quad centres", kNoPage, m_Sorter.m_QuadCenters, alignof(CFloat4)};
+	const SElements centers("quad centres", kNoPage, m_Sorter.m_QuadCenters, alignof(CFloat4));
+	const u32 verticesPerParticle = m_Sorter.m_PrimiteVertexCount;
+	if (verticesPerParticle == 0)
+		return centers;
+	const u32 lastVertex = std::max(m_Sorter.m_VertexCount, 1u) - 1;
+	return centers.First((u64(lastVertex / verticesPerParticle) + 1) * kQuadSlots);
 }
 
 SElements CSortValidation::_PagePatterns() const
