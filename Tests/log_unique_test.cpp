@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <thread>
 
 using namespace Vexmoor;
@@ -21,15 +22,6 @@ void KeepQuiet(const CLogUniqueCollection::SEntry &, void *) {}
 void NoteMessage(const CLogUniqueCollection::SEntry &entry, void *messages)
 {
 	static_cast<std::vector<std::string> *>(messages)->push_back(entry.m_Key + ": " + entry.m_Message);
-}
-
-// "key: message x touches" per entry.
-std::vector<std::string> Contents(const CLogUniqueCollection &collection)
-{
-	std::vector<std::string> contents;
-	for (const CLogUniqueCollection::SEntry &entry : collection.Snapshot())
-		contents.push_back(entry.m_Key + ": " + entry.m_Message + " x " + std::to_string(entry.m_TouchCount));
-	return contents;
 }
 } // namespace
 
@@ -231,4 +223,112 @@ TEST(LogUnique, RegistryBeforeItsPointerIsSet_IsTheSame)
 	CPerfHotspotsRegistry::m_Registry = null;
 	EXPECT_EQ(CPerfHotspotsRegistry::Registry(), registry);
 	CPerfHotspotsRegistry::m_Registry = registry;
+}
+
+// First touches are told at once, in their order; what comes after them, when the batch ends.
+TEST(WarningBatch, TouchesOfKnownSites_ReachTheCollectionAtItsEnd)
+{
+	CLogUniqueCollection own;
+	std::vector<std::string> firstTouches;
+	own.SetFirstTouchHandler(&NoteMessage, &firstTouches);
+	const CReplacedRegistry replaced(own);
+	const u32 hazardsBefore = Profiler::CHazards::CurrentThreadHazards().m_PerformanceHazards;
+	{
+		const CWarningBatch batch;
+		for (u32 page = 0; page < 10; ++page)
+		{
+			WarnAtSite("b", "first of b");
+			EXPECT_EQ(firstTouches.size(), page == 0 ? 1 : 2u);
+			WarnAtSite("a", "first of a");
+			EXPECT_EQ(Profiler::CHazards::CurrentThreadHazards().m_PerformanceHazards - hazardsBefore, 2 * (page + 1));
+		}
+		own.Touch("c", "a host's own, meanwhile");
+	}
+	EXPECT_EQ(Contents(own),
+		(std::vector<std::string>{"b: first of b x 10", "a: first of a x 10", "c: a host's own, meanwhile x 1"}));
+	EXPECT_EQ(firstTouches, (std::vector<std::string>{"b: first of b", "a: first of a", "c: a host's own, meanwhile"}));
+	{
+		const CWarningBatch batch;
+		WarnAtSite("a", "again");
+		const CWarningBatch inner;
+		WarnAtSite("a", "again");
+		WarnAtSite("a", "again");
+	}
+	WarnAtSite("a", "again");
+	EXPECT_EQ(Contents(own)[1], "a: first of a x 14");
+}
+
+TEST(WarningBatch, MoreSitesThanItHolds_AllCount)
+{
+	static const char *const s_Keys[] = {"0", "1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "11"};
+	const CWarningRecorder recorder;
+	{
+		const CWarningBatch batch;
+		for (u32 page = 0; page < 10; ++page)
+		{
+			for (const char *const key : s_Keys)
+				WarnAtSite(key, "message");
+		}
+	}
+	ASSERT_EQ(recorder.Entries().size(), std::size(s_Keys));
+	for (const CLogUniqueCollection::SEntry &entry : recorder.Entries())
+		EXPECT_EQ(entry.m_TouchCount, 10u) << entry.m_Key;
+}
+
+// The message that comes with the late first touch is not the caller's any more.
+TEST(WarningBatch, CollectionClearedMeanwhile_HasAFirstTouchAtTheEnd)
+{
+	std::vector<std::string> firstTouches;
+	CLogUniqueCollection own;
+	own.SetFirstTouchHandler(&NoteMessage, &firstTouches);
+	const CReplacedRegistry replaced(own);
+	{
+		const CWarningBatch batch;
+		for (u32 page = 0; page < 10; ++page)
+		{
+			const CShortString message = CShortString::Format("page %u", page);
+			WarnAtSite("a", message.Data());
+			if (page == 6)
+				own.Clear();
+		}
+	}
+	EXPECT_EQ(Contents(own), (std::vector<std::string>{"a: page 1 x 8"}));
+	EXPECT_EQ(firstTouches, (std::vector<std::string>{"a: page 0", "a: page 1"}));
+}
+
+// A handler is where a host may do anything.
+TEST(WarningBatch, HandlerThatClearsOrReplacesTheCollection_SeesTheNextTouchAtOnce)
+{
+	struct SHost
+	{
+		CLogUniqueCollection m_First, m_Second;
+		std::vector<std::string> m_FirstTouches;
+	} host;
+	const CReplacedRegistry replaced(host.m_First);
+	host.m_First.SetFirstTouchHandler(
+		[](const CLogUniqueCollection::SEntry &entry, void *userData)
+		{
+			SHost &seen = *static_cast<SHost *>(userData);
+			seen.m_FirstTouches.push_back("first, " + entry.m_Message);
+			if (seen.m_FirstTouches.size() < 3)
+				seen.m_First.Clear();
+			else
+				CPerfHotspotsRegistry::m_Registry = &seen.m_Second;
+		},
+		&host);
+	host.m_Second.SetFirstTouchHandler([](const CLogUniqueCollection::SEntry &entry, void *userData)
+		{ static_cast<SHost *>(userData)->m_FirstTouches.push_back("second, " + entry.m_Message); },
+		&host);
+	{
+		const CWarningBatch batch;
+		for (u32 page = 0; page < 10; ++page)
+		{
+			const CShortString message = CShortString::Format("page %u", page);
+			WarnAtSite("a", message.Data());
+		}
+	}
+	EXPECT_EQ(host.m_FirstTouches,
+		(std::vector<std::string>{"first, page 0", "first, page 1", "first, page 2", "second, page 3"}));
+	EXPECT_EQ(Contents(host.m_First), (std::vector<std::string>{"a: page 2 x 1"}));
+	EXPECT_EQ(Contents(host.m_Second), (std::vector<std::string>{"a: page 3 x 7"}));
 }

@@ -4,42 +4,16 @@
 #include "ge_mesh_sort_validation.h"
 
 #include "diagnostics.h"
+#include "heap.h"
 #include "random_scene.h"
 #include "scene_memory.h"
 #include "sort_call.h"
-#include <cstdlib>
 #include <gtest/gtest.h>
-#include <new>
 #include <string>
 #include <vector>
 
 using namespace Vexmoor;
 using namespace Support;
-
-static thread_local u64 s_AllocationCount = 0;
-
-// None is inlined: a caller would allocate with one and free with the other of new and malloc, in the eyes of g++ and of
-// valgrind.
-[[gnu::noinline]] void *operator new(std::size_t size)
-{
-	++s_AllocationCount;
-	if (void *const block = std::malloc(size != 0 ? size : 1))
-		return block;
-	std::abort();
-}
-[[gnu::noinline]] void *operator new(std::size_t size, const std::nothrow_t &) noexcept
-{
-	++s_AllocationCount;
-	return std::malloc(size != 0 ? size : 1);
-}
-[[gnu::noinline]] void operator delete(void *block) noexcept
-{
-	std::free(block);
-}
-[[gnu::noinline]] void operator delete(void *block, std::size_t) noexcept
-{
-	std::free(block);
-}
 
 TEST(SortValidation, GoodCalls_GiveNoFindings)
 {
@@ -109,10 +83,10 @@ TEST(SortValidation, Validation_TakesNoMemory)
 		call.SetUp();
 		u32 findingCount = 0;
 		const auto count = [](const SSortFinding &, void *userData) { ++*static_cast<u32 *>(userData); };
-		const u64 before = s_AllocationCount;
+		const u64 before = HeapAllocationCount();
 		call.Validate(count, &findingCount);
 		call.SortChecked(count, &findingCount);
-		EXPECT_EQ(s_AllocationCount, before) << geometry;
+		EXPECT_EQ(HeapAllocationCount(), before) << geometry;
 		EXPECT_GE(findingCount, 8u) << geometry;
 	}
 	EXPECT_TRUE(hook.Allocations().empty());

@@ -156,6 +156,34 @@ TEST(Threads, FirstSortsAtOnce_WriteWhatOneThreadWrites)
 	}
 }
 
+// Sorts of many pages that warn, at one moment and again: no page's touch is lost on the way to the collection.
+TEST(Threads, PagesThatWarn_AllCount)
+{
+	constexpr u32 kPages = 300, kSorts = 5;
+	const CWarningRecorder warnings;
+	RunAtOnce(
+		[](u32)
+		{
+			const CFloat4 position;
+			const std::vector<TStridedMemoryView<const CFloat3>> positions(kPages,
+				TStridedMemoryView<const CFloat3>(reinterpret_cast<const CFloat3 *>(&position), 1, sizeof(CFloat4)));
+			const std::vector<TStridedMemoryView<const u8>> enableds(kPages);
+			const std::vector<u32> counts(kPages, 1);
+			u32 pattern[] = {0};
+			std::vector<u32> indices(kPages);
+			CTriangleSorter sorter;
+			sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), kPages), kPages);
+			sorter.Setup_InputPageCache(TMemoryView<const TStridedMemoryView<const CFloat3>>(positions.data(), kPages),
+				TMemoryView<const TStridedMemoryView<const u8>>(enableds.data(), kPages),
+				TMemoryView<const u32>(counts.data(), kPages), kPages, CFloat3());
+			sorter.Setup_Geometry(TMemoryView<u32>(pattern, 1), 1);
+			for (u32 i = 0; i < kSorts; ++i)
+				sorter.SortPoints_AutogenIndices(null);
+		});
+	ASSERT_EQ(warnings.Sites(), (std::vector<int>{1776}));
+	EXPECT_EQ(warnings.Entries()[0].m_TouchCount, kThreads * kSorts * kPages);
+}
+
 // Scopes of all threads go to one handler, which keeps its own count.
 TEST(Threads, ScopesOfManyThreads_AllReachTheHandler)
 {

@@ -43,6 +43,18 @@
 	#define VX_WRAPS
 #endif
 
+///@{
+/// try and catch (const std::exception &), for the little that the standard library throws at us. Without exceptions
+/// (-fno-exceptions) the first block runs by itself.
+#if defined(__cpp_exceptions)
+	#define VX_TRY try
+	#define VX_CATCH catch (const std::exception &)
+#else
+	#define VX_TRY if (true)
+	#define VX_CATCH else
+#endif
+///@}
+
 /// A breakpoint that a debugger can continue from.
 #if defined(__aarch64__)
 	#define VX_TRAP() __asm__ volatile("brk #0xF000")

@@ -14,7 +14,7 @@ from pathlib import Path
 CONDITIONS = {"VX_ASSERT", "VX_VERIFY"}
 NAMED_CONDITIONS = {"VX_ASSERT_AS"}
 MESSAGES = {"VX_ASSERT_MESSAGE", "VX_ASSERT_NOT_REACHED"}
-WARNINGS = {"VX_WARN_ONCE", "WarnOnce"}
+WARNINGS = {"VX_WARN_AT_SITE", "WarnAtSite"}
 SENTENCES = {"_Violation": "Violations", "_Advice": "Advice"}
 REPORTS = CONDITIONS | NAMED_CONDITIONS | MESSAGES | WARNINGS | SENTENCES.keys()
 
@@ -24,9 +24,11 @@ SERVICES = {
     "EvalAssertFormat": {"vx_assert.h", "assert.cpp"},
     "VerifyAssertFalse_Breaks": {"vx_assert.h", "assert.cpp"},
     "Touch": {"kr_log_unique.h", "log_unique.cpp"},
+    "WarnOnce": {"kr_log_unique.h", "log_unique.cpp"},
+    "VX_WARN_ONCE": set(),
     "_Tell": {"sort_validation.cpp"},
 }
-MACROS = CONDITIONS | NAMED_CONDITIONS | MESSAGES | {"VX_WARN_ONCE", "VX_ASSERT_SITE"}
+MACROS = CONDITIONS | NAMED_CONDITIONS | MESSAGES | {"VX_WARN_AT_SITE", "VX_WARN_ONCE", "VX_ASSERT_SITE"}
 
 TOKEN = re.compile(
     r"""

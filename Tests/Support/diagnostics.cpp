@@ -93,6 +93,14 @@ u32 CWarningRecorder::Hazards() const
 	return Profiler::CHazards::CurrentThreadHazards().m_PerformanceHazards - m_HazardsBefore;
 }
 
+std::vector<std::string> Contents(const CLogUniqueCollection &collection)
+{
+	std::vector<std::string> contents;
+	for (const CLogUniqueCollection::SEntry &entry : collection.Snapshot())
+		contents.push_back(entry.m_Key + ": " + entry.m_Message + " x " + std::to_string(entry.m_TouchCount));
+	return contents;
+}
+
 CScopeRecorder::CScopeRecorder()
 {
 	Profiler::MainEngineProfiler()->SetScopeHandler(&_Record, this);

@@ -114,6 +114,26 @@ private:
 	Vexmoor::u32 m_HazardsBefore;
 };
 
+/// The process-wide collection is another one while this lives.
+class CReplacedRegistry
+{
+public:
+	explicit CReplacedRegistry(Vexmoor::CLogUniqueCollection &collection)
+		: m_Before(Vexmoor::CPerfHotspotsRegistry::m_Registry)
+	{
+		Vexmoor::CPerfHotspotsRegistry::m_Registry = &collection;
+	}
+	~CReplacedRegistry() { Vexmoor::CPerfHotspotsRegistry::m_Registry = m_Before; }
+	CReplacedRegistry(const CReplacedRegistry &) = delete;
+	CReplacedRegistry &operator=(const CReplacedRegistry &) = delete;
+
+private:
+	Vexmoor::CLogUniqueCollection *const m_Before;
+};
+
+/// "key: message x touches" for each entry, in order of first touch.
+std::vector<std::string> Contents(const Vexmoor::CLogUniqueCollection &collection);
+
 /// Records scopes as "+name" where one is entered and "-name" where it is left.
 class CScopeRecorder
 {

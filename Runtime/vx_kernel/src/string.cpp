@@ -2,9 +2,22 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <exception>
+#include <new>
 
 namespace Vexmoor
 {
+CShortString CShortString::Format(const char *format, ...)
+{
+	CShortString string;
+	va_list arguments;
+	va_start(arguments, format);
+	if (std::vsnprintf(string.m_Text, sizeof(string.m_Text), format, arguments) < 0)
+		string.m_Text[0] = '\0';
+	va_end(arguments);
+	return string;
+}
+
 CString CString::Format(const char *format, ...)
 {
 	va_list arguments;
@@ -14,16 +27,19 @@ CString CString::Format(const char *format, ...)
 	const int length = std::vsnprintf(null, 0, format, arguments);
 	va_end(arguments);
 
-	SContainer *const container = new SContainer;
-	if (length > 0)
+	CString string;
+	string.m_Container = new (std::nothrow) SContainer;
+	if (string.m_Container != null && length > 0)
 	{
-		container->m_Text.resize(std::size_t(length));
-		std::vsnprintf(container->m_Text.data(), std::size_t(length) + 1, format, argumentsAgain);
+		VX_TRY
+		{
+			std::string text(std::size_t(length), '\0');
+			std::vsnprintf(text.data(), text.size() + 1, format, argumentsAgain);
+			string.m_Container->m_Text.swap(text);
+		}
+		VX_CATCH {}
 	}
 	va_end(argumentsAgain);
-
-	CString string;
-	string.m_Container = container;
 	return string;
 }
 } // namespace Vexmoor

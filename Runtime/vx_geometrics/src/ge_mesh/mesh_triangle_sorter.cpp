@@ -178,7 +178,7 @@ static void FillByValue(const TMemoryView<SIndexAndDepth> &outList,
 	}
 	else if (valueStride != 0)
 	{
-		WarnOnce(_VertexBases::kValueStrideSite, "Render sort: input sort-values have uncommon stride");
+		WarnAtSite(_VertexBases::kValueStrideSite, "Render sort: input sort-values have uncommon stride");
 	}
 
 	for (; remaining != 0; --remaining)
@@ -319,7 +319,7 @@ static void FillByDistance(const TMemoryView<SIndexAndDepth> &outList,
 	}
 	else
 	{
-		WarnOnce(_VertexBases::kPositionStrideSite, "Render sort: input positions have uncommon stride");
+		WarnAtSite(_VertexBases::kPositionStrideSite, "Render sort: input positions have uncommon stride");
 		if (srcStride >= SPositions_Gathered::kMinStride)
 			FillGroupsByDistance<SPositions_Gathered>(packedPtr, srcBytes, srcStride, groupCount, camera, vertexBases);
 		else
@@ -446,6 +446,7 @@ u32 CTriangleSorter::_WalkPages(const TStridedMemoryView<const TStridedMemoryVie
 	u32 pageStop, offsetInPageStop, offsetOutStop;
 	_GetParticleIdxInPageCache(start + count, pageStop, offsetInPageStop, offsetOutStop);
 
+	const CWarningBatch warnings;
 	u32 i = 0;
 	for (; i < count; ++pagei)
 	{
@@ -607,7 +608,7 @@ static void ExpandIndicesU32_x1(const TMemoryView<const u32> &indexPattern,
 	}
 	else
 	{
-		VX_WARN_ONCE(
+		VX_WARN_AT_SITE(
 			"[l.556]", "Render sort: Index stream expansion (U32): sub-optimal path [1]: Unaligned dst memory");
 	}
 
@@ -660,7 +661,7 @@ static void ExpandIndicesU32_x3(const TMemoryView<const u32> &indexPattern,
 	else
 	{
 		// The text is the six-wide worker's; the site's key tells them apart.
-		VX_WARN_ONCE(
+		VX_WARN_AT_SITE(
 			"[l.328]", "Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory");
 	}
 
@@ -715,7 +716,7 @@ static void ExpandIndicesU32_x6(const TMemoryView<const u32> &indexPattern,
 	}
 	else
 	{
-		VX_WARN_ONCE(
+		VX_WARN_AT_SITE(
 			"[l.248]", "Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory");
 	}
 
@@ -769,7 +770,7 @@ static void ExpandIndicesU32_UA_x12(const TMemoryView<const u32> &indexPattern,
 	const u32 *const pattern32 = &indexPattern[0];
 	if (!Mem::IsAligned<0x8>(dstPrims))
 	{
-		VX_WARN_ONCE(
+		VX_WARN_AT_SITE(
 			"[l.477]", "Render sort: Index stream expansion (U32): sub-optimal path [16]: Unaligned dst memory");
 		ExpandPacked64<6>(pattern32, it, dstPrims, primCount);
 		return;
@@ -817,9 +818,9 @@ VX_WRAPS static void ExpandIndicesU32_xN(const TMemoryView<const u32> &indexPatt
 	u32 primCount)
 {
 	const u32 patternWidth = indexPattern.Count();
-	const CString message =
-		CString::Format("Render sort: Index stream expansion (U32): sub-optimal path [%d]", s32(patternWidth));
-	VX_WARN_ONCE("[l.579]", message.Data());
+	const CShortString message =
+		CShortString::Format("Render sort: Index stream expansion (U32): sub-optimal path [%d]", s32(patternWidth));
+	VX_WARN_AT_SITE("[l.579]", message.Data());
 	if (primCount * patternWidth != 0) // in 32 bits: kept on purpose, here and below
 		ExpandOneByOne(indexPattern, it, dstPrims, primCount);
 }
@@ -876,7 +877,7 @@ VX_WRAPS static void ExpandIndicesU16_x1(const TMemoryView<const u32> &indexPatt
 	}
 	else
 	{
-		VX_WARN_ONCE(
+		VX_WARN_AT_SITE(
 			"[l.1148]", "Render sort: Index stream expansion (U16): sub-optimal path [1]: Unaligned dst memory");
 	}
 
@@ -921,7 +922,7 @@ static void ExpandIndicesU16_x3(const TMemoryView<const u32> &indexPattern,
 	else
 	{
 		// The text is the 32-bit six-wide worker's; the site's key tells them apart.
-		VX_WARN_ONCE(
+		VX_WARN_AT_SITE(
 			"[l.925]", "Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory");
 	}
 
@@ -954,7 +955,7 @@ VX_WRAPS static void ExpandIndicesU16_x6(const TMemoryView<const u32> &indexPatt
 	}
 	else
 	{
-		VX_WARN_ONCE(
+		VX_WARN_AT_SITE(
 			"[l.840]", "Render sort: Index stream expansion (U16): sub-optimal path [6]: Unaligned dst memory");
 	}
 
@@ -1001,9 +1002,9 @@ VX_WRAPS static void ExpandIndicesU16_xN(const TMemoryView<const u32> &indexPatt
 	u32 primCount)
 {
 	const u32 patternWidth = indexPattern.Count();
-	const CString message =
-		CString::Format("Render sort: Index stream expansion (U16): sub-optimal path [%d]", s32(patternWidth));
-	VX_WARN_ONCE("[l.1200]", message.Data());
+	const CShortString message =
+		CShortString::Format("Render sort: Index stream expansion (U16): sub-optimal path [%d]", s32(patternWidth));
+	VX_WARN_AT_SITE("[l.1200]", message.Data());
 	if (primCount * patternWidth != 0)
 		ExpandOneByOne(indexPattern, it, dstPrims, primCount);
 }
@@ -1118,8 +1119,8 @@ VX_WRAPS void CTriangleSorter::ExpandAndSortIndices(const TMemoryView<const u32>
 	VX_ASSERT(quadCount < 16); // in the 16-bit entry alone; the 32-bit one leaves it to the keys' bounds
 	if (primCount * indexPattern.Count() == 0)
 		return;
-	const CString message = CString::Format("Render sort: Very slow tube quad sorter");
-	VX_WARN_ONCE("[l.1277]", message.Data());
+	const CShortString message = CShortString::Format("Render sort: Very slow tube quad sorter");
+	VX_WARN_AT_SITE("[l.1277]", message.Data());
 	ExpandWithSortedQuads(indexPattern, quadCenters, cameraPosition, it, dstPrims, primCount, vpp);
 }
 
@@ -1135,8 +1136,8 @@ VX_WRAPS void CTriangleSorter::ExpandAndSortIndices(const TMemoryView<const u32>
 	VX_ASSERT(Mem::IsAligned<0x10>(it));
 	if (primCount * indexPattern.Count() == 0)
 		return;
-	const CString message = CString::Format("Render sort: Very slow tube quad sorter");
-	VX_WARN_ONCE("[l.1346]", message.Data());
+	const CShortString message = CShortString::Format("Render sort: Very slow tube quad sorter");
+	VX_WARN_AT_SITE("[l.1346]", message.Data());
 	ExpandWithSortedQuads(indexPattern, quadCenters, cameraPosition, it, dstPrims, primCount, vpp);
 }
 
@@ -1369,6 +1370,7 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 	// The walk ends with the shortest collection. A page that has no view of enabled bytes has no disabled particles.
 	const u32 walkedPageCount = std::min({pageCount, m_IndexPatternCollection.Count(),
 		m_InRenderedParticleCounts.Count(), m_PrimiteVertexCountCollection.Count()});
+	const CWarningBatch warnings;
 	u32 startPrim = 0;
 	u32 startIndex = 0;
 	for (u32 pageId = 0; pageId < walkedPageCount; ++pageId)
