@@ -49,6 +49,7 @@ void RegisterExpansion();
 void RegisterBillboards();
 void RegisterTriangles();
 void RegisterTubes();
+void RegisterSmallPages();
 void RegisterDrawCalls();
 void RegisterDiagnostics();
 } // namespace VexmoorBench

@@ -33,6 +33,7 @@ int main(int argc, char **argv)
 	RegisterBillboards();
 	RegisterTriangles();
 	RegisterTubes();
+	RegisterSmallPages();
 	RegisterDrawCalls();
 	RegisterDiagnostics();
 

@@ -605,6 +605,26 @@ def draw_call_section(results, page):
 		)
 
 
+def small_pages_section(results, page):
+	whats = results.values(1, stage="small_pages")
+	if not whats:
+		return
+	page.lines.append("## Small pages\n")
+	page.lines.append(
+		"Time of a whole sort over that of the same particles in pages of 1,000: the median over pairs that ran in turns, and "
+		"the least and the most of the repetitions. Strides of 16 warn once per page.\n"
+	)
+	rows = []
+	for what in whats:
+		for who in results.values(2, stage="small_pages", what=what):
+			for size in sorted(set(key[3] for key in results.cases if key[:3] == ("small_pages", what, who))):
+				case = results.get("small_pages", what, who, size)
+				ratios = case.counters["ratio"]
+				rows.append([what, who, size_name(size), f"{statistics.median(ratios):.2f}",
+					f"{min(ratios):.2f} to {max(ratios):.2f}", f"{statistics.median(case.counters['plain_ns']) / 1000:.1f}"])
+	table(page.lines, ["", "", "pages", "ratio", "range", "microseconds in pages of 1,000"], rows)
+
+
 def diagnostics_section(results, page):
 	whats = results.values(1, stage="diagnostics")
 	if not whats:
@@ -676,6 +696,7 @@ def main():
 	fill_section(results, page)
 	expand_section(results, page)
 	whole_section(results, page)
+	small_pages_section(results, page)
 	draw_call_section(results, page)
 	diagnostics_section(results, page)
 	if options.tried and os.path.exists(options.tried):
