@@ -252,6 +252,18 @@ TEST(ScratchMemory, PointSortWithoutBuffer_AllocatesEightTimesTheSizeAndFrees)
 	EXPECT_EQ(std::memcmp(output, expected, sizeof(output)), 0);
 }
 
+// 2^26 particles: eight times two arrays of half a gigabyte each. The call ends where such a block is refused.
+TEST(ScratchMemory, PointSortWithoutBuffer_AsksForMoreThan32BitsCount)
+{
+	constexpr u32 kParticleCount = 1u << 26;
+	CAllocationRecorder refusing(true);
+	CTriangleSorter sorter;
+	sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(), {}, {}, kParticleCount);
+	sorter.SortPoints_AutogenIndices(null);
+	ASSERT_EQ(refusing.Allocations().size(), 1u);
+	EXPECT_EQ(refusing.Allocations()[0].m_Size, u64(8) * 2 * kParticleCount * sizeof(SIndexAndDepth));
+}
+
 // No report, no warning, no scope, no index: a refused block ends the call before anything else.
 TEST(ScratchMemory, SortsWithoutBufferOrMemory_ReturnInSilence)
 {

@@ -21,51 +21,18 @@ import argparse
 import bisect
 import collections
 import concurrent.futures
-import glob
-import itertools
 import json
 import os
 import queue
 import random
 import re
-import resource
-import shutil
-import subprocess
-import sys
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+from trial_builds import ROOT, SUITE, Job, Suite, copy_tree, files_of_runtime, read_text, show_progress
+
 WORK = os.path.join(ROOT, "build", "mutation")
 BASE = os.path.join(WORK, "base")
 VERDICTS = os.path.join(WORK, "verdicts.jsonl")
 REPORT = os.path.join(WORK, "report.md")
-
-INCLUDE_DIRECTORIES = [
-	"Runtime/include", "Runtime/vx_maths/include", "Runtime/vx_kernel/include", "Runtime/vx_geometrics/include",
-	"Tests/Model", "Tests/Support", "Samples/particle_viewer",
-]
-FLAGS = ["-std=c++17", "-O1", "-w", "-DVX_ASSERTIONS=1"]
-LIBRARIES = ["-lgtest", "-pthread"]
-WIDTHS = [[], ["--lanes=8"], ["--lanes=4"]]  # every test passes on all paths, so a mutant of any shows
-
-# Tests that instantiate a header's code in their own object. They are built anew for its mutants; all other tests see
-# such a mutant through the library's objects, which come first in the link and so bring the version that counts.
-TESTS_OF_HEADER = {
-	"kr_containers_array.h": ["containers_array"],
-	"kr_iterators.h": ["memory_views"],
-	"kr_log_unique.h": ["log_unique"],
-	"kr_mem.h": ["scratch_memory"],
-	"kr_memoryviews.h": ["memory_views"],
-	"kr_profiler.h": ["profiler"],
-	"kr_refptr.h": ["log_unique", "diagnostics"],
-	"kr_sort.h": ["quick_sort", "radix_sort", "wide_lanes"],
-	"kr_string.h": ["log_unique", "diagnostics"],
-	"simd_vector.h": ["simd_vector"],
-	"vx_assert.h": ["diagnostics"],
-	"vx_compiler.h": ["diagnostics"],
-	"vx_defs.h": ["memory_views"],
-	"vx_maths_vector.h": ["memory_views", "simd_vector"],
-	"ge_mesh_triangle_sorter.h": ["sorter_configuration", "working_buffers"],
-}
 
 # No test can see a fence or a prefetch go, nor the break that ends a switch.
 UNSEEN = re.compile(r"WriteBarrier|_mm_sfence|_mm_prefetch|__builtin_prefetch|break;\s*}")
@@ -210,8 +177,7 @@ def with_its_text(text, code, begin, end, replacement):
 
 
 def mutants_of(tree, path):
-	with open(os.path.join(tree, path), encoding="utf-8") as file:
-		text = file.read()
+	text = read_text(os.path.join(tree, path))
 	code = masked(text)
 	starts = [0] + [match.end() for match in re.finditer("\n", text)]
 	seen = collections.Counter()
@@ -231,186 +197,6 @@ def mutants_of(tree, path):
 		seen[name] += 1
 		yield Mutant(path, line, kind, *with_its_text(text, code, begin, end, replacement), before, shown,
 			"%s #%d" % (name, seen[name]))
-
-
-# Builds.
-
-def compiler():
-	command = [os.environ.get("CXX", "g++")]
-	return (["ccache"] if shutil.which("ccache") else []) + command
-
-
-def compile_object(tree, source, target, cached=True):
-	os.makedirs(os.path.dirname(target), exist_ok=True)
-	command = compiler() if cached else compiler()[-1:]
-	command += FLAGS + ["-fmacro-prefix-map=%s/=../../" % tree]
-	command += ["-I" + os.path.join(tree, path) for path in INCLUDE_DIRECTORIES]
-	# Asserts and reports name files as the build does: by the path below the checkout.
-	result = subprocess.run(command + ["-c", os.path.join(tree, source), "-o", target], capture_output=True, text=True)
-	return result.returncode == 0, result.stderr
-
-
-def files_of_runtime(tree, suffix):
-	paths = glob.glob(tree + "/Runtime/**/*" + suffix, recursive=True)
-	return sorted(os.path.relpath(path, tree) for path in paths)
-
-
-def test_sources():
-	with open(os.path.join(BASE, "Tests", "CMakeLists.txt"), encoding="utf-8") as file:
-		listed = re.search(r"add_executable\(\s*vexmoor_tests\s([^)]*)\)", file.read()).group(1).split()
-	return [os.path.normpath("Tests/" + source) for source in listed]
-
-
-def object_of(directory, source):
-	return os.path.join(directory, source + ".o")
-
-
-def includes_of(source):
-	"""The headers of Runtime/ that a source of Runtime/ reads, directly or not, by file name."""
-	headers = {os.path.basename(path): path for path in files_of_runtime(BASE, ".h")}
-	found = set()
-	waiting = [source]
-	while waiting:
-		with open(os.path.join(BASE, waiting.pop()), encoding="utf-8") as file:
-			for name in re.findall(r'#include "(?:[\w/]+/)?(\w+\.h)"', file.read()):
-				if name in headers and name not in found:
-					found.add(name)
-					waiting.append(headers[name])
-	return found
-
-
-def copy_tree(source, tree):
-	shutil.rmtree(tree, ignore_errors=True)
-	for part in ("Runtime", "Tests", "Samples/particle_viewer"):
-		shutil.copytree(os.path.join(source, part), os.path.join(tree, part))
-
-
-def link(objects, target):
-	command = compiler()[-1:] + objects + ["-o", target] + LIBRARIES
-	return subprocess.run(command, capture_output=True, text=True)
-
-
-def limit_process():
-	resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-	resource.setrlimit(resource.RLIMIT_AS, (8 << 30, 8 << 30))
-
-
-def run_tests(binary, width, tests, seconds, directory):
-	"""Whether all of the tests pass, and otherwise the one that did not."""
-	flag_file = os.path.join(directory, "flags")
-	with open(flag_file, "w", encoding="utf-8") as file:
-		file.write("--gtest_filter=" + ":".join(tests) + "\n--gtest_fail_fast\n--gtest_brief=1\n")
-	log = os.path.join(directory, "log")
-	with open(log, "w", encoding="utf-8") as out:
-		process = subprocess.Popen([binary, "--gtest_flagfile=" + flag_file] + width, stdout=out, stderr=out, cwd=directory,
-			preexec_fn=limit_process, start_new_session=True)
-		try:
-			code = process.wait(seconds)
-		except subprocess.TimeoutExpired:
-			os.killpg(process.pid, 9)
-			process.wait()
-			return False, "a timeout"
-	if code == 0:
-		return True, None
-	with open(log, encoding="utf-8", errors="replace") as file:
-		failed = re.findall(r"\[  FAILED  \] ([\w/.]+)", file.read())
-	return False, failed[0] if failed else "a crash"
-
-
-class Suite:
-	"""The tests as they are without a mutant: objects, binary, and batches of tests with the cheapest first."""
-
-	def __init__(self, jobs):
-		self.runtime = files_of_runtime(BASE, ".cpp")
-		self.tests = test_sources()
-		self.includes = {source: includes_of(source) for source in self.runtime}
-		sources = self.runtime + self.tests
-		self.directory = os.path.join(WORK, "objects")
-		with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-			results = pool.map(
-				lambda source: compile_object(BASE, source, object_of(self.directory, source)), sources)
-			for done, (source, (built, error)) in enumerate(zip(sources, results), 1):
-				if not built:
-					sys.exit("mutate.py: %s does not compile:\n%s" % (source, error))
-				show_progress("built %d of %d" % (done, len(sources)))
-		binary = os.path.join(WORK, "tests")
-		linked = link([object_of(self.directory, source) for source in sources], binary)
-		if linked.returncode != 0:
-			sys.exit("mutate.py: the tests do not link:\n" + linked.stderr)
-		self.batches = self.measure(binary)
-
-	@staticmethod
-	def measure(binary):
-		show_progress("running the tests without a mutant")
-		times = os.path.join(WORK, "times.json")
-		result = subprocess.run([binary, "--gtest_brief=1", "--gtest_output=json:" + times], capture_output=True,
-			text=True, preexec_fn=limit_process, cwd=WORK)
-		if result.returncode != 0:
-			sys.exit("mutate.py: the tests fail without a mutant:\n" + result.stdout[-4000:])
-		with open(times, encoding="utf-8") as file:
-			suites = json.load(file)["testsuites"]
-		costs = sorted((float(test["time"][:-1]), suite["name"] + "." + test["name"])
-			for suite in suites for test in suite["testsuite"] if test.get("result") == "COMPLETED")
-		batches = []
-		for low, high in ((-1, 0.005), (0.005, 0.1), (0.1, 0.5), (0.5, 1e9)):
-			batch = [(seconds, name) for seconds, name in costs if low < seconds <= high]
-			if batch:
-				batches.append((sum(seconds for seconds, _ in batch), [name for _, name in batch]))
-		return batches
-
-	def rebuilt(self, path):
-		"""The sources to build anew for a mutant of a file."""
-		if path in self.runtime:
-			return [path]
-		name = os.path.basename(path)
-		sources = [source for source in self.runtime if name in self.includes[source]]
-		of_header = {"Tests/%s_test.cpp" % test for test in TESTS_OF_HEADER.get(name, [])}
-		return sources + [source for source in self.tests if source in of_header]
-
-
-class Job:
-	"""One tree that mutants are built in, one after the other."""
-
-	killers = collections.defaultdict(list)  # by file: the tests that failed last
-
-	def __init__(self, suite, number):
-		self.suite = suite
-		self.directory = os.path.join(WORK, "job%d" % number)
-		copy_tree(BASE, self.directory)
-
-	def verdict(self, mutant):
-		path = os.path.join(self.directory, mutant.file)
-		with open(path, encoding="utf-8") as file:
-			original = file.read()
-		with open(path, "w", encoding="utf-8") as file:
-			file.write(original[:mutant.begin] + mutant.text + original[mutant.end:])
-		try:
-			return self._verdict(mutant)
-		finally:
-			with open(path, "w", encoding="utf-8") as file:
-				file.write(original)
-
-	def _verdict(self, mutant):
-		rebuilt = self.suite.rebuilt(mutant.file)
-		for source in rebuilt:
-			built, _ = compile_object(self.directory, source, object_of(self.directory, source), cached=False)
-			if not built:
-				return "does not compile", None
-		objects = [object_of(self.directory if source in rebuilt else self.suite.directory, source)
-			for source in self.suite.runtime + self.suite.tests]
-		binary = os.path.join(self.directory, "tests")
-		if link(objects, binary).returncode != 0:
-			return "does not compile", None
-
-		killers = Job.killers[mutant.file]
-		batches = ([(1, killers)] if killers else []) + self.suite.batches
-		for (seconds, tests), width in itertools.product(batches, WIDTHS):
-			passed, failed = run_tests(binary, width, tests, 4 * seconds + 10, self.directory)
-			if not passed:
-				if "." in failed and failed not in killers:
-					Job.killers[mutant.file] = [failed] + killers[:9]
-				return "killed", failed
-		return "survived", None
 
 
 # Verdicts.
@@ -443,12 +229,6 @@ def write_report(verdicts):
 	with open(REPORT, "w", encoding="utf-8") as file:
 		file.write("\n".join(lines) + "\n")
 	return counts["all"]
-
-
-def show_progress(text):
-	if sys.stderr.isatty():
-		sys.stderr.write("\r\033[K" + text)
-		sys.stderr.flush()
 
 
 def main():
@@ -494,15 +274,17 @@ def main():
 	os.makedirs(WORK, exist_ok=True)
 	with open(VERDICTS, "w", encoding="utf-8") as file:
 		file.writelines(json.dumps(verdict) + "\n" for verdict in verdicts.values())
-	suite = Suite(arguments.jobs)
+	suite = Suite(WORK, BASE, SUITE, arguments.jobs)
 	jobs = queue.Queue()
 	for number in range(arguments.jobs):
-		jobs.put(Job(suite, number))
+		jobs.put(Job(WORK, BASE, number))
 
 	def judge(mutant):
 		job = jobs.get()
 		try:
-			return mutant, job.verdict(mutant)
+			text = read_text(os.path.join(BASE, mutant.file))
+			changed = text[:mutant.begin] + mutant.text + text[mutant.end:]
+			return mutant, job.verdict(suite, {mutant.file: changed})
 		finally:
 			jobs.put(job)
 

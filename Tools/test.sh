@@ -8,7 +8,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 sections=(
-	format analysis docs same-bits instructions package fuzz debug release clang-debug sanitize threads memcheck
+	format analysis docs same-bits instructions package fuzz bugs debug release clang-debug sanitize threads memcheck
 	host-flags clang-host-flags
 )
 
@@ -27,7 +27,7 @@ done
 Tools/install_packages.sh g++ clang clang-format clang-tidy cppcheck valgrind libclang-rt-14-dev cmake ninja-build \
 	pkg-config libgtest-dev nlohmann-json3-dev python3 gdb libepoxy-dev libegl-dev libegl-mesa0 libgl1-mesa-dri libstb-dev \
 	libcli11-dev libtbb-dev libvulkan-dev mesa-vulkan-drivers vulkan-validationlayers glslang-tools assimp-testmodels \
-	libglfw3-dev libimgui-dev libglx-mesa0 xvfb xdotool netpbm
+	libglfw3-dev libimgui-dev libglx-mesa0 xvfb xdotool netpbm qemu-user
 
 check_format()
 {
@@ -114,6 +114,7 @@ for section in "$@"; do
 		Tools/abi.sh
 		;;
 	fuzz) Tools/fuzz.sh "$fuzzSeconds" ;;
+	bugs) Tools/bugs.py --check ;;
 	*) test_preset "$section" ;;
 	esac
 done

@@ -154,8 +154,14 @@ void *CAllocationRecorder::_Alloc(void *self,
 	return block;
 }
 
-void CAllocationRecorder::_Free(
-	void *self, void *block, Mem::EAllocType, Mem::EOrigin, const char *, const char *file, int, const char *)
+void CAllocationRecorder::_Free(void *self,
+	void *block,
+	Mem::EAllocType type,
+	Mem::EOrigin origin,
+	const char *module,
+	const char *file,
+	int,
+	const char *)
 {
 	CAllocationRecorder *const recorder = static_cast<CAllocationRecorder *>(self);
 	const auto allocation = std::find_if(recorder->m_Allocations.begin(), recorder->m_Allocations.end(),
@@ -165,6 +171,9 @@ void CAllocationRecorder::_Free(
 		ADD_FAILURE() << "freed a block that is not allocated";
 		return;
 	}
+	EXPECT_EQ(type, allocation->m_Type);
+	EXPECT_EQ(origin, allocation->m_Origin);
+	EXPECT_EQ(module, allocation->m_Module);
 	allocation->m_Freed = true;
 	allocation->m_FreedByFile = file;
 	std::free(block);

@@ -87,6 +87,8 @@ CSceneMemory::CSceneMemory(const Model::SScene &scene, const SSceneLayout &layou
 	_AddGeometry();
 
 	m_Sorter = new (_AddInput(sizeof(CTriangleSorter), 0)) CTriangleSorter;
+	_SetUpEarlierCall(1);
+	_SetUpEarlierCall(0);
 	SetUpOutput(*m_Sorter);
 	SetUpInput(*m_Sorter);
 	SetUpGeometry(*m_Sorter);
@@ -202,6 +204,42 @@ void CSceneMemory::_AddGeometry()
 }
 
 // Set-up and sort.
+
+template<typename _Element>
+static TMemoryView<_Element> ViewAt(const CGuardedMemory &memory, std::size_t count)
+{
+	return {memory.As<_Element>(), u32(count)};
+}
+
+// Hosts set one sorter up anew, frame after frame. What this one was told before, through every set-up call, is as large
+// as the scene or larger, lies where any access faults, and has other values throughout.
+void CSceneMemory::_SetUpEarlierCall(u32 countsMore) const
+{
+	const u32 indexCapacity = m_Scene.m_IndexCapacity + countsMore;
+	m_Sorter->Setup_OutputIndexBuffer(ViewAt<u32>(m_Nothing, indexCapacity), m_Scene.m_VertexCount + 1);
+	m_Sorter->Setup_OutputIndexBuffer(ViewAt<u16>(m_Nothing, indexCapacity), m_Scene.m_VertexCount + 1);
+
+	const u32 pageCount = m_PageCount + countsMore;
+	const u32 particleCount = m_Scene.m_ParticleCount + countsMore;
+	const CFloat3 camera(-123.0f, 45.0f, 6.0f);
+	const auto enableds = ViewAt<const CEnabledView>(m_Nothing, pageCount);
+	const auto renderedCounts = ViewAt<const u32>(m_Nothing, pageCount);
+	m_Sorter->Setup_InputPageCache(
+		ViewAt<const CValueView>(m_Nothing, pageCount), enableds, renderedCounts, particleCount, camera);
+	m_Sorter->Setup_InputPageCache(
+		ViewAt<const CPositionView>(m_Nothing, pageCount), enableds, renderedCounts, particleCount, camera);
+
+	std::vector<u32> otherEntries(m_Scene.m_Pattern.size() + countsMore, 0xABCDu);
+	const TMemoryView<u32> pattern(otherEntries.data(), u32(otherEntries.size()));
+	const auto indexList = ViewAt<const u32>(m_Nothing, m_Scene.m_IndexList.size() + countsMore);
+	const auto quadCenters = ViewAt<const CFloat4>(m_Nothing, m_Scene.m_QuadCenters.size() + countsMore);
+	const u32 verticesPerParticle = m_Scene.m_VerticesPerParticle + 1;
+	m_Sorter->Setup_Geometry(ViewAt<const CTriangleSorter::CIndexPattern>(m_Nothing, pageCount),
+		ViewAt<const u32>(m_Nothing, pageCount), m_Scene.m_TriangleIndexCount + 3 * countsMore);
+	m_Sorter->Setup_Geometry(pattern, verticesPerParticle);
+	m_Sorter->Setup_Geometry(pattern, indexList);
+	m_Sorter->Setup_Geometry(pattern, indexList, quadCenters, verticesPerParticle);
+}
 
 void CSceneMemory::SetUpOutput(CTriangleSorter &sorter) const
 {

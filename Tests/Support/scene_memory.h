@@ -33,7 +33,7 @@ public:
 	CSceneMemory(const CSceneMemory &) = delete;
 	CSceneMemory &operator=(const CSceneMemory &) = delete;
 
-	/// Set up with the whole scene. It may be set up anew until Protect.
+	/// Set up with the whole scene, after earlier calls that leave nothing behind. It may be set up anew until Protect.
 	Vexmoor::CTriangleSorter &Sorter() { return *m_Sorter; }
 	/// Exactly as large as the sorter asks for; null where the sorter allocates.
 	void *WorkingBuffer() const { return m_WorkingBuffer != nullptr ? m_WorkingBuffer->Data() : nullptr; }
@@ -63,6 +63,7 @@ private:
 	_Element *_AddInputArray(const std::vector<_Element> &elements, std::size_t stride = sizeof(_Element));
 	void _AddPages();
 	void _AddGeometry();
+	void _SetUpEarlierCall(Vexmoor::u32 countsMore) const;
 	testing::AssertionResult _SurroundingsIntact() const;
 	void _SortChecked();
 
