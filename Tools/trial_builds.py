@@ -158,12 +158,16 @@ def run_tests(configuration, binary, arguments, tests, seconds, directory):
 class Suite:
 	"""The tests as they are without a change: objects, binary, and batches of tests with the cheapest first."""
 
-	def __init__(self, work, base, configuration, jobs):
+	def __init__(self, work, base, configuration, jobs, test_files=None):
+		"""Of all tests, or of those in some files of Tests/, named as in TESTS_OF_HEADER."""
 		subprocess.run([os.path.join(ROOT, "Tools", "install_packages.sh"), *configuration.packages], check=True)
 		self.configuration = configuration
 		self.base = base
 		self.runtime = files_of_runtime(base, ".cpp")
 		self.tests, self.wide_tests = self._listed()
+		if test_files is not None:
+			kept = {"Tests/%s_test.cpp" % name for name in test_files}
+			self.tests = [source for source in self.tests if source in kept or not source.endswith("_test.cpp")]
 		self.includes = {source: self._includes_of(source) for source in self.runtime}
 		self.work = os.path.join(work, configuration.name)
 		self.directory = os.path.join(self.work, "objects")
