@@ -36,6 +36,7 @@ import os
 import queue
 import re
 import sys
+import threading
 import time
 
 from trial_builds import (CONFIGURATIONS, ROOT, SUITE, Job, Suite, copy_tree, files_of_runtime, read_text,
@@ -237,9 +238,17 @@ def main():
 		elif bug.name in changed:
 			waiting.append(bug)
 
-	test_files = SHORT_TESTS if arguments.short else None
-	suites = {name: Suite(WORK, BASE, CONFIGURATIONS[name], arguments.jobs, test_files)
-		for name in CONFIGURATIONS if any(name in bug.tried_by for bug in waiting)}
+	waiting.sort(key=lambda bug: bug.tried_by != [SUITE.name])  # what is built for a few bugs alone comes last
+	suites = {}
+	building = threading.Lock()
+
+	def suite_of(name):
+		with building:
+			if name not in suites:
+				test_files = SHORT_TESTS if arguments.short else None
+				suites[name] = Suite(WORK, BASE, CONFIGURATIONS[name], arguments.jobs, test_files)
+			return suites[name]
+
 	jobs = queue.Queue()
 	for number in range(arguments.jobs if waiting else 0):
 		jobs.put(Job(WORK, BASE, number))
@@ -250,7 +259,7 @@ def main():
 		entry = {"bug": bug.name, "survives": bug.survives, "print": prints[bug.name]}
 		try:
 			for name in bug.tried_by:
-				verdict, test = job.verdict(suites[name], changed[bug.name])
+				verdict, test = job.verdict(suite_of(name), changed[bug.name])
 				entry.update(verdict="caught" if verdict == "killed" else verdict, test=test, tried_by=name)
 				if verdict != "survived":
 					break

@@ -22,7 +22,6 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
 INCLUDE_DIRECTORIES = [
 	"Runtime/include", "Runtime/vx_maths/include", "Runtime/vx_kernel/include", "Runtime/vx_geometrics/include",
-	"Tests/Model", "Tests/Support", "Samples/particle_viewer",
 ]
 
 # A way to build and run tests: the target of Tests/CMakeLists.txt, and one command for each run of a batch. A limit on
@@ -101,12 +100,12 @@ def object_of(directory, source):
 	return os.path.join(directory, source + ".o")
 
 
-def compile_object(configuration, tree, source, target, cached=True):
+def compile_object(configuration, tree, source, target, include_directories, cached=True):
 	os.makedirs(os.path.dirname(target), exist_ok=True)
 	command = ["ccache"] if cached and shutil.which("ccache") else []
 	# Asserts and reports name files as the build does: by the path below the checkout.
 	command += [configuration.compiler] + configuration.flags + ["-fmacro-prefix-map=%s/=../../" % tree]
-	command += ["-I" + os.path.join(tree, path) for path in INCLUDE_DIRECTORIES]
+	command += ["-I" + os.path.join(tree, path) for path in include_directories]
 	result = subprocess.run(command + ["-c", os.path.join(tree, source), "-o", target], capture_output=True, text=True)
 	return result.returncode == 0, result.stderr
 
@@ -164,7 +163,7 @@ class Suite:
 		self.configuration = configuration
 		self.base = base
 		self.runtime = files_of_runtime(base, ".cpp")
-		self.tests, self.wide_tests = self._listed()
+		self._read_targets()
 		if test_files is not None:
 			kept = {"Tests/%s_test.cpp" % name for name in test_files}
 			self.tests = [source for source in self.tests if source in kept or not source.endswith("_test.cpp")]
@@ -174,7 +173,8 @@ class Suite:
 		sources = self.runtime + self.tests
 		with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
 			results = pool.map(
-				lambda source: compile_object(configuration, base, source, object_of(self.directory, source)), sources)
+				lambda source: compile_object(
+					configuration, base, source, object_of(self.directory, source), self.include_directories), sources)
 			for done, (source, (built, error)) in enumerate(zip(sources, results), 1):
 				if not built:
 					fail("%s does not compile:\n%s" % (source, error))
@@ -185,12 +185,17 @@ class Suite:
 			fail("the tests do not link:\n" + linked.stderr)
 		self.batches = self._measure(binary)
 
-	def _listed(self):
-		"""The sources of the tests, and the patterns of those that run as on narrower registers too."""
+	def _read_targets(self):
+		"""What Tests/CMakeLists.txt says of the tests: sources, include folders, and which run on narrower registers too."""
 		text = read_text(os.path.join(self.base, "Tests", "CMakeLists.txt"))
-		listed = re.search(r"add_executable\(\s*%s\s([^)]*)\)" % self.configuration.target, text).group(1).split()
-		sources = [os.path.normpath("Tests/" + source) for source in listed if source.endswith(".cpp")]
-		return sources, re.search(r"--lanes=.*--gtest_filter=(\S+)", text).group(1).split(":")
+
+		def listed(command):
+			arguments = re.search(r"\b%s\(\s*%s\s([^)]*)\)" % (command, self.configuration.target), text).group(1)
+			return [os.path.normpath("Tests/" + each) for each in arguments.split() if each != "PRIVATE"]
+
+		self.tests = [source for source in listed("add_executable") if source.endswith(".cpp")]
+		self.include_directories = INCLUDE_DIRECTORIES + listed("target_include_directories")
+		self.wide_tests = re.search(r"--lanes=.*--gtest_filter=(\S+)", text).group(1).split(":")
 
 	def _includes_of(self, source):
 		"""The headers of Runtime/ that a source of Runtime/ reads, directly or not, by file name."""
@@ -257,8 +262,8 @@ class Job:
 		configuration = suite.configuration
 		rebuilt = suite.rebuilt(paths)
 		for source in rebuilt:
-			built, _ = compile_object(
-				configuration, self.directory, source, object_of(self.directory, source), cached=False)
+			built, _ = compile_object(configuration, self.directory, source, object_of(self.directory, source),
+				suite.include_directories, cached=False)
 			if not built:
 				return "does not compile", None
 		kept = [source for source in suite.runtime + suite.tests if source not in rebuilt]
