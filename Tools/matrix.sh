@@ -3,7 +3,8 @@
 # of its own, and compares the one hash of all that it writes with the recorded one: same bits everywhere.
 #
 #   ./Tools/matrix.sh             the whole table, some minutes
-#   ./Tools/matrix.sh --short     both compilers, unoptimised and with the flags of a host in a hurry
+#   ./Tools/matrix.sh --short     g++ and clang, unoptimised and with the flags of a host in a hurry, which newer clangs
+#                                 get as well
 #   ./Tools/matrix.sh --record    records the hash of an unoptimised g++ build as the one to expect
 #
 # A row's executable is built again only when a source file, this script or the row has changed.
@@ -19,9 +20,12 @@ case "$mode" in
 	;;
 esac
 
-packages=(g++ clang)
-[ "$mode" != "" ] || packages+=(llvm-14-linker-tools g++-i686-linux-gnu libc6-i386-cross \
-	g++-aarch64-linux-gnu qemu-user libsimde-dev g++-mingw-w64-x86-64-posix wine)
+newer_clangs=(clang++-19 clang++-22)
+
+packages=(g++ clang clang-19 clang-22)
+[ "$mode" != "" ] || packages+=(llvm-14-linker-tools llvm-19-linker-tools llvm-22-linker-tools libc++-19-dev \
+	libc++abi-19-dev g++-i686-linux-gnu libc6-i386-cross g++-aarch64-linux-gnu qemu-user libsimde-dev \
+	g++-mingw-w64-x86-64-posix wine)
 Tools/install_packages.sh "${packages[@]}"
 
 build=build/matrix
@@ -47,6 +51,9 @@ levels=(-O0 -O1 -O2 -O3 -Os)
 architectures=(x86-64 x86-64-v2 x86-64-v3 native)
 clang_32_bit="clang++ --target=i686-linux-gnu"
 clang_aarch64="clang++ --target=aarch64-linux-gnu"
+newer_clang_32_bit="clang++-22 --target=i686-linux-gnu"
+newer_clang_aarch64="clang++-22 --target=aarch64-linux-gnu"
+clang_libcxx="clang++-19 -stdlib=libc++"
 
 add_short_rows()
 {
@@ -54,6 +61,9 @@ add_short_rows()
 	for compiler in g++ clang++; do
 		add_row "$compiler" -O0 x86-64 "" 1 sources
 		add_row "$compiler" -O3 native -ffast-math 0 sources
+	done
+	for compiler in "${newer_clangs[@]}"; do
+		add_row "$compiler" -O3 native "-ffast-math -std=c++20" 0 sources
 	done
 }
 
@@ -97,6 +107,41 @@ add_linkage_rows()
 	add_row "$compiler" -O3 native "" 1 shared
 }
 
+# Newer compilers know more ways to change an instruction, in the assembler too: each level with two architectures, and
+# what fuses or links. Hosts that have them are on newer standards.
+add_newer_clang_rows()
+{
+	local compiler=$1
+	add_row "$compiler" -O0 x86-64 "" 1 sources
+	add_row "$compiler" -O0 x86-64-v3 "-ffast-math -std=c++20" 0 sources
+	add_row "$compiler" -O1 x86-64 "-ffast-math -std=c++23" 1 sources
+	add_row "$compiler" -O1 native "" 0 sources
+	add_row "$compiler" -O2 x86-64 -std=c++20 0 sources
+	add_row "$compiler" -O2 x86-64-v2 "-ffast-math -std=c++23" 1 sources
+	add_row "$compiler" -O3 x86-64-v2 -std=c++20 1 sources
+	add_row "$compiler" -O3 x86-64-v3 -ffast-math 0 sources
+	add_row "$compiler" -Os x86-64-v3 -std=c++23 0 sources
+	add_row "$compiler" -Os native -ffast-math 1 sources
+	add_fusing_rows "$compiler"
+	add_row "$compiler" -O2 native "-flto -ffast-math" 0 sources
+	add_row "$compiler" -O3 x86-64 "-flto -std=c++20" 1 sources
+	add_row "$compiler" -O3 native -std=c++23 1 shared
+}
+
+# Other standards than C++17, and another standard library than g++'s.
+add_standard_rows()
+{
+	local compiler
+	for compiler in g++ clang++; do
+		add_row "$compiler" -O0 x86-64 -std=c++20 1 sources
+		add_row "$compiler" -O3 native "-ffast-math -std=c++20" 0 sources
+	done
+	add_row g++ -O2 x86-64-v3 -std=c++23 1 sources
+	add_row "$clang_libcxx" -O0 x86-64 "" 1 sources
+	add_row "$clang_libcxx" -O2 x86-64-v3 "-ffast-math -std=c++20" 0 sources
+	add_row "$clang_libcxx" -O3 native "-flto -std=c++23" 1 sources
+}
+
 # Scalar code of 32-bit x86 computes in SSE registers where it is told to, and else on the x87 stack.
 add_32_bit_rows()
 {
@@ -112,6 +157,7 @@ add_32_bit_rows()
 	add_row "$clang_32_bit" -O0 pentium4 "" 1 sources
 	add_row "$clang_32_bit" -O2 pentium4 -ffast-math 0 sources
 	add_row "$clang_32_bit" -O3 native -ffast-math 1 sources
+	add_row "$newer_clang_32_bit" -O3 native "-ffast-math -std=c++20" 0 sources
 }
 
 # Another processor, whose compilers multiply and add in one instruction unless told otherwise, under an emulator.
@@ -123,6 +169,7 @@ add_aarch64_rows()
 	add_row aarch64-linux-gnu-g++ -O3 armv8.2-a "-ffast-math -flto" 0 sources
 	add_row "$clang_aarch64" -O0 armv8-a "" 1 sources
 	add_row "$clang_aarch64" -O3 armv8-a "-ffast-math -ffp-contract=fast" 0 sources
+	add_row "$newer_clang_aarch64" -O3 armv8-a "-ffast-math -std=c++20" 1 sources
 }
 
 # Another operating system, as far as wine is one.
@@ -258,6 +305,10 @@ else
 		add_fusing_rows $compiler
 		add_linkage_rows $compiler
 	done
+	for compiler in "${newer_clangs[@]}"; do
+		add_newer_clang_rows "$compiler"
+	done
+	add_standard_rows
 	add_32_bit_rows
 	add_aarch64_rows
 	add_windows_rows

@@ -36,11 +36,13 @@ static VX_INLINE __m128 SplatLane(__m128 lanes)
 // and a negative one where there was none.
 #if defined(__SSE2__)
 // The instruction is spelled out because compilers fuse an add intrinsic with the multiplication before it where they may
-// use FMA, and swap its operands where it suits them.
+// use FMA, and swap its operands where it suits them. Its long prefix is spelled out because assemblers swap the operands
+// where that makes a short prefix do, as if no NaN told them apart; clang's does so from 19 on. A 512-bit addition has one
+// prefix only.
 static VX_INLINE __m128 AddInOrder(__m128 a, __m128 b)
 {
 	#if defined(__AVX__)
-	__asm__("vaddps %2, %1, %0" : "=x"(a) : "x"(a), "x"(b));
+	__asm__("%{vex3%} vaddps %2, %1, %0" : "=x"(a) : "x"(a), "x"(b));
 	#else
 	__asm__("addps %1, %0" : "+x"(a) : "x"(b));
 	#endif

@@ -125,7 +125,7 @@ VX_TARGET_AVX2 static VX_INLINE void StoreTwoGroups(SIndexAndDepth *records, __m
 // As AddInOrder.
 VX_TARGET_AVX2 static VX_INLINE __m256 AddInOrder8(__m256 a, __m256 b)
 {
-	__asm__("vaddps %2, %1, %0" : "=x"(a) : "x"(a), "x"(b));
+	__asm__("%{vex3%} vaddps %2, %1, %0" : "=x"(a) : "x"(a), "x"(b));
 	return a;
 }
 
