@@ -35,6 +35,22 @@
 /// Checks a printf-style call: the 1-based positions of the format and of the first argument after it.
 #define VX_PRINTF_LIKE(_format, _firstArgument) __attribute__((format(printf, _format, _firstArgument)))
 
+/// A type made of another one, for a typedef: its objects may lie at any address, and over objects of any type.
+#define VX_ANYWHERE __attribute__((may_alias, aligned(1)))
+
+///@{
+/// Right before a store of lanes, and right behind it with the object that it stores to: compilers then leave the store in
+/// its place among volatile accesses and other such stores. The lanes are made anew before the store, so it cannot come
+/// earlier; the object is looked at behind it, so it cannot come later. Neither is an instruction, though g++ may compute the
+/// object's address once more; other loads and arithmetic still move.
+#if defined(__aarch64__)
+	#define VX_BEFORE_STORE_IN_PLACE(_lanes) __asm__ volatile("" : "+w"(_lanes))
+#else
+	#define VX_BEFORE_STORE_IN_PLACE(_lanes) __asm__ volatile("" : "+x"(_lanes))
+#endif
+#define VX_BEHIND_STORE_IN_PLACE(_object) __asm__ volatile("" : : "m"(_object))
+///@}
+
 /// Unsigned arithmetic of the function is meant to wrap: clang's -fsanitize=integer, which takes every wrap for a fault,
 /// passes it over.
 #if defined(__clang__)

@@ -668,23 +668,57 @@ static void ExpandIndicesU32_x3(const TMemoryView<const u32> &indexPattern,
 	ExpandOneByOne3(pattern32, it, dstPrims, primsLeft);
 }
 
-// Two 32-bit indices per 64-bit store: _WordCount words of pattern per record. One addition serves both; nothing is
-// carried between them while indices fit in 32 bits.
+// Two 32-bit indices per 64-bit word, _WordCount words of pattern per record, at any address. One addition serves both;
+// nothing is carried between them while indices fit in 32 bits.
 template<u32 _WordCount>
-VX_WRAPS static VX_INLINE void ExpandPacked64(
+static VX_INLINE void ExpandPacked64(
 	const u32 *pattern, const SIndexAndDepth *__restrict it, volatile u32 *__restrict dstPrims, u32 primCount)
 {
-	u64 pattern64[_WordCount];
-	for (u32 word = 0; word < _WordCount; ++word)
-		pattern64[word] = LoadU64(pattern + 2 * word);
+	static_assert(_WordCount % 2 == 0, "words are stored two by two");
+	__m128i pairs[_WordCount / 2];
+	for (u32 pair = 0; pair < _WordCount / 2; ++pair)
+		pairs[pair] = LoadEntries4(pattern + 4 * pair);
 
 	for (; primCount != 0; --primCount)
 	{
-		const u64 id = (it++)->m_Index;
-		const u64 idid = id | id << 32;
-		for (u32 word = 0; word < _WordCount; ++word)
-			StoreU64(dstPrims + 2 * word, pattern64[word] + idid);
+		const __m128i offset = Splat((it++)->m_Index);
+		for (u32 pair = 0; pair < _WordCount / 2; ++pair)
+			StoreLanes(dstPrims + 4 * pair, _mm_add_epi64(offset, pairs[pair]));
 		dstPrims += 2 * _WordCount;
+	}
+}
+
+// Three words of pattern per record, each of two 32-bit or four 16-bit indices, at any address. Two records are three
+// stores of two words. One addition serves a word; nothing is carried inside while indices fit their type.
+template<typename _Index>
+VX_WRAPS static VX_INLINE void ExpandThreeWords(
+	const u32 *words, const SIndexAndDepth *__restrict it, volatile _Index *__restrict dstPrims, u32 primCount)
+{
+	constexpr u32 kIndicesPerRecord = 24 / sizeof(_Index);
+	constexpr bool kTwoPerLane = sizeof(_Index) == sizeof(u16);
+	const SPattern6 pattern(words);
+	for (; primCount >= kRecordsPerAccess; primCount -= kRecordsPerAccess)
+	{
+		__m128i records = Float4::LoadUnaligned(it).Integers();
+		if constexpr (kTwoPerLane)
+			records = _mm_or_si128(records, _mm_slli_epi32(records, 16));
+		const __m128i off0000 = Shuffle<1, 1, 1, 1>(records);
+		const __m128i off0011 = Shuffle<3, 3, 1, 1>(records);
+		const __m128i off1111 = Shuffle<3, 3, 3, 3>(records);
+		volatile u8 *const dst = reinterpret_cast<volatile u8 *>(dstPrims);
+		StoreLanes(dst, _mm_add_epi64(off0000, pattern.i0i1i2i3));
+		StoreLanes(dst + 16, _mm_add_epi64(off0011, pattern.i4i5i0i1));
+		StoreLanes(dst + 32, _mm_add_epi64(off1111, pattern.i2i3i4i5));
+		it += kRecordsPerAccess;
+		dstPrims += kRecordsPerAccess * kIndicesPerRecord;
+	}
+	if (primCount != 0)
+	{
+		const u32 id = it->m_Index;
+		const u32 lane = kTwoPerLane ? id | id << 16 : id;
+		const u64 lanes = u64(lane) | u64(lane) << 32;
+		for (u32 word = 0; word < 3; ++word)
+			StoreU64(dstPrims + word * (kIndicesPerRecord / 3), LoadU64(words + 2 * word) + lanes);
 	}
 }
 
@@ -720,7 +754,7 @@ static void ExpandIndicesU32_x6(const TMemoryView<const u32> &indexPattern,
 			"[l.248]", "Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory");
 	}
 
-	ExpandPacked64<3>(pattern32, it, dstPrims, primsLeft);
+	ExpandThreeWords(pattern32, it, dstPrims, primsLeft);
 }
 
 // One primitive of twelve indices, as three streams.
@@ -879,6 +913,12 @@ VX_WRAPS static void ExpandIndicesU16_x1(const TMemoryView<const u32> &indexPatt
 	{
 		VX_WARN_AT_SITE(
 			"[l.1148]", "Render sort: Index stream expansion (U16): sub-optimal path [1]: Unaligned dst memory");
+		for (; primsLeft >= kPrimsPerBlock; primsLeft -= kPrimsPerBlock)
+		{
+			StoreLanes(dstPrims, CutTo16(LoadBases4Unaligned(it), LoadBases4Unaligned(it + 4)));
+			it += kPrimsPerBlock;
+			dstPrims += kPrimsPerBlock;
+		}
 	}
 
 	for (; primsLeft >= 2; primsLeft -= 2)
@@ -937,6 +977,9 @@ VX_WRAPS static void ExpandIndicesU16_x6(const TMemoryView<const u32> &indexPatt
 	VX_ASSERT(indexPattern.Count() == 6);
 	constexpr u32 kPrimsPerBlock = 4;
 	const u32 *const pattern32 = &indexPattern[0];
+	const u32 i0i1 = PackEntries2(pattern32);
+	const u32 i2i3 = PackEntries2(pattern32 + 2);
+	const u32 i4i5 = PackEntries2(pattern32 + 4);
 
 	u32 primsLeft = primCount;
 	if (Mem::IsAligned<0x10>(dstPrims))
@@ -957,11 +1000,20 @@ VX_WRAPS static void ExpandIndicesU16_x6(const TMemoryView<const u32> &indexPatt
 	{
 		VX_WARN_AT_SITE(
 			"[l.840]", "Render sort: Index stream expansion (U16): sub-optimal path [6]: Unaligned dst memory");
+		const u32 packed[] = {i0i1, i2i3, i4i5};
+		const SPattern3 pattern(packed);
+		for (; primsLeft >= kPrimsPerBlock; primsLeft -= kPrimsPerBlock)
+		{
+			const __m128i ids = LoadBases4Unaligned(it);
+			const SOffsets3 offsets(_mm_or_si128(ids, _mm_slli_epi32(ids, 16)));
+			StoreLanes(dstPrims, _mm_add_epi32(offsets.b0b0b0b1, pattern.p0p1p2p0));
+			StoreLanes(dstPrims + 8, _mm_add_epi32(offsets.b1b1b2b2, pattern.p1p2p0p1));
+			StoreLanes(dstPrims + 16, _mm_add_epi32(offsets.b2b3b3b3, pattern.p2p0p1p2));
+			it += kPrimsPerBlock;
+			dstPrims += kPrimsPerBlock * 6;
+		}
 	}
 
-	const u32 i0i1 = PackEntries2(pattern32);
-	const u32 i2i3 = PackEntries2(pattern32 + 2);
-	const u32 i4i5 = PackEntries2(pattern32 + 4);
 	for (; primsLeft != 0; --primsLeft)
 	{
 		const u32 id = (it++)->m_Index;
@@ -973,27 +1025,18 @@ VX_WRAPS static void ExpandIndicesU16_x6(const TMemoryView<const u32> &indexPatt
 	}
 }
 
-// Four indices to a 64-bit store, at any address: no alignment to warn of, and nothing streamed to fence.
-VX_WRAPS static void ExpandIndicesU16_x12(const TMemoryView<const u32> &indexPattern,
+// Four indices to a 64-bit word, at any address: no alignment to warn of, and nothing streamed to fence.
+static void ExpandIndicesU16_x12(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *__restrict it,
 	volatile u16 *__restrict dstPrims,
 	u32 primCount)
 {
 	VX_ASSERT(indexPattern.Count() == 12);
 	const u32 *const pattern32 = &indexPattern[0];
-	const u64 i0i1i2i3 = PackEntries4(pattern32);
-	const u64 i4i5i6i7 = PackEntries4(pattern32 + 4);
-	const u64 i8i9iAiB = PackEntries4(pattern32 + 8);
-	for (; primCount != 0; --primCount)
-	{
-		const u32 id = (it++)->m_Index;
-		const u32 idid = id | id << 16;
-		const u64 idididid = u64(idid) | u64(idid) << 32;
-		StoreU64(dstPrims, i0i1i2i3 + idididid);
-		StoreU64(dstPrims + 4, i4i5i6i7 + idididid);
-		StoreU64(dstPrims + 8, i8i9iAiB + idididid);
-		dstPrims += 12;
-	}
+	u32 packed[6];
+	for (u32 i = 0; i < 6; ++i)
+		packed[i] = PackEntries2(pattern32 + 2 * i);
+	ExpandThreeWords(packed, it, dstPrims, primCount);
 }
 
 VX_WRAPS static void ExpandIndicesU16_xN(const TMemoryView<const u32> &indexPattern,
@@ -1315,9 +1358,10 @@ void CTriangleSorter::ExpandSortingIndirectionsListPoints_Triangles(
 		WriteTriangleBlocks<false>(inoutList.Data(), primCount, trianglePerPrimitive, primOffset);
 }
 
+// The views are copies: a caller's might lie in the output for all that compilers know, and be loaded again each time.
 template<typename _Index>
-static void ApplyToTriangles(const TMemoryView<SIndexAndDepth> &inList,
-	const TMemoryView<const _Index> &srcIndices,
+static void ApplyToTriangles(const TMemoryView<SIndexAndDepth> inList,
+	const TMemoryView<const _Index> srcIndices,
 	_Index *dstIndices,
 	u32 triCount)
 {
@@ -1328,7 +1372,16 @@ static void ApplyToTriangles(const TMemoryView<SIndexAndDepth> &inList,
 		reinterpret_cast<const STriangle *>(srcIndices.Data()), srcIndices.Count() / 3);
 	const TMemoryView<STriangle> outIndices(reinterpret_cast<STriangle *>(dstIndices), triCount);
 	for (u32 i = 0; i < triCount; ++i)
-		outIndices[i] = inIndices[inList[i].m_Index];
+	{
+		// Index by index in order, which the copy of a structure is not.
+		const STriangle &triangle = inIndices[inList[i].m_Index];
+		volatile _Index *const dst = outIndices[i].m_IDs;
+		if constexpr (sizeof(_Index) == sizeof(u32))
+			StoreU64(dst, LoadU64(triangle.m_IDs));
+		else
+			StoreU32(dst, LoadU32(triangle.m_IDs));
+		dst[2] = triangle.m_IDs[2];
+	}
 }
 
 void CTriangleSorter::ApplySortingIndirectionsListTriangles(

@@ -23,6 +23,13 @@ static VX_INLINE __m128i LoadBases4(const SIndexAndDepth *records)
 	return Shuffle2<3, 1, 3, 1>(LoadRecords2(records), LoadRecords2(records + kRecordsPerAccess));
 }
 
+// As above, from records at any address, for loops that do not insist on their alignment.
+static VX_INLINE __m128i LoadBases4Unaligned(const SIndexAndDepth *records)
+{
+	return Shuffle2<3, 1, 3, 1>(
+		Float4::LoadUnaligned(records).Integers(), Float4::LoadUnaligned(records + kRecordsPerAccess).Integers());
+}
+
 // Entries of a pattern, which lies at any multiple of 4 bytes.
 static VX_INLINE __m128i LoadEntries4(const u32 *pattern)
 {
@@ -55,8 +62,11 @@ struct SOffsets3
 	__m128i b0b0b0b1, b1b1b2b2, b2b3b3b3;
 
 	explicit VX_INLINE SOffsets3(const SIndexAndDepth *records)
+		: SOffsets3(LoadBases4(records))
 	{
-		const __m128i b0b1b2b3 = LoadBases4(records);
+	}
+	explicit VX_INLINE SOffsets3(__m128i b0b1b2b3)
+	{
 		b0b0b0b1 = Shuffle<1, 0, 0, 0>(b0b1b2b3);
 		b1b1b2b2 = Shuffle<2, 2, 1, 1>(b0b1b2b3);
 		b2b3b3b3 = Shuffle<3, 3, 3, 2>(b0b1b2b3);
@@ -188,13 +198,16 @@ struct SPattern12
 	}
 };
 
-// Consecutive pattern entries cut to 16 bits and packed, the first in the lowest bits.
+// The low 16 bits of eight 32-bit lanes: made numbers with a sign, they pack without saturating.
+static VX_INLINE __m128i CutTo16(__m128i lanes0123, __m128i lanes4567)
+{
+	const auto signedLow16 = [](__m128i lanes) { return _mm_srai_epi32(_mm_slli_epi32(lanes, 16), 16); };
+	return _mm_packs_epi32(signedLow16(lanes0123), signedLow16(lanes4567));
+}
+
+// Two consecutive pattern entries cut to 16 bits and packed, the first in the lower ones.
 VX_WRAPS static VX_INLINE u32 PackEntries2(const u32 *pattern)
 {
 	return (LoadU32(pattern) & 0xFFFF) | LoadU32(pattern + 1) << 16;
-}
-static VX_INLINE u64 PackEntries4(const u32 *pattern)
-{
-	return u64(PackEntries2(pattern)) | u64(PackEntries2(pattern + 2)) << 32;
 }
 } // namespace Vexmoor

@@ -27,13 +27,31 @@ static VX_INLINE u64 LoadU64(const void *p)
 	std::memcpy(&value, p, sizeof(value));
 	return value;
 }
+
+// Stores of outputs, at any address. They are volatile: compilers keep them whole and in their order.
 static VX_INLINE void StoreU32(volatile void *p, u32 value)
 {
-	std::memcpy(const_cast<void *>(p), &value, sizeof(value));
+	typedef u32 VX_ANYWHERE CStored;
+	*static_cast<volatile CStored *>(p) = value;
 }
 static VX_INLINE void StoreU64(volatile void *p, u64 value)
 {
-	std::memcpy(const_cast<void *>(p), &value, sizeof(value));
+	if constexpr (sizeof(void *) == sizeof(u64))
+	{
+		typedef u64 VX_ANYWHERE CStored;
+		*static_cast<volatile CStored *>(p) = value;
+	}
+	else // two stores in any case, of which clang would do the upper one first
+	{
+		StoreU32(p, u32(value));
+		StoreU32(static_cast<volatile u8 *>(p) + sizeof(u32), u32(value >> 32));
+	}
+}
+
+static VX_INLINE void StoreLanes(volatile void *p, __m128i lanes)
+{
+	typedef __m128i VX_ANYWHERE CStored;
+	*static_cast<volatile CStored *>(p) = lanes;
 }
 
 static VX_INLINE __m128i Splat(u32 value)

@@ -4,10 +4,9 @@
 // at a byte offset from a pointer. Lanes hold floats or 32-bit integers; arithmetic is done on the registers themselves.
 
 #include "vx_assert.h"
+#include "vx_compiler.h"
 #include "vx_defs.h"
 #include "vx_sse2.h"
-
-#include <cstring>
 
 namespace Vexmoor
 {
@@ -71,14 +70,18 @@ public:
 		_mm_store_ps(static_cast<float *>(_dst), m_Lanes);
 	}
 
-	/// 16 bytes past the caches to a 16-byte aligned address, for write-combined memory. Weakly ordered: a
-	/// WriteBarrier comes before anybody else may rely on them.
+	/// 16 bytes past the caches to a 16-byte aligned address, for write-combined memory. Compilers leave it in its place
+	/// among volatile accesses, as which it counts. The processor orders it weakly: a WriteBarrier comes before anybody
+	/// else may rely on the bytes.
 	VX_INLINE void StreamAligned16(volatile void *p, sreg offset = 0) const
 	{
 		void *const _dst = _At(const_cast<void *>(p), offset);
 		VX_ASSERT_MESSAGE(
 			VX_NAMESPACE::Mem::IsAligned<0x10>((_dst)), "Unaligned memory! %p should be 16-bytes aligned.", _dst);
-		_mm_stream_ps(static_cast<float *>(_dst), m_Lanes);
+		__m128 lanes = m_Lanes;
+		VX_BEFORE_STORE_IN_PLACE(lanes);
+		_mm_stream_ps(static_cast<float *>(_dst), lanes);
+		VX_BEHIND_STORE_IN_PLACE(*static_cast<u8(*)[16]>(_dst));
 	}
 
 	/// The two low lanes to a 4-byte aligned address, as two ordinary stores: the ends of a buffer whose middle is
@@ -88,10 +91,10 @@ public:
 		void *const _dst = _At(const_cast<void *>(p), offset);
 		VX_ASSERT_MESSAGE(
 			VX_NAMESPACE::Mem::IsAligned<0x04>((_dst)), "Unaligned memory! %p should be 4-bytes aligned.", _dst);
-		const u32 lane0 = u32(_mm_cvtsi128_si32(Integers()));
-		const u32 lane1 = u32(_mm_cvtsi128_si32(_mm_shuffle_epi32(Integers(), _MM_SHUFFLE(1, 1, 1, 1))));
-		std::memcpy(_dst, &lane0, sizeof(lane0));
-		std::memcpy(static_cast<u8 *>(_dst) + sizeof(lane0), &lane1, sizeof(lane1));
+		typedef u32 VX_ANYWHERE CLane;
+		volatile CLane *const lanes = static_cast<CLane *>(_dst);
+		lanes[0] = u32(_mm_cvtsi128_si32(Integers()));
+		lanes[1] = u32(_mm_cvtsi128_si32(_mm_shuffle_epi32(Integers(), _MM_SHUFFLE(1, 1, 1, 1))));
 	}
 
 	/// Orders all streamed bytes before every later store.
