@@ -42,6 +42,8 @@ step "subdirectory, static" build_and_run subdirectory -S "$consumers/subdirecto
 	-DVEXMOOR_SOURCE_DIR="$sourceDir" -DCMAKE_BUILD_TYPE=Release
 step "subdirectory, shared" build_and_run subdirectory_shared -S "$consumers/subdirectory" \
 	-DVEXMOOR_SOURCE_DIR="$sourceDir" -DCMAKE_BUILD_TYPE=Debug -DBUILD_SHARED_LIBS=ON
+mapfile -t sharedLibraries < <(find "$workDir/subdirectory_shared" -name 'libvx_*.so')
+step "the shared libraries' symbols" "$sourceDir/Tests/Abi/exports.sh" "${sharedLibraries[@]}"
 
 # The first code block of the README is a function that a reader may copy.
 readme_compiles()
