@@ -2,36 +2,28 @@
 # Says whether programs that are built against the shared libraries of one revision run with those of another: nothing that
 # the public headers declare has gone or changed its shape.
 #
-#   ./Tools/abi.sh              from the last tag to the working tree
-#   ./Tools/abi.sh OLD          from another revision to the working tree
+#   ./Tools/abi.sh              from the recorded interface of the last release to the working tree
+#   ./Tools/abi.sh --record     records the interface of the working tree, at a release
+#   ./Tools/abi.sh OLD          from a revision to the working tree
 #   ./Tools/abi.sh OLD NEW      from one revision to another
 #
+# The record, Tests/Abi/recorded_interface.txt, is text for readers too. Between two revisions, abidiff compares.
 # It exits with 1 where built programs break though the libraries keep their names, and is quiet about what is merely new.
 set -euo pipefail
 
-if [[ $# -gt 2 || ${1:-} == -* ]]; then
-	printf 'abi.sh: it takes up to two revisions: ./Tools/abi.sh [OLD [NEW]]\n' >&2
+if [[ $# -gt 2 || ${1:-} == -* && ${1:-} != --record || ${1:-} == --record && $# -gt 1 ]]; then
+	printf 'abi.sh: it takes --record, or up to two revisions: ./Tools/abi.sh [--record | OLD [NEW]]\n' >&2
 	exit 2
 fi
 cd "$(dirname "$0")/.."
-if [ $# = 0 ] && [ "$(git rev-parse --show-toplevel 2>/dev/null)" != "$(pwd -P)" ]; then
-	printf 'nothing to compare: this is not a git checkout\n'
-	exit 0
-fi
 for revision in "$@"; do
-	if ! git rev-parse --verify --quiet "$revision^{commit}" >/dev/null 2>&1; then
+	if [ "$revision" != --record ] && ! git rev-parse --verify --quiet "$revision^{commit}" >/dev/null 2>&1; then
 		printf 'abi.sh: there is no revision "%s"\n' "$revision" >&2
 		exit 2
 	fi
 done
-if [ $# = 0 ] && ! git describe --tags --abbrev=0 >/dev/null 2>&1; then
-	printf 'nothing to compare: no release is tagged yet; name a revision to compare with all the same\n'
-	exit 0
-fi
-old=${1:-$(git describe --tags --abbrev=0)}
-new=${2:-}
 
-Tools/install_packages.sh g++ cmake ninja-build abigail-tools >&2
+Tools/install_packages.sh g++ cmake ninja-build abigail-tools binutils python3 >&2
 
 build=$PWD/build/abi
 libraries=(libvx_kernel.so libvx_geometrics.so)
@@ -71,8 +63,47 @@ install_revision()
 	quietly cmake --install "$build/$name/build" --prefix "$installed"
 }
 
-# Instances of the standard library's templates come and go with the optimiser, and no client counts on ours.
+record=Tests/Abi/recorded_interface.txt
+breaks='programs built against %s break: keep what they count on, or raise VX_VERSION_MAJOR\n'
+
+# Writes the lines of the working tree's interface to a file.
+describe_working_tree()
+{
+	local library descriptions=()
+	install_revision ""
+	for library in "${libraries[@]}"; do
+		abidw --out-file "$build/$library.xml" "$installed/lib/$library"
+		descriptions+=("$build/$library.xml")
+	done
+	Tests/Abi/interface.py "${descriptions[@]}" >"$1"
+}
+
 mkdir -p "$build"
+if [ "${1:-}" = --record ]; then
+	describe_working_tree "$build/interface.txt"
+	version=$(sed -n 's/^#define VX_VERSION_\(MAJOR\|MINOR\|PATCH\) //p' Runtime/include/vx_defs.h | paste -sd .)
+	{
+		printf '# What programs that are built against version %s count on. Tools/abi.sh --record writes it.\n' "$version"
+		cat "$build/interface.txt"
+	} >$record
+	printf 'the interface of %s is recorded\n' "$version"
+	exit 0
+fi
+if [ $# = 0 ]; then
+	describe_working_tree "$build/interface.txt"
+	recorded=$(sed -n '1s/.* version \([0-9.]*\) .*/\1/p' $record)
+	printf 'from the record of %s to the working tree: ' "$recorded"
+	if ! Tests/Abi/interface.py --compare $record "$build/interface.txt"; then
+		# shellcheck disable=SC2059
+		printf "$breaks" "$recorded" >&2
+		exit 1
+	fi
+	exit 0
+fi
+old=$1
+new=${2:-}
+
+# Instances of the standard library's templates come and go with the optimiser, and no client counts on ours.
 printf '[suppress_function]\nsymbol_name_regexp = ^_Z(NK?)?St\n' >"$build/suppressions"
 
 install_revision "$old"
@@ -114,6 +145,7 @@ for library in "${libraries[@]}"; do
 	fi
 done
 if [ $broken != 0 ]; then
-	printf 'programs built against %s break: keep what they count on, or raise VX_VERSION_MAJOR\n' "$old" >&2
+	# shellcheck disable=SC2059
+	printf "$breaks" "$old" >&2
 	exit 1
 fi

@@ -13,6 +13,8 @@ copy=$workDir/copy
 rm -rf "$copy"
 mkdir "$copy"
 cp -r .gitignore CMakeLists.txt CHANGELOG.md COPYRIGHT Runtime Tools cmake "$copy"
+mkdir "$copy/Tests"
+cp -r Tests/Abi "$copy/Tests"
 cd "$copy"
 git init --quiet --initial-branch main
 git add .
@@ -37,22 +39,49 @@ header=Runtime/vx_kernel/include/kr_log_unique.h
 source=Runtime/vx_kernel/src/log_unique.cpp
 sorter=Runtime/vx_geometrics/include/ge_mesh_triangle_sorter.h
 
-expect "no tag: nothing to compare" 0 "nothing to compare"
+# The same question is asked twice: against the revision, and against the record.
+expect_of_both()
+{
+	local what=$1 status=$2 changed
+	changed=$(git diff)
+	expect "$what" "$status" "$3" v1
+	git apply <<<"$changed"
+	expect "$what, in the record" "$status" "$4"
+}
+
 expect "no such revision" 2 'no revision "v9"' v9
+expect "a record and a revision" 2 "it takes" --record v1
 
 git tag v1
-expect "the same" 0 "libvx_geometrics.so: the same"
+expect "the same" 0 "libvx_geometrics.so: the same" v1
+expect "nothing gone since the release" 0 "from the record of [0-9.]* to the working tree: \(the same\|has more\)"
+
+expect "a record" 0 "is recorded" --record
+Tools/abi.sh --record >/dev/null
+git add .
+git -c user.name=nobody -c user.email=nobody@vexmoor.invalid commit --quiet --allow-empty --message "Another release"
+git tag --force v1 >/dev/null
+expect "the same as recorded" 0 "to the working tree: the same"
 
 sed -i 's/^VX_API void WarnOnce(.*;/&\nVX_API void WarnAgain(const char *key);/' $header
 sed -i 's/^void WarnOnce(/void WarnAgain(const char *key)\n{\n\tWarnOnce(key, key);\n}\n\n&/' $source
-expect "a new function" 0 "libvx_kernel.so: has more than before"
+expect_of_both "a new function" 0 "libvx_kernel.so: has more than before" "has more than before: 1 line"
 
 sed -i 's| src/ge_mesh/sort_validation.cpp||' Runtime/vx_geometrics/CMakeLists.txt
-expect "a function gone" 1 "\[D\].*ValidateSort"
+expect_of_both "a function gone" 1 "\[D\].*ValidateSort" "no longer: .*ValidateSort"
 
 sed -i 's/^\tu32 m_IndexCount_fromBB = 0;/&\n\tu32 m_More[16] = {};/' $sorter
-expect "a larger sorter" 1 "libvx_geometrics.so: breaks built programs"
+expect_of_both "a larger sorter" 1 "libvx_geometrics.so: breaks built programs" "no longer: Vexmoor::CTriangleSorter has 232 bytes"
+
+sed -i 's/SortFinding_Violation = 0,/SortFinding_Violation = 2,/' Runtime/vx_geometrics/include/ge_mesh_sort_validation.h
+expect_of_both "another value" 1 "SortFinding_Violation" "no longer: .*SortFinding_Violation is 0"
+
+sed -i 's/^VX_API u64 SortCaptureChecksum/VX_API u32 SortCaptureChecksum/' Runtime/vx_geometrics/include/ge_mesh_sort_capture.h
+sed -i 's/^VX_WRAPS u64 SortCaptureChecksum\(.*\)/VX_WRAPS u32 SortCaptureChecksum\1/; s/^\treturn checksum;/\treturn u32(checksum);/' \
+	Runtime/vx_geometrics/src/ge_mesh/sort_capture.cpp
+expect_of_both "another return type" 1 "SortCaptureChecksum" "no longer: .*SortCaptureChecksum.* -> unsigned long"
 
 sed -i 's| src/ge_mesh/sort_validation.cpp||' Runtime/vx_geometrics/CMakeLists.txt
 sed -i 's/\(define VX_VERSION_MAJOR\) .*/\1 2/' Runtime/include/vx_defs.h
-expect "a function gone from a new major version" 0 "libvx_geometrics.so.1 is now libvx_geometrics.so.2"
+expect_of_both "a function gone from a new major version" 0 "libvx_geometrics.so.1 is now libvx_geometrics.so.2" \
+	"the libraries have other names now"
