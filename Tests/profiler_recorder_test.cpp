@@ -405,6 +405,34 @@ TEST(TraceRecorder, SeveralRecorders_KeepTheirScopes)
 	}
 }
 
+// A trace is written while a thread that has recorded is still there, and nothing but the recorder itself has told this
+// thread of it: under a thread sanitizer, a scope that is counted before it is filled in, or a block or a thread that is
+// linked before, is a race whatever the timing.
+TEST(TraceRecorder, TraceOfAThreadThatStays_SeesWholeScopes)
+{
+	constexpr u32 kRounds = kScopesPerBlock;
+	CRecording recording(4);
+	std::atomic<bool> recorded = false, written = false; // relaxed: they order nothing
+	std::thread thread(
+		[&]
+		{
+			for (u32 round = 0; round < kRounds; ++round)
+			{
+				const Profiler::CScopedNode outer(recording.Profiler(), kOuter);
+				const Profiler::CScopedNode inner(recording.Profiler(), kInner);
+			}
+			recorded.store(true, std::memory_order_relaxed);
+			while (!written.load(std::memory_order_relaxed))
+				std::this_thread::yield();
+		});
+	while (!recorded.load(std::memory_order_relaxed))
+		std::this_thread::yield();
+	const std::size_t count = recording.Events().size();
+	written.store(true, std::memory_order_relaxed);
+	thread.join();
+	EXPECT_EQ(count, 2 * kRounds);
+}
+
 // Traces are written while the threads record: each is whole, and the last has everything.
 TEST(TraceRecorder, ManyThreadsAtOnce_LoseNothing)
 {

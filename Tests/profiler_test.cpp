@@ -6,11 +6,15 @@
 
 #include "diagnostics.h"
 #include <atomic>
+#include <csignal>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <new>
 #include <set>
+#include <sys/mman.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace Vexmoor;
 using namespace Support;
@@ -37,6 +41,54 @@ void ScopeOfManyThreads()
 {
 	VX_PROFILE_SCOPE_COLOR("ScopeOfManyThreads", MadeColor());
 }
+
+// A profiler that lies across the end of a page: the handler is its last bytes, and a store to it faults once.
+class CProfilerAcrossPages
+{
+public:
+	CProfilerAcrossPages()
+		: m_PageSize(std::size_t(sysconf(_SC_PAGESIZE)))
+		, m_Pages(static_cast<u8 *>(
+			  mmap(nullptr, 2 * m_PageSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)))
+		, m_Profiler(new (m_Pages + m_PageSize - sizeof(void *)) Profiler::CProfiler())
+	{
+		s_Watched = this;
+		struct sigaction action = {};
+		action.sa_sigaction = &OnFault;
+		action.sa_flags = SA_SIGINFO;
+		sigaction(SIGSEGV, &action, &m_PreviousAction);
+		mprotect(m_Pages, m_PageSize, PROT_READ);
+	}
+	~CProfilerAcrossPages()
+	{
+		sigaction(SIGSEGV, &m_PreviousAction, nullptr);
+		munmap(m_Pages, 2 * m_PageSize);
+	}
+	CProfilerAcrossPages(const CProfilerAcrossPages &) = delete;
+	CProfilerAcrossPages &operator=(const CProfilerAcrossPages &) = delete;
+
+	Profiler::CProfiler &Profiler() { return *m_Profiler; }
+	u32 FaultCount() const { return m_FaultCount; }
+	// What lay in the profiler behind the handler when the handler was stored.
+	void *BehindTheHandler() const { return m_BehindTheHandler; }
+
+private:
+	static void OnFault(int, siginfo_t *, void *)
+	{
+		++s_Watched->m_FaultCount;
+		std::memcpy(&s_Watched->m_BehindTheHandler, s_Watched->m_Pages + s_Watched->m_PageSize, sizeof(void *));
+		mprotect(s_Watched->m_Pages, s_Watched->m_PageSize, PROT_READ | PROT_WRITE); // the store is tried again
+	}
+
+	static inline CProfilerAcrossPages *s_Watched = nullptr;
+
+	const std::size_t m_PageSize;
+	u8 *const m_Pages;
+	Profiler::CProfiler *const m_Profiler;
+	struct sigaction m_PreviousAction = {};
+	volatile u32 m_FaultCount = 0;
+	void *m_BehindTheHandler = nullptr;
+};
 } // namespace
 
 // Hosts read descriptors through the hook, and their tools know the layout.
@@ -167,6 +219,20 @@ TEST(Profiler, WithoutHandler_NothingIsRecorded)
 		VX_PROFILE_SCOPE("dropped");
 	}
 	EXPECT_EQ(s_Calls, 2u);
+}
+
+// A thread that sees the new handler calls it with the user data that it finds.
+TEST(Profiler, SetScopeHandler_StoresTheHandlerLast)
+{
+	CProfilerAcrossPages watched;
+	u32 userData = 0;
+	watched.Profiler().SetScopeHandler(
+		[](const SNodeDescriptor &, bool, void *count) { ++*static_cast<u32 *>(count); }, &userData);
+	EXPECT_EQ(watched.FaultCount(), 1u);
+	EXPECT_EQ(watched.BehindTheHandler(), &userData);
+	const SNodeDescriptor node("node", "path", CFloat3(), SNodeDescriptor::None);
+	watched.Profiler().Enter(node);
+	EXPECT_EQ(userData, 1u);
 }
 
 // A scope belongs to the profiler that it was given.
