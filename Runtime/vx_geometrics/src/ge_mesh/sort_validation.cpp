@@ -271,7 +271,7 @@ bool CSortValidation::_CheckView(const SElements &elements)
 		break;
 	default:
 		_Violation("The view of %s starts at %u modulo %u, but needs 0.", name.m_Text,
-			u32(elements.m_Address % elements.m_Alignment), elements.m_Alignment);
+			u32(elements.Misalignment(elements.m_Address)), elements.m_Alignment);
 		break;
 	}
 	return false;
@@ -421,7 +421,8 @@ void CSortValidation::_ShareVertices(SPage &page) const
 	if (!page.m_IsReached || page.m_VerticesPerParticle == 0)
 		return;
 	const u64 room = m_Sorter.m_VertexCount - page.m_FirstVertex;
-	page.m_DrawnCount = u32(std::min<u64>(page.m_RenderedCount, room / page.m_VerticesPerParticle));
+	if (u64(page.m_RenderedCount) * page.m_VerticesPerParticle > room)
+		page.m_DrawnCount = u32(room / page.m_VerticesPerParticle);
 	page.m_EndsWalk = _SortsTriangles() && room < page.m_VerticesPerParticle;
 }
 

@@ -24,7 +24,7 @@ struct SElements
 	u32 m_Count;     // of those that the sort touches, from the first one on
 	u32 m_Stride;
 	u32 m_ElementSize;
-	u32 m_Alignment; // of elements that are read through references; 1 where bytes or lanes are loaded
+	u32 m_Alignment; // of elements that are read through references, a power of two; 1 where bytes or lanes are loaded
 
 	SElements(const char *name, u32 page, const void *data, u32 count, u32 stride, u32 elementSize, u32 alignment)
 		: m_Name(name)
@@ -59,6 +59,7 @@ struct SElements
 	u64 CoveredBytes() const { return u64(m_Count) * m_Stride; }
 	// From the first byte of the first element to the last byte of the last one.
 	u64 Span() const { return m_Count == 0 ? 0 : u64(m_Count - 1) * m_Stride + m_ElementSize; }
+	u64 Misalignment(u64 addressOrStride) const { return addressOrStride & (m_Alignment - 1); }
 	// From an address that is not null to the end of all addresses.
 	u64 AddressableBytes() const { return u64(~ureg(0) - m_Address) + 1; }
 };
@@ -83,13 +84,13 @@ static inline EViewFault FaultOf(const SElements &elements)
 		return ViewFault_Null;
 	if (elements.m_Stride != 0 && elements.m_Stride < elements.m_ElementSize)
 		return ViewFault_Stride;
-	if (elements.m_Stride % elements.m_Alignment != 0)
+	if (elements.Misalignment(elements.m_Stride) != 0)
 		return ViewFault_StrideAlignment;
 	if (elements.CoveredBytes() > kLargestSize)
 		return ViewFault_Size;
 	if (elements.Span() > elements.AddressableBytes())
 		return ViewFault_AddressSpace;
-	if (elements.m_Address % elements.m_Alignment != 0)
+	if (elements.Misalignment(elements.m_Address) != 0)
 		return ViewFault_Alignment;
 	return ViewFault_None;
 }
