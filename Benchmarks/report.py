@@ -632,7 +632,8 @@ def diagnostics_section(results, page):
 	page.lines.append("## Diagnostics\n")
 	page.lines.append(
 		"Time with over time without: the median over pairs that ran in turns, and the least and the most of the "
-		"repetitions. The handler notes the time-stamp counter and the scope in a ring.\n"
+		"repetitions. The handler notes the time-stamp counter and the scope in a ring. A checked sort is compared with its bare "
+		"sort: quads in pages of 1,024, by position; with an enabled byte for each particle, with an index list, or by triangles.\n"
 	)
 	rows = []
 	for what in whats:
