@@ -9,6 +9,8 @@
 
 /// Inline at every optimisation level.
 #define VX_INLINE inline __attribute__((always_inline))
+/// Inline at none: keeps the registers and code that a rare path takes out of its caller.
+#define VX_NOINLINE __attribute__((noinline))
 ///@{
 /// The condition's value, with a hint which one to lay out straight.
 #define VX_LIKELY(...) __builtin_expect(!!(__VA_ARGS__), 1)

@@ -14,6 +14,11 @@
 
 namespace Vexmoor
 {
+namespace Profiler
+{
+	class CHazards;
+}
+
 /// One entry per key. All members may be called from any thread. Entries for all that the library itself says are set
 /// aside beforehand, so that its warnings find room without allocating; when neither they nor the heap have room, a first
 /// touch is left out, and the next touch of its key is the first one.
@@ -109,6 +114,7 @@ private:
 	VX_LOCAL void _Add(const char *siteKey, const char *message);
 
 	CWarningBatch *m_Outer;
+	Profiler::CHazards *m_Hazards; // the thread's
 	u32 m_SiteCount = 0;
 	SSite m_Sites[kMaxSites];
 };

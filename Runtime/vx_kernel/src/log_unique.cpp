@@ -177,10 +177,10 @@ static thread_local CWarningBatch *s_Batch = null;
 // touched is counted without looking.
 void WarnAtSite(const char *siteKey, const char *message)
 {
-	++Profiler::CHazards::CurrentThreadHazards().m_PerformanceHazards;
 	CWarningBatch *const batch = s_Batch;
 	if (batch != null && batch->_Count(siteKey))
 		return;
+	++Profiler::CHazards::CurrentThreadHazards().m_PerformanceHazards;
 	const std::string_view key = Cut(siteKey, kMaxKeyLength);
 	const bool wasKnown = CPerfHotspotsRegistry::Registry()->_Touch(
 		key, Cut(message, kMaxMessageLength), 1, CLogUniqueCollection::Storage_SetAside);
@@ -190,6 +190,7 @@ void WarnAtSite(const char *siteKey, const char *message)
 
 CWarningBatch::CWarningBatch()
 	: m_Outer(s_Batch)
+	, m_Hazards(&Profiler::CHazards::CurrentThreadHazards())
 {
 	s_Batch = this;
 }
@@ -214,6 +215,7 @@ bool CWarningBatch::_Count(const char *siteKey)
 		if (m_Sites[i].m_Key == siteKey)
 		{
 			++m_Sites[i].m_TouchCount;
+			++m_Hazards->m_PerformanceHazards;
 			return true;
 		}
 	}

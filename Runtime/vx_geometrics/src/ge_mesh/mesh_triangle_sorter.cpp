@@ -127,9 +127,12 @@ static TStridedMemoryView<const float> CompactSortValues(const TMemoryView<SInde
 	return {reinterpret_cast<const float *>(sortKeys), primCount, sizeof(float)};
 }
 
+// What fills a page is inlined into the walk over pages, whose time is spent per page when pages have one particle each.
+// Groups of four and compaction, which such pages have no use for, are functions that stay out of line.
+
 template<bool _Aligned, typename _VertexBases>
-static VX_INLINE void FillGroupsByValue(
-	SIndexAndDepth *packedPtr, const u8 *valuePtr, u32 groupCount, _VertexBases &vertexBases)
+static VX_NOINLINE void FillGroupsByValue(
+	SIndexAndDepth *packedPtr, const u8 *valuePtr, u32 groupCount, _VertexBases vertexBases)
 {
 	typename _VertexBases::Fours bases4(vertexBases);
 	for (u32 group = 0; group < groupCount; ++group)
@@ -141,40 +144,33 @@ static VX_INLINE void FillGroupsByValue(
 		packedPtr += kRecordsPerGroup;
 		valuePtr += kRecordsPerGroup * sizeof(float);
 	}
-	vertexBases.Skip(groupCount * kRecordsPerGroup);
 }
 
+// A record for each value.
 template<typename _VertexBases>
-static void FillByValue(const TMemoryView<SIndexAndDepth> &outList,
+static VX_INLINE void FillFromValues(const TMemoryView<SIndexAndDepth> &outList,
 	const TStridedMemoryView<const float> &sortValues,
-	[[maybe_unused]] const TStridedMemoryView<const u8> &enableds,
 	_VertexBases vertexBases)
 {
-	const u32 primCount = outList.Count();
-	if (primCount < sortValues.Count())
-	{
-		VX_ASSERT(enableds.Count() == sortValues.Count());
-		VX_ASSERT(enableds.Contiguous());
-		const auto valueBits = [](const float *value) { return LoadU32(value); };
-		FillByValue(outList, CompactSortValues(outList, sortValues, enableds, valueBits), {}, vertexBases);
-		return;
-	}
-
 	SIndexAndDepth *packedPtr = outList.Data();
 	const u8 *valuePtr = reinterpret_cast<const u8 *>(sortValues.Data());
 	const u32 valueStride = sortValues.Stride();
 
-	u32 remaining = primCount;
+	u32 remaining = outList.Count();
 	if (valueStride == sizeof(float))
 	{
-		const u32 groupCount = primCount / kRecordsPerGroup;
-		if (Mem::IsAligned<0x10>(valuePtr) && Mem::IsAligned<0x10>(packedPtr))
-			FillGroupsByValue<true>(packedPtr, valuePtr, groupCount, vertexBases);
-		else
-			FillGroupsByValue<false>(packedPtr, valuePtr, groupCount, vertexBases);
-		packedPtr += groupCount * kRecordsPerGroup;
-		valuePtr += groupCount * kRecordsPerGroup * sizeof(float);
-		remaining -= groupCount * kRecordsPerGroup;
+		const u32 groupCount = remaining / kRecordsPerGroup;
+		if (groupCount != 0)
+		{
+			if (Mem::IsAligned<0x10>(valuePtr) && Mem::IsAligned<0x10>(packedPtr))
+				FillGroupsByValue<true>(packedPtr, valuePtr, groupCount, vertexBases);
+			else
+				FillGroupsByValue<false>(packedPtr, valuePtr, groupCount, vertexBases);
+			vertexBases.Skip(groupCount * kRecordsPerGroup);
+			packedPtr += groupCount * kRecordsPerGroup;
+			valuePtr += groupCount * kRecordsPerGroup * sizeof(float);
+			remaining -= groupCount * kRecordsPerGroup;
+		}
 	}
 	else if (valueStride != 0)
 	{
@@ -188,6 +184,34 @@ static void FillByValue(const TMemoryView<SIndexAndDepth> &outList,
 		*packedPtr++ = {key, base};
 		valuePtr += valueStride;
 	}
+}
+
+// A record for each enabled element.
+template<typename _Element, typename _SortValueBits, typename _VertexBases>
+static VX_NOINLINE void FillFromEnabled(const TMemoryView<SIndexAndDepth> &outList,
+	const TStridedMemoryView<const _Element> &source,
+	const TStridedMemoryView<const u8> &enableds,
+	_SortValueBits sortValueBits,
+	_VertexBases vertexBases)
+{
+	FillFromValues(outList, CompactSortValues(outList, source, enableds, sortValueBits), vertexBases);
+}
+
+template<typename _VertexBases>
+static VX_INLINE void FillByValue(const TMemoryView<SIndexAndDepth> &outList,
+	const TStridedMemoryView<const float> &sortValues,
+	[[maybe_unused]] const TStridedMemoryView<const u8> &enableds,
+	_VertexBases vertexBases)
+{
+	if (outList.Count() < sortValues.Count())
+	{
+		VX_ASSERT(enableds.Count() == sortValues.Count());
+		VX_ASSERT(enableds.Contiguous());
+		const auto valueBits = [](const float *value) { return LoadU32(value); };
+		FillFromEnabled(outList, sortValues, enableds, valueBits, vertexBases);
+		return;
+	}
+	FillFromValues(outList, sortValues, vertexBases);
 }
 
 template<typename _Positions, typename _VertexBases>
@@ -213,12 +237,12 @@ static void FillFoursByDistance(SIndexAndDepth *packedPtr,
 
 // The same records from whatever registers the processor has, the widest first.
 template<typename _Positions, typename _VertexBases>
-static VX_INLINE void FillGroupsByDistance(SIndexAndDepth *packedPtr,
+static VX_INLINE void FillGroups(SIndexAndDepth *packedPtr,
 	const u8 *srcPos,
 	u32 srcStride,
 	u32 groupCount,
 	const SCamera &camera,
-	_VertexBases &vertexBases)
+	_VertexBases vertexBases)
 {
 #if defined(VX_TARGET_AVX2)
 	const auto pass = [&](u32 passedGroupCount)
@@ -252,7 +276,26 @@ static VX_INLINE void FillGroupsByDistance(SIndexAndDepth *packedPtr,
 	}
 #endif
 	FillFoursByDistance<_Positions>(packedPtr, srcPos, srcStride, groupCount, camera, vertexBases);
-	vertexBases.Skip(groupCount * kRecordsPerGroup);
+}
+
+template<typename _VertexBases>
+static VX_NOINLINE void FillGroupsByDistance(SIndexAndDepth *packedPtr,
+	const u8 *srcPos,
+	u32 srcStride,
+	u32 groupCount,
+	const SCamera &camera,
+	_VertexBases vertexBases)
+{
+	if (srcStride == sizeof(CFloat3) && Mem::IsAligned<0x10>(srcPos))
+		FillGroups<SPositions_PackedAligned>(packedPtr, srcPos, srcStride, groupCount, camera, vertexBases);
+	else if (srcStride == sizeof(CFloat3))
+		FillGroups<SPositions_PackedUnaligned>(packedPtr, srcPos, srcStride, groupCount, camera, vertexBases);
+	else if (srcStride == 0)
+		FillGroups<SPositions_Repeated>(packedPtr, srcPos, srcStride, groupCount, camera, vertexBases);
+	else if (srcStride >= SPositions_Gathered::kMinStride)
+		FillGroups<SPositions_Gathered>(packedPtr, srcPos, srcStride, groupCount, camera, vertexBases);
+	else
+		FillGroups<SPositions_GatheredOneByOne>(packedPtr, srcPos, srcStride, groupCount, camera, vertexBases);
 }
 
 template<typename _VertexBases>
@@ -265,22 +308,20 @@ static VX_INLINE void FillOneByDistance(
 }
 
 template<typename _VertexBases>
-static void FillByDistance(const TMemoryView<SIndexAndDepth> &outList,
+static VX_INLINE void FillByDistance(const TMemoryView<SIndexAndDepth> &outList,
 	const TStridedMemoryView<const CFloat3> &positions,
-	const CFloat3 &cameraPosition,
+	const SCamera &camera,
 	[[maybe_unused]] const TStridedMemoryView<const u8> &enableds,
 	_VertexBases vertexBases)
 {
-	const CFloatModeScope floatMode;
-	const SCamera camera(cameraPosition);
 	const u32 primCount = outList.Count();
 	if (primCount < positions.Count())
 	{
 		VX_ASSERT(enableds.Count() == positions.Count());
 		VX_ASSERT(enableds.Contiguous());
-		const auto valueBits = [&camera](const CFloat3 *position)
+		const auto valueBits = [camera](const CFloat3 *position)
 		{ return BitsOfLane0(SubtractFromZero(camera.SquaredDistanceTo(position))); };
-		FillByValue(outList, CompactSortValues(outList, positions, enableds, valueBits), {}, vertexBases);
+		FillFromEnabled(outList, positions, enableds, valueBits, vertexBases);
 		return;
 	}
 
@@ -303,32 +344,17 @@ static void FillByDistance(const TMemoryView<SIndexAndDepth> &outList,
 		VX_ASSERT_MESSAGE(Mem::IsAligned<0x10>(packedPtr), "Unaligned memory! %p should be 16-bytes aligned.",
 			static_cast<const void *>(packedPtr));
 	}
-	const u32 groupCount = remaining / kRecordsPerGroup;
-	if (srcStride == sizeof(CFloat3))
-	{
-		if (Mem::IsAligned<0x10>(srcBytes))
-			FillGroupsByDistance<SPositions_PackedAligned>(
-				packedPtr, srcBytes, srcStride, groupCount, camera, vertexBases);
-		else
-			FillGroupsByDistance<SPositions_PackedUnaligned>(
-				packedPtr, srcBytes, srcStride, groupCount, camera, vertexBases);
-	}
-	else if (srcStride == 0)
-	{
-		FillGroupsByDistance<SPositions_Repeated>(packedPtr, srcBytes, srcStride, groupCount, camera, vertexBases);
-	}
-	else
-	{
+	if (srcStride != sizeof(CFloat3) && srcStride != 0)
 		WarnAtSite(_VertexBases::kPositionStrideSite, "Render sort: input positions have uncommon stride");
-		if (srcStride >= SPositions_Gathered::kMinStride)
-			FillGroupsByDistance<SPositions_Gathered>(packedPtr, srcBytes, srcStride, groupCount, camera, vertexBases);
-		else
-			FillGroupsByDistance<SPositions_GatheredOneByOne>(
-				packedPtr, srcBytes, srcStride, groupCount, camera, vertexBases);
+	const u32 groupCount = remaining / kRecordsPerGroup;
+	if (groupCount != 0)
+	{
+		FillGroupsByDistance(packedPtr, srcBytes, srcStride, groupCount, camera, vertexBases);
+		vertexBases.Skip(groupCount * kRecordsPerGroup);
+		packedPtr += groupCount * kRecordsPerGroup;
+		srcBytes += groupCount * kRecordsPerGroup * ureg(srcStride);
+		remaining -= groupCount * kRecordsPerGroup;
 	}
-	packedPtr += groupCount * kRecordsPerGroup;
-	srcBytes += groupCount * kRecordsPerGroup * ureg(srcStride);
-	remaining -= groupCount * kRecordsPerGroup;
 
 	for (; remaining != 0; --remaining)
 	{
@@ -347,7 +373,8 @@ void CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(const TMemoryVi
 	u32 indexStart,
 	u32 indexIncrement)
 {
-	FillByDistance(outList, positions, cameraPosition, enableds, SBySequence(indexStart, indexIncrement));
+	const CFloatModeScope floatMode;
+	FillByDistance(outList, positions, SCamera(cameraPosition), enableds, SBySequence(indexStart, indexIncrement));
 }
 
 void CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(const TMemoryView<SIndexAndDepth> &outList,
@@ -366,7 +393,8 @@ void CTriangleSorter::FillSortingIndirectionsListPoint_Indices(const TMemoryView
 	const u32 *indexList,
 	u32 maxVertexId)
 {
-	FillByDistance(outList, positions, cameraPosition, enableds, SByList(indexList, maxVertexId));
+	const CFloatModeScope floatMode;
+	FillByDistance(outList, positions, SCamera(cameraPosition), enableds, SByList(indexList, maxVertexId));
 }
 
 void CTriangleSorter::FillSortingIndirectionsListPoint_Indices(const TMemoryView<SIndexAndDepth> &outList,
@@ -428,7 +456,8 @@ void CTriangleSorter::_GetParticleIdxInPageCache(
 // none left, is passed over untouched. Returns the number of records handed out: fewer than count where the pages end
 // before the particles do.
 template<CTriangleSorter::EPageBound _PageBound, typename _Element, typename _FillPage>
-u32 CTriangleSorter::_WalkPages(const TStridedMemoryView<const TStridedMemoryView<const _Element, -1>, -1> &pages,
+VX_INLINE u32 CTriangleSorter::_WalkPages(
+	const TStridedMemoryView<const TStridedMemoryView<const _Element, -1>, -1> &pages,
 	u32 start,
 	u32 count,
 	const TMemoryView<SIndexAndDepth> &out,
@@ -436,15 +465,33 @@ u32 CTriangleSorter::_WalkPages(const TStridedMemoryView<const TStridedMemoryVie
 {
 	if (count == 0)
 		return 0;
-	const u32 totalPageCount = m_InRenderedParticleCounts.Count();
+	// Copies of the views, which compilers keep in registers: for all they know, storing a record changes a member.
+	const CRenderedCounts renderedCounts = m_InRenderedParticleCounts;
+	const CEnabledPages enabledPages = m_InEnableds;
+	const TStridedMemoryView<const TStridedMemoryView<const _Element, -1>, -1> elementPages = pages;
+	const TMemoryView<SIndexAndDepth> records = out;
+	const u32 totalPageCount = renderedCounts.Count();
 
-	u32 pagei, offsetInPage, offsetOut;
-	_GetParticleIdxInPageCache(start, pagei, offsetInPage, offsetOut);
-	VX_ASSERT_AS("offsetOut < m_InRenderedParticleCounts[pagei]",
-		pagei < totalPageCount && offsetOut < m_InRenderedParticleCounts[pagei]);
+	struct SPlace
+	{
+		u32 m_Page, m_OffsetInPage, m_OffsetInRenderedBuffer;
+	};
+	const auto placeOf = [this](u32 renderedParticleId)
+	{
+		SPlace place;
+		_GetParticleIdxInPageCache(
+			renderedParticleId, place.m_Page, place.m_OffsetInPage, place.m_OffsetInRenderedBuffer);
+		return place;
+	};
+	const SPlace first = placeOf(start);
+	u32 pagei = first.m_Page;
+	u32 offsetInPage = first.m_OffsetInPage;
+	u32 offsetOut = first.m_OffsetInRenderedBuffer;
+	VX_ASSERT_AS(
+		"offsetOut < m_InRenderedParticleCounts[pagei]", pagei < totalPageCount && offsetOut < renderedCounts[pagei]);
 
-	u32 pageStop, offsetInPageStop, offsetOutStop;
-	_GetParticleIdxInPageCache(start + count, pageStop, offsetInPageStop, offsetOutStop);
+	const SPlace stop = placeOf(start + count);
+	const u32 pageStop = stop.m_Page;
 
 	const CWarningBatch warnings;
 	u32 i = 0;
@@ -457,21 +504,21 @@ u32 CTriangleSorter::_WalkPages(const TStridedMemoryView<const TStridedMemoryVie
 		if (pagei >= totalPageCount)
 			break;
 
-		const u32 pcount = m_InRenderedParticleCounts[pagei] - offsetOut;
+		const u32 pcount = renderedCounts[pagei] - offsetOut;
 		if (pcount == 0)
 			continue;
 
-		const TStridedMemoryView<const _Element> elements = ViewOfPage(pages, pagei);
-		if (pagei >= pages.Count())
+		const TStridedMemoryView<const _Element> elements = ViewOfPage(elementPages, pagei);
+		if (pagei >= elementPages.Count())
 			break;
-		const TStridedMemoryView<const u8> enableds = ViewOfPage(m_InEnableds, pagei);
+		const TStridedMemoryView<const u8> enableds = ViewOfPage(enabledPages, pagei);
 		const u32 pprocess = std::min(pcount, count - i);
-		u32 pprocessIn = (pagei == pageStop ? offsetInPageStop : elements.Count()) - offsetInPage;
+		u32 pprocessIn = (pagei == pageStop ? stop.m_OffsetInPage : elements.Count()) - offsetInPage;
 		if (enableds.Empty())
 			pprocessIn = std::min(pprocessIn, pprocess); // none is disabled: the first ones are the rendered ones
 
 		// One after the other, so that broken ones are reported in this order by every compiler.
-		const TMemoryView<SIndexAndDepth> recordSlice = out.Slice(i, pprocess);
+		const TMemoryView<SIndexAndDepth> recordSlice = records.Slice(i, pprocess);
 		const TStridedMemoryView<const _Element> elementSlice = elements.Slice(offsetInPage, pprocessIn);
 		const TStridedMemoryView<const u8> enabledSlice = enableds.SliceIFP(offsetInPage, pprocessIn);
 		fillPage(recordSlice, elementSlice, enabledSlice, i);
@@ -502,13 +549,15 @@ static void FillFarRecords(const TMemoryView<SIndexAndDepth> &out)
 void CTriangleSorter::_FillSource_SortByPosition_GeomConst(
 	u32 start, u32 count, const TMemoryView<SIndexAndDepth> &out) const
 {
+	const CFloatModeScope floatMode;
+	const SCamera camera(m_CameraPosition);
 	const u32 validCount = _ValidParticleCount(start, count);
+	const u32 increment = m_PrimiteVertexCount;
 	const u32 i = _WalkPages<PageBound_RenderedCounts>(m_InPositions, start, validCount, out,
-		[this, start](const TMemoryView<SIndexAndDepth> &records, const TStridedMemoryView<const CFloat3> &positions,
-			const TStridedMemoryView<const u8> &enableds, u32 recordsBefore)
-		{
-			FillSortingIndirectionsListPoint_NoIndices(records, positions, m_CameraPosition, enableds,
-				(start + recordsBefore) * m_PrimiteVertexCount, m_PrimiteVertexCount);
+		[&](const TMemoryView<SIndexAndDepth> &records, const TStridedMemoryView<const CFloat3> &positions,
+			const TStridedMemoryView<const u8> &enableds, u32 recordsBefore) {
+			FillByDistance(
+				records, positions, camera, enableds, SBySequence((start + recordsBefore) * increment, increment));
 		});
 	if (i < count)
 	{
@@ -521,13 +570,11 @@ void CTriangleSorter::_FillSource_SortByValues_GeomConst(
 	u32 start, u32 count, const TMemoryView<SIndexAndDepth> &out) const
 {
 	const u32 validCount = _ValidParticleCount(start, count);
+	const u32 increment = m_PrimiteVertexCount;
 	const u32 i = _WalkPages<PageBound_RenderedCounts>(m_InSortKeys, start, validCount, out,
-		[this, start](const TMemoryView<SIndexAndDepth> &records, const TStridedMemoryView<const float> &sortValues,
+		[&](const TMemoryView<SIndexAndDepth> &records, const TStridedMemoryView<const float> &sortValues,
 			const TStridedMemoryView<const u8> &enableds, u32 recordsBefore)
-		{
-			FillSortingIndirectionsListPoint_NoIndices(
-				records, sortValues, enableds, (start + recordsBefore) * m_PrimiteVertexCount, m_PrimiteVertexCount);
-		});
+		{ FillByValue(records, sortValues, enableds, SBySequence((start + recordsBefore) * increment, increment)); });
 	if (i < count)
 	{
 		VX_ASSERT(i == validCount);
@@ -538,13 +585,14 @@ void CTriangleSorter::_FillSource_SortByValues_GeomConst(
 void CTriangleSorter::_FillSource_SortByPosition_GeomConstAndIndexList(
 	u32 start, u32 count, const TMemoryView<SIndexAndDepth> &out) const
 {
+	const CFloatModeScope floatMode;
+	const SCamera camera(m_CameraPosition);
 	const u32 i = _WalkPages<PageBound_RenderedCounts>(m_InPositions, start, count, out,
-		[this, start](const TMemoryView<SIndexAndDepth> &records, const TStridedMemoryView<const CFloat3> &positions,
+		[&](const TMemoryView<SIndexAndDepth> &records, const TStridedMemoryView<const CFloat3> &positions,
 			const TStridedMemoryView<const u8> &enableds, u32 recordsBefore)
 		{
 			const u32 *const indexList = m_IndexList.AddressOf(start + recordsBefore);
-			FillSortingIndirectionsListPoint_Indices(
-				records, positions, m_CameraPosition, enableds, indexList, m_VertexCount);
+			FillByDistance(records, positions, camera, enableds, SByList(indexList, m_VertexCount));
 		});
 	if (i < count)
 		FillFarRecords(out.Slice(i, count - i));
@@ -554,11 +602,11 @@ void CTriangleSorter::_FillSource_SortByValues_GeomConstAndIndexList(
 	u32 start, u32 count, const TMemoryView<SIndexAndDepth> &out) const
 {
 	const u32 i = _WalkPages<PageBound_TotalPageCount>(m_InSortKeys, start, count, out,
-		[this, start](const TMemoryView<SIndexAndDepth> &records, const TStridedMemoryView<const float> &sortValues,
+		[&](const TMemoryView<SIndexAndDepth> &records, const TStridedMemoryView<const float> &sortValues,
 			const TStridedMemoryView<const u8> &enableds, u32 recordsBefore)
 		{
 			const u32 *const indexList = m_IndexList.AddressOf(start + recordsBefore);
-			FillSortingIndirectionsListPoint_Indices(records, sortValues, enableds, indexList, m_VertexCount);
+			FillByValue(records, sortValues, enableds, SByList(indexList, m_VertexCount));
 		});
 	if (i < count)
 		FillFarRecords(out.Slice(i, count - i));
