@@ -268,21 +268,26 @@ def main():
 		entry["seconds"] = round(time.monotonic() - begin, 1)
 		return entry
 
+	def note(entry):
+		tried.append(entry)
+		verdicts[entry["bug"]] = entry
+		with open(VERDICTS + ".new", "w", encoding="utf-8") as file:
+			file.writelines(json.dumps(verdicts[name]) + "\n" for name in sorted(verdicts))
+		os.replace(VERDICTS + ".new", VERDICTS)
+		if entry["verdict"] == "survived":
+			say("survived: %s: %s" % (entry["bug"], entry["survives"] or "unexplained"))
+		elif entry["verdict"] != "caught":
+			say("%s: %s" % (entry["verdict"], entry["bug"]))
+
 	with concurrent.futures.ThreadPoolExecutor(arguments.jobs) as pool:
 		futures = [pool.submit(judge, bug) for bug in waiting]
-		for done, future in enumerate(concurrent.futures.as_completed(futures), 1):
-			entry = future.result()
-			tried.append(entry)
-			verdicts[entry["bug"]] = entry
-			with open(VERDICTS + ".new", "w", encoding="utf-8") as file:
-				file.writelines(json.dumps(verdicts[name]) + "\n" for name in sorted(verdicts))
-			os.replace(VERDICTS + ".new", VERDICTS)
-			show_progress("%d of %d bugs" % (done, len(waiting)))
-			if entry["verdict"] == "survived":
-				say("survived: %s%s" % (
-					entry["bug"], ": " + entry["survives"] if entry["survives"] else ", unexplained"))
-			elif entry["verdict"] != "caught":
-				say("%s: %s" % (entry["verdict"], entry["bug"]))
+		try:
+			for done, future in enumerate(concurrent.futures.as_completed(futures), 1):
+				note(future.result())
+				show_progress("%d of %d bugs" % (done, len(waiting)))
+		except BaseException:  # tests that fail without a bug, or a key that ends the run: nothing more is tried
+			pool.shutdown(wait=False, cancel_futures=True)
+			raise
 	line, good = summary(tried)
 	say(line)
 	sys.exit(0 if good else 1)
