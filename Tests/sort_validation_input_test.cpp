@@ -84,6 +84,16 @@ static const SBrokenCall kSetUp[] = {
 		Constant,
 		{"Advice: The output has room for 0 of 9 particles: the lowest keys are not drawn, nor is the highest."},
 		[](CCall &call) { call.m_OutputCount = 5; }),
+	SBrokenCall("OutputOfNothingForAnEvenCount",
+		Constant,
+		{"Advice: The output has room for 0 of 8 particles: the lowest keys are not drawn, and the sort reports that "
+		 "it has no record to read."},
+		[](CCall &call)
+		{
+			call.m_Counts[3] = 1;
+			call.m_ParticleCount = 8;
+			call.m_OutputCount = 5;
+		}),
 	SBrokenCall("OutputOfOddShortfall",
 		Constant,
 		{"Advice: The output has room for 4 of 9 particles: the lowest keys are not drawn, nor is the highest."},

@@ -11,6 +11,7 @@
 #include <optional>
 
 using namespace Vexmoor;
+using namespace std::string_literals;
 
 namespace Support
 {
@@ -317,14 +318,14 @@ void CSceneMemory::Sort()
 
 void CSceneMemory::_SortChecked()
 {
-	const auto collect = [](const SSortFinding &finding, void *violations)
+	const auto collect = [](const SSortFinding &finding, void *userData)
 	{
-		if (finding.m_Kind == SortFinding_Violation)
-			*static_cast<std::string *>(violations) += std::string(finding.m_Sentence) + "\n";
+		CSceneMemory &self = *static_cast<CSceneMemory *>(userData);
+		(finding.m_Kind == SortFinding_Violation ? self.m_Violations : self.m_Advice) += finding.m_Sentence + "\n"s;
 	};
 	const auto sort = m_Scene.m_Geometry == Model::EGeometry::PerPage ? &SortTrianglesChecked : &SortPointsChecked;
 	const u32 size = m_WorkingBuffer != nullptr ? WorkingBufferSize(m_Scene) : 0;
-	const u32 violationCount = sort(*m_Sorter, WorkingBuffer(), size, collect, &m_Violations);
+	const u32 violationCount = sort(*m_Sorter, WorkingBuffer(), size, collect, this);
 	if (violationCount != std::count(m_Violations.begin(), m_Violations.end(), '\n'))
 		m_Violations += std::to_string(violationCount) + " violations are counted\n";
 }
@@ -495,6 +496,10 @@ testing::AssertionResult SortsLikeTheModel(const Model::SScene &scene, const SSc
 		                                   << "\nnot: " << testing::PrintToString(expectedReports);
 	if (!memory.Violations().empty())
 		return testing::AssertionFailure() << "broken rules:\n" << memory.Violations();
+	const bool isForetold = memory.Advice().find("report") != std::string::npos;
+	if (layout.m_IsChecked && isForetold == ExpectedReports(scene, result).empty())
+		return testing::AssertionFailure()
+		       << (isForetold ? "no report, but:\n" : "no advice tells of a report:\n") << memory.Advice();
 	const testing::AssertionResult holds = memory.Holds(result);
 	return holds ? WarningsMatch(result.m_Warnings, warnings) : holds;
 }

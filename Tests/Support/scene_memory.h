@@ -47,8 +47,9 @@ public:
 	void Protect();
 	/// Protects, then sorts points or triangles, by the scene's geometry.
 	void Sort();
-	/// The violations that a checked sort has found, in a line each.
+	/// What a checked sort has found, a sentence to a line.
 	const std::string &Violations() const { return m_Violations; }
+	const std::string &Advice() const { return m_Advice; }
 
 	/// The output and, unless the sorter allocates, the records hold the result, and nothing around them has changed.
 	testing::AssertionResult Holds(const Model::SSortResult &result) const;
@@ -82,7 +83,7 @@ private:
 	const Vexmoor::u32 *m_IndexList = nullptr;
 	const Vexmoor::CFloat4 *m_QuadCenters = nullptr;
 
-	std::string m_Violations;
+	std::string m_Violations, m_Advice;
 	CGuardedMemory m_Output;
 	std::unique_ptr<CGuardedMemory> m_WorkingBuffer;
 	Vexmoor::CTriangleSorter *m_Sorter; // one of the inputs

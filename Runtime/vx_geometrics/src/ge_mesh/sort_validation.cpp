@@ -710,9 +710,12 @@ void CSortValidation::_CheckPointRoom()
 	const u32 room = m_Sorter.m_IndexCount / width;
 	if (room >= particleCount)
 		return;
-	const bool losesLast = (particleCount - room) % 2 != 0;
+	const bool losesLast = (particleCount - room) % kRecordsPerAccess != 0;
+	const char *const further = losesLast   ? ", nor is the highest"
+	                            : room == 0 ? ", and the sort reports that it has no record to read"
+	                                        : "";
 	_Advice("The output has room for %u of %u particle%s: the lowest keys are not drawn%s.", room, particleCount,
-		PluralOf(particleCount), losesLast ? ", nor is the highest" : "");
+		PluralOf(particleCount), further);
 }
 
 // Particles of constant geometry have their vertices in order.
