@@ -188,6 +188,7 @@ void WarnAtSite(const char *siteKey, const char *message)
 		batch->_Add(siteKey, message);
 }
 
+// cppcheck-suppress uninitMemberVar ; sites are written before they count
 CWarningBatch::CWarningBatch()
 	: m_Outer(s_Batch)
 	, m_Hazards(&Profiler::CHazards::CurrentThreadHazards())

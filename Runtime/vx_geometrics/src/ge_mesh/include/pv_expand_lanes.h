@@ -66,10 +66,10 @@ struct SOffsets3
 	{
 	}
 	explicit VX_INLINE SOffsets3(__m128i b0b1b2b3)
+		: b0b0b0b1(Shuffle<1, 0, 0, 0>(b0b1b2b3))
+		, b1b1b2b2(Shuffle<2, 2, 1, 1>(b0b1b2b3))
+		, b2b3b3b3(Shuffle<3, 3, 3, 2>(b0b1b2b3))
 	{
-		b0b0b0b1 = Shuffle<1, 0, 0, 0>(b0b1b2b3);
-		b1b1b2b2 = Shuffle<2, 2, 1, 1>(b0b1b2b3);
-		b2b3b3b3 = Shuffle<3, 3, 3, 2>(b0b1b2b3);
 	}
 };
 
