@@ -116,7 +116,10 @@ for section in "$@"; do
 		Tools/abi.sh
 		;;
 	fuzz) Tools/fuzz.sh "$fuzzSeconds" ;;
-	bugs) Tools/bugs.py --check ;;
+	bugs)
+		Tools/bugs.py --check
+		Tools/bugs.py --short --jobs "$(nproc)"
+		;;
 	*) test_preset "$section" ;;
 	esac
 done

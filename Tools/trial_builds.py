@@ -111,9 +111,9 @@ def compile_object(configuration, tree, source, target, include_directories, cac
 	return result.returncode == 0, result.stderr
 
 
-def link(configuration, objects, target):
+def link(configuration, objects, target, options):
 	command = [configuration.compiler] + [flag for flag in configuration.flags if flag.startswith("-fsanitize")]
-	command += objects + ["-o", target] + configuration.libraries
+	command += objects + ["-o", target] + options + configuration.libraries
 	return subprocess.run(command, capture_output=True, text=True)
 
 
@@ -181,21 +181,27 @@ class Suite:
 					fail("%s does not compile:\n%s" % (source, error))
 				show_progress("%s: built %d of %d" % (configuration.name, done, len(sources)))
 		binary = os.path.join(self.work, "tests")
-		linked = link(configuration, [object_of(self.directory, source) for source in sources], binary)
+		objects = [object_of(self.directory, source) for source in sources]
+		linked = link(configuration, objects, binary, self.link_options)
 		if linked.returncode != 0:
 			fail("the tests do not link:\n" + linked.stderr)
 		self.batches = self._measure(binary)
 
 	def _read_targets(self):
-		"""What Tests/CMakeLists.txt says of the tests: sources, include folders, and which run on narrower registers too."""
+		"""What Tests/CMakeLists.txt says of the tests: sources, include folders, options of the linker, and which tests run
+		on narrower registers too."""
 		text = read_text(os.path.join(self.base, "Tests", "CMakeLists.txt"))
 
 		def listed(command):
-			arguments = re.search(r"\b%s\(\s*%s\s([^)]*)\)" % (command, self.configuration.target), text).group(1)
-			return [os.path.normpath("Tests/" + each) for each in arguments.split() if each != "PRIVATE"]
+			found = re.search(r"\b%s\(\s*%s\s([^)]*)\)" % (command, self.configuration.target), text)
+			return [each for each in found.group(1).split() if each != "PRIVATE"] if found else []
 
-		self.tests = [source for source in listed("add_executable") if source.endswith(".cpp")]
-		self.include_directories = INCLUDE_DIRECTORIES + listed("target_include_directories")
+		def paths(command):
+			return [os.path.normpath("Tests/" + each) for each in listed(command)]
+
+		self.tests = [source for source in paths("add_executable") if source.endswith(".cpp")]
+		self.include_directories = INCLUDE_DIRECTORIES + paths("target_include_directories")
+		self.link_options = [each.replace("LINKER:", "-Wl,") for each in listed("target_link_options")]
 		self.wide_tests = re.search(r"--lanes=.*--gtest_filter=(\S+)", text).group(1).split(":")
 
 	def _includes_of(self, source):
@@ -279,7 +285,7 @@ class Job:
 		objects = [object_of(self.directory, source) for source in rebuilt]
 		objects += [object_of(suite.directory, source) for source in kept]
 		binary = os.path.join(self.directory, "tests")
-		if link(configuration, objects, binary).returncode != 0:
+		if link(configuration, objects, binary, suite.link_options).returncode != 0:
 			return "does not compile", None
 
 		key = (configuration.name, *paths)
