@@ -216,6 +216,7 @@ TEST(SortCapture, EveryGeometryAndSortType_ReplaysACallWithoutFindings)
 TEST(SortCapture, File_IsAsDocumented)
 {
 	CCall call(Quads);
+	call.m_WorkingBufferSize += u64(7) << 32;
 	call.SetUp();
 	const CFile file = CaptureOf(call);
 	u64 offset = 0;
@@ -252,7 +253,7 @@ TEST(SortCapture, File_IsAsDocumented)
 	expectWords({3, 4, 0});
 	expectWords({1});
 	expectPlace(call.m_WorkingBuffer);
-	expectWords({u32(call.m_WorkingBufferSize), 0});
+	expectWords({u32(call.m_WorkingBufferSize), 7});
 	EXPECT_EQ(offset, kRenderedCounts);
 	expectView(4, 4, call.m_Counts);
 	expectWords({4, 0, 3, 2});
@@ -814,6 +815,44 @@ TEST(SortCapture, ViewsThatCannotBeRead_AreRefusedBeforeAnythingIsWritten)
 		const CExpectReports noReports;
 		EXPECT_FALSE(WriteSortCapture(
 			call.m_Sorter, call.m_WorkingBuffer, call.m_WorkingBufferSize, SortCapture_Input, fail, null));
+	}
+}
+
+TEST(SortCapture, StridesOfNoPages_AreNotWritten)
+{
+	CTriangleSorter sorter;
+	CFile files[2];
+	for (const u32 i : {0u, 1u})
+	{
+		const u32 stride = 16 * (i + 1);
+		sorter.Setup_InputPageCache({null, 0, stride}, {null, 0, stride}, {null, 0, stride}, 0);
+		EXPECT_TRUE(WriteSortCapture(sorter, null, 0, SortCapture_Input, Append, &files[i]));
+	}
+	EXPECT_TRUE(files[0] == files[1]);
+}
+
+TEST(SortCapture, SorterInsideALine_LiesInsideIt)
+{
+	alignas(16) u8 memory[8 + sizeof(CTriangleSorter)];
+	CTriangleSorter *const sorter = new (memory + 8) CTriangleSorter;
+	CFile file;
+	EXPECT_TRUE(WriteSortCapture(*sorter, null, 0, SortCapture_Input, Append, &file));
+	sorter->~CTriangleSorter();
+	EXPECT_EQ(PlaceAt(file, 20), 8u);
+}
+
+// The list is long enough to be handed over from where it lies. How much waits before it is up to the pattern, and may be
+// nothing.
+TEST(SortCapture, LongPieceAfterAnyNumberOfWords_LeavesNoEmptyPiece)
+{
+	CCall call(List);
+	const std::vector<u32> entries(2'000, 0);
+	call.m_IndexList = TMemoryView<const u32>(entries.data(), u32(entries.size()));
+	for (u32 width = 0; width < 1'024; ++width)
+	{
+		call.m_Pattern.assign(width, 0);
+		call.SetUp();
+		EXPECT_GT(CaptureOf(call).size(), 4 * entries.size()); // Append expects a byte in every piece
 	}
 }
 

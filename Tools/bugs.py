@@ -55,7 +55,7 @@ SHORT = [
 	"expand-u32-x6-second-record-first", "expand-three-words-base-in-low-half-alone", "expand-u16-x3-offset-without-odd",
 	"sums-inclusive-sse2", "ranks-include-equal-keys-sse2",
 ]
-SHORT_TESTS = ["expand_vector", "expand_scalar", "wide_lanes"]
+SHORT_TESTS = ["expand_vector_test", "expand_scalar_test", "wide_lanes_test"]
 
 
 class Malformed(Exception):

@@ -44,24 +44,25 @@ OLD_PROCESSOR = SUITE._replace(name="old-processor", prefix=["qemu-x86_64", "-cp
 	limited=False, packages=SUITE.packages + ["qemu-user"])
 CONFIGURATIONS = {each.name: each for each in (SUITE, NO_ASSERTIONS, THREADS, OLD_PROCESSOR)}
 
-# Tests that instantiate a header's code in their own object. They are built anew when the header changes; all other
+# Sources of Tests/ that instantiate a header's code in their own object. They are built anew when the header changes; all other
 # tests see the change through the objects built anew, which come first in the link and so bring the version that counts.
-TESTS_OF_HEADER = {
-	"kr_containers_array.h": ["containers_array"],
-	"kr_iterators.h": ["memory_views"],
-	"kr_log_unique.h": ["log_unique"],
-	"kr_mem.h": ["scratch_memory"],
-	"kr_memoryviews.h": ["memory_views"],
-	"kr_profiler.h": ["profiler"],
-	"kr_refptr.h": ["log_unique", "diagnostics"],
-	"kr_sort.h": ["quick_sort", "radix_sort", "wide_lanes"],
-	"kr_string.h": ["log_unique", "diagnostics"],
-	"simd_vector.h": ["simd_vector"],
-	"vx_assert.h": ["diagnostics"],
-	"vx_compiler.h": ["diagnostics"],
-	"vx_defs.h": ["memory_views"],
-	"vx_maths_vector.h": ["memory_views", "simd_vector"],
-	"ge_mesh_triangle_sorter.h": ["sorter_configuration", "working_buffers"],
+SOURCES_OF_HEADER = {
+	"kr_containers_array.h": ["containers_array_test"],
+	"kr_iterators.h": ["memory_views_test"],
+	"kr_log_unique.h": ["log_unique_test"],
+	"kr_mem.h": ["scratch_memory_test"],
+	"kr_memoryviews.h": ["memory_views_test"],
+	"kr_profiler.h": ["profiler_test"],
+	"kr_refptr.h": ["log_unique_test", "diagnostics_test"],
+	"kr_sort.h": ["quick_sort_test", "radix_sort_test", "wide_lanes_test"],
+	"kr_string.h": ["log_unique_test", "diagnostics_test"],
+	"pv_first_answer.h": ["wide_lanes_test"],
+	"simd_vector.h": ["simd_vector_test"],
+	"vx_assert.h": ["diagnostics_test"],
+	"vx_compiler.h": ["diagnostics_test"],
+	"vx_defs.h": ["memory_views_test"],
+	"vx_maths_vector.h": ["memory_views_test", "simd_vector_test"],
+	"ge_mesh_triangle_sorter.h": ["sorter_configuration_test", "working_buffers_test", "Support/scene_memory"],
 }
 
 
@@ -159,14 +160,14 @@ class Suite:
 	"""The tests as they are without a change: objects, binary, and batches of tests with the cheapest first."""
 
 	def __init__(self, work, base, configuration, jobs, test_files=None):
-		"""Of all tests, or of those in some files of Tests/, named as in TESTS_OF_HEADER."""
+		"""Of all tests, or of those in some files of Tests/, named as in SOURCES_OF_HEADER."""
 		subprocess.run([os.path.join(ROOT, "Tools", "install_packages.sh"), *configuration.packages], check=True)
 		self.configuration = configuration
 		self.base = base
 		self.runtime = files_of_runtime(base, ".cpp")
 		self._read_targets()
 		if test_files is not None:
-			kept = {"Tests/%s_test.cpp" % name for name in test_files}
+			kept = {"Tests/%s.cpp" % name for name in test_files}
 			self.tests = [source for source in self.tests if source in kept or not source.endswith("_test.cpp")]
 		self.includes = {source: self._includes_of(source) for source in self.runtime}
 		self.work = os.path.join(work, configuration.name)
@@ -249,7 +250,7 @@ class Suite:
 		"""The sources to build anew when these files of Runtime/ change."""
 		names = {os.path.basename(path) for path in paths}
 		sources = [source for source in self.runtime if source in paths or names & self.includes[source]]
-		of_headers = {"Tests/%s_test.cpp" % test for name in names for test in TESTS_OF_HEADER.get(name, [])}
+		of_headers = {"Tests/%s.cpp" % source for name in names for source in SOURCES_OF_HEADER.get(name, [])}
 		return sources + [source for source in self.tests if source in of_headers]
 
 

@@ -88,8 +88,10 @@ CSceneMemory::CSceneMemory(const Model::SScene &scene, const SSceneLayout &layou
 	_AddGeometry();
 
 	m_Sorter = new (_AddInput(sizeof(CTriangleSorter), 0)) CTriangleSorter;
-	_SetUpEarlierCall(1);
-	_SetUpEarlierCall(0);
+	// What is kept where counts agree shows in one half of the scenes, and what is left where they do not in the other.
+	const u32 lastCountsMore = m_Scene.m_ParticleCount % 2;
+	_SetUpEarlierCall(1 - lastCountsMore);
+	_SetUpEarlierCall(lastCountsMore);
 	SetUpOutput(*m_Sorter);
 	SetUpInput(*m_Sorter);
 	SetUpGeometry(*m_Sorter);
