@@ -7,6 +7,7 @@
 #include "fill_calls.h"
 #include "scene_memory.h"
 #include <algorithm>
+#include <bitset>
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -251,6 +252,42 @@ TEST(PageCacheFill, PageWithEveryByteSet_MapsOneToOne)
 		std::fill(expected.begin() + 1 + std::ptrdiff_t(drawn), expected.end(), kFiller);
 		EXPECT_TRUE(SameRecords(expected, Filled(scene))) << drawn;
 	}
+}
+
+// More pages than 16 bits count, of two particles each. Which one is enabled follows from the bits of the page's number, so
+// a number cut to 8 or 16 bits finds bytes that enable the other one.
+TEST(PageCacheFill, MorePagesThan16BitsCount_HaveEnabledBytesOfTheirOwn)
+{
+	constexpr u32 kPageCount = 65'537;
+	const u8 bytes[2][2] = {
+		{1, 0},
+        {0, 1}
+    };
+	std::vector<float> values(2 * kPageCount, -1.0f);
+	std::vector<TStridedMemoryView<const float>> valuePages;
+	std::vector<TStridedMemoryView<const u8>> enabledPages;
+	const std::vector<u32> renderedCounts(kPageCount, 1);
+	for (u32 page = 0; page < kPageCount; ++page)
+	{
+		const u32 enabled = std::bitset<32>(page).count() % 2;
+		values[2 * page + enabled] = float(kPageCount - page);
+		valuePages.emplace_back(&values[2 * page], 2, u32(sizeof(float)));
+		enabledPages.emplace_back(bytes[enabled], 2, 1);
+	}
+	u32 pattern[1] = {0};
+	std::vector<u32> output(kPageCount);
+	const CGuardedMemory workingBuffer(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kPageCount));
+
+	CTriangleSorter sorter;
+	sorter.Setup_OutputIndexBuffer({output.data(), kPageCount}, kPageCount);
+	sorter.Setup_InputPageCache({valuePages.data(), kPageCount, sizeof(valuePages[0])},
+		{enabledPages.data(), kPageCount, sizeof(enabledPages[0])}, {renderedCounts.data(), kPageCount, sizeof(u32)},
+		kPageCount);
+	sorter.Setup_Geometry(TMemoryView<u32>(pattern, 1), 1);
+	const CExpectReports none;
+	sorter.SortPoints_AutogenIndices(workingBuffer.Data());
+	for (u32 i = 0; i < kPageCount; ++i)
+		ASSERT_EQ(output[i], kPageCount - 1 - i);
 }
 
 // Counts decide, not bytes: a page that draws as many particles as it has bytes is taken as it lies.

@@ -7,6 +7,7 @@
 #include "random_scene.h"
 #include "scene_memory.h"
 #include <algorithm>
+#include <bitset>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
@@ -519,4 +520,46 @@ TEST(TriangleSort, Scopes_FollowEachOtherWithTheirColours)
 			ExpectNode(*scopes.Nodes()[6], "ApplySortingToIndices", 0.0f, 0.08f, 0.9f);
 		}
 	}
+}
+
+// More pages than 16 bits count. Which way round a page's triangles go follows from the bits of the page's number, so a
+// number cut to 8 or 16 bits finds a pattern that goes the other way. Two of them per page keep records aligned.
+TEST(TriangleSort, MorePagesThan16BitsCount_HavePatternsOfTheirOwn)
+{
+	constexpr u32 kPageCount = 65'537;
+	u32 entries[2][6] = {
+		{0, 1, 2, 0, 1, 2},
+        {2, 1, 0, 2, 1, 0}
+    };
+	std::vector<float> values(kPageCount);
+	std::vector<TStridedMemoryView<const float>> valuePages;
+	std::vector<CTriangleSorter::CIndexPattern> patterns;
+	std::vector<u32> expected;
+	for (u32 page = 0; page < kPageCount; ++page)
+	{
+		const u32(&pagesEntries)[6] = entries[std::bitset<32>(page).count() % 2];
+		values[page] = float(page);
+		valuePages.emplace_back(&values[page], 1, u32(sizeof(float)));
+		patterns.emplace_back(TMemoryView<const u32>(pagesEntries, 6));
+		for (const u32 entry : pagesEntries)
+			expected.push_back(3 * page + entry);
+	}
+	const std::vector<TStridedMemoryView<const u8>> enabledPages(kPageCount);
+	const std::vector<u32> renderedCounts(kPageCount, 1);
+	const std::vector<u32> vertexCounts(kPageCount, 3);
+	const u32 indexCount = u32(expected.size());
+	std::vector<u32> output(indexCount);
+	const CGuardedMemory workingBuffer(CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(indexCount));
+
+	CTriangleSorter sorter;
+	sorter.Setup_OutputIndexBuffer({output.data(), indexCount}, 3 * kPageCount);
+	sorter.Setup_InputPageCache({valuePages.data(), kPageCount, sizeof(valuePages[0])},
+		{enabledPages.data(), kPageCount, sizeof(enabledPages[0])}, {renderedCounts.data(), kPageCount, sizeof(u32)},
+		kPageCount);
+	sorter.Setup_Geometry(TMemoryView<const CTriangleSorter::CIndexPattern>(patterns.data(), kPageCount),
+		TMemoryView<const u32>(vertexCounts.data(), kPageCount), indexCount);
+	const CWarningRecorder quiet;
+	const CExpectReports none;
+	sorter.SortTriangles_AutogenIndices(workingBuffer.Data());
+	EXPECT_TRUE(output == expected);
 }
