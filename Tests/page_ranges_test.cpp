@@ -176,6 +176,19 @@ TEST(PageRanges, ParticleBeyondTheTotal_IsReported)
 	EXPECT_EQ(at.m_OffsetInRendered, 0u);
 }
 
+TEST(PageRanges, CountsThatAddUpBeyond32Bits_AreFollowed)
+{
+	const CExpectReports none;
+	const u32 counts[] = {0xFFFFFFFFu, 5};
+	const TStridedMemoryView<const u8> enableds[2];
+	CTriangleSorter sorter;
+	sorter.Setup_InputPageCache({}, {enableds, 2, sizeof(enableds[0])}, {counts, 2, sizeof(u32)}, 0);
+	const Model::SLocation at = Located(sorter, 0xFFFFFFFFu);
+	EXPECT_EQ(at.m_Page, 1u);
+	EXPECT_EQ(at.m_OffsetInPage, 0u);
+	EXPECT_EQ(at.m_OffsetInRendered, 0u);
+}
+
 TEST(PageRanges, NoPages_HoldOneEnd)
 {
 	const CExpectReports none;
