@@ -138,6 +138,28 @@ TEST(LogUnique, ThreadsTouchingAtOnce_LoseNoTouch)
 	}
 }
 
+TEST(LogUnique, SnapshotsWhileAThreadTouches_HoldWholeEntries)
+{
+	constexpr std::size_t kKeyCount = 200;
+	CLogUniqueCollection collection;
+	collection.SetFirstTouchHandler([](const CLogUniqueCollection::SEntry &, void *) {}, null);
+	std::thread thread(
+		[&collection]
+		{
+			for (std::size_t i = 0; i < kKeyCount; ++i)
+				collection.Touch(std::to_string(i).c_str(), "a message");
+		});
+	for (std::size_t count = 0; count < kKeyCount;)
+	{
+		const std::vector<CLogUniqueCollection::SEntry> entries = collection.Snapshot();
+		EXPECT_GE(entries.size(), count);
+		count = entries.size();
+		for (std::size_t i = 0; i < count; ++i)
+			EXPECT_EQ(entries[i].m_Key, std::to_string(i));
+	}
+	thread.join();
+}
+
 TEST(PerformanceWarning, Registry_IsTheProcessWideCollection)
 {
 	ASSERT_NE(CPerfHotspotsRegistry::Registry(), nullptr);
