@@ -237,12 +237,15 @@ public:
 		return 2 * GetSortedTrisWorkingBufferSize(indexCount) + GetTriIndicesWorkingBufferSize(indexCount);
 	}
 	/// Bytes of one array of triangle records.
-	static u32 GetSortedTrisWorkingBufferSize(u32 indexCount)
+	VX_WRAPS static u32 GetSortedTrisWorkingBufferSize(u32 indexCount)
 	{
 		return _AlignedRecordCount(indexCount / 3) * u32(sizeof(SIndexAndDepth));
 	}
 	/// Bytes of the unsorted indices: 4 per index, whatever their type.
-	static u32 GetTriIndicesWorkingBufferSize(u32 indexCount) { return ((indexCount + 1) & ~1u) * u32(sizeof(u32)); }
+	VX_WRAPS static u32 GetTriIndicesWorkingBufferSize(u32 indexCount)
+	{
+		return ((indexCount + 1) & ~1u) * u32(sizeof(u32));
+	}
 
 	///@{
 	/// Record array 0 or 1 of a point sort's working buffer. Array 0 comes first and receives the sorted records. An
@@ -392,7 +395,7 @@ private:
 	friend class CSortCapture;    // reads what is set up, see ge_mesh_sort_capture.h
 	friend class CSortValidation; // the same, see ge_mesh_sort_validation.h
 
-	static u32 _AlignedRecordCount(u32 recordCount) { return (recordCount + 1) & ~1u; }
+	VX_WRAPS static u32 _AlignedRecordCount(u32 recordCount) { return (recordCount + 1) & ~1u; }
 
 	// What the public functions of like names return, without their end at 32 bits.
 	static u64 _PointWorkingBufferSize(u32 elementCount)
