@@ -398,11 +398,12 @@ TYPED_TEST(ExpandQuadsTest, CenterOutOfView_ReportedAndRunOn)
 
 TYPED_TEST(ExpandQuadsTest, MoreThan16Quads_ReportedAndNothingOutsideIsTouched)
 {
-	for (const u32 quadCount : {17u, 32u})
+	// With so many that a key beyond its array would not find the stack's slack, but what the function returns with.
+	for (const u32 quadCount : {17u, 32u, 128u})
 	{
 		CReportRecorder reports;
 		SQuadCall call = RandomCall(quadCount, 0, 3, 8);
-		call.m_Centers.resize(call.m_Centers.size() + 32, At(1));
+		call.m_Centers.resize(call.m_Centers.size() + quadCount, At(1));
 		call.m_Pattern = Iota(0, quadCount * 6);
 		const std::vector<u32> indices = ExpandQuads<TypeParam>(call);
 
