@@ -35,9 +35,12 @@ TEST(LogUnique, TouchesOfAKey_CountAndKeepTheFirstMessage)
 	collection.Touch("a", "first of a");
 	collection.Touch("b", "second of b");
 	collection.Touch("B", "another key");
+	collection.Touch("bb", "one that begins like another");
 	collection.Touch("b", "third of b");
-	EXPECT_EQ(Contents(collection),
-		(std::vector<std::string>{"b: first of b x 3", "a: first of a x 1", "B: another key x 1"}));
+	collection.Touch("", "that all begin with");
+	EXPECT_EQ(
+		Contents(collection), (std::vector<std::string>{"b: first of b x 3", "a: first of a x 1", "B: another key x 1",
+								  "bb: one that begins like another x 1", ": that all begin with x 1"}));
 }
 
 TEST(LogUnique, Keys_AreComparedAsText)

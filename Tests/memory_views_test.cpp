@@ -190,6 +190,9 @@ TEST(MemoryView, SliceIFP_OfAnEmptyViewIsEmptyAndElseASlice)
 {
 	CExpectReports reports{kSliceText};
 	u32 elements[8];
+	EXPECT_TRUE(TMemoryView<u32>(null, 3).Empty());
+	EXPECT_TRUE(TMemoryView<u32>(elements, 0).Empty());
+	EXPECT_FALSE(TMemoryView<u32>(elements, 1).Empty());
 	EXPECT_TRUE(TMemoryView<u32>().SliceIFP(3, 4).Empty());
 	const TMemoryView<u32> view(elements, 8);
 	EXPECT_EQ(view.SliceIFP(3, 4).Data(), elements + 3);
@@ -396,6 +399,14 @@ TEST(StridedMemoryView, ByteOffsets_WrapAt32Bits)
 	EXPECT_EQ(beyond.DataEnd(), elements + 2);
 }
 
+// An address alone: nothing lies there.
+TEST(StridedMemoryView, ElementsBehindHalfTheOffsets_LieBehindTheFirst)
+{
+	float element = 0;
+	const TStridedMemoryView<float> view(&element, 2, 0x80000000u);
+	EXPECT_EQ(reinterpret_cast<ureg>(view.AddressOf(1)) - reinterpret_cast<ureg>(&element), ureg(0x80000000u));
+}
+
 TEST(StridedMemoryView, Slice_ReportsWhatLeavesTheView)
 {
 	struct SCase
@@ -522,8 +533,13 @@ TEST(StridedIterator, OfAVirtualView_StaysOnOneElement)
 {
 	CExpectReports reports{"_CanAccess(0)"};
 	u32 element = 7;
-	auto it = TStridedMemoryView<u32>(&element, 3, 0).Begin();
+	const auto first = TStridedMemoryView<u32>(&element, 3, 0).Begin();
+	auto it = first;
 	for (u32 i = 0; i < 3; ++i, ++it)
+	{
 		EXPECT_EQ(&*it, &element);
+		EXPECT_EQ(it == first, i == 0) << "positions decide, not addresses";
+		EXPECT_EQ(it != first, i != 0);
+	}
 	EXPECT_EQ(&*it, &element); // the fourth of three
 }

@@ -517,7 +517,12 @@ struct SBrokenCall
 		u32 pattern = 0;
 		std::vector<u32> output(kParticleCount);
 
+		// The sorter has had an input before, with a view of enabled bytes for every page.
+		const std::vector<TStridedMemoryView<const u8>> earlierEnableds(m_CountPages);
+		const CTriangleSorter::CEnabledPages earlierPages(earlierEnableds.data(), m_CountPages, 16);
 		CTriangleSorter sorter;
+		sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(), earlierPages, counts, 1, CFloat3());
+		sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(), earlierPages, counts, 1);
 		sorter.Setup_OutputIndexBuffer({output.data(), kParticleCount}, 100);
 		if (m_Walker.m_SortType == Model::ESortType::ByPosition)
 			sorter.Setup_InputPageCache({positions.As<TStridedMemoryView<const CFloat3>>(), m_SourcePages, 16},

@@ -248,23 +248,28 @@ TEST(TraceRecorder, TooLittleMemory_DropsEverything)
 // The bytes around it are somebody else's.
 TEST(TraceRecorder, MemoryOfAnyAddress_IsUsedWithinItsBounds)
 {
-	constexpr u64 kSize = 2 * CTraceRecorder::kBlockSize + 63;
-	for (u64 offset = 0; offset < 64; ++offset)
+	// As many bytes as skipping to a multiple of 64 may take, and none: then there is room for one block less.
+	for (const u64 spareBytes : {63u, 0u})
 	{
-		std::vector<u8> bytes(kSize + 128, 0xCD);
-		u8 *const start = bytes.data() + offset;
+		const u64 size = 3 * CTraceRecorder::kBlockSize + spareBytes;
+		for (u64 offset = 0; offset < 64; ++offset)
 		{
-			CTraceRecorder recorder(start, kSize);
-			for (u32 i = 0; i < 2 * kScopesPerBlock; ++i)
+			std::vector<u8> bytes(size + 128, 0xCD);
+			u8 *const start = bytes.data() + offset;
+			const u64 skipped = (0 - reinterpret_cast<ureg>(start)) % 64;
 			{
-				CTraceRecorder::OnScope(kOuter, true, &recorder);
-				CTraceRecorder::OnScope(kOuter, false, &recorder);
+				CTraceRecorder recorder(start, size);
+				for (u32 i = 0; i < 3 * kScopesPerBlock; ++i)
+				{
+					CTraceRecorder::OnScope(kOuter, true, &recorder);
+					CTraceRecorder::OnScope(kOuter, false, &recorder);
+				}
+				EXPECT_EQ(recorder.DroppedCount(), (skipped <= spareBytes ? 1 : 2) * kScopesPerBlock);
 			}
-			EXPECT_EQ(recorder.DroppedCount(), kScopesPerBlock);
+			const auto isUntouched = [](u8 byte) { return byte == 0xCD; };
+			EXPECT_TRUE(std::all_of(bytes.data(), start + skipped, isUntouched));
+			EXPECT_TRUE(std::all_of(start + size, bytes.data() + bytes.size(), isUntouched));
 		}
-		const auto isUntouched = [](u8 byte) { return byte == 0xCD; };
-		EXPECT_TRUE(std::all_of(bytes.data(), start, isUntouched));
-		EXPECT_TRUE(std::all_of(start + kSize, bytes.data() + bytes.size(), isUntouched));
 	}
 }
 
@@ -289,6 +294,35 @@ TEST(TraceRecorder, ScopesNestedTooDeep_AreDroppedAndTheRestIsWhole)
 		ASSERT_EQ(events[i]["ph"], "X") << i;
 		EXPECT_LE(End(events[i]), End(events[i - 1]) + 0.0005);
 	}
+}
+
+// A scope for which there is no memory, inside one of the same site that was recorded before the memory ran out.
+TEST(TraceRecorder, EndOfADroppedScope_EndsNoneAroundIt)
+{
+	CRecording recording(2);
+	recording.Scopes(kScopesPerBlock - 1);
+	recording.Enter(kInner);
+	recording.Enter(kInner);
+	EXPECT_EQ(recording.Recorder().DroppedCount(), 1u);
+	recording.Leave(kInner);
+	EXPECT_EQ(recording.Events().back()["ph"], "B") << "the outer one is open";
+	recording.Leave(kInner);
+	EXPECT_EQ(recording.Events().back()["ph"], "X");
+}
+
+// As where a hook is taken away and set again in the middle of things.
+TEST(TraceRecorder, ScopeLeftWithOthersInside_IsTheInnermostOfItsSiteNoMore)
+{
+	CRecording recording(6);
+	for (u32 i = 0; i < 2 * CTraceRecorder::kMaxDepth; ++i)
+	{
+		recording.Enter(kOuter);
+		recording.Enter(kInner);
+		recording.Leave(kOuter);
+	}
+	EXPECT_EQ(recording.Recorder().DroppedCount(), 0u) << "what nobody ends takes no room among the open ones";
+	for (const json &event : recording.Events())
+		EXPECT_EQ(event["ph"], event["name"] == "outer" ? "X" : "B");
 }
 
 TEST(TraceRecorder, Texts_AreEscaped)

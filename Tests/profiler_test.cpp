@@ -139,6 +139,7 @@ TEST(Profiler, Colors_ArePackedLowByteFirst)
 		{CFloat4(0.0f, 0.0f,  1.0f, 0.0f), 0x00FF0000u, 0x000000FFu},
 		{CFloat4(0.0f, 0.0f,  0.0f, 1.0f), 0xFF000000u, 0xFF000000u},
 		{CFloat4(0.2f, 0.4f,  0.6f, 0.8f), 0xCC996633u, 0xCC336699u},
+		{CFloat4(0.5f, 0.1f,  0.3f, 0.7f), 0xB34D1A80u, 0xB3801A4Du}, // 127.5, 25.5, 76.5 and 178.5, as floats have them
 		{CFloat4(2.0f, -1.0f, 0.0f, 9.0f), 0xFF0000FFu, 0xFFFF0000u}, // clamped
 	};
 	for (const SCase &row : cases)

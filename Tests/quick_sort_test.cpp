@@ -421,6 +421,7 @@ TEST(SortEntry, MoreRecordsThanAreRanked_AreRefused)
 	CRecords records;
 	for (u32 i = 0; i < 200; ++i)
 		records.push_back({200 - i, i});
+	EXPECT_TRUE(CountingRankSort(CIterator(), 0, CIterator())) << "no two of no records have equal keys";
 	for (const u32 count : {SortLanes::kMaxRankedCount, SortLanes::kMaxRankedCount + 1, 200u})
 	{
 		const bool fits = count <= SortLanes::kMaxRankedCount;

@@ -147,11 +147,11 @@ TEST(ScratchMemory, Hook_GetsEveryArgument)
 	EXPECT_EQ(host.m_Line, 123);
 	EXPECT_EQ(host.m_Function, "function()");
 
-	Mem::_RawFree(block, Mem::AllocType_Particle, Mem::Origin_Alloc, "other", "elsewhere.cpp", 7, "release()");
+	Mem::_RawFree(block, Mem::AllocType_Debug, Mem::Origin_Alloc, "other", "elsewhere.cpp", 7, "release()");
 	Mem::SetAllocator(null);
 	EXPECT_EQ(host.m_Frees, 1u);
 	EXPECT_EQ(host.m_Ptr, block);
-	EXPECT_EQ(host.m_Type, Mem::AllocType_Particle);
+	EXPECT_EQ(host.m_Type, Mem::AllocType_Debug);
 	EXPECT_EQ(host.m_Origin, Mem::Origin_Alloc);
 	EXPECT_EQ(host.m_Module, "other");
 	EXPECT_EQ(host.m_File, "elsewhere.cpp");

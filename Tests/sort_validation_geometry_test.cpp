@@ -42,6 +42,33 @@ static const SBrokenCall kPoints[] = {
 			call.m_Pattern.push_back(3);
 			call.m_OutputCount = 63;
 		}),
+	SBrokenCall("PatternOf12In16BitsAtAnyAddress",
+		Constant,
+		{"Advice: The output has room for 8 of 9 particles: the lowest keys are not drawn, nor is the highest."},
+		[](CCall &call)
+		{
+			call.m_Pattern = {0, 1, 2, 0, 2, 3, 0, 1, 2, 0, 2, 3};
+			call.m_OutputCount = 8 * 12 + 1;
+			call.Output16();
+			call.m_Output = BytesPast<u16>(call.m_Output, sizeof(u16));
+			--call.m_OutputCount;
+		}),
+	SBrokenCall("ListEntryBeyondVerticesDrawsVertex0BeyondTheType",
+		List,
+		{"Advice: Page 3, particle 7: its list entry is 100, but the vertex count is 36: it draws vertex 0's, as if "
+		 "infinitely far.",
+			"Advice: Page 0, particle 0: its largest index is 70000, but the vertex count is 36.",
+			"Advice: Page 2, particle 4: its largest index is 70016, but the vertex count is 36.",
+			"Advice: Page 3, particle 8: its largest index is 70032, but the vertex count is 36.",
+			"Page 0, particle 0: its largest index is 70000, but indices of 16 bits end at 65534.",
+			"Page 2, particle 4: its largest index is 70016, but indices of 16 bits end at 65534.",
+			"Page 3, particle 7: its largest index is 70000, but indices of 16 bits end at 65534."},
+		[](CCall &call)
+		{
+			call.Output16();
+			call.m_Pattern[5] = 70000;
+			call.m_Entries[7] = 100;
+		}),
 	SBrokenCall("PatternEntryBeyondVertices",
 		Constant,
 		{"Advice: Entry 4 of the index pattern is 4, but the vertices per particle are 4: it draws a vertex of a later "
@@ -360,6 +387,20 @@ static const SBrokenCall kTriangles[] = {
 		Triangles,
 		{"The particles of page 2 have 0 vertices each, but need at least 1."},
 		[](CCall &call) { call.m_VertexCounts[2] = 0; }),
+	SBrokenCall("TriangleIndicesBeyond32Bits",
+		Triangles,
+		{"The pages draw 4295098392 indices, but the index count is 36.",
+			"Advice: The vertex count of 30 has room for 10 of the 65536 particles of page 0.",
+			"Advice: The first particle of page 2 ends at vertex 34, but the vertex count is 30: pages from there on "
+			"are "
+			"not drawn."},
+		[](CCall &call)
+		{
+			SetPattern(call.m_Patterns[0], std::vector<u32>(0x10002));
+			call.m_Values[0] = {call.m_Values[0].Data(), 0x10000, 0};
+			call.m_Counts[0] = 0x10000;
+			call.m_ParticleCount = 0x10000 + 5;
+		}),
 	SBrokenCall("IndexCountTooLow",
 		Triangles,
 		{"The pages draw 36 indices, but the index count is 33."},
@@ -496,6 +537,17 @@ static const SBrokenCall kMemory[] = {
 			"Advice: The output has room for 12 of 178956971 triangles: the lowest keys are not drawn.",
 			"The sort needs 5010795208 bytes of working buffer, but sizes end at 4294967295."},
 		[](CCall &call) { call.m_IndexCount = 0x20000001u; }),
+	SBrokenCall("OutputInTheUnusedPartOfTheWorkingBuffer",
+		Constant,
+		{"Advice: The output has room for 2 of 9 particles: the lowest keys are not drawn, nor is the highest."},
+		[](CCall &call)
+		{
+			const u32 needed = CTriangleSorter::GetAutogenIndicesWorkingBufferSize(CCall::kParticleCount);
+			call.m_WorkingBuffer = call.m_Output;
+			call.m_WorkingBufferSize = call.m_OutputCount * sizeof(u32);
+			call.m_Output = BytesPast<u32>(call.m_Output, needed);
+			call.m_OutputCount = 12;
+		}),
 	SBrokenCall("WorkingBufferOnOutput",
 		Constant,
 		{"The working buffer overlaps the output by 128 bytes."},

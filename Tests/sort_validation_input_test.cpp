@@ -361,6 +361,16 @@ static const SBrokenCall kParticles[] = {
 		{"Advice: Page 2 has disabled particles and page 0 has none: sorted by position, the former is drawn first, "
 		 "however near it is."},
 		[](CCall &call) { call.SortByPosition(); }),
+	SBrokenCall("PagesMixedByPositionWithTheFullOneBehind",
+		Constant,
+		{"Advice: Page 2 has disabled particles and page 3 has none: sorted by position, the former is drawn first, "
+		 "however near it is."},
+		[](CCall &call)
+		{
+			call.SortByPosition();
+			call.m_Counts[0] = 0;
+			call.m_ParticleCount = 5;
+		}),
 	SBrokenCall("ValuesOfAPool",
 		Constant,
 		{},

@@ -315,6 +315,25 @@ TEST(TriangleSortReports, PatternsWiderThanTheListHolds_StayInsideTheWorkingBuff
 	}
 }
 
+// 65,536 particles of 65,538 indices are 2^32 and 131,072 more, for which there would be room.
+TEST(TriangleSortReports, PageOfMoreIndicesThan32BitsCount_IsReportedAndNotDrawn)
+{
+	STwoPages pages;
+	std::vector<u32> wide(0x10002);
+	pages.m_Patterns[0] = TMemoryView<u32>(wide.data(), u32(wide.size()));
+	pages.m_RenderedCounts[0] = 0x10000;
+	pages.m_ValueViews[0] = {&pages.m_Values[0], 0x10000, 0};
+	pages.m_VertexCounts[0] = 1;
+	pages.m_IndexCount = 3 * 0x10000;
+	pages.m_WorkingBuffer = CGuardedMemory(CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(pages.m_IndexCount));
+	pages.m_Sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(pages.m_Output.As<u32>(), 6), ~0u);
+	pages.SetUp(Model::ESortType::ByValue);
+	CExpectReports reports{"begin + count <= m_Count"};
+	const CWarningRecorder warnings;
+	pages.Sort();
+	EXPECT_EQ(pages.Output(), CIndices(6, 0));
+}
+
 // Collections shorter than the pages, each ending where memory ends: the walk ends with the shortest.
 TEST(TriangleSortReports, CollectionsThatEndEarly_EndTheWalk)
 {

@@ -57,6 +57,7 @@ SOURCES_OF_HEADER = {
 	"kr_sort.h": ["quick_sort_test", "radix_sort_test", "wide_lanes_test"],
 	"kr_string.h": ["log_unique_test", "diagnostics_test"],
 	"pv_first_answer.h": ["wide_lanes_test"],
+	"pv_sort_scan.h": ["sort_scan_test"],
 	"simd_vector.h": ["simd_vector_test"],
 	"vx_assert.h": ["diagnostics_test"],
 	"vx_compiler.h": ["diagnostics_test"],
