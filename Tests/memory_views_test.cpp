@@ -543,3 +543,33 @@ TEST(StridedIterator, OfAVirtualView_StaysOnOneElement)
 	}
 	EXPECT_EQ(&*it, &element); // the fourth of three
 }
+
+TEST(Vector, DefaultConstructed_IsZeroOnEveryAxis)
+{
+	for (u32 axis = 0; axis < 3; ++axis)
+		EXPECT_EQ(CFloat3()[axis], 0.0f) << axis;
+	for (u32 axis = 0; axis < 4; ++axis)
+		EXPECT_EQ(CFloat4()[axis], 0.0f) << axis;
+}
+
+TEST(Vector, Axes_AreReadAndWrittenByNameAndNumber)
+{
+	CFloat4 vector;
+	vector.x() = 1;
+	vector.y() = 2;
+	vector.z() = 3;
+	vector.w() = 4;
+	const CFloat4 copy = vector;
+	for (u32 axis = 0; axis < 4; ++axis)
+	{
+		EXPECT_EQ(copy[axis], float(axis + 1));
+		EXPECT_EQ(copy.Data()[axis], float(axis + 1));
+	}
+	EXPECT_EQ(copy.x(), 1.0f);
+	EXPECT_EQ(copy.y(), 2.0f);
+	EXPECT_EQ(copy.z(), 3.0f);
+	EXPECT_EQ(copy.w(), 4.0f);
+	vector[1] = 5;
+	EXPECT_EQ(vector.y(), 5.0f);
+	EXPECT_EQ(CFloat3(6, 7, 8).z(), 8.0f);
+}

@@ -63,7 +63,8 @@ SOURCES_OF_HEADER = {
 	"vx_compiler.h": ["diagnostics_test"],
 	"vx_defs.h": ["memory_views_test"],
 	"vx_maths_vector.h": ["memory_views_test", "simd_vector_test"],
-	"ge_mesh_triangle_sorter.h": ["sorter_configuration_test", "working_buffers_test", "Support/scene_memory"],
+	"ge_mesh_triangle_sorter.h": ["sorter_configuration_test", "working_buffers_test", "page_cache_test",
+		"Support/scene_memory"],
 }
 
 
