@@ -20,6 +20,7 @@
 #include <cwchar>
 #include <gtest/gtest.h>
 #include <thread>
+#include <vector>
 
 using namespace Vexmoor;
 using namespace Support;
@@ -407,6 +408,36 @@ TEST(RefPtr, UnderflowOfTheCount_Reports)
 }
 
 // Neither a copy that goes nor an assignment to itself is the last reference.
+// Counts that are lost leave an object that nobody deletes, or that somebody still refers to.
+TEST(RefPtr, ReferencesTakenOnManyThreads_AreAllCounted)
+{
+	struct SObject final : CRefCountedObject
+	{
+		explicit SObject(std::atomic<u32> &deleted)
+			: m_Deleted(deleted)
+		{
+		}
+		~SObject() override { ++m_Deleted; }
+		std::atomic<u32> &m_Deleted;
+	};
+	std::atomic<u32> deleted = 0;
+	{
+		const TRefPtr<SObject> shared = new SObject(deleted);
+		std::vector<std::thread> threads;
+		for (u32 thread = 0; thread < 4; ++thread)
+			threads.emplace_back(
+				[&shared]
+				{
+					for (u32 i = 0; i < 20'000; ++i)
+						const TRefPtr<SObject> copy = shared;
+				});
+		for (std::thread &thread : threads)
+			thread.join();
+		EXPECT_EQ(deleted, 0u);
+	}
+	EXPECT_EQ(deleted, 1u);
+}
+
 TEST(RefPtr, LastReference_DeletesTheObject)
 {
 	CExpectReports noReports;
