@@ -33,6 +33,14 @@ check_format()
 {
 	find Runtime Tests Samples Benchmarks \( -name '*.h' -o -name '*.cpp' \) -print0 |
 		xargs -0 clang-format --dry-run --Werror
+	# clang-format leaves comments as long as they are.
+	local source longLines=0
+	while IFS= read -r -d '' source; do
+		expand -t 4 "$source" |
+			awk -v source="$source" 'length > 120 { print source ":" NR ": longer than 120 columns"; bad = 1 } END { exit bad }' ||
+			longLines=1
+	done < <(find Runtime \( -name '*.h' -o -name '*.cpp' \) -print0)
+	[ $longLines = 0 ]
 	printf 'every source file is formatted\n'
 }
 

@@ -17,8 +17,8 @@
 #define VX_UNLIKELY(...) __builtin_expect(!!(__VA_ARGS__), 0)
 ///@}
 
-/// Compile one function for processors with wider registers, whatever the rest is compiled for. Who calls it asks kr_cpu.h
-/// before. Not defined where no processor has them.
+/// Compile one function for processors with wider registers, whatever the rest is compiled for. Who calls it asks
+/// kr_cpu.h before. Not defined where no processor has them.
 #if defined(__SSE2__)
 	#define VX_TARGET_AVX2 __attribute__((target("avx2")))
 	#define VX_TARGET_AVX512 __attribute__((target("avx512f,avx512bw,avx512dq,avx512vl")))
@@ -41,10 +41,10 @@
 #define VX_ANYWHERE __attribute__((may_alias, aligned(1)))
 
 ///@{
-/// Right before a store of lanes, and right behind it with the object that it stores to: compilers then leave the store in
-/// its place among volatile accesses and other such stores. The lanes are made anew before the store, so it cannot come
-/// earlier; the object is looked at behind it, so it cannot come later. Neither is an instruction, though g++ may compute the
-/// object's address once more; other loads and arithmetic still move.
+/// Right before a store of lanes, and right behind it with the object that it stores to: compilers then leave the store
+/// in its place among volatile accesses and other such stores. The lanes are made anew before the store, so it cannot
+/// come earlier; the object is looked at behind it, so it cannot come later. Neither is an instruction, though g++ may
+/// compute the object's address once more; other loads and arithmetic still move.
 #if defined(__aarch64__)
 	#define VX_BEFORE_STORE_IN_PLACE(_lanes) __asm__ volatile("" : "+w"(_lanes))
 #else
@@ -53,8 +53,8 @@
 #define VX_BEHIND_STORE_IN_PLACE(_object) __asm__ volatile("" : : "m"(_object))
 ///@}
 
-/// Unsigned arithmetic of the function is meant to wrap: clang's -fsanitize=integer, which takes every wrap for a fault,
-/// passes it over.
+/// Unsigned arithmetic of the function is meant to wrap: clang's -fsanitize=integer, which takes every wrap for a
+/// fault, passes it over.
 #if defined(__clang__)
 	#define VX_WRAPS __attribute__((no_sanitize("unsigned-integer-overflow", "unsigned-shift-base")))
 #else
@@ -86,9 +86,9 @@
 #endif
 
 ///@{
-/// Marks what a shared library gives its clients, functions as well as classes and templates that keep something once per
-/// process, such as an assertion site's flag. All else in it is hidden, and so is what VX_LOCAL takes out of a marked
-/// class. Sources that a host builds into something of its own follow the host's flags.
+/// Marks what a shared library gives its clients, functions as well as classes and templates that keep something once
+/// per process, such as an assertion site's flag. All else in it is hidden, and so is what VX_LOCAL takes out of a
+/// marked class. Sources that a host builds into something of its own follow the host's flags.
 #if VX_SHARED && defined(__ELF__)
 	#define VX_API __attribute__((visibility("default")))
 	#define VX_LOCAL __attribute__((visibility("hidden")))

@@ -1,7 +1,7 @@
 #pragma once
 
-// The names that every other header counts on: the version, integer types, the null constant, addresses' alignment test,
-// and the invalid value of index types.
+// The names that every other header counts on: the version, integer types, the null constant, addresses' alignment
+// test, and the invalid value of index types.
 
 #include "vx_compiler.h"
 

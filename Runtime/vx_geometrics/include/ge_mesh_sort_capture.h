@@ -18,9 +18,10 @@ enum ESortCapture : u32
 	SortCapture_InputAndOutput = 1 ///< And the output buffer as it is now: after the sort, with its views still valid.
 };
 
-/// Writes the sort that the sorter is set up for. Only what a sort reads is written, so no byte between the elements of a
-/// strided view and none of a page that renders nothing. Distances between the call's arrays are written too: arrays that
-/// overlap by mistake do so in the replay. Such a call is captured before it sorts, as its sort overwrites what it reads.
+/// Writes the sort that the sorter is set up for. Only what a sort reads is written, so no byte between the elements of
+/// a strided view and none of a page that renders nothing. Distances between the call's arrays are written too: arrays
+/// that overlap by mistake do so in the replay. Such a call is captured before it sorts, as its sort overwrites what it
+/// reads.
 /// workingBuffer      what the sort gets, or has got; null where it allocates
 /// workingBufferSize  its bytes; 0 with null
 /// content            the output is read, so it had better not be write-combined memory: sort once more into ordinary

@@ -113,7 +113,8 @@ public:
 	/// Where the indices go.
 	/// outIndices   written front to back, each index once, never read: fit for mapped, write-combined memory. A
 	///              start at a multiple of 16 bytes takes the fast paths; any start of whole indices is correct.
-	/// vertexCount  vertices that the indices may address. A particle whose vertices lie beyond draws vertex 0's instead.
+	/// vertexCount  vertices that the indices may address. A particle whose vertices lie beyond draws vertex 0's
+	///              instead.
 	void Setup_OutputIndexBuffer(const TMemoryView<u32> &outIndices, u32 vertexCount)
 	{
 		m_IndexType = IndexTypeUint32;
@@ -133,9 +134,9 @@ public:
 	/// What is sorted, by distance to the camera.
 	/// positions               per page, at least as many as are read; packed (a stride of 12) is fast, any other
 	///                         stride correct, and 0 places all particles of a page at one position
-	/// enableds                per page a view of a byte for each particle, contiguous; an empty view for a page without,
-	///                         none of whose particles is disabled. One view per page, also where all are empty: a page
-	///                         that this collection lacks is reported, and has no disabled particles
+	/// enableds                per page a view of a byte for each particle, contiguous; an empty view for a page
+	///                         without, none of whose particles is disabled. One view per page, also where all are
+	///                         empty: a page that this collection lacks is reported, and has no disabled particles
 	/// renderedParticleCounts  per page the number of particles drawn
 	/// particleCount           the sum of renderedParticleCounts
 	/// cameraPosition          in the space of the positions
@@ -187,8 +188,8 @@ public:
 		m_IndexPattern = indexPattern;
 		m_PrimiteVertexCount = primitiveVertexCount;
 	}
-	/// The same, with the first vertex of each rendered particle from a list. An entry at or beyond the vertex count draws
-	/// at vertex 0, as an infinitely far particle of its page would.
+	/// The same, with the first vertex of each rendered particle from a list. An entry at or beyond the vertex count
+	/// draws at vertex 0, as an infinitely far particle of its page would.
 	void Setup_Geometry(const TMemoryView<u32> &indexPattern, const TMemoryView<const u32> &indexList)
 	{
 		m_GeometryType = GeometryConstantAndIndexList;
@@ -230,8 +231,8 @@ public:
 	{
 		return _AlignedRecordCount(elementCount) * u32(sizeof(SIndexAndDepth)) * 2;
 	}
-	/// Bytes of working buffer for a triangle sort: two arrays of records, one per triangle, and the unsorted indices. Exact
-	/// up to 460,175,066 indices, where 32 bits end.
+	/// Bytes of working buffer for a triangle sort: two arrays of records, one per triangle, and the unsorted indices.
+	/// Exact up to 460,175,066 indices, where 32 bits end.
 	VX_WRAPS static u32 GetAutogenIndicesWorkingBufferSize_tri(u32 indexCount)
 	{
 		return 2 * GetSortedTrisWorkingBufferSize(indexCount) + GetTriIndicesWorkingBufferSize(indexCount);
@@ -334,8 +335,8 @@ public:
 	///@{
 	/// Writes the index pattern of each record, every entry plus the record's m_Index.
 	/// it         primCount records, 16-byte aligned; depths are ignored
-	/// dstPrims   primCount * width indices, written front to back and never read. Widths 1, 3, 6 and 12 are streamed at
-	///            multiples of 16 bytes (12 at multiples of 8), but 12 of 16-bit indices never.
+	/// dstPrims   primCount * width indices, written front to back and never read. Widths 1, 3, 6 and 12 are streamed
+	///            at multiples of 16 bytes (12 at multiples of 8), but 12 of 16-bit indices never.
 	/// Pattern    a pattern of one entry has to be {0}. 16-bit sums are not checked: indices stay below 0xFFFF.
 	static void ExpandIndices(const TMemoryView<const u32> &indexPattern,
 		const SIndexAndDepth *__restrict it,

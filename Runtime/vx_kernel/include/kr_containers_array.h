@@ -1,7 +1,7 @@
 #pragma once
 
-// An owning array that takes whole contents from a view. Its memory is the heap's and not the allocator hook's: arrays are
-// filled before a host plugs in, and may be emptied after it has unplugged.
+// An owning array that takes whole contents from a view. Its memory is the heap's and not the allocator hook's: arrays
+// are filled before a host plugs in, and may be emptied after it has unplugged.
 
 #include "vx_assert.h"
 #include "vx_defs.h"
@@ -17,7 +17,8 @@
 namespace Vexmoor
 {
 /// How an array allocates: an _Alignment of 0 is the heap's own; capacities start at _InitialSize and grow in steps of
-/// _GrowConstant. Contents are assigned whole, so the factors by which single insertions would grow have no part to play.
+/// _GrowConstant. Contents are assigned whole, so the factors by which single insertions would grow have no part to
+/// play.
 template<u32 _Alignment, u32 _InitialSize, u32 _GrowConstant, u32 _GrowMultiplier, u32 _GrowDivider>
 struct VX_API TArrayStaticController
 {
@@ -32,9 +33,9 @@ struct VX_API TArrayStaticController
 	}
 };
 
-/// Elements that can be copied as bytes, contiguous and owned. Assigning contents that fit keeps the memory. When there is
-/// no memory for larger contents, that is reported, and the array is empty afterwards: a sort then has no pattern to draw,
-/// rather than an earlier one that does not belong to its particles.
+/// Elements that can be copied as bytes, contiguous and owned. Assigning contents that fit keeps the memory. When there
+/// is no memory for larger contents, that is reported, and the array is empty afterwards: a sort then has no pattern to
+/// draw, rather than an earlier one that does not belong to its particles.
 template<typename _Type, typename _Controller = TArrayStaticController<0, 8, 8, 0, 2>>
 class VX_API TArray
 {
@@ -53,8 +54,8 @@ public:
 
 	///@{
 	/// Copies the elements, which may be this array's own; of an array that goes, swaps with it.
-	// NOLINTBEGIN(misc-unconventional-assign-operator,bugprone-unhandled-self-assignment): _Assign returns *this, and its
-	// source may be this array.
+	// NOLINTBEGIN(misc-unconventional-assign-operator,bugprone-unhandled-self-assignment): _Assign returns *this, and
+	// its source may be this array.
 	TArray &operator=(const TMemoryView<const _Type> &elements) { return _Assign(elements.Data(), elements.Count()); }
 	TArray &operator=(const TMemoryView<_Type> &elements) { return _Assign(elements.Data(), elements.Count()); }
 	TArray &operator=(const TArray &other) { return _Assign(other.m_Data, other.m_Count); }

@@ -9,9 +9,9 @@ namespace Vexmoor
 {
 namespace Cpu
 {
-	/// 32-bit lanes of the widest registers in use: 4 (SSE2, the baseline), 8 (AVX2) or 16 (AVX-512 with its F, BW, DQ and
-	/// VL), as far as the processor and the operating system have them and the host allows. Found out at the first call.
-	/// Any thread.
+	/// 32-bit lanes of the widest registers in use: 4 (SSE2, the baseline), 8 (AVX2) or 16 (AVX-512 with its F, BW, DQ
+	/// and VL), as far as the processor and the operating system have them and the host allows. Found out at the first
+	/// call. Any thread.
 	VX_API u32 LaneCount();
 
 	/// Called at start-up, keeps to registers of at most so many lanes: for tests, for measurements, for a host whose

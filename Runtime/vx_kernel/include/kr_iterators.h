@@ -71,8 +71,8 @@ public:
 	{
 	}
 
-	/// The element's address, for elements that lie at fewer multiples than their type asks for. At the end and beyond it
-	/// is reported, and handed out all the same.
+	/// The element's address, for elements that lie at fewer multiples than their type asks for. At the end and beyond
+	/// it is reported, and handed out all the same.
 	_Type *Ptr() const
 	{
 		VX_ASSERT(_CanAccess(0));

@@ -20,8 +20,8 @@ namespace Profiler
 }
 
 /// One entry per key. All members may be called from any thread. Entries for all that the library itself says are set
-/// aside beforehand, so that its warnings find room without allocating; when neither they nor the heap have room, a first
-/// touch is left out, and the next touch of its key is the first one.
+/// aside beforehand, so that its warnings find room without allocating; when neither they nor the heap have room, a
+/// first touch is left out, and the next touch of its key is the first one.
 class VX_API CLogUniqueCollection
 {
 public:
@@ -84,8 +84,8 @@ public:
 /// Counts a performance hazard for the thread, and touches the key in the process-wide collection.
 VX_API void WarnOnce(const char *key, const char *message);
 
-/// The same for the library's own sites: allocates nothing. siteKey is a literal, and message may change or go once this
-/// returns. Characters of a key beyond the 288th, and of a message beyond the 127th, are cut.
+/// The same for the library's own sites: allocates nothing. siteKey is a literal, and message may change or go once
+/// this returns. Characters of a key beyond the 288th, and of a message beyond the 127th, are cut.
 VX_API void WarnAtSite(const char *siteKey, const char *message);
 
 /// Takes together what WarnAtSite counts on a thread, for loops over many pages. A site's first touch reaches the

@@ -127,8 +127,8 @@ public:
 		: TStridedMemoryView(&element, 1, ValueFootprintInBytes)
 	{
 	}
-	/// The count elements from data on, stride bytes apart: at least an element's size, or 0. Another stride is reported,
-	/// and taken all the same.
+	/// The count elements from data on, stride bytes apart: at least an element's size, or 0. Another stride is
+	/// reported, and taken all the same.
 	TStridedMemoryView(_Type *data, u32 count, u32 stride)
 	{
 		VX_ASSERT(stride >= ValueFootprintInBytes || stride == 0);
@@ -185,8 +185,8 @@ public:
 	/// At the first element; it knows where the elements end.
 	Iterator Begin() const { return Iterator(Data(), m_Storage.m_Stride, m_Storage.m_Count); }
 
-	/// The elements [begin, begin + count), with the same stride. A range that lies outside is reported, and viewed all the
-	/// same.
+	/// The elements [begin, begin + count), with the same stride. A range that lies outside is reported, and viewed all
+	/// the same.
 	VX_WRAPS TStridedMemoryView Slice(u32 begin, u32 count) const
 	{
 		VX_ASSERT(begin + count <= BaseType::m_Storage.m_Count);

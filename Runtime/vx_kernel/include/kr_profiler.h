@@ -58,8 +58,8 @@ namespace Profiler
 		{
 		}
 
-		/// An opaque colour made from a name: the same name gives the same colour. Channels stay above a quarter, so that
-		/// dark text and black backgrounds both stand out.
+		/// An opaque colour made from a name: the same name gives the same colour. Channels stay above a quarter, so
+		/// that dark text and black backgrounds both stand out.
 		VX_WRAPS static constexpr CFloat4 AutogenColor(const char *name)
 		{
 			u32 hash = 2166136261u; // FNV-1a, whose low bytes spread short names well

@@ -49,8 +49,8 @@ namespace Profiler
 		/// Names the calling thread in the trace; not copied. A thread that the memory has no room for stays unnamed.
 		VX_API void NameThread(const char *name);
 
-		/// Writes what has been recorded so far as JSON, times in microseconds since construction. A scope that is still
-		/// open is written as one without an end. Texts are any bytes; what is not UTF-8 becomes U+FFFD.
+		/// Writes what has been recorded so far as JSON, times in microseconds since construction. A scope that is
+		/// still open is written as one without an end. Texts are any bytes; what is not UTF-8 becomes U+FFFD.
 		/// Returns false as soon as write does.
 		VX_API bool WriteChromeTrace(CbWrite write, void *userData) const;
 

@@ -24,23 +24,24 @@ namespace SortLanes
 	constexpr u32 kMaxRankedCount = 112; ///< Records that are ranked at most.
 
 	///@{
-	/// Replaces whole steps of counters by their exclusive prefix sums. Those of 8 and 16 bits count 2^8 and 2^16 at most: a
-	/// sum of so many is 0, and the sums after it are unspecified.
+	/// Replaces whole steps of counters by their exclusive prefix sums. Those of 8 and 16 bits count 2^8 and 2^16 at
+	/// most: a sum of so many is 0, and the sums after it are unspecified.
 	VX_API void SumCounters(u8 *counters, u32 count);
 	VX_API void SumCounters(u16 *counters, u32 count);
 	VX_API void SumCounters(u32 *counters, u32 count);
 	///@}
 
 	///@{
-	/// The same of counters among which are long runs of zeros, after adding to each its other one, unless others is null.
+	/// The same of counters among which are long runs of zeros, after adding to each its other one, unless others is
+	/// null.
 	VX_API void SumSparseCounters(u8 *counters, const u8 *others, u32 count);
 	VX_API void SumSparseCounters(u16 *counters, const u16 *others, u32 count);
 	VX_API void SumSparseCounters(u32 *counters, const u32 *others, u32 count);
 	///@}
 
 	/// Counts for every record how many of them have a lower key.
-	/// records  up to kMaxRankedCount, at any address: a 32-bit key, compared as unsigned, and 32 bits that do not count.
-	///          A higher count is reported, and nothing is read or written
+	/// records  up to kMaxRankedCount, at any address: a 32-bit key, compared as unsigned, and 32 bits that do not
+	///          count. A higher count is reported, and nothing is read or written
 	/// ranks    the counts, 16-byte aligned, with room for whole steps: what fills up the last one is written as well
 	VX_API void CountLowerKeys(const void *records, u32 count, u32 *ranks);
 } // namespace SortLanes
@@ -148,12 +149,13 @@ public:
 	static constexpr u32 kMaxCountIn16Bits = 1u << 16;
 	///@}
 
-	/// The output has lain idle since the last frame. Up to about this many records it fits the caches, and is fetched in
-	/// order while the keys are counted. Beyond, a record moved to a line fetches the line that its digit needs next.
+	/// The output has lain idle since the last frame. Up to about this many records it fits the caches, and is fetched
+	/// in order while the keys are counted. Beyond, a record moved to a line fetches the line that its digit needs
+	/// next.
 	static constexpr u32 kMaxCountInCaches = 1u << 19;
 
-	/// Sorts [first, last) into output in ascending order of the keys that keyExtractor makes of records: u32, compared as
-	/// unsigned. Records with equal keys keep their order.
+	/// Sorts [first, last) into output in ascending order of the keys that keyExtractor makes of records: u32, compared
+	/// as unsigned. Records with equal keys keep their order.
 	/// first, last  contiguous records, left in the order of their keys' low 22 bits
 	/// output       as many records, apart from the input
 	/// Four sweeps over the records whatever their keys, 22 KB of stack, no heap. No records: nothing is written.
@@ -189,8 +191,8 @@ public:
 private:
 	static constexpr u32 kRecordsPerStep = 8; // so many in a row, and the processor looks further ahead
 
-	// Where records do not fit the caches, a page is written to at both ends of every digit, and a processor remembers few.
-	// Distances have far fewer digits; with more, records seldom wait for each other's positions anyway.
+	// Where records do not fit the caches, a page is written to at both ends of every digit, and a processor remembers
+	// few. Distances have far fewer digits; with more, records seldom wait for each other's positions anyway.
 	static constexpr u32 kMaxDigitsFromBothEnds = 256;
 
 	// A histogram lies in the same place, of 4 bytes a counter, whatever the width of its counters.
@@ -203,9 +205,9 @@ private:
 		_Counter *const histogram1 = rawHistograms + _HistogramStride * kCountersPerPlace;
 		_Counter *const histogram2 = rawHistograms + 2 * _HistogramStride * kCountersPerPlace;
 
-		// Neighbours in order of emission are about as far away and count in the same few top digits. A processor passes 32
-		// bits just stored straight on to the next load, but not fewer: there every other record counts in a histogram of
-		// its own, in what is free of the place.
+		// Neighbours in order of emission are about as far away and count in the same few top digits. A processor
+		// passes 32 bits just stored straight on to the next load, but not fewer: there every other record counts in a
+		// histogram of its own, in what is free of the place.
 		constexpr bool kTakesTurns = sizeof(_Counter) < 4;
 		_Counter *const oddHistogram2 = kTakesTurns ? histogram2 + (1u << _LastBits) : nullptr;
 
@@ -293,8 +295,8 @@ private:
 			return (key >> kShift) & (_BaseSize - 1);
 	}
 
-	// A record on its way, and the digit that says where to. g++ moves a structure of two numbers number by number, unless
-	// told that it is one word.
+	// A record on its way, and the digit that says where to. g++ moves a structure of two numbers number by number,
+	// unless told that it is one word.
 	template<u32 _Pass, typename _Record>
 	struct _SMoving
 	{
@@ -366,9 +368,9 @@ private:
 	}
 
 	// The same for the last digit. Where few are in use, a position is asked for again before its store has reached the
-	// cache. So the first half of the records goes to the digits' first places upwards and the second half to their last
-	// places downwards, neither waiting for the other, and two records take their places together. What lies behind a
-	// digit's places is kept in ends, 2^_LastBits counters in memory of the caller's.
+	// cache. So the first half of the records goes to the digits' first places upwards and the second half to their
+	// last places downwards, neither waiting for the other, and two records take their places together. What lies
+	// behind a digit's places is kept in ends, 2^_LastBits counters in memory of the caller's.
 	template<typename _Record, typename _Counter, typename _KeyExtractor>
 	static void _ScatterFromBothEnds(const _Record *__restrict source,
 		_Record *__restrict destination,
@@ -644,10 +646,11 @@ constexpr bool kKeyIsFirstOfTwoWords = false;
 template<typename _KeyExtractor>
 constexpr bool kKeyIsFirstOfTwoWords<_KeyExtractor, std::enable_if_t<_KeyExtractor::kKeyIsFirstOfTwoWords>> = true;
 
-/// Sorts records of a key and 32 bits more into output and returns true if their keys are distinct. With equal keys among
-/// them, or more than SortLanes::kMaxRankedCount records, nothing is written and false returned. A record's place is the number of lower keys,
-/// counted for sixteen records at a time without a branch to mispredict: far faster than the quick sort at these sizes,
-/// and cheap beside it where it fails. Distinct keys have but one order, so it is the quick sort's.
+/// Sorts records of a key and 32 bits more into output and returns true if their keys are distinct. With equal keys
+/// among them, or more than SortLanes::kMaxRankedCount records, nothing is written and false returned. A record's place
+/// is the number of lower keys, counted for sixteen records at a time without a branch to mispredict: far faster than
+/// the quick sort at these sizes, and cheap beside it where it fails. Distinct keys have but one order, so it is the
+/// quick sort's.
 template<typename _Iterator>
 bool CountingRankSort(_Iterator first, u32 count, _Iterator output)
 {
@@ -695,8 +698,8 @@ bool CountingRankSort(_Iterator first, u32 count, _Iterator output)
 	return true;
 }
 
-/// Sorts [first, last) into output in ascending order of the keys that a _KeyExtractor makes of records: u32, compared as
-/// unsigned. A record's own operators do not matter.
+/// Sorts [first, last) into output in ascending order of the keys that a _KeyExtractor makes of records: u32, compared
+/// as unsigned. A record's own operators do not matter.
 /// first, last  contiguous records; left as they are up to kMaxQuickSortCount, in an intermediate order above
 /// output       as many records, apart from the input
 /// Equal keys   in input order above kMaxQuickSortCount, in the quick sort's own order up to it

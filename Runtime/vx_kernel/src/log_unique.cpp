@@ -1,6 +1,6 @@
-// The log-once collection. It holds a few dozen entries at most, so a walk over them beats a map. A site's first touch is
-// in the middle of a sort, which allocates nothing: entries with room for it are made beforehand and lie behind those that
-// are used. Who only counts touches of a known key adds many at once.
+// The log-once collection. It holds a few dozen entries at most, so a walk over them beats a map. A site's first touch
+// is in the middle of a sort, which allocates nothing: entries with room for it are made beforehand and lie behind
+// those that are used. Who only counts touches of a known key adds many at once.
 
 #include "kr_log_unique.h"
 #include "kr_profiler.h"

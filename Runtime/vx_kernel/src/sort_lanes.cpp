@@ -14,8 +14,8 @@ namespace Vexmoor
 {
 namespace SortLanes
 {
-	// Prefix sums, 128 bits, of counters of 8, 16 or 32 bits. Sparse counters have long runs of zeros, whose sums are the one
-	// before: a branch that few mispredict. Others' counts are added on the way.
+	// Prefix sums, 128 bits, of counters of 8, 16 or 32 bits. Sparse counters have long runs of zeros, whose sums are
+	// the one before: a branch that few mispredict. Others' counts are added on the way.
 	template<typename _Counter>
 	static VX_INLINE __m128i Add(__m128i a, __m128i b)
 	{
@@ -52,8 +52,8 @@ namespace SortLanes
 	}
 
 	// Shifted additions double the run that a lane sums up, until it reaches from the first lane to its own; one lane
-	// further, the runs are the sums before. From one register to the next only the total is carried, so that no more than
-	// one addition waits for the one before. With 32 bits:
+	// further, the runs are the sums before. From one register to the next only the total is carried, so that no more
+	// than one addition waits for the one before. With 32 bits:
 	//
 	//   lane    0    1    2    3
 	//   counts  a    b    c    d
@@ -85,8 +85,8 @@ namespace SortLanes
 	}
 
 #if defined(VX_TARGET_AVX2)
-	// Prefix sums, 256 bits: the same in both halves at once. The lower half's total is added to the upper one, and both
-	// are carried.
+	// Prefix sums, 256 bits: the same in both halves at once. The lower half's total is added to the upper one, and
+	// both are carried.
 	template<typename _Counter>
 	VX_TARGET_AVX2 static VX_INLINE __m256i Add(__m256i a, __m256i b)
 	{
@@ -148,9 +148,9 @@ namespace SortLanes
 #endif
 
 #if defined(VX_TARGET_AVX512)
-	// Prefix sums, 256 bits, by what came with AVX-512, in ten instructions for fourteen: a multiplication sums up what is
-	// before a counter in its 64 bits, and shuffles reach across halves. The 64 bits carry: a narrow sum that wraps to 0
-	// adds one to the sum after it.
+	// Prefix sums, 256 bits, by what came with AVX-512, in ten instructions for fourteen: a multiplication sums up what
+	// is before a counter in its 64 bits, and shuffles reach across halves. The 64 bits carry: a narrow sum that wraps
+	// to 0 adds one to the sum after it.
 	VX_TARGET_AVX512 static VX_INLINE __m256i Opaque(__m256i constant)
 	{
 		__asm__("" : "+v"(constant)); // compilers that know it take the instruction that uses it apart into several
@@ -278,10 +278,11 @@ namespace SortLanes
 		SumCountersInLanes<true>(counters, others, count);
 	}
 
-	// Ranks: the keys of a block, one to four registers, against all. A comparison's mask is minus one. Lanes compare as
-	// signed, so sign bits are flipped; what fills up the last keys is lower than none. Keys go on through memory in stores
-	// as wide as the loads, since a load that spans two stores waits for both to reach the cache. Several comparisons make a
-	// step, so that a loop so short does not depend on where it lies in the instruction cache's lines.
+	// Ranks: the keys of a block, one to four registers, against all. A comparison's mask is minus one. Lanes compare
+	// as signed, so sign bits are flipped; what fills up the last keys is lower than none. Keys go on through memory in
+	// stores as wide as the loads, since a load that spans two stores waits for both to reach the cache. Several
+	// comparisons make a step, so that a loop so short does not depend on where it lies in the instruction cache's
+	// lines.
 	constexpr u32 kKeysPerStep = 4;
 	static_assert(kRanksPerStep % kKeysPerStep == 0, "the last step is whole");
 	constexpr u32 kSignBit = 0x80000000u;

@@ -1,5 +1,6 @@
-// The sort, top down: the working buffer's regions, the fill of records from pages, the expansion of sorted records into
-// indices, and the two drivers. Every report of the sorter stands here; lane arithmetic stands in the private headers.
+// The sort, top down: the working buffer's regions, the fill of records from pages, the expansion of sorted records
+// into indices, and the two drivers. Every report of the sorter stands here; lane arithmetic stands in the private
+// headers.
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -104,9 +105,9 @@ struct SByList : CVertexBases_List
 };
 
 // Compacts the sort values of enabled particles into the upper half of the record list that they become. Of n records,
-// value k is at byte 8 * (n / 2) + 4 * k. A group reads values k to k + 3 and then writes records up to byte 8 * k + 32,
-// which no later group's value lies below: k + 4 <= n, and where n is odd, k + 5 <= n. Values and records share bytes
-// under two types, so both are moved as bytes or lanes.
+// value k is at byte 8 * (n / 2) + 4 * k. A group reads values k to k + 3 and then writes records up to byte 8 * k +
+// 32, which no later group's value lies below: k + 4 <= n, and where n is odd, k + 5 <= n. Values and records share
+// bytes under two types, so both are moved as bytes or lanes.
 template<typename _Element, typename _SortValueBits>
 static TStridedMemoryView<const float> CompactSortValues(const TMemoryView<SIndexAndDepth> &outList,
 	const TStridedMemoryView<const _Element> &source,
@@ -121,15 +122,16 @@ static TStridedMemoryView<const float> CompactSortValues(const TMemoryView<SInde
 	{
 		// Written before it is known to stay: a branch on the byte would be a guess.
 		StoreU32(sortKeys + count * sizeof(float), sortValueBits(element.Ptr()));
-		// NOLINTNEXTLINE(clang-analyzer-core.NullDereference): a walk offers a page without bytes no more than its records
+		// The walk offers a page without enabled bytes no more elements than records, so it does not come here.
+		// NOLINTNEXTLINE(clang-analyzer-core.NullDereference)
 		count += *enabled++ != 0;
 	}
 	// cppcheck-suppress invalidPointerCast ; an address for loads of bytes and lanes, never read as a float
 	return {reinterpret_cast<const float *>(sortKeys), primCount, sizeof(float)};
 }
 
-// What fills a page is inlined into the walk over pages, whose time is spent per page when pages have one particle each.
-// Groups of four and compaction, which such pages have no use for, are functions that stay out of line.
+// What fills a page is inlined into the walk over pages, whose time is spent per page when pages have one particle
+// each. Groups of four and compaction, which such pages have no use for, are functions that stay out of line.
 
 template<bool _Aligned, typename _VertexBases>
 static VX_NOINLINE void FillGroupsByValue(
@@ -1235,7 +1237,8 @@ VX_WRAPS void CTriangleSorter::ExpandAndSortIndices(const TMemoryView<const u32>
 
 // Point sort.
 
-// Sizes of working buffers end at 32 bits. A sort that needs more says so and writes nothing, whatever memory it is given.
+// Sizes of working buffers end at 32 bits. A sort that needs more says so and writes nothing, whatever memory it is
+// given.
 constexpr u64 kLargestWorkingBufferSize = 0xFFFFFFFFu;
 
 void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)

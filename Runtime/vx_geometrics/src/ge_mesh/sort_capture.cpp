@@ -1,5 +1,5 @@
-// A capture, from its first byte to its last: the sorter's numbers, what each page has, the geometry, the output, and the
-// checksum. Every field is a 32-bit word or a whole number of them.
+// A capture, from its first byte to its last: the sorter's numbers, what each page has, the geometry, the output, and
+// the checksum. Every field is a 32-bit word or a whole number of them.
 
 #include "ge_mesh_sort_capture.h"
 
@@ -239,9 +239,9 @@ u32 CSortCapture::_ElementsRead(const TStridedMemoryView<const _Element, -1> &pa
 	return hasEnableds ? distinctCount : std::min(distinctCount, _RenderedCount(pageId));
 }
 
-// Where memory lies, in bytes from the 16-byte line that the sorter starts in, modulo 2^64: two places are as far apart as
-// the two addresses, and a place modulo 16 is the address modulo 16. Memory without bytes overlaps nothing, so only the
-// remainder of its address is written.
+// Where memory lies, in bytes from the 16-byte line that the sorter starts in, modulo 2^64: two places are as far apart
+// as the two addresses, and a place modulo 16 is the address modulo 16. Memory without bytes overlaps nothing, so only
+// the remainder of its address is written.
 VX_WRAPS u64 CSortCapture::_Place(const void *address, bool hasBytes) const
 {
 	const ureg start = reinterpret_cast<ureg>(address);

@@ -336,8 +336,8 @@ SElements CSortValidation::_Source(u32 pageId) const
 	return {"sort values", pageId, m_Sorter.m_InSortKeys[pageId], 1};
 }
 
-// What the sort reads of a page's source. Where bytes say which particles are enabled, all of it counts; where a triangle
-// sort finds no room for the page, it has only seen to it that there is a source.
+// What the sort reads of a page's source. Where bytes say which particles are enabled, all of it counts; where a
+// triangle sort finds no room for the page, it has only seen to it that there is a source.
 SElements CSortValidation::_UsedSource(const SPage &page) const
 {
 	const SElements source = _Source(page.m_Id);
@@ -412,8 +412,8 @@ u32 CSortValidation::_VerticesPerParticle(u32 pageId) const
 	return pageId < m_VertexCountPageCount ? m_Sorter.m_PrimiteVertexCountCollection[pageId] : 0;
 }
 
-// Pages share out the vertices in turn. In a triangle sort even one that renders nothing ends that where a particle of it
-// has no room.
+// Pages share out the vertices in turn. In a triangle sort even one that renders nothing ends that where a particle of
+// it has no room.
 void CSortValidation::_ShareVertices(SPage &page) const
 {
 	page.m_DrawnCount = page.m_IsReached ? page.m_RenderedCount : 0;
@@ -922,8 +922,8 @@ void CSortValidation::_CheckTriangleVertices(const SPage &page)
 		_CheckLargestIndex(page, LargestEntry(_PagePattern(page.m_Id)));
 }
 
-// Records of a page that follow on an odd number of triangles start 8 bytes off. Assertions say so twice for each such page,
-// which is of no consequence, unless a host's handler stops there.
+// Records of a page that follow on an odd number of triangles start 8 bytes off. Assertions say so twice for each such
+// page, which is of no consequence, unless a host's handler stops there.
 void CSortValidation::_CheckTriangleAlignment()
 {
 	u32 firstPage = kNoPage;

@@ -8,8 +8,8 @@
 
 namespace Vexmoor
 {
-// A number other than 0. Any thread may ask and set. What is set stands, even against a first question that began before
-// it and ends after it.
+// A number other than 0. Any thread may ask and set. What is set stands, even against a first question that began
+// before it and ends after it.
 class CFirstAnswer
 {
 public:

@@ -1,10 +1,10 @@
 #pragma once
 
-// The depth-key encodings, four lanes at a time, and the lane arithmetic that leads to them. Ascending keys, compared as
-// unsigned, are the drawing order. Nothing here reports.
+// The depth-key encodings, four lanes at a time, and the lane arithmetic that leads to them. Ascending keys, compared
+// as unsigned, are the drawing order. Nothing here reports.
 //
-// Keys are exact to the bit whatever flags this is compiled with: sums are taken by an instruction that no compiler fuses
-// with the product before it, reassociates or commutes, and signs and NaNs are handled as integers.
+// Keys are exact to the bit whatever flags this is compiled with: sums are taken by an instruction that no compiler
+// fuses with the product before it, reassociates or commutes, and signs and NaNs are handled as integers.
 
 #include "vx_compiler.h"
 #include "vx_defs.h"
@@ -35,10 +35,10 @@ static VX_INLINE __m128 SplatLane(__m128 lanes)
 // The arithmetic of keys: each result rounded once, and NaNs as x86 has them, the first operand's before the second's,
 // and a negative one where there was none.
 #if defined(__SSE2__)
-// The instruction is spelled out because compilers fuse an add intrinsic with the multiplication before it where they may
-// use FMA, and swap its operands where it suits them. Its long prefix is spelled out because assemblers swap the operands
-// where that makes a short prefix do, as if no NaN told them apart; clang's does so from 19 on. A 512-bit addition has one
-// prefix only.
+// The instruction is spelled out because compilers fuse an add intrinsic with the multiplication before it where they
+// may use FMA, and swap its operands where it suits them. Its long prefix is spelled out because assemblers swap the
+// operands where that makes a short prefix do, as if no NaN told them apart; clang's does so from 19 on. A 512-bit
+// addition has one prefix only.
 static VX_INLINE __m128 AddInOrder(__m128 a, __m128 b)
 {
 	#if defined(__AVX__)

@@ -1,7 +1,7 @@
 #pragma once
 
-// What the expansion stage does in registers: index patterns held in lanes, bases splatted over them, and the packing of
-// 32-bit sums into 16-bit lanes. Nothing here reports on its own; aligned accesses check themselves.
+// What the expansion stage does in registers: index patterns held in lanes, bases splatted over them, and the packing
+// of 32-bit sums into 16-bit lanes. Nothing here reports on its own; aligned accesses check themselves.
 
 #include "ge_mesh_triangle_sorter.h"
 

@@ -1,7 +1,8 @@
 #pragma once
 
 // What the fill stage does in registers: positions and values from memory into lanes, vertex bases from a sequence or a
-// list, and keys and bases interleaved into records. Nothing here reports on its own; aligned accesses check themselves.
+// list, and keys and bases interleaved into records. Nothing here reports on its own; aligned accesses check
+// themselves.
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -141,8 +142,8 @@ struct SPositions_Repeated
 };
 
 // Where vertex bases come from; the loops that ask for them are written once. Records ask one by one, by Next, or in
-// groups of four: through Fours, which starts where Next would, and after which Skip catches up. Eights and Sixteens are
-// for processors with wider registers. All count records, never particles.
+// groups of four: through Fours, which starts where Next would, and after which Skip catches up. Eights and Sixteens
+// are for processors with wider registers. All count records, never particles.
 //
 // A sequence: record k has the base start + k * increment, modulo 2^32 as lanes count. A group of four is stored in the
 // order 2, 3, 0, 1, which shows in the order of equal keys after a stable sort, and is kept for it.

@@ -1,8 +1,9 @@
 #pragma once
 
-// Filling eight records at a time, by distance: two groups of four side by side, one in each half of a 256-bit register.
-// Each half does what pv_fill_lanes.h does with a group, operation by operation, so the records are the same to the bit.
-// Shuffles stay inside their half; loads and stores of 128 bits bring the halves together and take them apart.
+// Filling eight records at a time, by distance: two groups of four side by side, one in each half of a 256-bit
+// register. Each half does what pv_fill_lanes.h does with a group, operation by operation, so the records are the same
+// to the bit. Shuffles stay inside their half; loads and stores of 128 bits bring the halves together and take them
+// apart.
 
 #include "pv_fill_lanes.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
 // Filling sixteen records at a time, by distance, from packed positions: four groups of four in one 512-bit register,
-// with the operations of pv_fill_lanes.h on every lane, so the records are the same to the bit. Permutations of two whole
-// registers take the place of shuffles.
+// with the operations of pv_fill_lanes.h on every lane, so the records are the same to the bit. Permutations of two
+// whole registers take the place of shuffles.
 
 #include "pv_fill_lanes.h"
 

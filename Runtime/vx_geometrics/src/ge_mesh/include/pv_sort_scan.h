@@ -1,7 +1,7 @@
 #pragma once
 
-// What a check of a sort reads of every particle: enabled bytes are counted and list entries compared 16 bytes at a time,
-// since a checked sort may cost little more than the sort.
+// What a check of a sort reads of every particle: enabled bytes are counted and list entries compared 16 bytes at a
+// time, since a checked sort may cost little more than the sort.
 
 #include "vx_compiler.h"
 #include "vx_defs.h"
@@ -13,8 +13,8 @@
 
 namespace Vexmoor
 {
-// How many of the bytes are not 0. Each byte lane counts the zeros that it meets; a lane holds up to 255, and is emptied
-// before it meets more.
+// How many of the bytes are not 0. Each byte lane counts the zeros that it meets; a lane holds up to 255, and is
+// emptied before it meets more.
 static inline u32 CountNonZero(const u8 *bytes, u32 count)
 {
 	constexpr u32 kLaneCount = 16;

@@ -1,7 +1,8 @@
 #pragma once
 
 // The four-lane 128-bit value, and the only ways in which lanes meet memory: aligned, unaligned and streaming accesses
-// at a byte offset from a pointer. Lanes hold floats or 32-bit integers; arithmetic is done on the registers themselves.
+// at a byte offset from a pointer. Lanes hold floats or 32-bit integers; arithmetic is done on the registers
+// themselves.
 
 #include "vx_assert.h"
 #include "vx_compiler.h"
@@ -70,9 +71,9 @@ public:
 		_mm_store_ps(static_cast<float *>(_dst), m_Lanes);
 	}
 
-	/// 16 bytes past the caches to a 16-byte aligned address, for write-combined memory. Compilers leave it in its place
-	/// among volatile accesses, as which it counts. The processor orders it weakly: a WriteBarrier comes before anybody
-	/// else may rely on the bytes.
+	/// 16 bytes past the caches to a 16-byte aligned address, for write-combined memory. Compilers leave it in its
+	/// place among volatile accesses, as which it counts. The processor orders it weakly: a WriteBarrier comes before
+	/// anybody else may rely on the bytes.
 	VX_INLINE void StreamAligned16(volatile void *p, sreg offset = 0) const
 	{
 		void *const _dst = _At(const_cast<void *>(p), offset);
