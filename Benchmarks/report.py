@@ -605,6 +605,14 @@ def draw_call_section(results, page):
 		)
 
 
+def pair_cells(case, ratio_digits, time_digits):
+	"""Of a case whose sides took turns: the ratio, its range over the repetitions, and microseconds of the plain side."""
+	ratios = case.counters["ratio"]
+	return [f"{statistics.median(ratios):.{ratio_digits}f}",
+		f"{min(ratios):.{ratio_digits}f} to {max(ratios):.{ratio_digits}f}",
+		f"{statistics.median(case.counters['plain_ns']) / 1000:.{time_digits}f}"]
+
+
 def small_pages_section(results, page):
 	whats = results.values(1, stage="small_pages")
 	if not whats:
@@ -619,9 +627,7 @@ def small_pages_section(results, page):
 		for who in results.values(2, stage="small_pages", what=what):
 			for size in sorted(set(key[3] for key in results.cases if key[:3] == ("small_pages", what, who))):
 				case = results.get("small_pages", what, who, size)
-				ratios = case.counters["ratio"]
-				rows.append([what, who, size_name(size), f"{statistics.median(ratios):.2f}",
-					f"{min(ratios):.2f} to {max(ratios):.2f}", f"{statistics.median(case.counters['plain_ns']) / 1000:.1f}"])
+				rows.append([what, who, size_name(size)] + pair_cells(case, 2, 1))
 	table(page.lines, ["", "", "pages", "ratio", "range", "microseconds in pages of 1,000"], rows)
 
 
@@ -639,9 +645,7 @@ def diagnostics_section(results, page):
 	for what in whats:
 		for size in sorted(set(results.values(3, stage="diagnostics", what=what))):
 			case = results.get("diagnostics", what, "pairs", size)
-			ratios = case.counters["ratio"]
-			rows.append([what, size_name(size), f"{statistics.median(ratios):.4f}",
-				f"{min(ratios):.4f} to {max(ratios):.4f}", f"{statistics.median(case.counters['plain_ns']) / 1000:.2f}"])
+			rows.append([what, size_name(size)] + pair_cells(case, 4, 2))
 	table(page.lines, ["", "particles", "ratio", "range", "microseconds without"], rows)
 
 

@@ -5,6 +5,7 @@
 
 #include "diagnostics.h"
 #include "guarded_memory.h"
+#include "index_types.h"
 #include "random_scene.h"
 #include "reference_model.h"
 #include <algorithm>
@@ -159,16 +160,7 @@ protected:
 	CWarningRecorder m_Warnings;
 };
 
-struct SIndexName
-{
-	template<typename _Index>
-	static std::string GetName(int)
-	{
-		return std::is_same_v<_Index, u16> ? "U16" : "U32";
-	}
-};
-using SIndexTypes = testing::Types<u32, u16>;
-TYPED_TEST_SUITE(ExpandQuadsTest, SIndexTypes, SIndexName);
+TYPED_TEST_SUITE(ExpandQuadsTest, Support::SIndexTypes, Support::SIndexName);
 } // namespace
 
 TYPED_TEST(ExpandQuadsTest, 1To16QuadsEveryRest_WritesLikeTheModel)

@@ -5,6 +5,7 @@
 
 #include "diagnostics.h"
 #include "expand_calls.h"
+#include "index_types.h"
 #include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -58,15 +59,6 @@ protected:
 	CWarningRecorder m_Warnings;
 };
 
-struct SIndexName
-{
-	template<typename _Index>
-	static std::string GetName(int)
-	{
-		return std::is_same_v<_Index, u16> ? "U16" : "U32";
-	}
-};
-using SIndexTypes = testing::Types<u32, u16>;
 TYPED_TEST_SUITE(ExpandScalar, SIndexTypes, SIndexName);
 } // namespace
 

@@ -148,6 +148,37 @@ constexpr const char *kPointSizeText = "_PointWorkingBufferSize(m_ParticleCount)
 constexpr const char *kTriangleSizeText =
 	"_TriangleWorkingBufferSize(m_IndexCount_fromBB) <= kLargestWorkingBufferSize";
 
+// That a sort without a buffer asks for just these bytes, and where it gets none, writes nothing. Of a point sort's block an
+// eighth is needed.
+template<typename _Sort>
+void ExpectAsksFor(u64 size, u32 partCount, const _Sort &runSort)
+{
+	const CExpectReports noReports;
+	const CScratchHost host(CScratchHost::Refuses, partCount);
+	CVirtualSort sort;
+	runSort(sort, null);
+	EXPECT_EQ(host.Sizes(), std::vector<u64>{size});
+	EXPECT_EQ(host.FreeCount(), 0u);
+	EXPECT_TRUE(sort.OutputIsUntouched());
+}
+
+// That a sort reports the text and does nothing, without a buffer and with one that has an address and not a byte.
+template<typename _Sort>
+void ExpectIsRefused(const char *text, u32 partCount, const _Sort &runSort)
+{
+	const CExpectReports reports{text, text};
+	const CScratchHost host(CScratchHost::HandsOut, partCount);
+	const CScopeRecorder scopes;
+	const CGuardedMemory noByte(0);
+	CVirtualSort sort;
+	runSort(sort, null);
+	runSort(sort, noByte.Data());
+	EXPECT_EQ(host.Sizes(), std::vector<u64>());
+	EXPECT_TRUE(scopes.Events().empty());
+	EXPECT_TRUE(sort.OutputIsUntouched());
+	EXPECT_TRUE(noByte.SurroundingsIntact());
+}
+
 // From 2^25 - 1 particles on, eight times the size needs more than 32 bits.
 TEST(Limits, PointSortWithoutBuffer_AsksForEightTimesTheSizeIn64Bits)
 {
@@ -172,13 +203,8 @@ TEST(Limits, PointSortWithoutBuffer_AsksForEightTimesTheSizeIn64Bits)
 	for (const SCase &row : cases)
 	{
 		SCOPED_TRACE(row.m_ParticleCount);
-		const CExpectReports noReports;
-		const CScratchHost host(CScratchHost::Refuses, 8);
-		CVirtualSort sort;
-		sort.SortPoints(row.m_ParticleCount, null);
-		EXPECT_EQ(host.Sizes(), std::vector<u64>{row.m_Size});
-		EXPECT_EQ(host.FreeCount(), 0u);
-		EXPECT_TRUE(sort.OutputIsUntouched());
+		ExpectAsksFor(row.m_Size, 8,
+			[&row](CVirtualSort &sort, void *workingBuffer) { sort.SortPoints(row.m_ParticleCount, workingBuffer); });
 	}
 }
 
@@ -201,50 +227,31 @@ TEST(Limits, TriangleSortWithoutBuffer_AsksForItsSize)
 	for (const SCase &row : cases)
 	{
 		SCOPED_TRACE(row.m_IndexCount);
-		const CExpectReports noReports;
-		const CScratchHost host(CScratchHost::Refuses, 1);
-		CVirtualSort sort;
-		sort.SortTriangles(row.m_IndexCount, null);
-		EXPECT_EQ(host.Sizes(), std::vector<u64>{row.m_Size});
-		EXPECT_EQ(host.FreeCount(), 0u);
-		EXPECT_TRUE(sort.OutputIsUntouched());
+		ExpectAsksFor(row.m_Size, 1,
+			[&row](CVirtualSort &sort, void *workingBuffer) { sort.SortTriangles(row.m_IndexCount, workingBuffer); });
 	}
 }
 
-// Sizes end at 32 bits. A sort beyond says so, once for each of the calls below, asks for nothing, and touches no buffer
-// that it is given: this one has an address and not a byte.
+// Sizes end at 32 bits.
 TEST(Limits, PointSortsWhoseSizePasses32Bits_ReportAndWriteNothing)
 {
 	for (const u32 particleCount : {kMostPoints + 1, 1u << 28, (1u << 28) + 1, 1u << 29, 0x80000000u, 0xFFFFFFFFu})
 	{
 		SCOPED_TRACE(particleCount);
-		const CExpectReports reports{kPointSizeText, kPointSizeText};
-		const CScratchHost host(CScratchHost::HandsOut, 8);
-		const CGuardedMemory noByte(0);
-		CVirtualSort sort;
-		sort.SortPoints(particleCount, null);
-		sort.SortPoints(particleCount, noByte.Data());
-		EXPECT_EQ(host.Sizes(), std::vector<u64>());
-		EXPECT_TRUE(sort.OutputIsUntouched());
-		EXPECT_TRUE(noByte.SurroundingsIntact());
+		ExpectIsRefused(kPointSizeText, 8,
+			[particleCount](CVirtualSort &sort, void *buffer) { sort.SortPoints(particleCount, buffer); });
 	}
 }
 
 // In 32 bits, the size of 460,175,073 indices is 72 bytes, and that of 920,350,146 is 104.
 TEST(Limits, TriangleSortsWhoseSizePasses32Bits_ReportAndWriteNothing)
 {
-	for (const u32 indexCount : {kMostTriangleIndices + 1, 460'175'073u, 3 * (1u << 28), 920'350'146u, 0xFFFFFFFFu})
+	for (const u32 indexCount : {kMostTriangleIndices + 1, kMostTriangleIndices + 7, 460'175'073u, 1u << 29,
+			 3 * (1u << 28), 920'350'146u, 0xFFFFFFFFu})
 	{
 		SCOPED_TRACE(indexCount);
-		const CExpectReports reports{kTriangleSizeText, kTriangleSizeText};
-		const CScratchHost host(CScratchHost::HandsOut, 1);
-		const CGuardedMemory noByte(0);
-		CVirtualSort sort;
-		sort.SortTriangles(indexCount, null);
-		sort.SortTriangles(indexCount, noByte.Data());
-		EXPECT_EQ(host.Sizes(), std::vector<u64>());
-		EXPECT_TRUE(sort.OutputIsUntouched());
-		EXPECT_TRUE(noByte.SurroundingsIntact());
+		ExpectIsRefused(kTriangleSizeText, 1,
+			[indexCount](CVirtualSort &sort, void *buffer) { sort.SortTriangles(indexCount, buffer); });
 	}
 }
 

@@ -167,34 +167,6 @@ TEST(PointSortReports, EmptyPattern_IsReportedForTheFirstTwoGeometriesAndWritesN
 	}
 }
 
-// Too many particles for a working buffer whose size has 32 bits: no memory is asked for, touched or carved up.
-TEST(PointSortReports, WorkingBufferBeyond32Bits_IsReportedOnceAndNothingHappens)
-{
-	constexpr u32 kMostParticles = 268435454;
-	for (const u32 particleCount : {kMostParticles + 1, kMostParticles + 2, 1u << 29, 1u << 31, ~0u})
-	{
-		const float value = 1;
-		const TStridedMemoryView<const float> values(&value, particleCount, 0);
-		const TStridedMemoryView<const u8> enableds;
-		u32 quad[] = {0, 1, 2, 0, 2, 3};
-		CTriangleSorter sorter;
-		sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(), 100);
-		sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(values), CTriangleSorter::CEnabledPages(enableds),
-			CTriangleSorter::CRenderedCounts(particleCount), particleCount);
-		sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
-
-		const CGuardedMemory workingBuffer(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(particleCount) % 4096);
-		const CAllocationRecorder allocations;
-		const CScopeRecorder scopes;
-		constexpr const char *kReport = "_PointWorkingBufferSize(m_ParticleCount) <= kLargestWorkingBufferSize";
-		CExpectReports reports{kReport, kReport};
-		sorter.SortPoints_AutogenIndices(null);
-		sorter.SortPoints_AutogenIndices(workingBuffer.Data());
-		EXPECT_TRUE(allocations.Allocations().empty());
-		EXPECT_TRUE(scopes.Events().empty());
-	}
-}
-
 // A host's scope handler changes the sorter after its records have been sorted.
 TEST(PointSortReports, ParticleCountChangedMeanwhile_IsReportedAndTheNewOneExpanded)
 {

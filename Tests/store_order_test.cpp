@@ -7,6 +7,7 @@
 
 #include "diagnostics.h"
 #include "guarded_memory.h"
+#include "index_types.h"
 #include "random_scene.h"
 #include "reference_model.h"
 #include "scene_memory.h"
@@ -64,15 +65,6 @@ protected:
 	const CWarningRecorder m_Silent;
 };
 
-struct SIndexName
-{
-	template<typename _Index>
-	static std::string GetName(int)
-	{
-		return std::is_same_v<_Index, u16> ? "U16" : "U32";
-	}
-};
-using SIndexTypes = testing::Types<u32, u16>;
 TYPED_TEST_SUITE(StoreOrder, SIndexTypes, SIndexName);
 
 // One width, with an output at an address modulo 16.

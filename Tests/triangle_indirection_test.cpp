@@ -5,6 +5,7 @@
 
 #include "diagnostics.h"
 #include "guarded_memory.h"
+#include "index_types.h"
 #include "random_scene.h"
 #include "reference_model.h"
 #include <algorithm>
@@ -233,16 +234,7 @@ class GatherTriangles : public testing::Test
 {
 };
 
-struct SIndexName
-{
-	template<typename _Index>
-	static std::string GetName(int)
-	{
-		return std::is_same_v<_Index, u16> ? "U16" : "U32";
-	}
-};
-using SIndexTypes = testing::Types<u32, u16>;
-TYPED_TEST_SUITE(GatherTriangles, SIndexTypes, SIndexName);
+TYPED_TEST_SUITE(GatherTriangles, Support::SIndexTypes, Support::SIndexName);
 
 // The arguments of a call: by default, all of the list from all of the source.
 struct SGather

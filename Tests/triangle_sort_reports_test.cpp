@@ -375,39 +375,6 @@ TEST(TriangleSortReports, NoViewsOfEnabledBytes_AreReportedAndDisableNothing)
 	}
 }
 
-// Sizes of a working buffer have 32 bits. The first count beyond needs 4,294,967,312 bytes, 16 as 32 bits see it.
-TEST(TriangleSortReports, WorkingBufferBeyond32Bits_IsReportedOnceAndNothingHappens)
-{
-	constexpr u32 kMostIndices = 460175066;
-	for (const u32 indexCount : {kMostIndices + 1, kMostIndices + 7, 1u << 29, ~0u})
-	{
-		STwoPages pages;
-		pages.m_IndexCount = indexCount;
-		pages.SetUp(Model::ESortType::ByValue);
-		const CAllocationRecorder allocations;
-		constexpr const char *kReport = "_TriangleWorkingBufferSize(m_IndexCount_fromBB) <= kLargestWorkingBufferSize";
-		CExpectReports reports{kReport, kReport};
-		pages.m_Sorter.SortTriangles_AutogenIndices(null);
-		pages.Sort();
-		EXPECT_TRUE(allocations.Allocations().empty());
-		EXPECT_EQ(pages.Output(), CIndices(6, kUntouched));
-		EXPECT_EQ(pages.m_WorkingBuffer.As<u8>()[0], CGuardedMemory::kInitialByte);
-	}
-}
-
-TEST(TriangleSortReports, LargestWorkingBuffer_IsAskedForInFull)
-{
-	STwoPages pages;
-	pages.m_IndexCount = 460175064; // a multiple of 3
-	pages.SetUp(Model::ESortType::ByValue);
-	const CAllocationRecorder allocations(true);
-	const CExpectReports none;
-	pages.m_Sorter.SortTriangles_AutogenIndices(null);
-	ASSERT_EQ(allocations.Allocations().size(), 1u);
-	EXPECT_EQ(allocations.Allocations()[0].m_Size, 4294967264u);
-	EXPECT_EQ(pages.Output(), CIndices(6, kUntouched));
-}
-
 #if VX_ASSERTIONS
 // In a process of its own, where a silenced site harms no other test. The second page starts on an odd triangle, which
 // two sites report; a host that breaks at them is trapped as often.

@@ -1052,23 +1052,32 @@ u32 ValidateSort(const CTriangleSorter &sorter,
 	return ValidateSort(sorter, CSortValidation::EntryOf(sorter), workingBuffer, workingBufferSize, handler, userData);
 }
 
+static u32 SortChecked(CTriangleSorter &sorter,
+	ESortEntry entry,
+	void *workingBuffer,
+	u64 workingBufferSize,
+	CbSortFinding handler,
+	void *userData)
+{
+	const u32 violationCount = ValidateSort(sorter, entry, workingBuffer, workingBufferSize, handler, userData);
+	if (violationCount != 0)
+		return violationCount;
+	if (entry == SortEntry_Points)
+		sorter.SortPoints_AutogenIndices(workingBuffer);
+	else
+		sorter.SortTriangles_AutogenIndices(workingBuffer);
+	return 0;
+}
+
 u32 SortPointsChecked(
 	CTriangleSorter &sorter, void *workingBuffer, u64 workingBufferSize, CbSortFinding handler, void *userData)
 {
-	const u32 violationCount =
-		ValidateSort(sorter, SortEntry_Points, workingBuffer, workingBufferSize, handler, userData);
-	if (violationCount == 0)
-		sorter.SortPoints_AutogenIndices(workingBuffer);
-	return violationCount;
+	return SortChecked(sorter, SortEntry_Points, workingBuffer, workingBufferSize, handler, userData);
 }
 
 u32 SortTrianglesChecked(
 	CTriangleSorter &sorter, void *workingBuffer, u64 workingBufferSize, CbSortFinding handler, void *userData)
 {
-	const u32 violationCount =
-		ValidateSort(sorter, SortEntry_Triangles, workingBuffer, workingBufferSize, handler, userData);
-	if (violationCount == 0)
-		sorter.SortTriangles_AutogenIndices(workingBuffer);
-	return violationCount;
+	return SortChecked(sorter, SortEntry_Triangles, workingBuffer, workingBufferSize, handler, userData);
 }
 } // namespace Vexmoor
