@@ -111,7 +111,8 @@ namespace Assert
 		VX_ASSERT_SITE((__VA_ARGS__), ::Vexmoor::Assert::EvalAssert(__FILE__, VX_FUNCTION, __LINE__, #__VA_ARGS__, \
 										  VX_STRINGIZE(__VA_ARGS__), #__VA_ARGS__))
 
-	/// Reports a text of its own when the condition does not hold: what is broken, where the condition guards itself.
+	/// Reports the given text when the condition does not hold. For a condition that says more than its text, because
+	/// it guards itself against an access outside.
 	#define VX_ASSERT_AS(_text, ...) \
 		VX_ASSERT_SITE(              \
 			(__VA_ARGS__), ::Vexmoor::Assert::EvalAssert(__FILE__, VX_FUNCTION, __LINE__, _text, _text, _text))

@@ -9,7 +9,7 @@
 
 /// Inline at every optimisation level.
 #define VX_INLINE inline __attribute__((always_inline))
-/// Inline at none: keeps the registers and code that a rare path takes out of its caller.
+/// Never inline: keeps the code and the registers of a rare path out of its caller.
 #define VX_NOINLINE __attribute__((noinline))
 ///@{
 /// The condition's value, with a hint which one to lay out straight.
@@ -37,14 +37,15 @@
 /// Checks a printf-style call: the 1-based positions of the format and of the first argument after it.
 #define VX_PRINTF_LIKE(_format, _firstArgument) __attribute__((format(printf, _format, _firstArgument)))
 
-/// A type made of another one, for a typedef: its objects may lie at any address, and over objects of any type.
+/// Makes a typedef whose objects may lie at any address, and in the same bytes as objects of other types.
 #define VX_ANYWHERE __attribute__((may_alias, aligned(1)))
 
 ///@{
-/// Right before a store of lanes, and right behind it with the object that it stores to: compilers then leave the store
-/// in its place among volatile accesses and other such stores. The lanes are made anew before the store, so it cannot
-/// come earlier; the object is looked at behind it, so it cannot come later. Neither is an instruction, though g++ may
-/// compute the object's address once more; other loads and arithmetic still move.
+/// Two statements around a store of lanes: the first, with the lanes, right before it; the second, with the object that
+/// is stored to, right behind it. Compilers then keep the store in its place among volatile accesses and other such
+/// stores. To them the first statement makes the lanes, so the store cannot come earlier, and the second reads the
+/// object, so the store cannot come later. Neither is an instruction, though g++ may compute the object's address once
+/// more. Other loads and arithmetic still move.
 #if defined(__aarch64__)
 	#define VX_BEFORE_STORE_IN_PLACE(_lanes) __asm__ volatile("" : "+w"(_lanes))
 #else
@@ -62,8 +63,8 @@
 #endif
 
 ///@{
-/// try and catch (const std::exception &), for the little that the standard library throws at us. Without exceptions
-/// (-fno-exceptions) the first block runs by itself.
+/// try and catch (const std::exception &), for what the standard library throws. Where exceptions are switched off
+/// (-fno-exceptions), the first block runs and the second one never does.
 #if defined(__cpp_exceptions)
 	#define VX_TRY try
 	#define VX_CATCH catch (const std::exception &)

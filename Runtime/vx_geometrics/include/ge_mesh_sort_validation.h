@@ -37,19 +37,20 @@ enum ESortEntry : u32
 	SortEntry_Triangles = 1 ///< SortTriangles_AutogenIndices: geometry per page.
 };
 
-/// Checks the sort that entry names and returns the number of violations. Geometry of the other entry is one.
-/// Every rule speaks once, or once per page; of several particles of a page the first is named, counted as rendered
-/// particles are, through all pages. Of a page that renders nothing only the vertex count matters, as in a sort, and of
-/// a page that the vertex count leaves no room for nothing more than a sort looks at. Of the output counts what is
-/// written, and of positions or values without enabled bytes what is read: the rest of their views may be anything.
+/// Checks the sort that entry names and returns the number of violations. Geometry that belongs to the other entry is a
+/// violation. Every rule speaks once, or once per page. If several particles of a page break a rule, the first one is
+/// named, by its number among the rendered particles of all pages.
+/// Only what the sort touches is checked. Of a page that renders nothing, that is its vertex count. Of the output, it
+/// is the part that is written; of positions and values without enabled bytes, the elements that are read. The rest of
+/// these views may be anything.
 /// workingBuffer      what the sort will get; null where it shall allocate
 /// workingBufferSize  its bytes; 0 with null
-/// handler            receives each finding in turn, on the calling thread; null: violations are only counted, and the
-///                    number is the same
+/// handler            receives each finding in turn, on the calling thread; null: the violations are counted all the
+///                    same
 /// Reads    what the sort would read, but for positions, values and quad centres: views first, and their elements only
 ///          where the view is sound. Neither the output nor the working buffer is touched.
-/// Cost     linear in the particles: one pass over enabled bytes, and one over the index list, or up to five where
-///          entries of it are spoken of. Nothing is allocated.
+/// Cost     linear in the particles: one pass over the enabled bytes and one over the index list. A list with entries
+///          to be spoken of is passed over up to four times more. Nothing is allocated.
 /// Threads  as for a sort: one thread per sorter, different sorters side by side.
 /// Reports  nothing but findings.
 VX_API u32 ValidateSort(const CTriangleSorter &sorter,
@@ -58,8 +59,7 @@ VX_API u32 ValidateSort(const CTriangleSorter &sorter,
 	u64 workingBufferSize,
 	CbSortFinding handler,
 	void *userData);
-/// The same for the sort that the sorter's geometry calls for: of triangles where it is set up per page, else of
-/// points.
+/// Checks the sort that the geometry calls for: of triangles if the geometry is set up per page, otherwise of points.
 VX_API u32 ValidateSort(const CTriangleSorter &sorter,
 	const void *workingBuffer,
 	u64 workingBufferSize,
@@ -67,13 +67,13 @@ VX_API u32 ValidateSort(const CTriangleSorter &sorter,
 	void *userData);
 
 ///@{
-/// Sorts points, or triangles, unless a rule is broken: what ValidateSort says of the entry goes to the handler, and
-/// the number of violations is returned. With any, the call is refused: nothing is written or allocated, and nothing
-/// asserts or warns. With none, SortPoints_AutogenIndices or SortTriangles_AutogenIndices does the rest, with all that
-/// its own contract says, and 0 is returned.
-/// workingBuffer  as the sort wants it; null with a size of 0: a block is taken from Mem::_RawAlloc for the length of
-///                the call. If there is none to be had, 0 is returned and nothing is written.
-/// The rest as for ValidateSort.
+/// Checks a sort of points, or of triangles, as ValidateSort does, sorts if no rule is broken, and returns the number
+/// of violations. A call with violations is refused: nothing is written or allocated, and nothing asserts or warns. A
+/// call without is handed to SortPoints_AutogenIndices or SortTriangles_AutogenIndices, whose contract holds from there
+/// on.
+/// workingBuffer  as the sort wants it; or null, with a size of 0: the sort takes a block from Mem::_RawAlloc and gives
+///                it back. If there is no memory for the block, nothing is written, and 0 is returned.
+/// The other arguments are those of ValidateSort.
 VX_API u32 SortPointsChecked(
 	CTriangleSorter &sorter, void *workingBuffer, u64 workingBufferSize, CbSortFinding handler, void *userData);
 VX_API u32 SortTrianglesChecked(

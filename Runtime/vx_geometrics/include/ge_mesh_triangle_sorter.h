@@ -134,9 +134,9 @@ public:
 	/// What is sorted, by distance to the camera.
 	/// positions               per page, at least as many as are read; packed (a stride of 12) is fast, any other
 	///                         stride correct, and 0 places all particles of a page at one position
-	/// enableds                per page a view of a byte for each particle, contiguous; an empty view for a page
-	///                         without, none of whose particles is disabled. One view per page, also where all are
-	///                         empty: a page that this collection lacks is reported, and has no disabled particles
+	/// enableds                one view per page, of contiguous bytes, one for each particle. The view of a page
+	///                         without disabled particles may be empty, but it has to be there, also if the views of
+	///                         all pages are empty. A missing one is reported, and taken for an empty one
 	/// renderedParticleCounts  per page the number of particles drawn
 	/// particleCount           the sum of renderedParticleCounts
 	/// cameraPosition          in the space of the positions

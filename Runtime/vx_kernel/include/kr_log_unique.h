@@ -19,9 +19,9 @@ namespace Profiler
 	class CHazards;
 }
 
-/// One entry per key. All members may be called from any thread. Entries for all that the library itself says are set
-/// aside beforehand, so that its warnings find room without allocating; when neither they nor the heap have room, a
-/// first touch is left out, and the next touch of its key is the first one.
+/// One entry per key. All members may be called from any thread. A collection sets entries aside for the library's own
+/// warnings, which then allocate nothing. If these entries are used up and the heap has no room, a new key is not
+/// recorded, and its next touch is its first one. Known keys always count.
 class VX_API CLogUniqueCollection
 {
 public:
@@ -36,7 +36,7 @@ public:
 	/// Receives an entry at its first touch, on the thread that touched it, outside the collection's lock.
 	typedef void (*CbFirstTouch)(const SEntry &entry, void *userData);
 
-	/// No entries, and some set aside.
+	/// An empty collection, with entries set aside.
 	CLogUniqueCollection();
 
 	/// Records the message under a new key, or counts another touch of a known one, whose message stays. A new key
@@ -58,8 +58,8 @@ private:
 
 	enum EStorage
 	{
-		Storage_SetAside, // entries that were set aside, and the heap only where they have run out
-		Storage_Heap      // as many entries are set aside as before
+		Storage_SetAside, // a new key takes an entry that was set aside; from the heap only if there is none
+		Storage_Heap      // entries are set aside anew in place of those that a new key takes
 	};
 	VX_LOCAL bool _Touch(std::string_view key, std::string_view message, u32 touchCount, EStorage storage);
 	VX_LOCAL std::size_t _UsedCount() const;
@@ -84,13 +84,14 @@ public:
 /// Counts a performance hazard for the thread, and touches the key in the process-wide collection.
 VX_API void WarnOnce(const char *key, const char *message);
 
-/// The same for the library's own sites: allocates nothing. siteKey is a literal, and message may change or go once
-/// this returns. Characters of a key beyond the 288th, and of a message beyond the 127th, are cut.
+/// Warns like WarnOnce, for the library's own sites, and allocates nothing while entries are set aside.
+/// siteKey  a literal, told apart from others by its address; cut after 288 characters
+/// message  copied, and cut after 127 characters
 VX_API void WarnAtSite(const char *siteKey, const char *message);
 
-/// Takes together what WarnAtSite counts on a thread, for loops over many pages. A site's first touch reaches the
-/// process-wide collection at once; later ones are added up and reach it as one when the batch ends. Hazards count at
-/// once. Batches nest; a batch ends on its own thread, the one begun last first.
+/// Adds up the touches that WarnAtSite makes on this thread, for loops over many pages, and tells the process-wide
+/// collection when the batch ends. A key that the collection does not know yet reaches it at once, and hazards are
+/// counted at once. Batches nest: they end on the thread that began them, the last one first.
 class VX_API CWarningBatch
 {
 public:
@@ -108,7 +109,7 @@ private:
 		u32 m_TouchCount; // since the collection was last told
 		char m_Message[CShortString::kMaxLength + 1];
 	};
-	static constexpr u32 kMaxSites = 8; // of one sort: a filler's, and one per pattern width and index type
+	static constexpr u32 kMaxSites = 8; // that warn in one sort: its filler's, and those of its patterns' widths
 
 	VX_LOCAL bool _Count(const char *siteKey);
 	VX_LOCAL void _Add(const char *siteKey, const char *message);

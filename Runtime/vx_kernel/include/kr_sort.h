@@ -32,8 +32,8 @@ namespace SortLanes
 	///@}
 
 	///@{
-	/// The same of counters among which are long runs of zeros, after adding to each its other one, unless others is
-	/// null.
+	/// Exclusive prefix sums, in place, of counters[i] + others[i]; others may be null. Fast where most counters are
+	/// zero. Counts and limits are those of SumCounters.
 	VX_API void SumSparseCounters(u8 *counters, const u8 *others, u32 count);
 	VX_API void SumSparseCounters(u16 *counters, const u16 *others, u32 count);
 	VX_API void SumSparseCounters(u32 *counters, const u32 *others, u32 count);
@@ -168,8 +168,9 @@ public:
 			return;
 		VX_ASSERT(AreApart(&*first, &*output, elementCount));
 
-		// Clearing and summing counters is what few records wait for, and it takes as long as the counters are wide. A
-		// position that is asked for lies below the count; the one after the last record may wrap to 0.
+		// With few records, most of the time goes into clearing and summing the counters, so they are as narrow as the
+		// count allows. Every position that is asked for lies below the count; the one after the last record may wrap
+		// to 0.
 		if (elementCount <= kMaxCountIn8Bits)
 			_SortWith<u8, false>(&*first, &*output, elementCount, keyExtractor);
 		else if (elementCount <= kMaxCountIn16Bits)
@@ -205,9 +206,10 @@ private:
 		_Counter *const histogram1 = rawHistograms + _HistogramStride * kCountersPerPlace;
 		_Counter *const histogram2 = rawHistograms + 2 * _HistogramStride * kCountersPerPlace;
 
-		// Neighbours in order of emission are about as far away and count in the same few top digits. A processor
-		// passes 32 bits just stored straight on to the next load, but not fewer: there every other record counts in a
-		// histogram of its own, in what is free of the place.
+		// Neighbouring particles have similar distances, so consecutive records increment the same counter of the top
+		// digit, and each increment waits for the store before it. Processors forward a store of 32 bits to the next
+		// load, but not a narrower one: with narrower counters every other record counts in a second histogram, which
+		// lies in the unused part of the first one's memory.
 		constexpr bool kTakesTurns = sizeof(_Counter) < 4;
 		_Counter *const oddHistogram2 = kTakesTurns ? histogram2 + (1u << _LastBits) : nullptr;
 

@@ -1,6 +1,6 @@
 // The log-once collection. It holds a few dozen entries at most, so a walk over them beats a map. A site's first touch
 // is in the middle of a sort, which allocates nothing: entries with room for it are made beforehand and lie behind
-// those that are used. Who only counts touches of a known key adds many at once.
+// those that are used. Touches of a known key can be added many at once.
 
 #include "kr_log_unique.h"
 #include "kr_profiler.h"
@@ -16,7 +16,7 @@ namespace Vexmoor
 constexpr std::size_t kMaxKeyLength = 288; // "[l.1234] @ " and a source path
 constexpr std::size_t kMaxMessageLength = CShortString::kMaxLength;
 
-// The library has 15 sites. Each takes two entries: the one that stays, and the one that its first touch is shown with.
+// The library has 15 sites. Each takes two entries: one stays, the other one is shown to the first-touch handler.
 constexpr std::size_t kEntriesSetAside = 32;
 
 typedef CLogUniqueCollection::SEntry SEntry;
@@ -26,7 +26,8 @@ static std::string_view Cut(const char *text, std::size_t maxLength)
 	return {text, std::min(std::strlen(text), maxLength)};
 }
 
-// An entry that is set aside has a key that nobody can touch. Strings keep the memory that they once had.
+// An entry that is set aside has a key that nobody can touch, since keys end at their first null. Its strings keep the
+// memory that they have.
 static void MarkAsSetAside(SEntry &entry)
 {
 	entry.m_Key.assign(1, '\0');
@@ -173,8 +174,8 @@ void WarnOnce(const char *key, const char *message)
 // The thread's innermost batch, or null.
 static thread_local CWarningBatch *s_Batch = null;
 
-// A first touch shows a handler, which may clear or replace the collection: only a key that was known when it was last
-// touched is counted without looking.
+// A first touch calls a handler, which may clear or replace the collection. So a batch counts a key by itself only from
+// the second touch on, when the collection has known the key.
 void WarnAtSite(const char *siteKey, const char *message)
 {
 	CWarningBatch *const batch = s_Batch;

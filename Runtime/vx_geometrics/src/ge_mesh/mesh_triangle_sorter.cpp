@@ -122,7 +122,7 @@ static TStridedMemoryView<const float> CompactSortValues(const TMemoryView<SInde
 	{
 		// Written before it is known to stay: a branch on the byte would be a guess.
 		StoreU32(sortKeys + count * sizeof(float), sortValueBits(element.Ptr()));
-		// The walk offers a page without enabled bytes no more elements than records, so it does not come here.
+		// A page without enabled bytes is not compacted: the walk offers no more elements of it than there are records.
 		// NOLINTNEXTLINE(clang-analyzer-core.NullDereference)
 		count += *enabled++ != 0;
 	}
@@ -130,8 +130,8 @@ static TStridedMemoryView<const float> CompactSortValues(const TMemoryView<SInde
 	return {reinterpret_cast<const float *>(sortKeys), primCount, sizeof(float)};
 }
 
-// What fills a page is inlined into the walk over pages, whose time is spent per page when pages have one particle
-// each. Groups of four and compaction, which such pages have no use for, are functions that stay out of line.
+// What fills a page is inlined into the walk over pages, because with one particle to a page a call per page takes much
+// of the time. Groups of four and compaction are not inlined: pages that small have no use for them.
 
 template<bool _Aligned, typename _VertexBases>
 static VX_NOINLINE void FillGroupsByValue(
@@ -468,7 +468,8 @@ VX_INLINE u32 CTriangleSorter::_WalkPages(
 {
 	if (count == 0)
 		return 0;
-	// Copies of the views, which compilers keep in registers: for all they know, storing a record changes a member.
+	// Compilers keep these copies in registers. Members they load again and again, since a stored record might change
+	// them.
 	const CRenderedCounts renderedCounts = m_InRenderedParticleCounts;
 	const CEnabledPages enabledPages = m_InEnableds;
 	const TStridedMemoryView<const TStridedMemoryView<const _Element, -1>, -1> elementPages = pages;
@@ -520,7 +521,7 @@ VX_INLINE u32 CTriangleSorter::_WalkPages(
 		if (enableds.Empty())
 			pprocessIn = std::min(pprocessIn, pprocess); // none is disabled: the first ones are the rendered ones
 
-		// One after the other, so that broken ones are reported in this order by every compiler.
+		// A statement for each slice, so that every compiler reports broken slices in this order.
 		const TMemoryView<SIndexAndDepth> recordSlice = records.Slice(i, pprocess);
 		const TStridedMemoryView<const _Element> elementSlice = elements.Slice(offsetInPage, pprocessIn);
 		const TStridedMemoryView<const u8> enabledSlice = enableds.SliceIFP(offsetInPage, pprocessIn);
@@ -1410,7 +1411,8 @@ void CTriangleSorter::ExpandSortingIndirectionsListPoints_Triangles(
 		WriteTriangleBlocks<false>(inoutList.Data(), primCount, trianglePerPrimitive, primOffset);
 }
 
-// The views are copies: a caller's might lie in the output for all that compilers know, and be loaded again each time.
+// The views are passed by value. A view of the caller's might lie in the output, and compilers would load it again for
+// every triangle.
 template<typename _Index>
 static void ApplyToTriangles(const TMemoryView<SIndexAndDepth> inList,
 	const TMemoryView<const _Index> srcIndices,
@@ -1425,7 +1427,7 @@ static void ApplyToTriangles(const TMemoryView<SIndexAndDepth> inList,
 	const TMemoryView<STriangle> outIndices(reinterpret_cast<STriangle *>(dstIndices), triCount);
 	for (u32 i = 0; i < triCount; ++i)
 	{
-		// Index by index in order, which the copy of a structure is not.
+		// Stores in ascending order. Compilers copy a structure in an order of their own.
 		const STriangle &triangle = inIndices[inList[i].m_Index];
 		volatile _Index *const dst = outIndices[i].m_IDs;
 		if constexpr (sizeof(_Index) == sizeof(u32))

@@ -295,7 +295,8 @@ SElements CSortValidation::_Output() const
 	return {"output", kNoPage, null, 0, 0, 0, 1};
 }
 
-// Indices from the first one on to the last that the sort writes; all of them where that cannot be said.
+// The number of indices from the first one of the output to the last one that the sort writes. If the call is too
+// broken to tell, that is the whole output.
 u64 CSortValidation::_WrittenIndexCount() const
 {
 	const u32 indexCount = m_Sorter.m_IndexCount;
@@ -315,7 +316,7 @@ SElements CSortValidation::_RenderedCounts() const
 	return {"rendered counts", kNoPage, m_Sorter.m_InRenderedParticleCounts, alignof(u32)};
 }
 
-// That there are rendered counts to compare the views of pages with.
+// Whether there are rendered counts, whose number is that of the pages.
 bool CSortValidation::_HasRenderedCounts() const
 {
 	return m_Sorter.m_SortType != CSorter::SortUnknown && FaultOf(_RenderedCounts()) == ViewFault_None;
@@ -336,8 +337,8 @@ SElements CSortValidation::_Source(u32 pageId) const
 	return {"sort values", pageId, m_Sorter.m_InSortKeys[pageId], 1};
 }
 
-// What the sort reads of a page's source. Where bytes say which particles are enabled, all of it counts; where a
-// triangle sort finds no room for the page, it has only seen to it that there is a source.
+// The elements of a page's source that the sort reads. With enabled bytes, any of them may be read. Of a page for which
+// no vertices are left, a triangle sort only looks whether its source is empty.
 SElements CSortValidation::_UsedSource(const SPage &page) const
 {
 	const SElements source = _Source(page.m_Id);
@@ -362,7 +363,7 @@ SElements CSortValidation::_IndexList() const
 	return SElements("index list", kNoPage, m_Sorter.m_IndexList, 1).First(m_Sorter.m_ParticleCount);
 }
 
-// As many as the vertices can ask for: who asks beyond them has vertex 0's.
+// The quad centres that the sort may read: those of the vertices. A list entry beyond them stands for vertex 0.
 SElements CSortValidation::_QuadCenters() const
 {
 	const SElements centers("quad centres", kNoPage, m_Sorter.m_QuadCenters, alignof(CFloat4));
@@ -412,8 +413,8 @@ u32 CSortValidation::_VerticesPerParticle(u32 pageId) const
 	return pageId < m_VertexCountPageCount ? m_Sorter.m_PrimiteVertexCountCollection[pageId] : 0;
 }
 
-// Pages share out the vertices in turn. In a triangle sort even one that renders nothing ends that where a particle of
-// it has no room.
+// Pages take their vertices in turn. A triangle sort ends with the first page of which no particle has room, also if
+// that page renders nothing.
 void CSortValidation::_ShareVertices(SPage &page) const
 {
 	page.m_DrawnCount = page.m_IsReached ? page.m_RenderedCount : 0;
@@ -504,7 +505,7 @@ void CSortValidation::_CheckParticleCount()
 		_Advice("The pages render 0 particles: the sort draws nothing, and reports that it has no first record.");
 }
 
-// A page may have an empty view. That no page has any is said with one empty view for each page, not with none.
+// The view of a page may be empty, but every page has one.
 void CSortValidation::_CheckEnabledPages()
 {
 	const SElements views = _EnabledPages();
@@ -778,7 +779,8 @@ void CSortValidation::_CheckIndexList()
 		_CheckListEntries(checksCenters);
 }
 
-// The entries whose particles start at a vertex from firstBase on. An entry beyond the vertex count starts at 0.
+// The list entries whose particles start at vertex firstBase or behind it. An entry beyond the vertex count stands for
+// vertex 0.
 SNumberRange CSortValidation::_EntriesFromBase(u64 firstBase) const
 {
 	if (firstBase == 0)
@@ -833,7 +835,7 @@ void CSortValidation::_CheckListEntries(bool checksCenters)
 		});
 }
 
-// Hands report the first entry of each page that lies in the range.
+// Calls report with the first entry of each page that lies in the range.
 template<typename _Report>
 void CSortValidation::_ForEachEntryIn(const SNumberRange &range, const _Report &report)
 {
@@ -922,8 +924,8 @@ void CSortValidation::_CheckTriangleVertices(const SPage &page)
 		_CheckLargestIndex(page, LargestEntry(_PagePattern(page.m_Id)));
 }
 
-// Records of a page that follow on an odd number of triangles start 8 bytes off. Assertions say so twice for each such
-// page, which is of no consequence, unless a host's handler stops there.
+// If an odd number of triangles lies before a page, its records start at 8 modulo 16, and two assertions say so. The
+// result is right all the same, but a host whose handler answers break stops there.
 void CSortValidation::_CheckTriangleAlignment()
 {
 	u32 firstPage = kNoPage;

@@ -1,6 +1,6 @@
 #pragma once
 
-// An answer that is found out when somebody first asks, and that somebody else may set at any time.
+// An answer that is found out at the first question, unless somebody has set it before.
 
 #include "vx_defs.h"
 
@@ -8,13 +8,13 @@
 
 namespace Vexmoor
 {
-// A number other than 0. Any thread may ask and set. What is set stands, even against a first question that began
-// before it and ends after it.
+// A number other than 0. Any thread may ask and set. A number that is set is never replaced by what a question finds
+// out, not even by one that began before.
 class CFirstAnswer
 {
 public:
-	// The number, for one relaxed load where it is known. The first question calls find, which returns the number; when
-	// several threads ask first, each may call it, and all get the number that was there first.
+	// Returns the number, which costs one relaxed load once it is known. Before that, find is called, which returns it.
+	// If several threads ask at the same time, each may call find, and all get the number that was stored first.
 	template<typename _Find>
 	u32 Get(const _Find &find)
 	{

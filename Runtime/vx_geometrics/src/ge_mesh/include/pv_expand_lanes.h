@@ -23,7 +23,7 @@ static VX_INLINE __m128i LoadBases4(const SIndexAndDepth *records)
 	return Shuffle2<3, 1, 3, 1>(LoadRecords2(records), LoadRecords2(records + kRecordsPerAccess));
 }
 
-// As above, from records at any address, for loops that do not insist on their alignment.
+// The bases of four records at any address, without a look at their alignment.
 static VX_INLINE __m128i LoadBases4Unaligned(const SIndexAndDepth *records)
 {
 	return Shuffle2<3, 1, 3, 1>(
@@ -198,7 +198,8 @@ struct SPattern12
 	}
 };
 
-// The low 16 bits of eight 32-bit lanes: made numbers with a sign, they pack without saturating.
+// The low 16 bits of eight 32-bit lanes. Packing saturates signed lanes, so the lanes are first made the signed numbers
+// that their low 16 bits are.
 static VX_INLINE __m128i CutTo16(__m128i lanes0123, __m128i lanes4567)
 {
 	const auto signedLow16 = [](__m128i lanes) { return _mm_srai_epi32(_mm_slli_epi32(lanes, 16), 16); };

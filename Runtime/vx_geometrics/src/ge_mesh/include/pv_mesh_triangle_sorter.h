@@ -41,7 +41,7 @@ static VX_INLINE void StoreU64(volatile void *p, u64 value)
 		typedef u64 VX_ANYWHERE CStored;
 		*static_cast<volatile CStored *>(p) = value;
 	}
-	else // two stores in any case, of which clang would do the upper one first
+	else // a 32-bit processor needs two stores in any case, and clang would do the upper one first
 	{
 		StoreU32(p, u32(value));
 		StoreU32(static_cast<volatile u8 *>(p) + sizeof(u32), u32(value >> 32));

@@ -59,8 +59,8 @@ struct SNumberRange
 };
 
 // The place of the first number of [begin, end) that lies in the range; end if none does. Numbers lie at any address.
-// A number is in the range where number - first <= last - first, unsigned. SSE2 compares signed: both sides have their
-// sign bit turned, which the left side gets with the subtraction.
+// A number is in the range if number - first <= last - first, unsigned. SSE2 compares as signed, so both sides have
+// their sign bit flipped. On the left side the subtraction flips it as well.
 VX_WRAPS static inline u64 FindInRange(const u32 *numbers, u64 begin, u64 end, const SNumberRange &range)
 {
 	constexpr u32 kSignBit = 0x80000000u;
