@@ -15,7 +15,7 @@ namespace
 {
 	constexpr u32 kCounts[] = {1000, 10000, 100000, 1000000, 4000000};
 	constexpr u32 kVerticesPerParticle = 4;
-	constexpr u32 kMostLanes = 16;
+	constexpr Cpu::EInstructionSet kWidest = Cpu::InstructionSet_Avx512;
 	constexpr u32 kFewestInTurns = 100000; // fewer are soon over, and a look at the clock counts
 
 	// The traffic of the fill and as little else as can be: of 12 bytes read and 8 written per particle, every byte read
@@ -211,9 +211,9 @@ namespace
 	}
 
 	template<typename _Element>
-	void RunLayout(benchmark::State &state, const CPage<_Element> &page, u32 laneCount)
+	void RunLayout(benchmark::State &state, const CPage<_Element> &page, Cpu::EInstructionSet instructionSet)
 	{
-		Cpu::SetMaxLaneCount(laneCount);
+		Cpu::SetMaxInstructionSet(instructionSet);
 		const u32 count = page.View().Count();
 		CBuffer<SIndexAndDepth> records(count);
 		const TMemoryView<SIndexAndDepth> out(records.Data(), count);
@@ -225,7 +225,7 @@ namespace
 		if (!IsFilled(out, page.View(), TView<u8>()))
 			state.SkipWithError("wrong records");
 		DescribeIteration(state, 1, count);
-		Cpu::SetMaxLaneCount(kMostLanes);
+		Cpu::SetMaxInstructionSet(kWidest);
 	}
 
 	// The fill and its traffic in turns, in the same memory.
@@ -324,18 +324,19 @@ void RegisterFill()
 		for (const SLayout &layout : kPositionLayouts)
 		{
 			Register(layout.m_Name, "vexmoor", count,
-				[=](benchmark::State &state) { RunLayout(state, PositionPage(count, layout), kMostLanes); });
+				[=](benchmark::State &state) { RunLayout(state, PositionPage(count, layout), kWidest); });
 		}
-		for (u32 laneCount = Cpu::LaneCount() / 2; laneCount >= 4; laneCount /= 2)
+		for (u32 set = Cpu::InstructionSet(); set-- != Cpu::InstructionSet_Baseline;)
 		{
-			Register(kPositionLayouts[0].m_Name, laneCount == 4 ? "vexmoor_4_lanes" : "vexmoor_8_lanes", count,
+			Register(kPositionLayouts[0].m_Name,
+				set == Cpu::InstructionSet_Baseline ? "vexmoor_4_lanes" : "vexmoor_8_lanes", count,
 				[=](benchmark::State &state)
-				{ RunLayout(state, PositionPage(count, kPositionLayouts[0]), laneCount); });
+				{ RunLayout(state, PositionPage(count, kPositionLayouts[0]), Cpu::EInstructionSet(set)); });
 		}
 		for (const SLayout &layout : kValueLayouts)
 		{
 			Register(layout.m_Name, "vexmoor", count,
-				[=](benchmark::State &state) { RunLayout(state, ValuePage(count, layout), kMostLanes); });
+				[=](benchmark::State &state) { RunLayout(state, ValuePage(count, layout), kWidest); });
 		}
 		RegisterPages(kPositionLayouts[0], "positions", count, PositionPage);
 		RegisterPages(kValueLayouts[0], "values", count, ValuePage);

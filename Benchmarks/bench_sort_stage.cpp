@@ -110,7 +110,7 @@ void RegisterSortStage()
 		for (const u32 count : kCounts)
 		{
 			Register<CVexmoorSort>(keys, count);
-			if (count <= 1000 && Cpu::LaneCount() > 4)
+			if (count <= 1000 && Cpu::InstructionSet() != Cpu::InstructionSet_Baseline)
 				Register<CVexmoorSort4>(keys, count);
 			Register<CStdSort>(keys, count);
 			Register<CStdStableSort>(keys, count);

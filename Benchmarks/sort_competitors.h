@@ -50,8 +50,8 @@ struct CVexmoorSort4 : CVexmoorSort
 {
 	static constexpr const char *kName = "vexmoor_4_lanes";
 
-	~CVexmoorSort4() { Cpu::SetMaxLaneCount(16); }
-	void Prepare(u32) { Cpu::SetMaxLaneCount(4); }
+	~CVexmoorSort4() { Cpu::SetMaxInstructionSet(Cpu::InstructionSet_Avx512); }
+	void Prepare(u32) { Cpu::SetMaxInstructionSet(Cpu::InstructionSet_Baseline); }
 };
 
 struct CStdSort : SSortsRecords

@@ -9,7 +9,7 @@
 
 using namespace Vexmoor;
 
-TEST(Threads, FirstLaneCount_YieldsToTheHostsLimit)
+TEST(Threads, FirstInstructionSet_YieldsToTheHostsLimit)
 {
 	std::atomic<u32> ready = 0;
 	const auto meet = [&ready]
@@ -21,12 +21,12 @@ TEST(Threads, FirstLaneCount_YieldsToTheHostsLimit)
 		[&]
 		{
 			meet();
-			const u32 laneCount = Cpu::LaneCount();
-			EXPECT_TRUE(laneCount == 4 || laneCount == 8 || laneCount == 16) << laneCount;
+			const u32 set = Cpu::InstructionSet();
+			EXPECT_LE(set, Cpu::InstructionSet_Avx512);
 		});
 	meet();
-	Cpu::SetMaxLaneCount(4);
+	Cpu::SetMaxInstructionSet(Cpu::InstructionSet_Baseline);
 	asker.join();
-	EXPECT_EQ(Cpu::LaneCount(), 4u);
-	Cpu::SetMaxLaneCount(16);
+	EXPECT_EQ(Cpu::InstructionSet(), Cpu::InstructionSet_Baseline);
+	Cpu::SetMaxInstructionSet(Cpu::InstructionSet_Avx512);
 }

@@ -1,4 +1,4 @@
-// Runs the tests; with --lanes=4 or --lanes=8 on the paths that processors with narrower registers take.
+// Runs the tests; with --baseline or --avx2 on the paths that processors with no wider registers take.
 
 #include "kr_cpu.h"
 
@@ -20,13 +20,14 @@ int main(int argc, char **argv)
 	testing::InitGoogleTest(&argc, argv);
 	for (int i = 1; i < argc; ++i)
 	{
-		const bool isFour = std::strcmp(argv[i], "--lanes=4") == 0;
-		if (!isFour && std::strcmp(argv[i], "--lanes=8") != 0)
+		const bool isBaseline = std::strcmp(argv[i], "--baseline") == 0;
+		if (!isBaseline && std::strcmp(argv[i], "--avx2") != 0)
 		{
 			std::fprintf(stderr, "vexmoor_tests: There is no option '%s'.\n", argv[i]);
 			return 2;
 		}
-		Vexmoor::Cpu::SetMaxLaneCount(isFour ? 4 : 8);
+		Vexmoor::Cpu::SetMaxInstructionSet(
+			isBaseline ? Vexmoor::Cpu::InstructionSet_Baseline : Vexmoor::Cpu::InstructionSet_Avx2);
 	}
 	testing::UnitTest::GetInstance()->listeners().Append(new CNoReportUnasked);
 	return RUN_ALL_TESTS();

@@ -3,7 +3,7 @@
 
 #include "ge_mesh_triangle_sorter.h"
 
-#include "vx_sse2.h"
+#include "simd/lanes.h"
 
 #include "diagnostics.h"
 #include "guarded_memory.h"

@@ -3,9 +3,8 @@
 #include "ge_mesh_triangle_sorter.h"
 
 #include "kr_cpu.h"
+#include "kr_first_answer.h"
 #include "kr_sort.h"
-
-#include "pv_first_answer.h"
 
 #include <algorithm>
 #include <cstring>
@@ -19,22 +18,22 @@ using namespace Vexmoor;
 
 namespace
 {
-class WideLanesTest : public testing::TestWithParam<u32>
+class WideLanesTest : public testing::TestWithParam<Cpu::EInstructionSet>
 {
 protected:
-	WideLanesTest() { Cpu::SetMaxLaneCount(GetParam()); }
-	~WideLanesTest() override { Cpu::SetMaxLaneCount(m_LaneCountBefore); }
+	WideLanesTest() { Cpu::SetMaxInstructionSet(GetParam()); }
+	~WideLanesTest() override { Cpu::SetMaxInstructionSet(m_Before); }
 
 	void SetUp() override
 	{
-		if (Cpu::LaneCount() != GetParam())
+		if (Cpu::InstructionSet() != GetParam())
 			GTEST_SKIP() << "this processor has narrower registers";
 	}
 
 	std::mt19937 m_Random{20261};
 
 private:
-	const u32 m_LaneCountBefore = Cpu::LaneCount();
+	const Cpu::EInstructionSet m_Before = Cpu::InstructionSet();
 };
 
 template<typename _Counter>
@@ -197,52 +196,49 @@ TEST_P(WideLanesTest, FillPutsEveryRecordOfEveryCountInItsPlace)
 
 INSTANTIATE_TEST_SUITE_P(Lanes,
 	WideLanesTest,
-	testing::Values(4u, 8u, 16u),
-	[](const testing::TestParamInfo<u32> &lanes) { return std::to_string(lanes.param); });
+	testing::Values(Cpu::InstructionSet_Baseline, Cpu::InstructionSet_Avx2, Cpu::InstructionSet_Avx512),
+	[](const testing::TestParamInfo<Cpu::EInstructionSet> &set)
+	{
+		return std::string(set.param == Cpu::InstructionSet_Avx512 ? "Avx512"
+						   : set.param == Cpu::InstructionSet_Avx2 ? "Avx2"
+																   : "Baseline");
+	});
 
 // Before main() has passed on a wish of the command line's.
-const u32 kLaneCountAtStart = Cpu::LaneCount();
+const u32 kInstructionSetAtStart = Cpu::InstructionSet();
 
-TEST(Cpu, AHostThatWantsFewerLanesIsObeyed)
+TEST(Cpu, AHostThatWantsAnOlderInstructionSetIsObeyed)
 {
-	const u32 laneCountBefore = Cpu::LaneCount();
-	Cpu::SetMaxLaneCount(16);
-	const u32 mostLanes = Cpu::LaneCount();
+	const Cpu::EInstructionSet before = Cpu::InstructionSet();
+	Cpu::SetMaxInstructionSet(Cpu::InstructionSet_Avx512);
+	const Cpu::EInstructionSet widest = Cpu::InstructionSet();
 	const bool avx512 = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
 	                    __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl");
-	EXPECT_EQ(mostLanes, avx512 ? 16u : __builtin_cpu_supports("avx2") ? 8u : 4u);
-	EXPECT_EQ(kLaneCountAtStart, mostLanes) << "a host that says nothing gets all";
-	struct SCase
+	EXPECT_EQ(widest, avx512                           ? Cpu::InstructionSet_Avx512
+					  : __builtin_cpu_supports("avx2") ? Cpu::InstructionSet_Avx2
+													   : Cpu::InstructionSet_Baseline);
+	EXPECT_EQ(kInstructionSetAtStart, widest) << "a host that says nothing gets all";
+	for (const auto set : {Cpu::InstructionSet_Baseline, Cpu::InstructionSet_Avx2, Cpu::InstructionSet_Avx512})
 	{
-		u32 m_Wanted, m_Widest;
-	};
-	const SCase cases[] = {
-		{0,           4 }, // the baseline is always there
-		{1,           4 },
-		{2,           4 },
-		{3,           4 },
-		{4,           4 },
-		{5,           4 }, // no register has five lanes
-		{6,           4 },
-		{7,           4 },
-		{8,           8 },
-		{9,           8 },
-		{10,          8 },
-		{11,          8 },
-		{12,          8 },
-		{13,          8 },
-		{14,          8 },
-		{15,          8 },
-		{16,          16},
-		{17,          16},
-		{0xFFFFFFFFu, 16},
-	};
-	for (const SCase &row : cases)
-	{
-		Cpu::SetMaxLaneCount(row.m_Wanted);
-		EXPECT_EQ(Cpu::LaneCount(), std::min(row.m_Widest, mostLanes)) << row.m_Wanted;
+		Cpu::SetMaxInstructionSet(set);
+		EXPECT_EQ(Cpu::InstructionSet(), std::min(set, widest)) << set;
 	}
-	Cpu::SetMaxLaneCount(laneCountBefore);
+	Cpu::SetMaxInstructionSet(before);
+}
+
+TEST(Cpu, LaneCountsMeanInstructionSets)
+{
+	const Cpu::EInstructionSet before = Cpu::InstructionSet();
+	Cpu::SetMaxInstructionSet(Cpu::InstructionSet_Avx512);
+	const u32 mostLanes = 4u << Cpu::InstructionSet();
+	EXPECT_EQ(Cpu::LaneCount(), mostLanes);
+	for (const u32 wanted : {0u, 1u, 3u, 4u, 5u, 7u, 8u, 9u, 15u, 16u, 17u, 0xFFFFFFFFu})
+	{
+		Cpu::SetMaxLaneCount(wanted);
+		const u32 widest = wanted >= 16 ? 16 : wanted >= 8 ? 8 : 4;
+		EXPECT_EQ(Cpu::LaneCount(), std::min(widest, mostLanes)) << wanted;
+	}
+	Cpu::SetMaxInstructionSet(before);
 }
 
 TEST(FirstAnswer, IsFoundOnce)

@@ -31,7 +31,7 @@ Configuration = collections.namedtuple("Configuration",
 	"name compiler flags target libraries prefix runs only limited packages")
 
 COMMON_FLAGS = ["-std=c++17", "-O1", "-w"]
-WIDTHS = [[], ["--lanes=8"], ["--lanes=4"]]  # on all tests, and as on narrower registers on those with wide paths
+WIDTHS = [[], ["--avx2"], ["--baseline"]]  # on all tests, and as on narrower registers on those with wide paths
 SUITE = Configuration("suite", os.environ.get("CXX", "g++"), COMMON_FLAGS + ["-DVX_ASSERTIONS=1"], "vexmoor_tests",
 	["-lgtest", "-pthread"], [], WIDTHS, None, True, ["g++", "libgtest-dev", "nlohmann-json3-dev"])
 NO_ASSERTIONS = SUITE._replace(name="no-assertions", flags=COMMON_FLAGS + ["-DVX_ASSERTIONS=0"])
@@ -56,7 +56,7 @@ SOURCES_OF_HEADER = {
 	"kr_refptr.h": ["log_unique_test", "diagnostics_test"],
 	"kr_sort.h": ["quick_sort_test", "radix_sort_test", "wide_lanes_test"],
 	"kr_string.h": ["log_unique_test", "diagnostics_test"],
-	"pv_first_answer.h": ["wide_lanes_test"],
+	"kr_first_answer.h": ["wide_lanes_test"],
 	"pv_sort_scan.h": ["sort_scan_test"],
 	"simd_vector.h": ["simd_vector_test"],
 	"vx_assert.h": ["diagnostics_test"],
@@ -205,7 +205,7 @@ class Suite:
 		self.tests = [source for source in paths("add_executable") if source.endswith(".cpp")]
 		self.include_directories = INCLUDE_DIRECTORIES + paths("target_include_directories")
 		self.link_options = [each.replace("LINKER:", "-Wl,") for each in listed("target_link_options")]
-		self.wide_tests = re.search(r"--lanes=.*--gtest_filter=(\S+)", text).group(1).split(":")
+		self.wide_tests = re.search(r"--\$\{instruction_set\}.*--gtest_filter=(\S+)", text).group(1).split(":")
 
 	def _includes_of(self, source):
 		"""The headers of Runtime/ that a source of Runtime/ reads, directly or not, by file name."""

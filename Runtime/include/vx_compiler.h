@@ -17,12 +17,77 @@
 #define VX_UNLIKELY(...) __builtin_expect(!!(__VA_ARGS__), 0)
 ///@}
 
-/// Compile one function for processors with wider registers, whatever the rest is compiled for. Who calls it asks
-/// kr_cpu.h before. Not defined where no processor has them.
+///@{
+/// 1 for the processors that this is compiled for, else 0: x86 with SSE2, of 32 or 64 bits; AArch64; WebAssembly.
 #if defined(__SSE2__)
-	#define VX_TARGET_AVX2 __attribute__((target("avx2")))
-	#define VX_TARGET_AVX512 __attribute__((target("avx512f,avx512bw,avx512dq,avx512vl")))
+	#define VX_X86 1
+#else
+	#define VX_X86 0
 #endif
+#if defined(__aarch64__)
+	#define VX_ARM64 1
+#else
+	#define VX_ARM64 0
+#endif
+#if defined(__wasm__)
+	#define VX_WASM 1
+#else
+	#define VX_WASM 0
+#endif
+///@}
+
+///@{
+/// Around functions that are compiled for processors with wider registers, whatever the rest is compiled for. Who calls
+/// them asks kr_cpu.h before. Compilers inline a function only into one that is compiled for as much, so everything that
+/// such a function has inlined and that uses wide registers stands between the same two. Other headers come before: a
+/// function of theirs that is not inlined may be shared by the whole program.
+#if defined(__clang__)
+	#define VX_BEGIN_TARGET(_features) \
+		_Pragma(VX_STRINGIZE(clang attribute push(__attribute__((target(_features))), apply_to = function)))
+	#define VX_END_TARGET _Pragma("clang attribute pop")
+#else
+	#define VX_BEGIN_TARGET(_features) _Pragma("GCC push_options") _Pragma(VX_STRINGIZE(GCC target(_features)))
+	#define VX_END_TARGET _Pragma("GCC pop_options")
+#endif
+#define VX_BEGIN_TARGET_AVX2 VX_BEGIN_TARGET("avx2")
+#define VX_BEGIN_TARGET_AVX512 VX_BEGIN_TARGET("avx512f,avx512bw,avx512dq,avx512vl")
+///@}
+
+/// 1 where inline assembler can be had.
+#ifndef VX_HAS_ASM
+	#define VX_HAS_ASM 1
+#endif
+
+/// What inline assembler calls a register of lanes.
+#if VX_X86
+	#define VX_LANES_REGISTER "x"
+#elif VX_ARM64 || defined(__arm__)
+	#define VX_LANES_REGISTER "w"
+#elif VX_WASM
+	#define VX_LANES_REGISTER "r"
+#else
+	#define VX_LANES_REGISTER "m"
+#endif
+
+/// Makes compilers forget what they know of the value of some lanes. It is no instruction.
+#define VX_OPAQUE(_lanes) __asm__("" : "+" VX_LANES_REGISTER(_lanes))
+
+///@{
+/// Adds a register of floats to another, in place, as they stand: compilers fuse an add intrinsic with the multiplication
+/// before it where they may use FMA, and swap its operands where it suits them. The long prefix is spelled out because
+/// assemblers swap the operands where that makes a short prefix do, as if no NaN told them apart; clang's does so from 19
+/// on. A 512-bit addition has one prefix only.
+#if defined(__AVX__)
+	#define VX_ADD_FLOATS_SSE2(_a, _b) __asm__("%{vex3%} vaddps %2, %1, %0" : "=x"(_a) : "x"(_a), "x"(_b))
+#else
+	#define VX_ADD_FLOATS_SSE2(_a, _b) __asm__("addps %1, %0" : "+x"(_a) : "x"(_b))
+#endif
+#define VX_ADD_FLOATS_AVX(_a, _b) __asm__("%{vex3%} vaddps %2, %1, %0" : "=x"(_a) : "x"(_a), "x"(_b))
+#define VX_ADD_FLOATS_AVX512(_a, _b) __asm__("vaddps %2, %1, %0" : "=v"(_a) : "v"(_a), "v"(_b))
+///@}
+
+/// Fetches the cache line of an address that is going to be written to.
+#define VX_PREFETCH_TO_WRITE(_address) __builtin_prefetch(_address, 1)
 
 /// The full signature of the enclosing function.
 #define VX_FUNCTION __PRETTY_FUNCTION__
@@ -40,17 +105,22 @@
 /// Makes a typedef whose objects may lie at any address, and in the same bytes as objects of other types.
 #define VX_ANYWHERE __attribute__((may_alias, aligned(1)))
 
+/// A statement that stores a value of a type at any address, _p, once and whole. Compilers keep it in its place among
+/// volatile accesses and other such stores.
+#define VX_STORE_IN_PLACE(_Type, _p, _value)           \
+	do                                                 \
+	{                                                  \
+		typedef _Type VX_ANYWHERE CStored;             \
+		*static_cast<volatile CStored *>(_p) = _value; \
+	} while (false)
+
 ///@{
 /// Two statements around a store of lanes: the first, with the lanes, right before it; the second, with the object that
 /// is stored to, right behind it. Compilers then keep the store in its place among volatile accesses and other such
 /// stores. To them the first statement makes the lanes, so the store cannot come earlier, and the second reads the
 /// object, so the store cannot come later. Neither is an instruction, though g++ may compute the object's address once
 /// more. Other loads and arithmetic still move.
-#if defined(__aarch64__)
-	#define VX_BEFORE_STORE_IN_PLACE(_lanes) __asm__ volatile("" : "+w"(_lanes))
-#else
-	#define VX_BEFORE_STORE_IN_PLACE(_lanes) __asm__ volatile("" : "+x"(_lanes))
-#endif
+#define VX_BEFORE_STORE_IN_PLACE(_lanes) __asm__ volatile("" : "+" VX_LANES_REGISTER(_lanes))
 #define VX_BEHIND_STORE_IN_PLACE(_object) __asm__ volatile("" : : "m"(_object))
 ///@}
 

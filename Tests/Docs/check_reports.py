@@ -89,6 +89,9 @@ def reports_of(path, problems):
     tokens = tokens_of(path, problems)
     reports, sites, formatted = defaultdict(lambda: defaultdict(set)), defaultdict(set), None
     names = ["", ""]  # the last two tokens that are no blanks
+    aliases = defaultdict(set)  # other names of sites
+    for alias, site in re.findall(r"(\w+) = Site::(\w+);", "".join(tokens)):
+        aliases[alias].add(site)
     for i, name in enumerate(tokens):
         previous, names = names, [names[1], name] if not name.isspace() else names
         if name in SERVICES and path.name not in SERVICES[name]:
@@ -117,7 +120,8 @@ def reports_of(path, problems):
         else:
             text = formatted if as_written(arguments[1]) == "message.Data()" else literal(arguments[1])
             site = literal(arguments[0])
-            reports["Warnings"][text] |= {site} if site else sites[as_written(arguments[0]).split("::")[-1]]
+            name = as_written(arguments[0]).split("::")[-1]
+            reports["Warnings"][text] |= {site} if site else set().union(*(sites[each] for each in aliases[name] | {name}))
     if any(None in texts for texts in reports.values()):
         problems.append(f"{path.name}: it reports a text that does not stand beside the report")
     return reports

@@ -309,7 +309,7 @@ void SortInPlace(CByteReader &reader, bool insertionAlways)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-	Cpu::SetMaxLaneCount(4u << size % 3); // every width sees every input sooner or later
+	Cpu::SetMaxInstructionSet(Cpu::EInstructionSet(size % 3)); // every one sees every input sooner or later
 	constexpr u32 kFunctionCount = 10;
 	CByteReader reader(data, size);
 	const u32 code = reader.Byte();

@@ -34,7 +34,8 @@ private:
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-	Vexmoor::Cpu::SetMaxLaneCount(4u << size % 3); // every width sees every input sooner or later
+	Vexmoor::Cpu::SetMaxInstructionSet(
+		Vexmoor::Cpu::EInstructionSet(size % 3)); // every one sees every input sooner or later
 	constexpr Vexmoor::u32 kMostDamages = 8;
 	Fuzz::CByteReader reader(data, size);
 	CByteDraw draw(reader);

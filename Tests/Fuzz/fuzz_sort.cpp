@@ -13,7 +13,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-	Vexmoor::Cpu::SetMaxLaneCount(4u << size % 3); // every width sees every input sooner or later
+	Vexmoor::Cpu::SetMaxInstructionSet(
+		Vexmoor::Cpu::EInstructionSet(size % 3)); // every one sees every input sooner or later
 	Fuzz::CByteReader reader(data, size);
 	const Fuzz::SHost host = Fuzz::ReadHost(reader);
 	const Model::SScene scene = Fuzz::ReadScene(reader);

@@ -224,7 +224,7 @@ static void Case_Triangles()
 
 int main()
 {
-	Cpu::SetMaxLaneCount(4);
+	Cpu::SetMaxInstructionSet(Cpu::InstructionSet_Baseline);
 	Case_FillByDistance();
 	Case_Sort("radix_sort_10k", 10000);
 	Case_Sort("small_sort_64", 64);
@@ -232,8 +232,8 @@ int main()
 	Case_Billboards();
 	Case_Triangles();
 
-	Cpu::SetMaxLaneCount(8);
-	if (Cpu::LaneCount() != 8)
+	Cpu::SetMaxInstructionSet(Cpu::InstructionSet_Avx2);
+	if (Cpu::InstructionSet() != Cpu::InstructionSet_Avx2)
 		return 0;
 	s_LanesSuffix = "_avx2";
 	Case_FillByDistance();

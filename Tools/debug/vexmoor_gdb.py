@@ -99,7 +99,8 @@ class Lanes:
 
     def __init__(self, lanes):
         values = lanes["m_Lanes"]
-        self.floats = [float(values[i]) for i in range(4)]
+        floats = values.cast(gdb.lookup_type("float").vector(3))
+        self.floats = [float(floats[i]) for i in range(4)]
         integers = values.cast(gdb.lookup_type("unsigned int").vector(3))
         self.integers = [int(integers[i]) for i in range(4)]
 

@@ -6,7 +6,6 @@
 #include "vx_assert.h"
 #include "vx_compiler.h"
 #include "vx_defs.h"
-#include "vx_sse2.h"
 
 #include <algorithm>
 #include <cstring>

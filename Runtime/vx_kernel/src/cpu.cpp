@@ -2,36 +2,41 @@
 
 #include "kr_cpu.h"
 
-#include "include/pv_first_answer.h"
-
 #include <algorithm>
 
 namespace Vexmoor
 {
 namespace Cpu
 {
-	static CFirstAnswer s_LaneCount;
+	CFirstAnswer s_InstructionSet;
 
-	static u32 LaneCountOfProcessor()
+	EInstructionSet InstructionSetOfProcessor()
 	{
-#if defined(__x86_64__) || defined(__i386__)
-		const bool avx512 = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-		                    __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl");
-		return avx512 ? 16 : __builtin_cpu_supports("avx2") ? 8 : 4;
-#else
-		return 4;
+#if VX_X86
+		if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+			__builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl"))
+			return InstructionSet_Avx512;
+		if (__builtin_cpu_supports("avx2"))
+			return InstructionSet_Avx2;
 #endif
+		return InstructionSet_Baseline;
+	}
+
+	void SetMaxInstructionSet(EInstructionSet instructionSet)
+	{
+		s_InstructionSet.Set(std::min(instructionSet, InstructionSetOfProcessor()));
 	}
 
 	u32 LaneCount()
 	{
-		return s_LaneCount.Get(LaneCountOfProcessor);
+		return 4u << InstructionSet();
 	}
 
 	void SetMaxLaneCount(u32 laneCount)
 	{
-		const u32 widest = laneCount >= 16 ? 16 : laneCount >= 8 ? 8 : 4;
-		s_LaneCount.Set(std::min(widest, LaneCountOfProcessor()));
+		SetMaxInstructionSet(laneCount >= 16  ? InstructionSet_Avx512
+							 : laneCount >= 8 ? InstructionSet_Avx2
+											  : InstructionSet_Baseline);
 	}
 } // namespace Cpu
 } // namespace Vexmoor

@@ -3,9 +3,9 @@
 // What a check of a sort reads of every particle: enabled bytes are counted and list entries compared 16 bytes at a
 // time, since a checked sort may cost little more than the sort.
 
+#include "simd/lanes.h"
 #include "vx_compiler.h"
 #include "vx_defs.h"
-#include "vx_sse2.h"
 
 #include "pv_mesh_triangle_sorter.h"
 
@@ -19,21 +19,21 @@ static inline u32 CountNonZero(const u8 *bytes, u32 count)
 {
 	constexpr u32 kLaneCount = 16;
 	constexpr u32 kMaxGroups = 255;
-	const __m128i zero = _mm_setzero_si128();
+	typedef SLanesBase::Register Register;
+	const Register zero = SLanesBase::Splat(0);
 	u32 zeroCount = 0;
 	u32 left = count;
 	while (left >= kLaneCount)
 	{
 		const u32 groupCount = std::min(left / kLaneCount, kMaxGroups);
-		__m128i zerosPerLane = zero;
+		Register zerosPerLane = zero;
 		for (u32 group = 0; group < groupCount; ++group)
 		{
-			const __m128i lanes = _mm_loadu_si128(reinterpret_cast<const __m128i *>(bytes));
-			zerosPerLane = _mm_sub_epi8(zerosPerLane, _mm_cmpeq_epi8(lanes, zero)); // equal is -1
+			const Register equal = SLanesBase::EqualBytes(SLanesBase::Load(bytes), zero); // all bits: -1
+			zerosPerLane = SLanesBase::Subtract<u8>(zerosPerLane, equal);
 			bytes += kLaneCount;
 		}
-		const __m128i sums = _mm_sad_epu8(zerosPerLane, zero); // of the lower and the upper eight lanes
-		zeroCount += u32(_mm_cvtsi128_si32(sums)) + u32(_mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
+		zeroCount += SLanesBase::SumBytes(zerosPerLane);
 		left -= groupCount * kLaneCount;
 	}
 	for (; left != 0; --left)
@@ -59,7 +59,7 @@ struct SNumberRange
 };
 
 // The place of the first number of [begin, end) that lies in the range; end if none does. Numbers lie at any address.
-// A number is in the range if number - first <= last - first, unsigned. SSE2 compares as signed, so both sides have
+// A number is in the range if number - first <= last - first, unsigned. Lanes compare as signed, so both sides have
 // their sign bit flipped. On the left side the subtraction flips it as well.
 VX_WRAPS static inline u64 FindInRange(const u32 *numbers, u64 begin, u64 end, const SNumberRange &range)
 {
@@ -68,19 +68,18 @@ VX_WRAPS static inline u64 FindInRange(const u32 *numbers, u64 begin, u64 end, c
 	if (range.Empty())
 		return end;
 	const u8 *const bytes = reinterpret_cast<const u8 *>(numbers);
-	const auto lanesAt = [bytes](u64 place)
-	{ return _mm_loadu_si128(reinterpret_cast<const __m128i *>(bytes + place * sizeof(u32))); };
-	const __m128i turn = Splat(kSignBit - range.m_First);
-	const __m128i last = Splat((range.m_Last - range.m_First) ^ kSignBit);
+	const auto lanesAt = [bytes](u64 place) { return SLanesBase::Load(bytes + place * sizeof(u32)); };
+	const SLanesBase::Register turn = SLanesBase::Splat(kSignBit - range.m_First);
+	const SLanesBase::Register last = SLanesBase::Splat((range.m_Last - range.m_First) ^ kSignBit);
 	const auto outside = [lanesAt, turn, last](u64 place)
-	{ return _mm_cmpgt_epi32(_mm_add_epi32(lanesAt(place), turn), last); };
+	{ return SLanesBase::GreaterSigned(SLanesBase::Add<u32>(lanesAt(place), turn), last); };
 
 	u64 place = begin;
 	for (; place + kBlock <= end; place += kBlock)
 	{
-		const __m128i lower = _mm_and_si128(outside(place), outside(place + 4));
-		const __m128i upper = _mm_and_si128(outside(place + 8), outside(place + 12));
-		if (_mm_movemask_epi8(_mm_and_si128(lower, upper)) != 0xFFFF)
+		const SLanesBase::Register lower = SLanesBase::And(outside(place), outside(place + 4));
+		const SLanesBase::Register upper = SLanesBase::And(outside(place + 8), outside(place + 12));
+		if (!SLanesBase::AllOnes(SLanesBase::And(lower, upper)))
 			break;
 	}
 	while (place < end && !range.Contains(LoadU32(bytes + place * sizeof(u32))))

@@ -1,0 +1,25 @@
+// The fill stage's loops, with AVX-512.
+
+#include "vx_compiler.h"
+
+#if VX_X86
+	#include "kr_sort.h"
+
+	#include "include/pv_fill.h"
+
+	#include <cstring>
+	#include <immintrin.h>
+
+VX_BEGIN_TARGET_AVX512
+
+	#include "simd/lanes_avx512.h"
+
+	#include "include/pv_fill_kernels.h"
+
+namespace Vexmoor
+{
+const SFillKernels kFillKernels_Avx512 = kFillKernelsInLanes<SLanesAvx512, SLanesAvx2, SLanesAvx>;
+} // namespace Vexmoor
+
+VX_END_TARGET
+#endif

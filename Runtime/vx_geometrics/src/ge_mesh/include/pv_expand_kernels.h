@@ -1,0 +1,629 @@
+#pragma once
+
+// The expansion of sorted records, by width of the pattern: each record's pattern of indices, plus its vertex base.
+//
+// A kernel holds a pattern in registers and writes a block of primitives at a time. kPrims is how many records a block
+// reads and how many primitives it writes, kWidth the indices of a primitive. Write stores a block in ascending order and
+// each index once. Where the name says "Stream", records and output lie at multiples of 16, and check themselves; other
+// kernels read and write at any address.
+//
+// In lane tables b0 is the vertex base of a block's first record, p0 the pattern's first entry, and a sum is written
+// b0+p0. Registers are stored in the order of the rows.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "simd/lanes.h"
+#include "simd/sse/simd_vector.h"
+
+#include "pv_mesh_triangle_sorter.h"
+
+namespace Vexmoor
+{
+namespace ExpandKernels
+{
+	typedef SLanesBase Lanes;
+	typedef Lanes::Register Register;
+
+	// Two records: key, base, key, base.
+	static VX_INLINE Register LoadRecords2(const SIndexAndDepth *records)
+	{
+		return Float4::LoadAligned16(records).Lanes();
+	}
+
+	// b0 b1 b2 b3
+	static VX_INLINE Register LoadBases4(const SIndexAndDepth *records)
+	{
+		return Lanes::Shuffle2<1, 3, 1, 3>(LoadRecords2(records), LoadRecords2(records + kRecordsPerAccess));
+	}
+
+	// The same from any address.
+	static VX_INLINE Register LoadBases4Unaligned(const SIndexAndDepth *records)
+	{
+		return Lanes::Shuffle2<1, 3, 1, 3>(Lanes::Load(records), Lanes::Load(records + kRecordsPerAccess));
+	}
+
+	static VX_INLINE Register Add32(Register a, Register b)
+	{
+		return Lanes::Add<u32>(a, b);
+	}
+
+	static VX_INLINE void StoreInPlace(volatile void *p, Register r)
+	{
+		Lanes::StoreInPlace(const_cast<void *>(p), r);
+	}
+
+	// Two entries cut to 16 bits, the first one in the lower bits.
+	VX_WRAPS static VX_INLINE u32 PackEntries2(const u32 *pattern)
+	{
+		return (LoadU32(pattern) & 0xFFFF) | LoadU32(pattern + 1) << 16;
+	}
+
+	// Twice the lower 16 bits. Bits above them are lost in the addition of a 16-bit index's upper half.
+	VX_WRAPS static VX_INLINE u32 Twice16(u32 base)
+	{
+		return base | base << 16;
+	}
+	static VX_INLINE Register Twice16(Register bases)
+	{
+		return Lanes::Or(bases, Lanes::ShiftLeft<16>(bases));
+	}
+
+	// Width 1, of which the entry is 0: the bases themselves.
+
+	struct SStreamU32_x1
+	{
+		static constexpr u32 kWidth = 1;
+		static constexpr u32 kPrims = 4;
+
+		VX_INLINE void Write(volatile u32 *dst, const SIndexAndDepth *records) const
+		{
+			Float4(LoadBases4(records)).StreamAligned16(dst);
+		}
+	};
+
+	struct SU32_x1
+	{
+		static constexpr u32 kWidth = 1;
+		static constexpr u32 kPrims = 1;
+
+		VX_INLINE void Write(volatile u32 *dst, const SIndexAndDepth *records) const { *dst = records->m_Index; }
+	};
+
+	// Eight bases packed to 16 bits with signed saturation, which keeps 0x8000 to 0xFFFF once they are made negative. Exact
+	// up to 0xFFFF; beyond, 0x8000 where the lower 16 bits are below that.
+	struct SStreamU16_x1
+	{
+		static constexpr u32 kWidth = 1;
+		static constexpr u32 kPrims = 8;
+
+		VX_INLINE void Write(volatile u16 *dst, const SIndexAndDepth *records) const
+		{
+			const Register lower = MakeNegative(LoadBases4(records));
+			const Register upper = MakeNegative(LoadBases4(records + 4));
+			Float4(Lanes::PackSigned(lower, upper)).StreamAligned16(dst);
+		}
+
+	private:
+		static VX_INLINE Register MakeNegative(Register bases)
+		{
+			const Register upperBits = Lanes::Splat(0xFFFF0000u);
+			return Lanes::Or(bases, Lanes::Where(Lanes::GreaterSigned(bases, Lanes::Splat(0x7FFF)), upperBits));
+		}
+	};
+
+	// The lower 16 bits of eight bases. Packing saturates, so each is first made the signed number that its lower 16 bits
+	// are.
+	struct SU16_x1_Eight
+	{
+		static constexpr u32 kWidth = 1;
+		static constexpr u32 kPrims = 8;
+
+		VX_INLINE void Write(volatile u16 *dst, const SIndexAndDepth *records) const
+		{
+			StoreInPlace(dst, Lanes::PackSigned(SignedLow16(LoadBases4Unaligned(records)),
+								  SignedLow16(LoadBases4Unaligned(records + 4))));
+		}
+
+	private:
+		static VX_INLINE Register SignedLow16(Register bases)
+		{
+			return Lanes::ShiftRightSigned<16>(Lanes::ShiftLeft<16>(bases));
+		}
+	};
+
+	struct SU16_x1_Two
+	{
+		static constexpr u32 kWidth = 1;
+		static constexpr u32 kPrims = 2;
+
+		VX_WRAPS VX_INLINE void Write(volatile u16 *dst, const SIndexAndDepth *records) const
+		{
+			StoreU32(dst, (records[0].m_Index & 0xFFFF) | records[1].m_Index << 16);
+		}
+	};
+
+	struct SU16_x1
+	{
+		static constexpr u32 kWidth = 1;
+		static constexpr u32 kPrims = 1;
+
+		VX_INLINE void Write(volatile u16 *dst, const SIndexAndDepth *records) const { *dst = u16(records->m_Index); }
+	};
+
+	// Width 3.
+
+	// Three entries, repeated over three registers. Nothing is read beyond the third.
+	//
+	//   lane          0    1    2    3
+	//   p0p1p2p0      p0   p1   p2   p0
+	//   p1p2p0p1      p1   p2   p0   p1
+	//   p2p0p1p2      p2   p0   p1   p2
+	struct SPattern3
+	{
+		Register p0p1p2p0, p1p2p0p1, p2p0p1p2;
+
+		explicit VX_INLINE SPattern3(const u32 *pattern)
+		{
+			const Register p0p1p2__ = Lanes::LoadThree(pattern);
+			p0p1p2p0 = Lanes::Shuffle<0, 1, 2, 0>(p0p1p2__);
+			p1p2p0p1 = Lanes::Shuffle<1, 2, 0, 1>(p0p1p2__);
+			p2p0p1p2 = Lanes::Shuffle<2, 0, 1, 2>(p0p1p2__);
+		}
+	};
+
+	// Four bases, three times each, over three registers.
+	struct SOffsets3
+	{
+		Register b0b0b0b1, b1b1b2b2, b2b3b3b3;
+
+		explicit VX_INLINE SOffsets3(Register b0b1b2b3)
+			: b0b0b0b1(Lanes::Shuffle<0, 0, 0, 1>(b0b1b2b3))
+			, b1b1b2b2(Lanes::Shuffle<1, 1, 2, 2>(b0b1b2b3))
+			, b2b3b3b3(Lanes::Shuffle<2, 3, 3, 3>(b0b1b2b3))
+		{
+		}
+	};
+
+	//   lane          0       1       2       3
+	//   stored        b0+p0   b0+p1   b0+p2   b1+p0
+	//                 b1+p1   b1+p2   b2+p0   b2+p1
+	//                 b2+p2   b3+p0   b3+p1   b3+p2
+	struct SStreamU32_x3
+	{
+		static constexpr u32 kWidth = 3;
+		static constexpr u32 kPrims = 4;
+
+		SPattern3 m_Pattern;
+
+		explicit VX_INLINE SStreamU32_x3(const u32 *pattern)
+			: m_Pattern(pattern)
+		{
+		}
+		VX_INLINE void Write(volatile u32 *dst, const SIndexAndDepth *records) const
+		{
+			const SOffsets3 offsets(LoadBases4(records));
+			Float4(Add32(offsets.b0b0b0b1, m_Pattern.p0p1p2p0)).StreamAligned16(dst, 0);
+			Float4(Add32(offsets.b1b1b2b2, m_Pattern.p1p2p0p1)).StreamAligned16(dst, 16);
+			Float4(Add32(offsets.b2b3b3b3, m_Pattern.p2p0p1p2)).StreamAligned16(dst, 32);
+		}
+	};
+
+	// The three entries repeat over three registers of 16-bit lanes, and each base over three lanes:
+	//
+	//   lane          0       1       2       3       4       5       6       7
+	//   stored        b0+p0   b0+p1   b0+p2   b1+p0   b1+p1   b1+p2   b2+p0   b2+p1
+	//                 b2+p2   b3+p0   b3+p1   b3+p2   b4+p0   b4+p1   b4+p2   b5+p0
+	//                 b5+p1   b5+p2   b6+p0   b6+p1   b6+p2   b7+p0   b7+p1   b7+p2
+	struct SStreamU16_x3
+	{
+		static constexpr u32 kWidth = 3;
+		static constexpr u32 kPrims = 8;
+
+		Register p01201201, p20120120, p12012012;
+
+		explicit VX_INLINE SStreamU16_x3(const u16 (&p)[3])
+		{
+			const u16 entries[8] = {p[0], p[1], p[2], p[0], p[1], p[2], p[0], p[1]};
+			p01201201 = Lanes::Load(entries);
+			p20120120 = Lanes::Shuffle<1, 2, 0, 1>(p01201201);
+			p12012012 = Lanes::Shuffle<2, 0, 1, 2>(p01201201);
+		}
+		VX_INLINE void Write(volatile u16 *dst, const SIndexAndDepth *records) const
+		{
+			const SOffsets3 lower(LoadBases4(records));
+			const SOffsets3 upper(LoadBases4(records + 4));
+			const Register off00011122 = PackOffsets(lower.b0b0b0b1, lower.b1b1b2b2);
+			const Register off23334445 = PackOffsets(lower.b2b3b3b3, upper.b0b0b0b1);
+			const Register off55667777 = PackOffsets(upper.b1b1b2b2, upper.b2b3b3b3);
+			Float4(Lanes::Add<u16>(off00011122, p01201201)).StreamAligned16(dst, 0);
+			Float4(Lanes::Add<u16>(off23334445, p20120120)).StreamAligned16(dst, 16);
+			Float4(Lanes::Add<u16>(off55667777, p12012012)).StreamAligned16(dst, 32);
+		}
+
+	private:
+		// Eight 32-bit lanes into eight 16-bit ones. A base of 0x10000 or more spills into its neighbour: 16-bit buffers stay
+		// below.
+		static VX_INLINE Register PackOffsets(Register lanes0123, Register lanes4567)
+		{
+			const Register even = Lanes::Shuffle2<0, 2, 0, 2>(lanes0123, lanes4567);
+			const Register odd = Lanes::Shuffle2<1, 3, 1, 3>(lanes0123, lanes4567);
+			return Lanes::Or(even, Lanes::ShiftLeft<16>(odd));
+		}
+	};
+
+	// A primitive at a time, with entries of the output's own width.
+	template<typename _Index>
+	struct TExpand_x3
+	{
+		static constexpr u32 kWidth = 3;
+		static constexpr u32 kPrims = 1;
+
+		_Index p0, p1, p2;
+
+		explicit VX_INLINE TExpand_x3(const _Index *pattern)
+			: p0(pattern[0])
+			, p1(pattern[1])
+			, p2(pattern[2])
+		{
+		}
+		VX_WRAPS VX_INLINE void Write(volatile _Index *dst, const SIndexAndDepth *records) const
+		{
+			const u32 id = records->m_Index;
+			dst[0] = _Index(p0 + id);
+			dst[1] = _Index(p1 + id);
+			dst[2] = _Index(p2 + id);
+		}
+	};
+
+	// Width 6.
+
+	// Six entries, repeated over three registers.
+	struct SPattern6
+	{
+		Register i0i1i2i3, i4i5i0i1, i2i3i4i5;
+
+		explicit VX_INLINE SPattern6(const u32 *pattern)
+			: i0i1i2i3(Lanes::Load(pattern))
+			, i2i3i4i5(Lanes::Load(pattern + 2))
+		{
+			i4i5i0i1 = Lanes::Shuffle2<2, 3, 0, 1>(i2i3i4i5, i0i1i2i3);
+		}
+	};
+
+	// Two bases from two records, over three registers.
+	struct SOffsets6
+	{
+		Register b0b0b0b0, b0b0b1b1, b1b1b1b1;
+
+		explicit VX_INLINE SOffsets6(Register k0b0k1b1)
+			: b0b0b0b0(Lanes::Shuffle<1, 1, 1, 1>(k0b0k1b1))
+			, b0b0b1b1(Lanes::Shuffle<1, 1, 3, 3>(k0b0k1b1))
+			, b1b1b1b1(Lanes::Shuffle<3, 3, 3, 3>(k0b0k1b1))
+		{
+		}
+	};
+
+	//   lane          0       1       2       3
+	//   stored        b0+p0   b0+p1   b0+p2   b0+p3
+	//                 b0+p4   b0+p5   b1+p0   b1+p1
+	//                 b1+p2   b1+p3   b1+p4   b1+p5
+	struct SStreamU32_x6
+	{
+		static constexpr u32 kWidth = 6;
+		static constexpr u32 kPrims = 2;
+
+		SPattern6 m_Pattern;
+
+		explicit VX_INLINE SStreamU32_x6(const u32 *pattern)
+			: m_Pattern(pattern)
+		{
+		}
+		VX_INLINE void Write(volatile u32 *dst, const SIndexAndDepth *records) const
+		{
+			const SOffsets6 offsets(LoadRecords2(records));
+			Float4(Add32(offsets.b0b0b0b0, m_Pattern.i0i1i2i3)).StreamAligned16(dst, 0);
+			Float4(Add32(offsets.b0b0b1b1, m_Pattern.i4i5i0i1)).StreamAligned16(dst, 16);
+			Float4(Add32(offsets.b1b1b1b1, m_Pattern.i2i3i4i5)).StreamAligned16(dst, 32);
+		}
+	};
+
+	// Six entries in 16-bit lanes, lowered so that the largest of them is 0x7FFF. Bases raised by as much then pack into
+	// 16 bits with signed saturation, and the bias cancels in the sum: exact while base + largest entry is below 0xFFFF.
+	// At 0xFFFF the base saturates, and the record comes out one lower: kept on purpose.
+	//
+	//   lane          0       1       2       3       4       5       6       7
+	//   stored        b0+p0   b0+p1   b0+p2   b0+p3   b0+p4   b0+p5   b1+p0   b1+p1
+	//                 b1+p2   b1+p3   b1+p4   b1+p5   b2+p0   b2+p1   b2+p2   b2+p3
+	//                 b2+p4   b2+p5   b3+p0   b3+p1   b3+p2   b3+p3   b3+p4   b3+p5
+	struct SStreamU16_x6
+	{
+		static constexpr u32 kWidth = 6;
+		static constexpr u32 kPrims = 4;
+
+		Register p01234501, p23450123, p45012345;
+		Register signedOffsetter;
+
+		VX_WRAPS explicit VX_INLINE SStreamU16_x6(const u32 *pattern)
+		{
+			s32 largestIndexInPattern = s32(LoadU32(pattern));
+			for (u32 i = 1; i < kWidth; ++i)
+			{
+				const s32 entry = s32(LoadU32(pattern + i));
+				largestIndexInPattern = entry > largestIndexInPattern ? entry : largestIndexInPattern;
+			}
+			signedOffsetter = Lanes::Splat(u32(largestIndexInPattern) - 0x7FFFu);
+
+			const SPattern6 lanes(pattern);
+			const Register i0i1i2i3 = Lanes::Subtract<u32>(lanes.i0i1i2i3, signedOffsetter);
+			const Register i2i3i4i5 = Lanes::Subtract<u32>(lanes.i2i3i4i5, signedOffsetter);
+			const Register i4i5i0i1 = Lanes::Subtract<u32>(lanes.i4i5i0i1, signedOffsetter);
+			p01234501 = Lanes::PackSigned(i0i1i2i3, i4i5i0i1);
+			p23450123 = Lanes::PackSigned(i2i3i4i5, i0i1i2i3);
+			p45012345 = Lanes::PackSigned(i4i5i0i1, i2i3i4i5);
+		}
+		VX_INLINE void Write(volatile u16 *dst, const SIndexAndDepth *records) const
+		{
+			const Register off0123 = Add32(LoadBases4(records), signedOffsetter);
+			const Register off01230123 = Lanes::PackSigned(off0123, off0123);
+			const Register off00000011 = Lanes::Shuffle16<0, 0, 0, 0, 4, 4, 5, 5>(off01230123);
+			const Register off11112222 = Lanes::Shuffle16<1, 1, 1, 1, 6, 6, 6, 6>(off01230123);
+			const Register off22333333 = Lanes::Shuffle16<2, 2, 3, 3, 7, 7, 7, 7>(off01230123);
+			Float4(Lanes::Add<u16>(off00000011, p01234501)).StreamAligned16(dst, 0);
+			Float4(Lanes::Add<u16>(off11112222, p23450123)).StreamAligned16(dst, 16);
+			Float4(Lanes::Add<u16>(off22333333, p45012345)).StreamAligned16(dst, 32);
+		}
+	};
+
+	// Two entries to a 32-bit lane, and one addition for both: nothing is carried between them while indices fit 16 bits.
+	struct SU16_x6_Four
+	{
+		static constexpr u32 kWidth = 6;
+		static constexpr u32 kPrims = 4;
+
+		SPattern3 m_Pattern;
+
+		explicit VX_INLINE SU16_x6_Four(const u32 (&i01i23i45)[3])
+			: m_Pattern(i01i23i45)
+		{
+		}
+		VX_INLINE void Write(volatile u16 *dst, const SIndexAndDepth *records) const
+		{
+			const SOffsets3 offsets(Twice16(LoadBases4Unaligned(records)));
+			StoreInPlace(dst, Add32(offsets.b0b0b0b1, m_Pattern.p0p1p2p0));
+			StoreInPlace(dst + 8, Add32(offsets.b1b1b2b2, m_Pattern.p1p2p0p1));
+			StoreInPlace(dst + 16, Add32(offsets.b2b3b3b3, m_Pattern.p2p0p1p2));
+		}
+	};
+
+	struct SU16_x6
+	{
+		static constexpr u32 kWidth = 6;
+		static constexpr u32 kPrims = 1;
+
+		u32 i01, i23, i45;
+
+		explicit VX_INLINE SU16_x6(const u32 (&i01i23i45)[3])
+			: i01(i01i23i45[0])
+			, i23(i01i23i45[1])
+			, i45(i01i23i45[2])
+		{
+		}
+		VX_WRAPS VX_INLINE void Write(volatile u16 *dst, const SIndexAndDepth *records) const
+		{
+			const u32 idid = Twice16(records->m_Index);
+			StoreU32(dst, i01 + idid);
+			StoreU32(dst + 2, i23 + idid);
+			StoreU32(dst + 4, i45 + idid);
+		}
+	};
+
+	// Width 6 of 32 bits and width 12 of 16 bits are three words of 64 bits. One addition serves a word; nothing is carried
+	// inside it while indices fit their type. Two primitives are three stores of two words:
+	//
+	//   word          0       1
+	//   stored        b0+w0   b0+w1
+	//                 b0+w2   b1+w0
+	//                 b1+w1   b1+w2
+	template<typename _Index>
+	struct TThreeWords_Two
+	{
+		static constexpr u32 kWidth = 24 / sizeof(_Index);
+		static constexpr u32 kPrims = 2;
+
+		SPattern6 m_Words;
+
+		explicit VX_INLINE TThreeWords_Two(const u32 *words)
+			: m_Words(words)
+		{
+		}
+		VX_INLINE void Write(volatile _Index *dst, const SIndexAndDepth *records) const
+		{
+			const Register two = Lanes::Load(records);
+			const SOffsets6 offsets(sizeof(_Index) == sizeof(u16) ? Twice16(two) : two);
+			volatile u8 *const bytes = reinterpret_cast<volatile u8 *>(dst);
+			StoreInPlace(bytes, Lanes::Add<u64>(offsets.b0b0b0b0, m_Words.i0i1i2i3));
+			StoreInPlace(bytes + 16, Lanes::Add<u64>(offsets.b0b0b1b1, m_Words.i4i5i0i1));
+			StoreInPlace(bytes + 32, Lanes::Add<u64>(offsets.b1b1b1b1, m_Words.i2i3i4i5));
+		}
+	};
+
+	template<typename _Index>
+	struct TThreeWords
+	{
+		static constexpr u32 kWidth = 24 / sizeof(_Index);
+		static constexpr u32 kPrims = 1;
+
+		const u32 *m_Words;
+
+		VX_WRAPS VX_INLINE void Write(volatile _Index *dst, const SIndexAndDepth *records) const
+		{
+			const u32 id = records->m_Index;
+			const u32 lane = sizeof(_Index) == sizeof(u16) ? Twice16(id) : id;
+			const u64 lanes = u64(lane) | u64(lane) << 32;
+			for (u32 word = 0; word < 3; ++word)
+				StoreU64(dst + word * (kWidth / 3), LoadU64(m_Words + 2 * word) + lanes);
+		}
+	};
+
+	// Width 12 of 32 bits.
+
+	// A primitive as three streams of its base plus four entries each.
+	struct SStreamU32_x12
+	{
+		static constexpr u32 kWidth = 12;
+		static constexpr u32 kPrims = 1;
+
+		Register i0i1i2i3, i4i5i6i7, i8i9iAiB;
+
+		explicit VX_INLINE SStreamU32_x12(const u32 *pattern)
+			: i0i1i2i3(Lanes::Load(pattern))
+			, i4i5i6i7(Lanes::Load(pattern + 4))
+			, i8i9iAiB(Lanes::Load(pattern + 8))
+		{
+		}
+		VX_INLINE void Write(volatile u32 *dst, const SIndexAndDepth *records) const
+		{
+			Stream(dst, Lanes::Splat(records->m_Index));
+		}
+		VX_INLINE void Stream(volatile u32 *dst, Register base) const
+		{
+			Float4(Add32(base, i0i1i2i3)).StreamAligned16(dst, 0);
+			Float4(Add32(base, i4i5i6i7)).StreamAligned16(dst, 16);
+			Float4(Add32(base, i8i9iAiB)).StreamAligned16(dst, 32);
+		}
+	};
+
+	struct SStreamU32_x12_Two
+	{
+		static constexpr u32 kWidth = 12;
+		static constexpr u32 kPrims = 2;
+
+		const SStreamU32_x12 &m_One;
+
+		VX_INLINE void Write(volatile u32 *dst, const SIndexAndDepth *records) const
+		{
+			const Register two = LoadRecords2(records);
+			m_One.Stream(dst, Lanes::Shuffle<1, 1, 1, 1>(two));
+			m_One.Stream(dst + kWidth, Lanes::Shuffle<3, 3, 3, 3>(two));
+		}
+	};
+
+	// An output at 8 modulo 16 stays there from record to record, because twelve indices are 48 bytes. Each record's last two
+	// indices wait in a register for the next one's first two, and leave with them as one aligned store.
+	//
+	//   address mod 16   8      0                 0                 0      8
+	//   record 0         0 1  | 2  3  4  5      | 6  7  8  9      | A B
+	//   record 1                                                  |     0 1 | 2 ...
+	//
+	// First writes the first record up to index 9, Write the indices A and B before and the next record up to index 9, and
+	// Last what waits in the end.
+	class CStreamU32_x12_Carried
+	{
+	public:
+		explicit VX_INLINE CStreamU32_x12_Carried(const u32 *pattern)
+			: i0i1i2i3(Lanes::Load(pattern))
+			, i2i3i4i5(Lanes::Load(pattern + 2))
+			, i6i7i8i9(Lanes::Load(pattern + 6))
+			, i8i9iAiB(Lanes::Load(pattern + 8))
+		{
+		}
+
+		VX_INLINE volatile u32 *First(volatile u32 *dst, u32 id)
+		{
+			const Register base = Lanes::Splat(id);
+			Float4(Add32(base, i0i1i2i3)).StreamFloat2(dst);
+			Float4(Add32(base, i2i3i4i5)).StreamAligned16(dst + 2, 0);
+			Float4(Add32(base, i6i7i8i9)).StreamAligned16(dst + 2, 16);
+			v89AB = Add32(base, i8i9iAiB);
+			return dst + 10;
+		}
+		VX_INLINE volatile u32 *Next(volatile u32 *dst, u32 id)
+		{
+			const Register base = Lanes::Splat(id);
+			const Register v0123 = Add32(base, i0i1i2i3);
+			Float4(Lanes::Shuffle2<2, 3, 0, 1>(v89AB, v0123)).StreamAligned16(dst, 0);
+			Float4(Add32(base, i2i3i4i5)).StreamAligned16(dst, 16);
+			Float4(Add32(base, i6i7i8i9)).StreamAligned16(dst, 32);
+			v89AB = Add32(base, i8i9iAiB);
+			return dst + 12;
+		}
+		VX_INLINE volatile u32 *Last(volatile u32 *dst) const
+		{
+			Float4(Lanes::Shuffle<2, 3, 2, 3>(v89AB)).StreamFloat2(dst);
+			return dst + 2;
+		}
+
+	private:
+		const Register i0i1i2i3, i2i3i4i5, i6i7i8i9, i8i9iAiB;
+		Register v89AB; // of the record before
+	};
+
+	// A primitive at any address, in stores of four indices. One addition serves two indices; nothing is carried between
+	// them while they fit 32 bits.
+	struct SU32_x12
+	{
+		static constexpr u32 kWidth = 12;
+		static constexpr u32 kPrims = 1;
+
+		SStreamU32_x12 m_Pattern;
+
+		VX_INLINE void Write(volatile u32 *dst, const SIndexAndDepth *records) const
+		{
+			const Register base = Lanes::Splat(records->m_Index);
+			StoreInPlace(dst, Lanes::Add<u64>(base, m_Pattern.i0i1i2i3));
+			StoreInPlace(dst + 4, Lanes::Add<u64>(base, m_Pattern.i4i5i6i7));
+			StoreInPlace(dst + 8, Lanes::Add<u64>(base, m_Pattern.i8i9iAiB));
+		}
+	};
+
+	// Any width.
+	template<typename _Index>
+	struct TExpand_xN
+	{
+		const TMemoryView<const u32> &m_Pattern;
+
+		VX_WRAPS VX_INLINE void Write(volatile _Index *dst, const SIndexAndDepth *records) const
+		{
+			const u32 id = records->m_Index;
+			for (u32 j = 0; j < m_Pattern.Count(); ++j)
+				dst[j] = _Index(m_Pattern[j] + id);
+		}
+	};
+
+	// Where a worker has got to in its records and its output.
+	template<typename _Index>
+	class TOutput
+	{
+	public:
+		VX_INLINE TOutput(const SIndexAndDepth *it, volatile _Index *dstPrims, u32 primCount)
+			: m_Records(it)
+			, m_Prims(dstPrims)
+			, m_PrimsLeft(primCount)
+		{
+		}
+
+		// As many whole blocks of the kernel as are left.
+		template<typename _Kernel>
+		VX_INLINE void Write(const _Kernel &kernel)
+		{
+			for (; m_PrimsLeft >= _Kernel::kPrims; m_PrimsLeft -= _Kernel::kPrims)
+			{
+				kernel.Write(m_Prims, m_Records);
+				m_Records += _Kernel::kPrims;
+				m_Prims += _Kernel::kPrims * _Kernel::kWidth;
+			}
+		}
+		template<typename _Kernel>
+		VX_INLINE void Stream(const _Kernel &kernel)
+		{
+			Write(kernel);
+			Float4::WriteBarrier();
+		}
+
+	private:
+		const SIndexAndDepth *m_Records;
+		volatile _Index *m_Prims;
+		u32 m_PrimsLeft;
+	};
+} // namespace ExpandKernels
+} // namespace Vexmoor

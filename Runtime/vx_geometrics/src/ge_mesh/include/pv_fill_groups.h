@@ -1,0 +1,64 @@
+#pragma once
+
+// What the fill of a page is made of, and reports nothing: the compaction of enabled particles, and the way of whole groups
+// of four to the processor's functions.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "kr_cpu.h"
+
+#include "pv_camera.h"
+#include "pv_depth_keys.h"
+#include "pv_fill.h"
+#include "pv_mesh_triangle_sorter.h"
+
+namespace Vexmoor
+{
+// Compacts the sort values of enabled particles into the upper half of the record list that they become. Of n records,
+// value k is at byte 8 * (n / 2) + 4 * k. Registers of w lanes read values k to k + w - 1 and then write records up to
+// byte 8 * (k + w), below which no value lies that is still to be read: value k + w is at byte 8 * (n / 2) + 4 * (k + w)
+// or, if n is odd, 4 bytes before 4 * (n + k + w), and there k + w is below n. Values and records share bytes under two
+// types, so both are moved as bytes or lanes.
+template<typename _Element, typename _SortValueBits>
+static TStridedMemoryView<const float> CompactSortValues(const TMemoryView<SIndexAndDepth> &outList,
+	const TStridedMemoryView<const _Element> &source,
+	const TStridedMemoryView<const u8> &enableds,
+	_SortValueBits sortValueBits)
+{
+	const u32 primCount = outList.Count();
+	u8 *const sortKeys = reinterpret_cast<u8 *>(outList.Data() + primCount / 2);
+	const u8 *enabled = enableds.Data();
+	typename TStridedMemoryView<const _Element>::Iterator element = source.Begin();
+	for (u32 count = 0; count < primCount; ++element)
+	{
+		// Written before it is known to stay: a branch on the byte would be a guess.
+		StoreU32(sortKeys + count * sizeof(float), sortValueBits(element.Ptr()));
+		// A page without enabled bytes is not compacted: the walk offers no more elements of it than there are records.
+		// NOLINTNEXTLINE(clang-analyzer-core.NullDereference)
+		count += *enabled++ != 0;
+	}
+	// cppcheck-suppress invalidPointerCast ; an address for loads of bytes and lanes, never read as a float
+	return {reinterpret_cast<const float *>(sortKeys), primCount, sizeof(float)};
+}
+
+static VX_INLINE const SFillKernels &FillKernels()
+{
+	static constexpr const SFillKernels *kKernels[] = {
+		&kFillKernels_Baseline,
+#if VX_X86
+		&kFillKernels_Avx2,
+		&kFillKernels_Avx512,
+#endif
+	};
+	return *kKernels[Cpu::InstructionSet()];
+}
+
+template<typename _VertexBases>
+static VX_INLINE void FillOneByDistance(
+	SIndexAndDepth *packedPtr, const u8 *srcPos, const CCamera &camera, _VertexBases &vertexBases)
+{
+	u32 key = SDistanceKey::FromBits(camera.SquaredDistanceBits(srcPos));
+	const u32 base = vertexBases.template Next<SDistanceKey>(key);
+	*packedPtr = {key, base};
+}
+} // namespace Vexmoor

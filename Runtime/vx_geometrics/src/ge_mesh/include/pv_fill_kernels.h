@@ -1,0 +1,252 @@
+#pragma once
+
+// The bodies behind pv_fill.h, for any target of simd/lanes.h: positions and values from memory into lanes, keys, vertex
+// bases, and both interleaved into records. Nothing here reports. A file that includes this has said before what it is
+// compiled for, and includes what is not lanes before that.
+
+#include "simd/exact_floats.h"
+#include "simd/lanes_shared.h"
+
+#include "pv_depth_keys.h"
+#include "pv_fill.h"
+
+namespace Vexmoor
+{
+// Ways to bring the next positions into lanes, one for each lane.
+
+// At a stride of 12.
+struct SPositions_Packed
+{
+	template<typename _Lanes, typename _Register>
+	static VX_INLINE void Load(const u8 *src, u32, _Register &x, _Register &y, _Register &z)
+	{
+		_Lanes::LoadTriples(src, x, y, z);
+	}
+};
+
+// At any stride from 4 on. In each group, the first three loads read 4 bytes beyond their position, and end before the
+// fourth position does. The fourth load starts 4 bytes before its position, because memory may end after it.
+//
+//   lane     0    1    2    3
+//   p0       x0   y0   z0   ?
+//   p1       x1   y1   z1   ?
+//   p2       x2   y2   z2   ?
+//   _p3      ?    x3   y3   z3
+struct SPositions_Gathered
+{
+	static constexpr u32 kMinStride = 4;
+
+	template<typename _Lanes, typename _Register>
+	static VX_INLINE void Load(const u8 *src, u32 stride, _Register &x, _Register &y, _Register &z)
+	{
+		const ureg nextGroup = kRecordsPerGroup * ureg(stride);
+		const _Register p0 = _Lanes::LoadGroups(src, nextGroup);
+		const _Register p1 = _Lanes::LoadGroups(src + stride, nextGroup);
+		const _Register p2 = _Lanes::LoadGroups(src + 2 * ureg(stride), nextGroup);
+		const _Register _p3 = _Lanes::LoadGroups(src + 3 * ureg(stride) - 4, nextGroup);
+		const _Register x0x1y0y1 = _Lanes::InterleaveLow(p0, p1);
+		const _Register z0z1____ = _Lanes::InterleaveHigh(p0, p1);
+		const _Register x2x2x3x3 = _Lanes::template Shuffle2<0, 0, 1, 1>(p2, _p3);
+		const _Register y2y2y3y3 = _Lanes::template Shuffle2<1, 1, 2, 2>(p2, _p3);
+		const _Register z2z2z3z3 = _Lanes::template Shuffle2<2, 2, 3, 3>(p2, _p3);
+		x = _Lanes::template Shuffle2<0, 1, 0, 2>(x0x1y0y1, x2x2x3x3);
+		y = _Lanes::template Shuffle2<2, 3, 0, 2>(x0x1y0y1, y2y2y3y3);
+		z = _Lanes::template Shuffle2<0, 1, 0, 2>(z0z1____, z2z2z3z3);
+	}
+};
+
+// At strides of 1 to 3, where 16 bytes from a position on may reach beyond all others. Rare enough to be packed first.
+struct SPositions_Overlapping
+{
+	template<typename _Lanes, typename _Register>
+	static VX_INLINE void Load(const u8 *src, u32 stride, _Register &x, _Register &y, _Register &z)
+	{
+		u8 packed[_Lanes::kLanes * sizeof(CFloat3)];
+		for (u32 lane = 0; lane < _Lanes::kLanes; ++lane)
+			std::memcpy(packed + lane * sizeof(CFloat3), src + lane * stride, sizeof(CFloat3));
+		_Lanes::LoadTriples(packed, x, y, z);
+	}
+};
+
+// A virtual view: one position for all.
+struct SPositions_Repeated
+{
+	template<typename _Lanes, typename _Register>
+	static VX_INLINE void Load(const u8 *src, u32, _Register &x, _Register &y, _Register &z)
+	{
+		x = _Lanes::Splat(LoadU32(src));
+		y = _Lanes::Splat(LoadU32(src + 4));
+		z = _Lanes::Splat(LoadU32(src + 8));
+	}
+};
+
+// The next bases, one for each lane.
+
+template<typename _Lanes>
+class TVertexBases_Sequence
+{
+public:
+	typedef typename _Lanes::Register Register;
+
+	VX_WRAPS explicit VX_INLINE TVertexBases_Sequence(const CVertexBases_Sequence &bases)
+		: m_Bases(_Lanes::template Add<u32>(_Lanes::Splat(bases.Start()), _Lanes::Multiples(bases.Increment())))
+		, m_Step(_Lanes::Splat(_Lanes::kLanes * bases.Increment()))
+	{
+	}
+
+	template<typename _Key>
+	VX_INLINE Register Next(Register &)
+	{
+		const Register bases = m_Bases;
+		m_Bases = _Lanes::template Add<u32>(m_Bases, m_Step);
+		return bases;
+	}
+
+private:
+	Register m_Bases;
+	Register m_Step;
+};
+
+template<typename _Lanes>
+class TVertexBases_List
+{
+public:
+	typedef typename _Lanes::Register Register;
+
+	explicit VX_INLINE TVertexBases_List(const CVertexBases_List &bases)
+		: m_Entries(bases.Entries())
+		, m_MaxVertexId(_Lanes::Splat(bases.MaxVertexId()))
+	{
+	}
+
+	template<typename _Key>
+	VX_INLINE Register Next(Register &keys)
+	{
+		const Register entries = _Lanes::Load(m_Entries);
+		m_Entries += _Lanes::kLanes;
+		const typename _Lanes::Mask valid = _Lanes::LessUnsigned(entries, m_MaxVertexId);
+		keys = _Lanes::Select(valid, keys, _Lanes::Splat(_Key::kFar));
+		return _Lanes::Where(valid, entries);
+	}
+
+private:
+	const u32 *m_Entries;
+	Register m_MaxVertexId;
+};
+
+// The loops. A register's keys and bases become as many records:
+//
+//   lane        0    1    2    3
+//   keys        k0   k1   k2   k3
+//   bases       n0   n1   n2   n3
+//   records     k0 n0   k1 n1   k2 n2   k3 n3       of a list
+//               k2 n2   k3 n3   k0 n0   k1 n1       of a sequence
+
+// What is left to be filled. A loop for each width takes as many groups as fill whole registers, and leaves the others to
+// the next narrower one.
+template<typename _VertexBases>
+struct TFillCursor
+{
+	SIndexAndDepth *m_Records;
+	const u8 *m_Source;
+	ureg m_StrideInBytes;
+	u32 m_GroupCount;
+	_VertexBases m_VertexBases;
+
+	template<typename _Lanes>
+	VX_INLINE u32 WholeRegisters() const
+	{
+		return m_GroupCount / _Lanes::kGroups;
+	}
+	VX_INLINE void Pass(u32 groupCount)
+	{
+		const u32 recordCount = groupCount * kRecordsPerGroup;
+		m_Records += recordCount;
+		m_Source += recordCount * m_StrideInBytes;
+		m_GroupCount -= groupCount;
+		m_VertexBases.Skip(recordCount);
+	}
+};
+
+template<typename _Lanes, typename _Positions, typename _VertexBases>
+static VX_INLINE void FillRegistersByDistance(TFillCursor<_VertexBases> &cursor, const float *camera)
+{
+	typedef typename _Lanes::Register Register;
+	const u32 registerCount = cursor.template WholeRegisters<_Lanes>();
+	if (registerCount == 0)
+		return;
+	u8 *records = reinterpret_cast<u8 *>(cursor.m_Records);
+	const u8 *positions = cursor.m_Source;
+	const TSquaredDistances<_Lanes> squaredDistances(camera);
+	typename _VertexBases::template InLanes<_Lanes> basesInLanes(cursor.m_VertexBases);
+	for (u32 i = 0; i < registerCount; ++i)
+	{
+		Register x, y, z;
+		_Positions::template Load<_Lanes>(positions, u32(cursor.m_StrideInBytes), x, y, z);
+		Register keys = SDistanceKey::FromLanes<_Lanes>(squaredDistances.To(x, y, z));
+		const Register bases = basesInLanes.template Next<SDistanceKey>(keys);
+		_Lanes::template StorePairs<_VertexBases::kUpperPairFirst>(records, keys, bases);
+		records += _Lanes::kLanes * sizeof(SIndexAndDepth);
+		positions += _Lanes::kLanes * cursor.m_StrideInBytes;
+	}
+	cursor.Pass(registerCount * _Lanes::kGroups);
+}
+
+template<typename _Lanes, typename _VertexBases>
+static VX_INLINE void FillRegistersByValue(TFillCursor<_VertexBases> &cursor)
+{
+	typedef typename _Lanes::Register Register;
+	const u32 registerCount = cursor.template WholeRegisters<_Lanes>();
+	if (registerCount == 0)
+		return;
+	u8 *records = reinterpret_cast<u8 *>(cursor.m_Records);
+	const u8 *values = cursor.m_Source;
+	typename _VertexBases::template InLanes<_Lanes> basesInLanes(cursor.m_VertexBases);
+	for (u32 i = 0; i < registerCount; ++i)
+	{
+		Register keys = SValueKey::FromLanes<_Lanes>(_Lanes::Load(values));
+		const Register bases = basesInLanes.template Next<SValueKey>(keys);
+		_Lanes::template StorePairs<_VertexBases::kUpperPairFirst>(records, keys, bases);
+		records += _Lanes::kLanes * sizeof(SIndexAndDepth);
+		values += _Lanes::kLanes * sizeof(float);
+	}
+	cursor.Pass(registerCount * _Lanes::kGroups);
+}
+
+// The functions of the table, from the widest lanes to those of one group.
+
+template<typename _VertexBases, typename... _Lanes>
+static void FillByDistanceInLanes(SIndexAndDepth *records,
+	const u8 *positions,
+	u32 strideInBytes,
+	u32 groupCount,
+	const float *camera,
+	const _VertexBases &vertexBases)
+{
+	TFillCursor<_VertexBases> cursor = {records, positions, strideInBytes, groupCount, vertexBases};
+	if (strideInBytes == sizeof(CFloat3))
+		(FillRegistersByDistance<_Lanes, SPositions_Packed>(cursor, camera), ...);
+	else if (strideInBytes == 0)
+		(FillRegistersByDistance<_Lanes, SPositions_Repeated>(cursor, camera), ...);
+	else if (strideInBytes >= SPositions_Gathered::kMinStride)
+		(FillRegistersByDistance<typename _Lanes::Gathering, SPositions_Gathered>(cursor, camera), ...);
+	else
+		(FillRegistersByDistance<_Lanes, SPositions_Overlapping>(cursor, camera), ...);
+}
+
+template<typename _VertexBases, typename... _Lanes>
+static void FillByValueInLanes(
+	SIndexAndDepth *records, const u8 *values, u32 groupCount, const _VertexBases &vertexBases)
+{
+	TFillCursor<_VertexBases> cursor = {records, values, sizeof(float), groupCount, vertexBases};
+	(FillRegistersByValue<_Lanes>(cursor), ...);
+}
+
+template<typename _VertexBases, typename... _Lanes>
+constexpr TFillKernels<_VertexBases> kFillKernelsFor = {
+	&FillByDistanceInLanes<_VertexBases, _Lanes...>, &FillByValueInLanes<_VertexBases, _Lanes...>};
+
+template<typename... _Lanes>
+constexpr SFillKernels kFillKernelsInLanes = {
+	kFillKernelsFor<CVertexBases_Sequence, _Lanes...>, kFillKernelsFor<CVertexBases_List, _Lanes...>};
+} // namespace Vexmoor

@@ -1,0 +1,66 @@
+#pragma once
+
+// Records of particles widened to records of triangles, and triangles gathered in the order of sorted records. Nothing here
+// reports but the views that it indexes.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "simd/lanes.h"
+
+#include "kr_memoryviews.h"
+
+#include "pv_fill.h"
+#include "pv_fill_kernels.h"
+#include "pv_mesh_triangle_sorter.h"
+
+namespace Vexmoor
+{
+// Writes a block of records, one triangle of every particle, under the particles' keys: dst may be the particles. Four
+// records are read before four are written.
+static inline void WriteTriangleBlock(
+	const SIndexAndDepth *particles, SIndexAndDepth *dst, u32 primCount, u32 firstTriangle, u32 trianglePerPrimitive)
+{
+	CVertexBases_Sequence triangles(firstTriangle, trianglePerPrimitive);
+	TVertexBases_Sequence<SLanesBase> trianglesInLanes(triangles);
+	const u32 groupCount = primCount / kRecordsPerGroup;
+	for (u32 group = 0; group < groupCount; ++group)
+	{
+		SLanesBase::Register keys = SLanesBase::LoadEvenLanes(reinterpret_cast<const u8 *>(particles));
+		const SLanesBase::Register numbers = trianglesInLanes.Next<SDistanceKey>(keys);
+		SLanesBase::StorePairs<false>(reinterpret_cast<u8 *>(dst), keys, numbers);
+		particles += kRecordsPerGroup;
+		dst += kRecordsPerGroup;
+	}
+	triangles.Skip(groupCount * kRecordsPerGroup);
+
+	for (u32 left = primCount % kRecordsPerGroup; left != 0; --left)
+		*dst++ = {(particles++)->m_Depth, triangles.Next()};
+}
+
+// The views are passed by value. A view of the caller's might lie in the output, and compilers would load it again for
+// every triangle.
+template<typename _Index>
+static void ApplyToTriangles(const TMemoryView<SIndexAndDepth> inList,
+	const TMemoryView<const _Index> srcIndices,
+	_Index *dstIndices,
+	u32 triCount)
+{
+	typedef SPrimitive<_Index, 3> STriangle;
+	if (triCount == 0)
+		return;
+	const TMemoryView<const STriangle> inIndices(
+		reinterpret_cast<const STriangle *>(srcIndices.Data()), srcIndices.Count() / 3);
+	const TMemoryView<STriangle> outIndices(reinterpret_cast<STriangle *>(dstIndices), triCount);
+	for (u32 i = 0; i < triCount; ++i)
+	{
+		// Stores in ascending order. Compilers copy a structure in an order of their own.
+		const STriangle &triangle = inIndices[inList[i].m_Index];
+		volatile _Index *const dst = outIndices[i].m_IDs;
+		if constexpr (sizeof(_Index) == sizeof(u32))
+			StoreU64(dst, LoadU64(triangle.m_IDs));
+		else
+			StoreU32(dst, LoadU32(triangle.m_IDs));
+		dst[2] = triangle.m_IDs[2];
+	}
+}
+} // namespace Vexmoor

@@ -1,0 +1,163 @@
+#pragma once
+
+// The bodies behind pv_sort_lanes.h, for any target of simd/lanes.h. A file that includes this has said before what it is
+// compiled for, and includes what is not lanes before that.
+
+#include "simd/lanes_shared.h"
+#include "vx_compiler.h"
+#include "vx_defs.h"
+
+#include "kr_sort.h"
+
+#include "pv_sort_lanes.h"
+
+#include <cstring>
+
+namespace Vexmoor
+{
+namespace SortLanes
+{
+	// Exclusive prefix sums of counters. From one register to the next only the total is carried, so that no more than one
+	// addition waits for the one before. Sparse counters have long runs of zeros, which are given the sum so far: a
+	// branch that processors predict well, and worth it for them alone. The counts of others are added on the way.
+	//
+	//   counters   a    b    c    d      e    f    g    h       four to a register
+	//   before     0    a    ab   abc    0    e    ef   efg     in the register
+	//   sum        0                     abcd
+	//   stored     0    a    ab   abc    abcd +e   +ef  +efg
+	template<typename _Lanes, bool _Sparse, typename _Counter>
+	static VX_INLINE void SumInLanes(_Counter *counters, const _Counter *others, u32 count)
+	{
+		typedef typename _Lanes::Register Register;
+		Register sum = _Lanes::Splat(0);
+		for (u32 i = 0; i < count; i += sizeof(Register) / sizeof(_Counter))
+		{
+			Register counts = _Lanes::Load(counters + i);
+			if (others != nullptr)
+				counts = _Lanes::template Add<_Counter>(counts, _Lanes::Load(others + i));
+			if (_Sparse && _Lanes::AllZero(counts))
+			{
+				_Lanes::Store(counters + i, sum);
+				continue;
+			}
+			Register before, total;
+			_Lanes::template PrefixSums<_Counter>(counts, before, total);
+			_Lanes::Store(counters + i, _Lanes::template Add<_Counter>(sum, before));
+			sum = _Lanes::template Add<_Counter>(sum, total);
+		}
+	}
+
+	template<typename _Lanes, typename _Counter>
+	static void SumCountersInLanes(_Counter *counters, u32 count)
+	{
+		SumInLanes<_Lanes, false, _Counter>(counters, nullptr, count);
+	}
+
+	template<typename _Lanes, typename _Counter>
+	static void SumSparseCountersInLanes(_Counter *counters, const _Counter *others, u32 count)
+	{
+		SumInLanes<_Lanes, true>(counters, others, count);
+	}
+
+	// Ranks. Keys are compared in blocks of sixteen, each block against all. A comparison's mask is minus one, so
+	// subtracting it counts. Lanes compare as signed: sign bits are flipped on the way in. What fills up the last step is
+	// lower than no key.
+	//
+	//   own keys   k0   k1   ...  k15     one or more registers
+	//   key        ki   ki   ...  ki      each key in turn, splatted
+	//   ranks     +1 in every lane whose own key is higher
+	//
+	// Keys go on through memory in stores as wide as the loads, since a load that spans two stores waits until both have
+	// reached the cache. Several comparisons make a step of the loop, so that a loop so short does not depend on where it
+	// lies in the instruction cache's lines.
+	constexpr u32 kKeysPerStep = 4;
+	static_assert(kRanksPerStep % kKeysPerStep == 0, "the last step is whole");
+	constexpr u32 kSignBit = 0x80000000u;
+	constexpr u32 kHighest = 0x7FFFFFFFu; // as flipped
+
+	// For the last records in masked loads: a record's key gets its sign bit flipped, and a lane without a record becomes
+	// the highest key. As a sign, the bit says where there is a record.
+	alignas(64) constexpr u32 kFlips[2 * kRanksPerStep] = {kSignBit, kSignBit, kSignBit, kSignBit, kSignBit, kSignBit,
+		kSignBit, kSignBit, kHighest, kHighest, kHighest, kHighest, kHighest, kHighest, kHighest, kHighest};
+
+	// Returns how many keys there are, with those that fill up the last step.
+	template<typename _Lanes>
+	static VX_INLINE u32 FlipKeys(const u8 *records, u32 count, s32 *keys)
+	{
+		u32 i = 0;
+		for (; i + _Lanes::kLanes <= count; i += _Lanes::kLanes)
+		{
+			const auto words = _Lanes::LoadEvenLanes(records + i * kRankedSize);
+			_Lanes::Store(keys + i, _Lanes::Xor(words, _Lanes::Splat(kSignBit)));
+		}
+		if constexpr (_Lanes::kLanes == kRanksPerStep)
+		{
+			if (i < count)
+			{
+				const auto flips = _Lanes::Load(kFlips + kRanksPerStep - (count - i));
+				const auto words = _Lanes::LoadEvenLanesWhere(records + i * kRankedSize, flips);
+				_Lanes::Store(keys + i, _Lanes::Xor(words, flips));
+				i += kRanksPerStep;
+			}
+			return i;
+		}
+		for (; i < count; ++i)
+		{
+			u32 key;
+			std::memcpy(&key, records + i * kRankedSize, sizeof(key));
+			keys[i] = s32(key ^ kSignBit);
+		}
+		for (; i % kRanksPerStep != 0; ++i)
+			keys[i] = s32(kHighest);
+		return i;
+	}
+
+	template<typename _Lanes, u32 _Registers>
+	static VX_INLINE void RankBlock(const s32 *keys, u32 count, const s32 *blockKeys, u32 *blockRanks)
+	{
+		typedef typename _Lanes::Register Register;
+		Register own[_Registers];
+		Register ranks[_Registers];
+		for (u32 r = 0; r < _Registers; ++r)
+		{
+			own[r] = _Lanes::Load(blockKeys + r * _Lanes::kLanes);
+			ranks[r] = _Lanes::Splat(0);
+		}
+		for (u32 i = 0; i < count; i += kKeysPerStep)
+		{
+			for (u32 k = 0; k < kKeysPerStep; ++k)
+			{
+				const Register key = _Lanes::Splat(u32(keys[i + k]));
+				for (u32 r = 0; r < _Registers; ++r)
+					ranks[r] = _Lanes::template Subtract<u32>(ranks[r], _Lanes::GreaterSigned(own[r], key));
+			}
+		}
+		for (u32 r = 0; r < _Registers; ++r)
+			_Lanes::Store(blockRanks + r * _Lanes::kLanes, ranks[r]);
+	}
+
+	template<typename _Lanes>
+	static void CountLowerKeysInLanes(const u8 *records, u32 count, u32 *ranks)
+	{
+		constexpr u32 kRegistersPerStep = kRanksPerStep / _Lanes::kLanes;
+		alignas(16) s32 keys[kMaxRankedCount];
+		const u32 filledCount = FlipKeys<_Lanes>(records, count, keys);
+		u32 i = 0;
+		for (; i + kRanksPerStep < count; i += 2 * kRanksPerStep)
+			RankBlock<_Lanes, 2 * kRegistersPerStep>(keys, filledCount, keys + i, ranks + i);
+		if (i < count)
+			RankBlock<_Lanes, kRegistersPerStep>(keys, filledCount, keys + i, ranks + i);
+	}
+
+	template<typename _Lanes>
+	constexpr SKernels kKernelsInLanes = {
+		&SumCountersInLanes<_Lanes, u8>,
+		&SumCountersInLanes<_Lanes, u16>,
+		&SumCountersInLanes<_Lanes, u32>,
+		&SumSparseCountersInLanes<_Lanes, u8>,
+		&SumSparseCountersInLanes<_Lanes, u16>,
+		&SumSparseCountersInLanes<_Lanes, u32>,
+		&CountLowerKeysInLanes<_Lanes>,
+	};
+} // namespace SortLanes
+} // namespace Vexmoor

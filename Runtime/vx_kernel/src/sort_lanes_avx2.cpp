@@ -1,0 +1,26 @@
+// What the sorts do in lanes, with AVX2.
+
+#include "vx_compiler.h"
+#include "vx_defs.h"
+
+#include "kr_sort.h"
+
+#include "include/pv_sort_lanes.h"
+
+#if VX_X86
+	#include <cstring>
+	#include <immintrin.h>
+
+VX_BEGIN_TARGET_AVX2
+
+	#include "simd/lanes_avx2.h"
+
+	#include "include/pv_sort_kernels.h"
+
+namespace Vexmoor
+{
+const SortLanes::SKernels SortLanes::kKernels_Avx2 = kKernelsInLanes<SLanesAvx2>;
+} // namespace Vexmoor
+
+VX_END_TARGET
+#endif

@@ -1,0 +1,192 @@
+#pragma once
+
+// The vocabulary of simd/lanes.h in SSE2. With VEXMOOR_SIMDE the intrinsics are SIMDe's of the same names.
+
+#include "simd/lanes_shared.h"
+#include "vx_compiler.h"
+#include "vx_defs.h"
+
+#include <cstring>
+#if defined(VEXMOOR_SIMDE)
+	#define SIMDE_ENABLE_NATIVE_ALIASES
+	#include <simde/x86/sse2.h>
+#else
+	#include <emmintrin.h>
+#endif
+
+namespace Vexmoor
+{
+/// One group of four.
+struct SLanesSse2
+{
+	typedef __m128i Register;
+	typedef Register Mask;
+	typedef SLanesSse2 Gathering;
+	static constexpr u32 kGroups = 1;
+	static constexpr u32 kLanes = 4 * kGroups;
+	static constexpr bool kAddsInOrder = VX_X86 && VX_HAS_ASM;
+
+	// Memory.
+
+	static VX_INLINE Register Load(const void *p) { return _mm_loadu_si128(static_cast<const __m128i *>(p)); }
+	static VX_INLINE Register LoadGroups(const u8 *p, ureg) { return Load(p); }
+	static VX_INLINE void LoadTriples(const u8 *p, Register &x, Register &y, Register &z)
+	{
+		LoadTriplesInGroups<SLanesSse2>(p, x, y, z);
+	}
+	static VX_INLINE Register LoadEvenLanes(const u8 *p) { return Shuffle2<0, 2, 0, 2>(Load(p), Load(p + 16)); }
+	static VX_INLINE void Store(void *p, Register r) { _mm_storeu_si128(static_cast<__m128i *>(p), r); }
+	template<bool _UpperFirst>
+	static VX_INLINE void StorePairs(u8 *p, Register a, Register b)
+	{
+		Store(p, _UpperFirst ? InterleaveHigh(a, b) : InterleaveLow(a, b));
+		Store(p + 16, _UpperFirst ? InterleaveLow(a, b) : InterleaveHigh(a, b));
+	}
+
+	static VX_INLINE Register LoadThree(const void *p)
+	{
+		s32 z;
+		std::memcpy(&z, static_cast<const u8 *>(p) + 8, sizeof(z));
+		return _mm_unpacklo_epi64(_mm_loadl_epi64(static_cast<const __m128i *>(p)), _mm_cvtsi32_si128(z));
+	}
+	static VX_INLINE Register LoadAligned(const void *p) { return _mm_load_si128(static_cast<const __m128i *>(p)); }
+	static VX_INLINE void StoreAligned(void *p, Register r) { _mm_store_si128(static_cast<__m128i *>(p), r); }
+	static VX_INLINE void Stream(void *p, Register r)
+	{
+		VX_BEFORE_STORE_IN_PLACE(r);
+		_mm_stream_si128(static_cast<__m128i *>(p), r);
+		VX_BEHIND_STORE_IN_PLACE(*static_cast<u8(*)[16]>(p));
+	}
+	static VX_INLINE void StoreInPlace(void *p, Register r) { VX_STORE_IN_PLACE(Register, p, r); }
+	static VX_INLINE void Fence() { _mm_sfence(); }
+
+	// Constants.
+
+	static VX_INLINE Register Splat(u32 value) { return _mm_set1_epi32(s32(value)); }
+	static VX_WRAPS VX_INLINE Register Multiples(u32 factor)
+	{
+		return _mm_setr_epi32(0, s32(factor), s32(2 * factor), s32(3 * factor));
+	}
+
+	// Integers.
+
+	template<typename _Element>
+	static VX_INLINE Register Add(Register a, Register b)
+	{
+		if constexpr (sizeof(_Element) == 1)
+			return _mm_add_epi8(a, b);
+		else if constexpr (sizeof(_Element) == 2)
+			return _mm_add_epi16(a, b);
+		else if constexpr (sizeof(_Element) == 4)
+			return _mm_add_epi32(a, b);
+		else
+			return _mm_add_epi64(a, b);
+	}
+	template<typename _Element>
+	static VX_INLINE Register Subtract(Register a, Register b)
+	{
+		if constexpr (sizeof(_Element) == 1)
+			return _mm_sub_epi8(a, b);
+		else
+			return _mm_sub_epi32(a, b);
+	}
+	static VX_INLINE Register And(Register a, Register b) { return _mm_and_si128(a, b); }
+	static VX_INLINE Register Or(Register a, Register b) { return _mm_or_si128(a, b); }
+	static VX_INLINE Register Xor(Register a, Register b) { return _mm_xor_si128(a, b); }
+	static VX_INLINE Register Select(Mask mask, Register a, Register b)
+	{
+		return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b));
+	}
+	static VX_INLINE Mask LessUnsigned(Register a, Register b)
+	{
+		const __m128i signs = Splat(0x80000000u);
+		return _mm_cmpgt_epi32(_mm_xor_si128(b, signs), _mm_xor_si128(a, signs));
+	}
+	static VX_INLINE Register Where(Mask mask, Register a) { return _mm_and_si128(mask, a); }
+	static VX_INLINE bool Any(Mask mask) { return _mm_movemask_epi8(mask) != 0; }
+	static VX_INLINE Mask GreaterSigned(Register a, Register b) { return _mm_cmpgt_epi32(a, b); }
+	static VX_INLINE Register EqualBytes(Register a, Register b) { return _mm_cmpeq_epi8(a, b); }
+	template<u32 _Count>
+	static VX_INLINE Register ShiftLeft(Register r)
+	{
+		return _mm_slli_epi32(r, _Count);
+	}
+	template<u32 _Count>
+	static VX_INLINE Register ShiftRightSigned(Register r)
+	{
+		return _mm_srai_epi32(r, _Count);
+	}
+	static VX_INLINE Register PackSigned(Register a, Register b) { return _mm_packs_epi32(a, b); }
+
+	// Order.
+
+	template<u32 _0, u32 _1, u32 _2, u32 _3>
+	static VX_INLINE Register Shuffle(Register r)
+	{
+		return _mm_shuffle_epi32(r, _MM_SHUFFLE(_3, _2, _1, _0));
+	}
+	template<u32 _0, u32 _1, u32 _2, u32 _3>
+	static VX_INLINE Register Shuffle2(Register a, Register b)
+	{
+		return _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b), _MM_SHUFFLE(_3, _2, _1, _0)));
+	}
+	template<u32 _0, u32 _1, u32 _2, u32 _3, u32 _4, u32 _5, u32 _6, u32 _7>
+	static VX_INLINE Register Shuffle16(Register r)
+	{
+		return _mm_shufflehi_epi16(
+			_mm_shufflelo_epi16(r, _MM_SHUFFLE(_3, _2, _1, _0)), _MM_SHUFFLE(_7 - 4, _6 - 4, _5 - 4, _4 - 4));
+	}
+	static VX_INLINE Register InterleaveLow(Register a, Register b) { return _mm_unpacklo_epi32(a, b); }
+	static VX_INLINE Register InterleaveHigh(Register a, Register b) { return _mm_unpackhi_epi32(a, b); }
+	template<u32 _Count>
+	static VX_INLINE Register ShiftBytesUp(Register r)
+	{
+		return _mm_slli_si128(r, _Count);
+	}
+	template<typename _Element>
+	static VX_INLINE Register SpreadLast(Register r)
+	{
+		if constexpr (sizeof(_Element) == 1)
+			r = _mm_unpackhi_epi8(r, r);
+		if constexpr (sizeof(_Element) <= 2)
+			r = _mm_shufflehi_epi16(r, _MM_SHUFFLE(3, 3, 3, 3));
+		return _mm_shuffle_epi32(r, _MM_SHUFFLE(3, 3, 3, 3));
+	}
+
+	// One number of all.
+
+	static VX_INLINE u32 Lane0(Register r) { return u32(_mm_cvtsi128_si32(r)); }
+	static VX_INLINE bool AllZero(Register r) { return AllOnes(_mm_cmpeq_epi8(r, _mm_setzero_si128())); }
+	static VX_INLINE bool AllOnes(Register r) { return _mm_movemask_epi8(r) == 0xFFFF; }
+	static VX_INLINE u32 SumBytes(Register r)
+	{
+		const __m128i sums = _mm_sad_epu8(r, _mm_setzero_si128()); // of the lower and the upper eight bytes
+		return Lane0(sums) + Lane0(_mm_srli_si128(sums, 8));
+	}
+	template<typename _Element>
+	static VX_INLINE void PrefixSums(Register counts, Register &before, Register &total)
+	{
+		PrefixSumsInGroups<SLanesSse2, _Element>(counts, before, total);
+	}
+
+	// Floats.
+
+	static VX_INLINE Register SubtractFloats(Register a, Register b)
+	{
+		return _mm_castps_si128(_mm_sub_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b)));
+	}
+	static VX_INLINE Register MultiplyFloats(Register a, Register b)
+	{
+		return _mm_castps_si128(_mm_mul_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b)));
+	}
+	static VX_INLINE Register AddFloats(Register a, Register b)
+	{
+#if VX_X86 && VX_HAS_ASM
+		VX_ADD_FLOATS_SSE2(a, b);
+		return a;
+#else
+		return _mm_castps_si128(_mm_add_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b)));
+#endif
+	}
+};
+} // namespace Vexmoor
