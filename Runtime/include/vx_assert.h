@@ -80,11 +80,11 @@ namespace Assert
 	/// A site's flag, which every thread that passes the site shares. Two that fail at once may both report.
 	VX_INLINE bool _SiteIsIgnored(const bool &flag)
 	{
-		return __atomic_load_n(&flag, __ATOMIC_RELAXED);
+		return VX_LOAD_FLAG(flag);
 	}
 	VX_INLINE void _IgnoreSite(bool &flag)
 	{
-		__atomic_store_n(&flag, true, __ATOMIC_RELAXED);
+		VX_STORE_FLAG(flag, true);
 	}
 	///@}
 } // namespace Assert

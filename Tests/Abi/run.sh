@@ -76,7 +76,7 @@ expect_of_both "a larger sorter" 1 "libvx_geometrics.so: breaks built programs" 
 sed -i 's/SortFinding_Violation = 0,/SortFinding_Violation = 2,/' Runtime/vx_geometrics/include/ge_mesh_sort_validation.h
 expect_of_both "another value" 1 "SortFinding_Violation" "no longer: .*SortFinding_Violation is 0"
 
-sed -i 's/^VX_API u64 SortCaptureChecksum/VX_API u32 SortCaptureChecksum/' Runtime/vx_geometrics/include/ge_mesh_sort_capture.h
+sed -i 's/^VX_GEOMETRICS_API u64 SortCaptureChecksum/VX_GEOMETRICS_API u32 SortCaptureChecksum/' Runtime/vx_geometrics/include/ge_mesh_sort_capture.h
 sed -i 's/^VX_WRAPS u64 SortCaptureChecksum\(.*\)/VX_WRAPS u32 SortCaptureChecksum\1/; s/^\treturn checksum;/\treturn u32(checksum);/' \
 	Runtime/vx_geometrics/src/ge_mesh/sort_capture.cpp
 expect_of_both "another return type" 1 "SortCaptureChecksum" "no longer: .*SortCaptureChecksum.* -> unsigned long"

@@ -25,7 +25,7 @@ def main():
         name = re.sub("<.*", "", kind.get("Name"))
         short = name.replace("Vexmoor::", "", 1)
         names.add(short)
-        if not re.search(r"\b(?:class|struct) (?:VX_API )?%s\b" % short, headers):
+        if not re.search(r"\b(?:class|struct) (?:VX_(?:GEOMETRICS_)?API(?:_INLINE)? )?%s\b" % short, headers):
             wrong.append("no header has %s" % name)
         for element in kind.iter():
             if element.tag == space + "DisplayString":

@@ -31,7 +31,7 @@ enum ESortCapture : u32
 ///          cannot be read: ValidateSort says which.
 /// Cost     linear in what is written. Nothing is allocated.
 /// Threads  as for a sort: one thread per sorter, different sorters side by side.
-VX_API bool WriteSortCapture(const CTriangleSorter &sorter,
+VX_GEOMETRICS_API bool WriteSortCapture(const CTriangleSorter &sorter,
 	const void *workingBuffer,
 	u64 workingBufferSize,
 	ESortCapture content,
@@ -45,5 +45,5 @@ constexpr u32 kSortCaptureVersion = 2;                         ///< The second w
 constexpr u64 kSortCaptureChecksumStart = 0xCBF29CE484222325u; ///< The checksum of no words.
 
 /// Carries a capture's checksum on over more of its 32-bit words: FNV-1a, a word at a time.
-VX_API u64 SortCaptureChecksum(u64 checksum, const void *words, u64 sizeInBytes);
+VX_GEOMETRICS_API u64 SortCaptureChecksum(u64 checksum, const void *words, u64 sizeInBytes);
 } // namespace Vexmoor

@@ -53,14 +53,14 @@ enum ESortEntry : u32
 ///          to be spoken of is passed over up to four times more. Nothing is allocated.
 /// Threads  as for a sort: one thread per sorter, different sorters side by side.
 /// Reports  nothing but findings.
-VX_API u32 ValidateSort(const CTriangleSorter &sorter,
+VX_GEOMETRICS_API u32 ValidateSort(const CTriangleSorter &sorter,
 	ESortEntry entry,
 	const void *workingBuffer,
 	u64 workingBufferSize,
 	CbSortFinding handler,
 	void *userData);
 /// Checks the sort that the geometry calls for: of triangles if the geometry is set up per page, otherwise of points.
-VX_API u32 ValidateSort(const CTriangleSorter &sorter,
+VX_GEOMETRICS_API u32 ValidateSort(const CTriangleSorter &sorter,
 	const void *workingBuffer,
 	u64 workingBufferSize,
 	CbSortFinding handler,
@@ -74,9 +74,9 @@ VX_API u32 ValidateSort(const CTriangleSorter &sorter,
 /// workingBuffer  as the sort wants it; or null, with a size of 0: the sort takes a block from Mem::_RawAlloc and gives
 ///                it back. If there is no memory for the block, nothing is written, and 0 is returned.
 /// The other arguments are those of ValidateSort.
-VX_API u32 SortPointsChecked(
+VX_GEOMETRICS_API u32 SortPointsChecked(
 	CTriangleSorter &sorter, void *workingBuffer, u64 workingBufferSize, CbSortFinding handler, void *userData);
-VX_API u32 SortTrianglesChecked(
+VX_GEOMETRICS_API u32 SortTrianglesChecked(
 	CTriangleSorter &sorter, void *workingBuffer, u64 workingBufferSize, CbSortFinding handler, void *userData);
 ///@}
 } // namespace Vexmoor

@@ -16,7 +16,7 @@ class CSortValidation;
 
 /// What is sorted: a key, ascending as an unsigned integer, the smallest drawn first, and what it stands for. Record
 /// arrays start at multiples of 16 bytes and have room for an even number of records.
-struct VX_API SIndexAndDepth
+struct VX_API_INLINE SIndexAndDepth
 {
 	u32 m_Depth; ///< The key.
 	u32 m_Index; ///< In a point sort a particle's first vertex, in a triangle sort a triangle's number.
@@ -41,7 +41,7 @@ struct SSortKeyExtractor_TriangleIndexAndDepth
 
 /// The indices of one primitive.
 template<typename _Index, u32 _Count>
-struct VX_API SPrimitive
+struct VX_API_INLINE SPrimitive
 {
 	_Index m_IDs[_Count]; ///< In drawing order.
 };
@@ -67,7 +67,7 @@ struct VX_API SPrimitive
 /// Threads. One sorter, one thread at a time; different sorters, and all static members, run side by side.
 /// Reports. A broken rule is an assertion, after which the work goes on with what it has. A slow path with equal
 /// output is a warning, once per call site. See vx_assert.h and kr_log_unique.h for the hooks.
-class VX_API CTriangleSorter
+class VX_GEOMETRICS_API CTriangleSorter
 {
 public:
 	/// Set by Setup_OutputIndexBuffer.

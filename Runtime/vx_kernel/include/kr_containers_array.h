@@ -20,7 +20,7 @@ namespace Vexmoor
 /// _GrowConstant. Contents are assigned whole, so the factors by which single insertions would grow have no part to
 /// play.
 template<u32 _Alignment, u32 _InitialSize, u32 _GrowConstant, u32 _GrowMultiplier, u32 _GrowDivider>
-struct VX_API TArrayStaticController
+struct VX_API_INLINE TArrayStaticController
 {
 	static_assert(_Alignment == 0, "the heap's own alignment");
 
@@ -37,7 +37,7 @@ struct VX_API TArrayStaticController
 /// is no memory for larger contents, that is reported, and the array is empty afterwards: a sort then has no pattern to
 /// draw, rather than an earlier one that does not belong to its particles.
 template<typename _Type, typename _Controller = TArrayStaticController<0, 8, 8, 0, 2>>
-class VX_API TArray
+class VX_API_INLINE TArray
 {
 	static_assert(std::is_trivially_copyable_v<_Type>, "elements are copied as bytes");
 

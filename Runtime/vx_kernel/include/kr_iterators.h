@@ -11,7 +11,7 @@ namespace Vexmoor
 {
 /// A bare pointer to contiguous elements. Converts from the pointer it wraps; distances are in elements.
 template<typename _Type>
-class VX_API TContiguousBaseIterator
+class VX_API_INLINE TContiguousBaseIterator
 {
 public:
 	TContiguousBaseIterator() = default;
@@ -59,7 +59,7 @@ private:
 
 /// Steps through elements that lie a fixed number of bytes apart. A stride of 0 stays on one element.
 template<typename _Type>
-class VX_API TStridedBaseIterator
+class VX_API_INLINE TStridedBaseIterator
 {
 public:
 	TStridedBaseIterator() = default;

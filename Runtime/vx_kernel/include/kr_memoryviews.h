@@ -15,7 +15,7 @@ namespace Vexmoor
 {
 /// Elements next to each other. Counts and byte sizes are 32-bit.
 template<typename _Type>
-class VX_API TMemoryView
+class VX_API_INLINE TMemoryView
 {
 public:
 	typedef TContiguousBaseIterator<_Type> Iterator; ///< A bare pointer, unchecked.
@@ -101,7 +101,7 @@ struct SStridedMemoryViewRawStorage
 
 /// Gives every strided view the same members.
 template<typename _Type>
-class VX_API TStridedMemoryViewBase
+class VX_API_INLINE TStridedMemoryViewBase
 {
 protected:
 	SStridedMemoryViewRawStorage m_Storage; ///< All there is to a view.
@@ -110,7 +110,7 @@ protected:
 /// Elements a fixed number of bytes apart, chosen at run time. A stride of 0 makes the view virtual: all its elements
 /// are one and the same. The template's second argument, the footprint in bytes, is -1: not known to the compiler.
 template<typename _Type, int _FootprintInBytes = -1>
-class VX_API TStridedMemoryView : public TStridedMemoryViewBase<_Type>
+class VX_API_INLINE TStridedMemoryView : public TStridedMemoryViewBase<_Type>
 {
 	static_assert(_FootprintInBytes == -1, "strides are chosen at run time");
 	typedef TStridedMemoryViewBase<_Type> BaseType;

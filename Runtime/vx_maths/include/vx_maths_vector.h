@@ -19,7 +19,7 @@ struct TNumericTraits
 
 /// _Dimension scalars in the order x, y, z, w. Zero when default-constructed.
 template<typename _Scalar, u32 _Dimension>
-class VX_API TVector
+class VX_API_INLINE TVector
 {
 public:
 	constexpr TVector() = default;

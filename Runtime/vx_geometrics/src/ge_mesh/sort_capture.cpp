@@ -8,7 +8,7 @@
 
 namespace Vexmoor
 {
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "captures are little-endian, and written as memory is");
+static_assert(VX_LITTLE_ENDIAN, "captures are little-endian, and written as memory is");
 
 constexpr u64 kLargestSize = 0xFFFFFFFFu; // counts and sizes are 32-bit
 constexpr u32 kWordSize = sizeof(u32);

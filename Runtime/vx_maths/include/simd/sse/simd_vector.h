@@ -12,7 +12,7 @@
 namespace Vexmoor
 {
 /// Four 32-bit lanes. An aligned access that meets an unaligned address is reported, and performed all the same.
-class VX_API Float4
+class VX_API_INLINE Float4
 {
 public:
 	/// Lanes of any value.
