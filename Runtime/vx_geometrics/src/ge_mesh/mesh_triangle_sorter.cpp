@@ -21,6 +21,7 @@
 #include "include/pv_expand_quads.h"
 #include "include/pv_fill.h"
 #include "include/pv_fill_groups.h"
+#include "include/pv_float_mode.h"
 #include "include/pv_mesh_triangle_sorter.h"
 #include "include/pv_triangles.h"
 

@@ -9,6 +9,7 @@
 
 #include "pv_camera.h"
 #include "pv_depth_keys.h"
+#include "pv_float_mode.h"
 
 namespace Vexmoor
 {
