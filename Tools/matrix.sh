@@ -25,7 +25,7 @@ newer_clangs=(clang++-19 clang++-22)
 packages=(g++ clang clang-19 clang-22)
 [ "$mode" != "" ] || packages+=(llvm-14-linker-tools llvm-19-linker-tools llvm-22-linker-tools libc++-19-dev \
 	libc++abi-19-dev g++-i686-linux-gnu libc6-i386-cross g++-aarch64-linux-gnu qemu-user libsimde-dev \
-	g++-mingw-w64-x86-64-posix wine)
+	g++-mingw-w64-x86-64-posix wine libwine-dev clang-tools-19 lld-19)
 Tools/install_packages.sh "${packages[@]}"
 
 build=build/matrix
@@ -54,6 +54,8 @@ clang_aarch64="clang++ --target=aarch64-linux-gnu"
 newer_clang_32_bit="clang++-22 --target=i686-linux-gnu"
 newer_clang_aarch64="clang++-22 --target=aarch64-linux-gnu"
 clang_libcxx="clang++-19 -stdlib=libc++"
+clang_msvc="clang++-19 --target=x86_64-pc-windows-msvc"
+clang_cl="clang-cl-19 --target=x86_64-pc-windows-msvc"
 
 add_short_rows()
 {
@@ -179,19 +181,67 @@ add_windows_rows()
 	add_row x86_64-w64-mingw32-g++-posix -O2 x86-64 "-static -ffast-math" 0 sources
 }
 
+# Microsoft's ABI, by both of clang's drivers. Microsoft's own compiler is not to be had here: the last row has clang
+# compile what is written for it, whose intrinsics for wide registers clang takes only where the processor has them.
+add_microsoft_rows()
+{
+	add_row "$clang_msvc" -O0 x86-64 "" 1 sources
+	add_row "$clang_msvc" -O3 native -ffast-math 0 sources
+	add_row "$clang_cl" -Od x86-64 "" 1 sources
+	add_row "$clang_cl" -O2 AVX2 -fp:fast 0 sources
+	add_row "$clang_cl" -O2 AVX512 -DVX_COMPILER_MSVC=1 1 sources
+}
+
 # One row.
 
 # The loader knows which levels this CPU reaches.
 cpu_runs()
 {
-	case $1 in
-	x86-64-v*) /lib64/ld-linux-x86-64.so.2 --help | grep -q "^ *$1 (supported" ;;
+	local level=$1
+	case $level in
+	AVX2) level=x86-64-v3 ;;
+	AVX512) level=x86-64-v4 ;;
 	esac
+	case $level in
+	x86-64-v*) /lib64/ld-linux-x86-64.so.2 --help | grep -q "^ *$level (supported" ;;
+	esac
+}
+
+# For Microsoft's ABI: LLVM's standard library, as far as its headers go, on wine's headers of the C library. What both
+# leave open is in Tests/Wine.
+microsoft_flags()
+{
+	printf '%s\n' -D_LIBCPP_NO_VCRUNTIME -D_LIBCPP_NO_AUTO_LINK -D_LIBCPP_HAS_THREAD_API_WIN32 \
+		-D_LIBCPP_HAS_NO_LOCALIZATION -D_LIBCPP_DISABLE_VISIBILITY_ANNOTATIONS -D_MSVCR_VER=140
+	local folder prefix=-isystem
+	case $1 in
+	clang-cl*)
+		prefix=/clang:-isystem
+		printf '%s\n' -nobuiltininc /GR- /GS- /Zc:threadSafeInit- /FITests/Wine/runtime.h
+		;;
+	*) printf '%s\n' -nostdinc -fno-exceptions -fno-rtti -fno-threadsafe-statics -include Tests/Wine/runtime.h ;;
+	esac
+	for folder in /usr/lib/llvm-19/include/c++/v1 "$(clang++-19 -print-resource-dir)/include" \
+		/usr/include/wine/wine/{msvcrt,windows}; do
+		printf '%s\n' "$prefix$folder"
+	done
+}
+
+# The arguments behind all others that link a program for Microsoft's ABI.
+link_with_wine()
+{
+	local libraries=/usr/lib/x86_64-linux-gnu/wine/x86_64-windows
+	printf '%s\n' Tests/Wine/runtime.cpp -fuse-ld=lld
+	case $1 in
+	clang-cl*) printf '%s\n' /link /nodefaultlib /subsystem:console /entry:mainCRTStartup ;;
+	*) printf '%s\n' -nostdlib -Wl,/subsystem:console,/entry:mainCRTStartup ;;
+	esac
+	printf '%s\n' "$libraries"/lib{ucrtbase,vcruntime140,kernel32,ntdll}.a
 }
 
 compile()
 {
-	local compiler=$1 assertions=$2
+	local compiler=$1 assertions=$2 standard=-std=c++17 runtime=()
 	shift 2
 	case $compiler in
 	*aarch64*)
@@ -199,9 +249,13 @@ compile()
 		ln -sfn /usr/include/simde "$build/include/simde" # headers alone, without the rest of this machine's
 		set -- -DVEXMOOR_SIMDE -isystem "$build/include" "$@"
 		;;
+	*windows-msvc)
+		mapfile -t runtime < <(microsoft_flags "$compiler")
+		[[ $compiler != clang-cl* ]] || standard=/std:c++17
+		;;
 	esac
 	# shellcheck disable=SC2086 # a command, with its target
-	$compiler -std=c++17 -DVX_ASSERTIONS="$assertions" "${includes[@]}" -I Tests/Model "$@"
+	$compiler $standard "${runtime[@]}" -DVX_ASSERTIONS="$assertions" "${includes[@]}" -I Tests/Model "$@"
 }
 
 generator_object()
@@ -220,15 +274,23 @@ build_generators()
 build_row()
 {
 	local folder=$1 compiler=$2 level=$3 architecture=$4 more=$5 assertions=$6 linked=$7
-	local flags=("$level" "-march=$architecture") generated
+	local flags=("$level" "-march=$architecture") generated linking=()
 	generated=$(generator_object "$compiler")
+	case $compiler in
+	clang-cl*)
+		flags=("$level")
+		[ "$architecture" = x86-64 ] || flags+=("/arch:$architecture")
+		;;
+	esac
+	[[ $compiler != *windows-msvc ]] || mapfile -t linking < <(link_with_wine "$compiler")
 	# shellcheck disable=SC2206 # a list of flags
 	flags+=($more)
 	rm -rf "$folder"
 	mkdir -p "$folder"
 	case $linked in
 	sources)
-		compile "$compiler" "$assertions" "${flags[@]}" "${library[@]}" "$program" "$generated" -o "$folder/same_bits"
+		compile "$compiler" "$assertions" "${flags[@]}" "${library[@]}" "$program" "$generated" -o "$folder/same_bits" \
+			"${linking[@]}"
 		[ ! -e "$folder/same_bits.exe" ] || mv "$folder/same_bits.exe" "$folder/same_bits"
 		;;
 	archive)
@@ -254,14 +316,17 @@ run_row()
 	case $compiler in
 	*i686*) /usr/i686-linux-gnu/lib/ld-linux.so.2 --library-path "/usr/i686-linux-gnu/lib:$folder" "$folder/same_bits" ;;
 	*aarch64*) qemu-aarch64 -L /usr/aarch64-linux-gnu "$folder/same_bits" ;;
-	*mingw32*) WINEPREFIX=$PWD/$build/wine WINEDEBUG=-all wine "$folder/same_bits" 2>/dev/null | tr -d '\r' ;;
+	*mingw32* | *windows-msvc)
+		WINEPREFIX=$PWD/$build/wine WINEDEBUG=-all wine "$folder/same_bits" 2>/dev/null | tr -d '\r'
+		;;
 	*) "$folder/same_bits" ;;
 	esac
 }
 
 is_built()
 {
-	[ -x "$1/same_bits" ] && [ -z "$(find Runtime Tests/SameBits Tests/Model Tools/matrix.sh -newer "$1/same_bits")" ]
+	local sources=(Runtime Tests/SameBits Tests/Model Tests/Wine Tools/matrix.sh)
+	[ -x "$1/same_bits" ] && [ -z "$(find "${sources[@]}" -newer "$1/same_bits")" ]
 }
 
 # Leaves the row's hash, or why there is none, in a file beside its folder.
@@ -312,6 +377,7 @@ else
 	add_32_bit_rows
 	add_aarch64_rows
 	add_windows_rows
+	add_microsoft_rows
 fi
 
 build_generators
@@ -325,7 +391,7 @@ wait
 
 recorded=$(cat $expected)
 failures=0
-format='%-31s %-5s %-10s %-30s %-10s %-8s %s\n'
+format='%-43s %-5s %-10s %-30s %-10s %-8s %s\n'
 # shellcheck disable=SC2059 # a format that both heading and rows share
 printf "$format" compiler level cpu flags assertions library result
 for row in "${rows[@]}"; do

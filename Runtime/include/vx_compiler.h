@@ -260,8 +260,9 @@
 	#define VX_GET_FLOAT_MODE(_mode) (_ReadWriteBarrier(), (_mode) = _mm_getcsr())
 	#define VX_SET_FLOAT_MODE(_mode) (_ReadWriteBarrier(), _mm_setcsr(_mode), _ReadWriteBarrier())
 #elif VX_COMPILER_MSVC && VX_ARM64
-	#define VX_GET_FLOAT_MODE(_mode) (_ReadWriteBarrier(), (_mode) = unsigned(_ReadStatusReg(ARM64_FPCR)))
-	#define VX_SET_FLOAT_MODE(_mode) (_ReadWriteBarrier(), _WriteStatusReg(ARM64_FPCR, _mode), _ReadWriteBarrier())
+	#define VX_FPCR 0x5A20 ///< Its number: op0 - 2 = 1, op1 = 3, CRn = 4, CRm = 4, op2 = 0, in 2 + 3 + 4 + 4 + 3 bits.
+	#define VX_GET_FLOAT_MODE(_mode) (_ReadWriteBarrier(), (_mode) = unsigned(_ReadStatusReg(VX_FPCR)))
+	#define VX_SET_FLOAT_MODE(_mode) (_ReadWriteBarrier(), _WriteStatusReg(VX_FPCR, _mode), _ReadWriteBarrier())
 #elif VX_X86
 	#define VX_GET_FLOAT_MODE(_mode) __asm__ volatile("stmxcsr %0" : "=m"(_mode))
 	#define VX_SET_FLOAT_MODE(_mode) __asm__ volatile("ldmxcsr %0" : : "m"(_mode) : "memory")

@@ -16,7 +16,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -449,8 +448,13 @@ static void RunAll(CCorpus &corpus)
 // The recorded hash: the first word of the file.
 static std::string RecordedHash(const char *path)
 {
-	std::string word;
-	std::ifstream(path) >> word;
+	char word[32] = "";
+	if (std::FILE *const file = std::fopen(path, "r"))
+	{
+		if (std::fscanf(file, "%31s", word) != 1)
+			word[0] = 0;
+		std::fclose(file);
+	}
 	return word;
 }
 
