@@ -14,6 +14,7 @@ if(VEXMOOR_INSTALL)
 	install(
 		TARGETS vx_maths vx_kernel vx_geometrics
 		EXPORT VexmoorTargets
+		RUNTIME COMPONENT runtime
 		LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
 		ARCHIVE COMPONENT development
 		FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vexmoor COMPONENT development
