@@ -47,17 +47,7 @@ check_format()
 # What only some compilers know has a name in vx_compiler.h, and intrinsics stand behind the lanes of simd/, so that the
 # library compiles for other compilers and processors. These files are still to be converted.
 unconverted=(
-	Runtime/include/vx_sse2.h
-	Runtime/vx_geometrics/src/ge_mesh/include/pv_depth_keys.h
-	Runtime/vx_geometrics/src/ge_mesh/include/pv_expand_lanes.h
-	Runtime/vx_geometrics/src/ge_mesh/include/pv_fill_lanes.h
-	Runtime/vx_geometrics/src/ge_mesh/include/pv_fill_lanes_avx2.h
-	Runtime/vx_geometrics/src/ge_mesh/include/pv_fill_lanes_avx512.h
-	Runtime/vx_geometrics/src/ge_mesh/include/pv_mesh_triangle_sorter.h
-	Runtime/vx_geometrics/src/ge_mesh/include/pv_sort_scan.h
-	Runtime/vx_geometrics/src/ge_mesh/mesh_triangle_sorter.cpp
 	Runtime/vx_kernel/include/kr_sort.h
-	Runtime/vx_kernel/src/sort_lanes.cpp
 )
 compilerWords='__(attribute|asm|declspec|forceinline|pragma|debugbreak|cpuid)|__(builtin|atomic)_'
 compilerWords+='|\<asm[ \t]*(volatile|\()|__(PRETTY_FUNCTION|FUNCSIG)__|__GNUC|__clang|_MSC_|\<_M_[A-Z]|__ELF__'

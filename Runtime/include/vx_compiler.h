@@ -96,10 +96,10 @@
 
 ///@{
 /// Around functions that are compiled for processors with wider registers, whatever the rest is compiled for. Who calls
-/// them asks kr_cpu.h before. Compilers inline a function only into one that is compiled for as much, so everything that
-/// such a function has inlined and that uses wide registers stands between the same two. Other headers come before: a
-/// function of theirs that is not inlined may be shared by the whole program. Microsoft's compiler takes every
-/// instruction everywhere.
+/// them asks kr_cpu.h before. Compilers inline a function only into one that is compiled for as much, so everything
+/// that such a function has inlined and that uses wide registers stands between the same two. Other headers come
+/// before: a function of theirs that is not inlined may be shared by the whole program. Microsoft's compiler takes
+/// every instruction everywhere.
 #if VX_COMPILER_MSVC
 	#define VX_BEGIN_TARGET(_features)
 	#define VX_END_TARGET
@@ -114,6 +114,11 @@
 #define VX_BEGIN_TARGET_AVX2 VX_BEGIN_TARGET("avx2")
 #define VX_BEGIN_TARGET_AVX512 VX_BEGIN_TARGET("avx512f,avx512bw,avx512dq,avx512vl")
 ///@}
+
+#if !VX_COMPILER_MSVC
+	/// Elements of two registers of lanes, by constant numbers: those of the second one follow on those of the first.
+	#define VX_SHUFFLE(_a, _b, ...) __builtin_shufflevector(_a, _b, __VA_ARGS__)
+#endif
 
 /// Asks the processor for the cache line at an address, which is written to soon.
 #if VX_COMPILER_MSVC && VX_X86
@@ -175,10 +180,10 @@
 
 #if VX_HAS_ASM && VX_X86
 ///@{
-/// Adds a register of floats to another, in place, as they stand: compilers fuse an add intrinsic with the multiplication
-/// before it where they may use FMA, and swap its operands where it suits them. The long prefix is spelled out because
-/// assemblers swap the operands where that makes a short prefix do, as if no NaN told them apart; clang's does so from 19
-/// on. A 512-bit addition has one prefix only.
+/// Adds a register of floats to another, in place, as they stand: compilers fuse an add intrinsic with the
+/// multiplication before it where they may use FMA, and swap its operands where it suits them. The long prefix is
+/// spelled out because assemblers swap the operands where that makes a short prefix do, as if no NaN told them apart;
+/// clang's does so from 19 on. A 512-bit addition has one prefix only.
 	#if defined(__AVX__)
 		#define VX_ADD_FLOATS_SSE2(_a, _b) VX_ADD_FLOATS_AVX(_a, _b)
 	#else

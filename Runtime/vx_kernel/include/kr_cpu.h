@@ -33,9 +33,10 @@ namespace Cpu
 		return EInstructionSet(s_InstructionSet.Get(InstructionSetOfProcessor));
 	}
 
-	/// Called at start-up, keeps to an instruction set and those before it: for tests, for measurements, for a host whose
-	/// other work on a core wide registers would slow down. The default is the last one. Any thread, and also while
-	/// another thread asks for the first time; sorts that run meanwhile may still use the set that they have found.
+	/// Called at start-up, keeps to an instruction set and those before it: for tests, for measurements, for a host
+	/// whose other work on a core wide registers would slow down. The default is the last one. Any thread, and also
+	/// while another thread asks for the first time; sorts that run meanwhile may still use the set that they have
+	/// found.
 	VX_API void SetMaxInstructionSet(EInstructionSet instructionSet);
 
 	///@{

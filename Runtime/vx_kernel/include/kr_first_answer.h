@@ -9,13 +9,13 @@
 
 namespace Vexmoor
 {
-/// A number other than 0xFFFFFFFF. Any thread may ask and set. A number that is set is never replaced by what a question
-/// finds out, not even by one that began before.
+/// A number other than 0xFFFFFFFF. Any thread may ask and set. A number that is set is never replaced by what a
+/// question finds out, not even by one that began before.
 class CFirstAnswer
 {
 public:
-	/// Returns the number, which costs one relaxed load once it is known. Before that, find is called, which returns it.
-	/// If several threads ask at the same time, each may call find, and all get the number that was stored first.
+	/// Returns the number, which costs one relaxed load once it is known. Before that, find is called, which returns
+	/// it. If several threads ask at the same time, each may call find, and all get the number that was stored first.
 	template<typename _Find>
 	VX_INLINE u32 Get(const _Find &find)
 	{

@@ -1,19 +1,15 @@
 // What the sorts do in lanes, with AVX2.
 
 #include "vx_compiler.h"
-#include "vx_defs.h"
-
-#include "kr_sort.h"
-
-#include "include/pv_sort_lanes.h"
 
 #if VX_X86
-	#include <cstring>
-	#include <immintrin.h>
+	#include "simd/lanes_avx2.h"
+
+	#include "kr_sort.h"
+
+	#include "include/pv_sort_lanes.h"
 
 VX_BEGIN_TARGET_AVX2
-
-	#include "simd/lanes_avx2.h"
 
 	#include "include/pv_sort_kernels.h"
 

@@ -3,16 +3,13 @@
 #include "vx_compiler.h"
 
 #if VX_X86
+	#include "simd/lanes_avx2.h"
+
 	#include "kr_sort.h"
 
 	#include "include/pv_fill.h"
 
-	#include <cstring>
-	#include <immintrin.h>
-
 VX_BEGIN_TARGET_AVX2
-
-	#include "simd/lanes_avx2.h"
 
 	#include "include/pv_fill_kernels.h"
 

@@ -3,16 +3,13 @@
 #include "vx_compiler.h"
 
 #if VX_X86
+	#include "simd/lanes_avx512.h"
+
 	#include "kr_sort.h"
 
 	#include "include/pv_fill.h"
 
-	#include <cstring>
-	#include <immintrin.h>
-
 VX_BEGIN_TARGET_AVX512
-
-	#include "simd/lanes_avx512.h"
 
 	#include "include/pv_fill_kernels.h"
 

@@ -1,8 +1,8 @@
 // The sort. Every report of the sorter stands here, because reports carry this file's name and their function's
 // signature; lane arithmetic, which reports nothing, stands in the private headers.
 //
-// From the whole to its parts: the two drivers, which fill records from pages, sort them and expand them into indices; the
-// pages; the fill of one page; the expansion; the widening of particles to triangles; the working buffer.
+// From the whole to its parts: the two drivers, which fill records from pages, sort them and expand them into indices;
+// the pages; the fill of one page; the expansion; the widening of particles to triangles; the working buffer.
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -29,8 +29,8 @@
 
 namespace Vexmoor
 {
-// The sites of warnings. Hosts filter by these keys, so a key stays as it is when its line moves: the numbers are lines of
-// the file that the sites first stood in.
+// The sites of warnings. Hosts filter by these keys, so a key stays as it is when its line moves: the numbers are lines
+// of the file that the sites first stood in.
 namespace Site
 {
 	constexpr const char *kPositionStrideOfSequence = VX_SITE_KEY("[l.1776]");
@@ -577,8 +577,8 @@ void CTriangleSorter::_FillSource_SortByValues_GeomConstAndIndexList(
 		FillFarRecords(out.Slice(i, count - i));
 }
 
-// Fill: the records of one page. By distance or by value, with vertex bases from a sequence or a list: two algorithms and
-// two sources. What sets the four apart beyond that is their warnings' sites.
+// Fill: the records of one page. By distance or by value, with vertex bases from a sequence or a list: two algorithms
+// and two sources. What sets the four apart beyond that is their warnings' sites.
 
 void CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(const TMemoryView<SIndexAndDepth> &outList,
 	const TStridedMemoryView<const CFloat3> &positions,
@@ -753,9 +753,9 @@ static VX_INLINE void FillByDistance(const TMemoryView<SIndexAndDepth> &outList,
 // Expand. The rule that every worker follows, for any width and both index types: record after record, the pattern's
 // entries plus the record's base; front to back, each index once.
 //
-// Workers of the common widths share a skeleton. Where the output is aligned for it, whole blocks of primitives leave as
-// streaming stores, followed by a fence. Elsewhere the worker warns, and some have blocks of ordinary stores instead. What
-// is left goes one primitive at a time.
+// Workers of the common widths share a skeleton. Where the output is aligned for it, whole blocks of primitives leave
+// as streaming stores, followed by a fence. Elsewhere the worker warns, and some have blocks of ordinary stores
+// instead. What is left goes one primitive at a time.
 typedef TMemoryView<const u32> CPattern;
 typedef const SIndexAndDepth *__restrict CRecords;
 typedef volatile u32 *__restrict CPrims32;

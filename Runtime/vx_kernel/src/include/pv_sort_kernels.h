@@ -1,7 +1,7 @@
 #pragma once
 
-// The bodies behind pv_sort_lanes.h, for any target of simd/lanes.h. A file that includes this has said before what it is
-// compiled for, and includes what is not lanes before that.
+// The bodies behind pv_sort_lanes.h, for any target of simd/lanes.h. A file that includes this has said before what it
+// is compiled for, and includes what is not lanes before that.
 
 #include "simd/lanes_shared.h"
 #include "vx_compiler.h"
@@ -17,8 +17,8 @@ namespace Vexmoor
 {
 namespace SortLanes
 {
-	// Exclusive prefix sums of counters. From one register to the next only the total is carried, so that no more than one
-	// addition waits for the one before. Sparse counters have long runs of zeros, which are given the sum so far: a
+	// Exclusive prefix sums of counters. From one register to the next only the total is carried, so that no more than
+	// one addition waits for the one before. Sparse counters have long runs of zeros, which are given the sum so far: a
 	// branch that processors predict well, and worth it for them alone. The counts of others are added on the way.
 	//
 	//   counters   a    b    c    d      e    f    g    h       four to a register
@@ -60,23 +60,23 @@ namespace SortLanes
 	}
 
 	// Ranks. Keys are compared in blocks of sixteen, each block against all. A comparison's mask is minus one, so
-	// subtracting it counts. Lanes compare as signed: sign bits are flipped on the way in. What fills up the last step is
-	// lower than no key.
+	// subtracting it counts. Lanes compare as signed: sign bits are flipped on the way in. What fills up the last step
+	// is lower than no key.
 	//
 	//   own keys   k0   k1   ...  k15     one or more registers
 	//   key        ki   ki   ...  ki      each key in turn, splatted
 	//   ranks     +1 in every lane whose own key is higher
 	//
-	// Keys go on through memory in stores as wide as the loads, since a load that spans two stores waits until both have
-	// reached the cache. Several comparisons make a step of the loop, so that a loop so short does not depend on where it
-	// lies in the instruction cache's lines.
+	// Keys go on through memory in stores as wide as the loads, since a load that spans two stores waits until both
+	// have reached the cache. Several comparisons make a step of the loop, so that a loop so short does not depend on
+	// where it lies in the instruction cache's lines.
 	constexpr u32 kKeysPerStep = 4;
 	static_assert(kRanksPerStep % kKeysPerStep == 0, "the last step is whole");
 	constexpr u32 kSignBit = 0x80000000u;
 	constexpr u32 kHighest = 0x7FFFFFFFu; // as flipped
 
-	// For the last records in masked loads: a record's key gets its sign bit flipped, and a lane without a record becomes
-	// the highest key. As a sign, the bit says where there is a record.
+	// For the last records in masked loads: a record's key gets its sign bit flipped, and a lane without a record
+	// becomes the highest key. As a sign, the bit says where there is a record.
 	alignas(64) constexpr u32 kFlips[2 * kRanksPerStep] = {kSignBit, kSignBit, kSignBit, kSignBit, kSignBit, kSignBit,
 		kSignBit, kSignBit, kHighest, kHighest, kHighest, kHighest, kHighest, kHighest, kHighest, kHighest};
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// What the sorts do in lanes, as a table of functions for each instruction set. The contracts are those of the functions
-// of the same names in kr_sort.h, which call the table of the processor.
+// What the sorts do in lanes, as a table of functions for each instruction set. The contracts are those of the
+// functions of the same names in kr_sort.h, which call the table of the processor.
 
 #include "vx_compiler.h"
 #include "vx_defs.h"

@@ -2,8 +2,9 @@
 
 // Squared lengths that are the same to the bit with every target, compiler and flag.
 //
-// (x * x + y * y) + z * z: each product and sum is rounded by itself, in this order. Compilers would fuse a product with
-// the sum after it where they may use FMA, and reorder sums under -ffast-math; so a value passes a barrier on the way.
+// (x * x + y * y) + z * z: each product and sum is rounded by itself, in this order. Compilers would fuse a product
+// with the sum after it where they may use FMA, and reorder sums under -ffast-math; so a value passes a barrier on the
+// way.
 //
 // NaNs are x86's: an operation hands on its first operand's NaN, else its second's, quieted, and makes a negative one
 // with no payload where there was none. Processors differ in that, and compilers swap operands as if no NaN told them
@@ -72,8 +73,9 @@ VX_INLINE typename _Lanes::Register SquaredLengths(typename _Lanes::Register x,
 	}
 }
 
-/// Bits of the NaN that the squared distance of two points is, from the bits of their three coordinates. The first difference that is a NaN is
-/// handed on by every product and sum; products and sums of other differences make none. Without one: 0.
+/// Bits of the NaN that the squared distance of two points is, from the bits of their three coordinates. The first
+/// difference that is a NaN is handed on by every product and sum; products and sums of other differences make none.
+/// Without one: 0.
 VX_INLINE u32 NaNOfSquaredDistance(const u32 *a, const u32 *b)
 {
 	constexpr u32 kQuietBit = 0x00400000u;

@@ -2,8 +2,8 @@
 
 // The vocabulary of lane operations that the kernels are written in, and this processor's baseline.
 //
-// A register holds one, two or four groups of four 32-bit lanes. A kernel is a template over a target: a struct of static
-// functions, one file for each. It stands once, and gives the same bits with every target.
+// A register holds one, two or four groups of four 32-bit lanes. A kernel is a template over a target: a struct of
+// static functions, one file for each. It stands once, and gives the same bits with every target.
 //
 //   file              target           groups   who has it
 //   lanes_sse2.h      SLanesSse2       1        every x86; others through SIMDe, with VEXMOOR_SIMDE
@@ -18,58 +18,64 @@
 // "In groups" means that no element leaves its group. Addresses need no alignment. _Element is u8, u16, u32 or u64 and
 // says how wide the elements are; without it, they are 32 bits wide.
 //
-//   Register                        what all functions take and give: bits, which floats are read from where a name says so
-//   Mask                            what a comparison of lanes gives: a register with all bits of a lane or none, but for
-//                                   SLanesAvx512
-//   kGroups, kLanes                 groups and lanes of a register
-//   Gathering                       the target that is fastest where each group is loaded from elsewhere
+//   Register                bits, which floats are read from where a name says so
+//   Mask                    what a comparison of lanes gives: a register with all bits of a lane or none, but for
+//                           SLanesAvx512
+//   kGroups, kLanes         groups and lanes of a register
+//   Gathering               the target that is fastest where each group is loaded from elsewhere
 //
-//   Load(p), Store(p, r)            a whole register
-//   LoadGroups(p, stride)           16 bytes for each group, group i from p + i * stride
-//   LoadTriples(p, x, y, z)         packed triples of 12 bytes each, one for each lane, as three registers
-//   LoadEvenLanes(p)                lanes 0, 2, 4, ... of two registers' bytes
-//   StorePairs<upperFirst>(p, a, b) pairs a0 b0, a1 b1, ...; of each group pairs 2, 3, 0, 1 if upperFirst, else in order
+//   Load(p), Store(p, r)    a whole register
+//   LoadGroups(p, stride)   16 bytes for each group, group i from p + i * stride
+//   LoadTriples(p, x, y, z) packed triples of 12 bytes each, one for each lane, as three registers
+//   LoadEvenLanes(p)        lanes 0, 2, 4, ... of two registers' bytes
+//   StorePairs<upperFirst>(p, a, b)
+//                           pairs a0 b0, a1 b1, ...; with upperFirst, those of each group in the order 2, 3, 0, 1
 //
-//   Splat(value)                    the value in every lane
-//   Multiples(factor)               lane i has i * factor
+//   Splat(value)            the value in every lane
+//   Multiples(factor)       lane i has i * factor
 //
 //   Add<_Element>, Subtract<_Element>, And, Or, Xor
-//   GreaterSigned(a, b)             the mask of lanes where a > b, as signed numbers
-//   LessUnsigned(a, b)              the mask of lanes where a < b, as unsigned numbers
-//   Select(mask, a, b)              lanes of a where mask says so, else of b
-//   Where(mask, a)                  lanes of a where mask says so, else 0
-//   Any(mask)                       whether it says so of any lane
-//   ShiftLeft<count>, ShiftRightSigned<count>
-//   PackSigned(a, b)                to 16 bits in groups, saturated as signed: a's lanes, then b's
+//   GreaterSigned(a, b)     the mask of lanes where a > b, as signed numbers
+//   LessUnsigned(a, b)      the mask of lanes where a < b, as unsigned numbers
+//   Select(mask, a, b)      lanes of a where mask says so, else of b
+//   Where(mask, a)          lanes of a where mask says so, else 0
+//   Any(mask)               whether it says so of any lane
+//   ShiftRightSigned<count>
 //
-//   Shuffle<4 lanes>(r)             lanes of r, in groups
-//   Shuffle2<4 lanes>(a, b)         two lanes of a, then two of b, in groups
-//   InterleaveLow, InterleaveHigh   a0 b0 a1 b1, and a2 b2 a3 b3, in groups
-//   ShiftBytesUp<count>(r)          bytes move to higher ones in groups, and zeros follow
-//   SpreadLast<_Element>(r)         the last element of each group in all of the group
+//   Shuffle2<4 lanes>(a, b) two lanes of a, then two of b, in groups
+//   InterleaveLow(a, b)     a0 b0 a1 b1, in groups
+//   InterleaveHigh(a, b)    a2 b2 a3 b3, in groups
+//   ShiftBytesUp<count>(r)  bytes move to higher ones in groups, and zeros follow
+//   SpreadLast<_Element>(r) the last element of each group in all of the group
 //
-//   Lane0(r)                        lane 0
-//   AllZero(r)                      whether no bit is set
-//   PrefixSums<_Element>(r, before, total)
-//                                   in before, the sum of the elements before each one; in total, the sum of all in each
+//   AllZero(r)              whether no bit is set
+//   PrefixSums<_Element>(counts, before, total)
+//                           before: the sum of the elements before each one; total: the sum of all, in each
 //
-//   SubtractFloats, MultiplyFloats  lanes as floats, each result rounded by itself
-//   AddFloats(a, b)                 the same; with kAddsInOrder an addition that compilers leave as it stands, and whose
-//                                   NaNs are those of simd/exact_floats.h
+//   SubtractFloats(a, b), MultiplyFloats(a, b), AddFloats(a, b)
+//                           each result rounded by itself, as long as compilers fuse and reorder nothing. With
+//                           kAddsInOrder, additions are left as they stand, and NaNs are those of simd/exact_floats.h
 //
 // A baseline has some more, for single positions and for the output:
 //
-//   LoadThree(p)                    12 bytes, then a lane of 0
-//   LoadAligned, StoreAligned       a register at a multiple of 16
-//   StoreInPlace(p, r)              a store that compilers leave in its place among volatile accesses
-//   Stream(p, r)                    the same at a multiple of 16, past the caches where the processor has a way
-//   EqualBytes(a, b)                all bits of a byte where a == b, else none
-//   AllOnes(r), SumBytes(r)         whether each bit is set, and the sum of all bytes
-//   Fence()                         orders all streams before every later store
-//   Shuffle16<8 elements>(r)        16-bit elements of r; the first four from the lower half, the others from the upper one
+//   LoadThree(p)            12 bytes, then a lane of 0
+//   LoadAligned(p), StoreAligned(p, r)
+//                           a register at a multiple of 16
+//   StoreInPlace(p, r)      a store that compilers leave in its place among volatile accesses
+//   Stream(p, r)            the same at a multiple of 16, past the caches where the processor has a way
+//   Fence()                 orders all streams before every later store
+//   ShiftLeft<count>(r)
+//   PackSigned(a, b)        to 16 bits, saturated as signed: a's lanes, then b's
+//   Shuffle<4 lanes>(r)     lanes of r
+//   Shuffle16<8 elements>(r)
+//                           16-bit elements of r: the first four from the lower half, the others from the upper one
+//   Lane0(r)                lane 0
+//   EqualBytes(a, b)        all bits of a byte where a == b, else none
+//   AllOnes(r)              whether each bit is set
+//   SumBytes(r)             the sum of all bytes
 //
-// What only some targets do by an instruction of their own is shared in lanes_shared.h. A file of kernels for AVX2 or
-// AVX-512 includes it, and everything else that is a template over targets, behind VX_BEGIN_TARGET_AVX2 or _AVX512.
+// What several targets do by the same other operations is shared in lanes_shared.h. A file of kernels for AVX2 or
+// AVX-512 includes its target, and then, behind VX_BEGIN_TARGET_AVX2 or _AVX512, the kernels.
 
 #include "vx_compiler.h"
 

@@ -2,15 +2,17 @@
 
 // The vocabulary of simd/lanes.h in AVX2. Most instructions work in groups by themselves.
 
-#include "simd/lanes_shared.h"
-#include "simd/lanes_sse2.h"
 #include "vx_compiler.h"
 #include "vx_defs.h"
 
 #if VX_X86
+	#include <cstring>
 	#include <immintrin.h>
 
 VX_BEGIN_TARGET_AVX2
+
+	#include "simd/lanes_shared.h"
+	#include "simd/lanes_sse2.h"
 
 namespace Vexmoor
 {

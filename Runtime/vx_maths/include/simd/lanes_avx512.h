@@ -3,15 +3,16 @@
 // The vocabulary of simd/lanes.h in AVX-512, with its F, BW, DQ and VL. Permutations of two whole registers take the
 // place of shuffles in groups where that is faster.
 
-#include "simd/lanes_avx2.h"
-#include "simd/lanes_shared.h"
 #include "vx_compiler.h"
 #include "vx_defs.h"
 
 #if VX_X86
+	#include <cstring>
 	#include <immintrin.h>
 
 VX_BEGIN_TARGET_AVX512
+
+	#include "simd/lanes_avx2.h"
 
 namespace Vexmoor
 {
@@ -171,8 +172,8 @@ private:
 /// 1,000 records.
 struct SLanesAvx512VL : SLanesAvx2
 {
-	/// A multiplication sums up what is before an element in its 64 bits, and permutations reach across groups. The 64 bits
-	/// carry: a sum of 8 or 16 bits that wraps to 0 adds one to the sum after it.
+	/// A multiplication sums up what is before an element in its 64 bits, and permutations reach across groups. The 64
+	/// bits carry: a sum of 8 or 16 bits that wraps to 0 adds one to the sum after it.
 	template<typename _Element>
 	static VX_INLINE void PrefixSums(Register counts, Register &before, Register &total)
 	{

@@ -7,8 +7,8 @@
 
 namespace Vexmoor
 {
-/// Prefix sums in groups. Shifted additions double the run of elements that each element sums up, until it reaches back to
-/// the first one. One element further, the runs are the sums before. With 32 bits:
+/// Prefix sums in groups. Shifted additions double the run of elements that each element sums up, until it reaches back
+/// to the first one. One element further, the runs are the sums before. With 32 bits:
 ///
 ///   lane     0    1    2    3
 ///   counts   a    b    c    d

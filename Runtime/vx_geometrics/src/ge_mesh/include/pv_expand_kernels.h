@@ -3,9 +3,9 @@
 // The expansion of sorted records, by width of the pattern: each record's pattern of indices, plus its vertex base.
 //
 // A kernel holds a pattern in registers and writes a block of primitives at a time. kPrims is how many records a block
-// reads and how many primitives it writes, kWidth the indices of a primitive. Write stores a block in ascending order and
-// each index once. Where the name says "Stream", records and output lie at multiples of 16, and check themselves; other
-// kernels read and write at any address.
+// reads and how many primitives it writes, kWidth the indices of a primitive. Write stores a block in ascending order
+// and each index once. Where the name says "Stream", records and output lie at multiples of 16, and check themselves;
+// other kernels read and write at any address.
 //
 // In lane tables b0 is the vertex base of a block's first record, p0 the pattern's first entry, and a sum is written
 // b0+p0. Registers are stored in the order of the rows.
@@ -89,8 +89,8 @@ namespace ExpandKernels
 		VX_INLINE void Write(volatile u32 *dst, const SIndexAndDepth *records) const { *dst = records->m_Index; }
 	};
 
-	// Eight bases packed to 16 bits with signed saturation, which keeps 0x8000 to 0xFFFF once they are made negative. Exact
-	// up to 0xFFFF; beyond, 0x8000 where the lower 16 bits are below that.
+	// Eight bases packed to 16 bits with signed saturation, which keeps 0x8000 to 0xFFFF once they are made negative.
+	// Exact up to 0xFFFF; beyond, 0x8000 where the lower 16 bits are below that.
 	struct SStreamU16_x1
 	{
 		static constexpr u32 kWidth = 1;
@@ -111,8 +111,8 @@ namespace ExpandKernels
 		}
 	};
 
-	// The lower 16 bits of eight bases. Packing saturates, so each is first made the signed number that its lower 16 bits
-	// are.
+	// The lower 16 bits of eight bases. Packing saturates, so each is first made the signed number that its lower 16
+	// bits are.
 	struct SU16_x1_Eight
 	{
 		static constexpr u32 kWidth = 1;
@@ -241,8 +241,8 @@ namespace ExpandKernels
 		}
 
 	private:
-		// Eight 32-bit lanes into eight 16-bit ones. A base of 0x10000 or more spills into its neighbour: 16-bit buffers stay
-		// below.
+		// Eight 32-bit lanes into eight 16-bit ones. A base of 0x10000 or more spills into its neighbour: 16-bit
+		// buffers stay below.
 		static VX_INLINE Register PackOffsets(Register lanes0123, Register lanes4567)
 		{
 			const Register even = Lanes::Shuffle2<0, 2, 0, 2>(lanes0123, lanes4567);
@@ -327,9 +327,9 @@ namespace ExpandKernels
 		}
 	};
 
-	// Six entries in 16-bit lanes, lowered so that the largest of them is 0x7FFF. Bases raised by as much then pack into
-	// 16 bits with signed saturation, and the bias cancels in the sum: exact while base + largest entry is below 0xFFFF.
-	// At 0xFFFF the base saturates, and the record comes out one lower: kept on purpose.
+	// Six entries in 16-bit lanes, lowered so that the largest of them is 0x7FFF. Bases raised by as much then pack
+	// into 16 bits with signed saturation, and the bias cancels in the sum: exact while base + largest entry is below
+	// 0xFFFF. At 0xFFFF the base saturates, and the record comes out one lower: kept on purpose.
 	//
 	//   lane          0       1       2       3       4       5       6       7
 	//   stored        b0+p0   b0+p1   b0+p2   b0+p3   b0+p4   b0+p5   b1+p0   b1+p1
@@ -374,7 +374,8 @@ namespace ExpandKernels
 		}
 	};
 
-	// Two entries to a 32-bit lane, and one addition for both: nothing is carried between them while indices fit 16 bits.
+	// Two entries to a 32-bit lane, and one addition for both: nothing is carried between them while indices fit 16
+	// bits.
 	struct SU16_x6_Four
 	{
 		static constexpr u32 kWidth = 6;
@@ -417,8 +418,8 @@ namespace ExpandKernels
 		}
 	};
 
-	// Width 6 of 32 bits and width 12 of 16 bits are three words of 64 bits. One addition serves a word; nothing is carried
-	// inside it while indices fit their type. Two primitives are three stores of two words:
+	// Width 6 of 32 bits and width 12 of 16 bits are three words of 64 bits. One addition serves a word; nothing is
+	// carried inside it while indices fit their type. Two primitives are three stores of two words:
 	//
 	//   word          0       1
 	//   stored        b0+w0   b0+w1
@@ -508,15 +509,15 @@ namespace ExpandKernels
 		}
 	};
 
-	// An output at 8 modulo 16 stays there from record to record, because twelve indices are 48 bytes. Each record's last two
-	// indices wait in a register for the next one's first two, and leave with them as one aligned store.
+	// An output at 8 modulo 16 stays there from record to record, because twelve indices are 48 bytes. Each record's
+	// last two indices wait in a register for the next one's first two, and leave with them as one aligned store.
 	//
 	//   address mod 16   8      0                 0                 0      8
 	//   record 0         0 1  | 2  3  4  5      | 6  7  8  9      | A B
 	//   record 1                                                  |     0 1 | 2 ...
 	//
-	// First writes the first record up to index 9, Write the indices A and B before and the next record up to index 9, and
-	// Last what waits in the end.
+	// First writes the first record up to index 9, Write the indices A and B before and the next record up to index 9,
+	// and Last what waits in the end.
 	class CStreamU32_x12_Carried
 	{
 	public:
@@ -558,8 +559,8 @@ namespace ExpandKernels
 		Register v89AB; // of the record before
 	};
 
-	// A primitive at any address, in stores of four indices. One addition serves two indices; nothing is carried between
-	// them while they fit 32 bits.
+	// A primitive at any address, in stores of four indices. One addition serves two indices; nothing is carried
+	// between them while they fit 32 bits.
 	struct SU32_x12
 	{
 		static constexpr u32 kWidth = 12;

@@ -1,7 +1,7 @@
 #pragma once
 
-// The expansion of records whose quads are put in order inside each particle. Nothing here reports but the views that it
-// indexes.
+// The expansion of records whose quads are put in order inside each particle. Nothing here reports but the views that
+// it indexes.
 
 #include "ge_mesh_triangle_sorter.h"
 

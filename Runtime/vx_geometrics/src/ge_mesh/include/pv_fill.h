@@ -1,7 +1,7 @@
 #pragma once
 
-// Filling groups of four records: where vertex bases come from, and the table of functions for each instruction set. The
-// bodies are in pv_fill_kernels.h.
+// Filling groups of four records: where vertex bases come from, and the table of functions for each instruction set.
+// The bodies are in pv_fill_kernels.h.
 
 #include "ge_mesh_triangle_sorter.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// What the fill of a page is made of, and reports nothing: the compaction of enabled particles, and the way of whole groups
-// of four to the processor's functions.
+// What the fill of a page is made of, and reports nothing: the compaction of enabled particles, and the way of whole
+// groups of four to the processor's functions.
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -16,9 +16,9 @@ namespace Vexmoor
 {
 // Compacts the sort values of enabled particles into the upper half of the record list that they become. Of n records,
 // value k is at byte 8 * (n / 2) + 4 * k. Registers of w lanes read values k to k + w - 1 and then write records up to
-// byte 8 * (k + w), below which no value lies that is still to be read: value k + w is at byte 8 * (n / 2) + 4 * (k + w)
-// or, if n is odd, 4 bytes before 4 * (n + k + w), and there k + w is below n. Values and records share bytes under two
-// types, so both are moved as bytes or lanes.
+// byte 8 * (k + w), below which no value lies that is still to be read: value k + w is at byte 8 * (n / 2) + 4 * (k +
+// w) or, if n is odd, 4 bytes before 4 * (n + k + w), and there k + w is below n. Values and records share bytes under
+// two types, so both are moved as bytes or lanes.
 template<typename _Element, typename _SortValueBits>
 static TStridedMemoryView<const float> CompactSortValues(const TMemoryView<SIndexAndDepth> &outList,
 	const TStridedMemoryView<const _Element> &source,

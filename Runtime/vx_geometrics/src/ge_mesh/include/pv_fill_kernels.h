@@ -1,8 +1,8 @@
 #pragma once
 
-// The bodies behind pv_fill.h, for any target of simd/lanes.h: positions and values from memory into lanes, keys, vertex
-// bases, and both interleaved into records. Nothing here reports. A file that includes this has said before what it is
-// compiled for, and includes what is not lanes before that.
+// The bodies behind pv_fill.h, for any target of simd/lanes.h: positions and values from memory into lanes, keys,
+// vertex bases, and both interleaved into records. Nothing here reports. A file that includes this has said before what
+// it is compiled for, and includes what is not lanes before that.
 
 #include "simd/exact_floats.h"
 #include "simd/lanes_shared.h"
@@ -142,8 +142,8 @@ private:
 //   records     k0 n0   k1 n1   k2 n2   k3 n3       of a list
 //               k2 n2   k3 n3   k0 n0   k1 n1       of a sequence
 
-// What is left to be filled. A loop for each width takes as many groups as fill whole registers, and leaves the others to
-// the next narrower one.
+// What is left to be filled. A loop for each width takes as many groups as fill whole registers, and leaves the others
+// to the next narrower one.
 template<typename _VertexBases>
 struct TFillCursor
 {

@@ -1,7 +1,7 @@
 #pragma once
 
-// Records of particles widened to records of triangles, and triangles gathered in the order of sorted records. Nothing here
-// reports but the views that it indexes.
+// Records of particles widened to records of triangles, and triangles gathered in the order of sorted records. Nothing
+// here reports but the views that it indexes.
 
 #include "ge_mesh_triangle_sorter.h"
 

@@ -1,0 +1,182 @@
+#pragma once
+
+// The vocabulary of simd/lanes.h in NEON, as AArch64 has it.
+
+#include "simd/lanes_shared.h"
+#include "vx_compiler.h"
+#include "vx_defs.h"
+
+#if VX_ARM64
+	#include <arm_neon.h>
+	#include <atomic>
+	#include <cstring>
+
+namespace Vexmoor
+{
+/// One group of four.
+struct SLanesNeon
+{
+	typedef uint32x4_t Register;
+	typedef Register Mask;
+	typedef SLanesNeon Gathering;
+	static constexpr u32 kGroups = 1;
+	static constexpr u32 kLanes = 4 * kGroups;
+	static constexpr bool kAddsInOrder = false;
+
+	// Memory.
+
+	static VX_INLINE Register Load(const void *p) { return vreinterpretq_u32_u8(vld1q_u8(static_cast<const u8 *>(p))); }
+	static VX_INLINE Register LoadGroups(const u8 *p, ureg) { return Load(p); }
+	static VX_INLINE void LoadTriples(const u8 *p, Register &x, Register &y, Register &z)
+	{
+		LoadTriplesInGroups<SLanesNeon>(p, x, y, z);
+	}
+	static VX_INLINE Register LoadEvenLanes(const u8 *p) { return vuzp1q_u32(Load(p), Load(p + 16)); }
+	static VX_INLINE void Store(void *p, Register r) { vst1q_u8(static_cast<u8 *>(p), vreinterpretq_u8_u32(r)); }
+	template<bool _UpperFirst>
+	static VX_INLINE void StorePairs(u8 *p, Register a, Register b)
+	{
+		Store(p, _UpperFirst ? InterleaveHigh(a, b) : InterleaveLow(a, b));
+		Store(p + 16, _UpperFirst ? InterleaveLow(a, b) : InterleaveHigh(a, b));
+	}
+
+	static VX_INLINE Register LoadThree(const void *p)
+	{
+		u32 z;
+		std::memcpy(&z, static_cast<const u8 *>(p) + 8, sizeof(z));
+		const uint32x2_t xy = vreinterpret_u32_u8(vld1_u8(static_cast<const u8 *>(p)));
+		return vcombine_u32(xy, vset_lane_u32(z, vdup_n_u32(0), 0));
+	}
+	static VX_INLINE Register LoadAligned(const void *p) { return Load(p); }
+	static VX_INLINE void StoreAligned(void *p, Register r) { Store(p, r); }
+	static VX_INLINE void StoreInPlace(void *p, Register r) { VX_STORE_IN_PLACE(Register, p, r); }
+	static VX_INLINE void Stream(void *p, Register r) { StoreInPlace(p, r); }
+	static VX_INLINE void Fence() { std::atomic_thread_fence(std::memory_order_release); }
+
+	// Constants.
+
+	static VX_INLINE Register Splat(u32 value) { return vdupq_n_u32(value); }
+	static VX_INLINE Register Multiples(u32 factor)
+	{
+		static constexpr u32 kNumbers[] = {0, 1, 2, 3};
+		return vmulq_n_u32(vld1q_u32(kNumbers), factor);
+	}
+
+	// Integers.
+
+	template<typename _Element>
+	static VX_INLINE Register Add(Register a, Register b)
+	{
+		if constexpr (sizeof(_Element) == 1)
+			return vreinterpretq_u32_u8(vaddq_u8(vreinterpretq_u8_u32(a), vreinterpretq_u8_u32(b)));
+		else if constexpr (sizeof(_Element) == 2)
+			return vreinterpretq_u32_u16(vaddq_u16(vreinterpretq_u16_u32(a), vreinterpretq_u16_u32(b)));
+		else if constexpr (sizeof(_Element) == 4)
+			return vaddq_u32(a, b);
+		else
+			return vreinterpretq_u32_u64(vaddq_u64(vreinterpretq_u64_u32(a), vreinterpretq_u64_u32(b)));
+	}
+	template<typename _Element>
+	static VX_INLINE Register Subtract(Register a, Register b)
+	{
+		if constexpr (sizeof(_Element) == 1)
+			return vreinterpretq_u32_u8(vsubq_u8(vreinterpretq_u8_u32(a), vreinterpretq_u8_u32(b)));
+		else
+			return vsubq_u32(a, b);
+	}
+	static VX_INLINE Register And(Register a, Register b) { return vandq_u32(a, b); }
+	static VX_INLINE Register Or(Register a, Register b) { return vorrq_u32(a, b); }
+	static VX_INLINE Register Xor(Register a, Register b) { return veorq_u32(a, b); }
+	static VX_INLINE Register Select(Mask mask, Register a, Register b) { return vbslq_u32(mask, a, b); }
+	static VX_INLINE Register Where(Mask mask, Register a) { return vandq_u32(mask, a); }
+	static VX_INLINE bool Any(Mask mask) { return vmaxvq_u32(mask) != 0; }
+	static VX_INLINE Mask GreaterSigned(Register a, Register b)
+	{
+		return vcgtq_s32(vreinterpretq_s32_u32(a), vreinterpretq_s32_u32(b));
+	}
+	static VX_INLINE Mask LessUnsigned(Register a, Register b) { return vcltq_u32(a, b); }
+	static VX_INLINE Register EqualBytes(Register a, Register b)
+	{
+		return vreinterpretq_u32_u8(vceqq_u8(vreinterpretq_u8_u32(a), vreinterpretq_u8_u32(b)));
+	}
+	template<u32 _Count>
+	static VX_INLINE Register ShiftLeft(Register r)
+	{
+		return vshlq_n_u32(r, _Count);
+	}
+	template<u32 _Count>
+	static VX_INLINE Register ShiftRightSigned(Register r)
+	{
+		return vreinterpretq_u32_s32(vshrq_n_s32(vreinterpretq_s32_u32(r), _Count));
+	}
+	static VX_INLINE Register PackSigned(Register a, Register b)
+	{
+		const int16x4_t lower = vqmovn_s32(vreinterpretq_s32_u32(a));
+		return vreinterpretq_u32_s16(vqmovn_high_s32(lower, vreinterpretq_s32_u32(b)));
+	}
+
+	// Order.
+
+	template<u32 _0, u32 _1, u32 _2, u32 _3>
+	static VX_INLINE Register Shuffle(Register r)
+	{
+		return Shuffle2<_0, _1, _2, _3>(r, r);
+	}
+	template<u32 _0, u32 _1, u32 _2, u32 _3>
+	static VX_INLINE Register Shuffle2(Register a, Register b)
+	{
+		return VX_SHUFFLE(a, b, _0, _1, 4 + _2, 4 + _3);
+	}
+	template<u32 _0, u32 _1, u32 _2, u32 _3, u32 _4, u32 _5, u32 _6, u32 _7>
+	static VX_INLINE Register Shuffle16(Register r)
+	{
+		const uint16x8_t elements = vreinterpretq_u16_u32(r);
+		return vreinterpretq_u32_u16(VX_SHUFFLE(elements, elements, _0, _1, _2, _3, _4, _5, _6, _7));
+	}
+	static VX_INLINE Register InterleaveLow(Register a, Register b) { return vzip1q_u32(a, b); }
+	static VX_INLINE Register InterleaveHigh(Register a, Register b) { return vzip2q_u32(a, b); }
+	template<u32 _Count>
+	static VX_INLINE Register ShiftBytesUp(Register r)
+	{
+		return vreinterpretq_u32_u8(vextq_u8(vdupq_n_u8(0), vreinterpretq_u8_u32(r), 16 - _Count));
+	}
+	template<typename _Element>
+	static VX_INLINE Register SpreadLast(Register r)
+	{
+		if constexpr (sizeof(_Element) == 1)
+			return vreinterpretq_u32_u8(vdupq_laneq_u8(vreinterpretq_u8_u32(r), 15));
+		else if constexpr (sizeof(_Element) == 2)
+			return vreinterpretq_u32_u16(vdupq_laneq_u16(vreinterpretq_u16_u32(r), 7));
+		else
+			return vdupq_laneq_u32(r, 3);
+	}
+
+	// One number of all.
+
+	static VX_INLINE u32 Lane0(Register r) { return vgetq_lane_u32(r, 0); }
+	static VX_INLINE bool AllZero(Register r) { return vmaxvq_u32(r) == 0; }
+	static VX_INLINE bool AllOnes(Register r) { return vminvq_u32(r) == ~0u; }
+	static VX_INLINE u32 SumBytes(Register r) { return vaddlvq_u8(vreinterpretq_u8_u32(r)); }
+	template<typename _Element>
+	static VX_INLINE void PrefixSums(Register counts, Register &before, Register &total)
+	{
+		PrefixSumsInGroups<SLanesNeon, _Element>(counts, before, total);
+	}
+
+	// Floats.
+
+	static VX_INLINE Register SubtractFloats(Register a, Register b)
+	{
+		return vreinterpretq_u32_f32(vsubq_f32(vreinterpretq_f32_u32(a), vreinterpretq_f32_u32(b)));
+	}
+	static VX_INLINE Register MultiplyFloats(Register a, Register b)
+	{
+		return vreinterpretq_u32_f32(vmulq_f32(vreinterpretq_f32_u32(a), vreinterpretq_f32_u32(b)));
+	}
+	static VX_INLINE Register AddFloats(Register a, Register b)
+	{
+		return vreinterpretq_u32_f32(vaddq_f32(vreinterpretq_f32_u32(a), vreinterpretq_f32_u32(b)));
+	}
+};
+} // namespace Vexmoor
+#endif

@@ -1,0 +1,167 @@
+#pragma once
+
+// The vocabulary of simd/lanes.h in WebAssembly's 128-bit SIMD (-msimd128).
+
+#include "simd/lanes_shared.h"
+#include "vx_compiler.h"
+#include "vx_defs.h"
+
+#if VX_WASM
+	#include <atomic>
+	#include <cstring>
+	#include <wasm_simd128.h>
+
+namespace Vexmoor
+{
+/// One group of four.
+struct SLanesWasm
+{
+	typedef v128_t Register;
+	typedef Register Mask;
+	typedef SLanesWasm Gathering;
+	static constexpr u32 kGroups = 1;
+	static constexpr u32 kLanes = 4 * kGroups;
+	static constexpr bool kAddsInOrder = false;
+
+	// Memory.
+
+	static VX_INLINE Register Load(const void *p) { return wasm_v128_load(p); }
+	static VX_INLINE Register LoadGroups(const u8 *p, ureg) { return Load(p); }
+	static VX_INLINE void LoadTriples(const u8 *p, Register &x, Register &y, Register &z)
+	{
+		LoadTriplesInGroups<SLanesWasm>(p, x, y, z);
+	}
+	static VX_INLINE Register LoadEvenLanes(const u8 *p) { return Shuffle2<0, 2, 0, 2>(Load(p), Load(p + 16)); }
+	static VX_INLINE void Store(void *p, Register r) { wasm_v128_store(p, r); }
+	template<bool _UpperFirst>
+	static VX_INLINE void StorePairs(u8 *p, Register a, Register b)
+	{
+		Store(p, _UpperFirst ? InterleaveHigh(a, b) : InterleaveLow(a, b));
+		Store(p + 16, _UpperFirst ? InterleaveLow(a, b) : InterleaveHigh(a, b));
+	}
+
+	static VX_INLINE Register LoadThree(const void *p)
+	{
+		s32 z;
+		std::memcpy(&z, static_cast<const u8 *>(p) + 8, sizeof(z));
+		return wasm_i32x4_replace_lane(wasm_v128_load64_zero(p), 2, z);
+	}
+	static VX_INLINE Register LoadAligned(const void *p) { return Load(p); }
+	static VX_INLINE void StoreAligned(void *p, Register r) { Store(p, r); }
+	static VX_INLINE void StoreInPlace(void *p, Register r) { VX_STORE_IN_PLACE(Register, p, r); }
+	static VX_INLINE void Stream(void *p, Register r) { StoreInPlace(p, r); }
+	static VX_INLINE void Fence() { std::atomic_thread_fence(std::memory_order_release); }
+
+	// Constants.
+
+	static VX_INLINE Register Splat(u32 value) { return wasm_i32x4_splat(s32(value)); }
+	static VX_INLINE Register Multiples(u32 factor)
+	{
+		return wasm_i32x4_mul(wasm_i32x4_make(0, 1, 2, 3), Splat(factor));
+	}
+
+	// Integers.
+
+	template<typename _Element>
+	static VX_INLINE Register Add(Register a, Register b)
+	{
+		if constexpr (sizeof(_Element) == 1)
+			return wasm_i8x16_add(a, b);
+		else if constexpr (sizeof(_Element) == 2)
+			return wasm_i16x8_add(a, b);
+		else if constexpr (sizeof(_Element) == 4)
+			return wasm_i32x4_add(a, b);
+		else
+			return wasm_i64x2_add(a, b);
+	}
+	template<typename _Element>
+	static VX_INLINE Register Subtract(Register a, Register b)
+	{
+		if constexpr (sizeof(_Element) == 1)
+			return wasm_i8x16_sub(a, b);
+		else
+			return wasm_i32x4_sub(a, b);
+	}
+	static VX_INLINE Register And(Register a, Register b) { return wasm_v128_and(a, b); }
+	static VX_INLINE Register Or(Register a, Register b) { return wasm_v128_or(a, b); }
+	static VX_INLINE Register Xor(Register a, Register b) { return wasm_v128_xor(a, b); }
+	static VX_INLINE Register Select(Mask mask, Register a, Register b) { return wasm_v128_bitselect(a, b, mask); }
+	static VX_INLINE Register Where(Mask mask, Register a) { return wasm_v128_and(mask, a); }
+	static VX_INLINE bool Any(Mask mask) { return wasm_v128_any_true(mask); }
+	static VX_INLINE Mask GreaterSigned(Register a, Register b) { return wasm_i32x4_gt(a, b); }
+	static VX_INLINE Mask LessUnsigned(Register a, Register b) { return wasm_u32x4_lt(a, b); }
+	static VX_INLINE Register EqualBytes(Register a, Register b) { return wasm_i8x16_eq(a, b); }
+	template<u32 _Count>
+	static VX_INLINE Register ShiftLeft(Register r)
+	{
+		return wasm_i32x4_shl(r, _Count);
+	}
+	template<u32 _Count>
+	static VX_INLINE Register ShiftRightSigned(Register r)
+	{
+		return wasm_i32x4_shr(r, _Count);
+	}
+	static VX_INLINE Register PackSigned(Register a, Register b) { return wasm_i16x8_narrow_i32x4(a, b); }
+
+	// Order.
+
+	template<u32 _0, u32 _1, u32 _2, u32 _3>
+	static VX_INLINE Register Shuffle(Register r)
+	{
+		return wasm_i32x4_shuffle(r, r, _0, _1, _2, _3);
+	}
+	template<u32 _0, u32 _1, u32 _2, u32 _3>
+	static VX_INLINE Register Shuffle2(Register a, Register b)
+	{
+		return wasm_i32x4_shuffle(a, b, _0, _1, 4 + _2, 4 + _3);
+	}
+	template<u32 _0, u32 _1, u32 _2, u32 _3, u32 _4, u32 _5, u32 _6, u32 _7>
+	static VX_INLINE Register Shuffle16(Register r)
+	{
+		return wasm_i16x8_shuffle(r, r, _0, _1, _2, _3, _4, _5, _6, _7);
+	}
+	static VX_INLINE Register InterleaveLow(Register a, Register b) { return wasm_i32x4_shuffle(a, b, 0, 4, 1, 5); }
+	static VX_INLINE Register InterleaveHigh(Register a, Register b) { return wasm_i32x4_shuffle(a, b, 2, 6, 3, 7); }
+	template<u32 _Count>
+	static VX_INLINE Register ShiftBytesUp(Register r)
+	{
+		constexpr u32 k = 16 - _Count; // of 16 zeros and the register's 16 bytes, those from the k-th on
+		return wasm_i8x16_shuffle(wasm_i32x4_splat(0), r, k, k + 1, k + 2, k + 3, k + 4, k + 5, k + 6, k + 7, k + 8,
+			k + 9, k + 10, k + 11, k + 12, k + 13, k + 14, k + 15);
+	}
+	template<typename _Element>
+	static VX_INLINE Register SpreadLast(Register r)
+	{
+		if constexpr (sizeof(_Element) == 1)
+			return wasm_i8x16_splat(wasm_i8x16_extract_lane(r, 15));
+		else if constexpr (sizeof(_Element) == 2)
+			return wasm_i16x8_splat(wasm_i16x8_extract_lane(r, 7));
+		else
+			return wasm_i32x4_shuffle(r, r, 3, 3, 3, 3);
+	}
+
+	// One number of all.
+
+	static VX_INLINE u32 Lane0(Register r) { return u32(wasm_i32x4_extract_lane(r, 0)); }
+	static VX_INLINE bool AllZero(Register r) { return !wasm_v128_any_true(r); }
+	static VX_INLINE bool AllOnes(Register r) { return !wasm_v128_any_true(wasm_v128_not(r)); }
+	static VX_INLINE u32 SumBytes(Register r)
+	{
+		const v128_t sums = wasm_u32x4_extadd_pairwise_u16x8(wasm_u16x8_extadd_pairwise_u8x16(r));
+		return Lane0(sums) + u32(wasm_i32x4_extract_lane(sums, 1)) + u32(wasm_i32x4_extract_lane(sums, 2)) +
+		       u32(wasm_i32x4_extract_lane(sums, 3));
+	}
+	template<typename _Element>
+	static VX_INLINE void PrefixSums(Register counts, Register &before, Register &total)
+	{
+		PrefixSumsInGroups<SLanesWasm, _Element>(counts, before, total);
+	}
+
+	// Floats.
+
+	static VX_INLINE Register SubtractFloats(Register a, Register b) { return wasm_f32x4_sub(a, b); }
+	static VX_INLINE Register MultiplyFloats(Register a, Register b) { return wasm_f32x4_mul(a, b); }
+	static VX_INLINE Register AddFloats(Register a, Register b) { return wasm_f32x4_add(a, b); }
+};
+} // namespace Vexmoor
+#endif
