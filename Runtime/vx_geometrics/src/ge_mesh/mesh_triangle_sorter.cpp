@@ -72,9 +72,9 @@ void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
 		_workingBuffer = _locallyAllocatedIDBuffer;
 	}
 	VX_ASSERT(Mem::IsAligned<0x10>(_workingBuffer));
-	const TMemoryView<SIndexAndDepth> workingBufferSorter = // filled
+	const CRecordList workingBufferSorter = // filled
 		WorkingBuffer_SortedPoints(_workingBuffer, m_ParticleCount, 1);
-	const TMemoryView<SIndexAndDepth> workingBufferSorter2 = // sorted
+	const CRecordList workingBufferSorter2 = // sorted
 		WorkingBuffer_SortedPoints(_workingBuffer, m_ParticleCount, 0);
 
 	{
@@ -169,7 +169,7 @@ static TStridedMemoryView<const _Element> ViewOfPage(
 	const TStridedMemoryView<const TStridedMemoryView<const _Element>> &pages, u32 pageId);
 template<typename _Element>
 static TStridedMemoryView<const _Element> OfferedElements(
-	const TStridedMemoryView<const _Element> &elements, const TStridedMemoryView<const u8> &enableds, u32 recordCount);
+	const TStridedMemoryView<const _Element> &elements, const CEnableds &enableds, u32 recordCount);
 
 void CTriangleSorter::SortTriangles_AutogenIndices(void *workingBuffer)
 {
@@ -202,9 +202,9 @@ void CTriangleSorter::_SortTriangles_AutogenIndices(void *workingBuffer)
 {
 	const u32 primCount_fromBB = m_IndexCount_fromBB / 3; // triangles that the pages' geometry may have at most
 	VX_ASSERT(m_IndexCount_fromBB % 3 == 0);
-	const TMemoryView<SIndexAndDepth> workingBufferSorter = // filled
+	const CRecordList workingBufferSorter = // filled
 		WorkingBuffer_SortedTris(workingBuffer, m_IndexCount_fromBB, 1);
-	const TMemoryView<SIndexAndDepth> workingBufferSorter2 = // sorted
+	const CRecordList workingBufferSorter2 = // sorted
 		WorkingBuffer_SortedTris(workingBuffer, m_IndexCount_fromBB, 0);
 	const TMemoryView<_Index> workingBufferIndex =
 		WorkingBuffer_TriangleIndices<_Index>(workingBuffer, m_IndexCount_fromBB);
@@ -215,9 +215,9 @@ void CTriangleSorter::_SortTriangles_AutogenIndices(void *workingBuffer)
 		startPrim = _FillTriangles(
 			m_InPositions, workingBufferSorter, workingBufferIndex,
 			[&]([[maybe_unused]] u32 pageId) { VX_ASSERT(!m_InPositions[pageId].Empty()); },
-			[this](const TMemoryView<SIndexAndDepth> &particles, u32 pageId, u32 startIndex, u32 vertexCount)
+			[this](const CRecordList &particles, u32 pageId, u32 startIndex, u32 vertexCount)
 			{
-				const TStridedMemoryView<const u8> enableds = ViewOfPage(m_InEnableds, pageId);
+				const CEnableds enableds = ViewOfPage(m_InEnableds, pageId);
 				FillSortingIndirectionsListPoint_NoIndices(particles,
 					OfferedElements(m_InPositions[pageId], enableds, particles.Count()), m_CameraPosition, enableds,
 					startIndex, vertexCount);
@@ -228,9 +228,9 @@ void CTriangleSorter::_SortTriangles_AutogenIndices(void *workingBuffer)
 		startPrim = _FillTriangles(
 			m_InSortKeys, workingBufferSorter, workingBufferIndex,
 			[&]([[maybe_unused]] u32 pageId) { VX_ASSERT(!m_InSortKeys[pageId].Empty()); },
-			[this](const TMemoryView<SIndexAndDepth> &particles, u32 pageId, u32 startIndex, u32 vertexCount)
+			[this](const CRecordList &particles, u32 pageId, u32 startIndex, u32 vertexCount)
 			{
-				const TStridedMemoryView<const u8> enableds = ViewOfPage(m_InEnableds, pageId);
+				const CEnableds enableds = ViewOfPage(m_InEnableds, pageId);
 				FillSortingIndirectionsListPoint_NoIndices(particles,
 					OfferedElements(m_InSortKeys[pageId], enableds, particles.Count()), enableds, startIndex,
 					vertexCount);
@@ -314,13 +314,12 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 
 		// A page that draws more than the index count has left ends the walk. The slice reports it.
 		const u64 recordCount = std::max<u64>(localParticleCount, localPrimitiveCount);
-		const TMemoryView<SIndexAndDepth> records =
-			workingBufferSorter.Slice(startPrim, u32(std::min<u64>(recordCount, ~startPrim)));
+		const CRecordList records = workingBufferSorter.Slice(startPrim, u32(std::min<u64>(recordCount, ~startPrim)));
 		if (recordCount > workingBufferSorter.Count() - startPrim ||
 			localIndexCount > workingBufferIndex.Count() - startPrim * 3)
 			break;
 
-		const TMemoryView<SIndexAndDepth> particles = records.Slice(0, localParticleCount);
+		const CRecordList particles = records.Slice(0, localParticleCount);
 		fillPage(particles, pageId, startIndex, vertexCount);
 		ExpandIndices(indexPattern, particles.Data(), &workingBufferIndex[startPrim * 3], localParticleCount);
 		ExpandSortingIndirectionsListPoints_Triangles(
@@ -335,7 +334,7 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 // The first elements of a page that has no enabled bytes are its rendered ones; a page that has them offers them all.
 template<typename _Element>
 static TStridedMemoryView<const _Element> OfferedElements(
-	const TStridedMemoryView<const _Element> &elements, const TStridedMemoryView<const u8> &enableds, u32 recordCount)
+	const TStridedMemoryView<const _Element> &elements, const CEnableds &enableds, u32 recordCount)
 {
 	return enableds.Empty() ? elements.Slice(0, std::min(recordCount, elements.Count())) : elements;
 }
@@ -373,7 +372,7 @@ void CTriangleSorter::_GetParticleIdxInPageCache(
 	if (offsetInRenderedBuffer == 0)
 		return;
 
-	const TStridedMemoryView<const u8> enableds = ViewOfPage(m_InEnableds, pageId);
+	const CEnableds enableds = ViewOfPage(m_InEnableds, pageId);
 	if (enableds.Empty() || m_InRenderedParticleCounts[pageId] == enableds.Count())
 	{
 		offsetInPage = offsetInRenderedBuffer;
@@ -404,7 +403,7 @@ VX_INLINE u32 CTriangleSorter::_WalkPages(
 	const CRenderedCounts renderedCounts = m_InRenderedParticleCounts;
 	const CEnabledPages enabledPages = m_InEnableds;
 	const TStridedMemoryView<const TStridedMemoryView<const _Element, -1>, -1> elementPages = pages;
-	const TMemoryView<SIndexAndDepth> records = out;
+	const CRecordList records = out;
 	const u32 totalPageCount = renderedCounts.Count();
 
 	struct SPlace
@@ -446,16 +445,16 @@ VX_INLINE u32 CTriangleSorter::_WalkPages(
 		const TStridedMemoryView<const _Element> elements = ViewOfPage(elementPages, pagei);
 		if (pagei >= elementPages.Count())
 			break;
-		const TStridedMemoryView<const u8> enableds = ViewOfPage(enabledPages, pagei);
+		const CEnableds enableds = ViewOfPage(enabledPages, pagei);
 		const u32 pprocess = std::min(pcount, count - i);
 		u32 pprocessIn = (pagei == pageStop ? stop.m_OffsetInPage : elements.Count()) - offsetInPage;
 		if (enableds.Empty())
 			pprocessIn = std::min(pprocessIn, pprocess); // none is disabled: the first ones are the rendered ones
 
 		// A statement for each slice, so that every compiler reports broken slices in this order.
-		const TMemoryView<SIndexAndDepth> recordSlice = records.Slice(i, pprocess);
+		const CRecordList recordSlice = records.Slice(i, pprocess);
 		const TStridedMemoryView<const _Element> elementSlice = elements.Slice(offsetInPage, pprocessIn);
-		const TStridedMemoryView<const u8> enabledSlice = enableds.SliceIFP(offsetInPage, pprocessIn);
+		const CEnableds enabledSlice = enableds.SliceIFP(offsetInPage, pprocessIn);
 		fillPage(recordSlice, elementSlice, enabledSlice, i);
 		i += pprocess;
 		offsetInPage = 0;
@@ -481,16 +480,14 @@ struct SByList : CVertexBases_List
 };
 
 template<typename _VertexBases>
-static void FillByDistance(const TMemoryView<SIndexAndDepth> &outList,
-	const TStridedMemoryView<const CFloat3> &positions,
+static void FillByDistance(const CRecordList &outList,
+	const CPositions &positions,
 	const CCamera &camera,
-	const TStridedMemoryView<const u8> &enableds,
+	const CEnableds &enableds,
 	_VertexBases vertexBases);
 template<typename _VertexBases>
-static void FillByValue(const TMemoryView<SIndexAndDepth> &outList,
-	const TStridedMemoryView<const float> &sortValues,
-	const TStridedMemoryView<const u8> &enableds,
-	_VertexBases vertexBases);
+static void FillByValue(
+	const CRecordList &outList, const CSortValues &sortValues, const CEnableds &enableds, _VertexBases vertexBases);
 
 // How many particles of [start, start + count) have their vertices inside the vertex buffer.
 u32 CTriangleSorter::_ValidParticleCount(u32 start, u32 count) const
@@ -501,12 +498,11 @@ u32 CTriangleSorter::_ValidParticleCount(u32 start, u32 count) const
 
 // Records of particles beyond the vertex buffer, or of no page: drawn before all others with a finite key, at the first
 // vertices.
-static void FillFarRecords(const TMemoryView<SIndexAndDepth> &out)
+static void FillFarRecords(const CRecordList &out)
 {
 	float valueFar;
 	std::memcpy(&valueFar, &kMinusInfinityBits, sizeof(valueFar)); // -ffast-math does not know an infinity
-	CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(
-		out, TStridedMemoryView<const float>(&valueFar, out.Count(), 0), {}, 0, 0);
+	CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(out, CSortValues(&valueFar, out.Count(), 0), {}, 0, 0);
 }
 
 // The four fillers are written out, since their reports carry their signatures: kept on purpose.
@@ -519,8 +515,7 @@ void CTriangleSorter::_FillSource_SortByPosition_GeomConst(
 	const u32 validCount = _ValidParticleCount(start, count);
 	const u32 increment = m_PrimiteVertexCount;
 	const u32 i = _WalkPages<PageBound_RenderedCounts>(m_InPositions, start, validCount, out,
-		[&](const TMemoryView<SIndexAndDepth> &records, const TStridedMemoryView<const CFloat3> &positions,
-			const TStridedMemoryView<const u8> &enableds, u32 recordsBefore) {
+		[&](const CRecordList &records, const CPositions &positions, const CEnableds &enableds, u32 recordsBefore) {
 			FillByDistance(
 				records, positions, camera, enableds, SBySequence((start + recordsBefore) * increment, increment));
 		});
@@ -537,8 +532,7 @@ void CTriangleSorter::_FillSource_SortByValues_GeomConst(
 	const u32 validCount = _ValidParticleCount(start, count);
 	const u32 increment = m_PrimiteVertexCount;
 	const u32 i = _WalkPages<PageBound_RenderedCounts>(m_InSortKeys, start, validCount, out,
-		[&](const TMemoryView<SIndexAndDepth> &records, const TStridedMemoryView<const float> &sortValues,
-			const TStridedMemoryView<const u8> &enableds, u32 recordsBefore)
+		[&](const CRecordList &records, const CSortValues &sortValues, const CEnableds &enableds, u32 recordsBefore)
 		{ FillByValue(records, sortValues, enableds, SBySequence((start + recordsBefore) * increment, increment)); });
 	if (i < count)
 	{
@@ -553,8 +547,7 @@ void CTriangleSorter::_FillSource_SortByPosition_GeomConstAndIndexList(
 	const CFloatModeScope floatMode;
 	const CCamera camera(m_CameraPosition);
 	const u32 i = _WalkPages<PageBound_RenderedCounts>(m_InPositions, start, count, out,
-		[&](const TMemoryView<SIndexAndDepth> &records, const TStridedMemoryView<const CFloat3> &positions,
-			const TStridedMemoryView<const u8> &enableds, u32 recordsBefore)
+		[&](const CRecordList &records, const CPositions &positions, const CEnableds &enableds, u32 recordsBefore)
 		{
 			const u32 *const indexList = m_IndexList.AddressOf(start + recordsBefore);
 			FillByDistance(records, positions, camera, enableds, SByList(indexList, m_VertexCount));
@@ -567,8 +560,7 @@ void CTriangleSorter::_FillSource_SortByValues_GeomConstAndIndexList(
 	u32 start, u32 count, const TMemoryView<SIndexAndDepth> &out) const
 {
 	const u32 i = _WalkPages<PageBound_TotalPageCount>(m_InSortKeys, start, count, out,
-		[&](const TMemoryView<SIndexAndDepth> &records, const TStridedMemoryView<const float> &sortValues,
-			const TStridedMemoryView<const u8> &enableds, u32 recordsBefore)
+		[&](const CRecordList &records, const CSortValues &sortValues, const CEnableds &enableds, u32 recordsBefore)
 		{
 			const u32 *const indexList = m_IndexList.AddressOf(start + recordsBefore);
 			FillByValue(records, sortValues, enableds, SByList(indexList, m_VertexCount));
@@ -625,9 +617,8 @@ void CTriangleSorter::FillSortingIndirectionsListPoint_Indices(const TMemoryView
 
 // A record for each value.
 template<typename _VertexBases>
-static VX_INLINE void FillFromValues(const TMemoryView<SIndexAndDepth> &outList,
-	const TStridedMemoryView<const float> &sortValues,
-	_VertexBases vertexBases)
+static VX_INLINE void FillFromValues(
+	const CRecordList &outList, const CSortValues &sortValues, _VertexBases vertexBases)
 {
 	SIndexAndDepth *packedPtr = outList.Data();
 	const u8 *valuePtr = reinterpret_cast<const u8 *>(sortValues.Data());
@@ -663,9 +654,9 @@ static VX_INLINE void FillFromValues(const TMemoryView<SIndexAndDepth> &outList,
 
 // A record for each enabled element.
 template<typename _Element, typename _SortValueBits, typename _VertexBases>
-static VX_NOINLINE void FillFromEnabled(const TMemoryView<SIndexAndDepth> &outList,
+static VX_NOINLINE void FillFromEnabled(const CRecordList &outList,
 	const TStridedMemoryView<const _Element> &source,
-	const TStridedMemoryView<const u8> &enableds,
+	const CEnableds &enableds,
 	_SortValueBits sortValueBits,
 	_VertexBases vertexBases)
 {
@@ -673,9 +664,9 @@ static VX_NOINLINE void FillFromEnabled(const TMemoryView<SIndexAndDepth> &outLi
 }
 
 template<typename _VertexBases>
-static VX_INLINE void FillByValue(const TMemoryView<SIndexAndDepth> &outList,
-	const TStridedMemoryView<const float> &sortValues,
-	[[maybe_unused]] const TStridedMemoryView<const u8> &enableds,
+static VX_INLINE void FillByValue(const CRecordList &outList,
+	const CSortValues &sortValues,
+	[[maybe_unused]] const CEnableds &enableds,
 	_VertexBases vertexBases)
 {
 	if (outList.Count() < sortValues.Count())
@@ -690,10 +681,10 @@ static VX_INLINE void FillByValue(const TMemoryView<SIndexAndDepth> &outList,
 }
 
 template<typename _VertexBases>
-static VX_INLINE void FillByDistance(const TMemoryView<SIndexAndDepth> &outList,
-	const TStridedMemoryView<const CFloat3> &positions,
+static VX_INLINE void FillByDistance(const CRecordList &outList,
+	const CPositions &positions,
 	const CCamera &camera,
-	[[maybe_unused]] const TStridedMemoryView<const u8> &enableds,
+	[[maybe_unused]] const CEnableds &enableds,
 	_VertexBases vertexBases)
 {
 	const u32 primCount = outList.Count();
@@ -760,7 +751,6 @@ typedef TMemoryView<const u32> CPattern;
 typedef const SIndexAndDepth *__restrict CRecords;
 typedef volatile u32 *__restrict CPrims32;
 typedef volatile u16 *__restrict CPrims16;
-using namespace ExpandKernels;
 
 // 32-bit.
 
@@ -769,53 +759,53 @@ static void ExpandIndicesU32_x1(const CPattern &indexPattern, CRecords it, CPrim
 	VX_ASSERT(indexPattern.Count() == 1);
 	VX_ASSERT_MESSAGE(indexPattern[0] == 0, "An index pattern of width 1 should have its indexPattern[0] to 0");
 	static_cast<void>(indexPattern);
-	TOutput<u32> output(it, dstPrims, primCount);
+	Expand::TOutput<u32> output(it, dstPrims, primCount);
 	if (Mem::IsAligned<0x10>(dstPrims))
-		output.Stream(SStreamU32_x1());
+		output.Stream(Expand::SStreamU32_x1());
 	else
 		WarnAtSite(Site::kExpandU32_x1,
 			"Render sort: Index stream expansion (U32): sub-optimal path [1]: Unaligned dst memory");
-	output.Write(SU32_x1());
+	output.Write(Expand::SU32_x1());
 }
 
 static void ExpandIndicesU32_x3(const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount)
 {
 	VX_ASSERT(indexPattern.Count() == 3);
 	const u32 *const pattern32 = &indexPattern[0];
-	TOutput<u32> output(it, dstPrims, primCount);
+	Expand::TOutput<u32> output(it, dstPrims, primCount);
 	if (Mem::IsAligned<0x10>(dstPrims))
-		output.Stream(SStreamU32_x3(pattern32));
+		output.Stream(Expand::SStreamU32_x3(pattern32));
 	else // the text is the six-wide worker's: kept on purpose
 		WarnAtSite(Site::kExpandU32_x3,
 			"Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory");
-	output.Write(TExpand_x3<u32>(pattern32));
+	output.Write(Expand::TExpand_x3<u32>(pattern32));
 }
 
 static void ExpandIndicesU32_x6(const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount)
 {
 	VX_ASSERT(indexPattern.Count() == 6);
 	const u32 *const pattern32 = &indexPattern[0];
-	TOutput<u32> output(it, dstPrims, primCount);
+	Expand::TOutput<u32> output(it, dstPrims, primCount);
 	if (Mem::IsAligned<0x10>(dstPrims))
 	{
-		output.Stream(SStreamU32_x6(pattern32));
+		output.Stream(Expand::SStreamU32_x6(pattern32));
 	}
 	else
 	{
 		WarnAtSite(Site::kExpandU32_x6,
 			"Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory");
-		output.Write(TThreeWords_Two<u32>(pattern32));
+		output.Write(Expand::TThreeWords_Two<u32>(pattern32));
 	}
-	output.Write(TThreeWords<u32>{pattern32});
+	output.Write(Expand::TThreeWords<u32>{pattern32});
 }
 
 static void ExpandIndicesU32_A16_x12(const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount)
 {
 	VX_ASSERT(indexPattern.Count() == 12);
 	VX_ASSERT(Mem::IsAligned<0x10>(dstPrims));
-	const SStreamU32_x12 pattern(&indexPattern[0]);
-	TOutput<u32> output(it, dstPrims, primCount);
-	output.Write(SStreamU32_x12_Two{pattern});
+	const Expand::SStreamU32_x12 pattern(&indexPattern[0]);
+	Expand::TOutput<u32> output(it, dstPrims, primCount);
+	output.Write(Expand::SStreamU32_x12_Two{pattern});
 	output.Stream(pattern);
 }
 
@@ -830,7 +820,7 @@ static void ExpandIndicesU32_UA_x12(const CPattern &indexPattern, CRecords it, C
 		// The width in the text is not the pattern's: kept on purpose.
 		WarnAtSite(Site::kExpandU32_x12,
 			"Render sort: Index stream expansion (U32): sub-optimal path [16]: Unaligned dst memory");
-		TOutput<u32>(it, dstPrims, primCount).Write(SU32_x12{SStreamU32_x12(pattern32)});
+		Expand::TOutput<u32>(it, dstPrims, primCount).Write(Expand::SU32_x12{Expand::SStreamU32_x12(pattern32)});
 		return;
 	}
 
@@ -838,7 +828,7 @@ static void ExpandIndicesU32_UA_x12(const CPattern &indexPattern, CRecords it, C
 		return;
 
 	[[maybe_unused]] const volatile u32 *const primsStop = dstPrims + u64(primCount) * 12;
-	CStreamU32_x12_Carried pattern(pattern32);
+	Expand::CStreamU32_x12_Carried pattern(pattern32);
 	dstPrims = pattern.First(dstPrims, it->m_Index);
 	VX_ASSERT(Mem::IsAligned<0x10>(dstPrims));
 	for (u32 record = 1; record < primCount; ++record)
@@ -848,32 +838,14 @@ static void ExpandIndicesU32_UA_x12(const CPattern &indexPattern, CRecords it, C
 	VX_ASSERT(dstPrims == primsStop);
 }
 
-// Any width.
-template<typename _Index>
-VX_WRAPS static void ExpandAnyWidth(const TMemoryView<const u32> &indexPattern,
-	const SIndexAndDepth *__restrict it,
-	volatile _Index *__restrict dstPrims,
-	u32 primCount)
-{
-	const TExpand_xN<_Index> kernel{indexPattern};
-	const u32 patternWidth = indexPattern.Count();
-	if (primCount * patternWidth == 0) // in 32 bits: kept on purpose
-		return;
-	for (; primCount != 0; --primCount)
-	{
-		kernel.Write(dstPrims, it++);
-		dstPrims += patternWidth;
-	}
-}
-
-// The warning's text is built on every call, seen before or not: this path is not meant to be kept.
+// Any width. The warning's text is built on every call, seen before or not: this path is not meant to be kept.
 static void ExpandIndicesU32_xN(const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount)
 {
 	const s32 patternWidth = s32(indexPattern.Count());
 	const CShortString message =
 		CShortString::Format("Render sort: Index stream expansion (U32): sub-optimal path [%d]", patternWidth);
 	WarnAtSite(Site::kExpandU32_xN, message.Data());
-	ExpandAnyWidth(indexPattern, it, dstPrims, primCount);
+	Expand::WriteAnyWidth(indexPattern, it, dstPrims, primCount);
 }
 
 void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,
@@ -910,51 +882,52 @@ static void ExpandIndicesU16_x1(const CPattern &indexPattern, CRecords it, CPrim
 {
 	VX_ASSERT(indexPattern.Count() == 1 && indexPattern[0] == 0);
 	static_cast<void>(indexPattern);
-	TOutput<u16> output(it, dstPrims, primCount);
+	Expand::TOutput<u16> output(it, dstPrims, primCount);
 	if (Mem::IsAligned<0x10>(dstPrims))
 	{
-		output.Stream(SStreamU16_x1());
+		output.Stream(Expand::SStreamU16_x1());
 	}
 	else
 	{
 		WarnAtSite(Site::kExpandU16_x1,
 			"Render sort: Index stream expansion (U16): sub-optimal path [1]: Unaligned dst memory");
-		output.Write(SU16_x1_Eight());
+		output.Write(Expand::SU16_x1_Eight());
 	}
-	output.Write(SU16_x1_Two());
-	output.Write(SU16_x1());
+	output.Write(Expand::SU16_x1_Two());
+	output.Write(Expand::SU16_x1());
 }
 
 static void ExpandIndicesU16_x3(const CPattern &indexPattern, CRecords it, CPrims16 dstPrims, u32 primCount)
 {
 	VX_ASSERT(indexPattern.Count() == 3);
 	const u16 pattern16[] = {u16(indexPattern[0]), u16(indexPattern[1]), u16(indexPattern[2])};
-	TOutput<u16> output(it, dstPrims, primCount);
+	Expand::TOutput<u16> output(it, dstPrims, primCount);
 	if (Mem::IsAligned<0x10>(dstPrims))
-		output.Stream(SStreamU16_x3(pattern16));
+		output.Stream(Expand::SStreamU16_x3(pattern16));
 	else // the text is the 32-bit six-wide worker's: kept on purpose
 		WarnAtSite(Site::kExpandU16_x3,
 			"Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory");
-	output.Write(TExpand_x3<u16>(pattern16));
+	output.Write(Expand::TExpand_x3<u16>(pattern16));
 }
 
 static void ExpandIndicesU16_x6(const CPattern &indexPattern, CRecords it, CPrims16 dstPrims, u32 primCount)
 {
 	VX_ASSERT(indexPattern.Count() == 6);
 	const u32 *const pattern32 = &indexPattern[0];
-	const u32 i01i23i45[] = {PackEntries2(pattern32), PackEntries2(pattern32 + 2), PackEntries2(pattern32 + 4)};
-	TOutput<u16> output(it, dstPrims, primCount);
+	const u32 i01i23i45[] = {
+		Expand::PackEntries2(pattern32), Expand::PackEntries2(pattern32 + 2), Expand::PackEntries2(pattern32 + 4)};
+	Expand::TOutput<u16> output(it, dstPrims, primCount);
 	if (Mem::IsAligned<0x10>(dstPrims))
 	{
-		output.Stream(SStreamU16_x6(pattern32));
+		output.Stream(Expand::SStreamU16_x6(pattern32));
 	}
 	else
 	{
 		WarnAtSite(Site::kExpandU16_x6,
 			"Render sort: Index stream expansion (U16): sub-optimal path [6]: Unaligned dst memory");
-		output.Write(SU16_x6_Four(i01i23i45));
+		output.Write(Expand::SU16_x6_Four(i01i23i45));
 	}
-	output.Write(SU16_x6(i01i23i45));
+	output.Write(Expand::SU16_x6(i01i23i45));
 }
 
 // At any address: no alignment to warn of, and nothing streamed to fence.
@@ -964,10 +937,10 @@ static void ExpandIndicesU16_x12(const CPattern &indexPattern, CRecords it, CPri
 	const u32 *const pattern32 = &indexPattern[0];
 	u32 words[6];
 	for (u32 i = 0; i < 6; ++i)
-		words[i] = PackEntries2(pattern32 + 2 * i);
-	TOutput<u16> output(it, dstPrims, primCount);
-	output.Write(TThreeWords_Two<u16>(words));
-	output.Write(TThreeWords<u16>{words});
+		words[i] = Expand::PackEntries2(pattern32 + 2 * i);
+	Expand::TOutput<u16> output(it, dstPrims, primCount);
+	output.Write(Expand::TThreeWords_Two<u16>(words));
+	output.Write(Expand::TThreeWords<u16>{words});
 }
 
 static void ExpandIndicesU16_xN(const CPattern &indexPattern, CRecords it, CPrims16 dstPrims, u32 primCount)
@@ -976,7 +949,7 @@ static void ExpandIndicesU16_xN(const CPattern &indexPattern, CRecords it, CPrim
 	const CShortString message =
 		CShortString::Format("Render sort: Index stream expansion (U16): sub-optimal path [%d]", patternWidth);
 	WarnAtSite(Site::kExpandU16_xN, message.Data());
-	ExpandAnyWidth(indexPattern, it, dstPrims, primCount);
+	Expand::WriteAnyWidth(indexPattern, it, dstPrims, primCount);
 }
 
 VX_WRAPS void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,

@@ -19,7 +19,7 @@
 
 namespace Vexmoor
 {
-namespace ExpandKernels
+namespace Expand
 {
 	typedef SLanesBase Lanes;
 	typedef Lanes::Register Register;
@@ -577,19 +577,22 @@ namespace ExpandKernels
 		}
 	};
 
-	// Any width.
+	// Any width, record by record. Nothing is written if the number of indices is 0 modulo 2^32: kept on purpose.
 	template<typename _Index>
-	struct TExpand_xN
+	VX_WRAPS static void WriteAnyWidth(
+		const TMemoryView<const u32> &pattern, const SIndexAndDepth *records, volatile _Index *dst, u32 primCount)
 	{
-		const TMemoryView<const u32> &m_Pattern;
-
-		VX_WRAPS VX_INLINE void Write(volatile _Index *dst, const SIndexAndDepth *records) const
+		const u32 width = pattern.Count();
+		if (primCount * width == 0)
+			return;
+		for (; primCount != 0; --primCount)
 		{
-			const u32 id = records->m_Index;
-			for (u32 j = 0; j < m_Pattern.Count(); ++j)
-				dst[j] = _Index(m_Pattern[j] + id);
+			const u32 id = (records++)->m_Index;
+			for (u32 j = 0; j < width; ++j)
+				dst[j] = _Index(pattern[j] + id);
+			dst += width;
 		}
-	};
+	}
 
 	// Where a worker has got to in its records and its output.
 	template<typename _Index>
@@ -626,5 +629,5 @@ namespace ExpandKernels
 		volatile _Index *m_Prims;
 		u32 m_PrimsLeft;
 	};
-} // namespace ExpandKernels
+} // namespace Expand
 } // namespace Vexmoor

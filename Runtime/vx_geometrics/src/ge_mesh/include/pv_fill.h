@@ -12,6 +12,11 @@
 
 namespace Vexmoor
 {
+typedef TMemoryView<SIndexAndDepth> CRecordList;
+typedef TStridedMemoryView<const CFloat3> CPositions;
+typedef TStridedMemoryView<const float> CSortValues;
+typedef TStridedMemoryView<const u8> CEnableds;
+
 template<typename _Lanes>
 class TVertexBases_Sequence;
 template<typename _Lanes>

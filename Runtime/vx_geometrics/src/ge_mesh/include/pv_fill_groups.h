@@ -20,9 +20,9 @@ namespace Vexmoor
 // w) or, if n is odd, 4 bytes before 4 * (n + k + w), and there k + w is below n. Values and records share bytes under
 // two types, so both are moved as bytes or lanes.
 template<typename _Element, typename _SortValueBits>
-static TStridedMemoryView<const float> CompactSortValues(const TMemoryView<SIndexAndDepth> &outList,
+static CSortValues CompactSortValues(const CRecordList &outList,
 	const TStridedMemoryView<const _Element> &source,
-	const TStridedMemoryView<const u8> &enableds,
+	const CEnableds &enableds,
 	_SortValueBits sortValueBits)
 {
 	const u32 primCount = outList.Count();
