@@ -35,7 +35,7 @@ VERDICTS = os.path.join(WORK, "verdicts.jsonl")
 REPORT = os.path.join(WORK, "report.md")
 
 # No test can see a fence or a prefetch go, nor the break that ends a switch.
-UNSEEN = re.compile(r"WriteBarrier|_mm_sfence|_mm_prefetch|__builtin_prefetch|break;\s*}")
+UNSEEN = re.compile(r"WriteBarrier|_mm_sfence|_mm_prefetch|__builtin_prefetch|VX_PREFETCH_TO_WRITE|break;\s*}")
 
 Mutant = collections.namedtuple("Mutant", "file line kind begin end text before after key")
 

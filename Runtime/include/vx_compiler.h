@@ -248,9 +248,9 @@
 	#define VX_WRAPS
 #endif
 
-/// Stands at the head of a file, behind its #include lines, whose floating-point arithmetic is exact to the bit. It has
-/// Microsoft's compiler round every operation on its own, whatever its flags. With the GNU family it is nothing: there
-/// the sums of keys are instructions of inline assembler.
+/// Stands at the head of a file whose floating-point arithmetic is exact to the bit, behind the headers that it
+/// includes. It has Microsoft's compiler round every operation on its own, whatever its flags. With the GNU family it
+/// is nothing: its flags hold for intrinsics too, so sums of keys are instructions of inline assembler there.
 #if VX_COMPILER_MSVC
 	#define VX_PRECISE_FLOATS __pragma(float_control(precise, on)) __pragma(fp_contract(off))
 #else
