@@ -5,6 +5,7 @@
 #   ./Tools/matrix.sh             the whole table, some minutes
 #   ./Tools/matrix.sh --short     g++ and clang, unoptimised and with the flags of a host in a hurry, which newer clangs
 #                                 get as well
+#   ./Tools/matrix.sh --only TEXT rows of the table that contain the text, such as aarch64
 #   ./Tools/matrix.sh --record    records the hash of an unoptimised g++ build as the one to expect
 #
 # A row's executable is built again only when a source file, this script or the row has changed.
@@ -13,9 +14,9 @@ cd "$(dirname "$0")/.."
 
 mode=${1:-}
 case "$mode" in
-"" | --short | --record) ;;
+"" | --short | --record | --only) ;;
 *)
-	printf 'matrix.sh: there is no option "%s"; the options are: --short, --record\n' "$mode" >&2
+	printf 'matrix.sh: there is no option "%s"; the options are: --short, --only TEXT, --record\n' "$mode" >&2
 	exit 2
 	;;
 esac
@@ -23,7 +24,7 @@ esac
 newer_clangs=(clang++-19 clang++-22)
 
 packages=(g++ clang clang-19 clang-22)
-[ "$mode" != "" ] || packages+=(llvm-14-linker-tools llvm-19-linker-tools llvm-22-linker-tools libc++-19-dev \
+[ "$mode" = --short ] || [ "$mode" = --record ] || packages+=(llvm-14-linker-tools llvm-19-linker-tools llvm-22-linker-tools libc++-19-dev \
 	libc++abi-19-dev g++-i686-linux-gnu libc6-i386-cross g++-aarch64-linux-gnu qemu-user libsimde-dev \
 	g++-mingw-w64-x86-64-posix wine libwine-dev clang-tools-19 lld-19)
 Tools/install_packages.sh "${packages[@]}"
@@ -190,6 +191,7 @@ add_microsoft_rows()
 	add_row "$clang_cl" -Od x86-64 "" 1 sources
 	add_row "$clang_cl" -O2 AVX2 -fp:fast 0 sources
 	add_row "$clang_cl" -O2 AVX512 -DVX_COMPILER_MSVC=1 1 sources
+	add_row "$clang_cl" -O2 AVX512 "-DVX_COMPILER_MSVC=1 -fp:fast" 0 sources
 }
 
 # One row.
@@ -378,6 +380,13 @@ else
 	add_aarch64_rows
 	add_windows_rows
 	add_microsoft_rows
+fi
+if [ "$mode" = --only ]; then
+	mapfile -t rows < <(printf '%s\n' "${rows[@]}" | grep -F -- "${2:-}")
+	if [ ${#rows[@]} = 0 ]; then
+		printf 'matrix.sh: no row contains "%s"\n' "${2:-}" >&2
+		exit 2
+	fi
 fi
 
 build_generators

@@ -1099,8 +1099,10 @@ TMemoryView<const _Index> CTriangleSorter::WorkingBuffer_TriangleIndices(const v
 	return {AtByte<const _Index>(wb, 2 * GetSortedTrisWorkingBufferSize(indexCount)), indexCount};
 }
 
-template TMemoryView<u32> CTriangleSorter::WorkingBuffer_TriangleIndices<u32>(void *, u32);
-template TMemoryView<u16> CTriangleSorter::WorkingBuffer_TriangleIndices<u16>(void *, u32);
-template TMemoryView<const u32> CTriangleSorter::WorkingBuffer_TriangleIndices<u32>(const void *, u32);
-template TMemoryView<const u16> CTriangleSorter::WorkingBuffer_TriangleIndices<u16>(const void *, u32);
+template VX_GEOMETRICS_API TMemoryView<u32> CTriangleSorter::WorkingBuffer_TriangleIndices<u32>(void *, u32);
+template VX_GEOMETRICS_API TMemoryView<u16> CTriangleSorter::WorkingBuffer_TriangleIndices<u16>(void *, u32);
+template VX_GEOMETRICS_API TMemoryView<const u32> CTriangleSorter::WorkingBuffer_TriangleIndices<u32>(
+	const void *, u32);
+template VX_GEOMETRICS_API TMemoryView<const u16> CTriangleSorter::WorkingBuffer_TriangleIndices<u16>(
+	const void *, u32);
 } // namespace Vexmoor

@@ -16,6 +16,8 @@
 
 #include <cstring>
 
+VX_PRECISE_FLOATS
+
 namespace Vexmoor
 {
 constexpr u32 kMagnitudeBits = 0x7FFFFFFFu; ///< A float's bits but for its sign. NaNs lie above infinity.
