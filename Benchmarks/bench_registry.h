@@ -43,6 +43,7 @@ inline void DescribeIteration(benchmark::State &state, u64 calls, u64 items)
 }
 
 void RegisterSortStage();
+void RegisterSortCounts();
 void RegisterSortParts();
 void RegisterFill();
 void RegisterExpansion();

@@ -135,7 +135,7 @@ namespace
 			[=](u32 i)
 			{
 				if constexpr (_FetchesNextLine)
-					__builtin_prefetch(to + destination[i] + kRecordsPerLine<SIndexAndDepth>, 1);
+					VX_PREFETCH_TO_WRITE(to + destination[i] + kRecordsPerLine<SIndexAndDepth>);
 				if constexpr (_StoresPositions)
 					positions[Digit(from[i].m_Depth, _Pass)] = _Counter(destination[i] + 1);
 				u64 word; // a record moves as one word

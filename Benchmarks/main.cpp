@@ -27,6 +27,7 @@ int main(int argc, char **argv)
 	benchmark::AddCustomContext("vqsort_avx2_target", VqsortTargetName(EVqsortTarget::Avx2));
 
 	RegisterSortStage();
+	RegisterSortCounts();
 	RegisterSortParts();
 	RegisterFill();
 	RegisterExpansion();

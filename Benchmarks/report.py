@@ -46,6 +46,7 @@ WHOLE_GOALS = [
 FILL_GOALS = [None, None, 1.2, 1.2, 1.2]
 EXPAND_GOALS = [("u32", [1.05] * 5), ("u16", [1.1] * 5)]
 SMALL_GOALS = {8: 2, 16: 2, 32: 3, 64: 3, 109: 2.5}
+EVEN_GOAL = 1.25  # a record's time at one count over its time at the next count
 CLIFF_GOAL = SMALL_GOALS[109]  # the other sort takes over at 110, and is to be as far ahead
 TWO_CORES_GOAL = 1.9
 HANDLER_GOAL = 1.01
@@ -64,7 +65,7 @@ class Case:
 	def add(self, run):
 		self.times.append(run["real_time"] / run["calls"])
 		self.items = run["items"]
-		for counter in ("ratio", "plain_ns", "allocations"):
+		for counter in ("ratio", "plain_ns", "allocations", "worst_ratio", "worst_count", "uneven_steps"):
 			if counter in run:
 				self.counters[counter].append(run[counter])
 
@@ -296,6 +297,13 @@ def goal_tables(results, lines):
 			lead = results.ratio(results.get("sort", keys, "std_sort", 110), many)
 			rows.append([f"no cliff at 109/110: still ahead of std::sort at 110 by, {keys}", ahead(lead, CLIFF_GOAL)])
 			rows.append([f"time of a record at 110 over 109, {keys}", number(many.per_item() / few.per_item())])
+	for lanes in ("4_lanes", "8_lanes", "16_lanes"):
+		even = results.get("sort_counts", "neighbours", lanes, 256)
+		if even:
+			ratio, count, steps = (statistics.median(even.counters[name])
+				for name in ("worst_ratio", "worst_count", "uneven_steps"))
+			rows.append([f"even growth from 2 to 256 records, {lanes.replace('_', ' ')}: most between neighbouring counts",
+				f"{within(ratio, EVEN_GOAL)} (at {count:.0f}; {steps:.0f} beyond the goal)"])
 	one = results.get("draw_calls", "frame", "vexmoor_one_thread", 500)
 	if one:
 		allocations = max(one.counters["allocations"])

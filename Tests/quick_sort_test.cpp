@@ -7,6 +7,7 @@
 
 #include "diagnostics.h"
 #include "fill_calls.h"
+#include "lane_width.h"
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -371,6 +372,72 @@ TEST(SortEntryPoint, Threshold_ShowsInTheOrderOfEqualKeysAlone)
 	EXPECT_TRUE(std::is_sorted(by110.begin(), by110.end(), byKeyAndIndex));
 }
 
+// Which of the sorts runs, and in which registers, is a matter of speed: the result is the specified one everywhere.
+
+namespace
+{
+class SortOfEveryCount : public LaneWidthTest
+{
+protected:
+	void ExpectAsSpecified(const std::vector<u32> &keys)
+	{
+		const CRecords records = RecordsOfKeys(keys);
+		CRecords left = records; // of the input
+		CRecords expected = records;
+		if (records.size() <= kMaxQuickSortCount)
+			Model::QuickSort(expected);
+		else
+			expected = Model::RadixSort(left);
+		const SSorted sorted = Sorted(records);
+		EXPECT_TRUE(SameRecords(expected, sorted.m_Output)) << records.size();
+		EXPECT_TRUE(SameRecords(left, sorted.m_Input)) << records.size() << ", of the input";
+	}
+};
+} // namespace
+
+TEST_P(SortOfEveryCount, DistinctSomeEqualAndAllEqualKeys_AreSortedAsSpecified)
+{
+	Model::CRandom random(GetParam());
+	for (u32 count = 0; count <= 260; ++count)
+	{
+		std::vector<u32> keys;
+		for (u32 i = 0; i < count; ++i)
+			keys.push_back(random.Next() / 260 * 260 + i); // distinct: the rest of a division by 260 is i
+		ExpectAsSpecified(keys);
+		std::sort(keys.begin(), keys.end());
+		ExpectAsSpecified(keys);
+
+		std::vector<u32> equalTopDigits = keys;
+		for (u32 &key : equalTopDigits)
+			key = 0xBF800000u + key % 260;
+		ExpectAsSpecified(equalTopDigits);
+
+		std::vector<u32> equalLowDigits; // and neighbours that differ in the top digits, one by one
+		for (u32 i = 0; i < count; ++i)
+			equalLowDigits.push_back((i * 7 % 256) << 24 | 0x123456u);
+		ExpectAsSpecified(equalLowDigits);
+
+		if (count >= 2)
+		{
+			std::vector<u32> onePair = keys;
+			onePair[random.Below(count - 1)] = onePair[count - 1];
+			ExpectAsSpecified(onePair);
+		}
+		for (const u32 range : {3u, count / 2 + 1})
+		{
+			std::vector<u32> someEqual;
+			for (u32 i = 0; i < count; ++i)
+				someEqual.push_back(random.Below(range) * 0x01010101u);
+			ExpectAsSpecified(someEqual);
+		}
+		ExpectAsSpecified(std::vector<u32>(count, 0x80000000u));
+		if (HasFailure())
+			return;
+	}
+}
+
+INSTANTIATE_TEST_SUITE_P(Lanes, SortOfEveryCount, kLaneWidths, LaneWidthName);
+
 // Extractors. Which keys a sort can use is decided when it is compiled.
 
 namespace
@@ -438,6 +505,31 @@ TEST(SortEntry, MoreRecordsThanAreRanked_AreRefused)
 		SortLanes::CountLowerKeys(input.Data(), count, ranks.As<u32>());
 		EXPECT_EQ(ranks.Data()[0] == CGuardedMemory::kInitialByte, !fits);
 	}
+}
+
+// A radix sort of few records counts in 8 bits, and keeps as many records between two passes.
+TEST(SortEntry, MoreRecordsThanSort8Takes_AreReportedAndLeft)
+{
+	CRecords records;
+	for (u32 i = 0; i < 257; ++i)
+		records.push_back({256 - i, i});
+	const CGuardedMemory input = LayOut(records);
+	const CGuardedMemory output(257 * sizeof(SIndexAndDepth));
+	const CIterator first(input.As<SIndexAndDepth>());
+	const CIterator sorted(output.As<SIndexAndDepth>());
+	const SSortKeyExtractor_TriangleIndexAndDepth keyExtractor{};
+	{
+		const CExpectReports reports({"count <= kMaxCountIn8Bits"});
+		TRadixSort<Sort_InBuffer>::Sort8(first, 257, sorted, keyExtractor);
+	}
+	TRadixSort<Sort_InBuffer>::Sort8(first, 0, sorted, keyExtractor);
+	EXPECT_EQ(output.Data()[0], CGuardedMemory::kInitialByte);
+
+	TRadixSort<Sort_InBuffer>::Sort8(first, 256, sorted, keyExtractor);
+	EXPECT_TRUE(SameRecords(records, ReadRecords(input.Data(), 257))) << "the input is left";
+	records.pop_back();
+	std::reverse(records.begin(), records.end());
+	EXPECT_TRUE(SameRecords(records, ReadRecords(output.Data(), 256)));
 }
 
 TEST(SortEntry, OutputOverInput_IsReported)

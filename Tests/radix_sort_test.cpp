@@ -199,13 +199,13 @@ TEST(RadixSort, LargeSizes_MatchStableSort)
 	{
 		u32 m_Count, m_Mask;
 	} cases[] = {
-		{2047,   0xFFFFFFFFu},
-        {4099,   0x003FF800u}, // the second digit alone
-		{65536,  0xFFC00000u}, // the third
-		{300000, 0xFFFFFFFFu},
-        {70001,  0x000F00F0u},
-		{800003, 0xFFFFFFFFu}, // beyond the caches, where destinations are fetched ahead
-		{600011, 0x80FFFFFFu}, // the same, with few top digits
+		{2047,    0xFFFFFFFFu},
+        {4099,    0x003FF800u}, // the second digit alone
+		{65536,   0xFFC00000u}, // the third
+		{300000,  0xFFFFFFFFu},
+        {70001,   0x000F00F0u},
+		{2100003, 0xFFFFFFFFu}, // beyond the caches, where destinations are fetched ahead
+		{2200011, 0x80FFFFFFu}, // the same, with few top digits
 	};
 	for (const auto &row : cases)
 	{

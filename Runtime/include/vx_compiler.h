@@ -120,7 +120,8 @@
 	#define VX_SHUFFLE(_a, _b, ...) __builtin_shufflevector(_a, _b, __VA_ARGS__)
 #endif
 
-/// Asks the processor for the cache line at an address, which is written to soon.
+/// Asks the processor for the cache line at an address, which is written to soon. Any address will do, one past a
+/// buffer too.
 #if VX_COMPILER_MSVC && VX_X86
 	#define VX_PREFETCH_TO_WRITE(_address) \
 		_mm_prefetch(static_cast<const char *>(static_cast<const void *>(_address)), _MM_HINT_T0)
@@ -128,6 +129,17 @@
 	#define VX_PREFETCH_TO_WRITE(_address) __prefetch(_address)
 #else
 	#define VX_PREFETCH_TO_WRITE(_address) __builtin_prefetch(_address, 1)
+#endif
+
+/// Lets the processor begin no load behind this before all stores ahead know their addresses, where it can be told so.
+/// Processors guess whether a load reads what a store ahead is about to write, and start over if the guess was wrong.
+/// It pays between a loop that stores to computed addresses and one that reads the few records that were stored.
+#if VX_X86 && VX_COMPILER_MSVC
+	#define VX_FINISH_STORES_FIRST() _mm_lfence()
+#elif VX_X86
+	#define VX_FINISH_STORES_FIRST() __asm__ volatile("lfence" ::: "memory")
+#else
+	#define VX_FINISH_STORES_FIRST() static_cast<void>(0)
 #endif
 
 /// The full signature of the enclosing function, as characters that live as long as the program.

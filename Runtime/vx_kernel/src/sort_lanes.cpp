@@ -1,7 +1,9 @@
 // What the sorts do in lanes: checks, and the way to the processor's own functions.
 
+#include "vx_assert.h"
+
 #include "kr_cpu.h"
-#include "kr_sort.h"
+#include "kr_sort_lanes.h"
 
 #include "include/pv_sort_lanes.h"
 
@@ -61,6 +63,21 @@ namespace SortLanes
 	{
 		AssertWholeSteps<u32>(count);
 		Kernels().m_SumSparseCounters32(counters, others, count);
+	}
+
+	void SumColumns(u8 *counters, const u8 *others, u32 rowCount)
+	{
+		Kernels().m_SumColumns(counters, others, rowCount);
+	}
+
+	bool SumsFasterInColumns()
+	{
+		return Kernels().m_SumsFasterInColumns;
+	}
+
+	u32 MaxCountWorthRanking()
+	{
+		return Kernels().m_MaxCountWorthRanking;
 	}
 
 	void CountLowerKeys(const void *records, u32 count, u32 *ranks)

@@ -5,7 +5,7 @@
 #if VX_X86
 	#include "simd/lanes_avx512.h"
 
-	#include "kr_sort.h"
+	#include "kr_sort_lanes.h"
 
 	#include "include/pv_sort_lanes.h"
 

@@ -7,7 +7,7 @@
 #include "vx_compiler.h"
 #include "vx_defs.h"
 
-#include "kr_sort.h"
+#include "kr_sort_lanes.h"
 
 #include "pv_sort_lanes.h"
 
@@ -17,6 +17,14 @@ namespace Vexmoor
 {
 namespace SortLanes
 {
+	// The counts from first on, with those of others, which may be null.
+	template<typename _Lanes, typename _Counter>
+	static VX_INLINE typename _Lanes::Register LoadCounts(const _Counter *counters, const _Counter *others, ureg first)
+	{
+		const typename _Lanes::Register counts = _Lanes::Load(counters + first);
+		return others == nullptr ? counts : _Lanes::template Add<_Counter>(counts, _Lanes::Load(others + first));
+	}
+
 	// Exclusive prefix sums of counters. From one register to the next only the total is carried, so that no more than
 	// one addition waits for the one before. Sparse counters have long runs of zeros, which are given the sum so far: a
 	// branch that processors predict well, and worth it for them alone. The counts of others are added on the way.
@@ -32,9 +40,7 @@ namespace SortLanes
 		Register sum = _Lanes::Splat(0);
 		for (u32 i = 0; i < count; i += sizeof(Register) / sizeof(_Counter))
 		{
-			Register counts = _Lanes::Load(counters + i);
-			if (others != nullptr)
-				counts = _Lanes::template Add<_Counter>(counts, _Lanes::Load(others + i));
+			const Register counts = LoadCounts<_Lanes>(counters, others, i);
 			if (_Sparse && _Lanes::AllZero(counts))
 			{
 				_Lanes::Store(counters + i, sum);
@@ -58,6 +64,58 @@ namespace SortLanes
 	{
 		SumInLanes<_Lanes, true>(counters, others, count);
 	}
+
+	// Prefix sums down columns. A column is a lane, and only ever adds to itself. The first walk down the rows gives
+	// the columns' totals. Their exclusive prefix sums are where the columns start, and the second walk goes on from
+	// there. With three rows and columns:
+	//
+	//   counts       totals           starts           sums
+	//   a  d  g      abc def ghi      0  abc abcdef    0    abc    abcdef
+	//   b  e  h                                        a    abcd   abcdefg
+	//   c  f  i                                        ab   abcde  abcdefgh
+	template<typename _Lanes>
+	static void SumColumnsInLanes(u8 *counters, const u8 *others, u32 rowCount)
+	{
+		typedef typename _Lanes::Register Register;
+		constexpr u32 kRegisters = kColumns / sizeof(Register); // in a row
+		Register sums[kRegisters];
+		for (u32 r = 0; r < kRegisters; ++r)
+			sums[r] = _Lanes::Splat(0);
+		for (u32 row = 0; row < rowCount; ++row)
+		{
+			for (u32 r = 0; r < kRegisters; ++r)
+				sums[r] = _Lanes::template Add<u8>(
+					sums[r], LoadCounts<_Lanes>(counters, others, ureg(row) * kColumns + r * sizeof(Register)));
+		}
+		alignas(kColumns) u8 starts[kColumns];
+		for (u32 r = 0; r < kRegisters; ++r)
+			_Lanes::Store(starts + r * sizeof(Register), sums[r]);
+		SumCountersInLanes<_Lanes, u8>(starts, kColumns);
+		for (u32 r = 0; r < kRegisters; ++r)
+			sums[r] = _Lanes::Load(starts + r * sizeof(Register));
+		for (u32 row = 0; row < rowCount; ++row)
+		{
+			for (u32 r = 0; r < kRegisters; ++r)
+			{
+				const ureg i = ureg(row) * kColumns + r * sizeof(Register);
+				const Register counts = LoadCounts<_Lanes>(counters, others, i);
+				_Lanes::Store(counters + i, sums[r]);
+				sums[r] = _Lanes::template Add<u8>(sums[r], counts);
+			}
+		}
+	}
+
+	// Measured on an Intel Xeon with AVX-512 that keeps to narrower registers. Columns against rows, 110 to 256
+	// records: 0.67 to 0.92 of the time in registers of one group; 0.84 to 1.10 in wider ones, where it depends on what
+	// else the core does.
+	template<typename _Lanes>
+	constexpr bool kSumsFasterInColumns = _Lanes::kGroups == 1;
+
+	// Measured on the same processor. In registers of one group the radix sort takes 1.02 times as long as ranking for
+	// 88 records and 0.85 times as long for 89, which need one more step of ranks. In wider ones ranking is the fastest
+	// for all.
+	template<typename _Lanes>
+	constexpr u32 kMaxCountWorthRanking = _Lanes::kGroups == 1 ? 88 : kMaxRankedCount;
 
 	// Ranks. Keys are compared in blocks of sixteen, each block against all. A comparison's mask is minus one, so
 	// subtracting it counts. Lanes compare as signed: sign bits are flipped on the way in. What fills up the last step
@@ -157,7 +215,10 @@ namespace SortLanes
 		&SumSparseCountersInLanes<_Lanes, u8>,
 		&SumSparseCountersInLanes<_Lanes, u16>,
 		&SumSparseCountersInLanes<_Lanes, u32>,
+		&SumColumnsInLanes<_Lanes>,
+		kSumsFasterInColumns<_Lanes>,
 		&CountLowerKeysInLanes<_Lanes>,
+		kMaxCountWorthRanking<_Lanes>,
 	};
 } // namespace SortLanes
 } // namespace Vexmoor

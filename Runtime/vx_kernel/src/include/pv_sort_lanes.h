@@ -1,7 +1,7 @@
 #pragma once
 
 // What the sorts do in lanes, as a table of functions for each instruction set. The contracts are those of the
-// functions of the same names in kr_sort.h, which call the table of the processor.
+// functions of the same names in kr_sort_lanes.h, which call the table of the processor.
 
 #include "vx_compiler.h"
 #include "vx_defs.h"
@@ -18,7 +18,10 @@ namespace SortLanes
 		void (*m_SumSparseCounters8)(u8 *counters, const u8 *others, u32 count);
 		void (*m_SumSparseCounters16)(u16 *counters, const u16 *others, u32 count);
 		void (*m_SumSparseCounters32)(u32 *counters, const u32 *others, u32 count);
+		void (*m_SumColumns)(u8 *counters, const u8 *others, u32 rowCount);
+		bool m_SumsFasterInColumns;
 		void (*m_CountLowerKeys)(const u8 *records, u32 count, u32 *ranks);
+		u32 m_MaxCountWorthRanking;
 	};
 
 	extern const SKernels kKernels_Baseline;

@@ -1,0 +1,54 @@
+#pragma once
+
+// The parts of the sorts that work on many counters or keys at a time, in registers as wide as kr_cpu.h allows.
+
+#include "vx_compiler.h"
+#include "vx_defs.h"
+
+namespace Vexmoor
+{
+/// The parts of the sorts that work in lanes. Every lane width gives the same numbers.
+namespace SortLanes
+{
+	constexpr u32 kStepInBytes = 32;     ///< Of prefix sums: a histogram's size is a multiple of it.
+	constexpr u32 kColumns = 32;         ///< 8-bit counters in a row of SumColumns: two registers of 128 bits.
+	constexpr u32 kRanksPerStep = 8;     ///< Of CountLowerKeys: room for ranks is a multiple of it.
+	constexpr u32 kRankedSize = 8;       ///< Bytes of a record that is ranked.
+	constexpr u32 kMaxRankedCount = 112; ///< Room for ranks: kMaxQuickSortCount (kr_sort.h) in whole steps.
+
+	///@{
+	/// Replaces counters by their exclusive prefix sums. Counters of 8 and 16 bits count up to 2^8 and 2^16 records: a
+	/// sum of that many is 0, and the sums after it are unspecified.
+	/// counters  at any address; count * sizeof(counter) is a multiple of kStepInBytes
+	VX_API void SumCounters(u8 *counters, u32 count);
+	VX_API void SumCounters(u16 *counters, u32 count);
+	VX_API void SumCounters(u32 *counters, u32 count);
+	///@}
+
+	///@{
+	/// Exclusive prefix sums, in place, of counters[i] + others[i]; others may be null. Fast where most counters are
+	/// zero. Counts and limits are those of SumCounters.
+	VX_API void SumSparseCounters(u8 *counters, const u8 *others, u32 count);
+	VX_API void SumSparseCounters(u16 *counters, const u16 *others, u32 count);
+	VX_API void SumSparseCounters(u32 *counters, const u32 *others, u32 count);
+	///@}
+
+	/// Exclusive prefix sums, in place, of counters[i] + others[i], down one column after the other: counters[0],
+	/// counters[kColumns], counters[2 * kColumns] and so on to the last row, then counters[1], counters[1 + kColumns].
+	/// counters  rowCount rows of kColumns counters, 16-byte aligned; limits are those of SumCounters
+	/// others    as many, 16-byte aligned; or null
+	VX_API void SumColumns(u8 *counters, const u8 *others, u32 rowCount);
+
+	/// True where the radix sort of up to 256 records gains more from SumColumns than the slots of its counters cost.
+	VX_API bool SumsFasterInColumns();
+
+	/// Counts for every record how many of them have a lower key.
+	/// records  up to kMaxRankedCount, at any address: a 32-bit key, compared as unsigned, and 32 bits that do not
+	///          count. A higher count is reported, and nothing is read or written
+	/// ranks    the counts, 16-byte aligned, with room for whole steps: what fills up the last one is written as well
+	VX_API void CountLowerKeys(const void *records, u32 count, u32 *ranks);
+
+	/// Up to how many records ranking takes less time than the radix sort, in registers as wide as are in use.
+	VX_API u32 MaxCountWorthRanking();
+} // namespace SortLanes
+} // namespace Vexmoor

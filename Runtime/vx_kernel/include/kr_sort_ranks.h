@@ -1,0 +1,95 @@
+#pragma once
+
+// A sort of few records with distinct keys: a record's place in the order is the number of lower keys, its rank.
+
+#include "vx_assert.h"
+#include "vx_compiler.h"
+#include "vx_defs.h"
+
+#include "kr_sort_lanes.h"
+#include "kr_sort_records.h"
+
+#include <cstring>
+#include <type_traits>
+
+namespace Vexmoor
+{
+/// Ranks one record more: counts how many of the records before it have a lower key, and adds 1 to the ranks of those
+/// that have a higher one.
+/// records  keyed by their first 32 bits, as unsigned; records[rankedCount] is ranked
+/// ranks    of rankedCount records before, and room for one more
+template<typename _Record>
+VX_INLINE void RankOneMore(const _Record *__restrict records, u32 rankedCount, u32 *__restrict ranks)
+{
+	u32 key;
+	std::memcpy(&key, records + rankedCount, sizeof(key));
+	u32 lowerCount = 0;
+	for (u32 i = 0; i < rankedCount; ++i)
+	{
+		u32 other;
+		std::memcpy(&other, records + i, sizeof(other));
+		lowerCount += u32(other < key);
+		ranks[i] += u32(key < other);
+	}
+	ranks[rankedCount] = lowerCount;
+}
+
+/// Sorts records of a key and 32 bits more into output and returns true if their keys are distinct. With equal keys
+/// among them, or more than SortLanes::kMaxRankedCount records, nothing is written and false returned. Every key is
+/// compared with every other one, without a branch to mispredict. That is quadratic, and still the fastest way up to
+/// SortLanes::MaxCountWorthRanking() records; with equal keys little is lost beside the quick sort that follows.
+template<typename _Iterator>
+bool CountingRankSort(_Iterator first, u32 count, _Iterator output)
+{
+	typedef std::decay_t<decltype(*output)> Record;
+	static_assert(sizeof(Record) == SortLanes::kRankedSize, "a key and as many bytes");
+	alignas(16) u32 ranks[SortLanes::kMaxRankedCount];
+	if (count == 0)
+		return true;
+	if (count > SortLanes::kMaxRankedCount)
+		return false;
+
+	// The output has lain idle since the last frame. Stores wait for their lines in the processor's store buffer, which
+	// has some 56 to 72 entries; when it is full, everything waits. With more records their lines are fetched early.
+	constexpr u32 kMaxWaitingStores = 64;
+	if (count > kMaxWaitingStores)
+	{
+		for (u32 i = 0; i < count; i += kRecordsPerLine<Record>)
+			VX_PREFETCH_TO_WRITE(&*(output + s32(i)));
+	}
+
+	// Ranking takes time by whole steps. One or two records beyond whole steps, or up to three in all, take less time
+	// one by one; two of them beyond a single step do not.
+	constexpr u32 kStep = SortLanes::kRanksPerStep;
+	const u32 rest = count % kStep;
+	u32 ranked = count <= 3 || (rest <= 2 && rest * kStep < count) ? count - rest : count;
+	if (ranked != 0)
+		SortLanes::CountLowerKeys(&*first, ranked, ranks);
+	for (; ranked < count; ++ranked)
+		RankOneMore(&*first, ranked, ranks);
+
+	// Every pair of distinct keys adds 1 to one of its records' ranks; a pair of equal keys adds nothing.
+	u32 rankSum = 0;
+	for (u32 i = 0; i < count; ++i)
+		rankSum += ranks[i]; // cppcheck-suppress uninitvar ; counted above
+	if (2 * rankSum + count != count * count)
+		return false;
+
+	constexpr u32 kMovesPerStep = 4; // a loop of one would depend on where it lies in the instruction cache's lines
+	const u32 inWholeSteps = count - count % kMovesPerStep;
+	for (u32 i = 0; i < inWholeSteps; i += kMovesPerStep)
+	{
+		for (u32 k = i; k < i + kMovesPerStep; ++k)
+		{
+			VX_ASSERT(ranks[k] < count);
+			output[s32(ranks[k])] = first[s32(k)];
+		}
+	}
+	for (u32 i = inWholeSteps; i < count; ++i)
+	{
+		VX_ASSERT(ranks[i] < count);
+		output[s32(ranks[i])] = first[s32(i)];
+	}
+	return true;
+}
+} // namespace Vexmoor
