@@ -54,6 +54,20 @@
 #endif
 ///@}
 
+///@{
+/// What the compiler may use of such a processor: 1 or 0.
+#if VX_ARM32 && defined(__ARM_NEON)
+	#define VX_ARM32_NEON 1 ///< 32-bit ARM's NEON, which flushes denormals to zero in every mode.
+#else
+	#define VX_ARM32_NEON 0
+#endif
+#if VX_WASM && defined(__wasm_simd128__)
+	#define VX_WASM_SIMD 1 ///< WebAssembly's 128-bit SIMD.
+#else
+	#define VX_WASM_SIMD 0
+#endif
+///@}
+
 /// 1 where the lowest byte of a number comes first in memory.
 #if VX_COMPILER_MSVC
 	#define VX_LITTLE_ENDIAN 1
@@ -174,15 +188,16 @@
 	#define VX_ANYWHERE __attribute__((may_alias, aligned(1)))
 #endif
 
-/// The constraint's letter, in inline assembler, of a register with four lanes.
+/// The constraint's letter, in inline assembler, of a register with four lanes. Processors without such registers have
+/// lanes in memory.
 #if VX_X86
 	#define VX_LANES_REGISTER "x"
-#elif VX_ARM64 || VX_ARM32
+#elif VX_ARM64
 	#define VX_LANES_REGISTER "w"
-#elif VX_WASM
+#elif VX_WASM_SIMD
 	#define VX_LANES_REGISTER "r"
 #else
-	#define VX_LANES_REGISTER "m" // lanes are an array in memory
+	#define VX_LANES_REGISTER "m"
 #endif
 
 #if VX_HAS_ASM

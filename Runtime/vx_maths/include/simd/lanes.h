@@ -79,12 +79,16 @@
 
 #include "vx_compiler.h"
 
-#if defined(VEXMOOR_SIMDE) || VX_X86
+#if VX_ARM32_NEON
+	#error "32-bit ARM's NEON flushes denormals, so keys would differ: compile without it, as with -mfpu=vfpv3-d16"
+#elif defined(VEXMOOR_SIMDE) || VX_X86
 	#include "simd/lanes_sse2.h"
 #elif VX_ARM64
 	#include "simd/lanes_neon.h"
-#elif VX_WASM
+#elif VX_WASM_SIMD
 	#include "simd/lanes_wasm.h"
+#elif VX_WASM
+	#error "WebAssembly has lane operations with -msimd128 only: compile with it, or define VEXMOOR_SIMDE"
 #else
 	#error "no lane operations for this processor: define VEXMOOR_SIMDE to take SIMDe's, or add a file beside this one"
 #endif

@@ -6,7 +6,7 @@
 #include "vx_compiler.h"
 #include "vx_defs.h"
 
-#if VX_WASM
+#if VX_WASM_SIMD
 	#include <atomic>
 	#include <cstring>
 	#include <wasm_simd128.h>
