@@ -94,6 +94,30 @@ VX_INLINE u32 NaNOfSquaredDistance(const u32 *a, const u32 *b)
 	return 0;
 }
 
+/// Squared distances len2 of points to one point, with each NaN among them put right. It is static so that each file has
+/// one of its own: a linker keeps one body of other functions, perhaps that of a file compiled for wider registers.
+template<typename _Lanes>
+static VX_NOINLINE typename _Lanes::Register WithNaNs(typename _Lanes::Register x,
+	typename _Lanes::Register y,
+	typename _Lanes::Register z,
+	typename _Lanes::Register len2,
+	const u32 *point)
+{
+	constexpr u32 kLanes = _Lanes::kLanes;
+	u32 axes[3][kLanes], lengths[kLanes];
+	_Lanes::Store(axes[0], x);
+	_Lanes::Store(axes[1], y);
+	_Lanes::Store(axes[2], z);
+	_Lanes::Store(lengths, len2);
+	for (u32 lane = 0; lane < kLanes; ++lane)
+	{
+		const u32 other[3] = {axes[0][lane], axes[1][lane], axes[2][lane]};
+		const u32 nan = NaNOfSquaredDistance(other, point);
+		lengths[lane] = nan != 0 ? nan : lengths[lane];
+	}
+	return _Lanes::Load(lengths);
+}
+
 /// Squared distances of points, one in each lane, to one point.
 template<typename _Lanes>
 class TSquaredDistances
@@ -120,29 +144,12 @@ public:
 		{
 			const Register magnitudes = _Lanes::And(len2, _Lanes::Splat(kMagnitudeBits));
 			if (VX_UNLIKELY(_Lanes::Any(_Lanes::GreaterSigned(magnitudes, _Lanes::Splat(kInfinityBits)))))
-				return _WithNaNs(x, y, z, len2);
+				return WithNaNs<_Lanes>(x, y, z, len2, m_Point);
 		}
 		return len2;
 	}
 
 private:
-	VX_NOINLINE Register _WithNaNs(Register x, Register y, Register z, Register len2) const
-	{
-		constexpr u32 kLanes = _Lanes::kLanes;
-		u32 axes[3][kLanes], lengths[kLanes];
-		_Lanes::Store(axes[0], x);
-		_Lanes::Store(axes[1], y);
-		_Lanes::Store(axes[2], z);
-		_Lanes::Store(lengths, len2);
-		for (u32 lane = 0; lane < kLanes; ++lane)
-		{
-			const u32 point[3] = {axes[0][lane], axes[1][lane], axes[2][lane]};
-			const u32 nan = NaNOfSquaredDistance(point, m_Point);
-			lengths[lane] = nan != 0 ? nan : lengths[lane];
-		}
-		return _Lanes::Load(lengths);
-	}
-
 	u32 m_Point[3];
 	Register m_X, m_Y, m_Z;
 	TBarrier<_Lanes> m_Barrier;

@@ -185,6 +185,8 @@ private:
 /// addition that they leave as it stands has to be spelled that way.
 struct SLanesAvx : SLanesSse2
 {
+	typedef SLanesAvx Gathering;
+
 	static VX_INLINE Register AddFloats(Register a, Register b)
 	{
 	#if VX_HAS_ASM
