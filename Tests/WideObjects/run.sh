@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# What is compiled for wider registers must not be shared with the rest of the program: of an inline function that several
+# files leave a body of, the linker keeps one, and a processor without wide registers would meet it. Compiles each file
+# of instances with several flags and looks for such bodies: weak functions that are defined.
+#
+#   run.sh REPOSITORY COMPILER FOLDER
+set -euo pipefail
+cd "$1"
+compiler=$2
+folder=$3
+mkdir -p "$folder"
+
+shared=0
+for source in Runtime/vx_kernel/src/sort_lanes_avx*.cpp Runtime/vx_geometrics/src/ge_mesh/fill_avx*.cpp; do
+	for flags in -O0 -O2 "-O0 -DVX_HAS_ASM=0" "-O2 -DVX_HAS_ASM=0"; do
+		object=$folder/$(basename "$source").o
+		# shellcheck disable=SC2086 # a list of flags
+		$compiler -std=c++17 $flags -I Runtime/include -I Runtime/vx_maths/include -I Runtime/vx_kernel/include \
+			-I Runtime/vx_geometrics/include -c "$source" -o "$object"
+		symbols=$(nm -C --defined-only "$object")
+		if ! grep -q 'Kernels_Avx' <<<"$symbols"; then
+			printf '%s with %s: it has no table of functions\n' "$source" "$flags" >&2
+			exit 1
+		fi
+		if grep ' W ' <<<"$symbols"; then
+			printf '%s with %s: the functions above may be taken for the whole program\n' "$source" "$flags" >&2
+			shared=1
+		fi
+	done
+done
+exit $shared
