@@ -217,7 +217,7 @@ TEST(Assertion, Report_CarriesTheTextsAsWrittenAndExpanded)
 		{"std::strlen(p) >= TEST_LIMIT", "std::strlen(p) >= 3",     "std::strlen(p) >= TEST_LIMIT"      },
 		{"std::is_same_v<u8, u16>",      "std::is_same_v<u8, u16>", "std::is_same_v<u8, u16>"           },
 		{"TEST_TWICE(1) == 3",           "((1) + (1)) == 3",        "TEST_TWICE(1) is 2%"               },
-		{"false",						"false",                   "Uninitialized or invalid sort type"},
+		{"false",                        "false",                   "Uninitialized or invalid sort type"},
 		{"TEST_TWICE(2) == TEST_LIMIT",  "((2) + (2)) == 3",        "TEST_TWICE(2) == TEST_LIMIT"       },
 	};
 	const CReportRecorder recorder;
@@ -253,9 +253,9 @@ TEST(Assertion, ReportOfTheRuntime_NamesItsSourceAndFunction)
          [] { static_cast<void>(TStridedMemoryView<u32>(s_Elements, 1, 4).Slice(0, 2)); }      },
 		{"../../Runtime/vx_kernel/include/kr_iterators.h",   "TStridedBaseIterator<",
          [] { static_cast<void>(*(TStridedMemoryView<u32>(s_Elements, 0, 4).Begin())); }       },
-		{kSorterPath,										"Vexmoor::CTriangleSorter::WorkingBuffer_SortedTris(",
+		{kSorterPath,                                        "Vexmoor::CTriangleSorter::WorkingBuffer_SortedTris(",
          [] { static_cast<void>(CTriangleSorter::WorkingBuffer_SortedTris(s_Elements, 3, 2)); }},
-		{kSorterPath,										"Vexmoor::CTriangleSorter::SortPoints_AutogenIndices(",
+		{kSorterPath,                                        "Vexmoor::CTriangleSorter::SortPoints_AutogenIndices(",
          [] { CTriangleSorter().SortPoints_AutogenIndices(static_cast<void *>(s_Elements)); }  },
 	};
 	for (const SCase &row : cases)

@@ -238,11 +238,11 @@ TEST(FillIndexList, UncommonStride_WarnsAtSitesOfItsOwn)
 		int m_Site;
 		const char *m_Message;
 	} cases[] = {
-		{EFill::PositionsByList, 12, 0,    ""												   },
-		{EFill::PositionsByList, 0,  0,    ""												   },
+		{EFill::PositionsByList, 12, 0,    ""                                                   },
+		{EFill::PositionsByList, 0,  0,    ""                                                   },
 		{EFill::PositionsByList, 16, 2129, "Render sort: input positions have uncommon stride"  },
-		{EFill::ValuesByList,    4,  0,    ""												   },
-		{EFill::ValuesByList,    0,  0,    ""												   },
+		{EFill::ValuesByList,    4,  0,    ""                                                   },
+		{EFill::ValuesByList,    0,  0,    ""                                                   },
 		{EFill::ValuesByList,    8,  2315, "Render sort: input sort-values have uncommon stride"},
 	};
 	for (const auto &row : cases)

@@ -226,12 +226,12 @@ TEST(FillNoIndexList, UncommonStride_WarnsOncePerSiteWithEqualOutput)
 		int m_Site;
 		const char *m_Message;
 	} cases[] = {
-		{EFill::PositionsInSequence, 12, 0,    ""												   },
-		{EFill::PositionsInSequence, 0,  0,    ""												   },
+		{EFill::PositionsInSequence, 12, 0,    ""                                                   },
+		{EFill::PositionsInSequence, 0,  0,    ""                                                   },
 		{EFill::PositionsInSequence, 16, 1776, "Render sort: input positions have uncommon stride"  },
 		{EFill::PositionsInSequence, 20, 1776, "Render sort: input positions have uncommon stride"  },
-		{EFill::ValuesInSequence,    4,  0,    ""												   },
-		{EFill::ValuesInSequence,    0,  0,    ""												   },
+		{EFill::ValuesInSequence,    4,  0,    ""                                                   },
+		{EFill::ValuesInSequence,    0,  0,    ""                                                   },
 		{EFill::ValuesInSequence,    8,  1950, "Render sort: input sort-values have uncommon stride"},
 		{EFill::ValuesInSequence,    12, 1950, "Render sort: input sort-values have uncommon stride"},
 	};
@@ -346,8 +346,8 @@ TEST(FillNoIndexList, MoreRecordsThanPositions_IsReportedUnlessVirtual)
 	} cases[] = {
 		{EFill::PositionsInSequence, 12, {"positions.Virtual() || srcPos == positions.DataEnd()"}},
 		{EFill::PositionsInSequence, 16, {"positions.Virtual() || srcPos == positions.DataEnd()"}},
-		{EFill::PositionsInSequence, 0,  {}													  },
-		{EFill::ValuesInSequence,    4,  {}													  },
+		{EFill::PositionsInSequence, 0,  {}                                                      },
+		{EFill::ValuesInSequence,    4,  {}                                                      },
 	};
 	const CWarningRecorder quiet;
 	for (const auto &row : cases)

@@ -26,14 +26,14 @@ constexpr u32 kFlushToZero = 0x8000;
 constexpr u32 kDenormalsAreZero = 0x0040;
 
 static const SModeCase kModeCases[] = {
-	{"Default",               kDefault								   },
+	{"Default",               kDefault                                   },
 	{"FlushToZero",           kDefault | kFlushToZero                    },
 	{"DenormalsAreZero",      kDefault | kDenormalsAreZero               },
 	{"BothFlushed",           kDefault | kFlushToZero | kDenormalsAreZero},
 	{"RoundDown",             kDefault | 0x2000                          },
 	{"RoundUp",               kDefault | 0x4000                          },
 	{"RoundToZero",           kDefault | 0x6000                          },
-	{"AllExceptionsTrap",     0										  },
+	{"AllExceptionsTrap",     0                                          },
 	{"InvalidOperationTraps", kDefault & ~0x0080u                        },
 	{"EverythingAtOnce",      kFlushToZero | kDenormalsAreZero | 0x6000  },
 };

@@ -70,9 +70,9 @@ const SDeepCase kDeepCases[] = {
 	{"BillboardsSomeDisabled", Constant,  false, false, true,  kCount + 1, 65'537},
 	{"PointsByPosition",       Constant,  true,  true,  false, kCount,     1     },
 	{"ListLess",               List,      true,  false, false, kCount - 1, 65'535},
-	{"List",				   List,      false, true,  false, kCount,     65'536},
+	{"List",                   List,      false, true,  false, kCount,     65'536},
 	{"ListMore",               List,      true,  true,  true,  kCount + 1, 1     },
-	{"Quads",				  Quads,     true,  true,  false, kCount,     1     },
+	{"Quads",                  Quads,     true,  true,  false, kCount,     1     },
 	{"TrianglesLess",          Triangles, false, false, false, kCount - 1, 1     },
 	{"Triangles",              Triangles, true,  false, true,  kCount,     65'536}, // pages of 512 keep records aligned
 	{"TrianglesMore",          Triangles, false, true,  false, kCount + 1, 1     },

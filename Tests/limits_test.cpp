@@ -188,10 +188,10 @@ TEST(Limits, PointSortWithoutBuffer_AsksForEightTimesTheSizeIn64Bits)
 		u64 m_Size;
 	};
 	const SCase cases[] = {
-		{0,			   0			 },
-		{1,			   256           },
-		{2,			   256           },
-		{3,			   512           },
+		{0,               0             },
+		{1,               256           },
+		{2,               256           },
+		{3,               512           },
 		{(1u << 25) - 2,  0x0'FFFF'FF00u},
 		{(1u << 25) - 1,  0x1'0000'0000u}, // the first that 32 bits do not hold
 		{1u << 25,        0x1'0000'0000u},
@@ -216,8 +216,8 @@ TEST(Limits, TriangleSortWithoutBuffer_AsksForItsSize)
 		u64 m_Size;
 	};
 	const SCase cases[] = {
-		{0,						0            },
-		{3,						48           },
+		{0,                        0            },
+		{3,                        48           },
 		{3 * ((1u << 25) - 1),     0x37FF'FFF8u }, // as many records as the next one has, and two indices fewer
 		{3 * (1u << 25),           0x3800'0000u },
 		{3 * ((1u << 25) + 1),     0x3800'0030u },

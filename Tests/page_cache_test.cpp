@@ -572,7 +572,7 @@ TEST_P(PageCache, CountsThatDoNotAddUp_AreReportedAndEndTheWalkAtTheLastPage)
 		u32 m_FilledCount;
 		std::vector<std::string> m_Reports;
 	} cases[] = {
-		{{2, 1},       3, {}					   },
+		{{2, 1},       3, {}                       },
 		{{2},          2, {kTotal, kBeyond}        },
 		{{1, 1},       2, {kTotal, kBeyond}        },
 		{{0, 1, 0, 0}, 1, {kTotal, kBeyond}        },

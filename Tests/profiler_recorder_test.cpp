@@ -332,25 +332,25 @@ TEST(TraceRecorder, Texts_AreEscaped)
 		const char *m_Text;
 		const char *m_Read; // by a JSON parser
 	} rows[] = {
-		{"",															""												   },
+		{"",                                                            ""                                                   },
 		{"\"quotes\" and \\backslashes\\",                              "\"quotes\" and \\backslashes\\"                     },
 		{"tab\t, line\n, bell\a, delete\x7F",                           "tab\t, line\n, bell\a, delete\x7F"                  },
 		{"\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x8E\x86 \xEF\xBF\xBF",         "\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x8E\x86 \xEF\xBF\xBF"},
 		{"\xF4\x8F\xBF\xBF \xED\x9F\xBF \xE0\xA0\x80 \xF0\x90\x80\x80",
          "\xF4\x8F\xBF\xBF \xED\x9F\xBF \xE0\xA0\x80 \xF0\x90\x80\x80"                                                       },
-		{"\x80",														"\xEF\xBF\xBD"									   }, // not UTF-8
-		{"a\xC3",													   "a\xEF\xBF\xBD"									  },
-		{"\xE2\x82",													"\xEF\xBF\xBD\xEF\xBF\xBD"                           },
-		{"\xC0\xAF",													"\xEF\xBF\xBD\xEF\xBF\xBD"                           }, // overlong
-		{"\xE0\x9F\xBF",												"\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"               },
-		{"\xED\xA0\x80",												"\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"               }, // a surrogate
-		{"\xF4\x90\x80\x80",											"\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"   },
-		{"\xFF",														"\xEF\xBF\xBD"									   },
+		{"\x80",                                                        "\xEF\xBF\xBD"                                       }, // not UTF-8
+		{"a\xC3",                                                       "a\xEF\xBF\xBD"                                      },
+		{"\xE2\x82",                                                    "\xEF\xBF\xBD\xEF\xBF\xBD"                           },
+		{"\xC0\xAF",                                                    "\xEF\xBF\xBD\xEF\xBF\xBD"                           }, // overlong
+		{"\xE0\x9F\xBF",                                                "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"               },
+		{"\xED\xA0\x80",                                                "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"               }, // a surrogate
+		{"\xF4\x90\x80\x80",                                            "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"   },
+		{"\xFF",                                                        "\xEF\xBF\xBD"                                       },
 		{"\xC2\x80 \xDF\xBF \xE1\x80\x80 \xEE\x80\x80",                 "\xC2\x80 \xDF\xBF \xE1\x80\x80 \xEE\x80\x80"        },
 		{"\xF1\x80\x80\x80 \xF3\xBF\xBF\xBF",                           "\xF1\x80\x80\x80 \xF3\xBF\xBF\xBF"                  },
-		{"\x80\x80\x80\x80",											"\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"   }, // begins no character
-		{"\xC1\xBF",													"\xEF\xBF\xBD\xEF\xBF\xBD"                           },
-		{"\xF5\x80\x80\x80",											"\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"   },
+		{"\x80\x80\x80\x80",                                            "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"   }, // begins no character
+		{"\xC1\xBF",                                                    "\xEF\xBF\xBD\xEF\xBF\xBD"                           },
+		{"\xF5\x80\x80\x80",                                            "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"   },
 	};
 	for (const auto &row : rows)
 	{

@@ -91,9 +91,9 @@ const struct
 	const char *m_Name;
 	u32 (*m_Key)(u32 i, u32 count);
 } kPatterns[] = {
-	{"Sorted",        [](u32 i, u32) { return i; }												},
+	{"Sorted",        [](u32 i, u32) { return i; }                                                },
 	{"Reversed",      [](u32 i, u32 count) { return count - i; }                                  },
-	{"Equal",         [](u32,   u32) { return 7u; }											   },
+	{"Equal",         [](u32,   u32) { return 7u; }                                               },
 	{"OrganPipe",     [](u32 i, u32 count) { return std::min(i, count - i); }                     },
 	{"Valley",        [](u32 i, u32 count) { return std::max(i, count - i); }                     },
 	{"Sawtooth",      [](u32 i, u32) { return i % 5; }                                            },
@@ -161,13 +161,13 @@ TEST(QuickSort, TwelveOrFewer_AreSortedBySelectingMaxima)
 		std::vector<u32> m_Keys;
 		std::vector<u32> m_Indices;
 	} cases[] = {
-		{{2, 1},							   {1, 0}								},
-		{{1, 1},							   {1, 0}								},
-		{{5, 5, 5},							{1, 2, 0}							 },
-		{{2, 2, 1},							{2, 1, 0}							 },
-		{{1, 2, 2},							{0, 2, 1}							 },
-		{{4, 4, 4, 4},						 {1, 2, 3, 0}                          },
-		{{3, 1, 3, 1},						 {1, 3, 2, 0}                          },
+		{{2, 1},                               {1, 0}                                },
+		{{1, 1},                               {1, 0}                                },
+		{{5, 5, 5},                            {1, 2, 0}                             },
+		{{2, 2, 1},                            {2, 1, 0}                             },
+		{{1, 2, 2},                            {0, 2, 1}                             },
+		{{4, 4, 4, 4},                         {1, 2, 3, 0}                          },
+		{{3, 1, 3, 1},                         {1, 3, 2, 0}                          },
 		{{9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9}, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 0}},
 	};
 	for (const auto &row : cases)

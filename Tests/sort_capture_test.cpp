@@ -364,11 +364,11 @@ TEST(SortCapture, BrokenCalls_KeepTheirFindingsAndAreNotSorted)
 		{"ListCount",          List,      {},
          [](CCall &call) {
 				call.m_IndexList = {call.m_Entries, 8};
-			}																				   },
+			}                                                                                   },
 		{"PagePattern",        Triangles, {},
          [](CCall &call) {
 				SetPattern(call.m_Patterns[2], {0, 1});
-			}																				   },
+			}                                                                                   },
 		{"PageVertexCount",    Triangles, {}, [](CCall &call) { call.m_VertexCounts[0] = 0; }   },
 		{"IndexCount",         Triangles, {}, [](CCall &call) { call.m_IndexCount = 33; }       },
 		{"WorkingBufferSize",  Constant,  {}, [](CCall &call) { call.m_WorkingBufferSize -= 1; }},
@@ -754,47 +754,47 @@ TEST(SortCapture, ViewsThatCannotBeRead_AreRefusedBeforeAnythingIsWritten)
 		{"NullCounts",   Constant,  {},
          [](CCall &call) {
 				call.m_RenderedCounts = {null, 4, 4};
-			}																	},
+			}                                                                    },
 		{"CountsStride", Constant,  {},
          [](CCall &call) {
 				call.m_RenderedCounts = {call.m_Counts, 2, 6};
-			}																	},
+			}                                                                    },
 		{"NullValues",   Constant,  {},
          [](CCall &call) {
 				call.m_Values[0] = {null, 4, 4};
-			}																	},
+			}                                                                    },
 		{"ValueStride",  Constant,  {},
          [](CCall &call) {
 				call.m_Values[3] = {call.m_Values[3].Data(), 2, 3};
-			}																	},
+			}                                                                    },
 		{"ValueSize",    List,      {},
          [](CCall &call) {
 				call.m_Values[3] = {call.m_Values[3].Data(), 2, 0x80000000u};
-			}																	},
+			}                                                                    },
 		{"NullPages",    Quads,     {},
          [](CCall &call) {
 				call.m_ValuePages = {null, 4, 16};
-			}																	},
+			}                                                                    },
 		{"NullEnableds", Triangles, {},
          [](CCall &call) {
 				call.m_Enableds[2] = {null, 5, 1};
-			}																	},
+			}                                                                    },
 		{"NullList",     List,      {},
          [](CCall &call) {
 				call.m_IndexList = {null, 9};
-			}																	},
+			}                                                                    },
 		{"NullCenters",  Quads,     {},
          [](CCall &call) {
 				call.m_QuadCenters = {null, 144};
-			}																	},
+			}                                                                    },
 		{"NullPatterns", Triangles, {},
          [](CCall &call) {
 				call.m_PatternPages = {null, 4};
-			}																	},
+			}                                                                    },
 		{"NullVertices", Triangles, {},
          [](CCall &call) {
 				call.m_VertexCountPages = {null, 4};
-			}																	},
+			}                                                                    },
 		{"NullOutput",   Constant,  {}, [](CCall &call) { call.m_Output = null; }},
 	};
 	for (const SBrokenCall &broken : brokenCalls)

@@ -41,16 +41,16 @@ static bool IsIn(const SNumberRange &range, u32 number)
 }
 
 const SNumberRange kRanges[] = {
-	{		  },
-	{  0,		  0},
-	{ 0,		~0u},
-	{ 5,		  5},
-	{ 3,		  9},
+	{          },
+	{  0,          0},
+	{ 0,        ~0u},
+	{ 5,          5},
+	{ 3,          9},
 	{ 0x7FFFFFFF, 0x80000000},
 	{ 0x80000000, 0x80000000},
 	{ 0xFFFFFFF0,        ~0u},
 	{ ~0u,        ~0u},
-	{ 9,		  3},
+	{ 9,          3},
 };
 
 TEST(SortScan, Ranges_ContainWhatLiesBetweenTheirEnds)

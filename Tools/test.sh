@@ -31,8 +31,7 @@ Tools/install_packages.sh g++ clang clang-format clang-tidy cppcheck valgrind li
 
 check_format()
 {
-	find Runtime Tests Samples Benchmarks \( -name '*.h' -o -name '*.cpp' \) -print0 |
-		xargs -0 clang-format --dry-run --Werror
+	Tools/format.sh --check
 	# clang-format leaves comments as long as they are.
 	local source longLines=0
 	while IFS= read -r -d '' source; do

@@ -55,7 +55,7 @@ namespace
 		case Kind_Blade:
 			return {
 				{{-0.16f, -0.9f, 0.0f}, {0.22f, -0.5f, 0.06f}, {0.06f, 1.0f, 0.0f}, {-0.20f, 0.2f, -0.06f}},
-				{ 0, 1,										2,                   0,                      2, 3}
+				{ 0, 1,                                        2,                   0,                      2, 3}
             };
 		case Kind_Fan:
 			return {

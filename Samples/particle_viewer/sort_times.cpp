@@ -28,13 +28,13 @@ CSortClock::EStage CSortClock::StageOf(const char *scopeName)
 	} kScopes[] = {
 		{"CTriangleSorter::FillSource",                           Stage_Fill  },
 		{"CTriangleSorter::Sort",                                 Stage_Sort  },
-		{"ExpandIndices<u32>",									Stage_Expand},
-		{"ExpandIndices<u16>",									Stage_Expand},
+		{"ExpandIndices<u32>",                                    Stage_Expand},
+		{"ExpandIndices<u16>",                                    Stage_Expand},
 		{"ExpandAndSortIndices<u32>",                             Stage_Expand},
 		{"ExpandAndSortIndices<u16>",                             Stage_Expand},
 		{"FillSortingIndirectionsListPoint_NoIndices_And_Expand", Stage_Fill  },
 		{"ExpandSortToTriangles",                                 Stage_Expand},
-		{"Sort",												  Stage_Sort  },
+		{"Sort",                                                  Stage_Sort  },
 		{"ApplySortingToIndices",                                 Stage_Expand},
 	};
 	for (const auto &scope : kScopes)

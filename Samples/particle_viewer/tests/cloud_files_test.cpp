@@ -273,10 +273,10 @@ TEST(PlyCloud, Colours_AreThoseOfTheirType)
 	const SCase cases[] = {
 		{"property uchar red\nproperty uchar green\nproperty uchar blue\n",                          "1 2 255",       0xFFFF0201u},
 		{"property uchar diffuse_red\nproperty uchar diffuse_green\nproperty uchar diffuse_blue\n",  "1 2 255",
-         0xFFFF0201u																											 },
+         0xFFFF0201u                                                                                                             },
 		{"property float r\nproperty float g\nproperty float b\n",                                   "0 0.2 7",       0xFFFF3300u},
 		{"property ushort red\nproperty ushort green\nproperty ushort blue\nproperty uchar alpha\n", "65535 0 257 9",
-         0x090100FFu																											 },
+         0x090100FFu                                                                                                             },
 	};
 	for (const SCase &row : cases)
 		EXPECT_EQ(ReadPlyCloud(Points("0 0 0 " + row.m_Values + "\n1 1 1 " + row.m_Values, "2", row.m_Properties), "")
@@ -381,7 +381,7 @@ TEST(PlyFile, DamagedHeader_IsRefusedAtItsLine)
 {
 	const std::string start = "ply\nformat ascii 1.0\n";
 	const SDamage cases[] = {
-		{"empty", "",								 "byte 0: a PLY file starts with a line 'ply', this one with ''."},
+		{"empty", "",                                 "byte 0: a PLY file starts with a line 'ply', this one with ''."},
 		{"text",  "Dear all,\nhere is it.\n",
          "byte 0: a PLY file starts with a line 'ply', this one with 'Dear all,\\x0Ahere i'."                         },
 		{"bgeo",  std::string("\x7FNSJb\x01\x00\x00", 8),
@@ -454,66 +454,66 @@ TEST(PlyFile, DamagedBody_IsRefusedWhereItIsDamaged)
 		"uchar l\nend_header\n";
 	const std::string row("\x3F\x80\x00\x00\x00\x00\x00\x01\xAA", 9); // 1.0 and {0xAA}
 	const SDamage cases[] = {
-		{"binary, too short",															  BinaryPoints("5",                        59),
+		{"binary, too short",                                                              BinaryPoints("5",                        59),
          "byte 115: the header promises 5 of the element 'vertex', of 12 bytes each; from here on there are 59 "
 			"bytes, room for 4."},
-		{"binary, too long",																				BinaryPoints("5",																									  61),
+		{"binary, too long",                                                                                BinaryPoints("5",                                                                                                      61),
          "byte 175: the file goes on after all that its header promises, up to byte 176."},
 		{"four thousand million", BinaryPoints("4000000000",                                        60),
          "byte 124: the header promises 4,000,000,000 of the element 'vertex', of 12 bytes each; from here on there "
 			"are 60 bytes, room for 5."},
-		{"as many as 64 bits say",																			 BinaryPoints("18446744073709551615",																							60),
+		{"as many as 64 bits say",                                                                             BinaryPoints("18446744073709551615",                                                                                            60),
          "byte 134: the header promises 18,446,744,073,709,551,615 of the element 'vertex', of 12 bytes each; from "
 			"here on there are 60 bytes, room for 5."},
 		{"no vertices",BinaryPoints("0",0),"there is no point in it."},
-		{"all at the origin",																	BinaryPoints("5",																														   60), "all 5 points lie at one and the same position."},
-		{"text, too short",																				Points("0 0 0\n",																									 "4000000000"),
+		{"all at the origin",                                                                    BinaryPoints("5",                                                                                                                           60), "all 5 points lie at one and the same position."},
+		{"text, too short",                                                                                Points("0 0 0\n",                                                                                                     "4000000000"),
          "byte 109: the header promises 4,000,000,000 of the element 'vertex', of at least 6 bytes each; from here "
 			"on there are at most 6 bytes, room for 1."},
-		{"text, a line short",								Points("0.000000 0 0\n",																	   "2"),
+		{"text, a line short",                                Points("0.000000 0 0\n",                                                                       "2"),
          "line 8: the file ends after 1 of the 2 that its header promises of the element 'vertex'."},
-		{"text, a number short",																   Points("0 0 0\n1.00 1\n2 2 2\n",																			"3"),"line 9: 'vertex' 1 ends before its 'z'."},
+		{"text, a number short",                                                                   Points("0 0 0\n1.00 1\n2 2 2\n",                                                                            "3"),"line 9: 'vertex' 1 ends before its 'z'."},
 		{"text, a number too many",                          Points("0 0 0\n1 1 1 1\n"),
          "line 9: 'vertex' 1 goes on after its values, with '1'."},
-		{"text, a line too many",														   Points("0 0 0\n1 1 1\n\n2 2 2\n"),
+		{"text, a line too many",                                                           Points("0 0 0\n1 1 1\n\n2 2 2\n"),
          "line 11: the file goes on after all that its header promises."},
-		{"text, a word",																				Points("0 0 0\n1 one 1\n"),
+		{"text, a word",                                                                                Points("0 0 0\n1 one 1\n"),
          "line 9: 'vertex' 1 has a 'y' of 'one', which is no number of its type."},
-		{"text, a comma",																				Points("0 0 0\n1 0,5 1\n"),
+		{"text, a comma",                                                                                Points("0 0 0\n1 0,5 1\n"),
          "line 9: 'vertex' 1 has a 'y' of '0,5', which is no number of its type."},
-		{"text, two signs",																				Points("0 0 0\n1 +-5 1\n"),
+		{"text, two signs",                                                                                Points("0 0 0\n1 +-5 1\n"),
          "line 9: 'vertex' 1 has a 'y' of '+-5', which is no number of its type."                                                                               },
-		{"text, a sign alone",																				Points("0 0 0\n1 + 1\n"),
+		{"text, a sign alone",                                                                                Points("0 0 0\n1 + 1\n"),
          "line 9: 'vertex' 1 has a 'y' of '+', which is no number of its type."},
-		{"text, NaN",																				Points("0 0 0\n1 nan 1\n"),																									   "line 9: vertex 1 has no finite 'y'."},
-		{"text, infinity",																				Points("0 0 0\n1 1 -inf\n"),																									"line 9: vertex 1 has no finite 'z'."},
-		{"text, beyond a float",																				Points("0 0 0\n1 1 1e39\n"),																											 "line 9: vertex 1 has no finite 'z'."},
-		{"text, beyond a double",																				Points("0 0 0\n1 1 1e999\n"),
+		{"text, NaN",                                                                                Points("0 0 0\n1 nan 1\n"),                                                                                                       "line 9: vertex 1 has no finite 'y'."},
+		{"text, infinity",                                                                                Points("0 0 0\n1 1 -inf\n"),                                                                                                    "line 9: vertex 1 has no finite 'z'."},
+		{"text, beyond a float",                                                                                Points("0 0 0\n1 1 1e39\n"),                                                                                                             "line 9: vertex 1 has no finite 'z'."},
+		{"text, beyond a double",                                                                                Points("0 0 0\n1 1 1e999\n"),
          "line 9: 'vertex' 1 has a 'z' of '1e999', which is no number of its type."},
 		{"text, beyond a byte",
          Points(
-				"0 0 0 0 0 256\n1 1 1 0 0 0\n",																								  "2",																		   "property uchar red\nproperty uchar green\nproperty uchar blue\n"),
+				"0 0 0 0 0 256\n1 1 1 0 0 0\n",                                                                                                  "2",                                                                           "property uchar red\nproperty uchar green\nproperty uchar blue\n"),
          "line 11: 'vertex' 0 has a 'blue' of '256', which is no whole number of its type."},
 		{"text, half a byte",
          Points(
-				"0 0 0 0 0.5 0\n1 1 1 0 0 0\n",																								 "2","property uchar red\nproperty uchar green\nproperty uchar blue\n"),
+				"0 0 0 0 0.5 0\n1 1 1 0 0 0\n",                                                                                                 "2","property uchar red\nproperty uchar green\nproperty uchar blue\n"),
          "line 11: 'vertex' 0 has a 'green' of '0.5', which is no whole number of its type."},
-		{"text, farther apart than a float",																				Points("3e38 0 0\n-3e38 0 0\n"),
+		{"text, farther apart than a float",                                                                                Points("3e38 0 0\n-3e38 0 0\n"),
          "line 9: vertex 1 is farther from the first one than a float can say."},
 		{"text, a list without its count",              Points("0 0 0\n1 1 1\n",                                        "2","property list uchar uint l\n"),
          "byte 127: the header promises 2 of the element 'vertex', of at least 8 bytes each; from here on there are "
 			"at most 12 bytes, room for 1."},
-		{"text, a list cut short",											Points("0 0 0 2 5\n1 1 1 0\n","2","property list uchar uint l\n"),
+		{"text, a list cut short",                                            Points("0 0 0 2 5\n1 1 1 0\n","2","property list uchar uint l\n"),
          "line 9: 'vertex' 0 ends before its 'l'."},
-		{"text, a negative list",																				Points("0 0 0 -2 5\n1 1 1 0\n",																					  "2","property list char uint l\n"),
+		{"text, a negative list",                                                                                Points("0 0 0 -2 5\n1 1 1 0\n",                                                                                      "2","property list char uint l\n"),
          "line 9: 'vertex' 0 has a negative count of 'l'."},
-		{"text, half a list",																				Points("0 0 0 0.5 5\n1 1 1 0\n",																						"2","property list char uint l\n"),
+		{"text, half a list",                                                                                Points("0 0 0 0.5 5\n1 1 1 0\n",                                                                                        "2","property list char uint l\n"),
          "line 9: 'vertex' 0 has a 'l' of '0.5', which is no whole number of its type."},
-		{"lists, one reaches beyond the end",												 lists + row + std::string("\x3F\x80\x00\x00\x00\x00\x00\x09\xAA",                                                                                        9),
+		{"lists, one reaches beyond the end",                                                 lists + row + std::string("\x3F\x80\x00\x00\x00\x00\x00\x09\xAA",                                                                                        9),
          "byte 122: the file ends after 1 of the 2 that its header promises of the element 'vertex'."},
 		{"lists, negative",        lists + row + std::string("\x3F\x80\x00\x00\xFF\xFF\xFF\xFF\xAA",                                                             9),
          "byte 117: 'vertex' 1 has a negative count of 'l'."},
-		{"lists, too long",																				lists + row + row + "\n",
+		{"lists, too long",                                                                                lists + row + row + "\n",
          "byte 122: the file goes on after all that its header promises, up to byte 123."},
 	};
 	for (const SDamage &damage : cases)
@@ -585,18 +585,18 @@ TEST(SplatCloud, DamagedOrForeign_IsRefused)
 	const std::vector<int> bytes = {255, 128, 0, 64, 128, 205, 128, 230};
 	const double nan = std::numeric_limits<double>::quiet_NaN();
 	const SDamage cases[] = {
-		{"cut",              good.substr(0,									 63),                               "byte 32: a splat takes 32 bytes, and after 1 of them there are 31 left."},
+		{"cut",              good.substr(0,                                     63),                               "byte 32: a splat takes 32 bytes, and after 1 of them there are 31 left."},
 		{"not finite",       good + SplatBytes({1.0, nan, 0.0, 1.0, 1.0, 1.0},  bytes),                            "byte 64: splat 2 has no finite 'y'."                                    },
 		{"scale not finite", good + SplatBytes({1.0, 0.0, 0.0, 1.0, nan, 1.0},  bytes),
-         "byte 64: splat 2 has no finite 'scale_1'."																																		},
+         "byte 64: splat 2 has no finite 'scale_1'."                                                                                                                                        },
 		{"negative scale",   good + SplatBytes({1.0, 0.0, 0.0, 1.0, 1.0, -1.0}, bytes),
-         "byte 64: splat 2 has a negative 'scale_2'."																																	   },
+         "byte 64: splat 2 has a negative 'scale_2'."                                                                                                                                       },
 		{"no rotation",      good + SplatBytes({1.0, 0.0, 0.0, 1.0, 1.0, 1.0},  {0, 0, 0, 0, 128, 128, 128, 128}),
-         "byte 64: splat 2 has a rotation of length 0."																																	 },
-		{"zeros",            std::string(64,									'\0'),                             "all 2 points lie at one and the same position."                         },
-		{"text",             std::string(64,									'a'),
-         "byte 0: this is text, which starts with 'aaaaaaaaaaaaaaaa', and no .splat file."																								  },
-		{"PLY",              BinaryPoints("5",								  60),                               "byte 0: this is a PLY file, which --ply reads."                         },
+         "byte 64: splat 2 has a rotation of length 0."                                                                                                                                     },
+		{"zeros",            std::string(64,                                    '\0'),                             "all 2 points lie at one and the same position."                         },
+		{"text",             std::string(64,                                    'a'),
+         "byte 0: this is text, which starts with 'aaaaaaaaaaaaaaaa', and no .splat file."                                                                                                  },
+		{"PLY",              BinaryPoints("5",                                  60),                               "byte 0: this is a PLY file, which --ply reads."                         },
 	};
 	for (const SDamage &damage : cases)
 		EXPECT_EQ(SplatRefusal(damage.m_File), damage.m_Sentence) << damage.m_Name;

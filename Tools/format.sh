@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Formats every source file, or says which are not formatted.
+#
+#   ./Tools/format.sh             formats
+#   ./Tools/format.sh --check     names the files that formatting would change, and fails if there are any
+#
+# clang-format writes tabs for four spaces between the columns of some tables. Behind text there are only spaces, so that a
+# table looks the same whatever width an editor gives a tab.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+mode=${1:-}
+case "$mode" in
+"" | --check) ;;
+*)
+	printf 'format.sh: there is no option "%s"; the one option is: --check\n' "$mode" >&2
+	exit 2
+	;;
+esac
+
+formatted()
+{
+	clang-format "$1" | perl -pe 's/(?<=[^\t])\t/    /g while /[^\t]\t/'
+}
+
+changed=0
+while IFS= read -r source; do
+	if ! formatted "$source" | cmp -s - "$source"; then
+		printf '%s: not formatted\n' "$source"
+		changed=1
+		[ "$mode" = --check ] || formatted "$source" >"$source.formatted"
+		[ "$mode" = --check ] || mv "$source.formatted" "$source"
+	fi
+done < <(find Runtime Tests Samples Benchmarks \( -name '*.h' -o -name '*.cpp' \) | sort)
+[ "$mode" != --check ] || exit $changed
