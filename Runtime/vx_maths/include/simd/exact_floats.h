@@ -94,8 +94,8 @@ VX_INLINE u32 NaNOfSquaredDistance(const u32 *a, const u32 *b)
 	return 0;
 }
 
-/// Squared distances len2 of points to one point, with each NaN among them put right. It is static so that each file has
-/// one of its own: a linker keeps one body of other functions, perhaps that of a file compiled for wider registers.
+/// Squared distances len2 of points to one point, with each NaN among them put right. It is static so that each file
+/// has one of its own: a linker keeps one body of other functions, perhaps that of a file compiled for wider registers.
 template<typename _Lanes>
 static VX_NOINLINE typename _Lanes::Register WithNaNs(typename _Lanes::Register x,
 	typename _Lanes::Register y,

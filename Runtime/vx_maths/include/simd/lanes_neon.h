@@ -14,31 +14,17 @@
 namespace Vexmoor
 {
 /// One group of four.
-struct SLanesNeon
+struct SLanesNeon : TOneGroup<SLanesNeon>
 {
 	typedef uint32x4_t Register;
 	typedef Register Mask;
-	typedef SLanesNeon Gathering;
-	static constexpr u32 kGroups = 1;
-	static constexpr u32 kLanes = 4 * kGroups;
 	static constexpr bool kAddsInOrder = false;
 
 	// Memory.
 
 	static VX_INLINE Register Load(const void *p) { return vreinterpretq_u32_u8(vld1q_u8(static_cast<const u8 *>(p))); }
-	static VX_INLINE Register LoadGroups(const u8 *p, ureg) { return Load(p); }
-	static VX_INLINE void LoadTriples(const u8 *p, Register &x, Register &y, Register &z)
-	{
-		LoadTriplesInGroups<SLanesNeon>(p, x, y, z);
-	}
 	static VX_INLINE Register LoadEvenLanes(const u8 *p) { return vuzp1q_u32(Load(p), Load(p + 16)); }
 	static VX_INLINE void Store(void *p, Register r) { vst1q_u8(static_cast<u8 *>(p), vreinterpretq_u8_u32(r)); }
-	template<bool _UpperFirst>
-	static VX_INLINE void StorePairs(u8 *p, Register a, Register b)
-	{
-		Store(p, _UpperFirst ? InterleaveHigh(a, b) : InterleaveLow(a, b));
-		Store(p + 16, _UpperFirst ? InterleaveLow(a, b) : InterleaveHigh(a, b));
-	}
 
 	static VX_INLINE Register LoadThree(const void *p)
 	{
@@ -157,11 +143,6 @@ struct SLanesNeon
 	static VX_INLINE bool AllZero(Register r) { return vmaxvq_u32(r) == 0; }
 	static VX_INLINE bool AllOnes(Register r) { return vminvq_u32(r) == ~0u; }
 	static VX_INLINE u32 SumBytes(Register r) { return vaddlvq_u8(vreinterpretq_u8_u32(r)); }
-	template<typename _Element>
-	static VX_INLINE void PrefixSums(Register counts, Register &before, Register &total)
-	{
-		PrefixSumsInGroups<SLanesNeon, _Element>(counts, before, total);
-	}
 
 	// Floats.
 

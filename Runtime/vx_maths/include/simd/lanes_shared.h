@@ -53,4 +53,35 @@ VX_INLINE void LoadTriplesInGroups(
 	y = _Lanes::template Shuffle2<0, 2, 1, 3>(y0z0y1z1, x2y2x3y3);
 	z = _Lanes::template Shuffle2<1, 3, 0, 3>(y0z0y1z1, c);
 }
+
+/// What targets of one group have in common. The target derives from it, with itself as the argument.
+template<typename _Lanes>
+struct TOneGroup
+{
+	typedef _Lanes Gathering;
+	static constexpr u32 kGroups = 1;
+	static constexpr u32 kLanes = 4 * kGroups;
+
+	static VX_INLINE auto LoadGroups(const u8 *p, ureg) { return _Lanes::Load(p); }
+	template<typename _Register>
+	static VX_INLINE void LoadTriples(const u8 *p, _Register &x, _Register &y, _Register &z)
+	{
+		LoadTriplesInGroups<_Lanes>(p, x, y, z);
+	}
+	static VX_INLINE auto LoadEvenLanes(const u8 *p)
+	{
+		return _Lanes::template Shuffle2<0, 2, 0, 2>(_Lanes::Load(p), _Lanes::Load(p + 16));
+	}
+	template<bool _UpperFirst, typename _Register>
+	static VX_INLINE void StorePairs(u8 *p, _Register a, _Register b)
+	{
+		_Lanes::Store(p, _UpperFirst ? _Lanes::InterleaveHigh(a, b) : _Lanes::InterleaveLow(a, b));
+		_Lanes::Store(p + 16, _UpperFirst ? _Lanes::InterleaveLow(a, b) : _Lanes::InterleaveHigh(a, b));
+	}
+	template<typename _Element, typename _Register>
+	static VX_INLINE void PrefixSums(_Register counts, _Register &before, _Register &total)
+	{
+		PrefixSumsInGroups<_Lanes, _Element>(counts, before, total);
+	}
+};
 } // namespace Vexmoor

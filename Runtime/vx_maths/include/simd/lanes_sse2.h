@@ -17,31 +17,16 @@
 namespace Vexmoor
 {
 /// One group of four.
-struct SLanesSse2
+struct SLanesSse2 : TOneGroup<SLanesSse2>
 {
 	typedef __m128i Register;
 	typedef Register Mask;
-	typedef SLanesSse2 Gathering;
-	static constexpr u32 kGroups = 1;
-	static constexpr u32 kLanes = 4 * kGroups;
 	static constexpr bool kAddsInOrder = VX_X86 && VX_HAS_ASM;
 
 	// Memory.
 
 	static VX_INLINE Register Load(const void *p) { return _mm_loadu_si128(static_cast<const __m128i *>(p)); }
-	static VX_INLINE Register LoadGroups(const u8 *p, ureg) { return Load(p); }
-	static VX_INLINE void LoadTriples(const u8 *p, Register &x, Register &y, Register &z)
-	{
-		LoadTriplesInGroups<SLanesSse2>(p, x, y, z);
-	}
-	static VX_INLINE Register LoadEvenLanes(const u8 *p) { return Shuffle2<0, 2, 0, 2>(Load(p), Load(p + 16)); }
 	static VX_INLINE void Store(void *p, Register r) { _mm_storeu_si128(static_cast<__m128i *>(p), r); }
-	template<bool _UpperFirst>
-	static VX_INLINE void StorePairs(u8 *p, Register a, Register b)
-	{
-		Store(p, _UpperFirst ? InterleaveHigh(a, b) : InterleaveLow(a, b));
-		Store(p + 16, _UpperFirst ? InterleaveLow(a, b) : InterleaveHigh(a, b));
-	}
 
 	static VX_INLINE Register LoadThree(const void *p)
 	{
@@ -162,11 +147,6 @@ struct SLanesSse2
 	{
 		const __m128i sums = _mm_sad_epu8(r, _mm_setzero_si128()); // of the lower and the upper eight bytes
 		return Lane0(sums) + Lane0(_mm_srli_si128(sums, 8));
-	}
-	template<typename _Element>
-	static VX_INLINE void PrefixSums(Register counts, Register &before, Register &total)
-	{
-		PrefixSumsInGroups<SLanesSse2, _Element>(counts, before, total);
 	}
 
 	// Floats.

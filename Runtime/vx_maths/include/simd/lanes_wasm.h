@@ -14,31 +14,16 @@
 namespace Vexmoor
 {
 /// One group of four.
-struct SLanesWasm
+struct SLanesWasm : TOneGroup<SLanesWasm>
 {
 	typedef v128_t Register;
 	typedef Register Mask;
-	typedef SLanesWasm Gathering;
-	static constexpr u32 kGroups = 1;
-	static constexpr u32 kLanes = 4 * kGroups;
 	static constexpr bool kAddsInOrder = false;
 
 	// Memory.
 
 	static VX_INLINE Register Load(const void *p) { return wasm_v128_load(p); }
-	static VX_INLINE Register LoadGroups(const u8 *p, ureg) { return Load(p); }
-	static VX_INLINE void LoadTriples(const u8 *p, Register &x, Register &y, Register &z)
-	{
-		LoadTriplesInGroups<SLanesWasm>(p, x, y, z);
-	}
-	static VX_INLINE Register LoadEvenLanes(const u8 *p) { return Shuffle2<0, 2, 0, 2>(Load(p), Load(p + 16)); }
 	static VX_INLINE void Store(void *p, Register r) { wasm_v128_store(p, r); }
-	template<bool _UpperFirst>
-	static VX_INLINE void StorePairs(u8 *p, Register a, Register b)
-	{
-		Store(p, _UpperFirst ? InterleaveHigh(a, b) : InterleaveLow(a, b));
-		Store(p + 16, _UpperFirst ? InterleaveLow(a, b) : InterleaveHigh(a, b));
-	}
 
 	static VX_INLINE Register LoadThree(const void *p)
 	{
@@ -150,11 +135,6 @@ struct SLanesWasm
 		const v128_t sums = wasm_u32x4_extadd_pairwise_u16x8(wasm_u16x8_extadd_pairwise_u8x16(r));
 		return Lane0(sums) + u32(wasm_i32x4_extract_lane(sums, 1)) + u32(wasm_i32x4_extract_lane(sums, 2)) +
 		       u32(wasm_i32x4_extract_lane(sums, 3));
-	}
-	template<typename _Element>
-	static VX_INLINE void PrefixSums(Register counts, Register &before, Register &total)
-	{
-		PrefixSumsInGroups<SLanesWasm, _Element>(counts, before, total);
 	}
 
 	// Floats.

@@ -27,11 +27,14 @@ struct SPositions_Packed
 // At any stride from 4 on. In each group, the first three loads read 4 bytes beyond their position, and end before the
 // fourth position does. The fourth load starts 4 bytes before its position, because memory may end after it.
 //
-//   lane     0    1    2    3
-//   p0       x0   y0   z0   ?
-//   p1       x1   y1   z1   ?
-//   p2       x2   y2   z2   ?
-//   _p3      ?    x3   y3   z3
+//   lane       0    1    2    3
+//   p0         x0   y0   z0   ?
+//   p1         x1   y1   z1   ?
+//   p2         x2   y2   z2   ?
+//   _p3        ?    x3   y3   z3
+//   x0x1y0y1   x0   x1   y0   y1     p0 and p1 interleaved
+//   x2x2x3x3   x2   x2   x3   x3     p2 and _p3 side by side; any two equal lanes would do
+//   x          x0   x1   x2   x3
 struct SPositions_Gathered
 {
 	static constexpr u32 kMinStride = 4;
@@ -134,14 +137,6 @@ private:
 	Register m_MaxVertexId;
 };
 
-// The loops. A register's keys and bases become as many records:
-//
-//   lane        0    1    2    3
-//   keys        k0   k1   k2   k3
-//   bases       n0   n1   n2   n3
-//   records     k0 n0   k1 n1   k2 n2   k3 n3       of a list
-//               k2 n2   k3 n3   k0 n0   k1 n1       of a sequence
-
 // What is left to be filled. A loop for each width takes as many groups as fill whole registers, and leaves the others
 // to the next narrower one.
 template<typename _VertexBases>
@@ -153,11 +148,6 @@ struct TFillCursor
 	u32 m_GroupCount;
 	_VertexBases m_VertexBases;
 
-	template<typename _Lanes>
-	VX_INLINE u32 WholeRegisters() const
-	{
-		return m_GroupCount / _Lanes::kGroups;
-	}
 	VX_INLINE void Pass(u32 groupCount)
 	{
 		const u32 recordCount = groupCount * kRecordsPerGroup;
@@ -168,49 +158,75 @@ struct TFillCursor
 	}
 };
 
-template<typename _Lanes, typename _Positions, typename _VertexBases>
-static VX_INLINE void FillRegistersByDistance(TFillCursor<_VertexBases> &cursor, const float *camera)
+// The keys of a register of particles: by their distance to the camera, or by their values.
+
+template<typename _Lanes, typename _Positions>
+class TDistanceKeys
 {
+public:
+	typedef SDistanceKey Key;
 	typedef typename _Lanes::Register Register;
-	const u32 registerCount = cursor.template WholeRegisters<_Lanes>();
-	if (registerCount == 0)
-		return;
-	u8 *records = reinterpret_cast<u8 *>(cursor.m_Records);
-	const u8 *positions = cursor.m_Source;
-	const TSquaredDistances<_Lanes> squaredDistances(camera);
-	typename _VertexBases::template InLanes<_Lanes> basesInLanes(cursor.m_VertexBases);
-	for (u32 i = 0; i < registerCount; ++i)
+
+	explicit VX_INLINE TDistanceKeys(const float *camera)
+		: m_Distances(camera)
+	{
+	}
+	VX_INLINE Register At(const u8 *positions, u32 strideInBytes) const
 	{
 		Register x, y, z;
-		_Positions::template Load<_Lanes>(positions, u32(cursor.m_StrideInBytes), x, y, z);
-		Register keys = SDistanceKey::FromLanes<_Lanes>(squaredDistances.To(x, y, z));
-		const Register bases = basesInLanes.template Next<SDistanceKey>(keys);
+		_Positions::template Load<_Lanes>(positions, strideInBytes, x, y, z);
+		return SDistanceKey::FromLanes<_Lanes>(m_Distances.To(x, y, z));
+	}
+
+private:
+	TSquaredDistances<_Lanes> m_Distances;
+};
+
+template<typename _Lanes>
+struct TValueKeys
+{
+	typedef SValueKey Key;
+	typedef typename _Lanes::Register Register;
+
+	explicit VX_INLINE TValueKeys(const float *) {}
+	VX_INLINE Register At(const u8 *values, u32) const { return SValueKey::FromLanes<_Lanes>(_Lanes::Load(values)); }
+};
+
+// The loop.
+//
+//   lane        0    1    2    3
+//   keys        k0   k1   k2   k3       of the next particles
+//   bases       n0   n1   n2   n3       of the next vertex bases
+//
+//   records     0       1       2       3
+//   of a list   k0 n0   k1 n1   k2 n2   k3 n3
+//   sequence    k2 n2   k3 n3   k0 n0   k1 n1
+template<typename _Lanes, typename _Keys, typename _VertexBases>
+static VX_INLINE void FillRegisters(TFillCursor<_VertexBases> &cursor, const float *camera)
+{
+	typedef typename _Lanes::Register Register;
+	const u32 registerCount = cursor.m_GroupCount / _Lanes::kGroups;
+	if (registerCount == 0)
+		return;
+	const _Keys keysOfLanes(camera);
+	typename _VertexBases::template InLanes<_Lanes> basesOfLanes(cursor.m_VertexBases);
+	u8 *records = reinterpret_cast<u8 *>(cursor.m_Records);
+	const u8 *source = cursor.m_Source;
+	for (u32 i = 0; i < registerCount; ++i)
+	{
+		Register keys = keysOfLanes.At(source, u32(cursor.m_StrideInBytes));
+		const Register bases = basesOfLanes.template Next<typename _Keys::Key>(keys);
 		_Lanes::template StorePairs<_VertexBases::kUpperPairFirst>(records, keys, bases);
 		records += _Lanes::kLanes * sizeof(SIndexAndDepth);
-		positions += _Lanes::kLanes * cursor.m_StrideInBytes;
+		source += _Lanes::kLanes * cursor.m_StrideInBytes;
 	}
 	cursor.Pass(registerCount * _Lanes::kGroups);
 }
 
-template<typename _Lanes, typename _VertexBases>
-static VX_INLINE void FillRegistersByValue(TFillCursor<_VertexBases> &cursor)
+template<typename _Lanes, typename _Positions, typename _VertexBases>
+static VX_INLINE void FillRegistersByDistance(TFillCursor<_VertexBases> &cursor, const float *camera)
 {
-	typedef typename _Lanes::Register Register;
-	const u32 registerCount = cursor.template WholeRegisters<_Lanes>();
-	if (registerCount == 0)
-		return;
-	u8 *records = reinterpret_cast<u8 *>(cursor.m_Records);
-	const u8 *values = cursor.m_Source;
-	typename _VertexBases::template InLanes<_Lanes> basesInLanes(cursor.m_VertexBases);
-	for (u32 i = 0; i < registerCount; ++i)
-	{
-		Register keys = SValueKey::FromLanes<_Lanes>(_Lanes::Load(values));
-		const Register bases = basesInLanes.template Next<SValueKey>(keys);
-		_Lanes::template StorePairs<_VertexBases::kUpperPairFirst>(records, keys, bases);
-		records += _Lanes::kLanes * sizeof(SIndexAndDepth);
-		values += _Lanes::kLanes * sizeof(float);
-	}
-	cursor.Pass(registerCount * _Lanes::kGroups);
+	FillRegisters<_Lanes, TDistanceKeys<_Lanes, _Positions>>(cursor, camera);
 }
 
 // The functions of the table, from the widest lanes to those of one group.
@@ -239,7 +255,7 @@ static void FillByValueInLanes(
 	SIndexAndDepth *records, const u8 *values, u32 groupCount, const _VertexBases &vertexBases)
 {
 	TFillCursor<_VertexBases> cursor = {records, values, sizeof(float), groupCount, vertexBases};
-	(FillRegistersByValue<_Lanes>(cursor), ...);
+	(FillRegisters<_Lanes, TValueKeys<_Lanes>>(cursor, nullptr), ...);
 }
 
 template<typename _VertexBases, typename... _Lanes>
