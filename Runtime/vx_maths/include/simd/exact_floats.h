@@ -53,7 +53,8 @@ private:
 #endif
 };
 
-/// (x * x + y * y) + z * z in each lane. With kAddsInOrder NaNs are right, else they are to be looked for.
+/// (x * x + y * y) + z * z in each lane. With kAddsInOrder NaNs are right, else they are to be looked for: a sum of
+/// squares is a NaN if its bits are above kInfinityBits, as an unsigned number, because it has a sign only if it is one.
 template<typename _Lanes>
 VX_INLINE typename _Lanes::Register SquaredLengths(typename _Lanes::Register x,
 	typename _Lanes::Register y,
@@ -142,8 +143,7 @@ public:
 		const Register len2 = SquaredLengths<_Lanes>(dx, dy, dz, m_Barrier);
 		if constexpr (!_Lanes::kAddsInOrder)
 		{
-			const Register magnitudes = _Lanes::And(len2, _Lanes::Splat(kMagnitudeBits));
-			if (VX_UNLIKELY(_Lanes::Any(_Lanes::GreaterSigned(magnitudes, _Lanes::Splat(kInfinityBits)))))
+			if (VX_UNLIKELY(_Lanes::Any(_Lanes::LessUnsigned(_Lanes::Splat(kInfinityBits), len2))))
 				return WithNaNs<_Lanes>(x, y, z, len2, m_Point);
 		}
 		return len2;

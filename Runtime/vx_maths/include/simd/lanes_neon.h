@@ -23,6 +23,13 @@ struct SLanesNeon : TOneGroup<SLanesNeon>
 	// Memory.
 
 	static VX_INLINE Register Load(const void *p) { return vreinterpretq_u32_u8(vld1q_u8(static_cast<const u8 *>(p))); }
+	static VX_INLINE void LoadTriples(const u8 *p, Register &x, Register &y, Register &z)
+	{
+		const uint32x4x3_t triples = vld3q_u32(reinterpret_cast<const u32 *>(p));
+		x = triples.val[0];
+		y = triples.val[1];
+		z = triples.val[2];
+	}
 	static VX_INLINE Register LoadEvenLanes(const u8 *p) { return vuzp1q_u32(Load(p), Load(p + 16)); }
 	static VX_INLINE void Store(void *p, Register r) { vst1q_u8(static_cast<u8 *>(p), vreinterpretq_u8_u32(r)); }
 

@@ -29,7 +29,7 @@ public:
 		const u32 bits = SLanesBase::Lane0(_SquaredDistance(position));
 		if constexpr (!SLanesBase::kAddsInOrder)
 		{
-			if (VX_UNLIKELY((bits & kMagnitudeBits) > kInfinityBits))
+			if (VX_UNLIKELY(bits > kInfinityBits))
 				return _NaNTo(position);
 		}
 		return bits;
