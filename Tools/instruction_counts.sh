@@ -5,10 +5,11 @@
 #   ./Tools/instruction_counts.sh             counts and compares
 #   ./Tools/instruction_counts.sh --record    counts and records, which is for a commit that says why they changed
 #
-# Callgrind counts inside the measured calls. Only the program's own code counts, which has the library in it: how the C
-# library fills and copies memory depends on the processor. The library is held to 128-bit lanes, and a few cases with
-# 256-bit ones come on top where the processor has them. Flags are fixed, and so is the compiler's version: another one
-# counts differently, and is told so instead of compared.
+# Only the program's own code counts, which has the library in it: how the C library fills and copies memory depends on
+# the processor. On x86-64, Callgrind counts inside the measured calls. The library is held to 128-bit lanes, and a few
+# cases with 256-bit ones come on top where the processor has them. On AArch64, an emulator logs what it executes.
+#
+# Flags are fixed, and so is the compilers' version: another one counts differently, and is told so instead of compared.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -21,47 +22,80 @@ case "$mode" in
 	;;
 esac
 
-Tools/install_packages.sh g++ valgrind python3
+Tools/install_packages.sh g++ valgrind python3 g++-aarch64-linux-gnu qemu-user
 
 tests=Tests/InstructionCounts
 build=build/instruction-counts
 rm -rf "$build"
-mkdir -p "$build"
+mkdir -p "$build/include"
+ln -s /usr/include/valgrind "$build/include/valgrind" # headers alone, without the rest of this machine's
 
-# The last three are what distributions set differently.
+# Here and below, what distributions set differently is said as well.
 flags=(
-	-std=c++17 -O3 -DNDEBUG -march=x86-64 -mtune=generic -fcf-protection=none -fno-stack-protector -fno-pie
+	-std=c++17 -O3 -DNDEBUG -mtune=generic -fno-stack-protector -fno-pie -no-pie -isystem "$build/include"
 	-I Runtime/include -I Runtime/vx_maths/include -I Runtime/vx_kernel/include -I Runtime/vx_geometrics/include
 )
 mapfile -t sources < <(find Runtime $tests -name '*.cpp' | sort)
-g++ "${flags[@]}" -no-pie "${sources[@]}" -o "$build/counted_calls"
 
-# A dump per case, called out.1 and on.
-valgrind -q --tool=callgrind --collect-atstart=no --compress-strings=no --compress-pos=no \
-	--callgrind-out-file="$build/out" "$build/counted_calls"
+# Each of these two writes the compiler's version and a line per case.
 
-# What a function executed itself is on lines of a position and a count. The line after a "calls=" has what its callee
-# executed, which is on the callee's own lines.
-mapfile -t dumps < <(find "$build" -name 'out.*' | sort -V)
+count_on_x86_64()
 {
+	local program=$build/counted_calls dumps
+	g++ "${flags[@]}" -march=x86-64 -fcf-protection=none "${sources[@]}" -o "$program"
+
+	# A dump per case, called out.1 and on.
+	valgrind -q --tool=callgrind --collect-atstart=no --compress-strings=no --compress-pos=no \
+		--callgrind-out-file="$build/out" "$program" >/dev/null
+
+	# What a function executed itself is on lines of a position and a count. The line after a "calls=" has what its callee
+	# executed, which is on the callee's own lines.
+	mapfile -t dumps < <(find "$build" -name 'out.*' | sort -V)
 	printf 'compiler %s\n' "$(g++ -dumpfullversion)"
-	awk -v program="ob=$PWD/$build/counted_calls" '
+	awk -v program="ob=$PWD/$program" '
 		/^desc: Trigger: Client Request: / { names[++cases] = $NF }
 		/^ob=/ { own = $0 == program }
 		/^calls=/ { getline; next }
 		/^[0-9]/ && own { counts[cases] += $2 }
 		END { for (i = 1; i <= cases; ++i) print names[i], counts[i] + 0 }
 	' "${dumps[@]}"
-} >"$build/counts"
+}
 
-recorded=$tests/recorded_counts.txt
+# The log has a line per instruction, at whose end is its function. It covers the program, which lies from 4 MB on, but no
+# library. The names of the cases, in order, are what the program itself writes.
+count_on_aarch64()
+{
+	local program=$build/counted_calls_aarch64
+	aarch64-linux-gnu-g++ "${flags[@]}" -march=armv8-a -mno-outline-atomics "${sources[@]}" -o "$program"
+	printf 'compiler %s\n' "$(aarch64-linux-gnu-g++ -dumpfullversion)"
+	qemu-aarch64 -L /usr/aarch64-linux-gnu -singlestep -d nochain,exec -dfilter 0x400000+0x400000 "$program" \
+		2>&1 >"$build/names" | awk -v names="$build/names" '
+		!/^Trace / { print > "/dev/stderr"; next }
+		$NF == "ToggleCounting" { toggles = 1; next }
+		toggles { toggles = 0; counting = !counting; cases += counting }
+		counting { ++counts[cases] }
+		END { for (i = 1; i <= cases; ++i) { getline name < names; print name "_aarch64", counts[i] + 0 } }
+	'
+}
+
+count_on_x86_64 >"$build/counts"
+count_on_aarch64 >"$build/counts_aarch64"
+
 if [ "$mode" != --record ]; then
-	exec python3 $tests/compare.py $recorded "$build/counts"
+	failures=0
+	for counts in counts counts_aarch64; do
+		python3 $tests/compare.py $tests/recorded_$counts.txt "$build/$counts" || failures=1
+	done
+	exit $failures
 fi
-python3 $tests/compare.py "$build/counts" "$build/counts" >"$build/log" # every line is a count
+for counts in counts counts_aarch64; do
+	python3 $tests/compare.py "$build/$counts" "$build/$counts" >"$build/log" # every line is a count
+done
 if ! grep -q _avx2 "$build/counts"; then
 	printf 'instruction_counts.sh: not recorded: this processor has no AVX2, and the cases with 256-bit lanes would go\n' >&2
 	exit 1
 fi
-cp "$build/counts" $recorded
-cat $recorded
+for counts in counts counts_aarch64; do
+	cp "$build/$counts" "$tests/recorded_$counts.txt"
+	cat "$tests/recorded_$counts.txt"
+done

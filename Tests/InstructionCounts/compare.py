@@ -44,7 +44,7 @@ def complaints(recorded, counted):
             yield f"{case}: {count} instructions, and no count to compare with; record one: {RECORD}"
             continue
         change = 100 * (count - recorded[case]) / recorded[case]
-        print(f"{case:<32} {count:>8} recorded {recorded[case]:>8} {change:>+6.1f} %")
+        print(f"{case:<40} {count:>8} recorded {recorded[case]:>8} {change:>+6.1f} %")
         if change > TOLERANCE_IN_PERCENT:
             yield (
                 f"{case}: {count} instructions are {change:.1f} % more than the {recorded[case]} recorded; "
