@@ -4,7 +4,7 @@
 #
 #   ./Tools/matrix.sh             the whole table, some minutes
 #   ./Tools/matrix.sh --short     g++ and clang, unoptimised and with the flags of a host in a hurry, which newer clangs
-#                                 get as well
+#                                 get as well; and AArch64
 #   ./Tools/matrix.sh --only TEXT rows of the table that contain the text, such as aarch64
 #   ./Tools/matrix.sh --record    records the hash of an unoptimised g++ build as the one to expect
 #
@@ -23,10 +23,11 @@ esac
 
 newer_clangs=(clang++-19 clang++-22)
 
-packages=(g++ clang clang-19 clang-22)
-[ "$mode" = --short ] || [ "$mode" = --record ] || packages+=(llvm-14-linker-tools llvm-19-linker-tools llvm-22-linker-tools libc++-19-dev \
-	libc++abi-19-dev g++-i686-linux-gnu libc6-i386-cross g++-aarch64-linux-gnu qemu-user libsimde-dev \
-	g++-mingw-w64-x86-64-posix wine libwine-dev clang-tools-19 lld-19)
+packages=(g++ clang clang-19 clang-22 g++-aarch64-linux-gnu qemu-user)
+[ "$mode" = --short ] || [ "$mode" = --record ] || packages+=(llvm-14-linker-tools llvm-19-linker-tools \
+	llvm-22-linker-tools libc++-19-dev libc++abi-19-dev g++-i686-linux-gnu libc6-i386-cross libsimde-dev \
+	g++-mingw-w64-x86-64-posix wine libwine-dev clang-tools-19 lld-19 g++-riscv64-linux-gnu g++-arm-linux-gnueabihf \
+	emscripten)
 Tools/install_packages.sh "${packages[@]}"
 
 build=build/matrix
@@ -41,6 +42,7 @@ generator=Tests/Model/random_scene.cpp # makes the scenes from integers alone: o
 # Rows.
 
 # compiler | level | architecture | more flags | assertions | how the library is linked
+# An architecture LEVEL@CPU is compiled for LEVEL and runs on an emulated CPU.
 rows=()
 add_row()
 {
@@ -68,6 +70,7 @@ add_short_rows()
 	for compiler in "${newer_clangs[@]}"; do
 		add_row "$compiler" -O3 native "-ffast-math -std=c++20" 0 sources
 	done
+	add_row aarch64-linux-gnu-g++ -O2 armv8-a "" 0 sources
 }
 
 # Every level with every architecture. Of fast maths and assertions each row has one value, spread so that any two values
@@ -163,16 +166,74 @@ add_32_bit_rows()
 	add_row "$newer_clang_32_bit" -O3 native "-ffast-math -std=c++20" 0 sources
 }
 
-# Another processor, whose compilers multiply and add in one instruction unless told otherwise, under an emulator.
+# The arithmetic for compilers without GNU's inline assembler.
+add_rows_without_assembler()
+{
+	local compiler
+	for compiler in g++ clang++ clang++-22; do
+		add_row "$compiler" -O0 x86-64 -DVX_HAS_ASM=0 1 sources
+		add_row "$compiler" -O3 native "-ffast-math -DVX_HAS_ASM=0" 0 sources
+	done
+}
+
+# Processors without AVX-512, and without AVX2: no wider instruction may get in. The emulator adds two NaNs as the x87
+# does, which takes the larger one, and not as SSE does. So these rows are without inline assembler, and the library
+# applies its rule for NaNs itself.
+add_older_processor_rows()
+{
+	local compiler
+	for compiler in g++ clang++; do
+		add_row "$compiler" -O0 x86-64@Haswell -DVX_HAS_ASM=0 0 sources
+		add_row "$compiler" -O2 x86-64@Nehalem "-ffast-math -DVX_HAS_ASM=0" 1 sources
+		add_row "$compiler" -O3 x86-64-v3@Haswell "-ffast-math -DVX_HAS_ASM=0" 0 sources
+	done
+	add_row g++ -O0 x86-64@Nehalem -DVX_HAS_ASM=0 0 sources
+	add_row clang++-22 -O2 x86-64@Nehalem "-std=c++20 -DVX_HAS_ASM=0" 0 sources
+}
+
+# Another processor, whose compilers multiply and add in one instruction unless told otherwise, under an emulator. With
+# VEXMOOR_SIMDE it goes without the library's own NEON.
 add_aarch64_rows()
 {
 	add_row aarch64-linux-gnu-g++ -O0 armv8-a "" 1 sources
 	add_row aarch64-linux-gnu-g++ -O2 armv8-a "" 0 sources
 	add_row aarch64-linux-gnu-g++ -O3 armv8-a -ffast-math 1 sources
+	add_row aarch64-linux-gnu-g++ -O3 armv8-a "-ffast-math -ffp-contract=fast" 0 sources
 	add_row aarch64-linux-gnu-g++ -O3 armv8.2-a "-ffast-math -flto" 0 sources
+	add_row aarch64-linux-gnu-g++ -Os armv8-a "-ffast-math -DVX_HAS_ASM=0" 0 sources
+	add_row aarch64-linux-gnu-g++ -O2 armv8-a -DVEXMOOR_SIMDE 1 sources
 	add_row "$clang_aarch64" -O0 armv8-a "" 1 sources
 	add_row "$clang_aarch64" -O3 armv8-a "-ffast-math -ffp-contract=fast" 0 sources
+	add_row "$newer_clang_aarch64" -O2 armv8-a -ffp-contract=fast 1 sources
 	add_row "$newer_clang_aarch64" -O3 armv8-a "-ffast-math -std=c++20" 1 sources
+	add_row "$newer_clang_aarch64" -O3 armv8-a "-ffast-math -DVX_HAS_ASM=0" 0 sources
+}
+
+# Processors without lanes of the library's own, under an emulator, through SIMDe. 32-bit ARM has no NEON here, which
+# would flush denormals.
+add_simde_rows()
+{
+	local compiler architecture
+	for compiler in riscv64-linux-gnu-g++ arm-linux-gnueabihf-g++; do
+		architecture=rv64gc
+		[[ $compiler != arm-* ]] || architecture=armv7-a+fp
+		add_row "$compiler" -O0 $architecture -DVEXMOOR_SIMDE 1 sources
+		add_row "$compiler" -O2 $architecture -DVEXMOOR_SIMDE 0 sources
+		add_row "$compiler" -O3 $architecture "-DVEXMOOR_SIMDE -ffast-math" 1 sources
+	done
+}
+
+# WebAssembly under node. Without its SIMD it goes through SIMDe.
+add_wasm_rows()
+{
+	local level
+	for level in "${levels[@]}"; do
+		add_row em++ "$level" simd128 "" 0 sources
+	done
+	add_row em++ -O0 simd128 -ffast-math 1 sources
+	add_row em++ -O3 simd128 -ffast-math 0 sources
+	add_row em++ -O3 simd128 "-ffast-math -DVX_HAS_ASM=0" 1 sources
+	add_row em++ -O2 wasm32 -DVEXMOOR_SIMDE 0 sources
 }
 
 # Another operating system, as far as wine is one.
@@ -205,6 +266,7 @@ cpu_runs()
 	AVX512) level=x86-64-v4 ;;
 	esac
 	case $level in
+	*@*) ;;
 	x86-64-v*) /lib64/ld-linux-x86-64.so.2 --help | grep -q "^ *$level (supported" ;;
 	esac
 }
@@ -245,12 +307,13 @@ compile()
 {
 	local compiler=$1 assertions=$2 standard=-std=c++17 runtime=()
 	shift 2
-	case $compiler in
-	*aarch64*)
+	if [[ $* == *VEXMOOR_SIMDE* ]]; then
 		mkdir -p "$build/include"
 		ln -sfn /usr/include/simde "$build/include/simde" # headers alone, without the rest of this machine's
-		set -- -DVEXMOOR_SIMDE -isystem "$build/include" "$@"
-		;;
+		set -- -isystem "$build/include" "$@"
+	fi
+	case $compiler in
+	em++) export NODE_PATH=/usr/share/nodejs ;; # where its linker finds the packages that it asks node for
 	*windows-msvc)
 		mapfile -t runtime < <(microsoft_flags "$compiler")
 		[[ $compiler != clang-cl* ]] || standard=/std:c++17
@@ -276,12 +339,17 @@ build_generators()
 build_row()
 {
 	local folder=$1 compiler=$2 level=$3 architecture=$4 more=$5 assertions=$6 linked=$7
-	local flags=("$level" "-march=$architecture") generated linking=()
+	local flags=("$level" "-march=${architecture%@*}") generated linking=() suffix
 	generated=$(generator_object "$compiler")
 	case $compiler in
 	clang-cl*)
 		flags=("$level")
 		[ "$architecture" = x86-64 ] || flags+=("/arch:$architecture")
+		;;
+	em++)
+		flags=("$level")
+		[ "$architecture" = wasm32 ] || flags+=("-m$architecture")
+		linking=(-sSINGLE_FILE=1 -sALLOW_MEMORY_GROWTH=1 -sEXIT_RUNTIME=1)
 		;;
 	esac
 	[[ $compiler != *windows-msvc ]] || mapfile -t linking < <(link_with_wine "$compiler")
@@ -293,7 +361,9 @@ build_row()
 	sources)
 		compile "$compiler" "$assertions" "${flags[@]}" "${library[@]}" "$program" "$generated" -o "$folder/same_bits" \
 			"${linking[@]}"
-		[ ! -e "$folder/same_bits.exe" ] || mv "$folder/same_bits.exe" "$folder/same_bits"
+		for suffix in exe js; do
+			[ ! -e "$folder/same_bits.$suffix" ] || mv "$folder/same_bits.$suffix" "$folder/same_bits"
+		done
 		;;
 	archive)
 		local source
@@ -314,10 +384,17 @@ build_row()
 
 run_row()
 {
-	local folder=$1 compiler=$2
+	local folder=$1 compiler=$2 architecture=$3
+	if [[ $architecture == *@* ]]; then
+		qemu-x86_64 -cpu "${architecture#*@}" "$folder/same_bits"
+		return
+	fi
 	case $compiler in
 	*i686*) /usr/i686-linux-gnu/lib/ld-linux.so.2 --library-path "/usr/i686-linux-gnu/lib:$folder" "$folder/same_bits" ;;
 	*aarch64*) qemu-aarch64 -L /usr/aarch64-linux-gnu "$folder/same_bits" ;;
+	riscv64*) qemu-riscv64 -L /usr/riscv64-linux-gnu "$folder/same_bits" ;;
+	arm-*) qemu-arm -L /usr/arm-linux-gnueabihf "$folder/same_bits" ;;
+	em++) node "$folder/same_bits" ;;
 	*mingw32* | *windows-msvc)
 		WINEPREFIX=$PWD/$build/wine WINEDEBUG=-all wine "$folder/same_bits" 2>/dev/null | tr -d '\r'
 		;;
@@ -328,7 +405,7 @@ run_row()
 is_built()
 {
 	local sources=(Runtime Tests/SameBits Tests/Model Tests/Wine Tools/matrix.sh)
-	[ -x "$1/same_bits" ] && [ -z "$(find "${sources[@]}" -newer "$1/same_bits")" ]
+	[ -e "$1/same_bits" ] && [ -z "$(find "${sources[@]}" -newer "$1/same_bits")" ]
 }
 
 # Leaves the row's hash, or why there is none, in a file beside its folder.
@@ -342,7 +419,7 @@ try_row()
 	elif ! is_built "$folder" && ! build_row "$folder" "$compiler" "$level" "$architecture" "$more" "$assertions" \
 		"$linked" >"$folder.log" 2>&1; then
 		echo "does not build" >"$folder.result"
-	elif ! run_row "$folder" "$compiler" >"$folder.result" 2>"$folder.log"; then
+	elif ! run_row "$folder" "$compiler" "$architecture" >"$folder.result" 2>"$folder.log"; then
 		echo "does not run" >"$folder.result"
 	fi
 }
@@ -377,7 +454,11 @@ else
 	done
 	add_standard_rows
 	add_32_bit_rows
+	add_rows_without_assembler
+	add_older_processor_rows
 	add_aarch64_rows
+	add_simde_rows
+	add_wasm_rows
 	add_windows_rows
 	add_microsoft_rows
 fi
@@ -400,7 +481,7 @@ wait
 
 recorded=$(cat $expected)
 failures=0
-format='%-43s %-5s %-10s %-30s %-10s %-8s %s\n'
+format='%-43s %-5s %-17s %-30s %-10s %-8s %s\n'
 # shellcheck disable=SC2059 # a format that both heading and rows share
 printf "$format" compiler level cpu flags assertions library result
 for row in "${rows[@]}"; do
