@@ -54,7 +54,8 @@ private:
 };
 
 /// (x * x + y * y) + z * z in each lane. With kAddsInOrder NaNs are right, else they are to be looked for: a sum of
-/// squares is a NaN if its bits are above kInfinityBits, as an unsigned number, because it has a sign only if it is one.
+/// squares is a NaN if its bits are above kInfinityBits, as an unsigned number, because it has a sign only if it is
+/// one.
 template<typename _Lanes>
 VX_INLINE typename _Lanes::Register SquaredLengths(typename _Lanes::Register x,
 	typename _Lanes::Register y,
