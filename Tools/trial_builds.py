@@ -48,6 +48,7 @@ CONFIGURATIONS = {each.name: each for each in (SUITE, NO_ASSERTIONS, THREADS, OL
 # tests see the change through the objects built anew, which come first in the link and so bring the version that counts.
 SOURCES_OF_HEADER = {
 	"kr_containers_array.h": ["containers_array_test"],
+	"kr_cpu.h": ["wide_lanes_test"],
 	"kr_iterators.h": ["memory_views_test"],
 	"kr_log_unique.h": ["log_unique_test"],
 	"kr_mem.h": ["scratch_memory_test"],
@@ -62,6 +63,7 @@ SOURCES_OF_HEADER = {
 	"kr_sort_records.h": ["quick_sort_test", "radix_sort_test"],
 	"kr_string.h": ["log_unique_test", "diagnostics_test"],
 	"kr_first_answer.h": ["wide_lanes_test"],
+	"lanes_sse2.h": ["simd_vector_test", "sort_scan_test"],
 	"pv_sort_scan.h": ["sort_scan_test"],
 	"simd_vector.h": ["simd_vector_test"],
 	"vx_assert.h": ["diagnostics_test"],
