@@ -70,6 +70,8 @@ namespace Expand
 
 	// Width 1, of which the entry is 0: the bases themselves.
 
+	//   lane          0    1    2    3
+	//   stored        b0   b1   b2   b3
 	struct SStreamU32_x1
 	{
 		static constexpr u32 kWidth = 1;
@@ -89,6 +91,9 @@ namespace Expand
 		VX_INLINE void Write(volatile u32 *dst, const SIndexAndDepth *records) const { *dst = records->m_Index; }
 	};
 
+	//   lane          0    1    2    3    4    5    6    7
+	//   stored        b0   b1   b2   b3   b4   b5   b6   b7
+	//
 	// Eight bases packed to 16 bits with signed saturation, which keeps 0x8000 to 0xFFFF once they are made negative.
 	// Exact up to 0xFFFF; beyond, 0x8000 where the lower 16 bits are below that.
 	struct SStreamU16_x1
@@ -111,8 +116,8 @@ namespace Expand
 		}
 	};
 
-	// The lower 16 bits of eight bases. Packing saturates, so each is first made the signed number that its lower 16
-	// bits are.
+	// The same from and to any address: the lower 16 bits of eight bases. Packing saturates, so each is first made the
+	// signed number that its lower 16 bits are.
 	struct SU16_x1_Eight
 	{
 		static constexpr u32 kWidth = 1;
@@ -374,8 +379,8 @@ namespace Expand
 		}
 	};
 
-	// Two entries to a 32-bit lane, and one addition for both: nothing is carried between them while indices fit 16
-	// bits.
+	// The same from and to any address. Two entries to a 32-bit lane, and one addition for both: nothing is carried
+	// between them while indices fit 16 bits.
 	struct SU16_x6_Four
 	{
 		static constexpr u32 kWidth = 6;
@@ -468,7 +473,10 @@ namespace Expand
 
 	// Width 12 of 32 bits.
 
-	// A primitive as three streams of its base plus four entries each.
+	//   lane          0       1       2       3
+	//   stored        b0+p0   b0+p1   b0+p2   b0+p3
+	//                 b0+p4   b0+p5   b0+p6   b0+p7
+	//                 b0+p8   b0+p9   b0+pA   b0+pB
 	struct SStreamU32_x12
 	{
 		static constexpr u32 kWidth = 12;
