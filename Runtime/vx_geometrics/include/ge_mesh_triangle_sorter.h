@@ -464,11 +464,11 @@ private:
 	// Geometry.
 	EGeometryType m_GeometryType = GeometryUnknown;
 	CIndexPattern m_IndexPattern;
-	u32 m_PrimiteVertexCount = 0;
+	u32 m_PrimiteVertexCount = 0; // spelled like this in conditions that hosts filter by: kept on purpose
 	TMemoryView<const CIndexPattern> m_IndexPatternCollection;
 	TMemoryView<const u32> m_PrimiteVertexCountCollection;
 	TMemoryView<const u32> m_IndexList;
 	TMemoryView<const CFloat4> m_QuadCenters;
-	u32 m_IndexCount_fromBB = 0;
+	u32 m_IndexCount_fromBB = 0; // of all pages' geometry, from the call that sets it up; in conditions, too
 };
 } // namespace Vexmoor

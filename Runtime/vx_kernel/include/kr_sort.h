@@ -44,7 +44,9 @@ bool HasEqualNeighbours(_Iterator first, u32 count)
 template<typename _KeyExtractor, typename _Iterator>
 bool SortDistinct(_Iterator first, u32 count, _Iterator output)
 {
-	if (count <= SortLanes::MaxCountWorthRanking())
+	constexpr u32 kAlwaysRanked =
+		64; // below what any registers say: for few records asking takes a nanosecond too much
+	if (count <= kAlwaysRanked || count <= SortLanes::MaxCountWorthRanking())
 		return CountingRankSort(first, count, output);
 	TRadixSort<Sort_InBuffer>::Sort8(first, count, output, _KeyExtractor{});
 	return !HasEqualNeighbours<_KeyExtractor>(output, count);

@@ -121,34 +121,29 @@ void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
 	{
 	case GeometryConstant:
 	case GeometryConstantAndIndexList:
+		VX_ASSERT(!m_IndexPattern.Empty()); // not reported with quad centres: kept on purpose
+		[[fallthrough]];
+	case GeometryConstantAndIndexListAndQuadCenters:
 	{
-		VX_ASSERT(!m_IndexPattern.Empty());
 		if (m_IndexPattern.Empty())
 			break;
 		const u32 writeCount = std::min(m_ParticleCount, m_IndexCount / m_IndexPattern.Count());
 		const u32 readOffset = _FirstWrittenRecord(m_ParticleCount, writeCount);
+		const auto expandTo = [&](auto *indices)
+		{
+			const SIndexAndDepth *const it = &workingBufferSorter2[readOffset];
+			if (m_GeometryType == GeometryConstantAndIndexListAndQuadCenters)
+				ExpandAndSortIndices(
+					m_IndexPattern, m_QuadCenters, m_CameraPosition, it, indices, writeCount, m_PrimiteVertexCount);
+			else
+				ExpandIndices(m_IndexPattern, it, indices, writeCount);
+		};
 		if (m_IndexType == IndexTypeUint32)
-			ExpandIndices(m_IndexPattern, &workingBufferSorter2[readOffset], m_OutIndices32.Data(), writeCount);
+			expandTo(m_OutIndices32.Data());
 		else if (m_IndexType == IndexTypeUint16)
-			ExpandIndices(m_IndexPattern, &workingBufferSorter2[readOffset], m_OutIndices16.Data(), writeCount);
+			expandTo(m_OutIndices16.Data());
 		else
-			VX_ASSERT_NOT_REACHED("Uninitialized or invalid indice type");
-		break;
-	}
-	case GeometryConstantAndIndexListAndQuadCenters:
-	{
-		if (m_IndexPattern.Empty()) // without a report: kept on purpose
-			break;
-		const u32 writeCount = std::min(m_ParticleCount, m_IndexCount / m_IndexPattern.Count());
-		const u32 readOffset = _FirstWrittenRecord(m_ParticleCount, writeCount);
-		if (m_IndexType == IndexTypeUint32)
-			ExpandAndSortIndices(m_IndexPattern, m_QuadCenters, m_CameraPosition, &workingBufferSorter2[readOffset],
-				m_OutIndices32.Data(), writeCount, m_PrimiteVertexCount);
-		else if (m_IndexType == IndexTypeUint16)
-			ExpandAndSortIndices(m_IndexPattern, m_QuadCenters, m_CameraPosition, &workingBufferSorter2[readOffset],
-				m_OutIndices16.Data(), writeCount, m_PrimiteVertexCount);
-		else
-			VX_ASSERT_NOT_REACHED("Uninitialized or invalid indice type");
+			VX_ASSERT_NOT_REACHED("Uninitialized or invalid indice type"); // the text is kept on purpose
 		break;
 	}
 	case GeometryPerPage:
@@ -163,13 +158,6 @@ void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
 }
 
 // Triangle sort.
-
-template<typename _Element>
-static TStridedMemoryView<const _Element> ViewOfPage(
-	const TStridedMemoryView<const TStridedMemoryView<const _Element>> &pages, u32 pageId);
-template<typename _Element>
-static TStridedMemoryView<const _Element> OfferedElements(
-	const TStridedMemoryView<const _Element> &elements, const CEnableds &enableds, u32 recordCount);
 
 void CTriangleSorter::SortTriangles_AutogenIndices(void *workingBuffer)
 {
@@ -331,24 +319,7 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 	return startPrim;
 }
 
-// The first elements of a page that has no enabled bytes are its rendered ones; a page that has them offers them all.
-template<typename _Element>
-static TStridedMemoryView<const _Element> OfferedElements(
-	const TStridedMemoryView<const _Element> &elements, const CEnableds &enableds, u32 recordCount)
-{
-	return enableds.Empty() ? elements.Slice(0, std::min(recordCount, elements.Count())) : elements;
-}
-
 // Pages: rendered particles, numbered through all of them, to pages and back.
-
-// A page's view. A page that the collection lacks is reported, and has an empty one.
-template<typename _Element>
-static TStridedMemoryView<const _Element> ViewOfPage(
-	const TStridedMemoryView<const TStridedMemoryView<const _Element>> &pages, u32 pageId)
-{
-	const TStridedMemoryView<const _Element> *const view = pages.AddressOf(pageId);
-	return pages.Data() != null && pageId < pages.Count() ? *view : TStridedMemoryView<const _Element>();
-}
 
 void CTriangleSorter::_GetParticleIdxInPageCache(
 	u32 renderedParticleId, u32 &pageId, u32 &offsetInPage, u32 &offsetInRenderedBuffer) const
@@ -494,15 +465,6 @@ u32 CTriangleSorter::_ValidParticleCount(u32 start, u32 count) const
 {
 	const u32 firstVertex = m_PrimiteVertexCount * start;
 	return m_VertexCount > firstVertex ? std::min((m_VertexCount - firstVertex) / m_PrimiteVertexCount, count) : 0;
-}
-
-// Records of particles beyond the vertex buffer, or of no page: drawn before all others with a finite key, at the first
-// vertices.
-static void FillFarRecords(const CRecordList &out)
-{
-	float valueFar;
-	std::memcpy(&valueFar, &kMinusInfinityBits, sizeof(valueFar)); // -ffast-math does not know an infinity
-	CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(out, CSortValues(&valueFar, out.Count(), 0), {}, 0, 0);
 }
 
 // The four fillers are written out, since their reports carry their signatures: kept on purpose.

@@ -11,8 +11,6 @@
 
 #include "pv_sort_lanes.h"
 
-#include <cstring>
-
 namespace Vexmoor
 {
 namespace SortLanes
@@ -133,10 +131,27 @@ namespace SortLanes
 	constexpr u32 kSignBit = 0x80000000u;
 	constexpr u32 kHighest = 0x7FFFFFFFu; // as flipped
 
-	// For the last records in masked loads: a record's key gets its sign bit flipped, and a lane without a record
-	// becomes the highest key. As a sign, the bit says where there is a record.
+	// Of the last records, a record's key gets its sign bit flipped, and a lane without a record, 0, becomes the
+	// highest key. As a sign, the bit says where there is a record.
 	alignas(64) constexpr u32 kFlips[2 * kRanksPerStep] = {kSignBit, kSignBit, kSignBit, kSignBit, kSignBit, kSignBit,
 		kSignBit, kSignBit, kHighest, kHighest, kHighest, kHighest, kHighest, kHighest, kHighest, kHighest};
+
+	// The keys of fewer records than a register has lanes, at least one; other lanes are 0.
+	template<typename _Lanes>
+	static VX_INLINE typename _Lanes::Register LoadLastKeys(
+		const u8 *records, u32 count, [[maybe_unused]] typename _Lanes::Register flips)
+	{
+		if constexpr (_Lanes::kGroups == 2)
+		{
+			return _Lanes::LoadEvenLanesWhere(records, flips);
+		}
+		else
+		{
+			const auto first = count == 1 ? _Lanes::LoadTwo(records) : _Lanes::Load(records);
+			const auto second = count == 3 ? _Lanes::LoadTwo(records + 2 * kRankedSize) : _Lanes::Splat(0);
+			return _Lanes::template Shuffle2<0, 2, 0, 2>(first, second);
+		}
+	}
 
 	// Returns how many keys there are, with those that fill up the last step.
 	template<typename _Lanes>
@@ -148,25 +163,15 @@ namespace SortLanes
 			const auto words = _Lanes::LoadEvenLanes(records + i * kRankedSize);
 			_Lanes::Store(keys + i, _Lanes::Xor(words, _Lanes::Splat(kSignBit)));
 		}
-		if constexpr (_Lanes::kLanes == kRanksPerStep)
+		if (i < count)
 		{
-			if (i < count)
-			{
-				const auto flips = _Lanes::Load(kFlips + kRanksPerStep - (count - i));
-				const auto words = _Lanes::LoadEvenLanesWhere(records + i * kRankedSize, flips);
-				_Lanes::Store(keys + i, _Lanes::Xor(words, flips));
-				i += kRanksPerStep;
-			}
-			return i;
+			const auto flips = _Lanes::Load(kFlips + kRanksPerStep - (count - i));
+			const auto words = LoadLastKeys<_Lanes>(records + i * kRankedSize, count - i, flips);
+			_Lanes::Store(keys + i, _Lanes::Xor(words, flips));
+			i += _Lanes::kLanes;
 		}
-		for (; i < count; ++i)
-		{
-			u32 key;
-			std::memcpy(&key, records + i * kRankedSize, sizeof(key));
-			keys[i] = s32(key ^ kSignBit);
-		}
-		for (; i % kRanksPerStep != 0; ++i)
-			keys[i] = s32(kHighest);
+		for (; i % kRanksPerStep != 0; i += _Lanes::kLanes)
+			_Lanes::Store(keys + i, _Lanes::Splat(kHighest));
 		return i;
 	}
 

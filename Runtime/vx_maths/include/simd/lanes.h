@@ -58,6 +58,7 @@
 //
 // A baseline has some more, for single positions and for the output:
 //
+//   LoadTwo(p)              8 bytes, then two lanes of 0
 //   LoadThree(p)            12 bytes, then a lane of 0
 //   LoadAligned(p), StoreAligned(p, r)
 //                           a register at a multiple of 16

@@ -16,7 +16,7 @@ VX_BEGIN_TARGET_AVX512
 
 namespace Vexmoor
 {
-/// Four groups of four.
+/// Four groups of four. What only loads of groups from elsewhere need is left to SLanesAvx512VL.
 struct SLanesAvx512
 {
 	typedef __m512i Register;
@@ -29,13 +29,6 @@ struct SLanesAvx512
 	// Memory.
 
 	static VX_INLINE Register Load(const void *p) { return _mm512_loadu_si512(p); }
-	static VX_INLINE Register LoadGroups(const u8 *p, ureg stride)
-	{
-		const __m512 first = _mm512_castps128_ps512(LoadGroup(p));
-		const __m512 firstTwo = _mm512_insertf32x4(first, LoadGroup(p + stride), 1);
-		const __m512 firstThree = _mm512_insertf32x4(firstTwo, LoadGroup(p + 2 * stride), 2);
-		return _mm512_castps_si512(_mm512_insertf32x4(firstThree, LoadGroup(p + 3 * stride), 3));
-	}
 	static VX_INLINE void LoadTriples(const u8 *p, Register &x, Register &y, Register &z)
 	{
 		const __m512i a = Load(p), b = Load(p + 64), c = Load(p + 128);
@@ -84,17 +77,6 @@ struct SLanesAvx512
 		return _mm512_maskz_srai_epi32(kAll, r, _Count);
 	}
 
-	// Order.
-
-	template<u32 _0, u32 _1, u32 _2, u32 _3>
-	static VX_INLINE Register Shuffle2(Register a, Register b)
-	{
-		const __m512 floatsA = _mm512_castsi512_ps(a), floatsB = _mm512_castsi512_ps(b);
-		return _mm512_castps_si512(_mm512_shuffle_ps(floatsA, floatsB, _MM_SHUFFLE(_3, _2, _1, _0)));
-	}
-	static VX_INLINE Register InterleaveLow(Register a, Register b) { return _mm512_maskz_unpacklo_epi32(kAll, a, b); }
-	static VX_INLINE Register InterleaveHigh(Register a, Register b) { return _mm512_maskz_unpackhi_epi32(kAll, a, b); }
-
 	// Floats.
 
 	static VX_INLINE Register SubtractFloats(Register a, Register b)
@@ -124,8 +106,6 @@ private:
 	{
 		s32 m_Lanes[kLanes];
 	};
-
-	static VX_INLINE __m128 LoadGroup(const u8 *p) { return _mm_loadu_ps(reinterpret_cast<const float *>(p)); }
 
 	// Coordinate _Axis of triple i is lane 3 * i + _Axis of 48 in three registers. What the first two have of it comes
 	// together first, then what the third has.

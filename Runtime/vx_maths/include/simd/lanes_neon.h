@@ -33,12 +33,15 @@ struct SLanesNeon : TOneGroup<SLanesNeon>
 	static VX_INLINE Register LoadEvenLanes(const u8 *p) { return vuzp1q_u32(Load(p), Load(p + 16)); }
 	static VX_INLINE void Store(void *p, Register r) { vst1q_u8(static_cast<u8 *>(p), vreinterpretq_u8_u32(r)); }
 
+	static VX_INLINE Register LoadTwo(const void *p)
+	{
+		return vcombine_u32(vreinterpret_u32_u8(vld1_u8(static_cast<const u8 *>(p))), vdup_n_u32(0));
+	}
 	static VX_INLINE Register LoadThree(const void *p)
 	{
 		u32 z;
 		std::memcpy(&z, static_cast<const u8 *>(p) + 8, sizeof(z));
-		const uint32x2_t xy = vreinterpret_u32_u8(vld1_u8(static_cast<const u8 *>(p)));
-		return vcombine_u32(xy, vset_lane_u32(z, vdup_n_u32(0), 0));
+		return vsetq_lane_u32(z, LoadTwo(p), 2);
 	}
 	static VX_INLINE Register LoadAligned(const void *p) { return Load(p); }
 	static VX_INLINE void StoreAligned(void *p, Register r) { Store(p, r); }

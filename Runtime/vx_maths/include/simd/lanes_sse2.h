@@ -28,11 +28,12 @@ struct SLanesSse2 : TOneGroup<SLanesSse2>
 	static VX_INLINE Register Load(const void *p) { return _mm_loadu_si128(static_cast<const __m128i *>(p)); }
 	static VX_INLINE void Store(void *p, Register r) { _mm_storeu_si128(static_cast<__m128i *>(p), r); }
 
+	static VX_INLINE Register LoadTwo(const void *p) { return _mm_loadl_epi64(static_cast<const __m128i *>(p)); }
 	static VX_INLINE Register LoadThree(const void *p)
 	{
 		s32 z;
 		std::memcpy(&z, static_cast<const u8 *>(p) + 8, sizeof(z));
-		return _mm_unpacklo_epi64(_mm_loadl_epi64(static_cast<const __m128i *>(p)), _mm_cvtsi32_si128(z));
+		return _mm_unpacklo_epi64(LoadTwo(p), _mm_cvtsi32_si128(z));
 	}
 	static VX_INLINE Register LoadAligned(const void *p) { return _mm_load_si128(static_cast<const __m128i *>(p)); }
 	static VX_INLINE void StoreAligned(void *p, Register r) { _mm_store_si128(static_cast<__m128i *>(p), r); }

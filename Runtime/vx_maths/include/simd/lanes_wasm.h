@@ -25,11 +25,12 @@ struct SLanesWasm : TOneGroup<SLanesWasm>
 	static VX_INLINE Register Load(const void *p) { return wasm_v128_load(p); }
 	static VX_INLINE void Store(void *p, Register r) { wasm_v128_store(p, r); }
 
+	static VX_INLINE Register LoadTwo(const void *p) { return wasm_v128_load64_zero(p); }
 	static VX_INLINE Register LoadThree(const void *p)
 	{
 		s32 z;
 		std::memcpy(&z, static_cast<const u8 *>(p) + 8, sizeof(z));
-		return wasm_i32x4_replace_lane(wasm_v128_load64_zero(p), 2, z);
+		return wasm_i32x4_replace_lane(LoadTwo(p), 2, z);
 	}
 	static VX_INLINE Register LoadAligned(const void *p) { return Load(p); }
 	static VX_INLINE void StoreAligned(void *p, Register r) { Store(p, r); }

@@ -1,7 +1,7 @@
 #pragma once
 
-// What the fill of a page is made of, and reports nothing: the compaction of enabled particles, and the way of whole
-// groups of four to the processor's functions.
+// What the fill of a page is made of, and reports nothing but the views that it indexes: a page's views, the compaction
+// of enabled particles, and the way of whole groups of four to the processor's functions.
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -14,6 +14,23 @@
 
 namespace Vexmoor
 {
+// A page's view. A page that the collection lacks is reported, and has an empty one.
+template<typename _Element>
+static TStridedMemoryView<const _Element> ViewOfPage(
+	const TStridedMemoryView<const TStridedMemoryView<const _Element>> &pages, u32 pageId)
+{
+	const TStridedMemoryView<const _Element> *const view = pages.AddressOf(pageId);
+	return pages.Data() != null && pageId < pages.Count() ? *view : TStridedMemoryView<const _Element>();
+}
+
+// The first elements of a page that has no enabled bytes are its rendered ones; a page that has them offers them all.
+template<typename _Element>
+static TStridedMemoryView<const _Element> OfferedElements(
+	const TStridedMemoryView<const _Element> &elements, const CEnableds &enableds, u32 recordCount)
+{
+	return enableds.Empty() ? elements.Slice(0, std::min(recordCount, elements.Count())) : elements;
+}
+
 // Compacts the sort values of enabled particles into the upper half of the record list that they become. Of n records,
 // value k is at byte 8 * (n / 2) + 4 * k. Registers of w lanes read values k to k + w - 1 and then write records up to
 // byte 8 * (k + w), below which no value lies that is still to be read: value k + w is at byte 8 * (n / 2) + 4 * (k +
@@ -60,5 +77,14 @@ static VX_INLINE void FillOneByDistance(
 	u32 key = SDistanceKey::FromBits(camera.SquaredDistanceBits(srcPos));
 	const u32 base = vertexBases.template Next<SDistanceKey>(key);
 	*packedPtr = {key, base};
+}
+
+// Records of particles beyond the vertex buffer, or of no page: drawn before all others with a finite key, at the first
+// vertices.
+static void FillFarRecords(const CRecordList &out)
+{
+	float valueFar;
+	std::memcpy(&valueFar, &kMinusInfinityBits, sizeof(valueFar)); // -ffast-math does not know an infinity
+	CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(out, CSortValues(&valueFar, out.Count(), 0), {}, 0, 0);
 }
 } // namespace Vexmoor
