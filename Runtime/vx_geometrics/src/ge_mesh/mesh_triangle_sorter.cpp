@@ -795,7 +795,7 @@ static void ExpandIndicesU32_UA_x12(const CPattern &indexPattern, CRecords it, C
 	VX_ASSERT(Mem::IsAligned<0x10>(dstPrims));
 	for (u32 record = 1; record < primCount; ++record)
 		dstPrims = pattern.Next(dstPrims, (++it)->m_Index);
-	dstPrims = pattern.Last(dstPrims);
+	dstPrims = pattern.Last(dstPrims); // cppcheck-suppress uselessAssignmentPtrArg ; the assertion looks at it
 	Float4::WriteBarrier();
 	VX_ASSERT(dstPrims == primsStop);
 }

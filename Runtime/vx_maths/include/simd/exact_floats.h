@@ -151,8 +151,8 @@ public:
 	}
 
 private:
-	u32 m_Point[3];
 	Register m_X, m_Y, m_Z;
+	u32 m_Point[3];
 	TBarrier<_Lanes> m_Barrier;
 };
 } // namespace Vexmoor

@@ -31,9 +31,8 @@ struct SLanesAvx2
 	static VX_INLINE Register Load(const void *p) { return _mm256_loadu_si256(static_cast<const __m256i *>(p)); }
 	static VX_INLINE Register LoadGroups(const u8 *p, ureg stride)
 	{
-		const __m128 first = _mm_loadu_ps(reinterpret_cast<const float *>(p));
-		const __m128 second = _mm_loadu_ps(reinterpret_cast<const float *>(p + stride));
-		return _mm256_castps_si256(_mm256_insertf128_ps(_mm256_castps128_ps256(first), second, 1));
+		const __m256i first = _mm256_castsi128_si256(SLanesSse2::Load(p));
+		return _mm256_inserti128_si256(first, SLanesSse2::Load(p + stride), 1);
 	}
 	static VX_INLINE void LoadTriples(const u8 *p, Register &x, Register &y, Register &z)
 	{
