@@ -96,17 +96,17 @@ VX_INLINE u32 NaNOfSquaredDistance(const u32 *a, const u32 *b)
 	return 0;
 }
 
-/// Squared distances len2 of points to one point, with each NaN among them put right. It is static so that each file
-/// has one of its own: a linker keeps one body of other functions, perhaps that of a file compiled for wider registers.
+/// Squared distances len2 of points to one point, with each NaN among them put right.
 template<typename _Lanes>
-static VX_NOINLINE typename _Lanes::Register WithNaNs(typename _Lanes::Register x,
+VX_INLINE typename _Lanes::Register WithNaNs(typename _Lanes::Register x,
 	typename _Lanes::Register y,
 	typename _Lanes::Register z,
 	typename _Lanes::Register len2,
-	const u32 *point)
+	const float *point)
 {
 	constexpr u32 kLanes = _Lanes::kLanes;
-	u32 axes[3][kLanes], lengths[kLanes];
+	u32 bits[3], axes[3][kLanes], lengths[kLanes];
+	std::memcpy(bits, point, sizeof(bits));
 	_Lanes::Store(axes[0], x);
 	_Lanes::Store(axes[1], y);
 	_Lanes::Store(axes[2], z);
@@ -114,13 +114,14 @@ static VX_NOINLINE typename _Lanes::Register WithNaNs(typename _Lanes::Register 
 	for (u32 lane = 0; lane < kLanes; ++lane)
 	{
 		const u32 other[3] = {axes[0][lane], axes[1][lane], axes[2][lane]};
-		const u32 nan = NaNOfSquaredDistance(other, point);
+		const u32 nan = NaNOfSquaredDistance(other, bits);
 		lengths[lane] = nan != 0 ? nan : lengths[lane];
 	}
 	return _Lanes::Load(lengths);
 }
 
-/// Squared distances of points, one in each lane, to one point.
+/// Squared distances of points, one in each lane, to one point. Unless kAddsInOrder, the caller looks for NaNs, and has
+/// them put right by WithNaNs.
 template<typename _Lanes>
 class TSquaredDistances
 {
@@ -130,10 +131,11 @@ public:
 	/// point: x, y and z
 	explicit VX_INLINE TSquaredDistances(const float *point)
 	{
-		std::memcpy(m_Point, point, sizeof(m_Point));
-		m_X = _Lanes::Splat(m_Point[0]);
-		m_Y = _Lanes::Splat(m_Point[1]);
-		m_Z = _Lanes::Splat(m_Point[2]);
+		u32 bits[3];
+		std::memcpy(bits, point, sizeof(bits));
+		m_X = _Lanes::Splat(bits[0]);
+		m_Y = _Lanes::Splat(bits[1]);
+		m_Z = _Lanes::Splat(bits[2]);
 	}
 
 	VX_INLINE Register To(Register x, Register y, Register z) const
@@ -141,18 +143,15 @@ public:
 		const Register dx = _Lanes::SubtractFloats(x, m_X);
 		const Register dy = _Lanes::SubtractFloats(y, m_Y);
 		const Register dz = _Lanes::SubtractFloats(z, m_Z);
-		const Register len2 = SquaredLengths<_Lanes>(dx, dy, dz, m_Barrier);
-		if constexpr (!_Lanes::kAddsInOrder)
-		{
-			if (VX_UNLIKELY(_Lanes::Any(_Lanes::LessUnsigned(_Lanes::Splat(kInfinityBits), len2))))
-				return WithNaNs<_Lanes>(x, y, z, len2, m_Point);
-		}
-		return len2;
+		return SquaredLengths<_Lanes>(dx, dy, dz, m_Barrier);
+	}
+	static VX_INLINE bool HaveNaN(Register len2)
+	{
+		return _Lanes::Any(_Lanes::LessUnsigned(_Lanes::Splat(kInfinityBits), len2));
 	}
 
 private:
 	Register m_X, m_Y, m_Z;
-	u32 m_Point[3];
 	TBarrier<_Lanes> m_Barrier;
 };
 } // namespace Vexmoor

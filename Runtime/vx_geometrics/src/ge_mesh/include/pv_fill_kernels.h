@@ -160,6 +160,18 @@ struct TFillCursor
 
 // The keys of a register of particles: by their distance to the camera, or by their values.
 
+// Squared distances with their NaNs put right. Positions are loaded once more, so that nothing but their address has to
+// be kept for this rare path. It is static so that each file has one of its own: a linker keeps one body of other
+// functions, perhaps that of a file compiled for wider registers.
+template<typename _Lanes, typename _Positions>
+static VX_NOINLINE typename _Lanes::Register WithNaNsOf(
+	const u8 *positions, u32 strideInBytes, typename _Lanes::Register len2, const float *camera)
+{
+	typename _Lanes::Register x, y, z;
+	_Positions::template Load<_Lanes>(positions, strideInBytes, x, y, z);
+	return WithNaNs<_Lanes>(x, y, z, len2, camera);
+}
+
 template<typename _Lanes, typename _Positions>
 class TDistanceKeys
 {
@@ -169,17 +181,25 @@ public:
 
 	explicit VX_INLINE TDistanceKeys(const float *camera)
 		: m_Distances(camera)
+		, m_Camera(camera)
 	{
 	}
 	VX_INLINE Register At(const u8 *positions, u32 strideInBytes) const
 	{
 		Register x, y, z;
 		_Positions::template Load<_Lanes>(positions, strideInBytes, x, y, z);
-		return SDistanceKey::FromLanes<_Lanes>(m_Distances.To(x, y, z));
+		Register len2 = m_Distances.To(x, y, z);
+		if constexpr (!_Lanes::kAddsInOrder)
+		{
+			if (VX_UNLIKELY(m_Distances.HaveNaN(len2)))
+				len2 = WithNaNsOf<_Lanes, _Positions>(positions, strideInBytes, len2, m_Camera);
+		}
+		return SDistanceKey::FromLanes<_Lanes>(len2);
 	}
 
 private:
 	TSquaredDistances<_Lanes> m_Distances;
+	const float *m_Camera;
 };
 
 template<typename _Lanes>
