@@ -722,9 +722,7 @@ static void ExpandIndicesU32_x1(const CPattern &indexPattern, CRecords it, CPrim
 	VX_ASSERT_MESSAGE(indexPattern[0] == 0, "An index pattern of width 1 should have its indexPattern[0] to 0");
 	static_cast<void>(indexPattern);
 	Expand::TOutput<u32> output(it, dstPrims, primCount);
-	if (Mem::IsAligned<0x10>(dstPrims))
-		output.Stream(Expand::SStreamU32_x1());
-	else
+	if (!output.Stream(Expand::SStreamU32_x1()))
 		WarnAtSite(Site::kExpandU32_x1,
 			"Render sort: Index stream expansion (U32): sub-optimal path [1]: Unaligned dst memory");
 	output.Write(Expand::SU32_x1());
@@ -735,9 +733,7 @@ static void ExpandIndicesU32_x3(const CPattern &indexPattern, CRecords it, CPrim
 	VX_ASSERT(indexPattern.Count() == 3);
 	const u32 *const pattern32 = &indexPattern[0];
 	Expand::TOutput<u32> output(it, dstPrims, primCount);
-	if (Mem::IsAligned<0x10>(dstPrims))
-		output.Stream(Expand::SStreamU32_x3(pattern32));
-	else // the text is the six-wide worker's: kept on purpose
+	if (!output.Stream(Expand::SStreamU32_x3(pattern32))) // the text is the six-wide worker's: kept on purpose
 		WarnAtSite(Site::kExpandU32_x3,
 			"Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory");
 	output.Write(Expand::TExpand_x3<u32>(pattern32));
@@ -748,11 +744,7 @@ static void ExpandIndicesU32_x6(const CPattern &indexPattern, CRecords it, CPrim
 	VX_ASSERT(indexPattern.Count() == 6);
 	const u32 *const pattern32 = &indexPattern[0];
 	Expand::TOutput<u32> output(it, dstPrims, primCount);
-	if (Mem::IsAligned<0x10>(dstPrims))
-	{
-		output.Stream(Expand::SStreamU32_x6(pattern32));
-	}
-	else
+	if (!output.Stream(Expand::SStreamU32_x6(pattern32)))
 	{
 		WarnAtSite(Site::kExpandU32_x6,
 			"Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory");
@@ -845,11 +837,7 @@ static void ExpandIndicesU16_x1(const CPattern &indexPattern, CRecords it, CPrim
 	VX_ASSERT(indexPattern.Count() == 1 && indexPattern[0] == 0);
 	static_cast<void>(indexPattern);
 	Expand::TOutput<u16> output(it, dstPrims, primCount);
-	if (Mem::IsAligned<0x10>(dstPrims))
-	{
-		output.Stream(Expand::SStreamU16_x1());
-	}
-	else
+	if (!output.Stream(Expand::SStreamU16_x1()))
 	{
 		WarnAtSite(Site::kExpandU16_x1,
 			"Render sort: Index stream expansion (U16): sub-optimal path [1]: Unaligned dst memory");
@@ -864,9 +852,7 @@ static void ExpandIndicesU16_x3(const CPattern &indexPattern, CRecords it, CPrim
 	VX_ASSERT(indexPattern.Count() == 3);
 	const u16 pattern16[] = {u16(indexPattern[0]), u16(indexPattern[1]), u16(indexPattern[2])};
 	Expand::TOutput<u16> output(it, dstPrims, primCount);
-	if (Mem::IsAligned<0x10>(dstPrims))
-		output.Stream(Expand::SStreamU16_x3(pattern16));
-	else // the text is the 32-bit six-wide worker's: kept on purpose
+	if (!output.Stream(Expand::SStreamU16_x3(pattern16))) // the text is the 32-bit six-wide worker's: kept on purpose
 		WarnAtSite(Site::kExpandU16_x3,
 			"Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory");
 	output.Write(Expand::TExpand_x3<u16>(pattern16));
@@ -879,11 +865,7 @@ static void ExpandIndicesU16_x6(const CPattern &indexPattern, CRecords it, CPrim
 	const u32 i01i23i45[] = {
 		Expand::PackEntries2(pattern32), Expand::PackEntries2(pattern32 + 2), Expand::PackEntries2(pattern32 + 4)};
 	Expand::TOutput<u16> output(it, dstPrims, primCount);
-	if (Mem::IsAligned<0x10>(dstPrims))
-	{
-		output.Stream(Expand::SStreamU16_x6(pattern32));
-	}
-	else
+	if (!output.Stream(Expand::SStreamU16_x6(pattern32)))
 	{
 		WarnAtSite(Site::kExpandU16_x6,
 			"Render sort: Index stream expansion (U16): sub-optimal path [6]: Unaligned dst memory");

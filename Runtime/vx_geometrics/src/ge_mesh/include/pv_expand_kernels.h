@@ -625,11 +625,15 @@ namespace Expand
 				m_Prims += _Kernel::kPrims * _Kernel::kWidth;
 			}
 		}
+		// The same as streams, with a fence behind them. Writes nothing and returns false if the output is not aligned.
 		template<typename _Kernel>
-		VX_INLINE void Stream(const _Kernel &kernel)
+		VX_INLINE bool Stream(const _Kernel &kernel)
 		{
+			if (!Mem::IsAligned<0x10>(m_Prims))
+				return false;
 			Write(kernel);
 			Float4::WriteBarrier();
+			return true;
 		}
 
 	private:

@@ -71,7 +71,7 @@ struct SPositions_Overlapping
 	}
 };
 
-// A virtual view: one position for all.
+// A virtual view: one position for all lanes and all registers.
 struct SPositions_Repeated
 {
 	template<typename _Lanes, typename _Register>
@@ -85,6 +85,11 @@ struct SPositions_Repeated
 
 // The next bases, one for each lane.
 
+// Of a sequence, with start s, increment i and w lanes:
+//
+//   lane       0        1              2               ...
+//   bases      s        s + i          s + 2 i         now
+//              s + w i  s + (w + 1) i  s + (w + 2) i   at the next call
 template<typename _Lanes>
 class TVertexBases_Sequence
 {
@@ -110,6 +115,13 @@ private:
 	Register m_Step;
 };
 
+// Of a list, with entries e and a vertex count between e0 and e1, for example:
+//
+//   lane       0    1    2    3
+//   entries    e0   e1   e2   e3
+//   valid      yes  no   yes  yes     e < vertex count, as unsigned numbers
+//   keys       k0   far  k2   k3
+//   bases      e0   0    e2   e3
 template<typename _Lanes>
 class TVertexBases_List
 {
@@ -249,7 +261,8 @@ static VX_INLINE void FillRegistersByDistance(TFillCursor<_VertexBases> &cursor,
 	FillRegisters<_Lanes, TDistanceKeys<_Lanes, _Positions>>(cursor, camera);
 }
 
-// The functions of the table, from the widest lanes to those of one group.
+// The functions of the table. _Lanes are targets from the widest to one of one group; each fills what the one before it
+// has left: of eleven groups, SLanesAvx512 fills eight, SLanesAvx2 two, and SLanesAvx one.
 
 template<typename _VertexBases, typename... _Lanes>
 static void FillByDistanceInLanes(SIndexAndDepth *records,
