@@ -14,9 +14,12 @@ from pathlib import Path
 CONDITIONS = {"VX_ASSERT", "VX_VERIFY"}
 NAMED_CONDITIONS = {"VX_ASSERT_AS"}
 MESSAGES = {"VX_ASSERT_MESSAGE", "VX_ASSERT_NOT_REACHED"}
-WARNINGS = {"VX_WARN_AT_SITE", "WarnAtSite"}
+WARNINGS = {"VX_WARN_AT_SITE", "WarnAtSite", "StreamOrWarn"}
 SENTENCES = {"_Violation": "Violations", "_Advice": "Advice"}
 REPORTS = CONDITIONS | NAMED_CONDITIONS | MESSAGES | WARNINGS | SENTENCES.keys()
+
+# What StreamOrWarn hands on. Its callers' texts are read where they call it.
+HANDED_ON = ["siteKey", "text"]
 
 # What these end in. Whoever else calls it speaks past this check.
 SERVICES = {
@@ -67,6 +70,15 @@ def arguments_at(tokens, opening):
     return arguments
 
 
+def bracket_behind(tokens, name):
+    """Where the bracket of a call opens: behind its name, or behind its template arguments."""
+    opening, depth = name + 1, 0
+    while tokens[opening] == "<" or depth:
+        depth += (tokens[opening] == "<") - (tokens[opening] == ">")
+        opening += 1
+    return opening
+
+
 def as_written(tokens):
     return re.sub(r"\s+", " ", "".join(tokens)).strip()
 
@@ -99,10 +111,11 @@ def reports_of(path, problems):
         declared = previous[1] == "void" or (name in SENTENCES and previous[1] == "::")
         if declared or name not in REPORTS | {"Format", "VX_SITE_KEY"}:
             continue
-        if tokens[i + 1] != "(":
+        opening = bracket_behind(tokens, i)
+        if tokens[opening] != "(":
             problems.append(f"{path.name}: a {name} without its bracket")
             continue
-        arguments = arguments_at(tokens, i + 1)
+        arguments = arguments_at(tokens, opening)
         if name == "Format":
             formatted = literal(arguments[0])
         elif name == "VX_SITE_KEY":
@@ -117,7 +130,7 @@ def reports_of(path, problems):
             reports["Assertions"][literal(arguments[1])].add(as_written(arguments[0]))
         elif name in SENTENCES:
             reports[SENTENCES[name]][literal(arguments[0])]
-        else:
+        elif list(map(as_written, arguments)) != HANDED_ON:
             text = formatted if as_written(arguments[1]) == "message.Data()" else literal(arguments[1])
             site = literal(arguments[0])
             name = as_written(arguments[0]).split("::")[-1]

@@ -436,12 +436,11 @@ private:
 	// An even number, so that the first record read stays 16-byte aligned; an odd shortfall then loses the last one.
 	static u32 _FirstWrittenRecord(u32 recordCount, u32 writeCount) { return (recordCount - writeCount) & ~1u; }
 
-	template<typename _Index, typename _Pages, typename _AssertPage, typename _FillPage>
+	template<typename _Index, typename _Pages, typename... _Camera>
 	VX_LOCAL u32 _FillTriangles(const _Pages &pages,
 		const TMemoryView<SIndexAndDepth> &workingBufferSorter,
 		const TMemoryView<_Index> &workingBufferIndex,
-		const _AssertPage &assertPage,
-		const _FillPage &fillPage) const;
+		const _Camera &...camera) const;
 	template<typename _Index>
 	VX_LOCAL void _SortTriangles_AutogenIndices(void *workingBuffer);
 

@@ -6,7 +6,6 @@
 
 #include "ge_mesh_triangle_sorter.h"
 
-#include "simd/sse/simd_vector.h"
 #include "vx_assert.h"
 
 #include "kr_log_unique.h"
@@ -21,6 +20,7 @@
 #include "include/pv_expand_quads.h"
 #include "include/pv_fill.h"
 #include "include/pv_fill_groups.h"
+#include "include/pv_fill_records.h"
 #include "include/pv_float_mode.h"
 #include "include/pv_mesh_triangle_sorter.h"
 #include "include/pv_triangles.h"
@@ -60,22 +60,19 @@ void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
 {
 	if (!VX_VERIFY(_PointWorkingBufferSize(m_ParticleCount) <= kLargestWorkingBufferSize))
 		return;
-	SIndexAndDepth *_locallyAllocatedIDBuffer = null;
+	void *_locallyAllocatedIDBuffer = null;
 	if (_workingBuffer == null)
 	{
 		// Bytes taken for records: eight times what is needed, which is what hosts budget for.
 		const u64 recordCount = GetAutogenIndicesWorkingBufferSize(m_ParticleCount);
-		_locallyAllocatedIDBuffer =
-			static_cast<SIndexAndDepth *>(VX_ALLOC_GENERIC(recordCount * sizeof(SIndexAndDepth)));
+		_locallyAllocatedIDBuffer = VX_ALLOC_GENERIC(recordCount * sizeof(SIndexAndDepth));
 		if (_locallyAllocatedIDBuffer == null)
 			return;
 		_workingBuffer = _locallyAllocatedIDBuffer;
 	}
 	VX_ASSERT(Mem::IsAligned<0x10>(_workingBuffer));
-	const CRecordList workingBufferSorter = // filled
-		WorkingBuffer_SortedPoints(_workingBuffer, m_ParticleCount, 1);
-	const CRecordList workingBufferSorter2 = // sorted
-		WorkingBuffer_SortedPoints(_workingBuffer, m_ParticleCount, 0);
+	const CRecordList workingBufferSorter = WorkingBuffer_SortedPoints(_workingBuffer, m_ParticleCount, 1);  // filled
+	const CRecordList workingBufferSorter2 = WorkingBuffer_SortedPoints(_workingBuffer, m_ParticleCount, 0); // sorted
 
 	{
 		VX_PROFILE_SCOPE_COLOR("CTriangleSorter::FillSource", CFloat3(0.5f, 0.08f, 0.9f));
@@ -190,44 +187,18 @@ void CTriangleSorter::_SortTriangles_AutogenIndices(void *workingBuffer)
 {
 	const u32 primCount_fromBB = m_IndexCount_fromBB / 3; // triangles that the pages' geometry may have at most
 	VX_ASSERT(m_IndexCount_fromBB % 3 == 0);
-	const CRecordList workingBufferSorter = // filled
-		WorkingBuffer_SortedTris(workingBuffer, m_IndexCount_fromBB, 1);
-	const CRecordList workingBufferSorter2 = // sorted
-		WorkingBuffer_SortedTris(workingBuffer, m_IndexCount_fromBB, 0);
+	const CRecordList workingBufferSorter = WorkingBuffer_SortedTris(workingBuffer, m_IndexCount_fromBB, 1);  // filled
+	const CRecordList workingBufferSorter2 = WorkingBuffer_SortedTris(workingBuffer, m_IndexCount_fromBB, 0); // sorted
 	const TMemoryView<_Index> workingBufferIndex =
 		WorkingBuffer_TriangleIndices<_Index>(workingBuffer, m_IndexCount_fromBB);
 
 	u32 startPrim = 0;
 	if (m_SortType == SortByPosition)
-	{
-		startPrim = _FillTriangles(
-			m_InPositions, workingBufferSorter, workingBufferIndex,
-			[&]([[maybe_unused]] u32 pageId) { VX_ASSERT(!m_InPositions[pageId].Empty()); },
-			[this](const CRecordList &particles, u32 pageId, u32 startIndex, u32 vertexCount)
-			{
-				const CEnableds enableds = ViewOfPage(m_InEnableds, pageId);
-				FillSortingIndirectionsListPoint_NoIndices(particles,
-					OfferedElements(m_InPositions[pageId], enableds, particles.Count()), m_CameraPosition, enableds,
-					startIndex, vertexCount);
-			});
-	}
+		startPrim = _FillTriangles(m_InPositions, workingBufferSorter, workingBufferIndex, m_CameraPosition);
 	else if (m_SortType == SortByFloat)
-	{
-		startPrim = _FillTriangles(
-			m_InSortKeys, workingBufferSorter, workingBufferIndex,
-			[&]([[maybe_unused]] u32 pageId) { VX_ASSERT(!m_InSortKeys[pageId].Empty()); },
-			[this](const CRecordList &particles, u32 pageId, u32 startIndex, u32 vertexCount)
-			{
-				const CEnableds enableds = ViewOfPage(m_InEnableds, pageId);
-				FillSortingIndirectionsListPoint_NoIndices(particles,
-					OfferedElements(m_InSortKeys[pageId], enableds, particles.Count()), enableds, startIndex,
-					vertexCount);
-			});
-	}
+		startPrim = _FillTriangles(m_InSortKeys, workingBufferSorter, workingBufferIndex);
 	else
-	{
 		VX_ASSERT_NOT_REACHED("Uninitialized or invalid sort mode");
-	}
 
 	// What no page has filled becomes triangles without area, drawn with the farthest.
 	constexpr u32 depthKeyFar = SValueKey::kFar;
@@ -257,13 +228,12 @@ void CTriangleSorter::_SortTriangles_AutogenIndices(void *workingBuffer)
 }
 
 // Fills the records and the unsorted triangles of every page that the vertex buffer has room for, and returns how many
-// triangles that makes. Sites that name a page's views are the caller's: assertPage and fillPage.
-template<typename _Index, typename _Pages, typename _AssertPage, typename _FillPage>
+// triangles that makes. The camera is given if the pages have positions.
+template<typename _Index, typename _Pages, typename... _Camera>
 u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 	const TMemoryView<SIndexAndDepth> &workingBufferSorter,
 	const TMemoryView<_Index> &workingBufferIndex,
-	const _AssertPage &assertPage,
-	const _FillPage &fillPage) const
+	const _Camera &...camera) const
 {
 	VX_PROFILE_SCOPE_COLOR("FillSortingIndirectionsListPoint_NoIndices_And_Expand", CFloat3(0.5f, 0.08f, 0.9f));
 	const u32 pageCount = pages.Count();
@@ -283,7 +253,10 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 		const bool emptyPage = m_InRenderedParticleCounts[pageId] == 0;
 		if (!emptyPage)
 		{
-			assertPage(pageId);
+			if constexpr (sizeof...(camera) != 0)
+				VX_ASSERT(!m_InPositions[pageId].Empty());
+			else
+				VX_ASSERT(!m_InSortKeys[pageId].Empty());
 			VX_ASSERT(
 				m_IndexPatternCollection[pageId].Count() % 3 == 0 && m_IndexPatternCollection[pageId].Count() >= 3);
 		}
@@ -308,7 +281,9 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 			break;
 
 		const CRecordList particles = records.Slice(0, localParticleCount);
-		fillPage(particles, pageId, startIndex, vertexCount);
+		const CEnableds enableds = ViewOfPage(m_InEnableds, pageId);
+		FillSortingIndirectionsListPoint_NoIndices(particles,
+			OfferedElements(pages[pageId], enableds, localParticleCount), camera..., enableds, startIndex, vertexCount);
 		ExpandIndices(indexPattern, particles.Data(), &workingBufferIndex[startPrim * 3], localParticleCount);
 		ExpandSortingIndirectionsListPoints_Triangles(
 			records.Slice(0, u32(localPrimitiveCount)), localParticleCount, trianglesPerParticle, startPrim);
@@ -355,10 +330,18 @@ void CTriangleSorter::_GetParticleIdxInPageCache(
 		pLeft -= enableds[offsetInPage++] != 0;
 }
 
-// The walk that all fillers share: hands fillPage the records, elements and enabled bytes of each page's part of the
-// rendered particles [start, start + count), and the number of records before them. A page that has none to give, or
-// none left, is passed over untouched. Returns the number of records handed out: fewer than count where the pages end
-// before the particles do.
+// The part of one page that becomes records, and the records.
+template<typename _Element>
+struct TPagePart
+{
+	const CRecordList &m_Records;
+	const TStridedMemoryView<const _Element> &m_Elements;
+	const CEnableds &m_Enableds;
+};
+
+// The walk that all fillers share: hands fillPage each page's part of the rendered particles [start, start + count),
+// and the number of the part's first particle. A page that has none to give, or none left, is passed over untouched.
+// Returns the number of records handed out: fewer than count where the pages end before the particles do.
 template<CTriangleSorter::EPageBound _PageBound, typename _Element, typename _FillPage>
 VX_INLINE u32 CTriangleSorter::_WalkPages(
 	const TStridedMemoryView<const TStridedMemoryView<const _Element, -1>, -1> &pages,
@@ -377,26 +360,15 @@ VX_INLINE u32 CTriangleSorter::_WalkPages(
 	const CRecordList records = out;
 	const u32 totalPageCount = renderedCounts.Count();
 
-	struct SPlace
-	{
-		u32 m_Page, m_OffsetInPage, m_OffsetInRenderedBuffer;
-	};
-	const auto placeOf = [this](u32 renderedParticleId)
-	{
-		SPlace place;
-		_GetParticleIdxInPageCache(
-			renderedParticleId, place.m_Page, place.m_OffsetInPage, place.m_OffsetInRenderedBuffer);
-		return place;
-	};
-	const SPlace first = placeOf(start);
-	u32 pagei = first.m_Page;
-	u32 offsetInPage = first.m_OffsetInPage;
-	u32 offsetOut = first.m_OffsetInRenderedBuffer;
+	u32 firstPage, firstInPage, firstInRendered;
+	_GetParticleIdxInPageCache(start, firstPage, firstInPage, firstInRendered);
+	u32 pagei = firstPage, offsetInPage = firstInPage, offsetOut = firstInRendered;
 	VX_ASSERT_AS(
 		"offsetOut < m_InRenderedParticleCounts[pagei]", pagei < totalPageCount && offsetOut < renderedCounts[pagei]);
 
-	const SPlace stop = placeOf(start + count);
-	const u32 pageStop = stop.m_Page;
+	u32 stopPage, stopInPage, stopInRendered; // of the first particle behind
+	_GetParticleIdxInPageCache(start + count, stopPage, stopInPage, stopInRendered);
+	const u32 pageStop = stopPage;
 
 	const CWarningBatch warnings;
 	u32 i = 0;
@@ -418,7 +390,7 @@ VX_INLINE u32 CTriangleSorter::_WalkPages(
 			break;
 		const CEnableds enableds = ViewOfPage(enabledPages, pagei);
 		const u32 pprocess = std::min(pcount, count - i);
-		u32 pprocessIn = (pagei == pageStop ? stop.m_OffsetInPage : elements.Count()) - offsetInPage;
+		u32 pprocessIn = (pagei == pageStop ? stopInPage : elements.Count()) - offsetInPage;
 		if (enableds.Empty())
 			pprocessIn = std::min(pprocessIn, pprocess); // none is disabled: the first ones are the rendered ones
 
@@ -426,7 +398,7 @@ VX_INLINE u32 CTriangleSorter::_WalkPages(
 		const CRecordList recordSlice = records.Slice(i, pprocess);
 		const TStridedMemoryView<const _Element> elementSlice = elements.Slice(offsetInPage, pprocessIn);
 		const CEnableds enabledSlice = enableds.SliceIFP(offsetInPage, pprocessIn);
-		fillPage(recordSlice, elementSlice, enabledSlice, i);
+		fillPage(TPagePart<_Element>{recordSlice, elementSlice, enabledSlice}, start + i);
 		i += pprocess;
 		offsetInPage = 0;
 		offsetOut = 0;
@@ -451,14 +423,9 @@ struct SByList : CVertexBases_List
 };
 
 template<typename _VertexBases>
-static void FillByDistance(const CRecordList &outList,
-	const CPositions &positions,
-	const CCamera &camera,
-	const CEnableds &enableds,
-	_VertexBases vertexBases);
+static void FillByDistance(const TPagePart<CFloat3> &page, const CCamera &camera, _VertexBases vertexBases);
 template<typename _VertexBases>
-static void FillByValue(
-	const CRecordList &outList, const CSortValues &sortValues, const CEnableds &enableds, _VertexBases vertexBases);
+static void FillByValue(const TPagePart<float> &page, _VertexBases vertexBases);
 
 // How many particles of [start, start + count) have their vertices inside the vertex buffer.
 u32 CTriangleSorter::_ValidParticleCount(u32 start, u32 count) const
@@ -477,15 +444,11 @@ void CTriangleSorter::_FillSource_SortByPosition_GeomConst(
 	const u32 validCount = _ValidParticleCount(start, count);
 	const u32 increment = m_PrimiteVertexCount;
 	const u32 i = _WalkPages<PageBound_RenderedCounts>(m_InPositions, start, validCount, out,
-		[&](const CRecordList &records, const CPositions &positions, const CEnableds &enableds, u32 recordsBefore) {
-			FillByDistance(
-				records, positions, camera, enableds, SBySequence((start + recordsBefore) * increment, increment));
-		});
+		[&](const TPagePart<CFloat3> &page, u32 firstParticle)
+		{ FillByDistance(page, camera, SBySequence(firstParticle * increment, increment)); });
+	VX_ASSERT(i == validCount);
 	if (i < count)
-	{
-		VX_ASSERT(i == validCount);
 		FillFarRecords(out.Slice(i, count - i));
-	}
 }
 
 void CTriangleSorter::_FillSource_SortByValues_GeomConst(
@@ -494,13 +457,11 @@ void CTriangleSorter::_FillSource_SortByValues_GeomConst(
 	const u32 validCount = _ValidParticleCount(start, count);
 	const u32 increment = m_PrimiteVertexCount;
 	const u32 i = _WalkPages<PageBound_RenderedCounts>(m_InSortKeys, start, validCount, out,
-		[&](const CRecordList &records, const CSortValues &sortValues, const CEnableds &enableds, u32 recordsBefore)
-		{ FillByValue(records, sortValues, enableds, SBySequence((start + recordsBefore) * increment, increment)); });
+		[&](const TPagePart<float> &page, u32 firstParticle)
+		{ FillByValue(page, SBySequence(firstParticle * increment, increment)); });
+	VX_ASSERT(i == validCount);
 	if (i < count)
-	{
-		VX_ASSERT(i == validCount);
 		FillFarRecords(out.Slice(i, count - i));
-	}
 }
 
 void CTriangleSorter::_FillSource_SortByPosition_GeomConstAndIndexList(
@@ -509,11 +470,8 @@ void CTriangleSorter::_FillSource_SortByPosition_GeomConstAndIndexList(
 	const CFloatModeScope floatMode;
 	const CCamera camera(m_CameraPosition);
 	const u32 i = _WalkPages<PageBound_RenderedCounts>(m_InPositions, start, count, out,
-		[&](const CRecordList &records, const CPositions &positions, const CEnableds &enableds, u32 recordsBefore)
-		{
-			const u32 *const indexList = m_IndexList.AddressOf(start + recordsBefore);
-			FillByDistance(records, positions, camera, enableds, SByList(indexList, m_VertexCount));
-		});
+		[&](const TPagePart<CFloat3> &page, u32 firstParticle)
+		{ FillByDistance(page, camera, SByList(m_IndexList.AddressOf(firstParticle), m_VertexCount)); });
 	if (i < count)
 		FillFarRecords(out.Slice(i, count - i));
 }
@@ -522,11 +480,8 @@ void CTriangleSorter::_FillSource_SortByValues_GeomConstAndIndexList(
 	u32 start, u32 count, const TMemoryView<SIndexAndDepth> &out) const
 {
 	const u32 i = _WalkPages<PageBound_TotalPageCount>(m_InSortKeys, start, count, out,
-		[&](const CRecordList &records, const CSortValues &sortValues, const CEnableds &enableds, u32 recordsBefore)
-		{
-			const u32 *const indexList = m_IndexList.AddressOf(start + recordsBefore);
-			FillByValue(records, sortValues, enableds, SByList(indexList, m_VertexCount));
-		});
+		[&](const TPagePart<float> &page, u32 firstParticle)
+		{ FillByValue(page, SByList(m_IndexList.AddressOf(firstParticle), m_VertexCount)); });
 	if (i < count)
 		FillFarRecords(out.Slice(i, count - i));
 }
@@ -542,7 +497,7 @@ void CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(const TMemoryVi
 	u32 indexIncrement)
 {
 	const CFloatModeScope floatMode;
-	FillByDistance(outList, positions, CCamera(cameraPosition), enableds, SBySequence(indexStart, indexIncrement));
+	FillByDistance({outList, positions, enableds}, CCamera(cameraPosition), SBySequence(indexStart, indexIncrement));
 }
 
 void CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(const TMemoryView<SIndexAndDepth> &outList,
@@ -551,7 +506,7 @@ void CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(const TMemoryVi
 	u32 indexStart,
 	u32 indexIncrement)
 {
-	FillByValue(outList, sortValues, enableds, SBySequence(indexStart, indexIncrement));
+	FillByValue({outList, sortValues, enableds}, SBySequence(indexStart, indexIncrement));
 }
 
 void CTriangleSorter::FillSortingIndirectionsListPoint_Indices(const TMemoryView<SIndexAndDepth> &outList,
@@ -562,7 +517,7 @@ void CTriangleSorter::FillSortingIndirectionsListPoint_Indices(const TMemoryView
 	u32 maxVertexId)
 {
 	const CFloatModeScope floatMode;
-	FillByDistance(outList, positions, CCamera(cameraPosition), enableds, SByList(indexList, maxVertexId));
+	FillByDistance({outList, positions, enableds}, CCamera(cameraPosition), SByList(indexList, maxVertexId));
 }
 
 void CTriangleSorter::FillSortingIndirectionsListPoint_Indices(const TMemoryView<SIndexAndDepth> &outList,
@@ -571,109 +526,49 @@ void CTriangleSorter::FillSortingIndirectionsListPoint_Indices(const TMemoryView
 	const u32 *indexList,
 	u32 maxVertexId)
 {
-	FillByValue(outList, sortValues, enableds, SByList(indexList, maxVertexId));
-}
-
-// What fills a page is inlined into the walk over pages, because with one particle to a page a call per page takes much
-// of the time. Groups of four and compaction are not inlined: pages that small have no use for them.
-
-// A record for each value.
-template<typename _VertexBases>
-static VX_INLINE void FillFromValues(
-	const CRecordList &outList, const CSortValues &sortValues, _VertexBases vertexBases)
-{
-	SIndexAndDepth *packedPtr = outList.Data();
-	const u8 *valuePtr = reinterpret_cast<const u8 *>(sortValues.Data());
-	const u32 valueStride = sortValues.Stride();
-
-	u32 remaining = outList.Count();
-	if (valueStride == sizeof(float))
-	{
-		const u32 groupCount = remaining / kRecordsPerGroup;
-		if (groupCount != 0)
-		{
-			const _VertexBases groupBases = vertexBases; // a copy, so that the loop below has its own in registers
-			FillKernels().For(vertexBases).m_ByValue(packedPtr, valuePtr, groupCount, groupBases);
-			vertexBases.Skip(groupCount * kRecordsPerGroup);
-			packedPtr += groupCount * kRecordsPerGroup;
-			valuePtr += groupCount * kRecordsPerGroup * sizeof(float);
-			remaining -= groupCount * kRecordsPerGroup;
-		}
-	}
-	else if (valueStride != 0)
-	{
-		WarnAtSite(_VertexBases::kValueStrideSite, "Render sort: input sort-values have uncommon stride");
-	}
-
-	for (; remaining != 0; --remaining)
-	{
-		u32 key = SValueKey::FromBits(LoadU32(valuePtr));
-		const u32 base = vertexBases.template Next<SValueKey>(key);
-		*packedPtr++ = {key, base};
-		valuePtr += valueStride;
-	}
-}
-
-// A record for each enabled element.
-template<typename _Element, typename _SortValueBits, typename _VertexBases>
-static VX_NOINLINE void FillFromEnabled(const CRecordList &outList,
-	const TStridedMemoryView<const _Element> &source,
-	const CEnableds &enableds,
-	_SortValueBits sortValueBits,
-	_VertexBases vertexBases)
-{
-	FillFromValues(outList, CompactSortValues(outList, source, enableds, sortValueBits), vertexBases);
+	FillByValue({outList, sortValues, enableds}, SByList(indexList, maxVertexId));
 }
 
 template<typename _VertexBases>
-static VX_INLINE void FillByValue(const CRecordList &outList,
-	const CSortValues &sortValues,
-	[[maybe_unused]] const CEnableds &enableds,
-	_VertexBases vertexBases)
+static VX_INLINE void FillByValue(const TPagePart<float> &page, _VertexBases vertexBases)
 {
+	const auto &[outList, sortValues, enableds] = page;
 	if (outList.Count() < sortValues.Count())
 	{
 		VX_ASSERT(enableds.Count() == sortValues.Count());
 		VX_ASSERT(enableds.Contiguous());
 		const auto valueBits = [](const float *value) { return LoadU32(value); };
-		FillFromEnabled(outList, sortValues, enableds, valueBits, vertexBases);
-		return;
+		return WriteRecordsOfEnabled(outList, sortValues, enableds, valueBits, vertexBases);
 	}
-	FillFromValues(outList, sortValues, vertexBases);
+	if (sortValues.Stride() != sizeof(float) && sortValues.Stride() != 0)
+		WarnAtSite(_VertexBases::kValueStrideSite, "Render sort: input sort-values have uncommon stride");
+	WriteRecordsByValue(outList, sortValues, vertexBases);
 }
 
 template<typename _VertexBases>
-static VX_INLINE void FillByDistance(const CRecordList &outList,
-	const CPositions &positions,
-	const CCamera &camera,
-	[[maybe_unused]] const CEnableds &enableds,
-	_VertexBases vertexBases)
+static VX_INLINE void FillByDistance(const TPagePart<CFloat3> &page, const CCamera &camera, _VertexBases vertexBases)
 {
+	const auto &[outList, positions, enableds] = page;
 	const u32 primCount = outList.Count();
 	if (primCount < positions.Count())
 	{
 		VX_ASSERT(enableds.Count() == positions.Count());
 		VX_ASSERT(enableds.Contiguous());
-		const auto valueBits = [camera](const CFloat3 *position)
-		{ return camera.NegatedSquaredDistanceBits(position); };
-		FillFromEnabled(outList, positions, enableds, valueBits, vertexBases);
-		return;
+		const auto valueBits = [camera](const CFloat3 *p) { return camera.NegatedSquaredDistanceBits(p); };
+		return WriteRecordsOfEnabled(outList, positions, enableds, valueBits, vertexBases);
 	}
 
 	SIndexAndDepth *packedPtr = outList.Data();
 	const u8 *srcBytes = reinterpret_cast<const u8 *>(positions.Data());
 	const u32 srcStride = positions.Stride();
-
 	u32 remaining = primCount;
 	if (!Mem::IsAligned<0x10>(packedPtr) && remaining != 0)
 	{
 		VX_ASSERT(Mem::IsAligned<0x8>(packedPtr));
-		FillOneByDistance(packedPtr, srcBytes, camera, vertexBases);
-		++packedPtr;
+		FillOneByDistance(packedPtr++, srcBytes, camera, vertexBases);
 		srcBytes += srcStride;
 		--remaining;
 	}
-
 	if (primCount != 0)
 	{
 		VX_ASSERT_MESSAGE(Mem::IsAligned<0x10>(packedPtr), "Unaligned memory! %p should be 16-bytes aligned.",
@@ -681,38 +576,30 @@ static VX_INLINE void FillByDistance(const CRecordList &outList,
 	}
 	if (srcStride != sizeof(CFloat3) && srcStride != 0)
 		WarnAtSite(_VertexBases::kPositionStrideSite, "Render sort: input positions have uncommon stride");
-	const u32 groupCount = remaining / kRecordsPerGroup;
-	if (groupCount != 0)
-	{
-		const _VertexBases groupBases = vertexBases; // as above
-		const auto &kernels = FillKernels().For(vertexBases);
-		kernels.m_ByDistance(packedPtr, srcBytes, srcStride, groupCount, camera.Position(), groupBases);
-		vertexBases.Skip(groupCount * kRecordsPerGroup);
-		packedPtr += groupCount * kRecordsPerGroup;
-		srcBytes += groupCount * kRecordsPerGroup * ureg(srcStride);
-		remaining -= groupCount * kRecordsPerGroup;
-	}
-
-	for (; remaining != 0; --remaining)
-	{
-		FillOneByDistance(packedPtr, srcBytes, camera, vertexBases);
-		++packedPtr;
-		srcBytes += srcStride;
-	}
-	[[maybe_unused]] const void *const srcPos = srcBytes;
+	[[maybe_unused]] const void *const srcPos =
+		WriteRecordsByDistance(packedPtr, srcBytes, srcStride, remaining, camera, vertexBases);
 	VX_ASSERT(positions.Virtual() || srcPos == positions.DataEnd());
 }
 
 // Expand. The rule that every worker follows, for any width and both index types: record after record, the pattern's
 // entries plus the record's base; front to back, each index once.
-//
-// Workers of the common widths share a skeleton. Where the output is aligned for it, whole blocks of primitives leave
-// as streaming stores, followed by a fence. Elsewhere the worker warns, and some have blocks of ordinary stores
-// instead. What is left goes one primitive at a time.
+
 typedef TMemoryView<const u32> CPattern;
 typedef const SIndexAndDepth *__restrict CRecords;
 typedef volatile u32 *__restrict CPrims32;
 typedef volatile u16 *__restrict CPrims16;
+
+// The skeleton of the workers that stream. If the output is aligned, whole blocks of primitives leave as streaming
+// stores, followed by a fence. If it is not, the worker warns. All that is left goes out by the other kernels, those
+// with the largest blocks first.
+template<typename _Streamed, typename... _Stored, typename _Index, typename... _Pattern>
+static VX_INLINE void StreamOrWarn(
+	const char *siteKey, const char *text, Expand::TOutput<_Index> output, const _Pattern &...pattern)
+{
+	if (!output.template Stream<_Streamed>(pattern...))
+		WarnAtSite(siteKey, text);
+	output.template Write<_Stored...>(pattern...);
+}
 
 // 32-bit.
 
@@ -721,46 +608,34 @@ static void ExpandIndicesU32_x1(const CPattern &indexPattern, CRecords it, CPrim
 	VX_ASSERT(indexPattern.Count() == 1);
 	VX_ASSERT_MESSAGE(indexPattern[0] == 0, "An index pattern of width 1 should have its indexPattern[0] to 0");
 	static_cast<void>(indexPattern);
-	Expand::TOutput<u32> output(it, dstPrims, primCount);
-	if (!output.Stream(Expand::SStreamU32_x1()))
-		WarnAtSite(Site::kExpandU32_x1,
-			"Render sort: Index stream expansion (U32): sub-optimal path [1]: Unaligned dst memory");
-	output.Write(Expand::SU32_x1());
+	StreamOrWarn<Expand::SStreamU32_x1, Expand::SU32_x1>(Site::kExpandU32_x1,
+		"Render sort: Index stream expansion (U32): sub-optimal path [1]: Unaligned dst memory",
+		Expand::TOutput<u32>(it, dstPrims, primCount));
 }
 
+// The warning's text is the six-wide worker's: kept on purpose.
 static void ExpandIndicesU32_x3(const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount)
 {
 	VX_ASSERT(indexPattern.Count() == 3);
-	const u32 *const pattern32 = &indexPattern[0];
-	Expand::TOutput<u32> output(it, dstPrims, primCount);
-	if (!output.Stream(Expand::SStreamU32_x3(pattern32))) // the text is the six-wide worker's: kept on purpose
-		WarnAtSite(Site::kExpandU32_x3,
-			"Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory");
-	output.Write(Expand::TExpand_x3<u32>(pattern32));
+	StreamOrWarn<Expand::SStreamU32_x3, Expand::TExpand_x3<u32>>(Site::kExpandU32_x3,
+		"Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory",
+		Expand::TOutput<u32>(it, dstPrims, primCount), &indexPattern[0]);
 }
 
 static void ExpandIndicesU32_x6(const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount)
 {
 	VX_ASSERT(indexPattern.Count() == 6);
-	const u32 *const pattern32 = &indexPattern[0];
-	Expand::TOutput<u32> output(it, dstPrims, primCount);
-	if (!output.Stream(Expand::SStreamU32_x6(pattern32)))
-	{
-		WarnAtSite(Site::kExpandU32_x6,
-			"Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory");
-		output.Write(Expand::TThreeWords_Two<u32>(pattern32));
-	}
-	output.Write(Expand::TThreeWords<u32>{pattern32});
+	StreamOrWarn<Expand::SStreamU32_x6, Expand::TThreeWords_Two<u32>, Expand::TThreeWords<u32>>(Site::kExpandU32_x6,
+		"Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory",
+		Expand::TOutput<u32>(it, dstPrims, primCount), &indexPattern[0]);
 }
 
 static void ExpandIndicesU32_A16_x12(const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount)
 {
 	VX_ASSERT(indexPattern.Count() == 12);
 	VX_ASSERT(Mem::IsAligned<0x10>(dstPrims));
-	const Expand::SStreamU32_x12 pattern(&indexPattern[0]);
-	Expand::TOutput<u32> output(it, dstPrims, primCount);
-	output.Write(Expand::SStreamU32_x12_Two{pattern});
-	output.Stream(pattern);
+	Expand::TOutput<u32>(it, dstPrims, primCount)
+		.Stream<Expand::SStreamU32_x12_Two, Expand::SStreamU32_x12>(&indexPattern[0]);
 }
 
 // An output at 8 modulo 16 stays there from record to record, and streams with two indices carried over.
@@ -768,36 +643,28 @@ static void ExpandIndicesU32_UA_x12(const CPattern &indexPattern, CRecords it, C
 {
 	VX_ASSERT(indexPattern.Count() == 12);
 	VX_ASSERT(!Mem::IsAligned<0x10>(dstPrims));
-	const u32 *const pattern32 = &indexPattern[0];
 	if (!Mem::IsAligned<0x8>(dstPrims))
 	{
-		// The width in the text is not the pattern's: kept on purpose.
-		WarnAtSite(Site::kExpandU32_x12,
+		WarnAtSite(Site::kExpandU32_x12, // the width in the text is not the pattern's: kept on purpose
 			"Render sort: Index stream expansion (U32): sub-optimal path [16]: Unaligned dst memory");
-		Expand::TOutput<u32>(it, dstPrims, primCount).Write(Expand::SU32_x12{Expand::SStreamU32_x12(pattern32)});
-		return;
+		return Expand::TOutput<u32>(it, dstPrims, primCount).Write<Expand::SU32_x12>(&indexPattern[0]);
 	}
 
 	if (primCount == 0)
 		return;
-
 	[[maybe_unused]] const volatile u32 *const primsStop = dstPrims + u64(primCount) * 12;
-	Expand::CStreamU32_x12_Carried pattern(pattern32);
+	Expand::CStreamU32_x12_Carried pattern(&indexPattern[0]);
 	dstPrims = pattern.First(dstPrims, it->m_Index);
 	VX_ASSERT(Mem::IsAligned<0x10>(dstPrims));
-	for (u32 record = 1; record < primCount; ++record)
-		dstPrims = pattern.Next(dstPrims, (++it)->m_Index);
-	dstPrims = pattern.Last(dstPrims); // cppcheck-suppress uselessAssignmentPtrArg ; the assertion looks at it
-	Float4::WriteBarrier();
+	dstPrims = pattern.Rest(dstPrims, it + 1, primCount - 1); // cppcheck-suppress uselessAssignmentPtrArg ; asserted
 	VX_ASSERT(dstPrims == primsStop);
 }
 
 // Any width. The warning's text is built on every call, seen before or not: this path is not meant to be kept.
 static void ExpandIndicesU32_xN(const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount)
 {
-	const s32 patternWidth = s32(indexPattern.Count());
-	const CShortString message =
-		CShortString::Format("Render sort: Index stream expansion (U32): sub-optimal path [%d]", patternWidth);
+	const CShortString message = CShortString::Format(
+		"Render sort: Index stream expansion (U32): sub-optimal path [%d]", s32(indexPattern.Count()));
 	WarnAtSite(Site::kExpandU32_xN, message.Data());
 	Expand::WriteAnyWidth(indexPattern, it, dstPrims, primCount);
 }
@@ -836,62 +703,41 @@ static void ExpandIndicesU16_x1(const CPattern &indexPattern, CRecords it, CPrim
 {
 	VX_ASSERT(indexPattern.Count() == 1 && indexPattern[0] == 0);
 	static_cast<void>(indexPattern);
-	Expand::TOutput<u16> output(it, dstPrims, primCount);
-	if (!output.Stream(Expand::SStreamU16_x1()))
-	{
-		WarnAtSite(Site::kExpandU16_x1,
-			"Render sort: Index stream expansion (U16): sub-optimal path [1]: Unaligned dst memory");
-		output.Write(Expand::SU16_x1_Eight());
-	}
-	output.Write(Expand::SU16_x1_Two());
-	output.Write(Expand::SU16_x1());
+	StreamOrWarn<Expand::SStreamU16_x1, Expand::SU16_x1_Eight, Expand::SU16_x1_Two, Expand::SU16_x1>(
+		Site::kExpandU16_x1, "Render sort: Index stream expansion (U16): sub-optimal path [1]: Unaligned dst memory",
+		Expand::TOutput<u16>(it, dstPrims, primCount));
 }
 
+// The warning's text is the 32-bit six-wide worker's: kept on purpose.
 static void ExpandIndicesU16_x3(const CPattern &indexPattern, CRecords it, CPrims16 dstPrims, u32 primCount)
 {
 	VX_ASSERT(indexPattern.Count() == 3);
-	const u16 pattern16[] = {u16(indexPattern[0]), u16(indexPattern[1]), u16(indexPattern[2])};
-	Expand::TOutput<u16> output(it, dstPrims, primCount);
-	if (!output.Stream(Expand::SStreamU16_x3(pattern16))) // the text is the 32-bit six-wide worker's: kept on purpose
-		WarnAtSite(Site::kExpandU16_x3,
-			"Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory");
-	output.Write(Expand::TExpand_x3<u16>(pattern16));
+	StreamOrWarn<Expand::SStreamU16_x3, Expand::TExpand_x3<u16>>(Site::kExpandU16_x3,
+		"Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory",
+		Expand::TOutput<u16>(it, dstPrims, primCount), &indexPattern[0]);
 }
 
 static void ExpandIndicesU16_x6(const CPattern &indexPattern, CRecords it, CPrims16 dstPrims, u32 primCount)
 {
 	VX_ASSERT(indexPattern.Count() == 6);
-	const u32 *const pattern32 = &indexPattern[0];
-	const u32 i01i23i45[] = {
-		Expand::PackEntries2(pattern32), Expand::PackEntries2(pattern32 + 2), Expand::PackEntries2(pattern32 + 4)};
-	Expand::TOutput<u16> output(it, dstPrims, primCount);
-	if (!output.Stream(Expand::SStreamU16_x6(pattern32)))
-	{
-		WarnAtSite(Site::kExpandU16_x6,
-			"Render sort: Index stream expansion (U16): sub-optimal path [6]: Unaligned dst memory");
-		output.Write(Expand::SU16_x6_Four(i01i23i45));
-	}
-	output.Write(Expand::SU16_x6(i01i23i45));
+	StreamOrWarn<Expand::SStreamU16_x6, Expand::SU16_x6_Four, Expand::SU16_x6>(Site::kExpandU16_x6,
+		"Render sort: Index stream expansion (U16): sub-optimal path [6]: Unaligned dst memory",
+		Expand::TOutput<u16>(it, dstPrims, primCount), &indexPattern[0]);
 }
 
 // At any address: no alignment to warn of, and nothing streamed to fence.
 static void ExpandIndicesU16_x12(const CPattern &indexPattern, CRecords it, CPrims16 dstPrims, u32 primCount)
 {
 	VX_ASSERT(indexPattern.Count() == 12);
-	const u32 *const pattern32 = &indexPattern[0];
-	u32 words[6];
-	for (u32 i = 0; i < 6; ++i)
-		words[i] = Expand::PackEntries2(pattern32 + 2 * i);
-	Expand::TOutput<u16> output(it, dstPrims, primCount);
-	output.Write(Expand::TThreeWords_Two<u16>(words));
-	output.Write(Expand::TThreeWords<u16>{words});
+	const Expand::TPackedPattern<12> packed(&indexPattern[0]);
+	Expand::TOutput<u16>(it, dstPrims, primCount)
+		.Write<Expand::TThreeWords_Two<u16>, Expand::TThreeWords<u16>>(&packed.m_Words[0]);
 }
 
 static void ExpandIndicesU16_xN(const CPattern &indexPattern, CRecords it, CPrims16 dstPrims, u32 primCount)
 {
-	const s32 patternWidth = s32(indexPattern.Count());
-	const CShortString message =
-		CShortString::Format("Render sort: Index stream expansion (U16): sub-optimal path [%d]", patternWidth);
+	const CShortString message = CShortString::Format(
+		"Render sort: Index stream expansion (U16): sub-optimal path [%d]", s32(indexPattern.Count()));
 	WarnAtSite(Site::kExpandU16_xN, message.Data());
 	Expand::WriteAnyWidth(indexPattern, it, dstPrims, primCount);
 }
@@ -986,11 +832,12 @@ void CTriangleSorter::ApplySortingIndirectionsListTriangles(
 
 // Working buffer.
 
-// As integers: a carving of null is a caller's fault that shows where it is used, not here.
+// Elements of the buffer behind skippedCount others. The address is computed as an integer: a carving of null is a
+// caller's fault that shows where it is used, not here.
 template<typename _Type>
-static VX_INLINE _Type *AtByte(const void *base, u64 offset)
+static VX_INLINE TMemoryView<_Type> Carve(const void *base, u32 skippedCount, u32 count)
 {
-	return reinterpret_cast<_Type *>(reinterpret_cast<ureg>(base) + ureg(offset));
+	return {reinterpret_cast<_Type *>(reinterpret_cast<ureg>(base) + ureg(skippedCount) * sizeof(_Type)), count};
 }
 
 // Overloads of const memory are written out, since reports carry their signatures: kept on purpose.
@@ -1001,8 +848,7 @@ VX_WRAPS TMemoryView<SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedPoints
 	const u32 alignedPrimCount = _AlignedRecordCount(elementCount);
 	VX_ASSERT((1 + bufferIndex) * alignedPrimCount * sizeof(SIndexAndDepth) <=
 			  GetAutogenIndicesWorkingBufferSize(elementCount));
-	const u32 firstRecord = alignedPrimCount * bufferIndex;
-	return {AtByte<SIndexAndDepth>(wb, u64(firstRecord) * sizeof(SIndexAndDepth)), elementCount};
+	return Carve<SIndexAndDepth>(wb, alignedPrimCount * bufferIndex, elementCount);
 }
 
 VX_WRAPS TMemoryView<const SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedPoints(
@@ -1011,36 +857,33 @@ VX_WRAPS TMemoryView<const SIndexAndDepth> CTriangleSorter::WorkingBuffer_Sorted
 	const u32 alignedPrimCount = _AlignedRecordCount(elementCount);
 	VX_ASSERT((1 + bufferIndex) * alignedPrimCount * sizeof(SIndexAndDepth) <=
 			  GetAutogenIndicesWorkingBufferSize(elementCount));
-	const u32 firstRecord = alignedPrimCount * bufferIndex;
-	return {AtByte<const SIndexAndDepth>(wb, u64(firstRecord) * sizeof(SIndexAndDepth)), elementCount};
+	return Carve<const SIndexAndDepth>(wb, alignedPrimCount * bufferIndex, elementCount);
 }
 
 VX_WRAPS TMemoryView<SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedTris(
 	void *wb, u32 indexCount, u32 bufferIndex)
 {
-	const u32 firstRecord = _AlignedRecordCount(indexCount / 3) * bufferIndex;
 	VX_ASSERT(bufferIndex == 0 || bufferIndex == 1);
-	return {AtByte<SIndexAndDepth>(wb, u64(firstRecord) * sizeof(SIndexAndDepth)), indexCount / 3};
+	return Carve<SIndexAndDepth>(wb, _AlignedRecordCount(indexCount / 3) * bufferIndex, indexCount / 3);
 }
 
 VX_WRAPS TMemoryView<const SIndexAndDepth> CTriangleSorter::WorkingBuffer_SortedTris(
 	const void *wb, u32 indexCount, u32 bufferIndex)
 {
-	const u32 firstRecord = _AlignedRecordCount(indexCount / 3) * bufferIndex;
 	VX_ASSERT(bufferIndex == 0 || bufferIndex == 1);
-	return {AtByte<const SIndexAndDepth>(wb, u64(firstRecord) * sizeof(SIndexAndDepth)), indexCount / 3};
+	return Carve<const SIndexAndDepth>(wb, _AlignedRecordCount(indexCount / 3) * bufferIndex, indexCount / 3);
 }
 
 template<typename _Index>
 TMemoryView<_Index> CTriangleSorter::WorkingBuffer_TriangleIndices(void *wb, u32 indexCount)
 {
-	return {AtByte<_Index>(wb, 2 * GetSortedTrisWorkingBufferSize(indexCount)), indexCount};
+	return Carve<_Index>(wb, 2 * GetSortedTrisWorkingBufferSize(indexCount) / u32(sizeof(_Index)), indexCount);
 }
 
 template<typename _Index>
 TMemoryView<const _Index> CTriangleSorter::WorkingBuffer_TriangleIndices(const void *wb, u32 indexCount)
 {
-	return {AtByte<const _Index>(wb, 2 * GetSortedTrisWorkingBufferSize(indexCount)), indexCount};
+	return Carve<const _Index>(wb, 2 * GetSortedTrisWorkingBufferSize(indexCount) / u32(sizeof(_Index)), indexCount);
 }
 
 template VX_GEOMETRICS_API TMemoryView<u32> CTriangleSorter::WorkingBuffer_TriangleIndices<u32>(void *, u32);

@@ -52,11 +52,18 @@ namespace Expand
 		Lanes::StoreInPlace(const_cast<void *>(p), r);
 	}
 
-	// Two entries cut to 16 bits, the first one in the lower bits.
-	VX_WRAPS static VX_INLINE u32 PackEntries2(const u32 *pattern)
+	// The pattern of a 16-bit output, packed: word k has entry 2k in its lower bits and entry 2k + 1 in its upper ones.
+	template<u32 _Width>
+	struct TPackedPattern
 	{
-		return (LoadU32(pattern) & 0xFFFF) | LoadU32(pattern + 1) << 16;
-	}
+		u32 m_Words[_Width / 2];
+
+		VX_WRAPS explicit VX_INLINE TPackedPattern(const u32 *pattern)
+		{
+			for (u32 word = 0; word < _Width / 2; ++word)
+				m_Words[word] = (LoadU32(pattern + 2 * word) & 0xFFFF) | LoadU32(pattern + 2 * word + 1) << 16;
+		}
+	};
 
 	// Twice the lower 16 bits. Bits above them are lost in the addition of a 16-bit index's upper half.
 	VX_WRAPS static VX_INLINE u32 Twice16(u32 base)
@@ -226,9 +233,10 @@ namespace Expand
 
 		Register p01201201, p20120120, p12012012;
 
-		explicit VX_INLINE SStreamU16_x3(const u16 (&p)[3])
+		explicit VX_INLINE SStreamU16_x3(const u32 *pattern)
 		{
-			const u16 entries[8] = {p[0], p[1], p[2], p[0], p[1], p[2], p[0], p[1]};
+			const u16 p0 = u16(pattern[0]), p1 = u16(pattern[1]), p2 = u16(pattern[2]);
+			const u16 entries[8] = {p0, p1, p2, p0, p1, p2, p0, p1};
 			p01201201 = Lanes::Load(entries);
 			p20120120 = Lanes::Shuffle<1, 2, 0, 1>(p01201201);
 			p12012012 = Lanes::Shuffle<2, 0, 1, 2>(p01201201);
@@ -256,7 +264,7 @@ namespace Expand
 		}
 	};
 
-	// A primitive at a time, with entries of the output's own width.
+	// A primitive at a time, with entries cut to the output's own width.
 	template<typename _Index>
 	struct TExpand_x3
 	{
@@ -265,10 +273,10 @@ namespace Expand
 
 		_Index p0, p1, p2;
 
-		explicit VX_INLINE TExpand_x3(const _Index *pattern)
-			: p0(pattern[0])
-			, p1(pattern[1])
-			, p2(pattern[2])
+		explicit VX_INLINE TExpand_x3(const u32 *pattern)
+			: p0(_Index(pattern[0]))
+			, p1(_Index(pattern[1]))
+			, p2(_Index(pattern[2]))
 		{
 		}
 		VX_WRAPS VX_INLINE void Write(volatile _Index *dst, const SIndexAndDepth *records) const
@@ -388,8 +396,8 @@ namespace Expand
 
 		SPattern3 m_Pattern;
 
-		explicit VX_INLINE SU16_x6_Four(const u32 (&i01i23i45)[3])
-			: m_Pattern(i01i23i45)
+		explicit VX_INLINE SU16_x6_Four(const u32 *pattern)
+			: m_Pattern(TPackedPattern<kWidth>(pattern).m_Words)
 		{
 		}
 		VX_INLINE void Write(volatile u16 *dst, const SIndexAndDepth *records) const
@@ -406,20 +414,17 @@ namespace Expand
 		static constexpr u32 kWidth = 6;
 		static constexpr u32 kPrims = 1;
 
-		u32 i01, i23, i45;
+		TPackedPattern<kWidth> m_Pattern;
 
-		explicit VX_INLINE SU16_x6(const u32 (&i01i23i45)[3])
-			: i01(i01i23i45[0])
-			, i23(i01i23i45[1])
-			, i45(i01i23i45[2])
+		explicit VX_INLINE SU16_x6(const u32 *pattern)
+			: m_Pattern(pattern)
 		{
 		}
 		VX_WRAPS VX_INLINE void Write(volatile u16 *dst, const SIndexAndDepth *records) const
 		{
 			const u32 idid = Twice16(records->m_Index);
-			StoreU32(dst, i01 + idid);
-			StoreU32(dst + 2, i23 + idid);
-			StoreU32(dst + 4, i45 + idid);
+			for (u32 word = 0; word < kWidth / 2; ++word)
+				StoreU32(dst + 2 * word, m_Pattern.m_Words[word] + idid);
 		}
 	};
 
@@ -461,6 +466,10 @@ namespace Expand
 
 		const u32 *m_Words;
 
+		explicit VX_INLINE TThreeWords(const u32 *words)
+			: m_Words(words)
+		{
+		}
 		VX_WRAPS VX_INLINE void Write(volatile _Index *dst, const SIndexAndDepth *records) const
 		{
 			const u32 id = records->m_Index;
@@ -507,8 +516,12 @@ namespace Expand
 		static constexpr u32 kWidth = 12;
 		static constexpr u32 kPrims = 2;
 
-		const SStreamU32_x12 &m_One;
+		SStreamU32_x12 m_One;
 
+		explicit VX_INLINE SStreamU32_x12_Two(const u32 *pattern)
+			: m_One(pattern)
+		{
+		}
 		VX_INLINE void Write(volatile u32 *dst, const SIndexAndDepth *records) const
 		{
 			const Register two = LoadRecords2(records);
@@ -524,8 +537,8 @@ namespace Expand
 	//   record 0         0 1  | 2  3  4  5      | 6  7  8  9      | A B
 	//   record 1                                                  |     0 1 | 2 ...
 	//
-	// First writes the first record up to index 9, Write the indices A and B before and the next record up to index 9,
-	// and Last what waits in the end.
+	// First writes the first record up to index 9. Rest writes the indices that wait and a record up to index 9, again
+	// and again, then what waits in the end, and fences. Both return the address behind what they have written.
 	class CStreamU32_x12_Carried
 	{
 	public:
@@ -546,19 +559,20 @@ namespace Expand
 			v89AB = Add32(base, i8i9iAiB);
 			return dst + 10;
 		}
-		VX_INLINE volatile u32 *Next(volatile u32 *dst, u32 id)
+		VX_INLINE volatile u32 *Rest(volatile u32 *dst, const SIndexAndDepth *records, u32 recordCount)
 		{
-			const Register base = Lanes::Splat(id);
-			const Register v0123 = Add32(base, i0i1i2i3);
-			Float4(Lanes::Shuffle2<2, 3, 0, 1>(v89AB, v0123)).StreamAligned16(dst, 0);
-			Float4(Add32(base, i2i3i4i5)).StreamAligned16(dst, 16);
-			Float4(Add32(base, i6i7i8i9)).StreamAligned16(dst, 32);
-			v89AB = Add32(base, i8i9iAiB);
-			return dst + 12;
-		}
-		VX_INLINE volatile u32 *Last(volatile u32 *dst) const
-		{
+			for (u32 record = 0; record < recordCount; ++record)
+			{
+				const Register base = Lanes::Splat(records[record].m_Index);
+				const Register v0123 = Add32(base, i0i1i2i3);
+				Float4(Lanes::Shuffle2<2, 3, 0, 1>(v89AB, v0123)).StreamAligned16(dst, 0);
+				Float4(Add32(base, i2i3i4i5)).StreamAligned16(dst, 16);
+				Float4(Add32(base, i6i7i8i9)).StreamAligned16(dst, 32);
+				v89AB = Add32(base, i8i9iAiB);
+				dst += 12;
+			}
 			Float4(Lanes::Shuffle<2, 3, 2, 3>(v89AB)).StreamFloat2(dst);
+			Float4::WriteBarrier();
 			return dst + 2;
 		}
 
@@ -576,6 +590,10 @@ namespace Expand
 
 		SStreamU32_x12 m_Pattern;
 
+		explicit VX_INLINE SU32_x12(const u32 *pattern)
+			: m_Pattern(pattern)
+		{
+		}
 		VX_INLINE void Write(volatile u32 *dst, const SIndexAndDepth *records) const
 		{
 			const Register base = Lanes::Splat(records->m_Index);
@@ -614,10 +632,32 @@ namespace Expand
 		{
 		}
 
-		// As many whole blocks of the kernel as are left.
-		template<typename _Kernel>
-		VX_INLINE void Write(const _Kernel &kernel)
+		// Writes as many whole blocks as are left: those of the first kernel, then those of the next. The pattern is
+		// what kernels are made of. A kernel that has no block to write is not made.
+		template<typename... _Kernels, typename... _Pattern>
+		VX_INLINE void Write(const _Pattern &...pattern)
 		{
+			(_WriteBlocks<_Kernels>(pattern...), ...);
+		}
+		// Does the same by kernels that stream, and orders their stores before all later ones. Writes nothing and
+		// returns false if the output is not aligned.
+		template<typename... _Kernels, typename... _Pattern>
+		VX_INLINE bool Stream(const _Pattern &...pattern)
+		{
+			if (!Mem::IsAligned<0x10>(m_Prims))
+				return false;
+			Write<_Kernels...>(pattern...);
+			Float4::WriteBarrier();
+			return true;
+		}
+
+	private:
+		template<typename _Kernel, typename... _Pattern>
+		VX_INLINE void _WriteBlocks(const _Pattern &...pattern)
+		{
+			if (m_PrimsLeft < _Kernel::kPrims)
+				return;
+			const _Kernel kernel(pattern...);
 			for (; m_PrimsLeft >= _Kernel::kPrims; m_PrimsLeft -= _Kernel::kPrims)
 			{
 				kernel.Write(m_Prims, m_Records);
@@ -625,18 +665,7 @@ namespace Expand
 				m_Prims += _Kernel::kPrims * _Kernel::kWidth;
 			}
 		}
-		// The same as streams, with a fence behind them. Writes nothing and returns false if the output is not aligned.
-		template<typename _Kernel>
-		VX_INLINE bool Stream(const _Kernel &kernel)
-		{
-			if (!Mem::IsAligned<0x10>(m_Prims))
-				return false;
-			Write(kernel);
-			Float4::WriteBarrier();
-			return true;
-		}
 
-	private:
 		const SIndexAndDepth *m_Records;
 		volatile _Index *m_Prims;
 		u32 m_PrimsLeft;

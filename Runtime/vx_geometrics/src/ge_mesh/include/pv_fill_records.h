@@ -1,0 +1,88 @@
+#pragma once
+
+// The records of one page, from positions or from values. Whole groups of four go to the processor's kernels, and the
+// one to three records that are left are written one by one. Nothing here reports.
+//
+// This is inlined into the walk over pages, because with one particle to a page a call per page would take much of the
+// time. Groups of four and compaction are not inlined: pages that small have no use for them.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "pv_camera.h"
+#include "pv_depth_keys.h"
+#include "pv_fill.h"
+#include "pv_fill_groups.h"
+#include "pv_mesh_triangle_sorter.h"
+
+namespace Vexmoor
+{
+// Writes a record for each value of a view. The values may lie in the upper half of the records, as compaction leaves
+// them.
+template<typename _VertexBases>
+static VX_INLINE void WriteRecordsByValue(
+	const CRecordList &outList, const CSortValues &sortValues, _VertexBases vertexBases)
+{
+	SIndexAndDepth *packedPtr = outList.Data();
+	const u8 *valuePtr = reinterpret_cast<const u8 *>(sortValues.Data());
+	const u32 valueStride = sortValues.Stride();
+	u32 remaining = outList.Count();
+	const u32 groupCount = valueStride == sizeof(float) ? remaining / kRecordsPerGroup : 0;
+	if (groupCount != 0)
+	{
+		const _VertexBases groupBases = vertexBases; // a copy, so that the loop below has its own in registers
+		FillKernels().For(vertexBases).m_ByValue(packedPtr, valuePtr, groupCount, groupBases);
+		vertexBases.Skip(groupCount * kRecordsPerGroup);
+		packedPtr += groupCount * kRecordsPerGroup;
+		valuePtr += groupCount * kRecordsPerGroup * sizeof(float);
+		remaining -= groupCount * kRecordsPerGroup;
+	}
+
+	for (; remaining != 0; --remaining)
+	{
+		u32 key = SValueKey::FromBits(LoadU32(valuePtr));
+		const u32 base = vertexBases.template Next<SValueKey>(key);
+		*packedPtr++ = {key, base};
+		valuePtr += valueStride;
+	}
+}
+
+// Writes a record for each enabled element. Its value is what sortValueBits makes of it.
+template<typename _Element, typename _SortValueBits, typename _VertexBases>
+static VX_NOINLINE void WriteRecordsOfEnabled(const CRecordList &outList,
+	const TStridedMemoryView<const _Element> &source,
+	const CEnableds &enableds,
+	_SortValueBits sortValueBits,
+	_VertexBases vertexBases)
+{
+	WriteRecordsByValue(outList, CompactSortValues(outList, source, enableds, sortValueBits), vertexBases);
+}
+
+// Writes a record for each of the remaining positions of a page, and returns the address behind the last one.
+template<typename _VertexBases>
+static VX_INLINE const u8 *WriteRecordsByDistance(SIndexAndDepth *packedPtr,
+	const u8 *srcBytes,
+	u32 srcStride,
+	u32 remaining,
+	const CCamera &camera,
+	_VertexBases vertexBases)
+{
+	const u32 groupCount = remaining / kRecordsPerGroup;
+	if (groupCount != 0)
+	{
+		const _VertexBases groupBases = vertexBases; // a copy, so that the loop below has its own in registers
+		const auto &kernels = FillKernels().For(vertexBases);
+		kernels.m_ByDistance(packedPtr, srcBytes, srcStride, groupCount, camera.Position(), groupBases);
+		vertexBases.Skip(groupCount * kRecordsPerGroup);
+		packedPtr += groupCount * kRecordsPerGroup;
+		srcBytes += groupCount * kRecordsPerGroup * ureg(srcStride);
+		remaining -= groupCount * kRecordsPerGroup;
+	}
+
+	for (; remaining != 0; --remaining)
+	{
+		FillOneByDistance(packedPtr++, srcBytes, camera, vertexBases);
+		srcBytes += srcStride;
+	}
+	return srcBytes;
+}
+} // namespace Vexmoor
