@@ -56,6 +56,12 @@ private:
 /// (x * x + y * y) + z * z in each lane. With kAddsInOrder NaNs are right, else they are to be looked for: a sum of
 /// squares is a NaN if its bits are above kInfinityBits, as an unsigned number, because it has a sign only if it is
 /// one.
+///
+///   xx       x * x        rounded, as yy and zz are
+///   xxyy     xx + yy      rounded
+///   result   xxyy + zz    rounded
+///
+/// A fused operation would leave out a rounding, so its last bit would differ.
 template<typename _Lanes>
 VX_INLINE typename _Lanes::Register SquaredLengths(typename _Lanes::Register x,
 	typename _Lanes::Register y,
@@ -80,6 +86,12 @@ VX_INLINE typename _Lanes::Register SquaredLengths(typename _Lanes::Register x,
 /// Bits of the NaN that the squared distance of two points is, from the bits of their three coordinates. The first
 /// difference that is a NaN is handed on by every product and sum; products and sums of other differences make none.
 /// Without one: 0.
+///
+///   a, b on an axis    their difference            what is returned
+///   NaN, anything      a's NaN                     a's bits, quieted
+///   number, NaN        b's NaN                     b's bits, quieted
+///   inf, same inf      a new NaN                   0xFFC00000: negative, quiet, no payload
+///   anything else      a number or an infinity     what the next axis gives
 VX_INLINE u32 NaNOfSquaredDistance(const u32 *a, const u32 *b)
 {
 	constexpr u32 kQuietBit = 0x00400000u;
@@ -97,6 +109,8 @@ VX_INLINE u32 NaNOfSquaredDistance(const u32 *a, const u32 *b)
 }
 
 /// Squared distances len2 of points to one point, with each NaN among them put right.
+/// It goes through memory lane by lane. That is slow, but it runs only if a lane holds a NaN, which a scene in good
+/// order never does.
 template<typename _Lanes>
 VX_INLINE typename _Lanes::Register WithNaNs(typename _Lanes::Register x,
 	typename _Lanes::Register y,
@@ -114,6 +128,7 @@ VX_INLINE typename _Lanes::Register WithNaNs(typename _Lanes::Register x,
 	for (u32 lane = 0; lane < kLanes; ++lane)
 	{
 		const u32 other[3] = {axes[0][lane], axes[1][lane], axes[2][lane]};
+		// Lanes whose coordinates give no NaN keep their length.
 		const u32 nan = NaNOfSquaredDistance(other, bits);
 		lengths[lane] = nan != 0 ? nan : lengths[lane];
 	}
@@ -138,6 +153,7 @@ public:
 		m_Z = _Lanes::Splat(bits[2]);
 	}
 
+	/// The squared distance of each lane's point: len2 in the functions above.
 	VX_INLINE Register To(Register x, Register y, Register z) const
 	{
 		const Register dx = _Lanes::SubtractFloats(x, m_X);
@@ -145,6 +161,8 @@ public:
 		const Register dz = _Lanes::SubtractFloats(z, m_Z);
 		return SquaredLengths<_Lanes>(dx, dy, dz, m_Barrier);
 	}
+	/// As unsigned numbers, the bits of every NaN are above those of infinity. The bits of other sums of squares are
+	/// not, because these have no sign.
 	static VX_INLINE bool HaveNaN(Register len2)
 	{
 		return _Lanes::Any(_Lanes::LessUnsigned(_Lanes::Splat(kInfinityBits), len2));

@@ -17,6 +17,9 @@ VX_BEGIN_TARGET_AVX2
 namespace Vexmoor
 {
 /// Two groups of four.
+///
+///   group   0 0 0 0 | 1 1 1 1
+///   lane    0 1 2 3 | 4 5 6 7
 struct SLanesAvx2
 {
 	typedef __m256i Register;
@@ -29,6 +32,9 @@ struct SLanesAvx2
 	// Memory.
 
 	static VX_INLINE Register Load(const void *p) { return _mm256_loadu_si256(static_cast<const __m256i *>(p)); }
+	///   lane     0-3         4-7
+	///   result   16 bytes    16 bytes
+	///            at p        at p + stride
 	static VX_INLINE Register LoadGroups(const u8 *p, ureg stride)
 	{
 		const __m256i first = _mm256_castsi128_si256(SLanesSse2::Load(p));
@@ -40,6 +46,16 @@ struct SLanesAvx2
 	}
 	static VX_INLINE Register LoadEvenLanes(const u8 *p) { return EvenLanes(Load(p), Load(p + 32)); }
 	static VX_INLINE void Store(void *p, Register r) { _mm256_storeu_si256(static_cast<__m256i *>(p), r); }
+	/// Interleaving works in groups, so each result holds a half of either group, and four stores put the halves in
+	/// order:
+	///
+	///   lane              0   1   2   3  | 4   5   6   7
+	///   InterleaveLow     a0  b0  a1  b1 | a4  b4  a5  b5
+	///   InterleaveHigh    a2  b2  a3  b3 | a6  b6  a7  b7
+	///
+	///   bytes from p      0          16         32         48
+	///   lower first       a0b0 a1b1  a2b2 a3b3  a4b4 a5b5  a6b6 a7b7
+	///   upper first       a2b2 a3b3  a0b0 a1b1  a6b6 a7b7  a4b4 a5b5
 	template<bool _UpperFirst>
 	static VX_INLINE void StorePairs(u8 *p, Register a, Register b)
 	{
@@ -86,6 +102,7 @@ struct SLanesAvx2
 	static VX_INLINE Register Or(Register a, Register b) { return _mm256_or_si256(a, b); }
 	static VX_INLINE Register Xor(Register a, Register b) { return _mm256_xor_si256(a, b); }
 	static VX_INLINE Register Select(Mask mask, Register a, Register b) { return _mm256_blendv_epi8(b, a, mask); }
+	/// AVX2 compares signed numbers only. With the sign bits of both flipped, their signed order is the unsigned one.
 	static VX_INLINE Mask LessUnsigned(Register a, Register b)
 	{
 		const __m256i signs = Splat(0x80000000u);
@@ -102,6 +119,8 @@ struct SLanesAvx2
 
 	// Order.
 
+	///   lane     0      1      2      3      | 4        5        6        7
+	///   result   a[_0]  a[_1]  b[_2]  b[_3]  | a[4+_0]  a[4+_1]  b[4+_2]  b[4+_3]
 	template<u32 _0, u32 _1, u32 _2, u32 _3>
 	static VX_INLINE Register Shuffle2(Register a, Register b)
 	{
@@ -110,11 +129,17 @@ struct SLanesAvx2
 	}
 	static VX_INLINE Register InterleaveLow(Register a, Register b) { return _mm256_unpacklo_epi32(a, b); }
 	static VX_INLINE Register InterleaveHigh(Register a, Register b) { return _mm256_unpackhi_epi32(a, b); }
+	/// Zeros enter at the bottom of each group, and what leaves the first group is lost:
+	///
+	///   lane             0    1    2    3  | 4    5    6    7
+	///   by four bytes    0    r0   r1   r2 | 0    r4   r5   r6
 	template<u32 _Count>
 	static VX_INLINE Register ShiftBytesUp(Register r)
 	{
 		return _mm256_slli_si256(r, _Count);
 	}
+	/// The byte shuffle takes its bytes by number, from the same group: byte 15 is the last one, bytes 14 and 15 are
+	/// the last 16 bits.
 	template<typename _Element>
 	static VX_INLINE Register SpreadLast(Register r)
 	{
@@ -129,7 +154,15 @@ struct SLanesAvx2
 	// One number of all.
 
 	static VX_INLINE bool AllZero(Register r) { return _mm256_testz_si256(r, r) != 0; }
-	/// The first group's total is added to what is before in the second one, and both totals are carried.
+	/// Prefix sums through the whole register: those in each group, then what the first group sums up to goes into the
+	/// second one. With 32-bit counts a to h:
+	///
+	///   lane             0    1    2    3    | 4     5     6      7
+	///   beforeInGroups   0    a    ab   abc  | 0     e     ef     efg
+	///   totals           abcd in all         | efgh in all
+	///   firstToSecond    0    0    0    0    | abcd in all
+	///   before           0    a    ab   abc  | abcd  +e    +ef    +efg
+	///   total            abcdefgh in all     | abcdefgh in all
 	template<typename _Element>
 	static VX_INLINE void PrefixSums(Register counts, Register &before, Register &total)
 	{
@@ -164,6 +197,8 @@ struct SLanesAvx2
 	// Own to this target: the ragged end of keys that are ranked.
 
 	/// LoadEvenLanes of those pairs alone whose lane in signs is negative; the others are not touched, and give 0.
+	/// The signs are widened to 64 bits, one to a pair, which is what the instruction that loads selected pairs asks
+	/// for. It does not fault on pairs that it leaves out, so they may lie behind the end of memory.
 	static VX_INLINE Register LoadEvenLanesWhere(const u8 *p, Register signs)
 	{
 		const long long *const pairs = reinterpret_cast<const long long *>(p);
@@ -173,6 +208,13 @@ struct SLanesAvx2
 	}
 
 private:
+	// The even lanes of two registers, which are the first words of eight pairs in a row.
+	//
+	//   lane            0   1   2   3  | 4   5   6   7
+	//   a               a0  a1  a2  a3 | a4  a5  a6  a7      pairs 0 to 3
+	//   b               b0  b1  b2  b3 | b4  b5  b6  b7      pairs 4 to 7
+	//   shuffled        a0  a2  b0  b2 | a4  a6  b4  b6
+	//   result          a0  a2  a4  a6 | b0  b2  b4  b6      64 bits 0, 2, 1 and 3 of the line above
 	static VX_INLINE Register EvenLanes(Register a, Register b)
 	{
 		const __m256i a02b02a46b46 = Shuffle2<0, 2, 0, 2>(a, b);

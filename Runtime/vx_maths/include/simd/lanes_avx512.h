@@ -20,6 +20,7 @@ namespace Vexmoor
 struct SLanesAvx512
 {
 	typedef __m512i Register;
+	/// A mask is a register of its own kind: one bit for each lane, bit 0 for lane 0.
 	typedef __mmask16 Mask;
 	typedef struct SLanesAvx512VL Gathering; // four loads for a register take longer than two for each half
 	static constexpr u32 kGroups = 4;
@@ -29,6 +30,12 @@ struct SLanesAvx512
 	// Memory.
 
 	static VX_INLINE Register Load(const void *p) { return _mm512_loadu_si512(p); }
+	/// Sixteen triples lie in three registers. Lane i of x, y and z is the coordinate of triple i:
+	///
+	///   lane   0    1    2    3    4    5   ...  14   15
+	///   a      x0   y0   z0   x1   y1   z1  ...  z4   x5
+	///   b      y5   z5   x6   y6   z6   x7  ...  x10  y10
+	///   c      z10  x11  y11  z11  x12  y12 ...  y15  z15
 	static VX_INLINE void LoadTriples(const u8 *p, Register &x, Register &y, Register &z)
 	{
 		const __m512i a = Load(p), b = Load(p + 64), c = Load(p + 128);
@@ -37,6 +44,12 @@ struct SLanesAvx512
 		z = CoordinatesOfTriples<2>(a, b, c);
 	}
 	static VX_INLINE void Store(void *p, Register r) { _mm512_storeu_si512(p, r); }
+	/// Each permutation takes eight pairs from a and b, which are two groups of the result:
+	///
+	///   pairs          0     1     2     3     4     5     6     7
+	///   lower first    a0b0  a1b1  a2b2  a3b3  a4b4  a5b5  a6b6  a7b7      from p
+	///                  a8b8  a9b9  ...                                     from p + 64
+	///   upper first    a2b2  a3b3  a0b0  a1b1  a6b6  a7b7  a4b4  a5b5
 	template<bool _UpperFirst>
 	static VX_INLINE void StorePairs(u8 *p, Register a, Register b)
 	{
@@ -67,8 +80,10 @@ struct SLanesAvx512
 	static VX_INLINE Register Or(Register a, Register b) { return _mm512_or_si512(a, b); }
 	static VX_INLINE Register Xor(Register a, Register b) { return _mm512_xor_si512(a, b); }
 	static VX_INLINE Mask GreaterSigned(Register a, Register b) { return _mm512_cmpgt_epi32_mask(a, b); }
+	/// AVX-512 compares unsigned numbers by itself, so no sign bits are flipped.
 	static VX_INLINE Mask LessUnsigned(Register a, Register b) { return _mm512_cmplt_epu32_mask(a, b); }
 	static VX_INLINE Register Select(Mask mask, Register a, Register b) { return _mm512_mask_mov_epi32(b, mask, a); }
+	/// Lanes that the mask leaves out are set to 0 by the instruction itself.
 	static VX_INLINE Register Where(Mask mask, Register a) { return _mm512_maskz_mov_epi32(mask, a); }
 	static VX_INLINE bool Any(Mask mask) { return mask != 0; }
 	template<u32 _Count>
@@ -87,6 +102,7 @@ struct SLanesAvx512
 	{
 		return _mm512_castps_si512(_mm512_mul_ps(_mm512_castsi512_ps(a), _mm512_castsi512_ps(b)));
 	}
+	/// An addition in assembler cannot be fused with the multiplication before it, and its operands keep their order.
 	static VX_INLINE Register AddFloats(Register a, Register b)
 	{
 	#if VX_HAS_ASM
@@ -109,6 +125,11 @@ private:
 
 	// Coordinate _Axis of triple i is lane 3 * i + _Axis of 48 in three registers. What the first two have of it comes
 	// together first, then what the third has.
+	// Of x, for example: triples 0 to 5 have theirs in a, 6 to 10 in b and 11 to 15 in c.
+	//
+	//   lane          0   1   2   3   4   5    6   7   ...  10  11  ...  15
+	//   from          a0  a3  a6  a9  a12 a15  b2  b5  ...  b14 ?   ...  ?      of the first two
+	//   with third    the same lanes, in place             ...  c1  ...  c13
 	template<u32 _Axis>
 	static constexpr SLaneNumbers CoordinatesOfFirstTwo()
 	{
@@ -134,6 +155,8 @@ private:
 		return _mm512_permutex2var_epi32(firstTwo, Load(kWithThird.m_Lanes), c);
 	}
 
+	// The lane numbers for eight pairs, from firstGroup on. With _UpperFirst, bit 1 of a pair's number is flipped,
+	// which makes 0, 1, 2, 3 to 2, 3, 0, 1.
 	template<bool _UpperFirst>
 	static constexpr SLaneNumbers PairsOfTwoGroups(u32 firstGroup)
 	{
@@ -152,8 +175,19 @@ private:
 /// 1,000 records.
 struct SLanesAvx512VL : SLanesAvx2
 {
-	/// A multiplication sums up what is before an element in its 64 bits, and permutations reach across groups. The 64
-	/// bits carry: a sum of 8 or 16 bits that wraps to 0 adds one to the sum after it.
+	/// Prefix sums in three steps, each of which doubles how far an element's sum reaches back: in 64 bits by a
+	/// multiplication, in a group, and in the register. Sums are inclusive, and at the end the counts are taken off
+	/// again. With 32-bit counts a to h:
+	///
+	///   lane             0    1    2    3    | 4      5     6      7
+	///   counts           a    b    c    d    | e      f     g      h
+	///   in 64 bits       a    ab   c    cd   | e      ef    g      gh
+	///   in groups        a    ab   abc  abcd | e      ef    efg    efgh
+	///   in the register  a    ab   abc  abcd | abcde  +f    +fg    +fgh
+	///   before           0    a    ab   abc  | abcd   +e    +ef    +efg
+	///
+	/// The multiplication carries inside its 64 bits: a sum of 8 or 16 bits that wraps to 0 adds one to the sum after
+	/// it.
 	template<typename _Element>
 	static VX_INLINE void PrefixSums(Register counts, Register &before, Register &total)
 	{
@@ -174,6 +208,15 @@ private:
 		return constant;
 	}
 
+	// The factor has a bit for each distance by which the counts are moved up. The product is the sum of the moved
+	// counts, which is the sum of all elements before each one. With 16-bit counts:
+	//
+	//   element     0    1    2    3
+	//   counts      a    b    c    d
+	//   << 16       0    a    b    c
+	//   << 32       0    0    a    b
+	//   << 48       0    0    0    a
+	//   product     0    a    ab   abc
 	template<typename _Element>
 	static VX_INLINE Register SumsBeforeIn64Bits(Register counts)
 	{

@@ -38,6 +38,9 @@ VX_INLINE void PrefixSumsInGroups(
 ///   b        y1   z1   x2   y2
 ///   c        z2   x3   y3   z3
 ///   x y z    of triple 0, 1, 2, 3
+///
+///   y0z0y1z1   y0   z0   y1   z1     b's share follows a's
+///   x2y2x3y3   x2   y2   x3   y3
 template<typename _Lanes>
 VX_INLINE void LoadTriplesInGroups(
 	const u8 *p, typename _Lanes::Register &x, typename _Lanes::Register &y, typename _Lanes::Register &z)

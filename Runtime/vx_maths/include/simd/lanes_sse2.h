@@ -20,7 +20,9 @@ namespace Vexmoor
 struct SLanesSse2 : TOneGroup<SLanesSse2>
 {
 	typedef __m128i Register;
+	/// Comparisons fill a lane with ones or with zeros, so a mask is a register like any other.
 	typedef Register Mask;
+	/// Inline assembler spells additions as they stand. Without it, compilers may swap their operands.
 	static constexpr bool kAddsInOrder = VX_X86 && VX_HAS_ASM;
 
 	// Memory.
@@ -28,7 +30,16 @@ struct SLanesSse2 : TOneGroup<SLanesSse2>
 	static VX_INLINE Register Load(const void *p) { return _mm_loadu_si128(static_cast<const __m128i *>(p)); }
 	static VX_INLINE void Store(void *p, Register r) { _mm_storeu_si128(static_cast<__m128i *>(p), r); }
 
+	///   lane     0    1    2    3
+	///   p        m0   m1
+	///   result   m0   m1   0    0
 	static VX_INLINE Register LoadTwo(const void *p) { return _mm_loadl_epi64(static_cast<const __m128i *>(p)); }
+	/// Reads 12 bytes and none behind them, because memory may end there.
+	///
+	///   lane         0    1    2    3
+	///   LoadTwo(p)   m0   m1   0    0
+	///   z            m2   0    0    0
+	///   result       m0   m1   m2   0      the lower halves of both
 	static VX_INLINE Register LoadThree(const void *p)
 	{
 		s32 z;
@@ -37,6 +48,8 @@ struct SLanesSse2 : TOneGroup<SLanesSse2>
 	}
 	static VX_INLINE Register LoadAligned(const void *p) { return _mm_load_si128(static_cast<const __m128i *>(p)); }
 	static VX_INLINE void StoreAligned(void *p, Register r) { _mm_store_si128(static_cast<__m128i *>(p), r); }
+	/// A store past the caches. The statements around it make compilers keep it in its place among volatile accesses:
+	/// to them the intrinsic is an ordinary store, and g++ reordered several of them.
 	static VX_INLINE void Stream(void *p, Register r)
 	{
 		VX_BEFORE_STORE_IN_PLACE(r);
@@ -44,6 +57,7 @@ struct SLanesSse2 : TOneGroup<SLanesSse2>
 		VX_BEHIND_STORE_IN_PLACE(*static_cast<u8(*)[16]>(p));
 	}
 	static VX_INLINE void StoreInPlace(void *p, Register r) { VX_STORE_IN_PLACE(Register, p, r); }
+	/// Streamed bytes are visible to other processors and devices before the bytes of any later store.
 	static VX_INLINE void Fence() { _mm_sfence(); }
 
 	// Constants.
@@ -79,10 +93,17 @@ struct SLanesSse2 : TOneGroup<SLanesSse2>
 	static VX_INLINE Register And(Register a, Register b) { return _mm_and_si128(a, b); }
 	static VX_INLINE Register Or(Register a, Register b) { return _mm_or_si128(a, b); }
 	static VX_INLINE Register Xor(Register a, Register b) { return _mm_xor_si128(a, b); }
+	/// SSE2 has no blend. The mask takes its lanes out of a, the inverted mask takes the others out of b.
 	static VX_INLINE Register Select(Mask mask, Register a, Register b)
 	{
 		return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b));
 	}
+	/// SSE2 compares signed numbers only. If the sign bits of both numbers are flipped, their signed order is the
+	/// unsigned order of what they were:
+	///
+	///   unsigned   0            0x7FFFFFFF   0x80000000   0xFFFFFFFF
+	///   flipped    0x80000000   0xFFFFFFFF   0            0x7FFFFFFF
+	///   as signed  -2^31        -1           0            2^31 - 1
 	static VX_INLINE Mask LessUnsigned(Register a, Register b)
 	{
 		const __m128i signs = Splat(0x80000000u);
@@ -102,6 +123,8 @@ struct SLanesSse2 : TOneGroup<SLanesSse2>
 	{
 		return _mm_srai_epi32(r, _Count);
 	}
+	///   element   0    1    2    3    4    5    6    7
+	///   result    a0   a1   a2   a3   b0   b1   b2   b3     each limited to [-0x8000, 0x7FFF]
 	static VX_INLINE Register PackSigned(Register a, Register b) { return _mm_packs_epi32(a, b); }
 
 	// Order.
@@ -111,24 +134,41 @@ struct SLanesSse2 : TOneGroup<SLanesSse2>
 	{
 		return _mm_shuffle_epi32(r, _MM_SHUFFLE(_3, _2, _1, _0));
 	}
+	/// The instruction is made for floats, but moves bits unchanged, those of NaNs too.
+	///
+	///   lane     0       1       2       3
+	///   result   a[_0]   a[_1]   b[_2]   b[_3]
 	template<u32 _0, u32 _1, u32 _2, u32 _3>
 	static VX_INLINE Register Shuffle2(Register a, Register b)
 	{
 		return _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b), _MM_SHUFFLE(_3, _2, _1, _0)));
 	}
+	/// One instruction for each half, so no element leaves its half: _0 to _3 are 0 to 3, and _4 to _7 are 4 to 7.
 	template<u32 _0, u32 _1, u32 _2, u32 _3, u32 _4, u32 _5, u32 _6, u32 _7>
 	static VX_INLINE Register Shuffle16(Register r)
 	{
 		return _mm_shufflehi_epi16(
 			_mm_shufflelo_epi16(r, _MM_SHUFFLE(_3, _2, _1, _0)), _MM_SHUFFLE(_7 - 4, _6 - 4, _5 - 4, _4 - 4));
 	}
+	///   lane             0    1    2    3
+	///   InterleaveLow    a0   b0   a1   b1
+	///   InterleaveHigh   a2   b2   a3   b3
 	static VX_INLINE Register InterleaveLow(Register a, Register b) { return _mm_unpacklo_epi32(a, b); }
 	static VX_INLINE Register InterleaveHigh(Register a, Register b) { return _mm_unpackhi_epi32(a, b); }
+	///   lane             0    1    2    3
+	///   r                r0   r1   r2   r3
+	///   by four bytes    0    r0   r1   r2
 	template<u32 _Count>
 	static VX_INLINE Register ShiftBytesUp(Register r)
 	{
 		return _mm_slli_si128(r, _Count);
 	}
+	/// A narrow element is doubled until it fills lane 3, which then goes to every lane. With bytes, of which the last
+	/// is f:
+	///
+	///   bytes of lane 3    c d e f
+	///   doubled            e e f f
+	///   doubled again      f f f f
 	template<typename _Element>
 	static VX_INLINE Register SpreadLast(Register r)
 	{
@@ -142,8 +182,13 @@ struct SLanesSse2 : TOneGroup<SLanesSse2>
 	// One number of all.
 
 	static VX_INLINE u32 Lane0(Register r) { return u32(_mm_cvtsi128_si32(r)); }
+	/// SSE2 has no test of all bits. Bytes are compared with 0, and the comparison's 16 sign bits are gathered.
 	static VX_INLINE bool AllZero(Register r) { return AllOnes(_mm_cmpeq_epi8(r, _mm_setzero_si128())); }
 	static VX_INLINE bool AllOnes(Register r) { return _mm_movemask_epi8(r) == 0xFFFF; }
+	/// The instruction sums absolute differences, here to 0, of eight bytes at a time:
+	///
+	///   lane     0               1    2                3
+	///   sums     of bytes 0-7    0    of bytes 8-15    0
 	static VX_INLINE u32 SumBytes(Register r)
 	{
 		const __m128i sums = _mm_sad_epu8(r, _mm_setzero_si128()); // of the lower and the upper eight bytes
@@ -152,6 +197,7 @@ struct SLanesSse2 : TOneGroup<SLanesSse2>
 
 	// Floats.
 
+	/// The casts are no instructions. They only tell the compiler that the same bits are floats.
 	static VX_INLINE Register SubtractFloats(Register a, Register b)
 	{
 		return _mm_castps_si128(_mm_sub_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b)));
@@ -160,6 +206,7 @@ struct SLanesSse2 : TOneGroup<SLanesSse2>
 	{
 		return _mm_castps_si128(_mm_mul_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b)));
 	}
+	/// An addition in assembler cannot be fused with the multiplication before it, and its operands keep their order.
 	static VX_INLINE Register AddFloats(Register a, Register b)
 	{
 #if VX_X86 && VX_HAS_ASM

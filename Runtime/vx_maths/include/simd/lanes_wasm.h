@@ -16,8 +16,11 @@ namespace Vexmoor
 /// One group of four.
 struct SLanesWasm : TOneGroup<SLanesWasm>
 {
+	/// One register type for all kinds of elements: the name of an operation says how wide its elements are.
 	typedef v128_t Register;
+	/// Comparisons fill a lane with ones or with zeros, so a mask is a register like any other.
 	typedef Register Mask;
+	/// WebAssembly leaves it to the engine which NaN an addition hands on, so sums are searched for NaNs.
 	static constexpr bool kAddsInOrder = false;
 
 	// Memory.
@@ -26,15 +29,21 @@ struct SLanesWasm : TOneGroup<SLanesWasm>
 	static VX_INLINE void Store(void *p, Register r) { wasm_v128_store(p, r); }
 
 	static VX_INLINE Register LoadTwo(const void *p) { return wasm_v128_load64_zero(p); }
+	/// Reads 12 bytes and none behind them, because memory may end there.
+	///
+	///   lane     0    1    2    3
+	///   result   m0   m1   m2   0
 	static VX_INLINE Register LoadThree(const void *p)
 	{
 		s32 z;
 		std::memcpy(&z, static_cast<const u8 *>(p) + 8, sizeof(z));
 		return wasm_i32x4_replace_lane(LoadTwo(p), 2, z);
 	}
+	/// No instruction asks for an aligned address: the alignment in the code is a hint alone.
 	static VX_INLINE Register LoadAligned(const void *p) { return Load(p); }
 	static VX_INLINE void StoreAligned(void *p, Register r) { Store(p, r); }
 	static VX_INLINE void StoreInPlace(void *p, Register r) { VX_STORE_IN_PLACE(Register, p, r); }
+	/// WebAssembly has no stores past the caches, so streams are ordinary stores.
 	static VX_INLINE void Stream(void *p, Register r) { StoreInPlace(p, r); }
 	static VX_INLINE void Fence() { std::atomic_thread_fence(std::memory_order_release); }
 
@@ -71,6 +80,7 @@ struct SLanesWasm : TOneGroup<SLanesWasm>
 	static VX_INLINE Register And(Register a, Register b) { return wasm_v128_and(a, b); }
 	static VX_INLINE Register Or(Register a, Register b) { return wasm_v128_or(a, b); }
 	static VX_INLINE Register Xor(Register a, Register b) { return wasm_v128_xor(a, b); }
+	/// The bitwise select takes bits of a where the mask has ones, and bits of b elsewhere.
 	static VX_INLINE Register Select(Mask mask, Register a, Register b) { return wasm_v128_bitselect(a, b, mask); }
 	static VX_INLINE Register Where(Mask mask, Register a) { return wasm_v128_and(mask, a); }
 	static VX_INLINE bool Any(Mask mask) { return wasm_v128_any_true(mask); }
@@ -87,6 +97,8 @@ struct SLanesWasm : TOneGroup<SLanesWasm>
 	{
 		return wasm_i32x4_shr(r, _Count);
 	}
+	///   element   0    1    2    3    4    5    6    7
+	///   result    a0   a1   a2   a3   b0   b1   b2   b3     each limited to [-0x8000, 0x7FFF]
 	static VX_INLINE Register PackSigned(Register a, Register b) { return wasm_i16x8_narrow_i32x4(a, b); }
 
 	// Order.
@@ -96,6 +108,10 @@ struct SLanesWasm : TOneGroup<SLanesWasm>
 	{
 		return wasm_i32x4_shuffle(r, r, _0, _1, _2, _3);
 	}
+	/// Both registers' lanes are numbered through: b's lanes are numbers 4 to 7.
+	///
+	///   lane     0       1       2       3
+	///   result   a[_0]   a[_1]   b[_2]   b[_3]
 	template<u32 _0, u32 _1, u32 _2, u32 _3>
 	static VX_INLINE Register Shuffle2(Register a, Register b)
 	{
@@ -106,8 +122,14 @@ struct SLanesWasm : TOneGroup<SLanesWasm>
 	{
 		return wasm_i16x8_shuffle(r, r, _0, _1, _2, _3, _4, _5, _6, _7);
 	}
+	///   lane             0    1    2    3
+	///   InterleaveLow    a0   b0   a1   b1
+	///   InterleaveHigh   a2   b2   a3   b3
 	static VX_INLINE Register InterleaveLow(Register a, Register b) { return wasm_i32x4_shuffle(a, b, 0, 4, 1, 5); }
 	static VX_INLINE Register InterleaveHigh(Register a, Register b) { return wasm_i32x4_shuffle(a, b, 2, 6, 3, 7); }
+	///   lane             0    1    2    3
+	///   r                r0   r1   r2   r3
+	///   by four bytes    0    r0   r1   r2
 	template<u32 _Count>
 	static VX_INLINE Register ShiftBytesUp(Register r)
 	{
@@ -115,6 +137,9 @@ struct SLanesWasm : TOneGroup<SLanesWasm>
 		return wasm_i8x16_shuffle(wasm_i32x4_splat(0), r, k, k + 1, k + 2, k + 3, k + 4, k + 5, k + 6, k + 7, k + 8,
 			k + 9, k + 10, k + 11, k + 12, k + 13, k + 14, k + 15);
 	}
+	///   bytes     e15 in all 16
+	///   u16       e7 in all 8
+	///   u32       e3 in all 4
 	template<typename _Element>
 	static VX_INLINE Register SpreadLast(Register r)
 	{
@@ -130,7 +155,13 @@ struct SLanesWasm : TOneGroup<SLanesWasm>
 
 	static VX_INLINE u32 Lane0(Register r) { return u32(wasm_i32x4_extract_lane(r, 0)); }
 	static VX_INLINE bool AllZero(Register r) { return !wasm_v128_any_true(r); }
+	/// There is a test for any bit that is set, and none for all: so the inverted bits are tested.
 	static VX_INLINE bool AllOnes(Register r) { return !wasm_v128_any_true(wasm_v128_not(r)); }
+	/// Neighbours are added twice, each time into elements of twice the width, so no sum wraps:
+	///
+	///   16 bytes    b0 b1 b2 b3 ...
+	///   8 of u16    b0+b1   b2+b3   ...
+	///   4 of u32    b0+...+b3   b4+...+b7   b8+...+b11   b12+...+b15
 	static VX_INLINE u32 SumBytes(Register r)
 	{
 		const v128_t sums = wasm_u32x4_extadd_pairwise_u16x8(wasm_u16x8_extadd_pairwise_u8x16(r));
@@ -140,6 +171,8 @@ struct SLanesWasm : TOneGroup<SLanesWasm>
 
 	// Floats.
 
+	/// Engines round each operation by itself: WebAssembly's 128-bit SIMD has no fused ones. simd/exact_floats.h keeps
+	/// the compiler from reordering them.
 	static VX_INLINE Register SubtractFloats(Register a, Register b) { return wasm_f32x4_sub(a, b); }
 	static VX_INLINE Register MultiplyFloats(Register a, Register b) { return wasm_f32x4_mul(a, b); }
 	static VX_INLINE Register AddFloats(Register a, Register b) { return wasm_f32x4_add(a, b); }

@@ -59,6 +59,12 @@ public:
 	}
 
 	/// Four pairs of 32-bit values from a 16-byte aligned address: evens takes their first values, odds their second.
+	///
+	///   lane      0    1    2    3
+	///   pairs01   k0   n0   k1   n1
+	///   pairs23   k2   n2   k3   n3
+	///   evens     k0   k1   k2   k3
+	///   odds      n0   n1   n2   n3
 	static VX_INLINE void LoadAligned16_Transpose4x2_Unpack(Float4 &evens, Float4 &odds, const void *p, sreg offset = 0)
 	{
 		const SLanesBase::Register pairs01 = LoadAligned16(p, offset).Lanes();
@@ -68,6 +74,8 @@ public:
 	}
 
 	/// 16 bytes to any address.
+	/// Offsets are in bytes, here and in all other functions. The address may be any: records of a page can start 8
+	/// bytes off a multiple of 16.
 	VX_INLINE void StoreUnaligned(void *p, sreg offset = 0) const
 	{
 		SLanesBase::Store(_At(p, offset), m_Lanes);
@@ -113,6 +121,7 @@ public:
 	}
 
 private:
+	// The address of a byte that lies offset bytes from p. Offsets may be negative.
 	static VX_INLINE const void *_At(const void *p, sreg offset)
 	{
 		return static_cast<const u8 *>(p) + offset;
