@@ -24,19 +24,28 @@ namespace Expand
 	typedef SLanesBase Lanes;
 	typedef Lanes::Register Register;
 
-	// Two records: key, base, key, base.
+	// Two records from a multiple of 16.
+	//
+	//   lane      0    1    2    3
+	//   result    k0   b0   k1   b1      a record's key, then its base
 	static VX_INLINE Register LoadRecords2(const SIndexAndDepth *records)
 	{
 		return Float4::LoadAligned16(records).Lanes();
 	}
 
-	// b0 b1 b2 b3
+	// The bases of four records from a multiple of 16.
+	//
+	//   lane      0    1    2    3
+	//   loaded    k0   b0   k1   b1
+	//             k2   b2   k3   b3
+	//   result    b0   b1   b2   b3
 	static VX_INLINE Register LoadBases4(const SIndexAndDepth *records)
 	{
 		return Lanes::Shuffle2<1, 3, 1, 3>(LoadRecords2(records), LoadRecords2(records + kRecordsPerAccess));
 	}
 
-	// The same from any address.
+	// The bases of four records from any address. Kernels that do not stream take them: records off their alignment are
+	// reported once, by who calls a worker, and not again for each block.
 	static VX_INLINE Register LoadBases4Unaligned(const SIndexAndDepth *records)
 	{
 		return Lanes::Shuffle2<1, 3, 1, 3>(Lanes::Load(records), Lanes::Load(records + kRecordsPerAccess));
@@ -53,6 +62,12 @@ namespace Expand
 	}
 
 	// The pattern of a 16-bit output, packed: word k has entry 2k in its lower bits and entry 2k + 1 in its upper ones.
+	//
+	//   bits      0-15       16-31
+	//   word 0    entry 0    entry 1
+	//   word 1    entry 2    entry 3
+	//
+	// Entries are cut to 16 bits, so that one does not spill into its neighbour.
 	template<u32 _Width>
 	struct TPackedPattern
 	{
@@ -65,7 +80,8 @@ namespace Expand
 		}
 	};
 
-	// Twice the lower 16 bits. Bits above them are lost in the addition of a 16-bit index's upper half.
+	// A base in both halves of a word, to be added to two 16-bit entries at once. Callers of 16-bit outputs keep bases
+	// below 0x10000: a bit above that would get into the upper half.
 	VX_WRAPS static VX_INLINE u32 Twice16(u32 base)
 	{
 		return base | base << 16;
@@ -90,6 +106,7 @@ namespace Expand
 		}
 	};
 
+	// The one to three bases that are left, or all of them at an unaligned output.
 	struct SU32_x1
 	{
 		static constexpr u32 kWidth = 1;
@@ -116,6 +133,9 @@ namespace Expand
 		}
 
 	private:
+		//   base             0x7FFF    0x8000        0xFFFF        0x12345
+		//   made negative    0x7FFF    0xFFFF8000    0xFFFFFFFF    0xFFFF2345
+		//   packed           0x7FFF    0x8000        0xFFFF        0x8000        the last one is saturated
 		static VX_INLINE Register MakeNegative(Register bases)
 		{
 			const Register upperBits = Lanes::Splat(0xFFFF0000u);
@@ -123,8 +143,8 @@ namespace Expand
 		}
 	};
 
-	// The same from and to any address: the lower 16 bits of eight bases. Packing saturates, so each is first made the
-	// signed number that its lower 16 bits are.
+	// Eight bases from and to any address, cut to their lower 16 bits as single stores would cut them. Packing
+	// saturates, so each base is first made the signed number that its lower 16 bits are.
 	struct SU16_x1_Eight
 	{
 		static constexpr u32 kWidth = 1;
@@ -137,12 +157,17 @@ namespace Expand
 		}
 
 	private:
+		//   base             0x7FFF        0x8000        0xFFFF        0x12345
+		//   shifted up       0x7FFF0000    0x80000000    0xFFFF0000    0x23450000
+		//   and down         0x7FFF        0xFFFF8000    0xFFFFFFFF    0x2345
+		//   packed           0x7FFF        0x8000        0xFFFF        0x2345        none is saturated
 		static VX_INLINE Register SignedLow16(Register bases)
 		{
 			return Lanes::ShiftRightSigned<16>(Lanes::ShiftLeft<16>(bases));
 		}
 	};
 
+	// Two bases as one store of 32 bits, the first one at the lower address.
 	struct SU16_x1_Two
 	{
 		static constexpr u32 kWidth = 1;
@@ -154,6 +179,7 @@ namespace Expand
 		}
 	};
 
+	// The last one of an odd number.
 	struct SU16_x1
 	{
 		static constexpr u32 kWidth = 1;
@@ -184,6 +210,11 @@ namespace Expand
 	};
 
 	// Four bases, three times each, over three registers.
+	//
+	//   lane          0    1    2    3
+	//   b0b0b0b1      b0   b0   b0   b1
+	//   b1b1b2b2      b1   b1   b2   b2
+	//   b2b3b3b3      b2   b3   b3   b3
 	struct SOffsets3
 	{
 		Register b0b0b0b1, b1b1b2b2, b2b3b3b3;
@@ -233,6 +264,13 @@ namespace Expand
 
 		Register p01201201, p20120120, p12012012;
 
+		// A 32-bit lane holds two entries. Five lanes in a row repeat after three, so two rotations by lanes give the
+		// rest:
+		//
+		//   lane          0       1       2       3
+		//   p01201201     p0 p1   p2 p0   p1 p2   p0 p1
+		//   p20120120     p2 p0   p1 p2   p0 p1   p2 p0     lanes 1, 2, 0, 1 of the first register
+		//   p12012012     p1 p2   p0 p1   p2 p0   p1 p2     lanes 2, 0, 1, 2
 		explicit VX_INLINE SStreamU16_x3(const u32 *pattern)
 		{
 			const u16 p0 = u16(pattern[0]), p1 = u16(pattern[1]), p2 = u16(pattern[2]);
@@ -254,8 +292,13 @@ namespace Expand
 		}
 
 	private:
-		// Eight 32-bit lanes into eight 16-bit ones. A base of 0x10000 or more spills into its neighbour: 16-bit
-		// buffers stay below.
+		// Eight 32-bit offsets into eight 16-bit elements. An offset of 0x10000 or more spills into its neighbour, and
+		// callers of 16-bit outputs keep every index below that.
+		//
+		//   lane            0       1       2       3
+		//   even            o0      o2      o4      o6
+		//   odd << 16       o1      o3      o5      o7      in the upper half of the lane
+		//   result          o0 o1   o2 o3   o4 o5   o6 o7
 		static VX_INLINE Register PackOffsets(Register lanes0123, Register lanes4567)
 		{
 			const Register even = Lanes::Shuffle2<0, 2, 0, 2>(lanes0123, lanes4567);
@@ -290,7 +333,13 @@ namespace Expand
 
 	// Width 6.
 
-	// Six entries, repeated over three registers.
+	// Six entries, repeated over three registers. The second load starts at entry 2, so that nothing is read behind the
+	// last entry.
+	//
+	//   lane          0    1    2    3
+	//   i0i1i2i3      p0   p1   p2   p3
+	//   i4i5i0i1      p4   p5   p0   p1
+	//   i2i3i4i5      p2   p3   p4   p5
 	struct SPattern6
 	{
 		Register i0i1i2i3, i4i5i0i1, i2i3i4i5;
@@ -303,7 +352,13 @@ namespace Expand
 		}
 	};
 
-	// Two bases from two records, over three registers.
+	// Two bases, six times each, over three registers.
+	//
+	//   lane          0    1    2    3
+	//   k0b0k1b1      k0   b0   k1   b1      two records, as loaded
+	//   b0b0b0b0      b0   b0   b0   b0
+	//   b0b0b1b1      b0   b0   b1   b1
+	//   b1b1b1b1      b1   b1   b1   b1
 	struct SOffsets6
 	{
 		Register b0b0b0b0, b0b0b1b1, b1b1b1b1;
@@ -348,6 +403,13 @@ namespace Expand
 	//   stored        b0+p0   b0+p1   b0+p2   b0+p3   b0+p4   b0+p5   b1+p0   b1+p1
 	//                 b1+p2   b1+p3   b1+p4   b1+p5   b2+p0   b2+p1   b2+p2   b2+p3
 	//                 b2+p4   b2+p5   b3+p0   b3+p1   b3+p2   b3+p3   b3+p4   b3+p5
+	//
+	// The bias, signedOffsetter, is the largest entry - 0x7FFF. For the pattern 0 1 2 0 2 3 and the base 0x9000:
+	//
+	//   bias             3 - 0x7FFF = -0x7FFC
+	//   entry - bias     0x7FFC to 0x7FFF      within 16 bits, as signed numbers
+	//   base + bias      0x1004                within 16 bits while base + 3 is below 0xFFFF
+	//   sum              0x9000 + entry        modulo 2^16
 	struct SStreamU16_x6
 	{
 		static constexpr u32 kWidth = 6;
@@ -376,6 +438,13 @@ namespace Expand
 		}
 		VX_INLINE void Write(volatile u16 *dst, const SIndexAndDepth *records) const
 		{
+			// Elements do not leave their half of a register, so the four biased bases are put into both halves.
+			//
+			//   element        0   1   2   3   4   5   6   7
+			//   off01230123    o0  o1  o2  o3  o0  o1  o2  o3
+			//   off00000011    o0  o0  o0  o0  o0  o0  o1  o1
+			//   off11112222    o1  o1  o1  o1  o2  o2  o2  o2
+			//   off22333333    o2  o2  o3  o3  o3  o3  o3  o3
 			const Register off0123 = Add32(LoadBases4(records), signedOffsetter);
 			const Register off01230123 = Lanes::PackSigned(off0123, off0123);
 			const Register off00000011 = Lanes::Shuffle16<0, 0, 0, 0, 4, 4, 5, 5>(off01230123);
@@ -387,8 +456,13 @@ namespace Expand
 		}
 	};
 
-	// The same from and to any address. Two entries to a 32-bit lane, and one addition for both: nothing is carried
-	// between them while indices fit 16 bits.
+	// Four primitives from and to any address. A 32-bit lane holds a word, which is two entries, and one addition
+	// serves both. Nothing is carried between them while indices fit 16 bits.
+	//
+	//   lane          0       1       2       3
+	//   stored        b0+w0   b0+w1   b0+w2   b1+w0      w0 is p0 p1, w1 is p2 p3, w2 is p4 p5
+	//                 b1+w1   b1+w2   b2+w0   b2+w1
+	//                 b2+w2   b3+w0   b3+w1   b3+w2
 	struct SU16_x6_Four
 	{
 		static constexpr u32 kWidth = 6;
@@ -409,6 +483,7 @@ namespace Expand
 		}
 	};
 
+	// One primitive as three stores of a word each.
 	struct SU16_x6
 	{
 		static constexpr u32 kWidth = 6;
@@ -458,6 +533,7 @@ namespace Expand
 		}
 	};
 
+	// One primitive as three stores of 64 bits.
 	template<typename _Index>
 	struct TThreeWords
 	{
@@ -511,6 +587,7 @@ namespace Expand
 		}
 	};
 
+	// Two records by one load. Their bases lie in lanes 1 and 3.
 	struct SStreamU32_x12_Two
 	{
 		static constexpr u32 kWidth = 12;
@@ -550,6 +627,8 @@ namespace Expand
 		{
 		}
 
+		// dst is at 8 modulo 16. Indices 0 and 1 are two ordinary stores, 2 to 9 two streams. Of 8 to B, which are
+		// kept, 8 and 9 have been stored, and A and B wait.
 		VX_INLINE volatile u32 *First(volatile u32 *dst, u32 id)
 		{
 			const Register base = Lanes::Splat(id);
@@ -564,6 +643,7 @@ namespace Expand
 			for (u32 record = 0; record < recordCount; ++record)
 			{
 				const Register base = Lanes::Splat(records[record].m_Index);
+				// A and B of the record before, then 0 and 1 of this one.
 				const Register v0123 = Add32(base, i0i1i2i3);
 				Float4(Lanes::Shuffle2<2, 3, 0, 1>(v89AB, v0123)).StreamAligned16(dst, 0);
 				Float4(Add32(base, i2i3i4i5)).StreamAligned16(dst, 16);
