@@ -2,6 +2,9 @@
 
 // The quick sort, for few records. It is not stable: which of two equal keys comes first follows from every step below,
 // and is part of the result. So no step may change, and neither may a constant of it.
+//
+// In the sorter it takes up to 109 records of which some have equal keys. Distinct keys have one order whoever finds
+// it, so kr_sort.h finds it in faster ways.
 
 #include "vx_compiler.h"
 #include "vx_defs.h"
@@ -71,6 +74,11 @@ using TEnableIfCompares = std::enable_if_t<
 
 /// Sorts the inclusive range [lo, hi] in place, for up to a dozen elements: swaps the maximum with the last element,
 /// then goes on without the last element. Among equal maxima the one at the lowest position is swapped.
+///
+///   4 2 9 5      9 is the maximum, and changes places with the last element
+///   4 2 5 | 9    5 is the maximum of the rest, and stays
+///   4 2 | 5 9    4 changes places with 2
+///   2 | 4 5 9
 template<typename _Compare, typename _Iterator, typename = TEnableIfCompares<_Compare, _Iterator>>
 VX_INLINE void InsertionSort(_Iterator lo, _Iterator hi)
 {
@@ -102,14 +110,17 @@ void QuickSort(_Iterator first, _Iterator last)
 {
 	// The larger part of a range is deferred, so the range that goes on at least halves with every part that is
 	// pending: 2^31 records are down to 8, which the insertion sort takes, after 28 halvings.
+	// kMaxInsertionSortCount is part of the result: with another one, equal keys would come in another order.
 	constexpr u32 kMaxInsertionSortCount = 12;
 	constexpr u32 kMaxPendingRanges = 28;
 
+	// In an empty range, hi would lie before lo.
 	if (s32(last - first) < 2)
 		return;
 
 	_Iterator loStack[kMaxPendingRanges] = {};
 	_Iterator hiStack[kMaxPendingRanges] = {};
+	// lo and hi are the range that is worked on, both ends included. The stacks have the ranges that are pending.
 	s32 stackId = 0;
 	_Iterator lo = first;
 	_Iterator hi = last - 1;
@@ -119,6 +130,11 @@ void QuickSort(_Iterator first, _Iterator last)
 		const u32 size = u32(hi - lo) + 1;
 		if (size > kMaxInsertionSortCount)
 		{
+			// The pivot is the median of the first, the middle and the last element. It stays in the middle, and the
+			// other two are on their sides:
+			//
+			//   before   lo = 7    mid = 2    hi = 5
+			//   after    lo = 2    mid = 5    hi = 7
 			_Iterator mid = lo + int(size / 2);
 			if (_Compare::Less(mid, lo))
 				VXSwap(*lo, *mid);
@@ -136,6 +152,8 @@ void QuickSort(_Iterator first, _Iterator last)
 			_Iterator hiElem = hi;
 			for (;;)
 			{
+				// Up to the next element that is higher than the pivot: first below the pivot, then above it. The pivot
+				// itself is passed over, as it is not higher.
 				if (mid > loElem)
 				{
 					do
@@ -148,18 +166,24 @@ void QuickSort(_Iterator first, _Iterator last)
 						++loElem;
 					while (loElem <= hi && !_Compare::Less(mid, loElem));
 				}
+				// Down to the next element that is not higher than the pivot.
 				do
 					--hiElem;
 				while (hiElem > mid && _Compare::Less(mid, hiElem));
 
+				// Nothing is left between the two. hiElem is in the lower part, loElem in the upper one.
 				if (hiElem < loElem)
 					break;
 				VXSwap(*loElem, *hiElem);
+				// The swap has moved the pivot to loElem.
 				if (mid == hiElem)
 					mid = loElem;
 			}
 
 			// Elements equal to the pivot that lie next to it are in place and belong to neither part.
+			//
+			//   lo                    hiElem    loElem                      hi
+			//   | lower part          | equals  | upper part                |
 			++hiElem;
 			if (mid < hiElem)
 			{
@@ -174,7 +198,8 @@ void QuickSort(_Iterator first, _Iterator last)
 				while (hiElem > lo && _Compare::Equal(hiElem, mid));
 			}
 
-			// Defer the larger part, go on with the smaller one.
+			// Defer the larger part, go on with the smaller one. A part of one element is in order, so it is neither
+			// deferred nor gone on with.
 			if (s32(hi - loElem) > s32(hiElem - lo))
 			{
 				if (loElem < hi)
@@ -209,6 +234,7 @@ void QuickSort(_Iterator first, _Iterator last)
 			InsertionSort<_Compare>(lo, hi);
 		}
 
+		// The range is in order. The next one is the last that was deferred.
 		if (stackId == 0)
 			return;
 		--stackId;

@@ -18,6 +18,10 @@ namespace Vexmoor
 /// that have a higher one.
 /// records  keyed by their first 32 bits, as unsigned; records[rankedCount] is ranked
 /// ranks    of rankedCount records before, and room for one more
+///
+///   keys          5    2    9   |  4        4 is ranked
+///   ranks before  1    0    2   |
+///   ranks after   2    0    3   |  1        5 and 9 are higher, and 2 alone is lower
 template<typename _Record>
 VX_INLINE void RankOneMore(const _Record *__restrict records, u32 rankedCount, u32 *__restrict ranks)
 {
@@ -38,11 +42,16 @@ VX_INLINE void RankOneMore(const _Record *__restrict records, u32 rankedCount, u
 /// among them, or more than SortLanes::kMaxRankedCount records, nothing is written and false returned. Every key is
 /// compared with every other one, without a branch to mispredict. That is quadratic, and still the fastest way up to
 /// SortLanes::MaxCountWorthRanking() records; with equal keys little is lost beside the quick sort that follows.
+///
+///   keys      5    2    9    4
+///   ranks     2    0    3    1         how many keys are lower
+///   output    2    4    5    9         record k goes to place ranks[k]
 template<typename _Iterator>
 bool CountingRankSort(_Iterator first, u32 count, _Iterator output)
 {
 	typedef std::decay_t<decltype(*output)> Record;
 	static_assert(sizeof(Record) == SortLanes::kRankedSize, "a key and as many bytes");
+	// Room for whole steps of ranks: what fills up the last step gets ranks as well, which nobody reads.
 	alignas(16) u32 ranks[SortLanes::kMaxRankedCount];
 	if (count == 0)
 		return true;
@@ -72,6 +81,7 @@ bool CountingRankSort(_Iterator first, u32 count, _Iterator output)
 	u32 rankSum = 0;
 	for (u32 i = 0; i < count; ++i)
 		rankSum += ranks[i]; // cppcheck-suppress uninitvar ; counted above
+	// With all keys distinct, the ranks are 0 to count - 1 in some order, whose sum is count * (count - 1) / 2.
 	if (2 * rankSum + count != count * count)
 		return false;
 

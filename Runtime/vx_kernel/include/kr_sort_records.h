@@ -17,6 +17,7 @@ template<typename _Record>
 constexpr u32 kRecordsPerLine = sizeof(_Record) < 64 ? 64 / sizeof(_Record) : 1;
 
 /// True if the ranges [a, a + count) and [b, b + count) have no byte in common.
+/// Addresses are compared as numbers, since the two may belong to different objects.
 template<typename _Type>
 bool AreApart(const _Type *a, const _Type *b, u32 count)
 {

@@ -176,7 +176,7 @@ void CTriangleSorter::SortTriangles_AutogenIndices(void *workingBuffer)
 	else if (m_IndexType == IndexTypeUint16)
 		_SortTriangles_AutogenIndices<u16>(workingBuffer);
 	else
-		VX_ASSERT_NOT_REACHED("Uninitialized or invalid indice type");
+		VX_ASSERT_NOT_REACHED("Uninitialized or invalid indice type"); // the text is kept on purpose
 
 	if (locallyAllocatedBuffer != null)
 		Mem::_FreeGeneric(locallyAllocatedBuffer);
@@ -185,7 +185,8 @@ void CTriangleSorter::SortTriangles_AutogenIndices(void *workingBuffer)
 template<typename _Index>
 void CTriangleSorter::_SortTriangles_AutogenIndices(void *workingBuffer)
 {
-	const u32 primCount_fromBB = m_IndexCount_fromBB / 3; // triangles that the pages' geometry may have at most
+	// Triangles that the pages' geometry may have at most. Hosts filter by conditions with this name: kept on purpose.
+	const u32 primCount_fromBB = m_IndexCount_fromBB / 3;
 	VX_ASSERT(m_IndexCount_fromBB % 3 == 0);
 	const CRecordList workingBufferSorter = WorkingBuffer_SortedTris(workingBuffer, m_IndexCount_fromBB, 1);  // filled
 	const CRecordList workingBufferSorter2 = WorkingBuffer_SortedTris(workingBuffer, m_IndexCount_fromBB, 0); // sorted
@@ -442,7 +443,7 @@ void CTriangleSorter::_FillSource_SortByPosition_GeomConst(
 	const CFloatModeScope floatMode;
 	const CCamera camera(m_CameraPosition);
 	const u32 validCount = _ValidParticleCount(start, count);
-	const u32 increment = m_PrimiteVertexCount;
+	const u32 increment = m_PrimiteVertexCount; // the member's name is kept on purpose
 	const u32 i = _WalkPages<PageBound_RenderedCounts>(m_InPositions, start, validCount, out,
 		[&](const TPagePart<CFloat3> &page, u32 firstParticle)
 		{ FillByDistance(page, camera, SBySequence(firstParticle * increment, increment)); });

@@ -15,7 +15,8 @@ namespace Vexmoor
 {
 namespace SortLanes
 {
-	// The counts from first on, with those of others, which may be null.
+	// The register of counters from number first on. Counters that are kept in two histograms are added up on the way:
+	// others is the second histogram, or null.
 	template<typename _Lanes, typename _Counter>
 	static VX_INLINE typename _Lanes::Register LoadCounts(const _Counter *counters, const _Counter *others, ureg first)
 	{
@@ -51,6 +52,8 @@ namespace SortLanes
 		}
 	}
 
+	// The bodies behind SumCounters and SumSparseCounters (kr_sort_lanes.h). Most counters of few records are zero;
+	// those of many records are not, and then a question for every register would be for nothing.
 	template<typename _Lanes, typename _Counter>
 	static void SumCountersInLanes(_Counter *counters, u32 count)
 	{
@@ -137,6 +140,14 @@ namespace SortLanes
 		kSignBit, kSignBit, kHighest, kHighest, kHighest, kHighest, kHighest, kHighest, kHighest, kHighest};
 
 	// The keys of fewer records than a register has lanes, at least one; other lanes are 0.
+	//
+	// Nothing is read behind the last record, because memory may end there. With registers of one group, for three
+	// records:
+	//
+	//   lane      0    1    2    3
+	//   first     k0   n0   k1   n1
+	//   second    k2   n2   0    0
+	//   result    k0   k1   k2   0
 	template<typename _Lanes>
 	static VX_INLINE typename _Lanes::Register LoadLastKeys(
 		const u8 *records, u32 count, [[maybe_unused]] typename _Lanes::Register flips)
@@ -154,6 +165,11 @@ namespace SortLanes
 	}
 
 	// Returns how many keys there are, with those that fill up the last step.
+	//
+	// With registers of one group and five records, k4 being in the second register and kRanksPerStep 8:
+	//
+	//   keys      0    1    2    3    4    5     6     7
+	//   stored    k0   k1   k2   k3   k4   high  high  high     sign bits flipped, high being kHighest
 	template<typename _Lanes>
 	static VX_INLINE u32 FlipKeys(const u8 *records, u32 count, s32 *keys)
 	{
@@ -175,6 +191,12 @@ namespace SortLanes
 		return i;
 	}
 
+	// The ranks of _Registers registers of keys. Each key of all records is compared with every lane.
+	//
+	//   own[0]     5    2    9    4
+	//   key        4    4    4    4       splatted
+	//   higher     yes  no   yes  no      a mask of -1, 0, -1, 0
+	//   ranks[0]   +1   +0   +1   +0
 	template<typename _Lanes, u32 _Registers>
 	static VX_INLINE void RankBlock(const s32 *keys, u32 count, const s32 *blockKeys, u32 *blockRanks)
 	{
@@ -199,6 +221,8 @@ namespace SortLanes
 			_Lanes::Store(blockRanks + r * _Lanes::kLanes, ranks[r]);
 	}
 
+	// Ranks keys in blocks of two steps, and the last block is one step if no more is left. A block of fewer registers
+	// would compare each splatted key with fewer lanes.
 	template<typename _Lanes>
 	static void CountLowerKeysInLanes(const u8 *records, u32 count, u32 *ranks)
 	{
@@ -212,6 +236,7 @@ namespace SortLanes
 			RankBlock<_Lanes, kRegistersPerStep>(keys, filledCount, keys + i, ranks + i);
 	}
 
+	// The table for one target, in the order of SKernels.
 	template<typename _Lanes>
 	constexpr SKernels kKernelsInLanes = {
 		&SumCountersInLanes<_Lanes, u8>,

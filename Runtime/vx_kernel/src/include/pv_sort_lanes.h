@@ -10,8 +10,10 @@ namespace Vexmoor
 {
 namespace SortLanes
 {
+	// The functions for one instruction set. All tables give the same numbers.
 	struct SKernels
 	{
+		// Counters of three widths are summed by three functions, of which kr_sort_lanes.h makes overloads.
 		void (*m_SumCounters8)(u8 *counters, u32 count);
 		void (*m_SumCounters16)(u16 *counters, u32 count);
 		void (*m_SumCounters32)(u32 *counters, u32 count);
@@ -19,11 +21,16 @@ namespace SortLanes
 		void (*m_SumSparseCounters16)(u16 *counters, const u16 *others, u32 count);
 		void (*m_SumSparseCounters32)(u32 *counters, const u32 *others, u32 count);
 		void (*m_SumColumns)(u8 *counters, const u8 *others, u32 rowCount);
+		// Measured with these registers, as m_MaxCountWorthRanking is: pv_sort_kernels.h has the measurements.
 		bool m_SumsFasterInColumns;
+		// ranks has room for whole steps of SortLanes::kRanksPerStep.
 		void (*m_CountLowerKeys)(const u8 *records, u32 count, u32 *ranks);
+		// Above this many records the radix sort takes less time than ranking.
 		u32 m_MaxCountWorthRanking;
 	};
 
+	// A table for each file that is compiled for its own instruction set. Who calls a function of another table than
+	// the baseline's has asked kr_cpu.h before whether the processor has these instructions.
 	extern const SKernels kKernels_Baseline;
 #if VX_X86
 	extern const SKernels kKernels_Avx2;

@@ -12,18 +12,22 @@
 
 namespace Vexmoor
 {
+// The camera's position, once as floats and once in lanes. It is made once for all pages of a sort.
 class CCamera
 {
 public:
+	// Loads three floats and none behind them.
 	explicit VX_INLINE CCamera(const CFloat3 &position)
 		: m_Position(position)
 		, m_Lanes(SLanesBase::LoadThree(position.Data()))
 	{
 	}
 
+	// x, y and z, for kernels that put each into all lanes of a register.
 	VX_INLINE const float *Position() const { return m_Position.Data(); }
 
-	// The bits of the squared distance to a position of 12 bytes, at any address.
+	// The bits of the squared distance to a position of 12 bytes, at any address. If compilers may reorder the
+	// additions, a NaN among the distances is worked out once more, because its bits are part of the key.
 	VX_INLINE u32 SquaredDistanceBits(const void *position) const
 	{
 		const u32 bits = SLanesBase::Lane0(_SquaredDistance(position));
@@ -50,6 +54,7 @@ public:
 	}
 
 private:
+	// Single positions go through the narrowest registers. Wider ones would compute more lanes that nobody needs.
 	typedef SLanesBase::Register Register;
 
 	// In lane 0. The other lanes compute what nobody needs.
@@ -58,6 +63,9 @@ private:
 	//   d      x    y    z    0
 	//   yyyy   y    y    y    y
 	//   zzzz   z    z    z    z
+	//   sum    (x * x + y * y) + z * z in lane 0
+	//
+	// Nothing behind the position's 12th byte is read, so it may end where memory does.
 	VX_INLINE Register _SquaredDistance(const void *position) const
 	{
 		const Register d = SLanesBase::SubtractFloats(SLanesBase::LoadThree(position), m_Lanes);
@@ -66,6 +74,8 @@ private:
 		return SquaredLengths<SLanesBase>(d, yyyy, zzzz, m_Barrier);
 	}
 
+	// Not inlined, so that the loop over particles keeps its registers: NaNs are rare. Both positions are read as bits,
+	// because loading a NaN as a float may change it on some processors.
 	VX_NOINLINE u32 _NaNTo(const void *position) const
 	{
 		u32 from[3], to[3];
@@ -76,6 +86,7 @@ private:
 
 	CFloat3 m_Position;
 	Register m_Lanes;
+	// Between products and their sums (simd/exact_floats.h).
 	TBarrier<SLanesBase> m_Barrier;
 };
 } // namespace Vexmoor

@@ -35,6 +35,9 @@ struct SValueKey
 {
 	static constexpr u32 kFar = 0x007FFFFFu; // of minus infinity
 
+	//   value       -inf         -1.0         -0.0         +0.0         1.0          +inf
+	//   bits        0xFF800000   0xBF800000   0x80000000   0x00000000   0x3F800000   0x7F800000
+	//   key         0x007FFFFF   0x407FFFFF   0x7FFFFFFF   0x80000000   0xBF800000   0xFF800000
 	template<typename _Lanes>
 	static VX_INLINE typename _Lanes::Register FromLanes(typename _Lanes::Register bits)
 	{

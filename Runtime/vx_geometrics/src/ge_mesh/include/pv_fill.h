@@ -22,15 +22,21 @@ class TVertexBases_Sequence;
 template<typename _Lanes>
 class TVertexBases_List;
 
-// Where vertex bases come from; the loops that ask for them are written once. Records ask one by one, by Next, or a
-// register of them at a time, through InLanes, which starts where Next would, and after which Skip catches up. All
-// count records, never particles.
+// Where vertex bases come from. The loops that ask for them are written once, for both classes below. A loop over
+// records asks by Next. A loop over lanes makes an InLanes of the object, which gives a register of bases at a time,
+// and calls Skip with the number of records when it is done. All of them count records: disabled particles have none.
 //
 // A sequence: record k has the base start + k * increment, modulo 2^32 as lanes count. A group of four is stored in the
-// order 2, 3, 0, 1, which shows in the order of equal keys after a stable sort, and is kept for it.
+// order 2, 3, 0, 1, which shows in the order of equal keys after a stable sort, and is kept for it. With start 100 and
+// increment 4:
+//
+//   record in memory    0          1          2          3
+//   particle            2          3          0          1
+//   key and base        k2 108     k3 112     k0 100     k1 104
 class CVertexBases_Sequence
 {
 public:
+	// Lanes 2 and 3 of each group are stored before lanes 0 and 1.
 	static constexpr bool kUpperPairFirst = true;
 	template<typename _Lanes>
 	using InLanes = TVertexBases_Sequence<_Lanes>;
@@ -41,20 +47,24 @@ public:
 	{
 	}
 
+	// The base of the next record, and the step from one record's base to the next one's.
 	VX_INLINE u32 Start() const { return m_Next; }
 	VX_INLINE u32 Increment() const { return m_Increment; }
 
+	// Returns the base of the next record.
 	VX_WRAPS VX_INLINE u32 Next()
 	{
 		const u32 base = m_Next;
 		m_Next += m_Increment;
 		return base;
 	}
+	// As a list's Next, which may change the key. A sequence has no invalid entries, so the key stays.
 	template<typename _Key>
 	VX_INLINE u32 Next(u32 &)
 	{
 		return Next();
 	}
+	// Passes over the bases of records that a loop over lanes has made.
 	VX_WRAPS VX_INLINE void Skip(u32 recordCount) { m_Next += recordCount * m_Increment; }
 
 private:
@@ -62,7 +72,11 @@ private:
 	u32 m_Increment;
 };
 
-// A list: record k has entry k as its base. An entry at or beyond maxVertexId gives the record base 0 and the far key.
+// A list: record k has entry k as its base. An entry at or beyond maxVertexId gives the record base 0 and the far key,
+// by which it is drawn first, as the farthest of its kind. With the entries 8, 99, 4, 0 and a maxVertexId of 12:
+//
+//   record in memory    0          1          2          3
+//   key and base        k0 8       far 0      k2 4       k3 0
 class CVertexBases_List
 {
 public:
@@ -79,6 +93,8 @@ public:
 	VX_INLINE const u32 *Entries() const { return m_Entries; }
 	VX_INLINE u32 MaxVertexId() const { return m_MaxVertexId; }
 
+	// Returns the base of the next record, and makes the key far if the entry is not valid. Both are selections, so
+	// there is no branch to mispredict: valid and invalid entries may come in any order.
 	template<typename _Key>
 	VX_INLINE u32 Next(u32 &key)
 	{
@@ -87,6 +103,7 @@ public:
 		key = valid ? key : _Key::kFar;
 		return valid ? entry : 0;
 	}
+	// Passes over the entries of records that a loop over lanes has made.
 	VX_INLINE void Skip(u32 recordCount) { m_Entries += recordCount; }
 
 private:
@@ -110,6 +127,7 @@ struct TFillKernels
 	void (*m_ByValue)(SIndexAndDepth *records, const u8 *values, u32 groupCount, const _VertexBases &vertexBases);
 };
 
+// All loops for one instruction set. Which table is used is asked for once a page.
 struct SFillKernels
 {
 	TFillKernels<CVertexBases_Sequence> m_Sequence;
@@ -119,6 +137,7 @@ struct SFillKernels
 	const TFillKernels<CVertexBases_List> &For(const CVertexBases_List &) const { return m_List; }
 };
 
+// One table for each file that is compiled for its own instruction set. All give the same records.
 extern const SFillKernels kFillKernels_Baseline;
 #if VX_X86
 extern const SFillKernels kFillKernels_Avx2;

@@ -36,6 +36,12 @@ static TStridedMemoryView<const _Element> OfferedElements(
 // byte 8 * (k + w), below which no value lies that is still to be read: value k + w is at byte 8 * (n / 2) + 4 * (k +
 // w) or, if n is odd, 4 bytes before 4 * (n + k + w), and there k + w is below n. Values and records share bytes under
 // two types, so both are moved as bytes or lanes.
+//
+// For n = 4 records and the enabled bytes 1 0 1 1 0 1, with values v0 to v5:
+//
+//   byte      0      4      8      12     16     20     24     28
+//   before    -      -      -      -      v0     v2     v3     v5       the upper half of 4 records
+//   after     r0            r1            r2            r3              each a key and a base
 template<typename _Element, typename _SortValueBits>
 static CSortValues CompactSortValues(const CRecordList &outList,
 	const TStridedMemoryView<const _Element> &source,
@@ -58,6 +64,7 @@ static CSortValues CompactSortValues(const CRecordList &outList,
 	return {reinterpret_cast<const float *>(sortKeys), primCount, sizeof(float)};
 }
 
+// The table for the registers in use. The order is that of Cpu::EInstructionSet (kr_cpu.h).
 static VX_INLINE const SFillKernels &FillKernels()
 {
 	static constexpr const SFillKernels *kKernels[] = {
@@ -70,6 +77,7 @@ static VX_INLINE const SFillKernels &FillKernels()
 	return *kKernels[Cpu::InstructionSet()];
 }
 
+// One record from one position, the same to the bit as the kernels would make it.
 template<typename _VertexBases>
 static VX_INLINE void FillOneByDistance(
 	SIndexAndDepth *packedPtr, const u8 *srcPos, const CCamera &camera, _VertexBases &vertexBases)

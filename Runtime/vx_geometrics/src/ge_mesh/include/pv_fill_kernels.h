@@ -15,6 +15,13 @@ namespace Vexmoor
 // Ways to bring the next positions into lanes, one for each lane.
 
 // At a stride of 12.
+//
+//   lane     0    1    2    3   ...  one position to a lane
+//   x        x0   x1   x2   x3
+//   y        y0   y1   y2   y3
+//   z        z0   z1   z2   z3
+//
+// The other ways below give the same three registers.
 struct SPositions_Packed
 {
 	template<typename _Lanes, typename _Register>
@@ -35,6 +42,8 @@ struct SPositions_Packed
 //   x0x1y0y1   x0   x1   y0   y1     p0 and p1 interleaved
 //   x2x2x3x3   x2   x2   x3   x3     p2 and _p3 side by side; any two equal lanes would do
 //   x          x0   x1   x2   x3
+//
+// With registers of several groups, each load takes one position of every group: p0 is positions 0, 4, 8 and 12.
 struct SPositions_Gathered
 {
 	static constexpr u32 kMinStride = 4;
@@ -59,6 +68,9 @@ struct SPositions_Gathered
 };
 
 // At strides of 1 to 3, where 16 bytes from a position on may reach beyond all others. Rare enough to be packed first.
+//
+// With a stride of 2, for example, position 1 begins at byte 2, inside position 0. Each position's 12 bytes are copied,
+// and nothing behind them is read.
 struct SPositions_Overlapping
 {
 	template<typename _Lanes, typename _Register>
@@ -72,6 +84,7 @@ struct SPositions_Overlapping
 };
 
 // A virtual view: one position for all lanes and all registers.
+// Nothing is read behind the position, because its 12 bytes may be the end of memory.
 struct SPositions_Repeated
 {
 	template<typename _Lanes, typename _Register>
@@ -96,6 +109,7 @@ class TVertexBases_Sequence
 public:
 	typedef typename _Lanes::Register Register;
 
+	// The increment is multiplied once. From then on each call is an addition.
 	VX_WRAPS explicit VX_INLINE TVertexBases_Sequence(const CVertexBases_Sequence &bases)
 		: m_Bases(_Lanes::template Add<u32>(_Lanes::Splat(bases.Start()), _Lanes::Multiples(bases.Increment())))
 		, m_Step(_Lanes::Splat(_Lanes::kLanes * bases.Increment()))
@@ -128,12 +142,15 @@ class TVertexBases_List
 public:
 	typedef typename _Lanes::Register Register;
 
+	// Entries may lie at any address, so they are loaded as bytes.
 	explicit VX_INLINE TVertexBases_List(const CVertexBases_List &bases)
 		: m_Entries(bases.Entries())
 		, m_MaxVertexId(_Lanes::Splat(bases.MaxVertexId()))
 	{
 	}
 
+	// Loads the next entries and replaces the keys of invalid ones. Entries are compared as unsigned numbers, so one of
+	// 0x80000000 or more is not taken for a negative, valid one.
 	template<typename _Key>
 	VX_INLINE Register Next(Register &keys)
 	{
@@ -160,6 +177,7 @@ struct TFillCursor
 	u32 m_GroupCount;
 	_VertexBases m_VertexBases;
 
+	// Moves on behind groups that are filled: 4 records, 4 elements and 4 vertex bases for each.
 	VX_INLINE void Pass(u32 groupCount)
 	{
 		const u32 recordCount = groupCount * kRecordsPerGroup;
@@ -184,6 +202,7 @@ static VX_NOINLINE typename _Lanes::Register WithNaNsOf(
 	return WithNaNs<_Lanes>(x, y, z, len2, camera);
 }
 
+// Keys by distance. _Positions is one of the ways above to load positions.
 template<typename _Lanes, typename _Positions>
 class TDistanceKeys
 {
@@ -214,6 +233,7 @@ private:
 	const float *m_Camera;
 };
 
+// Keys by value. Values are packed: compaction and the caller see to that.
 template<typename _Lanes>
 struct TValueKeys
 {
@@ -237,6 +257,7 @@ template<typename _Lanes, typename _Keys, typename _VertexBases>
 static VX_INLINE void FillRegisters(TFillCursor<_VertexBases> &cursor, const float *camera)
 {
 	typedef typename _Lanes::Register Register;
+	// Groups that do not fill a register stay in the cursor for a narrower target.
 	const u32 registerCount = cursor.m_GroupCount / _Lanes::kGroups;
 	if (registerCount == 0)
 		return;
@@ -255,6 +276,7 @@ static VX_INLINE void FillRegisters(TFillCursor<_VertexBases> &cursor, const flo
 	cursor.Pass(registerCount * _Lanes::kGroups);
 }
 
+// The target and the way to load are chosen outside the loop, so that the loop has no branch for them.
 template<typename _Lanes, typename _Positions, typename _VertexBases>
 static VX_INLINE void FillRegistersByDistance(TFillCursor<_VertexBases> &cursor, const float *camera)
 {
@@ -264,6 +286,8 @@ static VX_INLINE void FillRegistersByDistance(TFillCursor<_VertexBases> &cursor,
 // The functions of the table. _Lanes are targets from the widest to one of one group; each fills what the one before it
 // has left: of eleven groups, SLanesAvx512 fills eight, SLanesAvx2 two, and SLanesAvx one.
 
+// By distance there are four ways to load, each for some strides: 12, 0, 4 and more, and 1 to 3. Positions that are
+// gathered may go through a narrower target, if that is faster (Gathering in simd/lanes.h).
 template<typename _VertexBases, typename... _Lanes>
 static void FillByDistanceInLanes(SIndexAndDepth *records,
 	const u8 *positions,
@@ -283,6 +307,7 @@ static void FillByDistanceInLanes(SIndexAndDepth *records,
 		(FillRegistersByDistance<_Lanes, SPositions_Overlapping>(cursor, camera), ...);
 }
 
+// By value there is one way to load, because other strides than 4 do not come here.
 template<typename _VertexBases, typename... _Lanes>
 static void FillByValueInLanes(
 	SIndexAndDepth *records, const u8 *values, u32 groupCount, const _VertexBases &vertexBases)

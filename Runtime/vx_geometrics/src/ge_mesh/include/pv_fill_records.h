@@ -3,6 +3,13 @@
 // The records of one page, from positions or from values. Whole groups of four go to the processor's kernels, and the
 // one to three records that are left are written one by one. Nothing here reports.
 //
+// With ten particles, two groups are filled at once:
+//
+//   record       0  1  2  3    4  5  6  7    8  9
+//   written by   the kernel    the kernel    one by one
+//
+// Records are written in ascending order of memory, but for the order inside a group (pv_fill.h).
+//
 // This is inlined into the walk over pages, because with one particle to a page a call per page would take much of the
 // time. Groups of four and compaction are not inlined: pages that small have no use for them.
 
@@ -22,10 +29,13 @@ template<typename _VertexBases>
 static VX_INLINE void WriteRecordsByValue(
 	const CRecordList &outList, const CSortValues &sortValues, _VertexBases vertexBases)
 {
+	// Locals, which compilers keep in registers: a stored record might change a view that lies in memory.
 	SIndexAndDepth *packedPtr = outList.Data();
 	const u8 *valuePtr = reinterpret_cast<const u8 *>(sortValues.Data());
 	const u32 valueStride = sortValues.Stride();
 	u32 remaining = outList.Count();
+	// At other strides all values are written one by one: they are one value for the whole page, at a stride of 0, or
+	// uncommon, which has been warned of.
 	const u32 groupCount = valueStride == sizeof(float) ? remaining / kRecordsPerGroup : 0;
 	if (groupCount != 0)
 	{
@@ -37,6 +47,7 @@ static VX_INLINE void WriteRecordsByValue(
 		remaining -= groupCount * kRecordsPerGroup;
 	}
 
+	// A value is loaded before its record is stored: they may be the same bytes.
 	for (; remaining != 0; --remaining)
 	{
 		u32 key = SValueKey::FromBits(LoadU32(valuePtr));
@@ -47,6 +58,8 @@ static VX_INLINE void WriteRecordsByValue(
 }
 
 // Writes a record for each enabled element. Its value is what sortValueBits makes of it.
+// Compaction leaves the values packed in the upper half of the records, so there is no uncommon stride to warn of. It
+// reads the enabled bytes, so disabled elements get no record and no vertex base.
 template<typename _Element, typename _SortValueBits, typename _VertexBases>
 static VX_NOINLINE void WriteRecordsOfEnabled(const CRecordList &outList,
 	const TStridedMemoryView<const _Element> &source,
@@ -58,6 +71,8 @@ static VX_NOINLINE void WriteRecordsOfEnabled(const CRecordList &outList,
 }
 
 // Writes a record for each of the remaining positions of a page, and returns the address behind the last one.
+// The stride may be any: 12 for packed positions, 0 for one position that all records share. The vertex bases are those
+// of the first remaining record. The records may lie at any multiple of 8.
 template<typename _VertexBases>
 static VX_INLINE const u8 *WriteRecordsByDistance(SIndexAndDepth *packedPtr,
 	const u8 *srcBytes,

@@ -15,6 +15,12 @@ namespace Vexmoor
 constexpr u64 kLargestSize = 0xFFFFFFFFu; // counts and sizes are 32-bit
 constexpr u32 kNoPage = TGuid<u32>::INVALID.m_Guid;
 
+// The elements of one view, or of one pointer with a count:
+//
+//   address                  the first element
+//   count                    those that the sort touches, of viewCount in the view
+//   stride                   from one to the next, at least the size of an element, or 0 if all are the same one
+//   span                     up to the last byte of the last touched element
 struct SElements
 {
 	const char *m_Name;
@@ -37,18 +43,20 @@ struct SElements
 		, m_Alignment(alignment)
 	{
 	}
+	// The elements of a strided view.
 	template<typename _Type>
 	SElements(const char *name, u32 page, const TStridedMemoryView<_Type, -1> &view, u32 alignment)
 		: SElements(name, page, view.Data(), view.Count(), view.Stride(), sizeof(_Type), alignment)
 	{
 	}
+	// The elements of a packed view.
 	template<typename _Type>
 	SElements(const char *name, u32 page, const TMemoryView<_Type> &view, u32 alignment)
 		: SElements(name, page, view.Data(), view.Count(), sizeof(_Type), sizeof(_Type), alignment)
 	{
 	}
 
-	// The same view of which no more than count elements are touched.
+	// Returns the same elements, of which no more than count are touched.
 	SElements First(u64 count) const
 	{
 		SElements first = *this;
@@ -56,26 +64,36 @@ struct SElements
 		return first;
 	}
 
+	// What 32-bit arithmetic on this view may reach: the views of the library multiply a count by a stride.
 	u64 CoveredBytes() const { return u64(m_Count) * m_Stride; }
 	// From the first byte of the first element to the last byte of the last one.
 	u64 Span() const { return m_Count == 0 ? 0 : u64(m_Count - 1) * m_Stride + m_ElementSize; }
+	// How far an address or a stride is from a multiple of the alignment. 0 where any address will do.
 	u64 Misalignment(u64 addressOrStride) const { return addressOrStride & (m_Alignment - 1); }
 	// From an address that is not null to the end of all addresses.
 	u64 AddressableBytes() const { return u64(~ureg(0) - m_Address) + 1; }
 };
 
+// What is wrong with a view. A view is tried for these in this order, and the first one is told.
 enum EViewFault
 {
 	ViewFault_None,
+	// There are elements, but no address.
 	ViewFault_Null,
+	// Elements overlap: the stride is below an element's size, and not 0.
 	ViewFault_Stride,
+	// The stride is no multiple of the alignment.
 	ViewFault_StrideAlignment,
+	// Count times stride passes 32 bits.
 	ViewFault_Size,
+	// The last element would lie behind the end of all addresses.
 	ViewFault_AddressSpace,
+	// The address is no multiple of the alignment.
 	ViewFault_Alignment
 };
 
-// A view of which no element is touched is sound whatever else it says.
+// Returns what is wrong with the elements, ViewFault_None for sound ones. If no element is touched, a view is sound
+// whatever else it says.
 static inline EViewFault FaultOf(const SElements &elements)
 {
 	if (elements.m_Count == 0)
@@ -101,7 +119,14 @@ static inline u32 ReadableCount(const SElements &elements)
 	return FaultOf(elements) == ViewFault_None ? elements.m_Count : 0;
 }
 
-// The bytes that two sound ranges of elements have in common; gaps between elements count.
+// Returns how many bytes two sound ranges of elements have in common. Gaps between elements count as theirs.
+//
+//   a        |-----------|
+//   b              |-----------|
+//   shared         |-----|           from the higher begin to the lower end
+//
+// An end might be 2^64, which is no number here. So each range's share behind the higher begin is taken, and the
+// smaller share is what both have.
 static inline u64 SharedBytes(const SElements &a, const SElements &b)
 {
 	const u64 begin = std::max(a.m_Address, b.m_Address);

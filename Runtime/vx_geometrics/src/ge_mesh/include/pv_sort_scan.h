@@ -13,8 +13,13 @@
 
 namespace Vexmoor
 {
-// How many of the bytes are not 0. Each byte lane counts the zeros that it meets; a lane holds up to 255, and is
-// emptied before it meets more.
+// How many of the bytes are not 0. Sixteen are compared at a time, and each byte lane counts the zeros that it meets. A
+// lane holds up to 255, and is emptied before it meets more.
+//
+//   byte lane       0     1     2     3    ...
+//   bytes           1     0     7     0
+//   equal           0     -1    0     -1          all bits set is -1
+//   zerosPerLane    +0    +1    +0    +1
 static inline u32 CountNonZero(const u8 *bytes, u32 count)
 {
 	constexpr u32 kLaneCount = 16;
@@ -48,6 +53,7 @@ struct SNumberRange
 	u32 m_Last = 0;
 
 	bool Empty() const { return m_Last < m_First; }
+	// One comparison for both ends: a number below the first wraps to a high one.
 	VX_WRAPS bool Contains(u32 number) const { return !Empty() && number - m_First <= m_Last - m_First; }
 	// The smallest range that contains this one and the other.
 	SNumberRange With(const SNumberRange &other) const
@@ -58,9 +64,19 @@ struct SNumberRange
 	}
 };
 
-// The place of the first number of [begin, end) that lies in the range; end if none does. Numbers lie at any address.
-// A number is in the range if number - first <= last - first, unsigned. Lanes compare as signed, so both sides have
-// their sign bit flipped. On the left side the subtraction flips it as well.
+// Returns the index of the first number of [begin, end) that lies in the range, or end if none does. The numbers may
+// lie at any address.
+//
+// A number is in the range if number - first <= last - first, as unsigned numbers. Lanes compare signed numbers, so
+// both sides have their sign bit flipped. On the left side the subtraction flips it as well. For the range 10 to 12:
+//
+//   number              9             10            12            13
+//   number - first      0xFFFFFFFF    0             2             3
+//   flipped             0x7FFFFFFF    0x80000000    0x80000002    0x80000003
+//   above 0x80000002    yes           no            no            yes
+//
+// Blocks of 16 numbers are passed over while all of their lanes are outside. The block that has a lane inside, or the
+// rest, is searched number by number.
 VX_WRAPS static inline u64 FindInRange(const u32 *numbers, u64 begin, u64 end, const SNumberRange &range)
 {
 	constexpr u32 kSignBit = 0x80000000u;
