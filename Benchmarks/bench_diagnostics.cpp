@@ -198,7 +198,7 @@ namespace
 		{
 			const auto sort = m_Checked == EChecked::Triangles ? &SortTrianglesChecked : &SortPointsChecked;
 			const auto count = [](const SSortFinding &, void *userData) { ++*static_cast<u32 *>(userData); };
-			sort(m_Sorter, m_Scratch.Data(), m_Scratch.Count(), count, &m_FindingCount);
+			sort(m_Sorter, m_Scratch.Data(), m_Scratch.Count(), count, &m_FindingCount, null);
 		}
 
 		u64 OutputSum() const

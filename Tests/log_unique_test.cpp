@@ -241,6 +241,30 @@ TEST(Hazards, EachThread_CountsItsOwn)
 }
 
 // Static objects of a host sort before this library's own static members are set.
+// What jobs do is told by the thread that shares them out.
+TEST(LogUnique, SilentBatches_DropWhatIsWarnedOf)
+{
+	const CWarningRecorder warnings;
+	constexpr const char *kKnown = "known";
+	constexpr const char *kNew = "new";
+	WarnAtSite(kKnown, "a warning");
+	{
+		const CWarningBatch silent(CWarningBatch::Mode_Silent);
+		WarnAtSite(kKnown, "a warning");
+		{
+			const CWarningBatch inner;
+			WarnAtSite(kKnown, "a warning");
+			WarnAtSite(kNew, "another");
+		}
+		WarnAtSite(kNew, "another");
+	}
+	EXPECT_EQ(Contents(*CPerfHotspotsRegistry::Registry()), (std::vector<std::string>{"known: a warning x 1"}));
+	EXPECT_EQ(warnings.Hazards(), 1u);
+	WarnAtSite(kKnown, "a warning");
+	EXPECT_EQ(Contents(*CPerfHotspotsRegistry::Registry()), (std::vector<std::string>{"known: a warning x 2"}));
+	EXPECT_EQ(warnings.Hazards(), 2u);
+}
+
 TEST(LogUnique, RegistryBeforeItsPointerIsSet_IsTheSame)
 {
 	CLogUniqueCollection *const registry = CPerfHotspotsRegistry::Registry();

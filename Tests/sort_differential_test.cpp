@@ -94,6 +94,11 @@ static SSceneLayout RandomLayout(std::uint64_t seed)
 	if (random.Chance(20))
 		layout.m_PageViewStride = 48;
 	layout.m_SorterAllocates = random.Chance(10);
+#if TEST_SORTS_IN_JOBS
+	constexpr u32 kJobCounts[] = {1, 2, 3, 7, 16, 64};
+	layout.m_MaxJobCount = kJobCounts[random.Below(u32(std::size(kJobCounts)))];
+	layout.m_JobOrder = EJobOrder(random.Below(4));
+#endif
 	return layout;
 }
 

@@ -77,7 +77,7 @@ fuzz()
 }
 
 failed=0
-for target in sort building_blocks checked capture clouds; do
+for target in sort jobs building_blocks checked capture clouds; do
 	if $keep; then
 		keep_corpus $target
 	else

@@ -319,8 +319,10 @@ compile()
 		[[ $compiler != clang-cl* ]] || standard=/std:c++17
 		;;
 	esac
+	# Jobs share out small scenes too.
 	# shellcheck disable=SC2086 # a command, with its target
-	$compiler $standard "${runtime[@]}" -DVX_ASSERTIONS="$assertions" "${includes[@]}" -I Tests/Model "$@"
+	$compiler $standard "${runtime[@]}" -DVX_ASSERTIONS="$assertions" -DVEXMOOR_MIN_RECORDS_PER_JOB=16 \
+		-DVEXMOOR_MIN_PART_SIZE=8 "${includes[@]}" -I Tests/Model "$@"
 }
 
 generator_object()

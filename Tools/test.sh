@@ -108,7 +108,8 @@ test_threads()
 	for run in {1..20}; do
 		$tests --gtest_brief=1 --gtest_filter='Threads.First*' >/dev/null || $tests --gtest_filter='Threads.First*'
 	done
-	printf 'no race in the tests of threads, nor in 20 processes whose first sorts are on 16 threads at once\n'
+	VEXMOOR_TEST_CASES=100 build/threads/Tests/vexmoor_job_tests --gtest_brief=1
+	printf 'no race in the tests of threads and jobs, nor in 20 processes whose first sorts are on 16 threads at once\n'
 }
 
 # What was never written, followed to where it decides something: the tests whose buffers come from the heap, and of the

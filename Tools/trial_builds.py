@@ -42,7 +42,11 @@ THREADS = Configuration("threads", "clang++", COMMON_FLAGS + ["-DVX_ASSERTIONS=1
 # A processor with no wide registers, whose lanes no test can ask for.
 OLD_PROCESSOR = SUITE._replace(name="old-processor", prefix=["qemu-x86_64", "-cpu", "Nehalem"], runs=[[]], only="Cpu.*:*WideLanes*",
 	limited=False, packages=SUITE.packages + ["qemu-user"])
-CONFIGURATIONS = {each.name: each for each in (SUITE, NO_ASSERTIONS, THREADS, OLD_PROCESSOR)}
+# Limits so low that small scenes are shared out among many jobs.
+JOBS = SUITE._replace(name="jobs", flags=COMMON_FLAGS + ["-DVX_ASSERTIONS=1", "-DTEST_SORTS_IN_JOBS=1",
+	"-DVEXMOOR_MIN_RECORDS_PER_JOB=16", "-DVEXMOOR_MIN_PART_SIZE=8"], target="vexmoor_job_tests",
+	libraries=["-lgtest_main", "-lgtest", "-pthread"], runs=[[]])
+CONFIGURATIONS = {each.name: each for each in (SUITE, NO_ASSERTIONS, THREADS, OLD_PROCESSOR, JOBS)}
 
 # Sources of Tests/ that instantiate a header's code in their own object. They are built anew when the header changes; all other
 # tests see the change through the objects built anew, which come first in the link and so bring the version that counts.

@@ -147,6 +147,60 @@ static void SortTriangles(CHash &hash, CMemory &memory, CTriangleSorter &sorter,
 	Add(hash, CTriangleSorter::WorkingBuffer_TriangleIndices<_Index>(workingBuffer, indexCount));
 }
 
+// With jobs the output is the same, whatever their number and order. On several threads that is the business of tests.
+class CJobOrder
+{
+public:
+	static constexpr u32 kOrderCount = 3;
+
+	CJobOrder(u32 order, u32 seed)
+		: m_Order(order)
+		, m_Seed(seed)
+	{
+	}
+
+	SSortJobs Jobs() const
+	{
+		constexpr u32 kJobCounts[] = {1, 2, 3, 7, 16, 64};
+		SSortJobs jobs = {};
+		jobs.m_Run = [](void *self, u32 jobCount, SSortJobs::CbJob job, void *context)
+		{ static_cast<const CJobOrder *>(self)->_Run(jobCount, job, context); };
+		jobs.m_UserData = const_cast<CJobOrder *>(this);
+		jobs.m_MaxJobCount = kJobCounts[m_Seed % 6];
+		return jobs;
+	}
+
+private:
+	void _Run(u32 jobCount, SSortJobs::CbJob job, void *context) const
+	{
+		std::vector<u32> jobIds(jobCount);
+		for (u32 i = 0; i < jobCount; ++i)
+			jobIds[i] = m_Order == 0 ? i : jobCount - 1 - i;
+		Model::CRandom random(m_Seed);
+		for (u32 i = jobCount; m_Order == 2 && i > 1; --i)
+			std::swap(jobIds[i - 1], jobIds[random.Below(i)]);
+		for (const u32 jobId : jobIds)
+			job(context, jobId);
+	}
+
+	const u32 m_Order; // natural, reversed, shuffled
+	const u32 m_Seed;
+};
+
+static void SortInJobs(CMemory &memory, CTriangleSorter &sorter, const SScene &scene, const CJobOrder &order)
+{
+	const SSortJobs jobs = order.Jobs();
+	const bool isTriangles = scene.m_Geometry == Model::EGeometry::PerPage;
+	const u64 size = isTriangles
+	                     ? CTriangleSorter::GetJobsWorkingBufferSize_tri(scene.m_TriangleIndexCount, jobs.m_MaxJobCount)
+	                     : CTriangleSorter::GetJobsWorkingBufferSize(scene.m_ParticleCount, jobs.m_MaxJobCount);
+	void *const workingBuffer = memory.Add(std::size_t(size), 0);
+	if (isTriangles)
+		sorter.SortTriangles_AutogenIndices(workingBuffer, size, jobs);
+	else
+		sorter.SortPoints_AutogenIndices(workingBuffer, size, jobs);
+}
+
 template<typename _Index>
 static void HashSort(CHash &hash, const SScene &scene)
 {
@@ -204,11 +258,23 @@ static void HashSort(CHash &hash, const SScene &scene)
 		break;
 	}
 
+	const std::size_t outputSize = scene.m_IndexCapacity * sizeof(_Index);
+	const std::vector<u8> untouched(reinterpret_cast<u8 *>(output), reinterpret_cast<u8 *>(output) + outputSize);
 	if (scene.m_Geometry == Model::EGeometry::PerPage)
 		SortTriangles<_Index>(hash, memory, sorter, scene.m_TriangleIndexCount);
 	else
 		SortPoints(hash, memory, sorter, scene.m_ParticleCount);
-	hash.Add(output, scene.m_IndexCapacity * sizeof(_Index));
+	hash.Add(output, outputSize);
+
+	const std::vector<u8> sorted(reinterpret_cast<u8 *>(output), reinterpret_cast<u8 *>(output) + outputSize);
+	for (u32 order = 0; order < CJobOrder::kOrderCount; ++order)
+	{
+		if (outputSize != 0)
+			std::memcpy(output, untouched.data(), outputSize);
+		SortInJobs(memory, sorter, scene, CJobOrder(order, scene.m_ParticleCount + order));
+		if (outputSize != 0 && std::memcmp(output, sorted.data(), outputSize) != 0)
+			hash.Add("jobs write other bits", 21);
+	}
 }
 
 static void HashScene(CHash &hash, const SScene &scene)

@@ -24,8 +24,12 @@ static u32 BytesPerIndex(const Model::SScene &scene)
 	return scene.m_IndexType == Model::EIndexType::U32 ? 4 : 2;
 }
 
-static u32 WorkingBufferSize(const Model::SScene &scene)
+static u64 WorkingBufferSize(const Model::SScene &scene, u32 maxJobCount)
 {
+	if (maxJobCount != 0)
+		return scene.m_Geometry == Model::EGeometry::PerPage
+		           ? CTriangleSorter::GetJobsWorkingBufferSize_tri(scene.m_TriangleIndexCount, maxJobCount)
+		           : CTriangleSorter::GetJobsWorkingBufferSize(scene.m_ParticleCount, maxJobCount);
 	return scene.m_Geometry == Model::EGeometry::PerPage
 	           ? CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(scene.m_TriangleIndexCount)
 	           : CTriangleSorter::GetAutogenIndicesWorkingBufferSize(scene.m_ParticleCount);
@@ -83,7 +87,10 @@ CSceneMemory::CSceneMemory(const Model::SScene &scene, const SSceneLayout &layou
 	, m_Output(std::size_t(scene.m_IndexCapacity) * BytesPerIndex(scene), scene.m_OutputAddressMod16, layout.m_Flush)
 {
 	if (!layout.m_SorterAllocates)
-		m_WorkingBuffer = std::make_unique<CGuardedMemory>(WorkingBufferSize(scene), 0, layout.m_Flush);
+		m_WorkingBuffer = std::make_unique<CGuardedMemory>(
+			std::size_t(WorkingBufferSize(scene, layout.m_MaxJobCount)), 0, layout.m_Flush);
+	if (layout.m_MaxJobCount != 0)
+		m_Jobs = std::make_unique<CJobRunner>(layout.m_MaxJobCount, layout.m_JobOrder);
 	_AddPages();
 	_AddGeometry();
 
@@ -312,10 +319,21 @@ void CSceneMemory::Sort()
 	Protect();
 	if (m_Layout.m_IsChecked)
 		_SortChecked();
+	else if (m_Jobs != nullptr)
+		_SortInJobs();
 	else if (m_Scene.m_Geometry == Model::EGeometry::PerPage)
 		m_Sorter->SortTriangles_AutogenIndices(WorkingBuffer());
 	else
 		m_Sorter->SortPoints_AutogenIndices(WorkingBuffer());
+}
+
+void CSceneMemory::_SortInJobs()
+{
+	const u64 size = m_WorkingBuffer != nullptr ? m_WorkingBuffer->Size() : 0;
+	if (m_Scene.m_Geometry == Model::EGeometry::PerPage)
+		m_Sorter->SortTriangles_AutogenIndices(WorkingBuffer(), size, m_Jobs->Jobs());
+	else
+		m_Sorter->SortPoints_AutogenIndices(WorkingBuffer(), size, m_Jobs->Jobs());
 }
 
 void CSceneMemory::_SortChecked()
@@ -326,8 +344,10 @@ void CSceneMemory::_SortChecked()
 		(finding.m_Kind == SortFinding_Violation ? self.m_Violations : self.m_Advice) += finding.m_Sentence + "\n"s;
 	};
 	const auto sort = m_Scene.m_Geometry == Model::EGeometry::PerPage ? &SortTrianglesChecked : &SortPointsChecked;
-	const u32 size = m_WorkingBuffer != nullptr ? WorkingBufferSize(m_Scene) : 0;
-	const u32 violationCount = sort(*m_Sorter, WorkingBuffer(), size, collect, this);
+	const u64 size = m_WorkingBuffer != nullptr ? m_WorkingBuffer->Size() : 0;
+	const SSortJobs jobs = m_Jobs != nullptr ? m_Jobs->Jobs() : SSortJobs();
+	const u32 violationCount =
+		sort(*m_Sorter, WorkingBuffer(), size, collect, this, m_Jobs != nullptr ? &jobs : nullptr);
 	if (violationCount != std::count(m_Violations.begin(), m_Violations.end(), '\n'))
 		m_Violations += std::to_string(violationCount) + " violations are counted\n";
 }
@@ -376,7 +396,7 @@ testing::AssertionResult CSceneMemory::Holds(const Model::SSortResult &result) c
 	testing::AssertionResult holds = m_Scene.m_IndexType == Model::EIndexType::U32
 	                                     ? OutputHolds(m_Output.As<u32>(), result.m_Output)
 	                                     : OutputHolds(m_Output.As<u16>(), result.m_Output);
-	if (holds && m_WorkingBuffer != nullptr)
+	if (holds && m_WorkingBuffer != nullptr && m_Jobs == nullptr)
 	{
 		const SIndexAndDepth *const records = m_WorkingBuffer->As<SIndexAndDepth>();
 		const std::size_t paddedCount = (result.m_Sorted.size() + 1) / 2 * 2;
@@ -464,7 +484,7 @@ static std::string Text(const CEntries &entries)
 }
 
 static testing::AssertionResult WarningsMatch(
-	const Model::SWarnings &expectedWarnings, const CWarningRecorder &warnings)
+	const Model::SWarnings &expectedWarnings, const CWarningRecorder &warnings, const CJobRunner *jobs)
 {
 	CEntries expected;
 	for (const Model::SWarning &warning : expectedWarnings)
@@ -474,8 +494,9 @@ static testing::AssertionResult WarningsMatch(
 	u32 touches = 0;
 	for (const CLogUniqueCollection::SEntry &entry : recorded)
 		touches += entry.m_TouchCount;
-	if (touches != warnings.Hazards())
-		return testing::AssertionFailure() << touches << " warnings, " << warnings.Hazards() << " hazards";
+	const u32 hazards = warnings.Hazards() + (jobs != nullptr ? jobs->HazardsOfThreads() : 0);
+	if (touches != hazards)
+		return testing::AssertionFailure() << touches << " warnings, " << hazards << " hazards";
 
 	if (Text(recorded) != Text(expected))
 		return testing::AssertionFailure() << "warnings:" << Text(recorded) << "\nnot:" << Text(expected);
@@ -503,6 +524,6 @@ testing::AssertionResult SortsLikeTheModel(const Model::SScene &scene, const SSc
 		return testing::AssertionFailure()
 		       << (isForetold ? "no report, but:\n" : "no advice tells of a report:\n") << memory.Advice();
 	const testing::AssertionResult holds = memory.Holds(result);
-	return holds ? WarningsMatch(result.m_Warnings, warnings) : holds;
+	return holds ? WarningsMatch(result.m_Warnings, warnings, memory.Jobs()) : holds;
 }
 } // namespace Support

@@ -7,6 +7,7 @@
 #include "ge_mesh_triangle_sorter.h"
 
 #include "guarded_memory.h"
+#include "job_runner.h"
 #include "reference_model.h"
 #include <gtest/gtest.h>
 #include <memory>
@@ -23,6 +24,8 @@ struct SSceneLayout
 	Vexmoor::u32 m_PageViewStride = 16; // of the arrays of views, one element per page
 	bool m_SorterAllocates = false;     // no working buffer is given
 	bool m_IsChecked = false;           // the checked sort sorts
+	Vexmoor::u32 m_MaxJobCount = 0;     // none: the sort without jobs
+	EJobOrder m_JobOrder = JobOrder_Natural;
 };
 
 class CSceneMemory
@@ -47,6 +50,8 @@ public:
 	void Protect();
 	/// Protects, then sorts points or triangles, by the scene's geometry.
 	void Sort();
+	/// Null for a sort without jobs.
+	const CJobRunner *Jobs() const { return m_Jobs.get(); }
 	/// What a checked sort has found, a sentence to a line.
 	const std::string &Violations() const { return m_Violations; }
 	const std::string &Advice() const { return m_Advice; }
@@ -66,12 +71,14 @@ private:
 	void _AddGeometry();
 	void _SetUpEarlierCall(Vexmoor::u32 countsMore) const;
 	testing::AssertionResult _SurroundingsIntact() const;
+	void _SortInJobs();
 	void _SortChecked();
 
 	const Model::SScene m_Scene;
 	const SSceneLayout m_Layout;
 	const Vexmoor::u32 m_PageCount;
 
+	std::unique_ptr<CJobRunner> m_Jobs;
 	std::vector<CGuardedMemory> m_Inputs;
 	CGuardedMemory m_Nothing; // of no size: its address is the guard page's
 	const void *m_PositionPages = nullptr;

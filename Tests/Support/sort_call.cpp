@@ -124,7 +124,7 @@ void CCall::Sort()
 u32 CCall::SortChecked(CbSortFinding handler, void *userData)
 {
 	const auto sort = m_Entry == SortEntry_Triangles ? &SortTrianglesChecked : &SortPointsChecked;
-	return sort(m_Sorter, m_WorkingBuffer, m_WorkingBufferSize, handler, userData);
+	return sort(m_Sorter, m_WorkingBuffer, m_WorkingBufferSize, handler, userData, null);
 }
 
 bool CCall::SurroundingsIntact() const

@@ -12,6 +12,7 @@
 namespace Vexmoor
 {
 class CSortCapture;
+class CSortJobs;
 class CSortValidation;
 
 /// What is sorted: a key, ascending as an unsigned integer, the smallest drawn first, and what it stands for. Record
@@ -44,6 +45,22 @@ template<typename _Index, u32 _Count>
 struct VX_API_INLINE SPrimitive
 {
 	_Index m_IDs[_Count]; ///< In drawing order.
+};
+
+/// A host's way to run jobs, for sorts of many particles: a function of its job system, or of whatever else calls a
+/// function on several threads.
+struct SSortJobs
+{
+	/// One job. It touches what m_Run is given and nothing of its thread but up to 64 KiB of stack; floating-point modes
+	/// are as before when it returns. It waits for no other job, and runs none.
+	typedef void (*CbJob)(void *context, u32 jobIndex);
+
+	/// Calls job(context, jobIndex) once for each jobIndex from 0 to jobCount - 1, in any order, on any threads, and
+	/// returns when all calls have returned; what jobs have written can then be read on the calling thread. It is called
+	/// on the thread that sorts alone, a few times in a sort, with 1 to m_MaxJobCount jobs.
+	void (*m_Run)(void *userData, u32 jobCount, CbJob job, void *context);
+	void *m_UserData;  ///< Handed to m_Run.
+	u32 m_MaxJobCount; ///< Of one m_Run, 1 or more: as many as there are threads, or a few times as many.
 };
 
 /// Sorts one draw call. Describe the call with one Setup_OutputIndexBuffer, one Setup_InputPageCache and one
@@ -249,6 +266,13 @@ public:
 	}
 
 	///@{
+	/// Bytes of working buffer for a sort with up to maxJobCount jobs, of points or of triangles. They never fall as
+	/// particles, indices or jobs grow, and have no end at 32 bits.
+	static u64 GetJobsWorkingBufferSize(u32 particleCount, u32 maxJobCount);
+	static u64 GetJobsWorkingBufferSize_tri(u32 indexCount, u32 maxJobCount);
+	///@}
+
+	///@{
 	/// Record array 0 or 1 of a point sort's working buffer. Array 0 comes first and receives the sorted records. An
 	/// array beyond the buffer is reported, and returned all the same.
 	static TMemoryView<SIndexAndDepth> WorkingBuffer_SortedPoints(void *wb, u32 elementCount, u32 bufferIndex);
@@ -292,6 +316,23 @@ public:
 	///                ends, and the pages after one that has no room for a single particle are dropped; triangles so
 	///                lost are written as degenerate ones of vertex 0.
 	void SortTriangles_AutogenIndices(void *workingBuffer);
+
+	///@{
+	/// Sorts on a host's jobs, with the indices of the sort without jobs, whatever the number of jobs, their order and
+	/// their threads. Few particles are sorted without jobs.
+	/// workingBuffer      16-byte aligned; contents unspecified afterwards. Or null: one block of the size that is named
+	///                    for jobs.m_MaxJobCount is taken from Mem::_RawAlloc, and a failure there ends the call
+	/// workingBufferSize  its bytes, GetJobsWorkingBufferSize or GetJobsWorkingBufferSize_tri; 0 with null. Too small a
+	///                    buffer is reported, and nothing is written
+	/// jobs               without m_Run, or with no jobs at all, which is reported, the calling thread does the work
+	/// Output             each job writes a stretch of its own from front to back
+	/// Reports            those of the sort without jobs, on the calling thread, in the same order, but for what
+	///                    allocates its working buffer. Warnings too; the hazard of a page is counted for the thread that
+	///                    has worked on its first particle. Scopes are those of the calling thread, around its runs of
+	///                    jobs: the scopes of the output contain the sort of parts as well
+	void SortPoints_AutogenIndices(void *workingBuffer, u64 workingBufferSize, const SSortJobs &jobs);
+	void SortTriangles_AutogenIndices(void *workingBuffer, u64 workingBufferSize, const SSortJobs &jobs);
+	///@}
 
 	/// Makes a record of each particle of a page: the key, and indexStart + k * indexIncrement for record k.
 	/// outList    receives all of its records; 8-byte aligned. Runs of four from packed or gathered sources lie in the
@@ -394,6 +435,7 @@ public:
 
 private:
 	friend class CSortCapture;    // reads what is set up, see ge_mesh_sort_capture.h
+	friend class CSortJobs;       // sorts it
 	friend class CSortValidation; // the same, see ge_mesh_sort_validation.h
 
 	VX_WRAPS static u32 _AlignedRecordCount(u32 recordCount) { return (recordCount + 1) & ~1u; }
@@ -443,6 +485,19 @@ private:
 		const _Camera &...camera) const;
 	template<typename _Index>
 	VX_LOCAL void _SortTriangles_AutogenIndices(void *workingBuffer);
+
+	// What jobs need of the sort without jobs: the expansions without their scopes, and warnings.
+	VX_LOCAL static void _ExpandByWidth(const TMemoryView<const u32> &indexPattern,
+		const SIndexAndDepth *__restrict it,
+		volatile u32 *__restrict dstPrims,
+		u32 primCount);
+	VX_LOCAL static void _ExpandByWidth(const TMemoryView<const u32> &indexPattern,
+		const SIndexAndDepth *__restrict it,
+		volatile u16 *__restrict dstPrims,
+		u32 primCount);
+	template<typename _Index>
+	VX_LOCAL static void _WarnOfQuads();
+	VX_LOCAL void _WarnOfStride() const;
 
 	// Output.
 	EIndexType m_IndexType = IndexTypeUnknown;

@@ -95,7 +95,14 @@ VX_API void WarnAtSite(const char *siteKey, const char *message);
 class VX_API CWarningBatch
 {
 public:
-	CWarningBatch();
+	/// What becomes of the thread's warnings.
+	enum EMode
+	{
+		Mode_Told,  ///< They are counted.
+		Mode_Silent ///< They are dropped, those of batches inside as well: who shares out the work has told of it.
+	};
+
+	explicit CWarningBatch(EMode mode = Mode_Told);
 	~CWarningBatch();
 	CWarningBatch(const CWarningBatch &) = delete;
 	CWarningBatch &operator=(const CWarningBatch &) = delete;
@@ -115,6 +122,7 @@ private:
 	VX_LOCAL void _Add(const char *siteKey, const char *message);
 
 	CWarningBatch *m_Outer;
+	bool m_IsSilent;
 	Profiler::CHazards *m_Hazards; // the thread's
 	u32 m_SiteCount = 0;
 	SSite m_Sites[kMaxSites];

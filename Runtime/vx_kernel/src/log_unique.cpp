@@ -190,8 +190,9 @@ void WarnAtSite(const char *siteKey, const char *message)
 }
 
 // cppcheck-suppress uninitMemberVar ; sites are written before they count
-CWarningBatch::CWarningBatch()
+CWarningBatch::CWarningBatch(EMode mode)
 	: m_Outer(s_Batch)
+	, m_IsSilent(mode == Mode_Silent || (m_Outer != null && m_Outer->m_IsSilent))
 	, m_Hazards(&Profiler::CHazards::CurrentThreadHazards())
 {
 	s_Batch = this;
@@ -212,6 +213,8 @@ CWarningBatch::~CWarningBatch()
 // Returns false where the collection has to be told. Literals are told apart by their addresses.
 bool CWarningBatch::_Count(const char *siteKey)
 {
+	if (m_IsSilent)
+		return true;
 	for (u32 i = 0; i < m_SiteCount; ++i)
 	{
 		if (m_Sites[i].m_Key == siteKey)

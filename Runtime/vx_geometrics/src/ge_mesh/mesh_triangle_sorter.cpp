@@ -23,6 +23,7 @@
 #include "include/pv_fill_records.h"
 #include "include/pv_float_mode.h"
 #include "include/pv_mesh_triangle_sorter.h"
+#include "include/pv_sort_jobs.h"
 #include "include/pv_triangles.h"
 
 #include <algorithm>
@@ -154,6 +155,32 @@ void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
 		Mem::_FreeGeneric(_locallyAllocatedIDBuffer);
 }
 
+void CTriangleSorter::SortPoints_AutogenIndices(void *workingBuffer, u64 workingBufferSize, const SSortJobs &jobs)
+{
+	VX_ASSERT(jobs.m_Run != null && jobs.m_MaxJobCount != 0);
+	const u64 neededSize = GetJobsWorkingBufferSize(m_ParticleCount, jobs.m_MaxJobCount);
+	void *locallyAllocatedBuffer = null;
+	if (workingBuffer == null)
+	{
+		VX_ASSERT(workingBufferSize == 0);
+		locallyAllocatedBuffer = VX_ALLOC_GENERIC(neededSize);
+		if (locallyAllocatedBuffer == null)
+			return;
+		workingBuffer = locallyAllocatedBuffer;
+	}
+	else if (!VX_VERIFY(workingBufferSize >= neededSize))
+	{
+		return;
+	}
+
+	if (!CSortJobs::MayShare(workingBuffer, m_ParticleCount) ||
+		!CSortJobs(*this, workingBuffer, _PointWorkingBufferSize(m_ParticleCount), m_ParticleCount, jobs).SortPoints())
+		SortPoints_AutogenIndices(workingBuffer);
+
+	if (locallyAllocatedBuffer != null)
+		Mem::_FreeGeneric(locallyAllocatedBuffer);
+}
+
 // Triangle sort.
 
 void CTriangleSorter::SortTriangles_AutogenIndices(void *workingBuffer)
@@ -182,6 +209,33 @@ void CTriangleSorter::SortTriangles_AutogenIndices(void *workingBuffer)
 		Mem::_FreeGeneric(locallyAllocatedBuffer);
 }
 
+void CTriangleSorter::SortTriangles_AutogenIndices(void *workingBuffer, u64 workingBufferSize, const SSortJobs &jobs)
+{
+	VX_ASSERT(jobs.m_Run != null && jobs.m_MaxJobCount != 0);
+	const u64 neededSize = GetJobsWorkingBufferSize_tri(m_IndexCount_fromBB, jobs.m_MaxJobCount);
+	void *locallyAllocatedBuffer = null;
+	if (workingBuffer == null)
+	{
+		VX_ASSERT(workingBufferSize == 0);
+		locallyAllocatedBuffer = VX_ALLOC_GENERIC(neededSize);
+		if (locallyAllocatedBuffer == null)
+			return;
+		workingBuffer = locallyAllocatedBuffer;
+	}
+	else if (!VX_VERIFY(workingBufferSize >= neededSize))
+	{
+		return;
+	}
+
+	if (!CSortJobs::MayShare(workingBuffer, m_IndexCount_fromBB / 3) ||
+		!CSortJobs(*this, workingBuffer, _TriangleWorkingBufferSize(m_IndexCount_fromBB), m_IndexCount_fromBB / 3, jobs)
+			 .SortTriangles())
+		SortTriangles_AutogenIndices(workingBuffer);
+
+	if (locallyAllocatedBuffer != null)
+		Mem::_FreeGeneric(locallyAllocatedBuffer);
+}
+
 template<typename _Index>
 void CTriangleSorter::_SortTriangles_AutogenIndices(void *workingBuffer)
 {
@@ -202,14 +256,7 @@ void CTriangleSorter::_SortTriangles_AutogenIndices(void *workingBuffer)
 		VX_ASSERT_NOT_REACHED("Uninitialized or invalid sort mode");
 
 	// What no page has filled becomes triangles without area, drawn with the farthest.
-	constexpr u32 depthKeyFar = SValueKey::kFar;
-	for (u32 i = startPrim; i < primCount_fromBB; ++i)
-	{
-		workingBufferSorter[i] = {depthKeyFar, i};
-		workingBufferIndex[3 * i] = 0;
-		workingBufferIndex[3 * i + 1] = 0;
-		workingBufferIndex[3 * i + 2] = 0;
-	}
+	WriteMissingTriangles(workingBufferSorter.Data(), workingBufferIndex.Data(), startPrim, primCount_fromBB);
 
 	{
 		VX_PROFILE_SCOPE_COLOR("Sort", CFloat3(0.2f, 0.08f, 0.9f));
@@ -531,6 +578,28 @@ void CTriangleSorter::FillSortingIndirectionsListPoint_Indices(const TMemoryView
 }
 
 template<typename _VertexBases>
+static void WarnOfPositionStride()
+{
+	WarnAtSite(_VertexBases::kPositionStrideSite, "Render sort: input positions have uncommon stride");
+}
+
+template<typename _VertexBases>
+static void WarnOfValueStride()
+{
+	WarnAtSite(_VertexBases::kValueStrideSite, "Render sort: input sort-values have uncommon stride");
+}
+
+// As the fill of a page that is slow: the geometry and what is sorted by say which one.
+void CTriangleSorter::_WarnOfStride() const
+{
+	const bool hasList = m_GeometryType != GeometryConstant && m_GeometryType != GeometryPerPage;
+	if (m_SortType == SortByPosition)
+		hasList ? WarnOfPositionStride<SByList>() : WarnOfPositionStride<SBySequence>();
+	else
+		hasList ? WarnOfValueStride<SByList>() : WarnOfValueStride<SBySequence>();
+}
+
+template<typename _VertexBases>
 static VX_INLINE void FillByValue(const TPagePart<float> &page, _VertexBases vertexBases)
 {
 	const auto &[outList, sortValues, enableds] = page;
@@ -542,7 +611,7 @@ static VX_INLINE void FillByValue(const TPagePart<float> &page, _VertexBases ver
 		return WriteRecordsOfEnabled(outList, sortValues, enableds, valueBits, vertexBases);
 	}
 	if (sortValues.Stride() != sizeof(float) && sortValues.Stride() != 0)
-		WarnAtSite(_VertexBases::kValueStrideSite, "Render sort: input sort-values have uncommon stride");
+		WarnOfValueStride<_VertexBases>();
 	WriteRecordsByValue(outList, sortValues, vertexBases);
 }
 
@@ -576,7 +645,7 @@ static VX_INLINE void FillByDistance(const TPagePart<CFloat3> &page, const CCame
 			static_cast<const void *>(packedPtr));
 	}
 	if (srcStride != sizeof(CFloat3) && srcStride != 0)
-		WarnAtSite(_VertexBases::kPositionStrideSite, "Render sort: input positions have uncommon stride");
+		WarnOfPositionStride<_VertexBases>();
 	[[maybe_unused]] const void *const srcPos =
 		WriteRecordsByDistance(packedPtr, srcBytes, srcStride, remaining, camera, vertexBases);
 	VX_ASSERT(positions.Virtual() || srcPos == positions.DataEnd());
@@ -670,17 +739,12 @@ static void ExpandIndicesU32_xN(const CPattern &indexPattern, CRecords it, CPrim
 	Expand::WriteAnyWidth(indexPattern, it, dstPrims, primCount);
 }
 
-void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,
+void CTriangleSorter::_ExpandByWidth(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *__restrict it,
 	volatile u32 *__restrict dstPrims,
 	u32 primCount)
 {
-	VX_PROFILE_SCOPE_COLOR("ExpandIndices<u32>", CFloat3(0.1f, 0.5f, 0.9f));
-	VX_ASSERT(Mem::IsAligned<0x10>(it));
-	const u32 patternWidth = indexPattern.Count();
-	if (!VX_VERIFY(patternWidth > 0))
-		return;
-	switch (patternWidth)
+	switch (indexPattern.Count())
 	{
 	case 1:
 		return ExpandIndicesU32_x1(indexPattern, it, dstPrims, primCount);
@@ -695,6 +759,19 @@ void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,
 	default:
 		return ExpandIndicesU32_xN(indexPattern, it, dstPrims, primCount);
 	}
+}
+
+void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,
+	const SIndexAndDepth *__restrict it,
+	volatile u32 *__restrict dstPrims,
+	u32 primCount)
+{
+	VX_PROFILE_SCOPE_COLOR("ExpandIndices<u32>", CFloat3(0.1f, 0.5f, 0.9f));
+	VX_ASSERT(Mem::IsAligned<0x10>(it));
+	const u32 patternWidth = indexPattern.Count();
+	if (!VX_VERIFY(patternWidth > 0))
+		return;
+	_ExpandByWidth(indexPattern, it, dstPrims, primCount);
 }
 
 // 16-bit. Sums are not checked: what becomes of one beyond 0xFFFF differs from loop to loop, and callers keep
@@ -743,17 +820,12 @@ static void ExpandIndicesU16_xN(const CPattern &indexPattern, CRecords it, CPrim
 	Expand::WriteAnyWidth(indexPattern, it, dstPrims, primCount);
 }
 
-VX_WRAPS void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,
+void CTriangleSorter::_ExpandByWidth(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *__restrict it,
 	volatile u16 *__restrict dstPrims,
 	u32 primCount)
 {
-	VX_PROFILE_SCOPE_COLOR("ExpandIndices<u16>", CFloat3(0.1f, 0.5f, 0.9f));
-	VX_ASSERT(Mem::IsAligned<0x10>(it));
-	const u32 patternWidth = indexPattern.Count();
-	if (patternWidth * primCount == 0)
-		return;
-	switch (patternWidth)
+	switch (indexPattern.Count())
 	{
 	case 1:
 		return ExpandIndicesU16_x1(indexPattern, it, dstPrims, primCount);
@@ -768,7 +840,34 @@ VX_WRAPS void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &index
 	}
 }
 
+VX_WRAPS void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,
+	const SIndexAndDepth *__restrict it,
+	volatile u16 *__restrict dstPrims,
+	u32 primCount)
+{
+	VX_PROFILE_SCOPE_COLOR("ExpandIndices<u16>", CFloat3(0.1f, 0.5f, 0.9f));
+	VX_ASSERT(Mem::IsAligned<0x10>(it));
+	const u32 patternWidth = indexPattern.Count();
+	if (patternWidth * primCount == 0)
+		return;
+	_ExpandByWidth(indexPattern, it, dstPrims, primCount);
+}
+
 // Expansion with quads in order.
+
+template<>
+void CTriangleSorter::_WarnOfQuads<u16>()
+{
+	const CShortString message = CShortString::Format("Render sort: Very slow tube quad sorter");
+	WarnAtSite(Site::kQuadsU16, message.Data());
+}
+
+template<>
+void CTriangleSorter::_WarnOfQuads<u32>()
+{
+	const CShortString message = CShortString::Format("Render sort: Very slow tube quad sorter");
+	WarnAtSite(Site::kQuadsU32, message.Data());
+}
 
 VX_WRAPS void CTriangleSorter::ExpandAndSortIndices(const TMemoryView<const u32> &indexPattern,
 	const TMemoryView<const CFloat4> &quadCenters,
@@ -784,8 +883,7 @@ VX_WRAPS void CTriangleSorter::ExpandAndSortIndices(const TMemoryView<const u32>
 	VX_ASSERT(quadCount < 16); // in the 16-bit entry alone; the 32-bit one leaves it to the keys' bounds
 	if (primCount * indexPattern.Count() == 0)
 		return;
-	const CShortString message = CShortString::Format("Render sort: Very slow tube quad sorter");
-	WarnAtSite(Site::kQuadsU16, message.Data());
+	_WarnOfQuads<u16>();
 	ExpandWithSortedQuads(indexPattern, quadCenters, cameraPosition, it, dstPrims, primCount, vpp);
 }
 
@@ -801,8 +899,7 @@ VX_WRAPS void CTriangleSorter::ExpandAndSortIndices(const TMemoryView<const u32>
 	VX_ASSERT(Mem::IsAligned<0x10>(it));
 	if (primCount * indexPattern.Count() == 0)
 		return;
-	const CShortString message = CShortString::Format("Render sort: Very slow tube quad sorter");
-	WarnAtSite(Site::kQuadsU32, message.Data());
+	_WarnOfQuads<u32>();
 	ExpandWithSortedQuads(indexPattern, quadCenters, cameraPosition, it, dstPrims, primCount, vpp);
 }
 
@@ -832,6 +929,16 @@ void CTriangleSorter::ApplySortingIndirectionsListTriangles(
 }
 
 // Working buffer.
+
+u64 CTriangleSorter::GetJobsWorkingBufferSize(u32 particleCount, u32 maxJobCount)
+{
+	return _PointWorkingBufferSize(particleCount) + CSortJobs::MemorySize(particleCount, maxJobCount);
+}
+
+u64 CTriangleSorter::GetJobsWorkingBufferSize_tri(u32 indexCount, u32 maxJobCount)
+{
+	return _TriangleWorkingBufferSize(indexCount) + CSortJobs::MemorySize(indexCount / 3, maxJobCount);
+}
 
 // Elements of the buffer behind skippedCount others. The address is computed as an integer: a carving of null is a
 // caller's fault that shows where it is used, not here.

@@ -76,13 +76,15 @@ public:
 		const void *workingBuffer,
 		u64 workingBufferSize,
 		CbSortFinding handler,
-		void *userData)
+		void *userData,
+		const SSortJobs *jobs)
 		: m_Sorter(sorter)
 		, m_Entry(entry)
 		, m_WorkingBuffer(workingBuffer)
 		, m_WorkingBufferSize(workingBufferSize)
 		, m_Handler(handler)
 		, m_UserData(userData)
+		, m_Jobs(jobs)
 	{
 	}
 
@@ -174,6 +176,7 @@ private:
 	void _CheckTriangleVertices(const SPage &page);
 	void _CheckTriangleAlignment();
 
+	void _CheckJobs();
 	u64 _NeededWorkingBufferSize() const;
 	void _CheckWorkingBuffer();
 	void _CheckSharedMemory();
@@ -185,6 +188,7 @@ private:
 	const u64 m_WorkingBufferSize;
 	const CbSortFinding m_Handler;
 	void *const m_UserData;
+	const SSortJobs *const m_Jobs; // or null
 	u32 m_ViolationCount = 0;
 
 	// That the geometry is set up, and for this entry.
@@ -206,6 +210,7 @@ u32 CSortValidation::Run()
 	_CheckOutput();
 	_CheckInput();
 	_CheckGeometry();
+	_CheckJobs();
 	_CheckWorkingBuffer();
 	_CheckSharedMemory();
 	return m_ViolationCount;
@@ -946,8 +951,22 @@ void CSortValidation::_CheckTriangleAlignment()
 
 // Memory.
 
+void CSortValidation::_CheckJobs()
+{
+	if (m_Jobs == null)
+		return;
+	if (m_Jobs->m_Run == null)
+		_Violation("The jobs have no function that runs them.");
+	if (m_Jobs->m_MaxJobCount == 0)
+		_Violation("The largest count of jobs is 0, but needs 1 or more.");
+}
+
 u64 CSortValidation::_NeededWorkingBufferSize() const
 {
+	if (m_Jobs != null)
+		return _SortsTriangles()
+		           ? CSorter::GetJobsWorkingBufferSize_tri(m_Sorter.m_IndexCount_fromBB, m_Jobs->m_MaxJobCount)
+		           : CSorter::GetJobsWorkingBufferSize(m_Sorter.m_ParticleCount, m_Jobs->m_MaxJobCount);
 	return _SortsTriangles() ? CSorter::_TriangleWorkingBufferSize(m_Sorter.m_IndexCount_fromBB)
 	                         : CSorter::_PointWorkingBufferSize(m_Sorter.m_ParticleCount);
 }
@@ -955,7 +974,7 @@ u64 CSortValidation::_NeededWorkingBufferSize() const
 void CSortValidation::_CheckWorkingBuffer()
 {
 	const u64 needed = _NeededWorkingBufferSize();
-	if (needed > kLargestSize)
+	if (needed > kLargestSize && m_Jobs == null)
 	{
 		_Violation(
 			"The sort needs %" PRIu64 " bytes of working buffer, but sizes end at %" PRIu64 ".", needed, kLargestSize);
@@ -985,14 +1004,24 @@ void CSortValidation::_CheckWorkingBuffer()
 // What the sort writes lies apart from all that it reads. Of a working buffer, as much counts as the sort uses.
 void CSortValidation::_CheckSharedMemory()
 {
-	const u64 used = std::min({_NeededWorkingBufferSize(), m_WorkingBufferSize, kLargestSize});
-	const SElements workingBuffer("working buffer", kNoPage, m_WorkingBuffer, u32(used), 1, 1, 1);
+	// With jobs it may have more bytes than a count can say: it is looked at in pieces.
+	const u64 used = std::min(_NeededWorkingBufferSize(), m_WorkingBufferSize);
+	const auto checkWorkingBuffer = [&](const SElements &other)
+	{
+		constexpr u64 kPiece = 1u << 31;
+		for (u64 first = 0; first < used; first += kPiece)
+		{
+			const void *const piece =
+				reinterpret_cast<const void *>(reinterpret_cast<ureg>(m_WorkingBuffer) + ureg(first));
+			_CheckApart({"working buffer", kNoPage, piece, u32(std::min(used - first, kPiece)), 1, 1, 1}, other);
+		}
+	};
 	const SElements output = _Output();
-	_CheckApart(workingBuffer, output);
+	checkWorkingBuffer(output);
 	const auto checkInput = [&](const SElements &input)
 	{
 		_CheckApart(output, input);
-		_CheckApart(workingBuffer, input);
+		checkWorkingBuffer(input);
 	};
 
 	checkInput({"sorter", kNoPage, &m_Sorter, 1, sizeof(m_Sorter), sizeof(m_Sorter), 1});
@@ -1040,9 +1069,10 @@ u32 ValidateSort(const CTriangleSorter &sorter,
 	const void *workingBuffer,
 	u64 workingBufferSize,
 	CbSortFinding handler,
-	void *userData)
+	void *userData,
+	const SSortJobs *jobs)
 {
-	return CSortValidation(sorter, entry, workingBuffer, workingBufferSize, handler, userData).Run();
+	return CSortValidation(sorter, entry, workingBuffer, workingBufferSize, handler, userData, jobs).Run();
 }
 
 u32 ValidateSort(const CTriangleSorter &sorter,
@@ -1059,27 +1089,40 @@ static u32 SortChecked(CTriangleSorter &sorter,
 	void *workingBuffer,
 	u64 workingBufferSize,
 	CbSortFinding handler,
-	void *userData)
+	void *userData,
+	const SSortJobs *jobs)
 {
-	const u32 violationCount = ValidateSort(sorter, entry, workingBuffer, workingBufferSize, handler, userData);
+	const u32 violationCount = ValidateSort(sorter, entry, workingBuffer, workingBufferSize, handler, userData, jobs);
 	if (violationCount != 0)
 		return violationCount;
-	if (entry == SortEntry_Points)
+	if (entry == SortEntry_Points && jobs != null)
+		sorter.SortPoints_AutogenIndices(workingBuffer, workingBufferSize, *jobs);
+	else if (entry == SortEntry_Points)
 		sorter.SortPoints_AutogenIndices(workingBuffer);
+	else if (jobs != null)
+		sorter.SortTriangles_AutogenIndices(workingBuffer, workingBufferSize, *jobs);
 	else
 		sorter.SortTriangles_AutogenIndices(workingBuffer);
 	return 0;
 }
 
-u32 SortPointsChecked(
-	CTriangleSorter &sorter, void *workingBuffer, u64 workingBufferSize, CbSortFinding handler, void *userData)
+u32 SortPointsChecked(CTriangleSorter &sorter,
+	void *workingBuffer,
+	u64 workingBufferSize,
+	CbSortFinding handler,
+	void *userData,
+	const SSortJobs *jobs)
 {
-	return SortChecked(sorter, SortEntry_Points, workingBuffer, workingBufferSize, handler, userData);
+	return SortChecked(sorter, SortEntry_Points, workingBuffer, workingBufferSize, handler, userData, jobs);
 }
 
-u32 SortTrianglesChecked(
-	CTriangleSorter &sorter, void *workingBuffer, u64 workingBufferSize, CbSortFinding handler, void *userData)
+u32 SortTrianglesChecked(CTriangleSorter &sorter,
+	void *workingBuffer,
+	u64 workingBufferSize,
+	CbSortFinding handler,
+	void *userData,
+	const SSortJobs *jobs)
 {
-	return SortChecked(sorter, SortEntry_Triangles, workingBuffer, workingBufferSize, handler, userData);
+	return SortChecked(sorter, SortEntry_Triangles, workingBuffer, workingBufferSize, handler, userData, jobs);
 }
 } // namespace Vexmoor

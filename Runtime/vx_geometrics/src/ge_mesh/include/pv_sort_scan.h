@@ -1,12 +1,13 @@
 #pragma once
 
-// What a check of a sort reads of every particle: enabled bytes are counted and list entries compared 16 bytes at a
-// time, since a checked sort may cost little more than the sort.
+// What is read of every particle beside the sort: enabled bytes are counted and list entries compared 16 bytes at a
+// time, since a checked sort may cost little more than the sort, and one with jobs nothing that they could not share.
 
 #include "simd/lanes.h"
 #include "vx_compiler.h"
 #include "vx_defs.h"
 
+#include "pv_depth_keys.h"
 #include "pv_mesh_triangle_sorter.h"
 
 #include <algorithm>
@@ -46,6 +47,28 @@ static inline u32 CountNonZero(const u8 *bytes, u32 count)
 	return count - zeroCount;
 }
 
+// Moves offset behind the next skippedCount bytes that are not 0. Returns false if there are fewer of them before end.
+static inline bool SkipNonZero(const u8 *bytes, u32 end, u32 skippedCount, u32 &offset)
+{
+	constexpr u32 kBlock = 1024;
+	u32 left = skippedCount;
+	while (end - offset > kBlock)
+	{
+		const u32 countInBlock = CountNonZero(bytes + offset, kBlock);
+		if (countInBlock >= left)
+			break; // what is sought may lie inside
+		left -= countInBlock;
+		offset += kBlock;
+	}
+	for (; left != 0; ++offset)
+	{
+		if (offset == end)
+			return false;
+		left -= bytes[offset] != 0;
+	}
+	return true;
+}
+
 // Numbers from the first to the last, both included; none where the last is lower.
 struct SNumberRange
 {
@@ -79,7 +102,6 @@ struct SNumberRange
 // rest, is searched number by number.
 VX_WRAPS static inline u64 FindInRange(const u32 *numbers, u64 begin, u64 end, const SNumberRange &range)
 {
-	constexpr u32 kSignBit = 0x80000000u;
 	constexpr u64 kBlock = 16;
 	if (range.Empty())
 		return end;

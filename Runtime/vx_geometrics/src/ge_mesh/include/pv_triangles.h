@@ -9,6 +9,7 @@
 
 #include "kr_memoryviews.h"
 
+#include "pv_depth_keys.h"
 #include "pv_fill.h"
 #include "pv_fill_kernels.h"
 #include "pv_mesh_triangle_sorter.h"
@@ -35,6 +36,18 @@ static inline void WriteTriangleBlock(
 
 	for (u32 left = primCount % kRecordsPerGroup; left != 0; --left)
 		*dst++ = {(particles++)->m_Depth, triangles.Next()};
+}
+
+// Makes the triangles [first, end) ones without area, and their records those of the farthest ones.
+template<typename _Index>
+VX_WRAPS static void WriteMissingTriangles(SIndexAndDepth *records, _Index *indices, u32 first, u32 end)
+{
+	for (u32 i = first; i < end; ++i)
+	{
+		records[i] = {SValueKey::kFar, i};
+		_Index *const triangle = indices + u64(i) * 3;
+		triangle[0] = triangle[1] = triangle[2] = 0;
+	}
 }
 
 // The views are passed by value. A view of the caller's might lie in the output, and compilers would load it again for

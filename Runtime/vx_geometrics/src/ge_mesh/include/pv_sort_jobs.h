@@ -1,0 +1,113 @@
+#pragma once
+
+// One sort on a host's jobs. What the sort has to report and to warn of stands with the sort without jobs, in
+// mesh_triangle_sorter.cpp; this is how its work is shared out.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "vx_compiler.h"
+#include "vx_defs.h"
+
+#include "pv_fill.h"
+#include "pv_jobs.h"
+#include "pv_span_sort.h"
+#include "pv_split_sort.h"
+
+namespace Vexmoor
+{
+// Sorts what a sorter is set up for. A sort is shared out only where it has nothing to report, so no job ever reports,
+// and only where sharing pays. Jobs do not warn either: this thread tells of whole pages, in the order of pages, and the
+// hazard of a slow page is counted for the thread that works on its first particle.
+class CSortJobs
+{
+public:
+	// Bytes behind the working buffer of the sort without jobs.
+	static u64 MemorySize(u32 recordCount, u32 maxJobCount);
+
+	// Whether jobs may sort so many records in this buffer at all: what other sorts need not set up more for.
+	static bool MayShare(const void *workingBuffer, u32 recordCount);
+
+	// For a sort of recordCount records that MayShare. The arrays lie in the working buffer as in the sort without jobs.
+	CSortJobs(const CTriangleSorter &sorter,
+		void *workingBuffer,
+		u64 sizeWithoutJobs,
+		u32 recordCount,
+		const SSortJobs &jobs);
+
+	// Return false, with nothing written or told, where the sort without jobs has to run.
+	bool SortPoints();
+	bool SortTriangles();
+
+private:
+	typedef CTriangleSorter CSorter;
+	template<typename _Element>
+	using TPages = TStridedMemoryView<const TStridedMemoryView<const _Element>>;
+
+	// What lies behind the records. Counters are those of the jobs, one job after the other.
+	struct SMemory
+	{
+		SSortPart m_Parts[CSplitSort::kMaxPartCount];
+		CSplitSort::SLevel m_Levels[CSplitSort::kMaxLevelCount];
+		u32 m_Counters[1];
+	};
+
+	// A page as all come by it: after the pages before it.
+	struct SPage
+	{
+		u32 m_Id = 0;
+		u32 m_FirstRecord = 0;
+		u32 m_FirstVertex = 0;
+		u32 m_ParticleCount = 0; // that are drawn
+	};
+
+	// What a job fills: from a particle of a page to where the next share begins.
+	struct SShare
+	{
+		SPage m_Page;
+		u32 m_FirstParticle = 0; // of those that are drawn
+		u32 m_OffsetInPage = 0;
+		u32 m_HazardCount = 0; // of the slow pages that begin here
+		SKeySpan m_Span;       // of its records
+	};
+
+	bool _PointsAreSound() const;
+	bool _QuadsAreSound() const;
+	bool _PagesAgree(u32 pageCount) const;
+
+	u32 _RecordsPerParticle(const SPage &page) const;
+	u32 _VerticesPerParticle(const SPage &page) const;
+	void _Enter(SPage &page) const;
+	void _Leave(SPage &page) const;
+
+	template<typename _Element>
+	bool _SharePages(const TPages<_Element> &pages);
+	template<typename _FillPart>
+	void _FillShare(u32 job, const _FillPart &fillPart);
+	template<typename _Element, typename... _Camera>
+	void _FillPoints(const TPages<_Element> &pages, const _Camera &...camera);
+	template<typename _Index>
+	void _WritePoints(_Index *indices);
+	template<typename _Index>
+	bool _SortTriangles(_Index *indices);
+	template<typename _Index, typename _Element, typename... _Camera>
+	void _FillTriangles(_Index *triangles, const TPages<_Element> &pages, const _Camera &...camera);
+	template<typename _Index, typename _Element>
+	void _TellOfPages(_Index *triangles, const TPages<_Element> &pages);
+
+	void _Split();
+	template<typename _Write>
+	void _SortAndWrite(u32 skippedCount, u32 writeCount, u32 hazardCount, const _Write &write) const;
+
+	const CSorter &m_Sorter;
+	const CJobs m_Jobs;
+	const u32 m_JobCount;
+	const u32 m_RecordCount;
+	SIndexAndDepth *const m_Sorted;
+	SIndexAndDepth *const m_Filled;
+	SMemory *const m_Memory;
+	const bool m_SortsTriangles;
+	u32 m_FilledCount; // records that pages fill; those behind them are far ones
+	SShare m_Shares[CJobs::kMaxCount + 1];
+	CSplitSort m_Split;
+};
+} // namespace Vexmoor

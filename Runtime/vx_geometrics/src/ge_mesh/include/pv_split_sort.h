@@ -1,0 +1,270 @@
+#pragma once
+
+// The sort of many records by several jobs: split into parts by leading digits, then each part sorted by one job, in
+// its core's own cache. Nothing here reports.
+//
+//   filled     | job 0's records      | job 1's records      | job 2's records      |      each job counts its digits
+//   sorted     | part 0 | part 1    | part 2  | part 3 | part 4      | part 5 |           and moves its records to parts
+//              | sorted by job 0      | by job 1         | by job 2             |
+//
+// Parts lie in the order of keys, and inside a part records keep their order, whoever moved them: job by job, each from
+// front to back. So the result is that of any stable sort, for any number of jobs.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "vx_compiler.h"
+#include "vx_defs.h"
+
+#include "kr_sort_records.h"
+
+#include "pv_jobs.h"
+#include "pv_span_sort.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace Vexmoor
+{
+// A range of records that is sorted by one job. Its keys are above those of the parts before it.
+struct SSortPart
+{
+	u32 m_First;
+	u32 m_Count;
+	SKeySpan m_Span;
+	bool m_IsInFilled; // in the array that was filled, after an even number of splits
+};
+
+class CSplitSort
+{
+public:
+	// Keys are split by their leading bits above the lowest key. There are more digits than parts: neighbouring digits
+	// with few records make a part together.
+	static constexpr u32 kDigitBits = 11;
+	static constexpr u32 kDigitCount = 1u << kDigitBits;
+	static constexpr u32 kMaxPartsPerSplit = 512;
+
+	// A part's records and the array that they are sorted through stay in a second-level cache, and its digits' counters
+	// in a first-level one.
+	static constexpr u32 kMinPartSize = VEXMOOR_MIN_PART_SIZE;
+
+	// A part of one digit may have any number of records. One beyond this is split again, by all jobs.
+	static constexpr u32 kPartSizesToSplit = 4;
+
+	// Any two neighbouring parts of a split have more than a part size of records together, so all splits of one level
+	// make fewer than kMaxPartsPerSplit parts, and one for each of them that cannot be paired.
+	static constexpr u32 kMaxPartCount = 2 * kMaxPartsPerSplit;
+
+	// Three splits take 33 bits off a key.
+	static constexpr u32 kMaxLevelCount = (32 + kDigitBits - 1) / kDigitBits;
+
+	// Of 32 bits, for each job.
+	static constexpr u32 kCountersPerJob = 8192;
+	static_assert(kCountersPerJob >= kDigitCount + kMaxPartsPerSplit);
+
+	// What one split knows until all its parts are split.
+	struct SLevel
+	{
+		SSortPart m_Parts[kMaxPartsPerSplit];
+		u32 m_Positions[kMaxPartsPerSplit];
+		u16 m_PartOfDigit[kDigitCount];
+	};
+
+	// filled    the records
+	// sorted    where they end; as many
+	// parts     room for kMaxPartCount
+	// levels    kMaxLevelCount of them
+	// counters  kCountersPerJob for each of jobCount jobs
+	CSplitSort(const CJobs &jobs,
+		u32 jobCount,
+		SIndexAndDepth *filled,
+		SIndexAndDepth *sorted,
+		u32 recordCount,
+		SSortPart *parts,
+		SLevel *levels,
+		u32 *counters)
+		: m_Jobs(jobs)
+		, m_JobCount(jobCount)
+		, m_Arrays{sorted, filled}
+		, m_RecordCount(recordCount)
+		, m_PartSize(std::max(kMinPartSize, recordCount / (kMaxPartsPerSplit / 2 - 1)))
+		, m_Parts(parts)
+		, m_Levels(levels)
+		, m_Counters(counters)
+	{
+	}
+
+	// Moves all records to their parts. The span contains their keys.
+	void Split(const SKeySpan &span) { _Split({0, m_RecordCount, span, true}, 0); }
+
+	// The first part of a job's share. Shares are whole parts with about as many records each, so that what a job makes
+	// of its parts lies in one piece.
+	u32 FirstPartOfJob(u32 job) const
+	{
+		const u32 firstRecord = FirstUnitOfJob(m_RecordCount, job, m_JobCount);
+		const auto startsBefore = [](const SSortPart &part, u32 record) { return part.m_First < record; };
+		return u32(std::lower_bound(m_Parts, m_Parts + m_PartCount, firstRecord, startsBefore) - m_Parts);
+	}
+	u32 FirstRecordOfPart(u32 partId) const { return partId < m_PartCount ? m_Parts[partId].m_First : m_RecordCount; }
+
+	// Sorts a part. Its records end in the sorted array, whichever array they are in.
+	void SortPart(u32 partId, u32 job) const
+	{
+		const SSortPart &part = m_Parts[partId];
+		SIndexAndDepth *const records = m_Arrays[part.m_IsInFilled] + part.m_First;
+		SIndexAndDepth *const others = m_Arrays[!part.m_IsInFilled] + part.m_First;
+		SIndexAndDepth *const sorted = m_Arrays[0] + part.m_First;
+		const SIndexAndDepth *const result =
+			SortBySpan(records, others, part.m_Count, part.m_Span, _CountersOf(job), kCountersPerJob);
+		if (result != sorted)
+			std::memcpy(static_cast<void *>(sorted), result, part.m_Count * sizeof(SIndexAndDepth));
+	}
+
+private:
+	// How a split sees keys.
+	struct SDigits
+	{
+		u32 m_Lowest;
+		u32 m_Shift;
+
+		VX_INLINE u32 Of(u32 key) const { return (key - m_Lowest) >> m_Shift; }
+		u32 LowestKey(u32 digit) const { return m_Lowest + (digit << m_Shift); }
+	};
+
+	u32 *_CountersOf(u32 job) const { return m_Counters + ureg(job) * kCountersPerJob; }
+
+	void _Split(const SSortPart &whole, u32 levelId);
+	static void _CountDigits(
+		const SIndexAndDepth *__restrict records, u32 count, const SDigits &digits, u32 *__restrict counters);
+	static void _ScatterToParts(const SIndexAndDepth *__restrict source,
+		SIndexAndDepth *__restrict destination,
+		u32 count,
+		const SDigits &digits,
+		const u16 *__restrict partOfDigit,
+		u32 *__restrict positions);
+	u32 _MakeParts(const SSortPart &whole, const SDigits &digits, SLevel &level) const;
+	void _ShareParts(u32 partCount, SLevel &level) const;
+
+	const CJobs &m_Jobs;
+	const u32 m_JobCount;
+	SIndexAndDepth *const m_Arrays[2]; // sorted, filled
+	const u32 m_RecordCount;
+	const u32 m_PartSize;
+	SSortPart *const m_Parts;
+	SLevel *const m_Levels;
+	u32 *const m_Counters;
+	u32 m_PartCount = 0;
+};
+
+// Splits a part's records by leading digits, all jobs together, and what is still too large once more. A part whose
+// keys are all equal stays one.
+inline void CSplitSort::_Split(const SSortPart &whole, u32 levelId)
+{
+	const u32 bitCount = whole.m_Span.BitCount();
+	if (whole.m_Count <= kPartSizesToSplit * m_PartSize || bitCount == 0)
+	{
+		m_Parts[m_PartCount++] = whole;
+		return;
+	}
+	const SDigits digits = {whole.m_Span.m_Lowest, std::max(bitCount, kDigitBits) - kDigitBits};
+	const SIndexAndDepth *const source = m_Arrays[whole.m_IsInFilled] + whole.m_First;
+	SIndexAndDepth *const destination = m_Arrays[!whole.m_IsInFilled] + whole.m_First;
+	SLevel &level = m_Levels[levelId];
+
+	const auto shareOf = [&](u32 job) { return source + FirstUnitOfJob(whole.m_Count, job, m_JobCount); };
+	m_Jobs.Run(m_JobCount,
+		[&](u32 job)
+		{
+			u32 *const counters = _CountersOf(job);
+			std::memset(counters, 0, kDigitCount * sizeof(u32));
+			_CountDigits(shareOf(job), u32(shareOf(job + 1) - shareOf(job)), digits, counters);
+		});
+	const u32 partCount = _MakeParts(whole, digits, level);
+	_ShareParts(partCount, level);
+	m_Jobs.Run(m_JobCount,
+		[&](u32 job)
+		{
+			_ScatterToParts(shareOf(job), destination, u32(shareOf(job + 1) - shareOf(job)), digits,
+				level.m_PartOfDigit, _CountersOf(job) + kDigitCount);
+		});
+
+	for (u32 i = 0; i < partCount; ++i)
+	{
+		SSortPart part = level.m_Parts[i];
+		part.m_First += whole.m_First;
+		_Split(part, levelId + 1);
+	}
+}
+
+inline void CSplitSort::_CountDigits(
+	const SIndexAndDepth *__restrict records, u32 count, const SDigits &digits, u32 *__restrict counters)
+{
+	const SDigits digitsOf = digits; // in registers
+	ForEachRecord(count, [=](u32 i) { ++counters[digitsOf.Of(records[i].m_Depth)]; });
+}
+
+// The destination lies beyond the caches, and the records of a part follow each other: the one that is moved fetches the
+// line that the part needs next.
+inline void CSplitSort::_ScatterToParts(const SIndexAndDepth *__restrict source,
+	SIndexAndDepth *__restrict destination,
+	u32 count,
+	const SDigits &digits,
+	const u16 *__restrict partOfDigit,
+	u32 *__restrict positions)
+{
+	const SDigits digitsOf = digits; // in registers
+	ForEachRecord(count,
+		[=](u32 i)
+		{
+			const u64 record = LoadRecord(source + i);
+			const u32 part = partOfDigit[digitsOf.Of(KeyOf(record))];
+			const u32 place = positions[part];
+			positions[part] = place + 1;
+			VX_PREFETCH_TO_WRITE(destination + place + kRecordsPerLine<SIndexAndDepth>);
+			StoreRecord(destination + place, record);
+		});
+}
+
+// Makes parts of the digits that all jobs have counted, and returns how many. Firsts are those in the whole.
+inline u32 CSplitSort::_MakeParts(const SSortPart &whole, const SDigits &digits, SLevel &level) const
+{
+	const u32 highestDigit = digits.Of(whole.m_Span.m_Highest);
+	u32 partCount = 0;
+	u32 first = 0;
+	for (u32 digit = 0; digit <= highestDigit; ++digit)
+	{
+		u32 count = 0;
+		for (u32 job = 0; job < m_JobCount; ++job)
+			count += _CountersOf(job)[digit];
+		if (count == 0)
+			continue;
+		if (partCount == 0 || u64(level.m_Parts[partCount - 1].m_Count) + count > m_PartSize)
+			level.m_Parts[partCount++] = {
+				first, 0, {digits.LowestKey(digit), 0},
+                  !whole.m_IsInFilled
+            };
+		SSortPart &part = level.m_Parts[partCount - 1];
+		part.m_Count += count;
+		part.m_Span.m_Highest = digit == highestDigit ? whole.m_Span.m_Highest : digits.LowestKey(digit + 1) - 1;
+		level.m_PartOfDigit[digit] = u16(partCount - 1);
+		first += count;
+	}
+	return partCount;
+}
+
+// Gives each job its positions of each part, behind those of the jobs before it.
+inline void CSplitSort::_ShareParts(u32 partCount, SLevel &level) const
+{
+	for (u32 part = 0; part < partCount; ++part)
+		level.m_Positions[part] = level.m_Parts[part].m_First;
+	for (u32 job = 0; job < m_JobCount; ++job)
+	{
+		u32 *const counters = _CountersOf(job);
+		std::memcpy(counters + kDigitCount, level.m_Positions, partCount * sizeof(u32));
+		for (u32 digit = 0; digit < kDigitCount; ++digit)
+		{
+			if (counters[digit] != 0)
+				level.m_Positions[level.m_PartOfDigit[digit]] += counters[digit];
+		}
+	}
+}
+} // namespace Vexmoor

@@ -1,0 +1,652 @@
+// How one sort is shared out among a host's jobs, top down: the two sorts; what they check before they start; shares of
+// the pages; the fill; the sort and the output.
+
+#include "kr_log_unique.h"
+#include "kr_mem.h"
+#include "kr_profiler.h"
+#include "kr_sort.h"
+
+#include "include/pv_expand_quads.h"
+#include "include/pv_fill_groups.h"
+#include "include/pv_fill_records.h"
+#include "include/pv_float_mode.h"
+#include "include/pv_mesh_triangle_sorter.h"
+#include "include/pv_sort_jobs.h"
+#include "include/pv_sort_scan.h"
+#include "include/pv_triangles.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+
+namespace Vexmoor
+{
+// A job takes a few microseconds to be handed out and waited for; this many records take some thirty. Fewer than two
+// jobs' records are sorted without jobs, as are those among which equal keys have the quick sort's order.
+constexpr u32 kMinRecordsPerJob = VEXMOOR_MIN_RECORDS_PER_JOB;
+constexpr u32 kMinRecordCount = std::max(2 * kMinRecordsPerJob, kMaxQuickSortCount + 1);
+
+// Outputs of different jobs meet at multiples of this many records, which keeps every worker's blocks whole and its
+// output at one alignment: eight records of any width are a multiple of 16 bytes.
+constexpr u32 kRecordsPerSeam = 8;
+
+// One job alone gains nothing over the sort without jobs.
+u64 CSortJobs::MemorySize(u32 recordCount, u32 maxJobCount)
+{
+	const u32 jobCount = CJobs::CountFor(recordCount, kMinRecordsPerJob, maxJobCount);
+	if (recordCount < kMinRecordCount || jobCount == 1)
+		return 0;
+	return offsetof(SMemory, m_Counters) + u64(jobCount) * CSplitSort::kCountersPerJob * sizeof(u32);
+}
+
+bool CSortJobs::MayShare(const void *workingBuffer, u32 recordCount)
+{
+	return recordCount >= kMinRecordCount && Mem::IsAligned<0x10>(workingBuffer);
+}
+
+CSortJobs::CSortJobs(
+	const CTriangleSorter &sorter, void *workingBuffer, u64 sizeWithoutJobs, u32 recordCount, const SSortJobs &jobs)
+	: m_Sorter(sorter)
+	, m_Jobs(jobs)
+	, m_JobCount(m_Jobs.CountFor(recordCount, kMinRecordsPerJob))
+	, m_RecordCount(recordCount)
+	, m_Sorted(static_cast<SIndexAndDepth *>(workingBuffer))
+	, m_Filled(m_Sorted + (ureg(recordCount) + 1) / 2 * 2)
+	, m_Memory(reinterpret_cast<SMemory *>(static_cast<u8 *>(workingBuffer) + ureg(sizeWithoutJobs)))
+	, m_SortsTriangles(sorter.m_GeometryType == CSorter::GeometryPerPage)
+	, m_FilledCount(recordCount)
+	, m_Split(m_Jobs,
+		  m_JobCount,
+		  m_Filled,
+		  m_Sorted,
+		  recordCount,
+		  m_Memory->m_Parts,
+		  m_Memory->m_Levels,
+		  m_Memory->m_Counters)
+{
+}
+
+// Runs what warns, and returns how many hazards that has counted. They are taken back from this thread, since they
+// belong to those that do the work.
+template<typename _Warn>
+static u32 HazardsOf(const _Warn &warn)
+{
+	u32 &hazards = Profiler::CHazards::CurrentThreadHazards().m_PerformanceHazards;
+	const u32 before = hazards;
+	warn();
+	return std::exchange(hazards, before) - before;
+}
+
+// What a job is while it works: silent, and charged with the hazards that it has been given.
+class CJobScope
+{
+public:
+	explicit CJobScope(u32 hazardCount)
+	{
+		Profiler::CHazards::CurrentThreadHazards().m_PerformanceHazards += hazardCount;
+	}
+
+private:
+	const CWarningBatch m_Silence{CWarningBatch::Mode_Silent};
+};
+
+// Points.
+
+bool CSortJobs::SortPoints()
+{
+	if (m_JobCount == 1 || !_PointsAreSound())
+		return false;
+	if (m_Sorter.m_GeometryType == CSorter::GeometryConstant)
+		m_FilledCount = m_Sorter._ValidParticleCount(0, m_RecordCount);
+	const bool byPosition = m_Sorter.m_SortType == CSorter::SortByPosition;
+	if (m_FilledCount == 0 || !(byPosition ? _SharePages(m_Sorter.m_InPositions) : _SharePages(m_Sorter.m_InSortKeys)))
+		return false;
+
+	{
+		VX_PROFILE_SCOPE_COLOR("CTriangleSorter::FillSource", CFloat3(0.5f, 0.08f, 0.9f));
+		if (byPosition)
+			_FillPoints(m_Sorter.m_InPositions, m_Sorter.m_CameraPosition);
+		else
+			_FillPoints(m_Sorter.m_InSortKeys);
+	}
+	{
+		VX_PROFILE_SCOPE_COLOR("CTriangleSorter::Sort", CFloat3(0.2f, 0.08f, 0.9f));
+		_Split();
+	}
+	if (m_Sorter.m_IndexType == CSorter::IndexTypeUint32)
+		_WritePoints(m_Sorter.m_OutIndices32.Data());
+	else
+		_WritePoints(m_Sorter.m_OutIndices16.Data());
+	return true;
+}
+
+template<typename _Index>
+void CSortJobs::_WritePoints(_Index *indices)
+{
+	constexpr bool k16 = sizeof(_Index) == sizeof(u16);
+	const TMemoryView<const u32> pattern = m_Sorter.m_IndexPattern;
+	const u32 width = pattern.Count();
+	const u32 writeCount = std::min(m_RecordCount, m_Sorter.m_IndexCount / width);
+	const u32 skippedCount = CSorter::_FirstWrittenRecord(m_RecordCount, writeCount);
+	const SIndexAndDepth *const records = m_Sorted + skippedCount;
+	if (m_Sorter.m_GeometryType == CSorter::GeometryConstantAndIndexListAndQuadCenters)
+	{
+		VX_PROFILE_SCOPE_COLOR(
+			k16 ? "ExpandAndSortIndices<u16>" : "ExpandAndSortIndices<u32>", CFloat3(0.1f, 0.6f, 0.9f));
+		const u32 hazardCount = writeCount == 0 ? 0 : HazardsOf(&CSorter::_WarnOfQuads<_Index>);
+		_SortAndWrite(skippedCount, writeCount, hazardCount,
+			[&](u32 first, u32 count)
+			{
+				ExpandWithSortedQuads<_Index>(pattern, m_Sorter.m_QuadCenters, m_Sorter.m_CameraPosition,
+					records + first, indices + u64(first) * width, count, m_Sorter.m_PrimiteVertexCount);
+			});
+		return;
+	}
+	VX_PROFILE_SCOPE_COLOR(k16 ? "ExpandIndices<u16>" : "ExpandIndices<u32>", CFloat3(0.1f, 0.5f, 0.9f));
+	const bool isSilent = k16 && writeCount == 0;
+	const u32 hazardCount = isSilent ? 0 : HazardsOf([&] { CSorter::_ExpandByWidth(pattern, records, indices, 0); });
+	_SortAndWrite(skippedCount, writeCount, hazardCount,
+		[&](u32 first, u32 count)
+		{ CSorter::_ExpandByWidth(pattern, records + first, indices + u64(first) * width, count); });
+}
+
+// Triangles.
+
+bool CSortJobs::SortTriangles()
+{
+	if (m_JobCount == 1 || !m_SortsTriangles || m_Sorter.m_IndexCount_fromBB % 3 != 0)
+		return false;
+	if (m_Sorter.m_IndexType == CSorter::IndexTypeUint32)
+		return _SortTriangles(m_Sorter.m_OutIndices32.Data());
+	if (m_Sorter.m_IndexType == CSorter::IndexTypeUint16)
+		return _SortTriangles(m_Sorter.m_OutIndices16.Data());
+	return false;
+}
+
+template<typename _Index>
+bool CSortJobs::_SortTriangles(_Index *indices)
+{
+	_Index *const triangles = reinterpret_cast<_Index *>(m_Filled + (ureg(m_RecordCount) + 1) / 2 * 2);
+	const bool byPosition = m_Sorter.m_SortType == CSorter::SortByPosition;
+	if (!byPosition && m_Sorter.m_SortType != CSorter::SortByFloat)
+		return false;
+	if (!(byPosition ? _SharePages(m_Sorter.m_InPositions) : _SharePages(m_Sorter.m_InSortKeys)))
+		return false;
+
+	{
+		VX_PROFILE_SCOPE_COLOR("FillSortingIndirectionsListPoint_NoIndices_And_Expand", CFloat3(0.5f, 0.08f, 0.9f));
+		if (byPosition)
+			_FillTriangles(triangles, m_Sorter.m_InPositions, m_Sorter.m_CameraPosition);
+		else
+			_FillTriangles(triangles, m_Sorter.m_InSortKeys);
+		WriteMissingTriangles(m_Filled, triangles, m_FilledCount, m_RecordCount);
+	}
+	{
+		VX_PROFILE_SCOPE_COLOR("Sort", CFloat3(0.2f, 0.08f, 0.9f));
+		_Split();
+	}
+
+	VX_PROFILE_SCOPE_COLOR("ApplySortingToIndices", CFloat3(0.0f, 0.08f, 0.9f));
+	const TMemoryView<const _Index> unsorted(triangles, m_Sorter.m_IndexCount_fromBB);
+	const u32 writeCount = std::min(m_RecordCount, m_Sorter.m_IndexCount / 3);
+	const u32 skippedCount = m_RecordCount - writeCount;
+	_SortAndWrite(skippedCount, writeCount, 0,
+		[&](u32 first, u32 count)
+		{
+			const CRecordList records(m_Sorted + skippedCount + first, count);
+			ApplyToTriangles(records, unsorted, indices + u64(first) * 3, count);
+		});
+	return true;
+}
+
+// What is checked first: that nothing of the sort has anything to report, nor reads beyond what it is given.
+
+bool CSortJobs::_PointsAreSound() const
+{
+	const u32 width = m_Sorter.m_IndexPattern.Count();
+	const bool hasIndexType =
+		m_Sorter.m_IndexType == CSorter::IndexTypeUint16 || m_Sorter.m_IndexType == CSorter::IndexTypeUint32;
+	const bool hasSortType =
+		m_Sorter.m_SortType == CSorter::SortByPosition || m_Sorter.m_SortType == CSorter::SortByFloat;
+	if (!hasIndexType || !hasSortType || m_Sorter.m_InRenderedParticleCounts.Empty() || width == 0 ||
+		(width == 1 && m_Sorter.m_IndexPattern[0] != 0))
+		return false;
+	// Beyond 32 bits the sort without jobs writes nothing, or not all: kept on purpose.
+	const u32 writeCount = std::min(m_RecordCount, m_Sorter.m_IndexCount / width);
+	if (u64(writeCount) * width > ~0u || CSorter::_FirstWrittenRecord(m_RecordCount, writeCount) >= m_RecordCount)
+		return false;
+
+	if (m_Sorter.m_GeometryType == CSorter::GeometryConstant)
+		return m_Sorter.m_PrimiteVertexCount != 0;
+	if (m_Sorter.m_IndexList.Data() == null || m_Sorter.m_IndexList.Count() < m_RecordCount)
+		return false;
+	return m_Sorter.m_GeometryType == CSorter::GeometryConstantAndIndexList || _QuadsAreSound();
+}
+
+bool CSortJobs::_QuadsAreSound() const
+{
+	if (m_Sorter.m_GeometryType != CSorter::GeometryConstantAndIndexListAndQuadCenters)
+		return false;
+	const u32 quadCount = m_Sorter.m_IndexPattern.Count() / kIndicesPerQuad;
+	const u32 verticesPerParticle = m_Sorter.m_PrimiteVertexCount;
+	if (quadCount == 0)
+		return true;
+	if (quadCount >= kQuadSlotsPerParticle || verticesPerParticle == 0)
+		return false;
+	const u32 lastVertex = std::max(m_Sorter.m_VertexCount, 1u) - 1;
+	const u64 readCount = u64(lastVertex / verticesPerParticle) * kQuadSlotsPerParticle + quadCount;
+	return m_Sorter.m_QuadCenters.Data() != null && readCount <= m_Sorter.m_QuadCenters.Count();
+}
+
+// Of a triangle sort.
+bool CSortJobs::_PagesAgree(u32 pageCount) const
+{
+	return m_Sorter.m_InEnableds.Count() == pageCount && m_Sorter.m_IndexPatternCollection.Count() == pageCount &&
+	       m_Sorter.m_InRenderedParticleCounts.Count() == pageCount &&
+	       m_Sorter.m_PrimiteVertexCountCollection.Count() == pageCount;
+}
+
+// Pages, which points and triangles have in common: a particle is one record or several.
+
+u32 CSortJobs::_RecordsPerParticle(const SPage &page) const
+{
+	return m_SortsTriangles ? m_Sorter.m_IndexPatternCollection[page.m_Id].Count() / 3 : 1;
+}
+
+u32 CSortJobs::_VerticesPerParticle(const SPage &page) const
+{
+	return m_SortsTriangles ? m_Sorter.m_PrimiteVertexCountCollection[page.m_Id] : m_Sorter.m_PrimiteVertexCount;
+}
+
+// Counts the particles of the page that are drawn: as far as there are records, or vertices.
+void CSortJobs::_Enter(SPage &page) const
+{
+	const u32 renderedCount = m_Sorter.m_InRenderedParticleCounts[page.m_Id];
+	if (renderedCount == 0)
+		page.m_ParticleCount = 0;
+	else if (m_SortsTriangles)
+		page.m_ParticleCount =
+			std::min(renderedCount, (m_Sorter.m_VertexCount - page.m_FirstVertex) / _VerticesPerParticle(page));
+	else
+		page.m_ParticleCount = std::min(renderedCount, m_FilledCount - page.m_FirstRecord);
+}
+
+VX_WRAPS void CSortJobs::_Leave(SPage &page) const
+{
+	if (page.m_ParticleCount != 0)
+	{
+		page.m_FirstRecord += page.m_ParticleCount * _RecordsPerParticle(page);
+		page.m_FirstVertex += page.m_ParticleCount * _VerticesPerParticle(page);
+	}
+	++page.m_Id;
+}
+
+// The source of a page, and how a fill takes it.
+template<typename _Element>
+struct TPageSource
+{
+	typedef TStridedMemoryView<const _Element> CElements;
+
+	CElements m_Elements;
+	CEnableds m_Enableds;
+	u32 m_OffsetBehindLast = 0; // behind the last particle that is drawn
+	bool m_IsCompacted = false;
+	bool m_IsSlow = false; // and warned of
+
+	// Looks at a page of which drawnCount of renderedCount particles are drawn. Returns false where a fill would report
+	// something, or read beyond the page.
+	bool Look(const TStridedMemoryView<const CElements> &pages,
+		const TStridedMemoryView<const CEnableds> &enabledPages,
+		u32 pageId,
+		u32 renderedCount,
+		u32 drawnCount)
+	{
+		if (pageId >= pages.Count() || pageId >= enabledPages.Count())
+			return false;
+		m_Elements = pages[pageId];
+		m_Enableds = enabledPages[pageId];
+		const u32 elementCount = m_Elements.Count();
+		const u32 stride = m_Elements.Stride();
+		const bool isUsualStride = stride == sizeof(_Element) || stride == 0;
+		if (m_Elements.Data() == null || drawnCount > elementCount || u64(stride) * elementCount > ~0u ||
+			(!isUsualStride && stride < sizeof(_Element)))
+			return false;
+
+		m_OffsetBehindLast = drawnCount;
+		if (!m_Enableds.Empty())
+		{
+			if (m_Enableds.Count() != elementCount || !m_Enableds.Contiguous() || renderedCount > elementCount)
+				return false;
+			const bool hasDisabled = renderedCount != elementCount;
+			if (hasDisabled && drawnCount == renderedCount)
+				m_OffsetBehindLast = elementCount;
+			else if (hasDisabled && !Skip(drawnCount, m_OffsetBehindLast = 0))
+				return false;
+		}
+		m_IsCompacted = drawnCount < m_OffsetBehindLast;
+		m_IsSlow = !m_IsCompacted && !isUsualStride;
+		return true;
+	}
+
+	// Moves an offset on by enabled particles. Returns false where the page ends before.
+	bool Skip(u32 enabledCount, u32 &offset) const
+	{
+		return SkipNonZero(m_Enableds.Data(), m_Enableds.Count(), enabledCount, offset);
+	}
+
+	// Up to which particle before the one given a page may be cut. Groups of four stay whole, since their records are
+	// not stored in order. By distance they start at a multiple of 16 bytes, so one record may come before them.
+	u32 CutBefore(u32 particle, u32 firstRecord) const
+	{
+		constexpr bool kByDistance = sizeof(_Element) == sizeof(CFloat3);
+		const u32 alone = kByDistance && !m_IsCompacted ? firstRecord % kRecordsPerAccess : 0;
+		return particle < alone ? 0 : particle - (particle - alone) % kRecordsPerGroup;
+	}
+};
+
+// Shares out the pages among the jobs, by records. Behind the last share stands where the pages end. Returns false where
+// the fill has something to report.
+template<typename _Element>
+bool CSortJobs::_SharePages(const TPages<_Element> &pages)
+{
+	if (m_SortsTriangles && !_PagesAgree(pages.Count()))
+		return false;
+	const u32 pageCount = m_Sorter.m_InRenderedParticleCounts.Count();
+	u32 job = 0;
+	const auto nextCut = [&]
+	{ return job < m_JobCount ? u64(FirstUnitOfJob(m_FilledCount, job, m_JobCount)) : ~u64(0); };
+	SPage page;
+	for (; m_SortsTriangles || page.m_FirstRecord < m_FilledCount; _Leave(page))
+	{
+		if (page.m_Id == pageCount && m_SortsTriangles)
+			break;
+		if (page.m_Id == pageCount)
+			return false;
+		page.m_ParticleCount = 0;
+		const u32 renderedCount = m_Sorter.m_InRenderedParticleCounts[page.m_Id];
+		if (m_SortsTriangles)
+		{
+			const u32 width = m_Sorter.m_IndexPatternCollection[page.m_Id].Count();
+			if (renderedCount != 0 && (pages[page.m_Id].Empty() || width % 3 != 0 || width < 3))
+				return false;
+			if (u64(page.m_FirstVertex) + _VerticesPerParticle(page) > m_Sorter.m_VertexCount)
+				break; // this page and all later ones are dropped
+			if (renderedCount != 0 && _VerticesPerParticle(page) == 0)
+				return false;
+		}
+		_Enter(page);
+		if (page.m_ParticleCount == 0)
+			continue;
+
+		// A triangle sort offers a page that is cut with all its enabled bytes.
+		const u32 offeredCount = m_SortsTriangles ? page.m_ParticleCount : renderedCount;
+		const u64 stopRecord = page.m_FirstRecord + u64(page.m_ParticleCount) * _RecordsPerParticle(page);
+		TPageSource<_Element> source;
+		if (stopRecord > m_FilledCount ||
+			!source.Look(pages, m_Sorter.m_InEnableds, page.m_Id, offeredCount, page.m_ParticleCount))
+			return false;
+		const bool isOff = m_SortsTriangles && page.m_FirstRecord % kRecordsPerAccess != 0;
+		if (VX_ASSERTIONS && isOff)
+			return false; // records off a multiple of 16 bytes are reported
+
+		for (; nextCut() <= page.m_FirstRecord; ++job)
+			m_Shares[job].m_Page = page;
+		m_Shares[job - 1].m_HazardCount += source.m_IsSlow;
+
+		// Triangles are cut where the expansion's blocks are. With indices beyond 16 bits, what a block writes depends
+		// on where it starts.
+		const u32 perCut = !m_SortsTriangles                                           ? 1
+		                   : isOff && m_Sorter.m_IndexType == CSorter::IndexTypeUint16 ? ~0u
+		                                                                               : kRecordsPerSeam;
+		u32 cut = 0;
+		u32 offset = 0;
+		for (; nextCut() < stopRecord; ++job)
+		{
+			const u32 particle = (u32(nextCut()) - page.m_FirstRecord) / _RecordsPerParticle(page);
+			const u32 next = source.CutBefore(particle - particle % perCut, page.m_FirstRecord);
+			if (!source.m_IsCompacted)
+				offset = next;
+			else if (!source.Skip(next - cut, offset))
+				return false;
+			cut = next;
+			SShare &share = m_Shares[job];
+			share.m_Page = page;
+			share.m_FirstParticle = cut;
+			share.m_OffsetInPage = offset;
+		}
+	}
+	page.m_ParticleCount = 0;
+	for (; job <= m_JobCount; ++job)
+		m_Shares[job].m_Page = page;
+	m_FilledCount = page.m_FirstRecord;
+	return m_FilledCount != 0;
+}
+
+// The fill.
+
+// Writes records of a page, the first one for the particle at an offset. It is the fill of one page (FillByValue and
+// FillByDistance in mesh_triangle_sorter.cpp) for a part of the page.
+template<typename _VertexBases>
+static void FillPart(
+	const CRecordList &records, const TPageSource<float> &source, u32 offset, const _VertexBases &vertexBases)
+{
+	const auto valueBits = [](const float *value) { return LoadU32(value); };
+	if (source.m_IsCompacted)
+		WriteRecordsOfEnabled(
+			records, source.m_Elements.Slice(offset), source.m_Enableds.Slice(offset), valueBits, vertexBases);
+	else
+		WriteRecordsByValue(records, source.m_Elements.Slice(offset, records.Count()), vertexBases);
+}
+
+template<typename _VertexBases>
+static void FillPart(const CRecordList &records,
+	const TPageSource<CFloat3> &source,
+	u32 offset,
+	const CFloat3 &cameraPosition,
+	_VertexBases vertexBases)
+{
+	const CFloatModeScope floatMode;
+	const CCamera camera(cameraPosition);
+	if (source.m_IsCompacted)
+	{
+		const auto valueBits = [camera](const CFloat3 *p) { return camera.NegatedSquaredDistanceBits(p); };
+		return WriteRecordsOfEnabled(
+			records, source.m_Elements.Slice(offset), source.m_Enableds.Slice(offset), valueBits, vertexBases);
+	}
+	const u32 stride = source.m_Elements.Stride();
+	const u8 *positions = reinterpret_cast<const u8 *>(source.m_Elements.Data()) + ureg(offset) * stride;
+	SIndexAndDepth *record = records.Data();
+	u32 left = records.Count();
+	if (!Mem::IsAligned<0x10>(record))
+	{
+		FillOneByDistance(record++, positions, camera, vertexBases);
+		positions += stride;
+		--left;
+	}
+	WriteRecordsByDistance(record, positions, stride, left, camera, vertexBases);
+}
+
+// Calls fillPart(page, first, count, offset) for each page's part of a share, and keeps the span of its keys.
+template<typename _FillPart>
+void CSortJobs::_FillShare(u32 job, const _FillPart &fillPart)
+{
+	SShare &share = m_Shares[job];
+	const SShare &stop = m_Shares[job + 1];
+	const CJobScope scope(share.m_HazardCount);
+	SPage page = share.m_Page;
+	u32 first = share.m_FirstParticle;
+	u32 offset = share.m_OffsetInPage;
+	const auto isLeft = [&]
+	{ return page.m_Id < stop.m_Page.m_Id || (page.m_Id == stop.m_Page.m_Id && first < stop.m_FirstParticle); };
+	while (isLeft())
+	{
+		const u32 end = page.m_Id == stop.m_Page.m_Id ? stop.m_FirstParticle : page.m_ParticleCount;
+		if (first < end)
+			share.m_Span = share.m_Span.With(fillPart(page, first, end - first, offset));
+		_Leave(page);
+		first = offset = 0;
+		if (isLeft())
+			_Enter(page);
+	}
+}
+
+template<typename _Element, typename... _Camera>
+void CSortJobs::_FillPoints(const TPages<_Element> &pages, const _Camera &...camera)
+{
+	HazardsOf(
+		[&]
+		{
+			const CWarningBatch warnings;
+			for (u32 job = 0; job < m_JobCount; ++job)
+			{
+				for (u32 i = 0; i < m_Shares[job].m_HazardCount; ++i)
+					m_Sorter._WarnOfStride();
+			}
+		});
+	const bool hasList = m_Sorter.m_GeometryType != CSorter::GeometryConstant;
+	const u32 increment = m_Sorter.m_PrimiteVertexCount;
+	const auto fillPart = [&](const SPage &page, u32 first, u32 count, u32 offset)
+	{
+		TPageSource<_Element> source;
+		source.Look(pages, m_Sorter.m_InEnableds, page.m_Id, m_Sorter.m_InRenderedParticleCounts[page.m_Id],
+			page.m_ParticleCount);
+		const u32 record = page.m_FirstRecord + first;
+		const CRecordList records(m_Filled + record, count);
+		if (hasList)
+			FillPart(records, source, offset, camera...,
+				CVertexBases_List(m_Sorter.m_IndexList.Data() + record, m_Sorter.m_VertexCount));
+		else
+			FillPart(records, source, offset, camera...,
+				CVertexBases_Sequence(page.m_FirstVertex + first * increment, increment));
+		return SpanOf(records.Data(), count);
+	};
+	m_Jobs.Run(m_JobCount, [&](u32 job) { _FillShare(job, fillPart); });
+	if (m_FilledCount != m_RecordCount)
+		FillFarRecords(CRecordList(m_Filled + m_FilledCount, m_RecordCount - m_FilledCount));
+}
+
+// Says what pages have to say: what the steps of the sort tell of a page when there is nothing to do.
+template<typename _Index, typename _Element>
+void CSortJobs::_TellOfPages(_Index *triangles, const TPages<_Element> &pages)
+{
+	const CWarningBatch warnings;
+	const SPage &stop = m_Shares[m_JobCount].m_Page;
+	u32 job = 0;
+	for (SPage page; page.m_Id < stop.m_Id; _Leave(page))
+	{
+		_Enter(page);
+		if (page.m_ParticleCount == 0)
+			continue;
+		for (; job + 1 < m_JobCount; ++job)
+		{
+			const SShare &next = m_Shares[job + 1];
+			if (next.m_Page.m_Id > page.m_Id || (next.m_Page.m_Id == page.m_Id && next.m_FirstParticle != 0))
+				break;
+		}
+		TPageSource<_Element> source;
+		source.Look(pages, m_Sorter.m_InEnableds, page.m_Id, page.m_ParticleCount, page.m_ParticleCount);
+		if (source.m_IsSlow)
+			HazardsOf([&] { m_Sorter._WarnOfStride(); }); // counted when pages were shared out
+		const CRecordList records(m_Filled + page.m_FirstRecord, 0);
+		m_Shares[job].m_HazardCount += HazardsOf(
+			[&]
+			{
+				VX_PROFILE_SCOPE_COLOR(sizeof(_Index) == sizeof(u16) ? "ExpandIndices<u16>" : "ExpandIndices<u32>",
+					CFloat3(0.1f, 0.5f, 0.9f));
+				CSorter::_ExpandByWidth(m_Sorter.m_IndexPatternCollection[page.m_Id], records.Data(),
+					triangles + ureg(page.m_FirstRecord) * 3, 0);
+			});
+		CSorter::ExpandSortingIndirectionsListPoints_Triangles(
+			records, 0, _RecordsPerParticle(page), page.m_FirstRecord);
+	}
+}
+
+template<typename _Index, typename _Element, typename... _Camera>
+void CSortJobs::_FillTriangles(_Index *triangles, const TPages<_Element> &pages, const _Camera &...camera)
+{
+	_TellOfPages(triangles, pages);
+	const auto fillPart = [&](const SPage &page, u32 first, u32 count, u32 offset)
+	{
+		TPageSource<_Element> source;
+		source.Look(pages, m_Sorter.m_InEnableds, page.m_Id, page.m_ParticleCount, page.m_ParticleCount);
+		const u32 vertexCount = _VerticesPerParticle(page);
+		const u32 recordsPerParticle = _RecordsPerParticle(page);
+		const u32 firstTriangle = page.m_FirstRecord + first * recordsPerParticle;
+		SIndexAndDepth *const particles = m_Filled + page.m_FirstRecord + first;
+		FillPart(CRecordList(particles, count), source, offset, camera...,
+			CVertexBases_Sequence(page.m_FirstVertex + first * vertexCount, vertexCount));
+		const SKeySpan span = SpanOf(particles, count);
+		CSorter::_ExpandByWidth(
+			m_Sorter.m_IndexPatternCollection[page.m_Id], particles, triangles + ureg(firstTriangle) * 3, count);
+		for (u32 triangle = 0; triangle < recordsPerParticle; ++triangle)
+			WriteTriangleBlock(particles, particles + ureg(triangle) * page.m_ParticleCount, count,
+				firstTriangle + triangle, recordsPerParticle);
+		return span;
+	};
+	m_Jobs.Run(m_JobCount, [&](u32 job) { _FillShare(job, fillPart); });
+}
+
+// The sort and the output.
+
+void CSortJobs::_Split()
+{
+	SKeySpan span;
+	for (u32 job = 0; job < m_JobCount; ++job)
+		span = span.With(m_Shares[job].m_Span);
+	if (m_FilledCount != m_RecordCount)
+		span = span.With({SValueKey::kFar, SValueKey::kFar});
+	m_Split.Split(span);
+}
+
+// Sorts the parts, and hands each stretch of sorted records to write(first, count) as soon as there is one: numbers of
+// records in the output, of which there are writeCount. The skippedCount records before them are not written. Each job
+// writes from front to back. The records around a seam between two jobs are written here, when both have ended.
+template<typename _Write>
+void CSortJobs::_SortAndWrite(u32 skippedCount, u32 writeCount, u32 hazardCount, const _Write &write) const
+{
+	const auto inOutput = [&](u32 part)
+	{
+		const u32 record = m_Split.FirstRecordOfPart(part);
+		return record < skippedCount ? 0 : std::min(record - skippedCount, writeCount);
+	};
+	// Of what a job can write up to a record, whole seams; and where its own output starts.
+	const auto seamBefore = [&](u32 place) { return place == writeCount ? place : place - place % kRecordsPerSeam; };
+	const auto startOf = [&](u32 job)
+	{
+		const u64 place = inOutput(m_Split.FirstPartOfJob(job));
+		return u32(std::min<u64>((place + kRecordsPerSeam - 1) / kRecordsPerSeam * kRecordsPerSeam, writeCount));
+	};
+	const auto endOf = [&](u32 job) { return seamBefore(inOutput(m_Split.FirstPartOfJob(job + 1))); };
+
+	m_Jobs.Run(m_JobCount,
+		[&](u32 job)
+		{
+			const CJobScope scope(job == 0 ? hazardCount : 0);
+			const u32 partEnd = m_Split.FirstPartOfJob(job + 1);
+			u32 written = startOf(job);
+			for (u32 part = m_Split.FirstPartOfJob(job); part < partEnd; ++part)
+			{
+				m_Split.SortPart(part, job);
+				const u32 ready = seamBefore(inOutput(part + 1));
+				if (ready > written)
+				{
+					write(written, ready - written);
+					written = ready;
+				}
+			}
+		});
+
+	const CJobScope scope(0);
+	u32 written = 0;
+	for (u32 job = 0; job < m_JobCount; ++job)
+	{
+		if (endOf(job) <= startOf(job))
+			continue;
+		if (startOf(job) > written)
+			write(written, startOf(job) - written);
+		written = endOf(job);
+	}
+	if (writeCount > written)
+		write(written, writeCount - written);
+}
+} // namespace Vexmoor
