@@ -152,6 +152,24 @@ SQuadCall RandomCall(u32 quadCount, u32 rest, u32 recordCount, u32 seed)
 	return call;
 }
 
+// The same with any bits for centres and camera: NaNs of both signs, infinities and denormals among them.
+SQuadCall RandomCallOfAnyBits(u32 quadCount, u32 recordCount, u32 seed)
+{
+	SQuadCall call = RandomCall(quadCount, 0, recordCount, seed);
+	Model::CRandom random(seed);
+	const auto anyBits = [&random]
+	{
+		constexpr u32 kExponentBits = 0x7F800000u;
+		const u32 bits = random.Next();
+		return random.Below(4) != 0 ? bits : random.Below(2) != 0 ? bits | kExponentBits : bits & ~kExponentBits;
+	};
+	for (SFloat4 &center : call.m_Centers)
+		center = {anyBits(), anyBits(), anyBits(), anyBits()};
+	if (seed % 2 != 0)
+		call.m_Camera = {anyBits(), anyBits(), anyBits()};
+	return call;
+}
+
 template<typename _Index>
 class ExpandQuadsTest : public testing::Test
 {
@@ -179,6 +197,32 @@ TYPED_TEST(ExpandQuadsTest, 1To16QuadsEveryRest_WritesLikeTheModel)
 			EXPECT_EQ(ExpandQuads<TypeParam>(call), FromModel<TypeParam>(call))
 				<< quadCount << " quads and " << rest << " entries, seed " << seed;
 		}
+	}
+}
+
+// Particles are put in order sixteen at a time, or as many as a register has lanes.
+TYPED_TEST(ExpandQuadsTest, EveryCountOfRecordsUpTo50_WritesLikeTheModel)
+{
+	const CExpectReports none;
+	for (const u32 quadCount : {1u, 2u, 3u, 4u, 7u, 15u})
+	{
+		for (u32 recordCount = 1; recordCount <= 50; ++recordCount)
+		{
+			SQuadCall call = RandomCall(quadCount, recordCount % 3, recordCount, recordCount);
+			call.m_DstAddress = recordCount * sizeof(TypeParam) % 16;
+			EXPECT_EQ(ExpandQuads<TypeParam>(call), FromModel<TypeParam>(call))
+				<< quadCount << " quads, " << recordCount << " records";
+		}
+	}
+}
+
+TYPED_TEST(ExpandQuadsTest, CentersOfAnyBits_WritesLikeTheModel)
+{
+	const CExpectReports none;
+	for (u32 seed = 1; seed <= 150; ++seed)
+	{
+		const SQuadCall call = RandomCallOfAnyBits(1 + seed % 15, 1 + seed % 40, seed);
+		EXPECT_EQ(ExpandQuads<TypeParam>(call), FromModel<TypeParam>(call)) << "seed " << seed;
 	}
 }
 
@@ -386,6 +430,21 @@ TYPED_TEST(ExpandQuadsTest, CenterOutOfView_ReportedAndRunOn)
 	SQuadCall call = OneParticle({At(1), At(2), At(3)});
 	call.m_CentersOutOfView = 2;
 	EXPECT_EQ(ExpandQuads<TypeParam>(call), QuadsInOrder({2, 1, 0}));
+}
+
+TYPED_TEST(ExpandQuadsTest, CentersOutOfViewOfManyRecords_EachReportedOnce)
+{
+	// Particle 9 is in view but for its last two quads, and the ten after it are not.
+	constexpr u32 kInView = 10;
+	constexpr u32 kRecords = 40;
+	SQuadCall call = RandomCall(3, 0, kRecords, 11);
+	call.m_Vpp = 4;
+	call.m_CentersOutOfView = u32(call.m_Centers.size()) - ((kInView - 1) * 16 + 1);
+	for (u32 r = 0; r < kRecords; ++r)
+		call.m_Records[r].m_Index = r * 7 % 20 * 4;
+	const u32 outOfView = 2 * (2 + 10 * 3); // every particle has two records
+	const CExpectReports reports(std::vector<std::string>(outOfView, "index < m_Count"));
+	EXPECT_EQ(ExpandQuads<TypeParam>(call), FromModel<TypeParam>(call));
 }
 
 TYPED_TEST(ExpandQuadsTest, MoreThan16Quads_ReportedAndNothingOutsideIsTouched)

@@ -145,6 +145,16 @@
 	#define VX_PREFETCH_TO_WRITE(_address) __builtin_prefetch(_address, 1)
 #endif
 
+/// Asks the processor for the cache line at an address, which is read soon. Any address will do.
+#if VX_COMPILER_MSVC && VX_X86
+	#define VX_PREFETCH_TO_READ(_address) \
+		_mm_prefetch(static_cast<const char *>(static_cast<const void *>(_address)), _MM_HINT_T0)
+#elif VX_COMPILER_MSVC
+	#define VX_PREFETCH_TO_READ(_address) __prefetch(_address)
+#else
+	#define VX_PREFETCH_TO_READ(_address) __builtin_prefetch(_address)
+#endif
+
 /// Lets the processor begin no load behind this before all stores ahead know their addresses, where it can be told so.
 /// Processors guess whether a load reads what a store ahead is about to write, and start over if the guess was wrong.
 /// It pays between a loop that stores to computed addresses and one that reads the few records that were stored.

@@ -396,7 +396,9 @@ public:
 	/// quadCenters   16 slots per particle, the particle's number being m_Index / vpp
 	/// dstPrims      primCount * width indices
 	/// vpp           vertices per particle, not 0 where there is a quad
-	/// Slow on purpose, and says so once per call site.
+	/// Reads          x, y and z of each quad's centre, unless there is one quad alone, and sorts the quads of many
+	///                particles at once. Ordinary stores, no fence.
+	/// Reports        a log-once warning at every call: without quad centres a sort takes less.
 	static void ExpandAndSortIndices(const TMemoryView<const u32> &indexPattern,
 		const TMemoryView<const CFloat4> &quadCenters,
 		const CFloat3 &cameraPosition,

@@ -26,6 +26,8 @@
 //
 //   Load(p), Store(p, r)    a whole register
 //   LoadGroups(p, stride)   16 bytes for each group, group i from p + i * stride
+//   LoadGroupsFrom(p, offset)
+//                           16 bytes for each group, group i from the address p[4 * i] + offset
 //   LoadTriples(p, x, y, z) packed triples of 12 bytes each, one for each lane, as three registers
 //   LoadEvenLanes(p)        lanes 0, 2, 4, ... of two registers' bytes
 //   StorePairs<upperFirst>(p, a, b)
@@ -39,6 +41,7 @@
 //   LessUnsigned(a, b)      the mask of lanes where a < b, as unsigned numbers
 //   Select(mask, a, b)      lanes of a where mask says so, else of b
 //   Where(mask, a)          lanes of a where mask says so, else 0
+//   SortTwo(a, b)           in place, in every lane: the lower of both to a, the higher one to b, as signed numbers
 //   Any(mask)               whether it says so of any lane
 //   ShiftRightSigned<count>
 //

@@ -40,6 +40,11 @@ struct SLanesAvx2
 		const __m256i first = _mm256_castsi128_si256(SLanesSse2::Load(p));
 		return _mm256_inserti128_si256(first, SLanesSse2::Load(p + stride), 1);
 	}
+	static VX_INLINE Register LoadGroupsFrom(const u8 *const *p, ureg offset)
+	{
+		const __m256i first = _mm256_castsi128_si256(SLanesSse2::Load(p[0] + offset));
+		return _mm256_inserti128_si256(first, SLanesSse2::Load(p[4] + offset), 1);
+	}
 	static VX_INLINE void LoadTriples(const u8 *p, Register &x, Register &y, Register &z)
 	{
 		LoadTriplesInGroups<SLanesAvx2>(p, x, y, z);
@@ -111,6 +116,12 @@ struct SLanesAvx2
 	static VX_INLINE Register Where(Mask mask, Register a) { return _mm256_and_si256(mask, a); }
 	static VX_INLINE bool Any(Mask mask) { return !AllZero(mask); }
 	static VX_INLINE Mask GreaterSigned(Register a, Register b) { return _mm256_cmpgt_epi32(a, b); }
+	static VX_INLINE void SortTwo(Register &a, Register &b)
+	{
+		const __m256i lower = _mm256_min_epi32(a, b);
+		b = _mm256_max_epi32(a, b);
+		a = lower;
+	}
 	template<u32 _Count>
 	static VX_INLINE Register ShiftRightSigned(Register r)
 	{

@@ -111,6 +111,12 @@ struct SLanesNeon : TOneGroup<SLanesNeon>
 	{
 		return vcgtq_s32(vreinterpretq_s32_u32(a), vreinterpretq_s32_u32(b));
 	}
+	static VX_INLINE void SortTwo(Register &a, Register &b)
+	{
+		const int32x4_t signedA = vreinterpretq_s32_u32(a), signedB = vreinterpretq_s32_u32(b);
+		a = vreinterpretq_u32_s32(vminq_s32(signedA, signedB));
+		b = vreinterpretq_u32_s32(vmaxq_s32(signedA, signedB));
+	}
 	static VX_INLINE Mask LessUnsigned(Register a, Register b) { return vcltq_u32(a, b); }
 	static VX_INLINE Register EqualBytes(Register a, Register b)
 	{

@@ -66,6 +66,7 @@ struct TOneGroup
 	static constexpr u32 kLanes = 4 * kGroups;
 
 	static VX_INLINE auto LoadGroups(const u8 *p, ureg) { return _Lanes::Load(p); }
+	static VX_INLINE auto LoadGroupsFrom(const u8 *const *p, ureg offset) { return _Lanes::Load(*p + offset); }
 	template<typename _Register>
 	static VX_INLINE void LoadTriples(const u8 *p, _Register &x, _Register &y, _Register &z)
 	{

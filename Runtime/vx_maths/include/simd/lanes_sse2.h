@@ -112,6 +112,13 @@ struct SLanesSse2 : TOneGroup<SLanesSse2>
 	static VX_INLINE Register Where(Mask mask, Register a) { return _mm_and_si128(mask, a); }
 	static VX_INLINE bool Any(Mask mask) { return _mm_movemask_epi8(mask) != 0; }
 	static VX_INLINE Mask GreaterSigned(Register a, Register b) { return _mm_cmpgt_epi32(a, b); }
+	/// Lanes in the wrong order are exchanged: by the bits in which they differ.
+	static VX_INLINE void SortTwo(Register &a, Register &b)
+	{
+		const __m128i exchanged = _mm_and_si128(_mm_cmpgt_epi32(a, b), _mm_xor_si128(a, b));
+		a = _mm_xor_si128(a, exchanged);
+		b = _mm_xor_si128(b, exchanged);
+	}
 	static VX_INLINE Register EqualBytes(Register a, Register b) { return _mm_cmpeq_epi8(a, b); }
 	template<u32 _Count>
 	static VX_INLINE Register ShiftLeft(Register r)

@@ -85,6 +85,12 @@ struct SLanesWasm : TOneGroup<SLanesWasm>
 	static VX_INLINE Register Where(Mask mask, Register a) { return wasm_v128_and(mask, a); }
 	static VX_INLINE bool Any(Mask mask) { return wasm_v128_any_true(mask); }
 	static VX_INLINE Mask GreaterSigned(Register a, Register b) { return wasm_i32x4_gt(a, b); }
+	static VX_INLINE void SortTwo(Register &a, Register &b)
+	{
+		const v128_t lower = wasm_i32x4_min(a, b);
+		b = wasm_i32x4_max(a, b);
+		a = lower;
+	}
 	static VX_INLINE Mask LessUnsigned(Register a, Register b) { return wasm_u32x4_lt(a, b); }
 	static VX_INLINE Register EqualBytes(Register a, Register b) { return wasm_i8x16_eq(a, b); }
 	template<u32 _Count>

@@ -2,24 +2,125 @@
 
 // The expansion of records whose quads are put in order inside each particle. Nothing here reports but the views that
 // it indexes.
+//
+// Particles go in blocks: the centres of a block are located, the kernel sorts each particle's quads (pv_quads.h), and
+// the quads are written, particle after particle. The next block is located before this one is sorted. Records in depth
+// order name particles in no order of memory, so locating also fetches the cache lines of the centres.
 
 #include "ge_mesh_triangle_sorter.h"
+
+#include "simd/lanes.h"
 
 #include "kr_memoryviews.h"
 
 #include "pv_camera.h"
 #include "pv_depth_keys.h"
+#include "pv_fill_groups.h"
 #include "pv_float_mode.h"
+#include "pv_mesh_triangle_sorter.h"
+#include "pv_quads.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
 
 namespace Vexmoor
 {
-constexpr u32 kIndicesPerQuad = 6;
-constexpr u32 kQuadSlotsPerParticle = 16; // a key carries its quad's number in 4 bits
-constexpr u32 kQuadNumberMask = kQuadSlotsPerParticle - 1;
+typedef TMemoryView<const CFloat4> CQuadCenters;
 
-// One key per quad of a particle. More quads than slots are reported, and share slots: their order means nothing, but
-// no memory outside is touched.
-class CQuadKeys
+// Batcher's merge exchange (D. Knuth, "The Art of Computer Programming" 3, 5.2.2, algorithm M) of some quads. The pairs
+// of four:
+//
+//   row 0   o-----o-----------
+//   row 1   |  o--o-----o-----
+//   row 2   o--|-----o--o-----
+//   row 3      o-----o--------
+constexpr SQuadNetwork MakeQuadNetwork(u32 quadCount)
+{
+	constexpr u32 kHalf = kQuadSlotsPerParticle / 2;
+	SQuadNetwork network = {};
+	network.m_QuadCount = quadCount;
+	for (u32 step = kHalf; step != 0; step /= 2)
+	{
+		u32 phase = 0;
+		u32 distance = step;
+		for (u32 reach = kHalf;; reach /= 2)
+		{
+			for (u32 row = 0; row + distance < quadCount; ++row)
+			{
+				if ((row & step) == phase)
+					network.m_Pairs[network.m_PairCount++] = {u8(row), u8(row + distance)};
+			}
+			if (reach == step)
+				break;
+			distance = reach - step;
+			phase = step;
+		}
+	}
+	return network;
+}
+
+struct SQuadNetworks
+{
+	SQuadNetwork m_OfCount[kQuadSlotsPerParticle + 1];
+};
+constexpr SQuadNetworks MakeQuadNetworks()
+{
+	SQuadNetworks networks = {};
+	for (u32 quadCount = 0; quadCount <= kQuadSlotsPerParticle; ++quadCount)
+		networks.m_OfCount[quadCount] = MakeQuadNetwork(quadCount);
+	return networks;
+}
+static constexpr SQuadNetworks kQuadNetworks = MakeQuadNetworks();
+
+// Up to kQuadBlockCount particles, in the order of their records.
+class CQuadBlock
+{
+public:
+	// Looks up where the centres of each record's particle are. A report names each centre that lies outside the view.
+	template<typename _Index>
+	VX_WRAPS VX_INLINE void Locate(
+		const SIndexAndDepth *records, u32 recordCount, const CQuadCenters quadCenters, u32 quadCount, u32 vpp)
+	{
+		constexpr u32 kLineInBytes = 64;
+		m_Count = recordCount;
+		for (u32 i = 0; i < recordCount; ++i)
+		{
+			const _Index id = _Index(records[i].m_Index);
+			const u32 firstSlot = id / vpp * kQuadSlotsPerParticle;
+			for (u32 quadId = 0; quadId < quadCount; ++quadId)
+				static_cast<void>(quadCenters.AddressOf(firstSlot + quadId));
+			const u8 *const centers = reinterpret_cast<const u8 *>(quadCenters.Data() + firstSlot);
+			for (u32 byte = 0; byte < quadCount * kQuadCenterInBytes; byte += kLineInBytes)
+				VX_PREFETCH_TO_READ(centers + byte);
+			m_FirstVertices[i] = id;
+			m_Centers[i] = centers;
+		}
+		for (u32 i = recordCount; i < kQuadBlockCount; ++i)
+			m_Centers[i] = m_Centers[recordCount - 1];
+	}
+
+	u32 Count() const { return m_Count; }
+	const u8 *const *Centers() const { return m_Centers; }
+	u32 FirstVertex(u32 particle) const { return m_FirstVertices[particle]; }
+
+private:
+	u32 m_Count;
+	u32 m_FirstVertices[kQuadBlockCount];
+	const u8 *m_Centers[kQuadBlockCount];
+};
+
+// Writes one quad: each of its entries plus the particle's first vertex, in an ordinary store of its own.
+template<typename _Index>
+VX_WRAPS static VX_INLINE void WriteQuad(volatile _Index *dst, const u32 *entries, u32 firstVertex)
+{
+	for (u32 i = 0; i < kIndicesPerQuad; ++i)
+		dst[i] = _Index(entries[i] + firstVertex);
+}
+
+// One key per quad of a particle with more quads than slots. Quads beyond the slots are reported, and share slots:
+// their order means nothing, but no memory outside is touched.
+class CTooManyQuadKeys
 {
 public:
 	u32 &operator[](u32 quadId)
@@ -32,53 +133,99 @@ private:
 	u32 m_Keys[kQuadSlotsPerParticle];
 };
 
-// Ascending keys draw the farthest quad first; quads at equal distance keep their order, as their numbers do.
-static void SortQuads(CQuadKeys &cameraDist, u32 quadCount)
-{
-	for (u32 quadId = 1; quadId < quadCount; ++quadId)
-	{
-		const u32 temp = cameraDist[quadId];
-		u32 j = quadId;
-		for (; j > 0 && cameraDist[j - 1] > temp; --j)
-			cameraDist[j] = cameraDist[j - 1];
-		cameraDist[j] = temp;
-	}
-}
-
+// One particle after the other, with a check of every key that is accessed: for what it reports.
 template<typename _Index>
-VX_WRAPS static void ExpandWithSortedQuads(const TMemoryView<const u32> &indexPattern,
-	const TMemoryView<const CFloat4> &quadCenters,
+VX_WRAPS static void ExpandWithTooManyQuads(const TMemoryView<const u32> &indexPattern,
+	const CQuadCenters &quadCenters,
 	const CFloat3 &cameraPosition,
 	const SIndexAndDepth *__restrict it,
 	volatile _Index *__restrict dstPrims,
 	u32 primCount,
 	u32 vpp)
 {
-	const CFloatModeScope floatMode;
 	const CCamera camera(cameraPosition);
 	const u32 patternWidth = indexPattern.Count();
 	const u32 quadCount = patternWidth / kIndicesPerQuad;
-	CQuadKeys cameraDist;
+	CTooManyQuadKeys cameraDist;
 	for (; primCount != 0; --primCount)
 	{
 		const _Index id = _Index((it++)->m_Index);
-		const u32 firstSlot = quadCount != 0 ? id / vpp * kQuadSlotsPerParticle : 0;
 		for (u32 quadId = 0; quadId < quadCount; ++quadId)
 		{
-			const CFloat4 &quadCenter = quadCenters[firstSlot + quadId];
+			const CFloat4 &quadCenter = quadCenters[id / vpp * kQuadSlotsPerParticle + quadId];
 			const u32 key = SDistanceKey::FromBits(camera.SquaredDistanceBits(quadCenter.Data()));
 			cameraDist[quadId] = (key & ~kQuadNumberMask) | quadId;
 		}
-		SortQuads(cameraDist, quadCount);
-
+		for (u32 quadId = 1; quadId < quadCount; ++quadId)
+		{
+			const u32 temp = cameraDist[quadId];
+			u32 j = quadId;
+			for (; j > 0 && cameraDist[j - 1] > temp; --j)
+				cameraDist[j] = cameraDist[j - 1];
+			cameraDist[j] = temp;
+		}
 		for (u32 quadId = 0; quadId < quadCount; ++quadId)
 		{
 			const u32 sortedQuadId = cameraDist[quadId] & kQuadNumberMask;
 			for (u32 vId = 0; vId < kIndicesPerQuad; ++vId)
-				dstPrims[quadId * kIndicesPerQuad + vId] =
-					_Index(indexPattern[sortedQuadId * kIndicesPerQuad + vId] + id);
+				*dstPrims++ = _Index(indexPattern[sortedQuadId * kIndicesPerQuad + vId] + id);
 		}
-		dstPrims += patternWidth;
+		dstPrims += patternWidth % kIndicesPerQuad;
+	}
+}
+
+// Entries beyond the last whole quad are skipped, and their place in the output is left as it is.
+template<typename _Index>
+static void ExpandWithSortedQuads(const TMemoryView<const u32> &indexPattern,
+	const CQuadCenters &quadCenters,
+	const CFloat3 &cameraPosition,
+	const SIndexAndDepth *__restrict it,
+	volatile _Index *__restrict dstPrims,
+	u32 primCount,
+	u32 vpp)
+{
+	const u32 patternWidth = indexPattern.Count();
+	const u32 quadCount = patternWidth / kIndicesPerQuad;
+	if (quadCount == 0)
+		return; // vpp may be 0 then
+	const CFloatModeScope floatMode;
+	if (quadCount > kQuadSlotsPerParticle)
+		return ExpandWithTooManyQuads(indexPattern, quadCenters, cameraPosition, it, dstPrims, primCount, vpp);
+
+	const SQuadKernels &kernels = FillKernels().m_Quads;
+	const SQuadNetwork &network = kQuadNetworks.m_OfCount[quadCount];
+	const u32 *const pattern = &indexPattern[0];
+	const CFloat3 camera = cameraPosition;
+	const bool oneQuad = network.m_PairCount == 0; // which needs no distance: its number, 0, is its key
+	SQuadKeyRows rows;
+	if (oneQuad)
+		std::fill(std::begin(rows.m_Keys[0]), std::end(rows.m_Keys[0]), 0);
+	CQuadBlock blocks[2];
+	CQuadBlock *block = &blocks[0];
+	CQuadBlock *nextBlock = &blocks[1];
+	block->Locate<_Index>(it, std::min(primCount, kQuadBlockCount), quadCenters, quadCount, vpp);
+	for (;;)
+	{
+		it += block->Count();
+		primCount -= block->Count();
+		if (primCount != 0)
+			nextBlock->Locate<_Index>(it, std::min(primCount, kQuadBlockCount), quadCenters, quadCount, vpp);
+
+		if (!oneQuad)
+			kernels.m_Sort(block->Centers(), block->Count(), network, camera.Data(), rows);
+		for (u32 particle = 0; particle < block->Count(); ++particle)
+		{
+			for (u32 i = 0; i < quadCount; ++i)
+			{
+				const u32 quadId = rows.m_Keys[i][particle] & kQuadNumberMask;
+				WriteQuad(
+					dstPrims + i * kIndicesPerQuad, pattern + quadId * kIndicesPerQuad, block->FirstVertex(particle));
+			}
+			dstPrims += patternWidth;
+		}
+		if (primCount == 0)
+			return;
+		std::swap(block, nextBlock);
 	}
 }
 } // namespace Vexmoor

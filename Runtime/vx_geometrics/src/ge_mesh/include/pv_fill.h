@@ -9,6 +9,7 @@
 #include "vx_defs.h"
 
 #include "pv_mesh_triangle_sorter.h"
+#include "pv_quads.h"
 
 namespace Vexmoor
 {
@@ -132,6 +133,7 @@ struct SFillKernels
 {
 	TFillKernels<CVertexBases_Sequence> m_Sequence;
 	TFillKernels<CVertexBases_List> m_List;
+	SQuadKernels m_Quads;
 
 	const TFillKernels<CVertexBases_Sequence> &For(const CVertexBases_Sequence &) const { return m_Sequence; }
 	const TFillKernels<CVertexBases_List> &For(const CVertexBases_List &) const { return m_List; }

@@ -9,6 +9,7 @@
 
 #include "pv_depth_keys.h"
 #include "pv_fill.h"
+#include "pv_quad_kernels.h"
 
 namespace Vexmoor
 {
@@ -320,7 +321,7 @@ template<typename _VertexBases, typename... _Lanes>
 constexpr TFillKernels<_VertexBases> kFillKernelsFor = {
 	&FillByDistanceInLanes<_VertexBases, _Lanes...>, &FillByValueInLanes<_VertexBases, _Lanes...>};
 
-template<typename... _Lanes>
-constexpr SFillKernels kFillKernelsInLanes = {
-	kFillKernelsFor<CVertexBases_Sequence, _Lanes...>, kFillKernelsFor<CVertexBases_List, _Lanes...>};
+template<typename _Widest, typename... _Lanes>
+constexpr SFillKernels kFillKernelsInLanes = {kFillKernelsFor<CVertexBases_Sequence, _Widest, _Lanes...>,
+	kFillKernelsFor<CVertexBases_List, _Widest, _Lanes...>, kQuadKernelsFor<typename _Widest::Gathering>};
 } // namespace Vexmoor
