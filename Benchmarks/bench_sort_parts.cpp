@@ -43,7 +43,7 @@ namespace
 			function(i);
 	}
 
-	// The histograms of three digits. With narrow counters, records take turns at two of the top digit.
+	// The histograms of three digits. Records take turns at two of the top digit.
 	template<typename _Counter>
 	class CHistograms
 	{
@@ -53,7 +53,7 @@ namespace
 		void Count(const SIndexAndDepth *records, u32 count)
 		{
 			_Counter *const counters = m_Counters.Data();
-			_Counter *const oddCounters = counters + (kTakesTurns ? kCounters : 2 * kHistogramStride);
+			_Counter *const oddCounters = counters + kCounters;
 			ForEach(count,
 				[=](u32 i)
 				{
@@ -70,18 +70,17 @@ namespace
 			_Counter *const topCounters = counters + 2 * kHistogramStride;
 			CSort::SumCounters<11>(counters);
 			CSort::SumCounters<11>(counters + kHistogramStride);
-			SortLanes::SumSparseCounters(topCounters, kTakesTurns ? counters + kCounters : nullptr, kDigits[2]);
+			SortLanes::SumSparseCounters(topCounters, counters + kCounters, kDigits[2]);
 		}
 
 		_Counter *OfPass(u32 pass) { return m_Counters.Data() + pass * kHistogramStride; }
 
 	private:
 		typedef TRadixSort<Sort_InBuffer> CSort;
-		static constexpr bool kTakesTurns = sizeof(_Counter) < 4;
 
 		static void CountOne(_Counter &counter) { counter = _Counter(counter + 1); }
 
-		CBuffer<_Counter> m_Counters{kCounters + (kTakesTurns ? kDigits[2] : 0)};
+		CBuffer<_Counter> m_Counters{kCounters + kDigits[2]};
 	};
 
 	// One call at a time, since counters that have been summed are no histogram any more, and in the first cache, where

@@ -193,6 +193,189 @@ TEST(RadixSort, SizesAroundEveryCounterWidth_MatchStableSort)
 	}
 }
 
+// A pass whose records share their digit moves them in one block. One record alone has another digit: the first, whose
+// digit is the one that is asked for, the last, or one between them. Where 8 or 16 bits count all records, they wrap to 0.
+TEST(RadixSort, DigitOfAllRecordsButOne_MatchesStableSort)
+{
+	for (const u32 count : {110u, 111u, 255u, 256u, 257u, 1000u, 65535u, 65536u, 65537u})
+	{
+		for (const u32 key : {0u, 0x9F000000u, 0xFFFFFFFFu})
+		{
+			for (const u32 bit : {0u, 10u, 11u, 21u, 22u, 31u})
+			{
+				SCOPED_TRACE(::testing::Message() << count << " records, key " << key << ", bit " << bit);
+				for (const u32 place : {0u, 1u, count / 2, count - 2, count - 1})
+				{
+					std::vector<u32> keys(count, key);
+					keys[place] ^= 1u << bit;
+					ExpectStablySorted(RecordsOfKeys(keys));
+				}
+				if (HasFailure())
+					return;
+			}
+		}
+	}
+}
+
+// Records share one digit or two, and are mixed in the others.
+TEST(RadixSort, DigitsThatAllRecordsShare_MatchStableSort)
+{
+	constexpr u32 kDigits[] = {0x000007FFu, 0x003FF800u, 0xFFC00000u};
+	for (const u32 count : {110u, 256u, 257u, 1003u, 65536u, 65539u})
+	{
+		for (u32 mixed = 1; mixed < 8; ++mixed)
+		{
+			SCOPED_TRACE(::testing::Message() << count << " records, mixed digits " << mixed);
+			u32 mask = 0;
+			for (u32 digit = 0; digit < 3; ++digit)
+				mask |= (mixed >> digit & 1) != 0 ? kDigits[digit] : 0;
+			CRecords records = RandomRecords(count, mask, count + mixed);
+			for (Model::SRecord &record : records)
+				record.m_Key |= 0x55555555u & ~mask;
+			ExpectStablySorted(records);
+		}
+	}
+}
+
+namespace
+{
+// Runs of equal keys, each from 1 to maxLength records long. The keys are of the bits in mask.
+CRecords RecordsInRuns(u32 count, u32 maxLength, u32 mask, std::uint64_t seed)
+{
+	Model::CRandom random(seed);
+	std::vector<u32> keys;
+	while (keys.size() < count)
+		keys.insert(keys.end(), random.Next() % maxLength + 1, random.Next() & mask);
+	keys.resize(count);
+	return RecordsOfKeys(keys);
+}
+} // namespace
+
+// Runs are moved 8 records at a time, where 8 in a row share a digit. Their ends lie anywhere among these steps.
+TEST(RadixSort, RunsOfAnyLength_MatchStableSort)
+{
+	for (const u32 count : {110u, 256u, 257u, 263u, 264u, 1000u, 4099u, 65536u, 65537u, 70001u})
+	{
+		for (const u32 maxLength : {1u, 7u, 8u, 9u, 24u, 100u, 3000u})
+		{
+			SCOPED_TRACE(::testing::Message() << count << " records in runs of up to " << maxLength);
+			for (const u32 mask : {0xFFFFFFFFu, 0x003FFFFFu, 0x00000FFFu, 0xC0000401u})
+				ExpectStablySorted(RecordsInRuns(count, maxLength, mask, count + maxLength));
+			if (HasFailure())
+				return;
+		}
+	}
+}
+
+TEST(RadixSort, RunsBeyondTheCaches_MatchStableSort)
+{
+	ExpectStablySorted(RecordsInRuns(2200013, 300, 0xFFFFFFFFu, 1));
+}
+
+// Equal runs of 8 begin at every multiple of 8 and beside it, whatever the steps: a record is lost or doubled if a step is
+// taken for equal that is not.
+TEST(RadixSort, OneKeyAmongEqualOnes_IsFoundInEveryPlaceOfAStep)
+{
+	for (const u32 count : {264u, 65600u})
+	{
+		for (u32 place = 128; place < 128 + 17; ++place)
+		{
+			SCOPED_TRACE(::testing::Message() << count << " records, place " << place);
+			for (const u32 key : {0u, 1u, 0x800u, 0x00400000u, 0xFFFFFFFFu})
+			{
+				std::vector<u32> keys(count, 0x40000801u);
+				keys[count - 1] = 0x40001003u; // no digit is shared by all
+				keys[count - 2] = 0x80001003u;
+				keys[place] = key;
+				ExpectStablySorted(RecordsOfKeys(keys));
+			}
+		}
+	}
+}
+
+// A few records are looked at before all are counted, and say how. What they say may hold for no other record.
+TEST(RadixSort, LooksThatMislead_MatchStableSort)
+{
+	for (const u32 count : {257u, 1024u, 5000u, 65537u})
+	{
+		SCOPED_TRACE(count);
+		CRecords alike = RandomRecords(count, 0xFFFFFFFFu, count);
+		CRecords different(RecordsInRuns(count, 500, 0xFFFFFFFFu, count));
+		const u32 distance = std::max(64u, count / 16);
+		for (u32 look = 0; look + 8 <= count; look += distance)
+		{
+			for (u32 i = look; i < look + 8; ++i)
+			{
+				alike[i].m_Key = 0x12345678u;
+				different[i].m_Key = i * 2654435761u;
+			}
+		}
+		ExpectStablySorted(alike);
+		ExpectStablySorted(different);
+	}
+}
+
+// Nearly sorted: consecutive records share their top digit but for a few, and count it together.
+TEST(RadixSort, NearlySortedKeys_MatchStableSort)
+{
+	for (const u32 count : {257u, 1000u, 65536u, 65537u, 131072u})
+	{
+		SCOPED_TRACE(count);
+		Model::CRandom random(count);
+		std::vector<u32> keys(count);
+		for (u32 i = 0; i < count; ++i)
+			keys[i] = 0x40000000u + u32(std::uint64_t(i) * 0x08000000u / count) + random.Next() % 0x00040000u;
+		ExpectStablySorted(RecordsOfKeys(keys));
+	}
+}
+
+namespace
+{
+// Ten bytes at even addresses: an array of them may begin where no counter of 32 bits could.
+struct SPacked
+{
+	u16 m_KeyLow, m_KeyHigh, m_IndexLow, m_IndexHigh, m_Rest;
+};
+static_assert(sizeof(SPacked) == 10 && alignof(SPacked) == 2, "no room is lost");
+
+struct SKeyOfPacked
+{
+	typedef u32 SortKeyType;
+	static u32 ExtractKey(const SPacked &record) { return u32(record.m_KeyHigh) << 16 | record.m_KeyLow; }
+};
+} // namespace
+
+// Counters that lie in the output are aligned there, and nothing outside the output is touched.
+TEST(RadixSort, RecordsAtEvenAddresses_AreSorted)
+{
+	constexpr u32 kCount = 66000;
+	const CRecords records = RandomRecords(kCount, 0xFFFF00FFu, 5);
+	CRecords left = records;
+	const CRecords expected = Model::RadixSort(left);
+	for (const u32 addressMod16 : {0u, 2u, 6u, 14u})
+	{
+		SCOPED_TRACE(addressMod16);
+		const CGuardedMemory input(kCount * sizeof(SPacked), addressMod16);
+		const CGuardedMemory output(kCount * sizeof(SPacked), addressMod16);
+		SPacked *const in = input.As<SPacked>();
+		SPacked *const out = output.As<SPacked>();
+		for (u32 i = 0; i < kCount; ++i)
+			in[i] = {u16(records[i].m_Key), u16(records[i].m_Key >> 16), u16(i), u16(i >> 16), u16(~i)};
+		typedef TContiguousBaseIterator<SPacked> Iterator;
+		TRadixSort<Sort_InBuffer>::Sort11(Iterator(in), Iterator(in) + int(kCount), Iterator(out), SKeyOfPacked{});
+		for (u32 i = 0; i < kCount; ++i)
+		{
+			const u32 index = u32(out[i].m_IndexHigh) << 16 | out[i].m_IndexLow;
+			ASSERT_EQ(index, expected[i].m_Index) << i;
+			ASSERT_EQ(SKeyOfPacked::ExtractKey(out[i]), expected[i].m_Key) << i;
+			ASSERT_EQ(out[i].m_Rest, u16(~index)) << i;
+			ASSERT_EQ(u32(in[i].m_IndexHigh) << 16 | in[i].m_IndexLow, left[i].m_Index) << i;
+		}
+		EXPECT_TRUE(input.SurroundingsIntact());
+		EXPECT_TRUE(output.SurroundingsIntact());
+	}
+}
+
 TEST(RadixSort, LargeSizes_MatchStableSort)
 {
 	const struct
