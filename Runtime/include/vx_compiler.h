@@ -125,8 +125,8 @@
 	#define VX_BEGIN_TARGET(_features) _Pragma("GCC push_options") _Pragma(VX_STRINGIZE(GCC target(_features)))
 	#define VX_END_TARGET _Pragma("GCC pop_options")
 #endif
-#define VX_BEGIN_TARGET_AVX2 VX_BEGIN_TARGET("avx2")
-#define VX_BEGIN_TARGET_AVX512 VX_BEGIN_TARGET("avx512f,avx512bw,avx512dq,avx512vl")
+#define VX_BEGIN_TARGET_AVX2 VX_BEGIN_TARGET("avx2,popcnt")
+#define VX_BEGIN_TARGET_AVX512 VX_BEGIN_TARGET("popcnt,avx512f,avx512bw,avx512dq,avx512vl")
 ///@}
 
 #if !VX_COMPILER_MSVC

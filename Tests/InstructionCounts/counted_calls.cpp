@@ -150,6 +150,27 @@ static void Case_FillByDistance()
 		"fill_by_distance_10k");
 }
 
+// Every third particle is disabled, in pages of 1,000. A compacted distance is negated, so its key has no upper bit.
+static void Case_FillEnabledByDistance()
+{
+	constexpr u32 kPageSize = 1000;
+	const std::vector<CFloat3> positions = MakePositions(10000);
+	std::vector<u8> enabled(kPageSize, 1);
+	for (u32 i = 0; i < kPageSize; i += 3)
+		enabled[i] = 0;
+	std::vector<SIndexAndDepth> records(u32(std::count(enabled.begin(), enabled.end(), 1)));
+	const auto fill = [&]()
+	{
+		for (u32 first = 0; first < positions.size(); first += kPageSize)
+			CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(View(records),
+				TMemoryView<const CFloat3>(&positions[first], kPageSize), kCamera, ConstView(enabled), 0,
+				kVerticesPerQuad);
+	};
+	Count("fill_enabled_by_distance_10k", fill);
+	Require(std::all_of(records.begin(), records.end(), [](const SIndexAndDepth &r) { return r.m_Depth >> 31 == 0; }),
+		"fill_enabled_by_distance_10k");
+}
+
 static void Case_Sort(const char *name, u32 count)
 {
 	std::vector<SIndexAndDepth> records = MakeRecords(count);
@@ -236,6 +257,7 @@ int main()
 {
 	Cpu::SetMaxInstructionSet(Cpu::InstructionSet_Baseline);
 	Case_FillByDistance();
+	Case_FillEnabledByDistance();
 	Case_Sort("radix_sort_10k", 10000);
 	Case_Sort("small_sort_64", 64);
 	Case_Expand();
@@ -247,6 +269,7 @@ int main()
 		return 0;
 	s_LanesSuffix = "_avx2";
 	Case_FillByDistance();
+	Case_FillEnabledByDistance();
 	Case_Sort("radix_sort_10k", 10000);
 	Case_Sort("small_sort_64", 64);
 }

@@ -13,7 +13,7 @@ namespace Cpu
 #if VX_X86
 	// Leaves of CPUID, and what their registers say.
 	constexpr u32 kLeafOfBasics = 1, kLeafOfExtensions = 7;
-	constexpr u32 kXcr0InEcx = 1u << 27, kAvxInEcx = 1u << 28;
+	constexpr u32 kPopcntInEcx = 1u << 23, kXcr0InEcx = 1u << 27, kAvxInEcx = 1u << 28;
 	constexpr u32 kAvx2InEbx = 1u << 5;
 	constexpr u32 kAvx512InEbx = 1u << 16 | 1u << 17 | 1u << 30 | 1u << 31; // F, DQ, BW, VL
 
@@ -33,7 +33,7 @@ namespace Cpu
 		if (u32(eaxToEdx[0]) < kLeafOfExtensions)
 			return InstructionSet_Baseline;
 		VX_CPUID(eaxToEdx, kLeafOfBasics, 0);
-		if (!HasAll(eaxToEdx[2], kXcr0InEcx | kAvxInEcx))
+		if (!HasAll(eaxToEdx[2], kPopcntInEcx | kXcr0InEcx | kAvxInEcx))
 			return InstructionSet_Baseline;
 		VX_CPUID(eaxToEdx, kLeafOfExtensions, 0);
 		const int extensions = eaxToEdx[1];

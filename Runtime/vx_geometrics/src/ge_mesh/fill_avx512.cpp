@@ -11,7 +11,7 @@
 
 VX_BEGIN_TARGET_AVX512
 
-	#include "include/pv_fill_kernels.h"
+	#include "include/pv_fill_compaction.h"
 
 namespace Vexmoor
 {

@@ -2,7 +2,7 @@
 
 #include "simd/lanes.h"
 
-#include "include/pv_fill_kernels.h"
+#include "include/pv_fill_compaction.h"
 
 namespace Vexmoor
 {

@@ -607,8 +607,7 @@ static VX_INLINE void FillByValue(const TPagePart<float> &page, _VertexBases ver
 	{
 		VX_ASSERT(enableds.Count() == sortValues.Count());
 		VX_ASSERT(enableds.Contiguous());
-		const auto valueBits = [](const float *value) { return LoadU32(value); };
-		return WriteRecordsOfEnabled(outList, sortValues, enableds, valueBits, vertexBases);
+		return WriteRecordsOfEnabled(outList, sortValues, enableds, SSortValues_Given(), vertexBases);
 	}
 	if (sortValues.Stride() != sizeof(float) && sortValues.Stride() != 0)
 		WarnOfValueStride<_VertexBases>();
@@ -624,8 +623,7 @@ static VX_INLINE void FillByDistance(const TPagePart<CFloat3> &page, const CCame
 	{
 		VX_ASSERT(enableds.Count() == positions.Count());
 		VX_ASSERT(enableds.Contiguous());
-		const auto valueBits = [camera](const CFloat3 *p) { return camera.NegatedSquaredDistanceBits(p); };
-		return WriteRecordsOfEnabled(outList, positions, enableds, valueBits, vertexBases);
+		return WriteRecordsOfEnabled(outList, positions, enableds, SSortValues_Distance{camera}, vertexBases);
 	}
 
 	SIndexAndDepth *packedPtr = outList.Data();

@@ -430,10 +430,9 @@ template<typename _VertexBases>
 static void FillPart(
 	const CRecordList &records, const TPageSource<float> &source, u32 offset, const _VertexBases &vertexBases)
 {
-	const auto valueBits = [](const float *value) { return LoadU32(value); };
 	if (source.m_IsCompacted)
-		WriteRecordsOfEnabled(
-			records, source.m_Elements.Slice(offset), source.m_Enableds.Slice(offset), valueBits, vertexBases);
+		WriteRecordsOfEnabled(records, source.m_Elements.Slice(offset), source.m_Enableds.Slice(offset),
+			SSortValues_Given(), vertexBases);
 	else
 		WriteRecordsByValue(records, source.m_Elements.Slice(offset, records.Count()), vertexBases);
 }
@@ -448,11 +447,8 @@ static void FillPart(const CRecordList &records,
 	const CFloatModeScope floatMode;
 	const CCamera camera(cameraPosition);
 	if (source.m_IsCompacted)
-	{
-		const auto valueBits = [camera](const CFloat3 *p) { return camera.NegatedSquaredDistanceBits(p); };
-		return WriteRecordsOfEnabled(
-			records, source.m_Elements.Slice(offset), source.m_Enableds.Slice(offset), valueBits, vertexBases);
-	}
+		return WriteRecordsOfEnabled(records, source.m_Elements.Slice(offset), source.m_Enableds.Slice(offset),
+			SSortValues_Distance{camera}, vertexBases);
 	const u32 stride = source.m_Elements.Stride();
 	const u8 *positions = reinterpret_cast<const u8 *>(source.m_Elements.Data()) + ureg(offset) * stride;
 	SIndexAndDepth *record = records.Data();

@@ -32,6 +32,11 @@
 //   LoadEvenLanes(p)        lanes 0, 2, 4, ... of two registers' bytes
 //   StorePairs<upperFirst>(p, a, b)
 //                           pairs a0 b0, a1 b1, ...; with upperFirst, those of each group in the order 2, 3, 0, 1
+//   BitsOfBytes(p)          of kLanes bytes, a bit for each that is not 0, the first byte's the lowest
+//   StoreWhere(p, bits, r)  lanes of r whose bit is 1, in order and side by side; returns how many. As many bytes as a
+//                           register has may be written; what lies behind these lanes then is unspecified
+//   StoreWhere(p, bits, r, room)
+//                           the same, but no more than room lanes are written and counted, up to kLanes
 //
 //   Splat(value)            the value in every lane
 //   Multiples(factor)       lane i has i * factor

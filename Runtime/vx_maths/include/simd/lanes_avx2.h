@@ -73,6 +73,24 @@ struct SLanesAvx2
 		_mm_storeu_si128(dst + 3, _mm256_extracti128_si256(second, 1));
 	}
 
+	static VX_INLINE u32 BitsOfBytes(const u8 *p)
+	{
+		const __m128i areZero = _mm_cmpeq_epi8(SLanesSse2::LoadTwo(p), _mm_setzero_si128());
+		return u32(_mm_movemask_epi8(areZero)) ^ 0xFFFF;
+	}
+	static VX_INLINE u32 StoreWhere(u8 *p, u32 bits, Register r)
+	{
+		Store(p, WantedFirst(bits, r));
+		return u32(_mm_popcnt_u32(bits));
+	}
+	static VX_INLINE u32 StoreWhere(u8 *p, u32 bits, Register r, u32 room)
+	{
+		const u32 wantedCount = u32(_mm_popcnt_u32(bits));
+		_mm256_maskstore_epi32(
+			reinterpret_cast<int *>(p), GreaterSigned(Splat(room), Multiples(1)), WantedFirst(bits, r));
+		return wantedCount < room ? wantedCount : room;
+	}
+
 	// Constants.
 
 	static VX_INLINE Register Splat(u32 value) { return _mm256_set1_epi32(s32(value)); }
@@ -219,6 +237,13 @@ struct SLanesAvx2
 	}
 
 private:
+	// By a permutation from a table of 2 KB.
+	static VX_INLINE Register WantedFirst(u32 bits, Register r)
+	{
+		static constexpr TWantedLanes<kLanes, 1> kWantedLanes;
+		const __m256i numbers = _mm256_cvtepu8_epi32(SLanesSse2::LoadTwo(kWantedLanes.m_Numbers[bits]));
+		return _mm256_permutevar8x32_epi32(r, numbers);
+	}
 	// The even lanes of two registers, which are the first words of eight pairs in a row.
 	//
 	//   lane            0   1   2   3  | 4   5   6   7

@@ -45,6 +45,23 @@ struct SLanesNeon : TOneGroup<SLanesNeon>
 	/// Bytes are stored for the same reason: the address may be any.
 	static VX_INLINE void Store(void *p, Register r) { vst1q_u8(static_cast<u8 *>(p), vreinterpretq_u8_u32(r)); }
 
+	static VX_INLINE u32 BitsOfBytes(const u8 *p)
+	{
+		static constexpr u8 kBits[8] = {1, 2, 4, 8};
+		u32 bytes;
+		std::memcpy(&bytes, p, sizeof(bytes));
+		const uint8x8_t flags = vreinterpret_u8_u32(vdup_n_u32(bytes));
+		return vaddv_u8(vand_u8(vtst_u8(flags, flags), vld1_u8(kBits)));
+	}
+	using TOneGroup::StoreWhere;
+	static VX_INLINE u32 StoreWhere(u8 *p, u32 bits, Register r)
+	{
+		static constexpr TWantedLanes<kLanes, sizeof(u32)> kWanted;
+		const uint8x16_t numbers = vld1q_u8(kWanted.m_Numbers[bits]);
+		vst1q_u8(p, vqtbl1q_u8(vreinterpretq_u8_u32(r), numbers));
+		return kWanted.m_Counts[bits];
+	}
+
 	static VX_INLINE Register LoadTwo(const void *p)
 	{
 		return vcombine_u32(vreinterpret_u32_u8(vld1_u8(static_cast<const u8 *>(p))), vdup_n_u32(0));

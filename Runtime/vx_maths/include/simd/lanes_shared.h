@@ -5,6 +5,8 @@
 #include "vx_compiler.h"
 #include "vx_defs.h"
 
+#include <cstring>
+
 namespace Vexmoor
 {
 /// Prefix sums in groups. Shifted additions double the run of elements that each element sums up, until it reaches back
@@ -57,6 +59,33 @@ VX_INLINE void LoadTriplesInGroups(
 	z = _Lanes::template Shuffle2<1, 3, 0, 3>(y0z0y1z1, c);
 }
 
+/// For any bits of _LaneCount lanes: how many are 1, and the numbers of these lanes, or of their bytes, in ascending
+/// order. Zeros follow. For four lanes whose bits 0 and 2 are 1, with a number for each lane and for each byte:
+///
+///   lanes    0  2  0  0
+///   bytes    0  1  2  3  8  9 10 11  0  0  0  0  0  0  0  0
+template<u32 _LaneCount, u32 _NumbersPerLane>
+struct TWantedLanes
+{
+	u8 m_Numbers[1 << _LaneCount][_LaneCount * _NumbersPerLane] = {};
+	u8 m_Counts[1 << _LaneCount] = {};
+
+	constexpr TWantedLanes()
+	{
+		for (u32 bits = 0; bits < 1 << _LaneCount; ++bits)
+		{
+			for (u32 lane = 0; lane < _LaneCount; ++lane)
+			{
+				if ((bits >> lane & 1) == 0)
+					continue;
+				const u32 count = m_Counts[bits]++;
+				for (u32 i = 0; i < _NumbersPerLane; ++i)
+					m_Numbers[bits][count * _NumbersPerLane + i] = u8(lane * _NumbersPerLane + i);
+			}
+		}
+	}
+};
+
 /// What targets of one group have in common. The target derives from it, with itself as the argument.
 template<typename _Lanes>
 struct TOneGroup
@@ -81,6 +110,17 @@ struct TOneGroup
 	{
 		_Lanes::Store(p, _UpperFirst ? _Lanes::InterleaveHigh(a, b) : _Lanes::InterleaveLow(a, b));
 		_Lanes::Store(p + 16, _UpperFirst ? _Lanes::InterleaveLow(a, b) : _Lanes::InterleaveHigh(a, b));
+	}
+	/// By way of the stack.
+	template<typename _Register>
+	static VX_INLINE u32 StoreWhere(u8 *p, u32 bits, _Register r, u32 room)
+	{
+		u8 lanes[kLanes * sizeof(u32)];
+		const u32 wantedCount = _Lanes::StoreWhere(lanes, bits, r);
+		const u32 storedCount = wantedCount < room ? wantedCount : room;
+		for (u32 i = 0; i < storedCount; ++i)
+			std::memcpy(p + i * sizeof(u32), lanes + i * sizeof(u32), sizeof(u32));
+		return storedCount;
 	}
 	template<typename _Element, typename _Register>
 	static VX_INLINE void PrefixSums(_Register counts, _Register &before, _Register &total)

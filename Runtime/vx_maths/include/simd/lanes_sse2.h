@@ -16,6 +16,29 @@
 
 namespace Vexmoor
 {
+/// For any bits of four lanes that are two pairs: all bits of each pair's lower lane that is not wanted, how many of
+/// the lower pair are wanted, and how many in all.
+struct SPairs
+{
+	alignas(16) u32 m_UnwantedLower[16][4] = {};
+	u8 m_LowerCounts[16] = {};
+	u8 m_Counts[16] = {};
+
+	constexpr SPairs()
+	{
+		for (u32 bits = 0; bits < 16; ++bits)
+		{
+			for (u32 lane = 0; lane < 4; ++lane)
+			{
+				const bool isWanted = (bits >> lane & 1) != 0;
+				m_UnwantedLower[bits][lane] = lane % 2 == 0 && !isWanted ? ~0u : 0;
+				m_LowerCounts[bits] = u8(m_LowerCounts[bits] + (isWanted && lane < 2));
+				m_Counts[bits] = u8(m_Counts[bits] + isWanted);
+			}
+		}
+	}
+};
+
 /// One group of four.
 struct SLanesSse2 : TOneGroup<SLanesSse2>
 {
@@ -29,6 +52,33 @@ struct SLanesSse2 : TOneGroup<SLanesSse2>
 
 	static VX_INLINE Register Load(const void *p) { return _mm_loadu_si128(static_cast<const __m128i *>(p)); }
 	static VX_INLINE void Store(void *p, Register r) { _mm_storeu_si128(static_cast<__m128i *>(p), r); }
+
+	static VX_INLINE u32 BitsOfBytes(const u8 *p)
+	{
+		s32 bytes;
+		std::memcpy(&bytes, p, sizeof(bytes));
+		const __m128i areZero = _mm_cmpeq_epi8(_mm_cvtsi32_si128(bytes), _mm_setzero_si128());
+		return u32(_mm_movemask_epi8(areZero)) ^ 0xFFFF;
+	}
+	using TOneGroup::StoreWhere;
+	/// SSE2 cannot shuffle lanes by numbers that are not constant. So in each pair, the lower lane takes the upper
+	/// one's bits if it is not wanted itself, and each pair is stored by itself. Of lanes 0, 1 and 3, for example:
+	///
+	///   lane     0    1    2    3
+	///   r        r0   r1   r2   r3
+	///   bits     1    1    0    1
+	///   pairs    r0   r1   r3   r3     lane 2 is not wanted
+	///   stored   r0   r1   r3   r3     the upper pair behind the two wanted lanes of the lower pair
+	static VX_INLINE u32 StoreWhere(u8 *p, u32 bits, Register r)
+	{
+		static constexpr SPairs kPairs;
+		const __m128i toUpper = Xor(r, _mm_shuffle_epi32(r, _MM_SHUFFLE(3, 3, 1, 1)));
+		const __m128i pairs = Xor(r, And(toUpper, LoadAligned(kPairs.m_UnwantedLower[bits])));
+		u8 *const behindLowerPair = p + kPairs.m_LowerCounts[bits] * sizeof(u32);
+		_mm_storel_epi64(reinterpret_cast<__m128i *>(p), pairs);
+		_mm_storel_epi64(reinterpret_cast<__m128i *>(behindLowerPair), _mm_unpackhi_epi64(pairs, pairs));
+		return kPairs.m_Counts[bits];
+	}
 
 	///   lane     0    1    2    3
 	///   p        m0   m1

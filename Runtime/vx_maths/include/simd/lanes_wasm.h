@@ -28,6 +28,18 @@ struct SLanesWasm : TOneGroup<SLanesWasm>
 	static VX_INLINE Register Load(const void *p) { return wasm_v128_load(p); }
 	static VX_INLINE void Store(void *p, Register r) { wasm_v128_store(p, r); }
 
+	static VX_INLINE u32 BitsOfBytes(const u8 *p)
+	{
+		return u32(wasm_i8x16_bitmask(wasm_i8x16_ne(wasm_v128_load32_zero(p), Splat(0))));
+	}
+	using TOneGroup::StoreWhere;
+	static VX_INLINE u32 StoreWhere(u8 *p, u32 bits, Register r)
+	{
+		static constexpr TWantedLanes<kLanes, sizeof(u32)> kWanted;
+		Store(p, wasm_i8x16_swizzle(r, Load(kWanted.m_Numbers[bits])));
+		return kWanted.m_Counts[bits];
+	}
+
 	static VX_INLINE Register LoadTwo(const void *p) { return wasm_v128_load64_zero(p); }
 	/// Reads 12 bytes and none behind them, because memory may end there.
 	///

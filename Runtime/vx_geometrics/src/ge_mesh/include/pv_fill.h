@@ -112,6 +112,9 @@ private:
 	u32 m_MaxVertexId;
 };
 
+// The least stride at which positions are loaded as they lie; see SPositions_Gathered.
+constexpr u32 kMinGatheredStride = 4;
+
 // Fills groups of four records, at any address.
 template<typename _VertexBases>
 struct TFillKernels
@@ -128,11 +131,37 @@ struct TFillKernels
 	void (*m_ByValue)(SIndexAndDepth *records, const u8 *values, u32 groupCount, const _VertexBases &vertexBases);
 };
 
+// Pages of fewer particles are compacted one by one. In lanes, the whole sort took 0.94 to 1.04 of the time with pages
+// of 20 particles, and 1.05 to 1.14 with pages of 10.
+constexpr u32 kMinCompactedInLanes = 24;
+
+// A page's particles, and where the sort values of its enabled ones go.
+struct SCompaction
+{
+	u8 *m_Values;
+	u32 m_ValueCount; // no more than this are stored, and nothing behind them is written
+	const u8 *m_Source;
+	u32 m_StrideInBytes;
+	const u8 *m_Enabled;
+	u32 m_ParticleCount; // kMinCompactedInLanes or more
+};
+
+// Stores the sort values of enabled particles side by side, and returns how many: all that are wanted, or those of all
+// particles.
+struct SCompactionKernels
+{
+	// 0.0f - the squared distance, of positions at strides from 4 on.
+	u32 (*m_ByDistance)(const SCompaction &page, const float *camera);
+	// Contiguous values as they are.
+	u32 (*m_ByValue)(const SCompaction &page);
+};
+
 // All loops for one instruction set. Which table is used is asked for once a page.
 struct SFillKernels
 {
 	TFillKernels<CVertexBases_Sequence> m_Sequence;
 	TFillKernels<CVertexBases_List> m_List;
+	SCompactionKernels m_Compaction;
 	SQuadKernels m_Quads;
 
 	const TFillKernels<CVertexBases_Sequence> &For(const CVertexBases_Sequence &) const { return m_Sequence; }

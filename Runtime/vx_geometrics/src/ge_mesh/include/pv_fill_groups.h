@@ -31,39 +31,6 @@ static TStridedMemoryView<const _Element> OfferedElements(
 	return enableds.Empty() ? elements.Slice(0, std::min(recordCount, elements.Count())) : elements;
 }
 
-// Compacts the sort values of enabled particles into the upper half of the record list that they become. Of n records,
-// value k is at byte 8 * (n / 2) + 4 * k. Registers of w lanes read values k to k + w - 1 and then write records up to
-// byte 8 * (k + w), below which no value lies that is still to be read: value k + w is at byte 8 * (n / 2) + 4 * (k +
-// w) or, if n is odd, 4 bytes before 4 * (n + k + w), and there k + w is below n. Values and records share bytes under
-// two types, so both are moved as bytes or lanes.
-//
-// For n = 4 records and the enabled bytes 1 0 1 1 0 1, with values v0 to v5:
-//
-//   byte      0      4      8      12     16     20     24     28
-//   before    -      -      -      -      v0     v2     v3     v5       the upper half of 4 records
-//   after     r0            r1            r2            r3              each a key and a base
-template<typename _Element, typename _SortValueBits>
-static CSortValues CompactSortValues(const CRecordList &outList,
-	const TStridedMemoryView<const _Element> &source,
-	const CEnableds &enableds,
-	_SortValueBits sortValueBits)
-{
-	const u32 primCount = outList.Count();
-	u8 *const sortKeys = reinterpret_cast<u8 *>(outList.Data() + primCount / 2);
-	const u8 *enabled = enableds.Data();
-	typename TStridedMemoryView<const _Element>::Iterator element = source.Begin();
-	for (u32 count = 0; count < primCount; ++element)
-	{
-		// Written before it is known to stay: a branch on the byte would be a guess.
-		StoreU32(sortKeys + count * sizeof(float), sortValueBits(element.Ptr()));
-		// A page without enabled bytes is not compacted: the walk offers no more elements of it than there are records.
-		// NOLINTNEXTLINE(clang-analyzer-core.NullDereference)
-		count += *enabled++ != 0;
-	}
-	// cppcheck-suppress invalidPointerCast ; an address for loads of bytes and lanes, never read as a float
-	return {reinterpret_cast<const float *>(sortKeys), primCount, sizeof(float)};
-}
-
 // The table for the registers in use. The order is that of Cpu::EInstructionSet (kr_cpu.h).
 static VX_INLINE const SFillKernels &FillKernels()
 {
@@ -75,6 +42,107 @@ static VX_INLINE const SFillKernels &FillKernels()
 #endif
 	};
 	return *kKernels[Cpu::InstructionSet()];
+}
+
+// The sort values of particles, one by one and in lanes: values as they are, or 0.0f - the squared distance to the
+// camera.
+
+struct SSortValues_Given
+{
+	typedef float Element;
+
+	static VX_INLINE u32 Bits(const float *value) { return LoadU32(value); }
+
+	static VX_INLINE bool GoInLanes(u32 strideInBytes) { return strideInBytes == sizeof(float); }
+	static VX_INLINE u32 CompactInLanes(const SCompaction &page) { return FillKernels().m_Compaction.m_ByValue(page); }
+};
+
+struct SSortValues_Distance
+{
+	typedef CFloat3 Element;
+
+	CCamera m_Camera;
+
+	VX_INLINE u32 Bits(const CFloat3 *position) const { return m_Camera.NegatedSquaredDistanceBits(position); }
+
+	static VX_INLINE bool GoInLanes(u32 strideInBytes) { return strideInBytes >= kMinGatheredStride; }
+	VX_INLINE u32 CompactInLanes(const SCompaction &page) const
+	{
+		// A copy: a camera whose address somebody else has would be loaded again after each store.
+		float position[3];
+		std::memcpy(position, m_Camera.Position(), sizeof(position));
+		return FillKernels().m_Compaction.m_ByDistance(page, position);
+	}
+};
+
+// Where compacted values go: see below.
+static VX_INLINE u8 *SortKeysIn(const CRecordList &outList)
+{
+	return reinterpret_cast<u8 *>(outList.Data() + outList.Count() / 2);
+}
+
+// Compaction puts the sort values of enabled particles into the upper half of the record list that they become. Of n
+// records, value k is at byte 8 * (n / 2) + 4 * k. Registers of w lanes read values k to k + w - 1 and then write
+// records up to byte 8 * (k + w), below which no value lies that is still to be read: value k + w is at byte 8 * (n /
+// 2) + 4 * (k + w) or, if n is odd, 4 bytes before 4 * (n + k + w), and there k + w is below n. Values and records
+// share bytes under two types, so both are moved as bytes or lanes.
+//
+// For n = 4 records and the enabled bytes 1 0 1 1 0 1, with values v0 to v5:
+//
+//   byte      0      4      8      12     16     20     24     28
+//   before    -      -      -      -      v0     v2     v3     v5       the upper half of 4 records
+//   after     r0            r1            r2            r3              each a key and a base
+
+// Compacts one by one, from a particle on, behind count values. If too few particles are enabled, the iterator reports
+// it.
+template<typename _SortValues>
+static VX_INLINE CSortValues CompactSortValues(const CRecordList &outList,
+	const TStridedMemoryView<const typename _SortValues::Element> &source,
+	const CEnableds &enableds,
+	const _SortValues &sharedSortValues,
+	u32 particle,
+	u32 count)
+{
+	typedef const typename _SortValues::Element CElement;
+	const _SortValues sortValues = sharedSortValues; // a copy, which stores to records cannot change
+	const u32 primCount = outList.Count();
+	const u32 stride = source.Stride();
+	u8 *const sortKeys = SortKeysIn(outList);
+	const ureg address = reinterpret_cast<ureg>(source.Data()) + ureg(particle) * stride;
+	TStridedBaseIterator<CElement> element(reinterpret_cast<CElement *>(address), stride, source.Count() - particle);
+	const u8 *enabled = enableds.Data() + particle;
+	for (; count < primCount; ++element)
+	{
+		// Written before it is known to stay: a branch on the byte would be a guess.
+		StoreU32(sortKeys + count * sizeof(float), sortValues.Bits(element.Ptr()));
+		// A page without enabled bytes is not compacted: the walk offers no more elements of it than there are records.
+		// NOLINTNEXTLINE(clang-analyzer-core.NullDereference)
+		count += *enabled++ != 0;
+	}
+	// cppcheck-suppress invalidPointerCast ; an address for loads of bytes and lanes, never read as a float
+	return {reinterpret_cast<const float *>(sortKeys), primCount, sizeof(float)};
+}
+
+// How many particles of a page are compacted in lanes: all, or none if the page is small or has an uncommon stride.
+template<typename _SortValues>
+static VX_INLINE u32 ParticlesInLanes(
+	const TStridedMemoryView<const typename _SortValues::Element> &source, const CEnableds &enableds)
+{
+	const u32 particleCount = enableds.Contiguous() ? std::min(source.Count(), enableds.Count()) : 0;
+	return particleCount >= kMinCompactedInLanes && _SortValues::GoInLanes(source.Stride()) ? particleCount : 0;
+}
+
+// Compacts in lanes. One by one, only what the enabled bytes lack is looked for.
+template<typename _SortValues>
+static VX_INLINE CSortValues CompactSortValuesInLanes(const CRecordList &outList,
+	const TStridedMemoryView<const typename _SortValues::Element> &source,
+	const CEnableds &enableds,
+	const _SortValues &sortValues)
+{
+	const u32 particleCount = ParticlesInLanes<_SortValues>(source, enableds);
+	const u32 count = sortValues.CompactInLanes({SortKeysIn(outList), outList.Count(),
+		reinterpret_cast<const u8 *>(source.Data()), source.Stride(), enableds.Data(), particleCount});
+	return CompactSortValues(outList, source, enableds, sortValues, particleCount, count);
 }
 
 // One record from one position, the same to the bit as the kernels would make it.

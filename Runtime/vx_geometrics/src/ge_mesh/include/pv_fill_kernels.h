@@ -47,7 +47,7 @@ struct SPositions_Packed
 // With registers of several groups, each load takes one position of every group: p0 is positions 0, 4, 8 and 12.
 struct SPositions_Gathered
 {
-	static constexpr u32 kMinStride = 4;
+	static constexpr u32 kMinStride = kMinGatheredStride;
 
 	template<typename _Lanes, typename _Register>
 	static VX_INLINE void Load(const u8 *src, u32 stride, _Register &x, _Register &y, _Register &z)
@@ -189,7 +189,7 @@ struct TFillCursor
 	}
 };
 
-// The keys of a register of particles: by their distance to the camera, or by their values.
+// Squared distances of a register of positions to the camera.
 
 // Squared distances with their NaNs put right. Positions are loaded once more, so that nothing but their address has to
 // be kept for this rare path. It is static so that each file has one of its own: a linker keeps one body of other
@@ -203,15 +203,14 @@ static VX_NOINLINE typename _Lanes::Register WithNaNsOf(
 	return WithNaNs<_Lanes>(x, y, z, len2, camera);
 }
 
-// Keys by distance. _Positions is one of the ways above to load positions.
+// _Positions is one of the ways above to load positions.
 template<typename _Lanes, typename _Positions>
-class TDistanceKeys
+class TDistances
 {
 public:
-	typedef SDistanceKey Key;
 	typedef typename _Lanes::Register Register;
 
-	explicit VX_INLINE TDistanceKeys(const float *camera)
+	explicit VX_INLINE TDistances(const float *camera)
 		: m_Distances(camera)
 		, m_Camera(camera)
 	{
@@ -226,12 +225,34 @@ public:
 			if (VX_UNLIKELY(m_Distances.HaveNaN(len2)))
 				len2 = WithNaNsOf<_Lanes, _Positions>(positions, strideInBytes, len2, m_Camera);
 		}
-		return SDistanceKey::FromLanes<_Lanes>(len2);
+		return len2;
 	}
 
 private:
 	TSquaredDistances<_Lanes> m_Distances;
 	const float *m_Camera;
+};
+
+// The keys of a register of particles: by their distance to the camera, or by their values.
+
+template<typename _Lanes, typename _Positions>
+class TDistanceKeys
+{
+public:
+	typedef SDistanceKey Key;
+	typedef typename _Lanes::Register Register;
+
+	explicit VX_INLINE TDistanceKeys(const float *camera)
+		: m_Distances(camera)
+	{
+	}
+	VX_INLINE Register At(const u8 *positions, u32 strideInBytes) const
+	{
+		return SDistanceKey::FromLanes<_Lanes>(m_Distances.At(positions, strideInBytes));
+	}
+
+private:
+	TDistances<_Lanes, _Positions> m_Distances;
 };
 
 // Keys by value. Values are packed: compaction and the caller see to that.
@@ -320,8 +341,4 @@ static void FillByValueInLanes(
 template<typename _VertexBases, typename... _Lanes>
 constexpr TFillKernels<_VertexBases> kFillKernelsFor = {
 	&FillByDistanceInLanes<_VertexBases, _Lanes...>, &FillByValueInLanes<_VertexBases, _Lanes...>};
-
-template<typename _Widest, typename... _Lanes>
-constexpr SFillKernels kFillKernelsInLanes = {kFillKernelsFor<CVertexBases_Sequence, _Widest, _Lanes...>,
-	kFillKernelsFor<CVertexBases_List, _Widest, _Lanes...>, kQuadKernelsFor<typename _Widest::Gathering>};
 } // namespace Vexmoor
