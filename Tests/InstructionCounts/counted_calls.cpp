@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <numeric>
 #include <random>
 #include <string>
 #include <valgrind/callgrind.h>
@@ -196,6 +197,39 @@ static void Case_Expand()
 		indices.front() == records.front().m_Index && indices.back() == records.back().m_Index + 3, "expand_6_u32_10k");
 }
 
+// Tubes of four quads, whose centres lie around the origin, in the order of other particles' depths.
+static void Case_Tubes()
+{
+	constexpr u32 kParticles = 1000;
+	constexpr u32 kSlots = 16;
+	constexpr u32 kVertices = 10;
+	std::vector<SIndexAndDepth> records = MakeRecords(kParticles);
+	for (SIndexAndDepth &record : records)
+		record.m_Index = record.m_Index / kVerticesPerQuad * kVertices;
+	std::vector<u32> pattern;
+	for (u32 quad = 0; quad < 4; ++quad)
+	{
+		for (const u32 entry : kQuad)
+			pattern.push_back(2 * quad + entry);
+	}
+	std::vector<CFloat4> centers;
+	for (const CFloat3 &position : MakePositions(kParticles * kSlots))
+		centers.emplace_back(position.x(), position.y(), position.z(), 1.0f);
+	std::vector<u32> indices(kParticles * pattern.size());
+	Count("expand_tubes_u32_1k",
+		[&]()
+		{
+			CTriangleSorter::ExpandAndSortIndices(
+				ConstView(pattern), ConstView(centers), kCamera, records.data(), indices.data(), kParticles, kVertices);
+		});
+	const auto sumOf = [](const std::vector<u32> &values)
+	{ return std::accumulate(values.begin(), values.end(), u64(0)); };
+	u64 sum = kParticles * sumOf(pattern);
+	for (const SIndexAndDepth &record : records)
+		sum += u64(record.m_Index) * pattern.size();
+	Require(sumOf(indices) == sum, "expand_tubes_u32_1k");
+}
+
 // Pages of four: what a page costs beside its particles shows.
 static void Case_Billboards()
 {
@@ -261,6 +295,7 @@ int main()
 	Case_Sort("radix_sort_10k", 10000);
 	Case_Sort("small_sort_64", 64);
 	Case_Expand();
+	Case_Tubes();
 	Case_Billboards();
 	Case_Triangles();
 
@@ -272,4 +307,5 @@ int main()
 	Case_FillEnabledByDistance();
 	Case_Sort("radix_sort_10k", 10000);
 	Case_Sort("small_sort_64", 64);
+	Case_Tubes();
 }
