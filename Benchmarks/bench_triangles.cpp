@@ -1,7 +1,8 @@
 // Whole sorts of triangles: pages of particles, each page with a mesh of its own, sorted triangle by triangle; against
-// distances beside triangle numbers, std::sort and a gather.
+// distances beside triangle numbers, std::sort and a gather, and a loop that moves the same bytes and is told the order.
 
 #include "bench_inputs.h"
+#include "bench_moves.h"
 #include "bench_registry.h"
 #include <algorithm>
 #include <cmath>
@@ -12,7 +13,7 @@ namespace VexmoorBench
 {
 namespace
 {
-	constexpr u32 kCounts[] = {1000, 10000, 100000, 1000000};
+	constexpr u32 kCounts[] = {100, 1000, 10000, 100000, 1000000};
 	constexpr u32 kParticlesPerPage = 1024;
 	constexpr u32 kIndicesPerTriangle = 3;
 
@@ -59,6 +60,7 @@ namespace
 	{
 	public:
 		static constexpr const char *kName = "vexmoor";
+		static constexpr bool kSorts = true;
 
 		explicit CVexmoorTriangles(const SScene &scene)
 			: m_Scene(scene)
@@ -108,6 +110,7 @@ namespace
 	{
 	public:
 		static constexpr const char *kName = "user";
+		static constexpr bool kSorts = true;
 
 		explicit CUserTriangles(const SScene &scene)
 			: m_Scene(scene)
@@ -152,6 +155,70 @@ namespace
 		const SScene &m_Scene;
 		std::vector<SDepth> m_Depths;
 		std::vector<u32> m_Unsorted;
+	};
+
+	// Reads and writes what the sort does, where it does: a key for each position, unsorted indices and a record for each
+	// triangle, three moves of each record to known places, and the triangles gathered.
+	class CSameTraffic
+	{
+	public:
+		static constexpr const char *kName = "same_traffic";
+		static constexpr bool kSorts = false;
+
+		explicit CSameTraffic(const SScene &scene)
+			: m_Scene(scene)
+			, m_Unsorted(scene.m_IndexCount)
+			, m_Records{CBuffer<SIndexAndDepth>(scene.m_IndexCount / kIndicesPerTriangle),
+				  CBuffer<SIndexAndDepth>(scene.m_IndexCount / kIndicesPerTriangle)}
+			, m_Moves(scene.m_IndexCount / kIndicesPerTriangle,
+				  [distances = Distances(scene)](u32 triangle) { return distances[triangle]; })
+		{
+		}
+
+		void Draw(const CFloat3 &camera, u32 *out)
+		{
+			u32 *index = m_Unsorted.Data();
+			SIndexAndDepth *record = m_Records[0].Data();
+			u32 triangle = 0;
+			for (const SPage &page : m_Scene.m_Pages)
+			{
+				const u32 width = u32(page.m_Mesh->m_Pattern.size());
+				const u32 *const pattern = page.m_Mesh->m_Pattern.data();
+				for (u32 i = 0; i < page.m_Count; ++i)
+				{
+					const u32 key = ~FloatBits(SquaredDistance(page.m_Positions[i], camera));
+					const u32 firstVertex = page.m_FirstVertex + i * page.m_Mesh->m_VertexCount;
+					for (u32 k = 0; k < width; ++k)
+						*index++ = firstVertex + pattern[k];
+					for (u32 k = 0; k < width; k += kIndicesPerTriangle)
+						*record++ = {key, triangle++};
+				}
+			}
+			const SIndexAndDepth *const sorted = m_Moves.Move(m_Records);
+			for (u32 i = 0; i < triangle; ++i)
+				std::memcpy(out + size_t(i) * kIndicesPerTriangle,
+					m_Unsorted.Data() + size_t(sorted[i].m_Index) * kIndicesPerTriangle,
+					kIndicesPerTriangle * sizeof(u32));
+		}
+
+	private:
+		// Of each triangle's particle, page by page.
+		static std::vector<float> Distances(const SScene &scene)
+		{
+			std::vector<float> distances;
+			for (const SPage &page : scene.m_Pages)
+			{
+				for (u32 i = 0; i < page.m_Count; ++i)
+					distances.insert(distances.end(), page.m_Mesh->m_Pattern.size() / kIndicesPerTriangle,
+						SquaredDistance(page.m_Positions[i], CameraOfFrame(1)));
+			}
+			return distances;
+		}
+
+		const SScene &m_Scene;
+		CBuffer<u32> m_Unsorted;
+		CBuffer<SIndexAndDepth> m_Records[2];
+		CKnownMoves m_Moves;
 	};
 
 	// Whether every triangle is there once, back to front.
@@ -214,7 +281,7 @@ namespace
 			competitor.Draw(camera, indices.Data());
 			benchmark::ClobberMemory();
 		}
-		if (!IsDrawnBackToFront(scene, camera, indices.Data()))
+		if (_Competitor::kSorts && !IsDrawnBackToFront(scene, camera, indices.Data()))
 			state.SkipWithError("not sorted");
 		DescribeIteration(state, 1, count);
 	}
@@ -234,6 +301,7 @@ void RegisterTriangles()
 	{
 		Register<CVexmoorTriangles>(count);
 		Register<CUserTriangles>(count);
+		Register<CSameTraffic>(count);
 	}
 }
 } // namespace VexmoorBench

@@ -1,7 +1,8 @@
-// Whole sorts of tubes: particles of four quads each, sorted by position, and the quads inside every particle by their
-// centres; against two nested calls of std::sort.
+// Whole sorts of tubes: particles of some quads each, sorted by position, and the quads inside every particle by their
+// centres; against two nested calls of std::sort, and a loop that moves the same bytes and is told every order.
 
 #include "bench_inputs.h"
+#include "bench_moves.h"
 #include "bench_registry.h"
 #include <algorithm>
 #include <cmath>
@@ -12,22 +13,24 @@ namespace VexmoorBench
 {
 namespace
 {
-	constexpr u32 kCounts[] = {1000, 10000, 100000};
-	constexpr u32 kQuads = 4;
+	constexpr u32 kCounts[] = {100, 1000, 10000, 100000, 1000000};
+	constexpr u32 kQuadCounts[] = {2, 4, 8, 15};
+	constexpr u32 kMostQuads = 15;
 	constexpr u32 kIndicesPerQuad = 6;
-	constexpr u32 kWidth = kQuads * kIndicesPerQuad;
-	constexpr u32 kVertices = 2 * (kQuads + 1); // a strip
-	constexpr u32 kCentersPerParticle = 16;     // slots, whatever the number of quads
+	constexpr u32 kCentersPerParticle = 16; // slots, whatever the number of quads
 
 	struct SScene
 	{
-		explicit SScene(u32 count)
+		SScene(u32 count, u32 quads)
 			: m_Positions(Positions(EShape::Ball, count))
 			, m_Count(count)
+			, m_Quads(quads)
+			, m_Width(quads * kIndicesPerQuad)
+			, m_Vertices(2 * (quads + 1)) // a strip
 			, m_Centers(size_t(count) * kCentersPerParticle)
 			, m_FirstVertices(count)
 		{
-			for (u32 quad = 0; quad < kQuads; ++quad)
+			for (u32 quad = 0; quad < m_Quads; ++quad)
 			{
 				for (const u32 entry : {0u, 1u, 2u, 2u, 1u, 3u})
 					m_Pattern.push_back(2 * quad + entry);
@@ -35,8 +38,8 @@ namespace
 			// The segments of a tube point away from the origin.
 			for (u32 i = 0; i < count; ++i)
 			{
-				m_FirstVertices[i] = i * kVertices;
-				for (u32 quad = 0; quad < kQuads; ++quad)
+				m_FirstVertices[i] = i * m_Vertices;
+				for (u32 quad = 0; quad < m_Quads; ++quad)
 				{
 					const float scale = 1.0f + 0.02f * float(quad);
 					const CFloat3 &position = m_Positions[i];
@@ -54,6 +57,9 @@ namespace
 
 		const CBuffer<CFloat3> &m_Positions;
 		u32 m_Count;
+		u32 m_Quads;
+		u32 m_Width;
+		u32 m_Vertices;
 		CBuffer<CFloat4> m_Centers;
 		CBuffer<u32> m_FirstVertices;
 		std::vector<u32> m_Pattern;
@@ -63,6 +69,7 @@ namespace
 	{
 	public:
 		static constexpr const char *kName = "vexmoor";
+		static constexpr bool kSorts = true;
 
 		explicit CVexmoorTubes(SScene &scene)
 			: m_Scene(scene)
@@ -74,13 +81,14 @@ namespace
 		void Draw(const CFloat3 &camera, u32 *out)
 		{
 			m_Sorter.Setup_OutputIndexBuffer(
-				TMemoryView<u32>(out, m_Scene.m_Count * kWidth), m_Scene.m_Count * kVertices);
+				TMemoryView<u32>(out, m_Scene.m_Count * m_Scene.m_Width), m_Scene.m_Count * m_Scene.m_Vertices);
 			m_Sorter.Setup_InputPageCache(TMemoryView<const TStridedMemoryView<const CFloat3>>(m_Page),
 				TMemoryView<const TStridedMemoryView<const u8>>(m_NoEnableds), TMemoryView<const u32>(m_Scene.m_Count),
 				m_Scene.m_Count, camera);
-			m_Sorter.Setup_Geometry(TMemoryView<u32>(m_Scene.m_Pattern.data(), kWidth),
+			m_Sorter.Setup_Geometry(TMemoryView<u32>(m_Scene.m_Pattern.data(), m_Scene.m_Width),
 				TMemoryView<const u32>(m_Scene.m_FirstVertices.Data(), m_Scene.m_Count),
-				TMemoryView<const CFloat4>(m_Scene.m_Centers.Data(), u32(m_Scene.m_Centers.Count())), kVertices);
+				TMemoryView<const CFloat4>(m_Scene.m_Centers.Data(), u32(m_Scene.m_Centers.Count())),
+				m_Scene.m_Vertices);
 			m_Sorter.SortPoints_AutogenIndices(m_Scratch.Data());
 		}
 
@@ -96,6 +104,7 @@ namespace
 	{
 	public:
 		static constexpr const char *kName = "user";
+		static constexpr bool kSorts = true;
 
 		explicit CUserTubes(SScene &scene)
 			: m_Scene(scene)
@@ -112,15 +121,15 @@ namespace
 			std::sort(m_Depths.begin(), m_Depths.end(), farthestFirst);
 			for (const SDepth &particle : m_Depths)
 			{
-				SDepth quads[kQuads];
-				for (u32 quad = 0; quad < kQuads; ++quad)
+				SDepth quads[kMostQuads];
+				for (u32 quad = 0; quad < m_Scene.m_Quads; ++quad)
 					quads[quad] = {SquaredDistance(m_Scene.Center(particle.m_Number, quad), camera), quad};
-				std::sort(quads, quads + kQuads, farthestFirst);
+				std::sort(quads, quads + m_Scene.m_Quads, farthestFirst);
 				const u32 firstVertex = m_Scene.m_FirstVertices[particle.m_Number];
-				for (const SDepth &quad : quads)
+				for (u32 q = 0; q < m_Scene.m_Quads; ++q)
 				{
 					for (u32 i = 0; i < kIndicesPerQuad; ++i)
-						*out++ = firstVertex + m_Scene.m_Pattern[quad.m_Number * kIndicesPerQuad + i];
+						*out++ = firstVertex + m_Scene.m_Pattern[quads[q].m_Number * kIndicesPerQuad + i];
 				}
 			}
 		}
@@ -135,6 +144,51 @@ namespace
 		std::vector<SDepth> m_Depths;
 	};
 
+	// Reads and writes what the sort does, where it does: a key and a first vertex for each position, three moves of
+	// each record to known places, and for each record the centres of its particle and the indices, in pattern order.
+	class CSameTraffic
+	{
+	public:
+		static constexpr const char *kName = "same_traffic";
+		static constexpr bool kSorts = false;
+
+		explicit CSameTraffic(SScene &scene)
+			: m_Scene(scene)
+			, m_Records{CBuffer<SIndexAndDepth>(scene.m_Count), CBuffer<SIndexAndDepth>(scene.m_Count)}
+			, m_Moves(
+				  scene.m_Count, [&scene](u32 i) { return SquaredDistance(scene.m_Positions[i], CameraOfFrame(1)); })
+		{
+		}
+
+		void Draw(const CFloat3 &camera, u32 *out)
+		{
+			for (u32 i = 0; i < m_Scene.m_Count; ++i)
+				m_Records[0][i] = {
+					~FloatBits(SquaredDistance(m_Scene.m_Positions[i], camera)), m_Scene.m_FirstVertices[i]};
+			const SIndexAndDepth *const sorted = m_Moves.Move(m_Records);
+			const u32 *const pattern = m_Scene.m_Pattern.data();
+			for (u32 i = 0; i < m_Scene.m_Count; ++i)
+			{
+				const u32 firstVertex = sorted[i].m_Index;
+				const CFloat4 *const centers =
+					&m_Scene.m_Centers[size_t(firstVertex / m_Scene.m_Vertices) * kCentersPerParticle];
+				for (u32 quad = 0; quad < m_Scene.m_Quads; ++quad)
+				{
+					m_Sum += centers[quad].x();
+					for (u32 k = 0; k < kIndicesPerQuad; ++k)
+						*out++ = firstVertex + pattern[quad * kIndicesPerQuad + k];
+				}
+			}
+			benchmark::DoNotOptimize(m_Sum);
+		}
+
+	private:
+		SScene &m_Scene;
+		CBuffer<SIndexAndDepth> m_Records[2];
+		CKnownMoves m_Moves;
+		float m_Sum = 0;
+	};
+
 	// Whether every quad of every particle is there once, particles back to front and the quads of each as well. Quads
 	// whose keys differ in the lowest four bits only may come in either order.
 	bool IsDrawnBackToFront(const SScene &scene, const CFloat3 &camera, const u32 *indices)
@@ -144,7 +198,7 @@ namespace
 		float previous = INFINITY;
 		for (u32 i = 0; i < scene.m_Count; ++i)
 		{
-			const u32 particle = indices[0] / kVertices;
+			const u32 particle = indices[0] / scene.m_Vertices;
 			if (particle >= scene.m_Count || drawn[particle])
 				return false;
 			drawn[particle] = true;
@@ -155,10 +209,10 @@ namespace
 
 			u32 seen = 0;
 			u32 previousBits = ~0u;
-			for (u32 q = 0; q < kQuads; ++q)
+			for (u32 q = 0; q < scene.m_Quads; ++q)
 			{
-				const u32 quad = (indices[0] - particle * kVertices) / 2;
-				if (quad >= kQuads || indices[0] / kVertices != particle)
+				const u32 quad = (indices[0] - particle * scene.m_Vertices) / 2;
+				if (quad >= scene.m_Quads || indices[0] / scene.m_Vertices != particle)
 					return false;
 				seen |= 1u << quad;
 				const u32 bits = FloatBits(SquaredDistance(scene.Center(particle, quad), camera)) & kComparedBits;
@@ -167,21 +221,21 @@ namespace
 				previousBits = bits;
 				for (u32 j = 0; j < kIndicesPerQuad; ++j)
 				{
-					if (*indices++ != particle * kVertices + scene.m_Pattern[quad * kIndicesPerQuad + j])
+					if (*indices++ != particle * scene.m_Vertices + scene.m_Pattern[quad * kIndicesPerQuad + j])
 						return false;
 				}
 			}
-			if (seen != (1u << kQuads) - 1)
+			if (seen != (1u << scene.m_Quads) - 1)
 				return false;
 		}
 		return true;
 	}
 
 	template<typename _Competitor>
-	void RunTubes(benchmark::State &state, u32 count)
+	void RunTubes(benchmark::State &state, u32 count, u32 quads)
 	{
-		SScene scene(count);
-		CBuffer<u32> indices(size_t(count) * kWidth);
+		SScene scene(count, quads);
+		CBuffer<u32> indices(size_t(count) * scene.m_Width);
 		_Competitor competitor(scene);
 		u32 frame = 0;
 		CFloat3 camera;
@@ -191,26 +245,36 @@ namespace
 			competitor.Draw(camera, indices.Data());
 			benchmark::ClobberMemory();
 		}
-		if (!IsDrawnBackToFront(scene, camera, indices.Data()))
+		if (_Competitor::kSorts && !IsDrawnBackToFront(scene, camera, indices.Data()))
 			state.SkipWithError("not sorted");
 		DescribeIteration(state, 1, count);
 	}
 
+	// Four quads, which the goals are for, have the plain name.
+	std::string TubesName(u32 quads)
+	{
+		return quads == 4 ? "tubes_u32_ball" : "tubes_" + std::to_string(quads) + "_quads_u32_ball";
+	}
+
 	template<typename _Competitor>
-	void Register(u32 count)
+	void Register(u32 count, u32 quads)
 	{
 		benchmark::RegisterBenchmark(
-			CaseName({"whole", "tubes_u32_ball", _Competitor::kName, std::to_string(count)}).c_str(),
-			[count](benchmark::State &state) { RunTubes<_Competitor>(state, count); });
+			CaseName({"whole", TubesName(quads), _Competitor::kName, std::to_string(count)}).c_str(),
+			[count, quads](benchmark::State &state) { RunTubes<_Competitor>(state, count, quads); });
 	}
 } // namespace
 
 void RegisterTubes()
 {
-	for (const u32 count : kCounts)
+	for (const u32 quads : kQuadCounts)
 	{
-		Register<CVexmoorTubes>(count);
-		Register<CUserTubes>(count);
+		for (const u32 count : kCounts)
+		{
+			Register<CVexmoorTubes>(count, quads);
+			Register<CUserTubes>(count, quads);
+			Register<CSameTraffic>(count, quads);
+		}
 	}
 }
 } // namespace VexmoorBench

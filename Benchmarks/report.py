@@ -45,6 +45,8 @@ WHOLE_GOALS = [
 ]
 FILL_GOALS = [None, None, 1.2, 1.2, 1.2]
 EXPAND_GOALS = [("u32", [1.05] * 5), ("u16", [1.1] * 5)]
+TRIANGLES_GOALS = [None, None, 1.2, 1.2, None]
+TUBES_GOALS = [3, 3, 2, None, None]
 SMALL_GOALS = {8: 2, 16: 2, 32: 3, 64: 3, 109: 2.5}
 EVEN_GOAL = 1.25  # a record's time at one count over its time at the next count
 CLIFF_GOAL = SMALL_GOALS[109]  # the other sort takes over at 110, and is to be as far ahead
@@ -277,6 +279,14 @@ def goal_tables(results, lines):
 				where = f"{shape}, pages of {pages}"
 				row(f"whole sort: ahead of {title} by", where, ahead, values, goals)
 				limit_row(f"whole sort: ahead of {title} by", where, "whole", ("whole", what, who), shape, values, goals)
+	for what, who, title, cell, goals in (
+		("triangles_u32_ball", "same_traffic", "sort of triangles: time over the same traffic", within, TRIANGLES_GOALS),
+		("tubes_u32_ball", "user", "sort of tubes: ahead of what a user writes by", ahead, TUBES_GOALS),
+	):
+		peers = [results.get("whole", what, who, size) for size in GOAL_SIZES]
+		own = [results.get("whole", what, "vexmoor", size) for size in GOAL_SIZES]
+		pairs = zip(own, peers) if cell is within else zip(peers, own)
+		row(title, "ball", cell, [results.ratio(slower, faster) for slower, faster in pairs], goals)
 	table(lines, head, rows)
 
 	rows = []
