@@ -1,8 +1,8 @@
-// The inputs: two particle shapes, five kinds of keys. Random numbers come from a small generator of our own, since the
-// distributions of the standard library differ from one implementation to the next.
+// The inputs: two particle shapes, five kinds of keys.
 
 #include "bench_inputs.h"
 
+#include "bench_random.h"
 #include <algorithm>
 #include <cmath>
 #include <map>
@@ -16,39 +16,6 @@ namespace
 	constexpr float kBallRadius = 10.0f;
 	constexpr float kFrameSeconds = 1.0f / 60.0f;
 	constexpr u32 kVerticesPerParticle = 4;
-
-	// SplitMix64: one multiply-xorshift chain per number, good enough for inputs and the same everywhere.
-	class CRandom
-	{
-	public:
-		explicit CRandom(u64 seed)
-			: m_State(seed)
-		{
-		}
-		u64 Next64()
-		{
-			m_State += 0x9E3779B97F4A7C15ull;
-			u64 z = m_State;
-			z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-			z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-			return z ^ (z >> 31);
-		}
-		u32 Next32() { return u32(Next64() >> 32); }
-		/// In [-1, 1).
-		float NextSigned() { return float(s32(Next32())) * (1.0f / 2147483648.0f); }
-		CFloat3 NextInBall()
-		{
-			for (;;)
-			{
-				const CFloat3 point(NextSigned(), NextSigned(), NextSigned());
-				if (SquaredDistance(point, CFloat3()) <= 1.0f)
-					return point;
-			}
-		}
-
-	private:
-		u64 m_State;
-	};
 
 	CFloat3 Add(const CFloat3 &a, const CFloat3 &b, float scale)
 	{

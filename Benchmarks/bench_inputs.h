@@ -62,6 +62,13 @@ inline u32 FloatBits(float value)
 	return bits;
 }
 
+inline float FloatFromBits(u32 bits)
+{
+	float value;
+	std::memcpy(&value, &bits, sizeof(value));
+	return value;
+}
+
 /// A batch of whole sorts: as many inputs as the second cache holds well, and one at least.
 constexpr u32 kBatchParticles = 1u << 15;
 

@@ -4,9 +4,9 @@
 
 #include "vx_defs.h"
 
+#include "bench_clock.h"
 #include <algorithm>
 #include <benchmark/benchmark.h>
-#include <chrono>
 #include <vector>
 
 namespace VexmoorBench
@@ -14,16 +14,6 @@ namespace VexmoorBench
 using namespace Vexmoor;
 
 constexpr u32 kPairsPerIteration = 15;
-
-/// The seconds that one call takes.
-template<typename _Run>
-double Seconds(const _Run &run)
-{
-	const auto start = std::chrono::steady_clock::now();
-	run();
-	benchmark::ClobberMemory();
-	return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
 
 /// The value in the middle.
 inline double Median(std::vector<double> values)
@@ -37,13 +27,14 @@ inline double Median(std::vector<double> values)
 /// sets two counters: "ratio", the median over the pairs of other's time over plain's, and "plain_ns", the median of
 /// plain's time.
 template<typename _Plain, typename _Other>
-void RunTimedPairs(benchmark::State &state, const _Plain &plain, const _Other &other)
+void RunTimedPairs(
+	benchmark::State &state, const _Plain &plain, const _Other &other, u32 pairsPerIteration = kPairsPerIteration)
 {
 	std::vector<double> ratios;
 	std::vector<double> plainSeconds;
 	for (auto _ : state)
 	{
-		for (u32 pair = 0; pair < kPairsPerIteration; ++pair)
+		for (u32 pair = 0; pair < pairsPerIteration; ++pair)
 		{
 			const bool plainFirst = pair % 2 == 0;
 			const double first = plainFirst ? plain() : other();
@@ -57,10 +48,10 @@ void RunTimedPairs(benchmark::State &state, const _Plain &plain, const _Other &o
 }
 
 /// The same of whole calls.
-template<typename _Plain, typename _Other>
+template<double (*_Now)() = ThreadTime, typename _Plain, typename _Other>
 void RunPairs(benchmark::State &state, const _Plain &plain, const _Other &other)
 {
 	RunTimedPairs(
-		state, [&] { return Seconds(plain); }, [&] { return Seconds(other); });
+		state, [&] { return Seconds<_Now>(plain); }, [&] { return Seconds<_Now>(other); });
 }
 } // namespace VexmoorBench

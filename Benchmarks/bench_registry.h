@@ -6,8 +6,8 @@
 
 #include "vx_defs.h"
 
+#include "bench_clock.h"
 #include <benchmark/benchmark.h>
-#include <chrono>
 #include <initializer_list>
 #include <string>
 
@@ -22,17 +22,6 @@ inline std::string CaseName(std::initializer_list<std::string> parts)
 	for (const std::string &part : parts)
 		name += name.empty() ? part : "/" + part;
 	return name;
-}
-
-/// Calls run, and gives its time to the benchmark as that of one iteration.
-template<typename _Run>
-void TimeIteration(benchmark::State &state, const _Run &run)
-{
-	const auto start = std::chrono::steady_clock::now();
-	run();
-	benchmark::ClobberMemory();
-	const auto stop = std::chrono::steady_clock::now();
-	state.SetIterationTime(std::chrono::duration<double>(stop - start).count());
 }
 
 /// Says what one iteration holds: that many calls, each of so many items. The report divides by them.
@@ -50,7 +39,10 @@ void RegisterExpansion();
 void RegisterBillboards();
 void RegisterTriangles();
 void RegisterTubes();
+void RegisterScenes();
+void RegisterCold();
 void RegisterSmallPages();
 void RegisterDrawCalls();
+void RegisterJobs();
 void RegisterDiagnostics();
 } // namespace VexmoorBench

@@ -95,7 +95,7 @@ namespace
 		{
 			histograms.Clear();
 			histograms.Count(records.Data(), counted);
-			TimeIteration(state,
+			TimeIteration<WallTime>(state,
 				[&]
 				{
 					histograms.Sum();

@@ -5,6 +5,7 @@
 // particle with the same loop.
 
 #include "bench_inputs.h"
+#include "quads.h"
 #include "sort_competitors.h"
 #include <algorithm>
 #include <cmath>
@@ -12,10 +13,6 @@
 
 namespace VexmoorBench
 {
-constexpr u32 kQuad[6] = {0, 1, 2, 0, 2, 3};
-constexpr u32 kIndicesPerQuad = 6;
-constexpr u32 kVerticesPerQuad = 4;
-
 /// A contiguous range of a batch's particles. Its vertices count from 0.
 struct SDrawCall
 {
@@ -41,13 +38,6 @@ constexpr u32 kMaxParticlesPerCall = ~0u;
 /// Fifteen pages of 1,024 quads: the most whole pages of which every index is below 0xFFFF.
 template<>
 inline constexpr u32 kMaxParticlesPerCall<u16> = 15 * 1024;
-
-template<typename _Index>
-inline void WriteQuad(_Index *out, u32 firstVertex)
-{
-	for (u32 i = 0; i < kIndicesPerQuad; ++i)
-		out[i] = _Index(firstVertex + kQuad[i]);
-}
 
 /// The library. The caller's part is in the time as well: the three set-up calls, every time.
 template<typename _Index, u32 _ParticlesPerPage>

@@ -5,8 +5,13 @@
 
 #include "bench_registry.h"
 #include "vqsort_target.h"
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <malloc.h>
 #include <string>
+
+constexpr int kBadArguments = 2;
 
 int main(int argc, char **argv)
 {
@@ -34,14 +39,39 @@ int main(int argc, char **argv)
 	RegisterBillboards();
 	RegisterTriangles();
 	RegisterTubes();
+	RegisterScenes();
+	RegisterCold();
 	RegisterSmallPages();
 	RegisterDrawCalls();
+	RegisterJobs();
 	RegisterDiagnostics();
 
-	benchmark::Initialize(&argc, argv);
-	if (benchmark::ReportUnrecognizedArguments(argc, argv))
-		return 1;
+	// Google Benchmark shows its help for some bad values too, and calls that a success.
+	static bool s_HelpIsAsked;
+	s_HelpIsAsked = argc > 1 && std::strcmp(argv[1], "--help") == 0;
+	benchmark::Initialize(&argc, argv,
+		[]
+		{
+			if (!s_HelpIsAsked)
+			{
+				std::fputs("vexmoor_benchmarks: an option has a value that it cannot have; --help lists the options\n",
+					stderr);
+				std::exit(kBadArguments);
+			}
+			benchmark::PrintDefaultHelp();
+		});
+	if (argc > 1)
+	{
+		std::fprintf(stderr,
+			"vexmoor_benchmarks: there is no option, or no such value, \"%s\"; --help lists the options\n", argv[1]);
+		return kBadArguments;
+	}
 	const size_t run = benchmark::RunSpecifiedBenchmarks();
 	benchmark::Shutdown();
-	return run != 0 ? 0 : 1;
+	if (run == 0)
+	{
+		std::fprintf(stderr, "vexmoor_benchmarks: no benchmark has a name that matches the filter\n");
+		return kBadArguments;
+	}
+	return 0;
 }

@@ -1,46 +1,86 @@
 #!/usr/bin/env bash
-# Installs the peers, builds Release, measures everything interleaved in one process, and writes Docs/performance.md
-# with its plots. Nothing else should run on the machine meanwhile.
+# Installs the peers, builds Release, measures, writes the pages, and prints a table of goals: which are kept on this
+# processor, and which are missed. Nothing else should run on the machine meanwhile.
 #
-#   ./Tools/bench.sh                       everything: some 10 minutes
-#   ./Tools/bench.sh --filter '^sort/'     some cases, into build/bench/partial/performance.md
-#   ./Tools/bench.sh --quick               whether it works: a minute, into build/bench/quick/performance.md
+#   ./Tools/bench.sh                       everything, some 15 minutes: Benchmarks/results, Docs/performance.md, README.md
+#   ./Tools/bench.sh --filter '^sort/'     some cases, into build/bench/partial
+#   ./Tools/bench.sh --quick               whether it works: a minute, into build/bench/quick
+#   ./Tools/bench.sh --pages               measures nothing: the pages and the table, from Benchmarks/results
+#   ./Tools/bench.sh --repetitions 5       fewer than the 11 that each median is of; goes with any other option
+#   ./Tools/bench.sh --lock FILE           holds the file locked while it measures, two minutes at a time at most, so that
+#                                          others who lock it take turns on the machine; goes with any other option
+#
+# Ends with 0 where all goals are kept, with 1 where one is missed or a check failed, with 2 for a bad argument. --quick asks
+# for no goals.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-build=build/bench
-page=Docs/performance.md
-report=()
-arguments=(--benchmark_repetitions=11 --benchmark_min_time=0.02)
-case "${1:-}" in
-"") ;;
---filter)
-	page=$build/partial/performance.md
-	arguments+=("--benchmark_filter=${2:?"--filter takes a regular expression over names, as in ^sort/uniform/"}")
-	;;
---quick)
-	page=$build/quick/performance.md
-	report=(--quick)
-	arguments=(--benchmark_repetitions=2 --benchmark_min_time=0.001 '--benchmark_filter=-/(1000000|4000000)(/|$)')
-	;;
-*)
-	printf 'bench.sh: there is no option "%s"; the options are: --filter, --quick\n' "$1" >&2
+fail()
+{
+	printf 'bench.sh: %s\n' "$1" >&2
 	exit 2
-	;;
-esac
+}
 
+build=build/bench
+mode=all
+filter=
+measuring=()
+while [ $# -gt 0 ]; do
+	case $1 in
+	--filter)
+		[ $# -gt 1 ] || fail "--filter takes a regular expression over names, as in --filter '^sort/uniform/'"
+		[ $mode = all ] || fail "--filter, --quick and --pages exclude each other"
+		mode=partial filter=$2
+		shift
+		;;
+	--quick | --pages)
+		[ $mode = all ] || fail "--filter, --quick and --pages exclude each other"
+		mode=${1#--}
+		;;
+	--lock)
+		[ $# -gt 1 ] || fail "--lock takes the name of a file"
+		measuring+=(--lock "$2")
+		shift
+		;;
+	--repetitions)
+		[[ ${2:-} =~ ^[1-9][0-9]?$ ]] || fail "--repetitions takes a number from 1 to 99"
+		measuring+=(--repetitions "$2")
+		shift
+		;;
+	*) fail "there is no option \"$1\"; the options are: --filter, --quick, --pages, --repetitions, --lock" ;;
+	esac
+	shift
+done
+
+results=Benchmarks/results
+page=(--page Docs/performance.md --readme README.md)
+case $mode in
+partial) measuring+=("--filter=$filter") ;;
+quick) measuring+=(--repetitions 2 --min-time 0.001 '--filter=-/(1000000|4000000)(/|$)') ;;
+esac
+if [ $mode = partial ] || [ $mode = quick ]; then
+	results=$build/$mode/results
+	page=(--page $build/$mode/performance.md)
+	rm -rf $build/$mode
+fi
+mkdir -p $results
+
+# The distribution's interpreter: another one does not see its packages.
+python=/usr/bin/python3
 Tools/install_packages.sh g++ cmake ninja-build pkg-config libbenchmark-dev libboost-dev libhwy-dev libogre-1.12-dev \
 	libtbb-dev python3-matplotlib
 
-cmake -S . -B $build -G Ninja -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=Release -DVEXMOOR_BUILD_BENCHMARKS=ON \
-	-DVEXMOOR_BUILD_SAMPLES=OFF -DBUILD_TESTING=OFF
-cmake --build $build --target vexmoor_benchmarks
+if [ $mode != pages ]; then
+	log=$build.log
+	if ! { cmake -S . -B $build -G Ninja -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=Release \
+		-DVEXMOOR_BUILD_BENCHMARKS=ON -DVEXMOOR_BUILD_SAMPLES=OFF -DBUILD_TESTING=OFF &&
+		cmake --build $build --target vexmoor_benchmarks; } >$log 2>&1; then
+		cat $log >&2
+		exit 1
+	fi
+	$python Benchmarks/measure.py $build/Benchmarks/vexmoor_benchmarks $results "${measuring[@]}"
+fi
 
-mkdir -p "$(dirname "$page")"
-$build/Benchmarks/vexmoor_benchmarks "${arguments[@]}" --benchmark_enable_random_interleaving=true \
-	--benchmark_display_aggregates_only=true --benchmark_out=$build/results.json --benchmark_out_format=json \
-	>$build/results.txt
-
-# The distribution's interpreter: another one does not see its packages.
-/usr/bin/python3 Benchmarks/report.py $build/results.json "$page" --tried Benchmarks/tried.md "${report[@]}"
-printf 'bench.sh: the results are in %s\n' "$page"
+$python Benchmarks/report.py $results/*.json "${page[@]}"
+printf 'the page is %s\n' "${page[1]}"
+[ $mode = quick ] || $python Benchmarks/goals.py $results/*.json

@@ -1,0 +1,312 @@
+"""Markdown tables of what was measured: for a user first, then stage by stage."""
+
+import statistics
+
+from goals import RECORD_KEYS, fill_over_traffic, over_parts, size_name
+
+FRAME_NS = 1e9 / 60
+SCENE_SIZES = [100, 1000, 10000, 100000, 1000000, 4000000]
+
+# How scenes are called in tables, by what their names end in. They come in the order of their registration.
+SCENE_TITLES = {
+	"": "pages of 1,000",
+	"stride_16": "at a stride of 16",
+	"disabled_1": "1 % disabled",
+	"disabled_30": "30 % disabled",
+	"disabled_50": "50 % disabled",
+	"disabled_99": "99 % disabled",
+	"list": "through an index list",
+	"pages_1_to_300": "pages of 1 to 300",
+	"pages_1_to_300_disabled_30": "pages of 1 to 300, 30 % disabled",
+	"pages_1_to_300_disabled_30_frame": "500 such draw calls of 100 to 2,000",
+	"pages_of_1": "pages of 1",
+	"pages_of_1_stride_16": "pages of 1 at a stride of 16",
+	"camera_inside": "camera inside the particles",
+	"emitter_50_m_away": "3 m wide, 50 m away",
+	"plume": "a plume, in order of emission",
+	"ages": "ages in runs of 64",
+	"per_page": "one for each page",
+	"all_equal": "all equal",
+	"nearly_sorted": "nearly sorted",
+}
+SWEPT_TITLES = {
+	"nothing": "nothing, draw call after draw call",
+	"data": "the first and the second cache",
+	"code": "the first cache of code, and the predictors of branches",
+	"all_caches": "all caches, of code and data",
+}
+
+
+def scene_title(what):
+	"""As in "by position, 30 % disabled"."""
+	by, _, kind = what.partition("_")
+	by = {"positions": "by position", "values": "by value"}.get(by, by)
+	return f"{by}, {SCENE_TITLES.get(kind, kind.replace('_', ' '))}"
+
+
+def number(value):
+	if value >= 100:
+		return f"{value:.0f}"
+	return f"{value:.1f}" if value >= 10 else f"{value:.2f}"
+
+
+def duration(ns):
+	"""As in "5.2 µs"."""
+	for unit, length in (("ms", 1e6), ("µs", 1e3)):
+		if ns >= length:
+			return f"{number(ns / length)} {unit}"
+	return f"{number(ns)} ns"
+
+
+def table(head, rows):
+	"""The lines of a Markdown table, and an empty one."""
+	return [
+		"| " + " | ".join(head) + " |", "|" + "---|" * len(head), *("| " + " | ".join(row) + " |" for row in rows), "",
+	]
+
+
+def times(ratio):
+	"""How many times as long somebody else takes: bold where that is shorter."""
+	return f"×{number(ratio)}" if ratio >= 1 else f"**×{number(ratio)}**"
+
+
+def sides(case):
+	"""Nanoseconds of a call of the library and of the other side, where they took turns."""
+	return case.counter("plain_ns"), case.counter("plain_ns") * case.counter("ratio")
+
+
+def draw_call_table(of_processors):
+	"""By count, for each processor what the library takes and what the loop does. of_processors: name -> results."""
+	head = ["particles"]
+	for processor in of_processors:
+		head += [f"{processor}: Vexmoor", "std::sort and loops", ""]
+	rows = []
+	for size in SCENE_SIZES:
+		row = [size_name(size)]
+		for results in of_processors.values():
+			case = results.get("scenes", "positions", "user", size)
+			row += [*map(duration, sides(case)), times(case.counter("ratio"))] if case else ["", "", ""]
+		if any(row[1:]):
+			rows.append(row)
+	return table(head, rows)
+
+
+def scene_points(results, what):
+	"""(count, case) of a scene. A frame's draw calls have some 1,000 particles each."""
+	for size in results.values(3, stage="scenes", what=what):
+		yield 1000 if what.endswith("_frame") else size, results.get("scenes", what, "user", size)
+
+
+def scene_ratios(results, what):
+	"""Count -> how many times as long the loop takes."""
+	return {size: case.counter("ratio") for size, case in scene_points(results, what)}
+
+
+def scene_table(results):
+	"""Nanoseconds a particle, and how many times as long the loop takes."""
+	rows = []
+	for what in results.values(1, stage="scenes"):
+		cases = dict(scene_points(results, what))
+		cells = []
+		for size in SCENE_SIZES:
+			case = cases.get(size)
+			cells.append(f"{number(case.counter('plain_ns') / case.items)}, {times(case.counter('ratio'))}" if case else "")
+		rows.append([scene_title(what)] + cells)
+	return table(["ns a particle", *map(size_name, SCENE_SIZES)], rows) if rows else []
+
+
+def cold_table(results):
+	"""The time of a small draw call, and how many times as long the loop takes."""
+	rows = []
+	sizes = results.values(3, stage="cold")
+	for what in results.values(1, stage="cold"):
+		by, _, swept = what.partition("_swept_")
+		cases = [results.get("cold", what, "user", size) for size in sizes]
+		rows.append([{"positions": "by position", "values": "by value"}.get(by, by), SWEPT_TITLES.get(swept, swept)] + [
+			f"{duration(case.counter('plain_ns'))}, {times(case.counter('ratio'))}" if case else "" for case in cases])
+	return table(["", "swept before each", *map(size_name, sizes)], rows) if rows else []
+
+
+MOST_NAMED = 4  # counts at which somebody else is ahead; more are summed up
+
+
+def slower_at(ratios_by_size):
+	"""As in "at 100 (×0.30), 1k (×0.34)": the counts at which a ratio is below 1; empty without any."""
+	slower = [(size, ratio) for size, ratio in ratios_by_size if ratio is not None and ratio < 1]
+	if not slower:
+		return ""
+	if len(slower) > MOST_NAMED:
+		sizes, ratios = zip(*slower)
+		return (f"at {len(slower)} counts from {size_name(min(sizes))} to {size_name(max(sizes))} "
+			f"(×{number(min(ratios))} at the least)")
+	return "at " + ", ".join(f"{size_name(size)} (×{number(ratio)})" for size, ratio in slower)
+
+
+def losses(results):
+	"""List items that say where others are ahead: the loop in draw calls, then peers."""
+	lines = []
+	for what in results.values(1, stage="scenes"):
+		slower = slower_at((size, case.counter("ratio")) for size, case in scene_points(results, what))
+		if slower:
+			lines.append(f"- The loop, {scene_title(what)}: {slower}.")
+	for what in results.values(1, stage="cold"):
+		by, _, swept = what.partition("_swept_")
+		slower = slower_at((size, results.turns("cold", what, "user", size))
+			for size in results.values(3, stage="cold", what=what))
+		if slower:
+			lines.append(f"- The loop, by {by[:-1]} after a sweep of {SWEPT_TITLES.get(swept, swept)}: {slower}.")
+	for stage, title, owns in (("whole", "Whole sorts", ("vexmoor_pages_of_1k", "vexmoor")),
+			("sort", "Sorts of records alone", ("vexmoor",))):
+		for what in results.values(1, stage=stage):
+			whos = results.values(2, stage=stage, what=what)
+			own = next((who for who in owns if who in whos), None)
+			counts = results.values(3, stage=stage, what=what)
+			slower = {who: slower_at((size, results.ratio(stage, what, who, own, size)) for size in counts)
+				for who in whos if own and not who.startswith("vexmoor")}
+			named = [f"{who} {counts}" for who, counts in slower.items() if counts]
+			if named:
+				lines.append(f"- {title}, {what.replace('_', ' ')}: {'; '.join(named)}.")
+	return lines
+
+
+def peer_table(results, stage, what, own, unit):
+	"""Times and ratios of all competitors of one case; and for a plot, competitor -> (count, ratio)."""
+	whos = results.values(2, stage=stage, what=what)
+	counts = sorted(results.values(3, stage=stage, what=what))
+	rows, series = [], {}
+	for who in whos:
+		cells = []
+		for size in counts:
+			case = results.get(stage, what, who, size)
+			ratio = results.ratio(stage, what, who, own, size)
+			cells.append(f"{number(case.per_item())} ±{100 * case.spread:.0f} %" if case else "")
+			if case and ratio is not None and not who.startswith("vexmoor"):
+				cells[-1] += f", {times(ratio)}"
+				series.setdefault(who, []).append((size, ratio))
+		rows.append([who] + cells)
+	return table([unit, *map(size_name, counts)], rows), series
+
+
+def fill_baseline(results, size):
+	"""The faster of the loops that move the fill's traffic, or None."""
+	whos = [who for who in ("same_traffic_16", "same_traffic_32") if results.get("fill", "baseline", who, size)]
+	return min(whos, key=lambda who: results.get("fill", "baseline", who, size).ns, default=None)
+
+
+def fill_table(results):
+	"""The table, and for a plot, layout -> (count, ratio to the loop with its traffic)."""
+	counts = sorted(results.values(3, stage="fill"))
+	rows, series = [], {}
+	for what in results.values(1, stage="fill"):
+		if what == "pairs":
+			continue
+		for who in results.values(2, stage="fill", what=what):
+			label = who if what == "baseline" else what + who.removeprefix("vexmoor")
+			cells = []
+			for size in counts:
+				case = results.get("fill", what, who, size)
+				loop, copy = (results.get("fill", "baseline", peer, size) for peer in (fill_baseline(results, size), "copy"))
+				cells.append(f"{number(case.per_item())} ±{100 * case.spread:.0f} %" if case else "")
+				if case and loop and copy and what != "baseline":
+					cells[-1] += f" ({case.ns / loop.ns:.2f}, {case.ns / copy.ns:.2f})"
+					series.setdefault(label, []).append((size, case.ns / loop.ns))
+			rows.append([label] + cells)
+	in_turns = [fill_over_traffic(results, size) for size in counts]
+	rows.append(["positions_12_aligned over the slower loop, in turns"]
+		+ [number(ratio) if ratio else "" for ratio in in_turns])
+	return table(["ns a particle", *map(size_name, counts)], rows), series
+
+
+def expand_tables(results):
+	"""Width -> table, and for a plot, width -> (count, ratio to the loop with its traffic) where outputs are aligned."""
+	tables, series = {}, {}
+	for what in results.values(1, stage="expand"):
+		counts = sorted(results.values(3, stage="expand", what=what))
+		rows = []
+		for who in results.values(2, stage="expand", what=what):
+			cells = []
+			for size in counts:
+				case = results.get("expand", what, who, size)
+				cells.append(f"{number(case.per_item())} ±{100 * case.spread:.0f} %" if case else "")
+				loop, stream = (results.get("expand", what, peer, size) for peer in ("same_traffic", "stream_fill"))
+				if case and loop and stream and who.startswith("vexmoor"):
+					cells[-1] += f" ({case.ns / loop.ns:.2f}, {case.ns / stream.ns:.2f})"
+					if who == "vexmoor_at_0":
+						series.setdefault(what, []).append((size, case.ns / loop.ns))
+			rows.append([who] + cells)
+		tables[what] = table(["ns a record", *map(size_name, counts)], rows)
+	return tables, series
+
+
+def parts_tables(results):
+	counts = sorted(results.values(3, stage="sort_parts"))
+	lines = []
+	for keys in RECORD_KEYS:
+		rows = []
+		for part in results.values(2, stage="sort_parts", what=keys):
+			cases = [results.get("sort_parts", keys, part, size) for size in counts]
+			rows.append([part] + [number(case.per_item()) if case else "" for case in cases])
+		for scatter in ("scatter", "scatter_and_positions"):
+			over = [over_parts(results, keys, scatter, size) for size in counts]
+			rows.append([f"sort over clear_and_sum, count and {scatter}"] + [number(ratio) if ratio else "" for ratio in over])
+		lines += table([f"ns a record, {keys}", *map(size_name, counts)], rows)
+	return lines
+
+
+def frame_share_table(results):
+	counts = sorted(results.values(3, stage="whole"))
+	rows = []
+	for what in results.values(1, stage="whole"):
+		for who in results.values(2, stage="whole", what=what):
+			if who.startswith("vexmoor") or who == "user":
+				cases = [results.get("whole", what, who, size) for size in counts]
+				rows.append([f"{what}, {who}"] + [f"{number(100 * case.ns / FRAME_NS)} %" if case else "" for case in cases])
+	return table(["of a frame at 60 Hz", *map(size_name, counts)], rows)
+
+
+def thread_table(results):
+	rows = []
+	for who in results.values(2, stage="draw_calls", what="frame"):
+		case = results.get("draw_calls", "frame", who, 500)
+		rows.append([who, f"{duration(case.ns)} ±{100 * case.spread:.1f} %", str(case.items)])
+	return table(["", "a frame", "particles"], rows)
+
+
+def pair_table(results, stage, heads, title):
+	"""Of cases whose sides took turns: the ratio, its range over the repetitions, and the plain side's time."""
+	rows = []
+	for what in results.values(1, stage=stage):
+		for who in results.values(2, stage=stage, what=what):
+			for size in sorted(results.values(3, stage=stage, what=what, who=who)):
+				case = results.get(stage, what, who, size)
+				least, median, most = case.counters["ratio"]
+				rows.append([title(what, who), size_name(size), f"{median:.3f}", f"{least:.3f} to {most:.3f}",
+					duration(case.counter("plain_ns"))])
+	return table(heads, rows)
+
+
+def machine_table(machine):
+	virtual = f", virtual ({machine['virtual']})" if machine["virtual"] else ""
+	return table(["", ""], [
+		["Processor", f"{machine['model_name']} ({machine['vendor']}, family {machine['family']}, model "
+			f"{machine['model']}), {machine['cores']} cores{virtual}, with {machine['registers']}"],
+		["Caches", machine["caches"]],
+		["Memory, kernel", f"{machine['memory']}, {machine['kernel']}"],
+		["Compiler", machine["compiler"]],
+		["vqsort uses", machine["vqsort"]],
+		["Packages", machine["packages"]],
+		["Run", f"{machine['date']}, medians of {machine['repetitions']} repetitions, beside other work to a load of "
+			f"{machine['load']} at the most"],
+	])
+
+
+def two_threads_lead(results):
+	"""How many times as fast two threads are as one: the least, the median and the most, or None."""
+	case = results.get("draw_calls", "pairs", "vexmoor_two_threads", 500)
+	return sorted(1 / ratio for ratio in case.counters["ratio"]) if case else None
+
+
+def middle_spread(results):
+	"""Half the range between the quartiles as a share of the median: of the middle case, or None."""
+	spreads = [case.spread for case in results.cases.values() if case.spread is not None]
+	return statistics.median(spreads) if spreads else None

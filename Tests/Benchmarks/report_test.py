@@ -1,0 +1,90 @@
+#!/usr/bin/env python3
+"""Writes pages of made-up results. Skipped (77) where matplotlib, which draws their plots, is not installed.
+
+report_test.py FOLDER_OF_BENCHMARKS
+"""
+
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+BENCHMARKS = sys.argv.pop(1)
+sys.path.insert(0, BENCHMARKS)
+try:
+	import report
+except ModuleNotFoundError as missing:
+	print(f"report_test.py: {missing}")
+	sys.exit(77)
+import results
+from example import example, in_turns
+
+
+class ReportTest(unittest.TestCase):
+	def setUp(self):
+		folder = tempfile.TemporaryDirectory()
+		self.addCleanup(folder.cleanup)
+		self.folder = pathlib.Path(folder.name)
+
+	def write(self, *of_processors, options=()):
+		paths = []
+		for number, of_processor in enumerate(of_processors):
+			paths.append(self.folder / f"{number}.json")
+			results.save(of_processor, paths[-1])
+		answer = subprocess.run(
+			[sys.executable, f"{BENCHMARKS}/report.py", *paths, "--page", self.folder / "page.md", *options],
+			capture_output=True, text=True, check=False)
+		self.assertEqual((answer.returncode, answer.stderr), (0, ""))
+		return (self.folder / "page.md").read_text(encoding="utf-8")
+
+	def test_the_page_opens_with_the_plot_and_the_table(self):
+		headings = re.findall(r"^(#+ .*|!\[.*?\])", self.write(example()), re.M)
+		self.assertEqual(headings[:3], ["# Performance", "![Whole sorts by count, beside the loop]", "## Your draw call"])
+
+	def test_every_link_leads_somewhere(self):
+		page = self.write(example())
+		for link in re.findall(r"\]\((page[^)]*)\)", page):
+			self.assertTrue((self.folder / link).exists(), link)
+		details = self.folder / "page" / "intel-6-99.md"
+		for link in re.findall(r"!\[[^]]*\]\(([^)]*)\)", details.read_text(encoding="utf-8")):
+			self.assertTrue((details.parent / link).exists(), link)
+
+	def test_processors_have_a_page_each(self):
+		other = example()
+		other.machine["model"] = "100"
+		page = self.write(example(), other)
+		self.assertIn("(page/intel-6-99.md)", page)
+		self.assertIn("(page/intel-6-100.md)", page)
+
+	def test_losses_are_on_the_page(self):
+		self.assertIn("- The loop, by value, 99 % disabled: at 1k (×0.50).", self.write(example()))
+
+	def test_a_readme_gets_its_figures(self):
+		whole = example()
+		for size in report.README_COUNTS:
+			whole.cases[("scenes", "positions", "user", size)] = in_turns(6.6, 5.0 * size, size)
+		for shape in report.SHAPES:
+			for size in report.SIZES[:-1]:
+				whole.cases[("whole_pairs", f"{shape}_vexmoor_pages_of_1k", "vqsort_best", size)] = in_turns(1.25, 1.0, size)
+		readme = self.folder / "README.md"
+		readme.write_text(f"before\n{report.FIGURES_BEGIN}\nold\n{report.FIGURES_END}\nafter\n", encoding="utf-8")
+		self.write(whole, options=("--readme", readme))
+		text = readme.read_text(encoding="utf-8")
+		self.assertTrue(text.startswith("before\n") and text.endswith("\nafter\n"))
+		self.assertNotIn("old", text)
+		self.assertIn("in 5.00 µs for 1,000 particles, 50.0 µs for 10,000", " ".join(text.split()))
+		self.assertIn("take 7 to 7 times as", " ".join(text.split()))
+		self.assertLessEqual(max(map(len, text.splitlines())), 120)
+
+	def test_a_file_of_something_else_is_one_sentence_and_2(self):
+		path = self.folder / "other.json"
+		path.write_text("[]", encoding="utf-8")
+		answer = subprocess.run([sys.executable, f"{BENCHMARKS}/report.py", path, "--page", self.folder / "page.md"],
+			capture_output=True, text=True, check=False)
+		self.assertEqual((answer.returncode, len(answer.stderr.splitlines())), (2, 1), answer.stderr)
+
+
+if __name__ == "__main__":
+	unittest.main()
