@@ -6,6 +6,7 @@
 #include "diagnostics.h"
 #include "random_scene.h"
 #include "scene_memory.h"
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -104,7 +105,8 @@ static SSceneLayout RandomLayout(std::uint64_t seed)
 
 // Runs makeScene(seed) for each seed, up to the first one that fails.
 template<typename TMakeScene>
-static void ForEachCase(std::uint64_t caseCount, const TMakeScene &makeScene, bool isChecked = false)
+static void ForEachCase(
+	std::uint64_t caseCount, const TMakeScene &makeScene, bool isChecked = false, bool isThroughC = false)
 {
 	std::uint64_t first = 1;
 	std::uint64_t last = (caseCount * NumberFromEnvironment("VEXMOOR_TEST_CASES", 1000) + 999) / 1000;
@@ -117,6 +119,13 @@ static void ForEachCase(std::uint64_t caseCount, const TMakeScene &makeScene, bo
 		const SScene scene = makeScene(seed);
 		SSceneLayout layout = RandomLayout(seed);
 		layout.m_IsChecked = isChecked;
+		if (isThroughC)
+		{
+			layout.m_IsThroughC = true;
+			layout.m_RenderedCountStride = sizeof(u32);
+			layout.m_PageViewStride = SSceneLayout().m_PageViewStride;
+			layout.m_MaxJobCount = 0; // calls in C have none
+		}
 		ASSERT_TRUE(SortsLikeTheModel(scene, layout)) << "seed " << seed << ": " << Describe(scene) << "\n"
 													  << "alone: " << CommandFor(seed);
 	}
@@ -340,4 +349,29 @@ TEST(SortDifferential, CheckedTriangles_MatchTheModel)
 	options.m_TrianglesPerParticle = {1, 5};
 	ForEachCase(
 		2500, [&options](std::uint64_t seed) { return RandomTriangleScene(seed, options); }, true);
+}
+
+// The interface for C. A vertex count of 0 means another thing there.
+static SScene WithVertices(SScene scene)
+{
+	scene.m_VertexCount = std::max(scene.m_VertexCount, 1u);
+	return scene;
+}
+
+TEST(SortDifferential, PointsThroughC_MatchTheModel)
+{
+	const SSceneOptions options = SoundOptions();
+	const auto makeScene = [&options](std::uint64_t seed) { return WithVertices(RandomPointScene(seed, options)); };
+	ForEachCase(1000, makeScene, false, true);
+	ForEachCase(1000, makeScene, true, true);
+}
+
+TEST(SortDifferential, TrianglesThroughC_MatchTheModel)
+{
+	SSceneOptions options = SoundOptions();
+	options.m_ParticlesPerPage = {0, 12};
+	options.m_TrianglesPerParticle = {1, 5};
+	const auto makeScene = [&options](std::uint64_t seed) { return WithVertices(RandomTriangleScene(seed, options)); };
+	ForEachCase(1000, makeScene, false, true);
+	ForEachCase(1000, makeScene, true, true);
 }

@@ -9,6 +9,7 @@
 #include "diagnostics.h"
 #include "expand_calls.h"
 #include "sort_call.h"
+#include "vexmoor.h"
 #include <algorithm>
 #include <atomic>
 #include <gtest/gtest.h>
@@ -182,6 +183,36 @@ TEST(Threads, PagesThatWarn_AllCount)
 		});
 	ASSERT_EQ(warnings.Sites(), (std::vector<int>{1776}));
 	EXPECT_EQ(warnings.Entries()[0].m_TouchCount, kThreads * kSorts * kPages);
+}
+
+// One call in C, but for the output, on all threads at once: bare and checked, with the allocator's working buffers.
+TEST(Threads, SortsThroughC_ShareOneCall)
+{
+	constexpr u32 kCount = 500;
+	std::vector<float> values(kCount);
+	for (u32 i = 0; i < kCount; ++i)
+		values[i] = float(i * 7 % kCount);
+	const vexmoor_view page = {values.data(), kCount, sizeof(float)};
+	vexmoor_call shared = {};
+	shared.struct_size = sizeof(shared);
+	shared.index_capacity = kCount;
+	shared.values = &page;
+	shared.page_count = 1;
+	std::vector<std::vector<u32>> outputs(kThreads, std::vector<u32>(kCount));
+	RunAtOnce(
+		[&shared, &outputs](u32 thread)
+		{
+			vexmoor_call call = shared;
+			call.indices = outputs[thread].data();
+			const vexmoor_result result =
+				thread % 2 == 0 ? vexmoor_sort_points(&call) : vexmoor_sort_checked(&call, nullptr, nullptr);
+			EXPECT_EQ(result, VEXMOOR_OK);
+		});
+	for (const std::vector<u32> &output : outputs)
+	{
+		for (u32 rank = 0; rank < kCount; ++rank)
+			ASSERT_EQ(values[output[rank]], float(rank));
+	}
 }
 
 // Scopes of all threads go to one handler, which keeps its own count.

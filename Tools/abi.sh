@@ -103,8 +103,15 @@ fi
 old=$1
 new=${2:-}
 
-# Instances of the standard library's templates come and go with the optimiser, and no client counts on ours.
-printf '[suppress_function]\nsymbol_name_regexp = ^_Z(NK?)?St\n' >"$build/suppressions"
+# Instances of the standard library's templates come and go with the optimiser, and no client counts on ours. Structures for C
+# that begin with their size may grow at their end.
+cat >"$build/suppressions" <<'END'
+[suppress_function]
+symbol_name_regexp = ^_Z(NK?)?St
+[suppress_type]
+name_regexp = ^vexmoor_(call|report|scope|allocator)$
+has_data_member_inserted_at = end
+END
 
 install_revision "$old"
 oldPrefix=$installed

@@ -31,5 +31,5 @@ while IFS= read -r source; do
 		[ "$mode" = --check ] || formatted "$source" >"$source.formatted"
 		[ "$mode" = --check ] || mv "$source.formatted" "$source"
 	fi
-done < <(find Runtime Tests Samples Benchmarks \( -name '*.h' -o -name '*.cpp' \) | sort)
+done < <(find Runtime Tests Samples Benchmarks \( -name '*.h' -o -name '*.c' -o -name '*.cpp' \) | sort)
 [ "$mode" != --check ] || exit $changed

@@ -8,7 +8,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 sections=(
-	format analysis docs same-bits instructions package fuzz bugs debug release clang-debug sanitize threads memcheck
+	format analysis docs same-bits instructions package c bindings fuzz bugs debug release clang-debug sanitize threads memcheck
 	host-flags clang-host-flags
 )
 
@@ -147,6 +147,11 @@ for section in "$@"; do
 		Tools/package.sh
 		Tests/Abi/run.sh build/abi-test
 		Tools/abi.sh
+		;;
+	c) Tests/CInterface/run.sh build/c ;;
+	bindings)
+		Tools/install_packages.sh rustc python3-numpy
+		Tests/Bindings/run.sh build/bindings
 		;;
 	fuzz) Tools/fuzz.sh "$fuzzSeconds" ;;
 	bugs)

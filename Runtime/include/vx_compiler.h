@@ -266,6 +266,14 @@
 #endif
 ///@}
 
+/// No access to memory moves across: what was written as one type is read as another one of the same layout from here
+/// on. Not an instruction.
+#if VX_COMPILER_MSVC
+	#define VX_MEMORY_CHANGES_TYPES() _ReadWriteBarrier()
+#else
+	#define VX_MEMORY_CHANGES_TYPES() __asm__ volatile("" : : : "memory")
+#endif
+
 ///@{
 /// A bool that threads share, read and written whole, in no order with anything else.
 #if VX_COMPILER_MSVC
@@ -361,6 +369,13 @@
 	#define VX_TRAP() __asm__ volatile("ebreak")
 #else
 	#define VX_TRAP() __builtin_trap()
+#endif
+
+/// The calling convention of functions that C calls, or is called by, whatever the flags make the default.
+#if defined(_WIN32)
+	#define VX_CDECL __cdecl
+#else
+	#define VX_CDECL
 #endif
 
 /// 1 for a shared library and its clients, 0 for everything else; the build system's target carries it.

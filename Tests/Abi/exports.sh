@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Passes if shared libraries export symbols of namespace Vexmoor and no others: an instance of somebody else's template would
-# be taken by other modules for their own. Needs the libraries.
+# Passes if shared libraries export symbols of namespace Vexmoor, and the functions that vexmoor.h declares for C, and no
+# others: an instance of somebody else's template would be taken by other modules for their own. Needs the libraries.
 set -euo pipefail
 
 if [ $# = 0 ]; then
@@ -14,8 +14,9 @@ for library in "$@"; do
 		printf '%s exports nothing\n' "$library" >&2
 		exit 1
 	fi
-	# Functions, variables and functions' static variables; virtual tables and descriptions of types; guards of variables.
-	if others=$(grep -Ev '^_ZZ?NK?7Vexmoor|^_ZT[ISVT]N7Vexmoor|^_ZGVN7Vexmoor' <<<"$symbols"); then
+	# Functions, variables and functions' static variables; virtual tables and descriptions of types; guards of variables;
+	# C.
+	if others=$(grep -Ev '^_ZZ?NK?7Vexmoor|^_ZT[ISVT]N7Vexmoor|^_ZGVN7Vexmoor|^vexmoor_' <<<"$symbols"); then
 		printf '%s exports what is not ours:\n%s\n' "$library" "$(c++filt <<<"$others")" >&2
 		exit 1
 	fi

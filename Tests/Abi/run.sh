@@ -73,6 +73,17 @@ expect_of_both "a function gone" 1 "\[D\].*ValidateSort" "no longer: .*ValidateS
 sed -i 's/^\tu32 m_IndexCount_fromBB = 0;/&\n\tu32 m_More[16] = {};/' $sorter
 expect_of_both "a larger sorter" 1 "libvx_geometrics.so: breaks built programs" "no longer: Vexmoor::CTriangleSorter has 232 bytes"
 
+# The library's own assertion of the structure's size changes with it.
+sed -i 's/^\tsize_t working_buffer_size;/&\n\tconst void *more;/' Runtime/vx_geometrics/include/vexmoor.h
+sed -i 's/sizeof(vexmoor_call) == 14 \* 4 + 12/sizeof(vexmoor_call) == 14 * 4 + 13/' Runtime/vx_geometrics/src/vexmoor.cpp
+expect_of_both "a field more at the end of a call in C" 0 "libvx_geometrics.so: \(the same\|has more than before\)" \
+	"has more than before: 2 lines"
+
+sed -i 's/^VEXMOOR_API uint32_t VEXMOOR_CALL vexmoor_version/VEXMOOR_API uint64_t VEXMOOR_CALL vexmoor_version/' \
+	Runtime/vx_geometrics/include/vexmoor.h
+sed -i 's/^uint32_t vexmoor_version/uint64_t vexmoor_version/' Runtime/vx_geometrics/src/vexmoor.cpp
+expect_of_both "another return type in C" 1 "vexmoor_version" "no longer: .*vexmoor_version -> unsigned int"
+
 sed -i 's/SortFinding_Violation = 0,/SortFinding_Violation = 2,/' Runtime/vx_geometrics/include/ge_mesh_sort_validation.h
 expect_of_both "another value" 1 "SortFinding_Violation" "no longer: .*SortFinding_Violation is 0"
 
@@ -82,6 +93,6 @@ sed -i 's/^VX_WRAPS u64 SortCaptureChecksum\(.*\)/VX_WRAPS u32 SortCaptureChecks
 expect_of_both "another return type" 1 "SortCaptureChecksum" "no longer: .*SortCaptureChecksum.* -> unsigned long"
 
 sed -i '/src\/ge_mesh\/sort_validation.cpp/d' Runtime/vx_geometrics/CMakeLists.txt
-sed -i 's/\(define VX_VERSION_MAJOR\) .*/\1 2/' Runtime/include/vx_defs.h
+sed -i 's/\(define \(VX\|VEXMOOR\)_VERSION_MAJOR\) .*/\1 2/' Runtime/include/vx_defs.h Runtime/vx_geometrics/include/vexmoor.h
 expect_of_both "a function gone from a new major version" 0 "libvx_geometrics.so.1 is now libvx_geometrics.so.2" \
 	"the libraries have other names now"

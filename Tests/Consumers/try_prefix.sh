@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Tries an installed library as a host does that finds it with CMake, and as one that asks pkg-config. Also that a client
-# compiled with the other VX_ASSERTIONS does not link. Needs the prefix, an existing compiler name, and a folder to work in.
+# Tries an installed library as a host does that finds it with CMake, and as one that asks pkg-config, in C++ and in C. Also
+# that a client compiled with the other VX_ASSERTIONS does not link. Needs the prefix, the name of an existing compiler of
+# C++, whose compiler of C is there too, and a folder to work in.
 set -euo pipefail
 prefix=$1 compiler=$2 workDir=$3
 consumers=$(cd "$(dirname "$0")" && pwd)
@@ -12,6 +13,13 @@ cmake -G Ninja -S "$consumers/package" -B "$workDir/package" -DCMAKE_CXX_COMPILE
 	-DCMAKE_PREFIX_PATH="$prefix"
 cmake --build "$workDir/package"
 ctest --test-dir "$workDir/package" --output-on-failure
+
+cCompiler=${compiler/%clang++/clang}
+cCompiler=${cCompiler/%g++/gcc}
+cmake -G Ninja -S "$consumers/package_in_c" -B "$workDir/package_in_c" -DCMAKE_C_COMPILER="$cCompiler" \
+	-DCMAKE_PREFIX_PATH="$prefix"
+cmake --build "$workDir/package_in_c"
+ctest --test-dir "$workDir/package_in_c" --output-on-failure
 
 # Below /usr, both pkg-config and the loader find it by themselves; elsewhere they are told.
 loader=()
@@ -32,6 +40,12 @@ client()
 }
 client -fvisibility=hidden
 "$workDir/sort_one_frame"
+
+# Archives need the C++ runtime as well, which pkg-config knows under --static.
+read -ra cLinkFlags < <(pkg-config --libs --static vexmoor)
+"$cCompiler" -std=c99 "${compileFlags[@]}" "$consumers/../CInterface/c99_program.c" "${cLinkFlags[@]}" "${loader[@]}" \
+	-o "$workDir/c99_program"
+"$workDir/c99_program"
 
 other=1
 [[ " ${compileFlags[*]} " != *" -DVX_ASSERTIONS=1 "* ]] || other=0

@@ -24,6 +24,7 @@ struct SSceneLayout
 	Vexmoor::u32 m_PageViewStride = 16; // of the arrays of views, one element per page
 	bool m_SorterAllocates = false;     // no working buffer is given
 	bool m_IsChecked = false;           // the checked sort sorts
+	bool m_IsThroughC = false;          // the interface for C sorts: the strides above stay as they are
 	Vexmoor::u32 m_MaxJobCount = 0;     // none: the sort without jobs
 	EJobOrder m_JobOrder = JobOrder_Natural;
 };
@@ -73,6 +74,7 @@ private:
 	testing::AssertionResult _SurroundingsIntact() const;
 	void _SortInJobs();
 	void _SortChecked();
+	void _SortThroughC();
 
 	const Model::SScene m_Scene;
 	const SSceneLayout m_Layout;
@@ -97,7 +99,8 @@ private:
 };
 
 /// What a sort of the scene reports where assertions are compiled in.
-std::vector<std::string> ExpectedReports(const Model::SScene &scene, const Model::SSortResult &result);
+std::vector<std::string> ExpectedReports(
+	const Model::SScene &scene, const Model::SSortResult &result, const SSceneLayout &layout);
 
 /// Lays the scene out, sorts it and compares all there is with the model: the output, the records, the memory around
 /// them, the reports, and the warnings with their sites and counts.

@@ -12,6 +12,7 @@
 namespace Vexmoor
 {
 class CSortCapture;
+class CSortFromC;
 class CSortJobs;
 class CSortValidation;
 
@@ -437,6 +438,7 @@ public:
 
 private:
 	friend class CSortCapture;    // reads what is set up, see ge_mesh_sort_capture.h
+	friend class CSortFromC;      // borrows the pattern, see vexmoor.h
 	friend class CSortJobs;       // sorts it
 	friend class CSortValidation; // the same, see ge_mesh_sort_validation.h
 

@@ -67,6 +67,16 @@ public:
 	}
 	///@}
 
+	/// Shows the elements as an array, without a copy. The array is only read or moved. It is neither assigned to nor
+	/// destroyed, since it would free memory that is not its own.
+	static TArray Borrow(const TMemoryView<const _Type> &elements)
+	{
+		TArray array;
+		array.m_Data = const_cast<_Type *>(elements.Data());
+		array.m_Count = elements.Count();
+		return array;
+	}
+
 	bool Empty() const { return m_Count == 0; }  ///< True without elements, with or without memory.
 	u32 Count() const { return m_Count; }        ///< Elements.
 	u32 MaxCount() const { return m_MaxCount; }  ///< Elements that the memory has room for.

@@ -60,8 +60,20 @@ static const char *PluralOf(u64 count)
 	return count == 1 ? "" : "s";
 }
 
-static u32 LargestEntry(const TMemoryView<const u32> &pattern)
+static SElements ElementsOfPattern(u32 page, const TMemoryView<const u32> &pattern)
 {
+	return {"index pattern", page, pattern, alignof(u32)};
+}
+
+// A pattern that is borrowed from C may be unsound, like any other view: then it has no entries that can be read.
+static TMemoryView<const u32> ReadableEntries(const TMemoryView<const u32> &pattern)
+{
+	return {pattern.Data(), ReadableCount(ElementsOfPattern(kNoPage, pattern))};
+}
+
+static u32 LargestEntry(const TMemoryView<const u32> &patternOfCall)
+{
+	const TMemoryView<const u32> pattern = ReadableEntries(patternOfCall);
 	u32 largest = 0;
 	for (u32 i = 0; i < pattern.Count(); ++i)
 		largest = std::max(largest, pattern.Data()[i]);
@@ -626,6 +638,7 @@ void CSortValidation::_CheckGeometry()
 
 void CSortValidation::_CheckPointGeometry()
 {
+	_CheckView(ElementsOfPattern(kNoPage, m_Sorter.m_IndexPattern));
 	if (_HasQuadCenters())
 		_CheckQuadPattern();
 	else
@@ -643,8 +656,8 @@ void CSortValidation::_CheckPointPattern()
 	const TMemoryView<const u32> pattern = m_Sorter.m_IndexPattern;
 	if (pattern.Count() == 0)
 		_Violation("The index pattern has 0 entries, but needs at least 1.");
-	else if (pattern.Count() == 1 && *pattern.Data() != 0)
-		_Violation("The index pattern's only entry is %u, but has to be 0.", *pattern.Data());
+	else if (pattern.Count() == 1 && LargestEntry(pattern) != 0)
+		_Violation("The index pattern's only entry is %u, but has to be 0.", LargestEntry(pattern));
 	_CheckExpansionSpeed();
 	_CheckPointRoom();
 }
@@ -665,8 +678,9 @@ void CSortValidation::_CheckQuadPattern()
 }
 
 void CSortValidation::_CheckPatternEntries(
-	const char *ofPage, const TMemoryView<const u32> &pattern, u32 verticesPerParticle)
+	const char *ofPage, const TMemoryView<const u32> &patternOfCall, u32 verticesPerParticle)
 {
+	const TMemoryView<const u32> pattern = ReadableEntries(patternOfCall);
 	if (verticesPerParticle == 0)
 	{
 		_Violation("The particles%s have 0 vertices each, but need at least 1.", ofPage);
@@ -874,6 +888,7 @@ void CSortValidation::_CheckPagePattern(const SPage &page)
 	if (!page.m_IsReached || page.m_Id >= m_PatternPageCount)
 		return;
 	const TMemoryView<const u32> pattern = _PagePattern(page.m_Id);
+	_CheckView(ElementsOfPattern(page.m_Id, pattern));
 	if (pattern.Count() == 0 || pattern.Count() % kTriangleWidth != 0)
 		_Violation("The width of the index pattern of page %u is %u, but has to be a multiple of %u above 0.",
 			page.m_Id, pattern.Count(), kTriangleWidth);
@@ -1037,7 +1052,7 @@ void CSortValidation::_CheckSharedMemory()
 			if (page.m_Id < m_EnabledPageCount && page.m_DrawnCount != 0)
 				checkInput(_Enableds(page.m_Id));
 			if (page.m_Id < m_PatternPageCount && page.m_IsReached)
-				checkInput({"index pattern", page.m_Id, _PagePattern(page.m_Id), 1});
+				checkInput(ElementsOfPattern(page.m_Id, _PagePattern(page.m_Id)));
 		});
 	if (_IsGeometry(CSorter::GeometryPerPage))
 	{
@@ -1045,7 +1060,7 @@ void CSortValidation::_CheckSharedMemory()
 		checkInput(_PageVertexCounts());
 		return;
 	}
-	checkInput({"index pattern", kNoPage, TMemoryView<const u32>(m_Sorter.m_IndexPattern), 1});
+	checkInput(ElementsOfPattern(kNoPage, m_Sorter.m_IndexPattern));
 	if (_HasIndexList())
 		checkInput(_IndexList());
 	if (_ReadsQuadCenters())
