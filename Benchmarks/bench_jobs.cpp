@@ -84,7 +84,10 @@ namespace
 			m_Sorter.Setup_Geometry(TMemoryView<u32>(m_Pattern, kIndicesPerQuad), kVerticesPerQuad);
 		}
 		void SortOnOneCore() { m_Sorter.SortPoints_AutogenIndices(m_Scratch.Data()); }
-		void SortInJobs() { m_Sorter.SortPoints_AutogenIndices(m_Scratch.Data(), m_Scratch.Count(), CTwoCores::Jobs()); }
+		void SortInJobs()
+		{
+			m_Sorter.SortPoints_AutogenIndices(m_Scratch.Data(), m_Scratch.Count(), CTwoCores::Jobs());
+		}
 
 		u32 m_Count;
 		TStridedMemoryView<const CFloat3> m_Page;
@@ -146,7 +149,10 @@ namespace
 	struct SStdParallelSort
 	{
 		static constexpr const char *kName = "std_sort_par";
-		static void Run(SIndexAndDepth *records, u32 count) { std::sort(std::execution::par, records, records + count); }
+		static void Run(SIndexAndDepth *records, u32 count)
+		{
+			std::sort(std::execution::par, records, records + count);
+		}
 	};
 
 	struct SBlockIndirectSort
@@ -226,8 +232,8 @@ void RegisterJobs()
 	for (const EShape shape : {EShape::Ball, EShape::Curve})
 	{
 		for (const u32 count : {1000u, 10000u, 20000u, 50000u, 100000u, 300000u, 1000000u, 4000000u})
-			Register(Name(shape), "one_core", count,
-				[=](benchmark::State &state) { RunPairOfCores(state, shape, count); });
+			Register(
+				Name(shape), "one_core", count, [=](benchmark::State &state) { RunPairOfCores(state, shape, count); });
 		RegisterPeer<STbbParallelSort>(shape, 1000000);
 		RegisterPeer<SStdParallelSort>(shape, 1000000);
 		RegisterPeer<SBlockIndirectSort>(shape, 1000000);

@@ -670,15 +670,84 @@ TEST(CInterface, WorkingBufferThatDoesNotFit_IsRefused)
 TEST(CInterface, EveryResult_HasASentenceOfItsOwn)
 {
 	std::set<std::string> texts;
-	for (vexmoor_result result = VEXMOOR_OK; result <= VEXMOOR_ERROR_VIOLATION; ++result)
+	for (vexmoor_result result = VEXMOOR_OK; result <= VEXMOOR_ERROR_JOBS; ++result)
 		texts.insert(vexmoor_result_text(result));
-	EXPECT_EQ(texts.size(), 13u);
-	const std::string unknown = vexmoor_result_text(VEXMOOR_ERROR_VIOLATION + 1);
+	EXPECT_EQ(texts.size(), 14u);
+	const std::string unknown = vexmoor_result_text(VEXMOOR_ERROR_JOBS + 1);
 	EXPECT_EQ(texts.count(unknown), 0u);
 	EXPECT_EQ(vexmoor_result_text(-1), unknown);
 	texts.insert(unknown);
 	for (const std::string &text : texts)
 		EXPECT_EQ(text.back(), '.') << text;
+}
+
+// Jobs.
+
+namespace
+{
+// Runs jobs in reverse, and counts them.
+void VEXMOOR_CALL RunJobs(void *jobCounts, uint32_t jobCount, vexmoor_job job, void *context)
+{
+	static_cast<std::vector<u32> *>(jobCounts)->push_back(jobCount);
+	while (jobCount-- != 0)
+		job(context, jobCount);
+}
+} // namespace
+
+TEST(CInterface, Jobs_SortManyParticlesTogether)
+{
+	constexpr u32 kCount = 50000;
+	std::vector<float> values(kCount);
+	for (u32 i = 0; i < kCount; ++i)
+		values[i] = float(i * 7919u % kCount);
+	const vexmoor_view page = {values.data(), kCount, 4};
+	std::vector<u32> alone(kCount, kUntouched), together(kCount, kUntouched);
+	vexmoor_call call = {};
+	call.struct_size = sizeof(call);
+	call.index_capacity = kCount;
+	call.values = &page;
+	call.page_count = 1;
+	call.indices = alone.data();
+	size_t sizeAlone, sizeTogether;
+	ASSERT_EQ(vexmoor_working_buffer_size(&call, &sizeAlone), VEXMOOR_OK);
+	ASSERT_EQ(vexmoor_sort_points(&call), VEXMOOR_OK);
+
+	std::vector<u32> jobCounts;
+	const vexmoor_jobs jobs = {sizeof(jobs), 4, &RunJobs, &jobCounts};
+	call.jobs = &jobs;
+	call.indices = together.data();
+	ASSERT_EQ(vexmoor_working_buffer_size(&call, &sizeTogether), VEXMOOR_OK);
+	EXPECT_GT(sizeTogether, sizeAlone);
+	ASSERT_EQ(vexmoor_sort_points(&call), VEXMOOR_OK);
+	EXPECT_EQ(together, alone);
+	EXPECT_EQ(jobCounts, std::vector<u32>(4, 4u));
+
+	std::vector<u64> workingBuffer(sizeTogether / 8);
+	call.working_buffer = workingBuffer.data();
+	call.working_buffer_size = sizeTogether - 1;
+	std::fill(together.begin(), together.end(), kUntouched);
+	EXPECT_EQ(vexmoor_sort_points(&call), VEXMOOR_ERROR_WORKING_BUFFER);
+	EXPECT_EQ(vexmoor_sort_checked(&call, nullptr, nullptr), VEXMOOR_ERROR_VIOLATION);
+	EXPECT_EQ(together, std::vector<u32>(kCount, kUntouched));
+	call.working_buffer_size = sizeTogether;
+	EXPECT_EQ(vexmoor_sort_checked(&call, nullptr, nullptr), VEXMOOR_OK);
+	EXPECT_EQ(together, alone);
+	EXPECT_EQ(jobCounts.size(), 8u);
+}
+
+TEST(CInterface, JobsThatCannotRun_AreRefused)
+{
+	SThree three;
+	vexmoor_call call = three.Numbers();
+	vexmoor_jobs jobs = {sizeof(jobs), 0, &RunJobs, nullptr};
+	call.jobs = &jobs;
+	EXPECT_EQ(vexmoor_sort_points(&call), VEXMOOR_ERROR_JOBS);
+	jobs = {sizeof(jobs), 1, nullptr, nullptr};
+	EXPECT_EQ(vexmoor_sort_checked(&call, nullptr, nullptr), VEXMOOR_ERROR_JOBS);
+	jobs = {sizeof(jobs) - 1, 1, &RunJobs, nullptr};
+	size_t size;
+	EXPECT_EQ(vexmoor_working_buffer_size(&call, &size), VEXMOOR_ERROR_STRUCT_SIZE);
+	EXPECT_TRUE(three.IsUntouched());
 }
 
 // Checks.

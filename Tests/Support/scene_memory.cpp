@@ -398,7 +398,10 @@ void CSceneMemory::_SortThroughC()
 		call.quad_center_count = u32(m_Scene.m_QuadCenters.size());
 	}
 	call.working_buffer = WorkingBuffer();
-	call.working_buffer_size = m_WorkingBuffer != nullptr ? WorkingBufferSize(m_Scene, 0) : 0;
+	call.working_buffer_size = m_WorkingBuffer != nullptr ? m_WorkingBuffer->Size() : 0;
+	const SSortJobs hostJobs = m_Jobs != nullptr ? m_Jobs->Jobs() : SSortJobs();
+	const vexmoor_jobs jobs = {sizeof(jobs), hostJobs.m_MaxJobCount, hostJobs.m_Run, hostJobs.m_UserData};
+	call.jobs = m_Jobs != nullptr ? &jobs : nullptr;
 
 	const auto collect = [](void *userData, vexmoor_finding_kind kind, const char *sentence)
 	{
@@ -406,7 +409,8 @@ void CSceneMemory::_SortThroughC()
 		(kind == VEXMOOR_VIOLATION ? self.m_Violations : self.m_Advice) += sentence + "\n"s;
 	};
 	std::size_t size = 0;
-	if (vexmoor_working_buffer_size(&call, &size) != VEXMOOR_OK || size != WorkingBufferSize(m_Scene, 0))
+	if (vexmoor_working_buffer_size(&call, &size) != VEXMOOR_OK ||
+		size != WorkingBufferSize(m_Scene, m_Layout.m_MaxJobCount))
 		m_Violations += "the working buffer has " + std::to_string(size) + " bytes\n";
 	const bool sortsTriangles = m_Scene.m_Geometry == Model::EGeometry::PerPage;
 	const vexmoor_result result = m_Layout.m_IsChecked ? vexmoor_sort_checked(&call, collect, this)

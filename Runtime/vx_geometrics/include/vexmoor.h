@@ -77,7 +77,8 @@ enum
 	VEXMOOR_ERROR_WORKING_BUFFER = 9,  ///< The working buffer is too small, starts at no multiple of 16, or is null.
 	VEXMOOR_ERROR_TOO_LARGE = 10,      ///< A count or a size does not fit in 32 bits.
 	VEXMOOR_ERROR_OUT_OF_MEMORY = 11,  ///< The allocator has no block for the working buffer.
-	VEXMOOR_ERROR_VIOLATION = 12       ///< A rule is broken; the findings say which.
+	VEXMOOR_ERROR_VIOLATION = 12,      ///< A rule is broken; the findings say which.
+	VEXMOOR_ERROR_JOBS = 13            ///< The jobs have no function that runs them, or max_job_count is 0.
 };
 
 /// The elements of a page, of any alignment, which stay valid until the function returns. They are read and not
@@ -96,6 +97,21 @@ typedef struct vexmoor_pattern
 	uint32_t count;          ///< Indices, a multiple of 3 above 0.
 	uint32_t reserved;       ///< 0.
 } vexmoor_pattern;
+
+/// One job of a sort. It touches what run is given and nothing of its thread but up to 64 KiB of stack, and waits for no
+/// other job.
+typedef void(VEXMOOR_CALL *vexmoor_job)(void *context, uint32_t job_index);
+
+/// A host's way to run jobs, for one draw call of many particles on many cores.
+typedef struct vexmoor_jobs
+{
+	uint32_t struct_size;   ///< sizeof(vexmoor_jobs).
+	uint32_t max_job_count; ///< Jobs that run may be asked for at once, 1 or more: as many as there are threads.
+	/// Calls job(context, job_index) once for each index below job_count, in any order, on any threads, and returns when
+	/// all calls have returned. It is called on the sorting thread, a few times in a sort.
+	void(VEXMOOR_CALL *run)(void *user_data, uint32_t job_count, vexmoor_job job, void *context);
+	void *user_data; ///< Handed to run.
+} vexmoor_jobs;
 
 /// One draw call. It and all that it points to stay valid until the function returns, and are read alone, but for the
 /// output and the working buffer. These two overlap nothing else. Arrays with an entry per page are aligned like their
@@ -169,6 +185,10 @@ typedef struct vexmoor_call
 	void *working_buffer;
 	/// Bytes of the working buffer, at least as many as vexmoor_working_buffer_size says.
 	size_t working_buffer_size;
+
+	/// Jobs that sort the call together, to the same indices; few particles are sorted without them. Null: the calling
+	/// thread sorts.
+	const vexmoor_jobs *jobs;
 } vexmoor_call;
 
 /// The version of the library that runs, as VEXMOOR_VERSION has it.

@@ -72,8 +72,12 @@ VX_ASSERT_PLACE(vexmoor_call, page_patterns, 14, 8);
 VX_ASSERT_PLACE(vexmoor_call, page_vertex_counts, 14, 9);
 VX_ASSERT_PLACE(vexmoor_call, working_buffer, 14, 10);
 VX_ASSERT_PLACE(vexmoor_call, working_buffer_size, 14, 11);
-static_assert(sizeof(vexmoor_call) == 14 * 4 + 12 * sizeof(void *), "no padding ends what a next version appends to");
+VX_ASSERT_PLACE(vexmoor_call, jobs, 14, 12);
+static_assert(sizeof(vexmoor_call) == 14 * 4 + 13 * sizeof(void *), "no padding ends what a next version appends to");
 
+VX_ASSERT_PLACE(vexmoor_jobs, max_job_count, 1, 0);
+VX_ASSERT_PLACE(vexmoor_jobs, run, 2, 0);
+VX_ASSERT_PLACE(vexmoor_jobs, user_data, 2, 1);
 VX_ASSERT_PLACE(vexmoor_report, line, 1, 0);
 VX_ASSERT_PLACE(vexmoor_report, file, 2, 0);
 VX_ASSERT_PLACE(vexmoor_report, message, 2, 4);
@@ -226,12 +230,23 @@ static vexmoor_result FillInGeometry(vexmoor_call &call)
 	return VEXMOOR_OK;
 }
 
-// Reads a call of any version and puts what a 0 stands for in its place.
-static vexmoor_result ReadCall(const vexmoor_call *given, vexmoor_call &call)
+static vexmoor_result ReadJobs(const vexmoor_jobs *given, SSortJobs &jobs)
+{
+	vexmoor_jobs known;
+	if (const vexmoor_result result = ReadStruct(given, known); result != VEXMOOR_OK)
+		return result;
+	jobs = {known.run, known.user_data, known.max_job_count};
+	return known.run != null && known.max_job_count != 0 ? VEXMOOR_OK : VEXMOOR_ERROR_JOBS;
+}
+
+// Reads a call of any version and puts what a 0 stands for in its place. Its jobs, if it has any, are read as well.
+static vexmoor_result ReadCall(const vexmoor_call *given, vexmoor_call &call, SSortJobs &jobs)
 {
 	if (const vexmoor_result result = ReadStruct(given, call); result != VEXMOOR_OK)
 		return result;
 	if (const vexmoor_result result = CheckFields(call); result != VEXMOOR_OK)
+		return result;
+	if (const vexmoor_result result = call.jobs != null ? ReadJobs(call.jobs, jobs) : VEXMOOR_OK; result != VEXMOOR_OK)
 		return result;
 	if (call.index_size == 0)
 		call.index_size = sizeof(u32);
@@ -253,8 +268,9 @@ static vexmoor_result ReadCall(const vexmoor_call *given, vexmoor_call &call)
 class CSortFromC
 {
 public:
-	explicit CSortFromC(const vexmoor_call &call)
+	CSortFromC(const vexmoor_call &call, const SSortJobs &jobs)
 		: m_Call(call)
+		, m_Jobs(call.jobs != null ? &jobs : null)
 	{
 		new (&m_Sorter) CTriangleSorter; // as a member it would be filled with zeros first, which takes 11 ns
 		VX_MEMORY_CHANGES_TYPES();
@@ -266,10 +282,19 @@ public:
 	CSortFromC(const CSortFromC &) = delete;
 	CSortFromC &operator=(const CSortFromC &) = delete;
 
-	static u64 WorkingBufferSize(const vexmoor_call &call)
+	// False if it is more than a size can say: of 32 bits without jobs.
+	static bool WorkingBufferSize(const vexmoor_call &call, const SSortJobs *jobs, size_t &size)
 	{
-		return SortsTriangles(call) ? CTriangleSorter::_TriangleWorkingBufferSize(call.triangle_index_count)
-		                            : CTriangleSorter::_PointWorkingBufferSize(call.particle_count);
+		u64 needed;
+		if (SortsTriangles(call))
+			needed = jobs != null
+			             ? CTriangleSorter::GetJobsWorkingBufferSize_tri(call.triangle_index_count, jobs->m_MaxJobCount)
+			             : CTriangleSorter::_TriangleWorkingBufferSize(call.triangle_index_count);
+		else
+			needed = jobs != null ? CTriangleSorter::GetJobsWorkingBufferSize(call.particle_count, jobs->m_MaxJobCount)
+			                      : CTriangleSorter::_PointWorkingBufferSize(call.particle_count);
+		size = size_t(needed);
+		return needed <= (jobs != null ? u64(~size_t(0)) : kLargest32);
 	}
 
 	vexmoor_result Sort();
@@ -279,9 +304,10 @@ private:
 	void _SetUpOutput();
 	void _SetUpInput();
 	void _SetUpGeometry();
-	void _SortIn(void *workingBuffer);
+	void _SortIn(void *workingBuffer, u64 size);
 
 	const vexmoor_call &m_Call;
+	const SSortJobs *const m_Jobs; // or null
 	union
 	{
 		CTriangleSorter m_Sorter;
@@ -345,18 +371,22 @@ void CSortFromC::_SetUpGeometry()
 		CTriangleSorter::CIndexPattern::Borrow(TMemoryView<const u32>(m_Call.pattern, m_Call.pattern_count));
 }
 
-void CSortFromC::_SortIn(void *workingBuffer)
+void CSortFromC::_SortIn(void *workingBuffer, u64 size)
 {
-	if (SortsTriangles(m_Call))
+	if (SortsTriangles(m_Call) && m_Jobs != null)
+		m_Sorter.SortTriangles_AutogenIndices(workingBuffer, size, *m_Jobs);
+	else if (SortsTriangles(m_Call))
 		m_Sorter.SortTriangles_AutogenIndices(workingBuffer);
+	else if (m_Jobs != null)
+		m_Sorter.SortPoints_AutogenIndices(workingBuffer, size, *m_Jobs);
 	else
 		m_Sorter.SortPoints_AutogenIndices(workingBuffer);
 }
 
 vexmoor_result CSortFromC::Sort()
 {
-	const u64 needed = WorkingBufferSize(m_Call);
-	if (needed > kLargest32)
+	size_t needed;
+	if (!WorkingBufferSize(m_Call, m_Jobs, needed))
 		return VEXMOOR_ERROR_TOO_LARGE;
 	void *const given = m_Call.working_buffer;
 	if (given != null ? m_Call.working_buffer_size < needed || !Mem::IsAligned<kWorkingBufferAlignment>(given)
@@ -367,13 +397,13 @@ vexmoor_result CSortFromC::Sort()
 
 	if (given != null)
 	{
-		_SortIn(given);
+		_SortIn(given, m_Call.working_buffer_size);
 		return VEXMOOR_OK;
 	}
 	void *const taken = VX_ALLOC_GENERIC(needed);
 	if (taken == null)
 		return VEXMOOR_ERROR_OUT_OF_MEMORY;
-	_SortIn(taken);
+	_SortIn(taken, needed);
 	Mem::_FreeGeneric(taken);
 	return VEXMOOR_OK;
 }
@@ -422,7 +452,7 @@ vexmoor_result CSortFromC::Check(vexmoor_finding_handler handler, void *userData
 {
 	SFindingHandler told = {handler, userData};
 	const u32 violationCount = ValidateSort(m_Sorter, SortsTriangles(m_Call) ? SortEntry_Triangles : SortEntry_Points,
-		m_Call.working_buffer, m_Call.working_buffer_size, handler != null ? &TellFinding : null, &told);
+		m_Call.working_buffer, m_Call.working_buffer_size, handler != null ? &TellFinding : null, &told, m_Jobs);
 	if (violationCount != 0)
 		return VEXMOOR_ERROR_VIOLATION;
 	if (handler != null)
@@ -516,6 +546,8 @@ static const char *ResultText(vexmoor_result result)
 		return "The allocator has no block for the working buffer.";
 	case VEXMOOR_ERROR_VIOLATION:
 		return "A rule is broken: the findings say which.";
+	case VEXMOOR_ERROR_JOBS:
+		return "The jobs have no function that runs them, or their max_job_count is 0.";
 	default:
 		return "This number is no result of this version of the library.";
 	}
@@ -529,11 +561,12 @@ using namespace Vexmoor;
 static vexmoor_result SortCall(const vexmoor_call *call, bool sortsTriangles)
 {
 	vexmoor_call known;
-	if (const vexmoor_result result = ReadCall(call, known); result != VEXMOOR_OK)
+	SSortJobs jobs;
+	if (const vexmoor_result result = ReadCall(call, known, jobs); result != VEXMOOR_OK)
 		return result;
 	if (SortsTriangles(known) != sortsTriangles)
 		return VEXMOOR_ERROR_GEOMETRY;
-	return CSortFromC(known).Sort();
+	return CSortFromC(known, jobs).Sort();
 }
 
 uint32_t vexmoor_version(void) noexcept
@@ -552,12 +585,13 @@ vexmoor_result vexmoor_working_buffer_size(const vexmoor_call *call, size_t *siz
 		return VEXMOOR_ERROR_NULL;
 	*size = 0;
 	vexmoor_call known;
-	if (const vexmoor_result result = ReadCall(call, known); result != VEXMOOR_OK)
+	SSortJobs jobs;
+	if (const vexmoor_result result = ReadCall(call, known, jobs); result != VEXMOOR_OK)
 		return result;
-	const u64 needed = CSortFromC::WorkingBufferSize(known);
-	if (needed > kLargest32)
+	size_t needed;
+	if (!CSortFromC::WorkingBufferSize(known, known.jobs != null ? &jobs : null, needed))
 		return VEXMOOR_ERROR_TOO_LARGE;
-	*size = size_t(needed);
+	*size = needed;
 	return VEXMOOR_OK;
 }
 
@@ -574,17 +608,19 @@ vexmoor_result vexmoor_sort_triangles(const vexmoor_call *call) noexcept
 vexmoor_result vexmoor_check(const vexmoor_call *call, vexmoor_finding_handler handler, void *user_data) noexcept
 {
 	vexmoor_call known;
-	if (const vexmoor_result result = ReadCall(call, known); result != VEXMOOR_OK)
+	SSortJobs jobs;
+	if (const vexmoor_result result = ReadCall(call, known, jobs); result != VEXMOOR_OK)
 		return result;
-	return CSortFromC(known).Check(handler, user_data);
+	return CSortFromC(known, jobs).Check(handler, user_data);
 }
 
 vexmoor_result vexmoor_sort_checked(const vexmoor_call *call, vexmoor_finding_handler handler, void *user_data) noexcept
 {
 	vexmoor_call known;
-	if (const vexmoor_result result = ReadCall(call, known); result != VEXMOOR_OK)
+	SSortJobs jobs;
+	if (const vexmoor_result result = ReadCall(call, known, jobs); result != VEXMOOR_OK)
 		return result;
-	CSortFromC sort(known);
+	CSortFromC sort(known, jobs);
 	const vexmoor_result result = sort.Check(handler, user_data);
 	return result == VEXMOOR_OK ? sort.Sort() : result;
 }
