@@ -45,8 +45,8 @@ enum ESortEntry : u32
 /// these views may be anything.
 /// workingBuffer      what the sort will get; null where it shall allocate
 /// workingBufferSize  its bytes; 0 with null
-/// jobs               null for the sort without jobs; otherwise the sort with these jobs follows, and its buffer is what
-///                    GetJobsWorkingBufferSize or GetJobsWorkingBufferSize_tri says
+/// jobs               null for the sort without jobs; otherwise the sort with these jobs follows, and its buffer is
+///                    what GetJobsWorkingBufferSize or GetJobsWorkingBufferSize_tri says
 /// handler            receives each finding in turn, on the calling thread; null: the violations are counted all the
 ///                    same
 /// Reads    what the sort would read, but for positions, values and quad centres: views first, and their elements only
@@ -62,7 +62,8 @@ VX_GEOMETRICS_API u32 ValidateSort(const CTriangleSorter &sorter,
 	CbSortFinding handler,
 	void *userData,
 	const SSortJobs *jobs = null);
-/// Checks the sort without jobs that the geometry calls for: of triangles if the geometry is set up per page, otherwise of points.
+/// Checks the sort without jobs that the geometry calls for: of triangles if the geometry is set up per page, otherwise
+/// of points.
 VX_GEOMETRICS_API u32 ValidateSort(const CTriangleSorter &sorter,
 	const void *workingBuffer,
 	u64 workingBufferSize,
@@ -71,9 +72,9 @@ VX_GEOMETRICS_API u32 ValidateSort(const CTriangleSorter &sorter,
 
 ///@{
 /// Checks a sort of points, or of triangles, as ValidateSort does, sorts if no rule is broken, and returns the number
-/// of violations. A call with violations is refused: nothing is written or allocated, no job is run, and nothing asserts
-/// or warns. A call without is handed to SortPoints_AutogenIndices or SortTriangles_AutogenIndices, with the jobs if there
-/// are any, whose contract holds from there on.
+/// of violations. A call with violations is refused: nothing is written or allocated, no job is run, and nothing
+/// asserts or warns. A call without is handed to SortPoints_AutogenIndices or SortTriangles_AutogenIndices, with the
+/// jobs if there are any, whose contract holds from there on.
 /// workingBuffer  as the sort wants it; or null, with a size of 0: the sort takes a block from Mem::_RawAlloc and gives
 ///                it back. If there is no memory for the block, nothing is written, and 0 is returned.
 /// The other arguments are those of ValidateSort.

@@ -52,13 +52,13 @@ struct VX_API_INLINE SPrimitive
 /// function on several threads.
 struct SSortJobs
 {
-	/// One job. It touches what m_Run is given and nothing of its thread but up to 64 KiB of stack; floating-point modes
-	/// are as before when it returns. It waits for no other job, and runs none.
+	/// One job. It touches what m_Run is given and nothing of its thread but up to 64 KiB of stack; floating-point
+	/// modes are as before when it returns. It waits for no other job, and runs none.
 	typedef void (*CbJob)(void *context, u32 jobIndex);
 
 	/// Calls job(context, jobIndex) once for each jobIndex from 0 to jobCount - 1, in any order, on any threads, and
-	/// returns when all calls have returned; what jobs have written can then be read on the calling thread. It is called
-	/// on the thread that sorts alone, a few times in a sort, with 1 to m_MaxJobCount jobs.
+	/// returns when all calls have returned; what jobs have written can then be read on the calling thread. It is
+	/// called on the thread that sorts alone, a few times in a sort, with 1 to m_MaxJobCount jobs.
 	void (*m_Run)(void *userData, u32 jobCount, CbJob job, void *context);
 	void *m_UserData;  ///< Handed to m_Run.
 	u32 m_MaxJobCount; ///< Of one m_Run, 1 or more: as many as there are threads, or a few times as many.
@@ -321,16 +321,16 @@ public:
 	///@{
 	/// Sorts on a host's jobs, with the indices of the sort without jobs, whatever the number of jobs, their order and
 	/// their threads. Few particles are sorted without jobs.
-	/// workingBuffer      16-byte aligned; contents unspecified afterwards. Or null: one block of the size that is named
-	///                    for jobs.m_MaxJobCount is taken from Mem::_RawAlloc, and a failure there ends the call
+	/// workingBuffer      16-byte aligned; contents unspecified afterwards. Or null: one block of the size that is
+	///                    named for jobs.m_MaxJobCount is taken from Mem::_RawAlloc, and a failure there ends the call
 	/// workingBufferSize  its bytes, GetJobsWorkingBufferSize or GetJobsWorkingBufferSize_tri; 0 with null. Too small a
 	///                    buffer is reported, and nothing is written
 	/// jobs               without m_Run, or with no jobs at all, which is reported, the calling thread does the work
 	/// Output             each job writes a stretch of its own from front to back
 	/// Reports            those of the sort without jobs, on the calling thread, in the same order, but for what
-	///                    allocates its working buffer. Warnings too; the hazard of a page is counted for the thread that
-	///                    has worked on its first particle. Scopes are those of the calling thread, around its runs of
-	///                    jobs: the scopes of the output contain the sort of parts as well
+	///                    allocates its working buffer. Warnings too; the hazard of a page is counted for the thread
+	///                    that has worked on its first particle. Scopes are those of the calling thread, around its
+	///                    runs of jobs: the scopes of the output contain the sort of parts as well
 	void SortPoints_AutogenIndices(void *workingBuffer, u64 workingBufferSize, const SSortJobs &jobs);
 	void SortTriangles_AutogenIndices(void *workingBuffer, u64 workingBufferSize, const SSortJobs &jobs);
 	///@}

@@ -98,8 +98,8 @@ typedef struct vexmoor_pattern
 	uint32_t reserved;       ///< 0.
 } vexmoor_pattern;
 
-/// One job of a sort. It touches what run is given and nothing of its thread but up to 64 KiB of stack, and waits for no
-/// other job.
+/// One job of a sort. It touches what run is given and nothing of its thread but up to 64 KiB of stack, and waits for
+/// no other job.
 typedef void(VEXMOOR_CALL *vexmoor_job)(void *context, uint32_t job_index);
 
 /// A host's way to run jobs, for one draw call of many particles on many cores.
@@ -107,8 +107,8 @@ typedef struct vexmoor_jobs
 {
 	uint32_t struct_size;   ///< sizeof(vexmoor_jobs).
 	uint32_t max_job_count; ///< Jobs that run may be asked for at once, 1 or more: as many as there are threads.
-	/// Calls job(context, job_index) once for each index below job_count, in any order, on any threads, and returns when
-	/// all calls have returned. It is called on the sorting thread, a few times in a sort.
+	/// Calls job(context, job_index) once for each index below job_count, in any order, on any threads, and returns
+	/// when all calls have returned. It is called on the sorting thread, a few times in a sort.
 	void(VEXMOOR_CALL *run)(void *user_data, uint32_t job_count, vexmoor_job job, void *context);
 	void *user_data; ///< Handed to run.
 } vexmoor_jobs;

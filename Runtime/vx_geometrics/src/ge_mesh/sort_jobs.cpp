@@ -344,8 +344,8 @@ struct TPageSource
 	}
 };
 
-// Shares out the pages among the jobs, by records. Behind the last share stands where the pages end. Returns false where
-// the fill has something to report.
+// Shares out the pages among the jobs, by records. Behind the last share stands where the pages end. Returns false
+// where the fill has something to report.
 template<typename _Element>
 bool CSortJobs::_SharePages(const TPages<_Element> &pages)
 {

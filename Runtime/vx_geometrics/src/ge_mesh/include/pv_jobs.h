@@ -57,8 +57,7 @@ private:
 	const SSortJobs &m_Jobs;
 };
 
-// The first unit of a job's share when jobs share units as evenly as they can: share job is [FirstOf(job), FirstOf(job +
-// 1)).
+// The first unit of a job's share, which ends where the next job's begins. Jobs share units as evenly as they can.
 static inline u32 FirstUnitOfJob(u32 units, u32 job, u32 jobCount)
 {
 	return u32(u64(units) * job / jobCount);

@@ -16,8 +16,8 @@
 namespace Vexmoor
 {
 // Sorts what a sorter is set up for. A sort is shared out only where it has nothing to report, so no job ever reports,
-// and only where sharing pays. Jobs do not warn either: this thread tells of whole pages, in the order of pages, and the
-// hazard of a slow page is counted for the thread that works on its first particle.
+// and only where sharing pays. Jobs do not warn either: this thread tells of whole pages, in the order of pages, and
+// the hazard of a slow page is counted for the thread that works on its first particle.
 class CSortJobs
 {
 public:
@@ -27,7 +27,8 @@ public:
 	// Whether jobs may sort so many records in this buffer at all: what other sorts need not set up more for.
 	static bool MayShare(const void *workingBuffer, u32 recordCount);
 
-	// For a sort of recordCount records that MayShare. The arrays lie in the working buffer as in the sort without jobs.
+	// For a sort of recordCount records that MayShare. The arrays lie in the working buffer as in the sort without
+	// jobs.
 	CSortJobs(const CTriangleSorter &sorter,
 		void *workingBuffer,
 		u64 sizeWithoutJobs,

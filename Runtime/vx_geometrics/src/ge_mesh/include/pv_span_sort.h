@@ -4,8 +4,8 @@
 // by one. Nothing here reports.
 //
 // The sort of every draw call (kr_sort_radix.h) cuts whole keys into three digits, since its sweeps are part of what it
-// promises. Keys of one draw call differ in far fewer bits: of distances between d and 2 d, in 25. What the lowest key is
-// subtracted from has two digits, and often shorter ones.
+// promises. Keys of one draw call differ in far fewer bits: of distances between d and 2 d, in 25. What the lowest key
+// is subtracted from has two digits, and often shorter ones.
 
 #include "ge_mesh_triangle_sorter.h"
 

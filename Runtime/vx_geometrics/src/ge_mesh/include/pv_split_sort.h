@@ -3,9 +3,9 @@
 // The sort of many records by several jobs: split into parts by leading digits, then each part sorted by one job, in
 // its core's own cache. Nothing here reports.
 //
-//   filled     | job 0's records      | job 1's records      | job 2's records      |      each job counts its digits
-//   sorted     | part 0 | part 1    | part 2  | part 3 | part 4      | part 5 |           and moves its records to parts
-//              | sorted by job 0      | by job 1         | by job 2             |
+//   filled     | job 0's records      | job 1's records      | job 2's records      |    jobs count leading digits,
+//   sorted     | part 0 | part 1    | part 2  | part 3 | part 4      | part 5 |         move records to parts,
+//              | sorted by job 0    | by job 1         | by job 2             |         and sort parts
 //
 // Parts lie in the order of keys, and inside a part records keep their order, whoever moved them: job by job, each from
 // front to back. So the result is that of any stable sort, for any number of jobs.
@@ -43,8 +43,8 @@ public:
 	static constexpr u32 kDigitCount = 1u << kDigitBits;
 	static constexpr u32 kMaxPartsPerSplit = 512;
 
-	// A part's records and the array that they are sorted through stay in a second-level cache, and its digits' counters
-	// in a first-level one.
+	// A part's records and the array that they are sorted through stay in a second-level cache, and its digits'
+	// counters in a first-level one.
 	static constexpr u32 kMinPartSize = VEXMOOR_MIN_PART_SIZE;
 
 	// A part of one digit may have any number of records. One beyond this is split again, by all jobs.
@@ -202,8 +202,8 @@ inline void CSplitSort::_CountDigits(
 	ForEachRecord(count, [=](u32 i) { ++counters[digitsOf.Of(records[i].m_Depth)]; });
 }
 
-// The destination lies beyond the caches, and the records of a part follow each other: the one that is moved fetches the
-// line that the part needs next.
+// The destination lies beyond the caches, and the records of a part follow each other: the one that is moved fetches
+// the line that the part needs next.
 inline void CSplitSort::_ScatterToParts(const SIndexAndDepth *__restrict source,
 	SIndexAndDepth *__restrict destination,
 	u32 count,
