@@ -102,6 +102,7 @@ public:
 		Mode_Silent ///< They are dropped, those of batches inside as well: who shares out the work has told of it.
 	};
 
+	/// Begins a batch on this thread.
 	explicit CWarningBatch(EMode mode = Mode_Told);
 	~CWarningBatch();
 	CWarningBatch(const CWarningBatch &) = delete;
