@@ -49,6 +49,14 @@ than the loop, which executes 24 lines (counted in a trace of memory accesses, 2
 memory takes some 30 ns, and a processor that does not remember the branches fetches none ahead. Small draw calls that can be
 one, with a page each, wait for it once.
 """
+JOBS = """\
+## One large draw call on two cores
+
+With a host's [jobs](integration.md#one-draw-call-on-many-cores), here those of oneTBB on two threads, timed by the wall clock
+in turns with the sort on one core. Fewer than 32,768 particles run no jobs. What two cores gain at all where memory is the
+limit is in the rows of a loop that moves the bytes of a sort. Packaged parallel sorts have the same loops before and after
+them, on both threads as well. More than two cores were not measured.
+"""
 LOSSES = """\
 ## Where it loses
 
@@ -173,6 +181,10 @@ def overview(page, of_processors, links):
 		for processor, results in of_processors.items():
 			page.add([f"### {processor}, small draw calls\n", *tables.cold_table(results)])
 		page.add(COLD_REASON)
+	if any(tables.jobs_table(results) for results in of_processors.values()):
+		page.add(JOBS)
+		for processor, results in of_processors.items():
+			page.add([f"### {processor}, two cores\n", *tables.jobs_table(results), *tables.jobs_peer_table(results)])
 	page.add(LOSSES)
 	for processor, results in of_processors.items():
 		page.add([f"### {processor}, losses\n", *(tables.losses(results) or ["Nowhere in what was measured."]), ""])

@@ -127,6 +127,28 @@ def cold_table(results):
 	return table(["", "swept before each", *map(size_name, sizes)], rows) if rows else []
 
 
+def jobs_table(results):
+	"""One draw call on one core, and how far two cores are ahead; beside them a loop that moves as many bytes."""
+	rows = []
+	for what in results.values(1, stage="jobs"):
+		for size in sorted(results.values(3, stage="jobs", what=what, who="one_core")):
+			case = results.get("jobs", what, "one_core", size)
+			title = "the bytes of a sort, moved" if what == "traffic" else what
+			rows.append([title, size_name(size), duration(case.counter("plain_ns")), times(1 / case.counter("ratio"))])
+	return table(["", "particles", "one core", "two cores are ahead by"], rows) if rows else []
+
+
+def jobs_peer_table(results):
+	"""Packaged parallel sorts with the same loops around them, on the same two cores."""
+	rows = []
+	for what in results.values(1, stage="jobs"):
+		for who in results.values(2, stage="jobs", what=what):
+			if who != "one_core":
+				for size in results.values(3, stage="jobs", what=what, who=who):
+					rows.append([who, what, size_name(size), times(results.turns("jobs", what, who, size))])
+	return table(["", "", "particles", "takes as long as Vexmoor"], rows) if rows else []
+
+
 MOST_NAMED = 4  # counts at which somebody else is ahead; more are summed up
 
 

@@ -696,7 +696,7 @@ void VEXMOOR_CALL RunJobs(void *jobCounts, uint32_t jobCount, vexmoor_job job, v
 
 TEST(CInterface, Jobs_SortManyParticlesTogether)
 {
-	constexpr u32 kCount = 50000;
+	constexpr u32 kCount = 100000;
 	std::vector<float> values(kCount);
 	for (u32 i = 0; i < kCount; ++i)
 		values[i] = float(i * 7919u % kCount);

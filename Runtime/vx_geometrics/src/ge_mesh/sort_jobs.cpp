@@ -21,7 +21,7 @@
 
 namespace Vexmoor
 {
-// A job takes a few microseconds to be handed out and waited for; this many records take some thirty. Fewer than two
+// A job takes a few microseconds to be handed out and waited for; this many records take some sixty. Fewer than two
 // jobs' records are sorted without jobs, as are those among which equal keys have the quick sort's order.
 constexpr u32 kMinRecordsPerJob = VEXMOOR_MIN_RECORDS_PER_JOB;
 constexpr u32 kMinRecordCount = std::max(2 * kMinRecordsPerJob, kMaxQuickSortCount + 1);

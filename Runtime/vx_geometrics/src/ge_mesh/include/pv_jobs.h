@@ -11,7 +11,7 @@
 
 // Tests make these small, so that small scenes are shared out and split too.
 #if !defined(VEXMOOR_MIN_RECORDS_PER_JOB)
-	#define VEXMOOR_MIN_RECORDS_PER_JOB 8192
+	#define VEXMOOR_MIN_RECORDS_PER_JOB 16384
 #endif
 #if !defined(VEXMOOR_MIN_PART_SIZE)
 	#define VEXMOOR_MIN_PART_SIZE 2048
