@@ -390,6 +390,14 @@ private:
 		return counters;
 	}
 
+	// Ranges that overlap are a broken rule, which is reported, and copied all the same. It is not inlined, since its
+	// caller promises the compiler that they do not overlap.
+	template<typename _Record>
+	static VX_NOINLINE void _CopyAll(const _Record *source, _Record *destination, u32 elementCount)
+	{
+		std::memmove(destination, source, elementCount * sizeof(_Record));
+	}
+
 	// Moves the records of a pass in blocks, where their digits allow it, and returns whether they did: all records in
 	// one block if they share one digit, and in blocks of a step if they come in runs.
 	// positions  the first position of each digit; not read if the records share one digit
@@ -405,7 +413,7 @@ private:
 	{
 		if (oneDigit)
 		{
-			std::memcpy(destination, source, elementCount * sizeof(_Record));
+			_CopyAll(source, destination, elementCount);
 			VX_ASSERT(_AscendsByDigit<_Layout, _Pass>(destination, elementCount, keyExtractor));
 			return true;
 		}

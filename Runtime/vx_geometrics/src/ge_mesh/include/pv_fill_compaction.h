@@ -112,7 +112,7 @@ static VX_INLINE u32 CompactRegisters(const SCompaction &page, const float *came
 		source -= ureg(seenBefore) * stride;
 		enabled -= seenBefore;
 		particlesLeft += seenBefore;
-		const u32 bits = _Lanes::BitsOfBytes(enabled) & ~0u << seenBefore;
+		const u32 bits = _Lanes::BitsOfBytes(enabled) & ~((1u << seenBefore) - 1);
 		if (bits != 0) // with most particles disabled, most registers have none
 		{
 			const u32 roomInLanes = room < kLanes ? room : kLanes;
