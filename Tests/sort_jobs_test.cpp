@@ -59,6 +59,21 @@ static Model::SSortResult ResultOf(const SScene &scene)
 	return scene.m_Geometry == Model::EGeometry::PerPage ? Model::TriangleSort(scene) : Model::PointSort(scene);
 }
 
+// That a scene comes out as the model has it, on jobs of a host that the scene's memory knows nothing of.
+static testing::AssertionResult SortsOn(const SSortJobs &jobs, const SScene &scene)
+{
+	const CWarningRecorder quiet;
+	SSceneLayout layout;
+	layout.m_SorterAllocates = true;
+	CSceneMemory memory(scene, layout);
+	memory.Protect();
+	if (scene.m_Geometry == Model::EGeometry::PerPage)
+		memory.Sorter().SortTriangles_AutogenIndices(null, 0, jobs);
+	else
+		memory.Sorter().SortPoints_AutogenIndices(null, 0, jobs);
+	return memory.Holds(ResultOf(scene));
+}
+
 TEST(SortJobs, EveryKindOfSort_RunsJobs)
 {
 	for (const Model::EGeometry geometry : kGeometries)
@@ -421,15 +436,8 @@ TEST(SortJobs, JobsThatCannotRun_AreReportedAndRunHere)
 		else
 			jobs.m_Run = null;
 		const SScene scene = ManyParticles(Model::EGeometry::Constant);
-		SSceneLayout layout;
-		layout.m_SorterAllocates = true;
-		CSceneMemory memory(scene, layout);
-		memory.Protect();
-		{
-			const CExpectReports reports{"jobs.m_Run != null && jobs.m_MaxJobCount != 0"};
-			memory.Sorter().SortPoints_AutogenIndices(null, 0, jobs);
-		}
-		EXPECT_TRUE(memory.Holds(ResultOf(scene)));
+		const CExpectReports reports{"jobs.m_Run != null && jobs.m_MaxJobCount != 0"};
+		EXPECT_TRUE(SortsOn(jobs, scene));
 		EXPECT_EQ(runner.RunCount(), 0u);
 	}
 }
@@ -608,15 +616,7 @@ TEST(SortJobs, FloatingPointModesOfThreads_ChangeNothing)
 				}
 			};
 			jobs.m_MaxJobCount = 3;
-			const CWarningRecorder quiet;
-			SSceneLayout layout;
-			layout.m_SorterAllocates = true;
-			CSceneMemory memory(scene, layout);
-			if (geometry == Model::EGeometry::PerPage)
-				memory.Sorter().SortTriangles_AutogenIndices(null, 0, jobs);
-			else
-				memory.Sorter().SortPoints_AutogenIndices(null, 0, jobs);
-			EXPECT_TRUE(memory.Holds(ResultOf(scene)));
+			EXPECT_TRUE(SortsOn(jobs, scene)) << Describe(scene);
 		}
 	}
 }
@@ -662,14 +662,6 @@ TEST(SortJobs, JobsFitSmallStacks)
 	for (const Model::EGeometry geometry : kGeometries)
 	{
 		const SScene scene = ManyParticles(geometry);
-		const CWarningRecorder quiet;
-		SSceneLayout layout;
-		layout.m_SorterAllocates = true;
-		CSceneMemory memory(scene, layout);
-		if (geometry == Model::EGeometry::PerPage)
-			memory.Sorter().SortTriangles_AutogenIndices(null, 0, jobs);
-		else
-			memory.Sorter().SortPoints_AutogenIndices(null, 0, jobs);
-		EXPECT_TRUE(memory.Holds(ResultOf(scene)));
+		EXPECT_TRUE(SortsOn(jobs, scene)) << Describe(scene);
 	}
 }

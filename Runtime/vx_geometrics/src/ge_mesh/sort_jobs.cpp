@@ -281,52 +281,17 @@ VX_WRAPS void CSortJobs::_Leave(SPage &page) const
 	++page.m_Id;
 }
 
-// The source of a page, and how a fill takes it.
+// A page's positions or values, and how the fill takes them.
 template<typename _Element>
 struct TPageSource
 {
-	typedef TStridedMemoryView<const _Element> CElements;
-
-	CElements m_Elements;
+	TStridedMemoryView<const _Element> m_Elements;
 	CEnableds m_Enableds;
-	u32 m_OffsetBehindLast = 0; // behind the last particle that is drawn
-	bool m_IsCompacted = false;
-	bool m_IsSlow = false; // and warned of
+	bool m_IsCompacted;
 
-	// Looks at a page of which drawnCount of renderedCount particles are drawn. Returns false where a fill would report
-	// something, or read beyond the page.
-	bool Look(const TStridedMemoryView<const CElements> &pages,
-		const TStridedMemoryView<const CEnableds> &enabledPages,
-		u32 pageId,
-		u32 renderedCount,
-		u32 drawnCount)
-	{
-		if (pageId >= pages.Count() || pageId >= enabledPages.Count())
-			return false;
-		m_Elements = pages[pageId];
-		m_Enableds = enabledPages[pageId];
-		const u32 elementCount = m_Elements.Count();
-		const u32 stride = m_Elements.Stride();
-		const bool isUsualStride = stride == sizeof(_Element) || stride == 0;
-		if (m_Elements.Data() == null || drawnCount > elementCount || u64(stride) * elementCount > ~0u ||
-			(!isUsualStride && stride < sizeof(_Element)))
-			return false;
-
-		m_OffsetBehindLast = drawnCount;
-		if (!m_Enableds.Empty())
-		{
-			if (m_Enableds.Count() != elementCount || !m_Enableds.Contiguous() || renderedCount > elementCount)
-				return false;
-			const bool hasDisabled = renderedCount != elementCount;
-			if (hasDisabled && drawnCount == renderedCount)
-				m_OffsetBehindLast = elementCount;
-			else if (hasDisabled && !Skip(drawnCount, m_OffsetBehindLast = 0))
-				return false;
-		}
-		m_IsCompacted = drawnCount < m_OffsetBehindLast;
-		m_IsSlow = !m_IsCompacted && !isUsualStride;
-		return true;
-	}
+	bool HasUsualStride() const { return m_Elements.Stride() == sizeof(_Element) || m_Elements.Stride() == 0; }
+	// Pages at other strides are warned of, unless compaction packs their values first.
+	bool IsSlow() const { return !m_IsCompacted && !HasUsualStride(); }
 
 	// Moves an offset on by enabled particles. Returns false where the page ends before.
 	bool Skip(u32 enabledCount, u32 &offset) const
@@ -334,7 +299,7 @@ struct TPageSource
 		return SkipNonZero(m_Enableds.Data(), m_Enableds.Count(), enabledCount, offset);
 	}
 
-	// Up to which particle before the one given a page may be cut. Groups of four stay whole, since their records are
+	// The last place before a particle where the page may be cut. Groups of four stay whole, since their records are
 	// not stored in order. By distance they start at a multiple of 16 bytes, so one record may come before them.
 	u32 CutBefore(u32 particle, u32 firstRecord) const
 	{
@@ -343,6 +308,67 @@ struct TPageSource
 		return particle < alone ? 0 : particle - (particle - alone) % kRecordsPerGroup;
 	}
 };
+
+// Only the last page of points is cut, by the vertex count. Whether it is compacted depends on where its last drawn
+// particle lies: there may be no disabled one before. A triangle sort compacts by the number of particles alone.
+bool CSortJobs::_IsCut(const SPage &page) const
+{
+	return !m_SortsTriangles && page.m_ParticleCount != m_Sorter.m_InRenderedParticleCounts[page.m_Id];
+}
+
+template<typename _Element>
+TPageSource<_Element> CSortJobs::_SourceOf(const TPages<_Element> &pages, const SPage &page) const
+{
+	const TStridedMemoryView<const _Element> elements = pages[page.m_Id];
+	const CEnableds enableds = m_Sorter.m_InEnableds[page.m_Id];
+	const bool hasDisabled = !enableds.Empty() && page.m_ParticleCount < elements.Count();
+	return {elements, enableds, _IsCut(page) ? m_CutPageIsCompacted : hasDisabled};
+}
+
+// Whether the fill of a page reports nothing, and reads nothing beyond the page.
+template<typename _Element>
+bool CSortJobs::_IsSound(const TPages<_Element> &pages, const SPage &page)
+{
+	if (page.m_Id >= pages.Count() || page.m_Id >= m_Sorter.m_InEnableds.Count())
+		return false;
+	m_CutPageIsCompacted = false;
+	const TPageSource<_Element> source = _SourceOf(pages, page);
+	const u32 elementCount = source.m_Elements.Count();
+	const u32 stride = source.m_Elements.Stride();
+	if (source.m_Elements.Data() == null || page.m_ParticleCount > elementCount || u64(stride) * elementCount > ~0u ||
+		(!source.HasUsualStride() && stride < sizeof(_Element)))
+		return false;
+	if (source.m_Enableds.Empty())
+		return true;
+	const u32 offeredCount = _IsCut(page) ? m_Sorter.m_InRenderedParticleCounts[page.m_Id] : page.m_ParticleCount;
+	if (source.m_Enableds.Count() != elementCount || !source.m_Enableds.Contiguous() || offeredCount > elementCount)
+		return false;
+	if (_IsCut(page) && offeredCount != elementCount)
+	{
+		u32 behindLast = 0;
+		if (!source.Skip(page.m_ParticleCount, behindLast))
+			return false;
+		m_CutPageIsCompacted = page.m_ParticleCount < behindLast;
+	}
+	return true;
+}
+
+// Goes to a page and counts its particles that are drawn, as a triangle sort does. Geometry of the page that is
+// reported makes its pages unsound.
+CSortJobs::EPageState CSortJobs::_EnterTriangles(SPage &page, bool sourceIsEmpty) const
+{
+	const u32 width = m_Sorter.m_IndexPatternCollection[page.m_Id].Count();
+	const bool isRendered = m_Sorter.m_InRenderedParticleCounts[page.m_Id] != 0;
+	page.m_ParticleCount = 0;
+	if (isRendered && (sourceIsEmpty || width % 3 != 0 || width < 3))
+		return PageState_Unsound;
+	if (u64(page.m_FirstVertex) + _VerticesPerParticle(page) > m_Sorter.m_VertexCount)
+		return PageState_NoRoom;
+	if (isRendered && _VerticesPerParticle(page) == 0)
+		return PageState_Unsound;
+	_Enter(page);
+	return PageState_Entered;
+}
 
 // Shares out the pages among the jobs, by records. Behind the last share stands where the pages end. Returns false
 // where the fill has something to report.
@@ -356,42 +382,36 @@ bool CSortJobs::_SharePages(const TPages<_Element> &pages)
 	const auto nextCut = [&]
 	{ return job < m_JobCount ? u64(FirstUnitOfJob(m_FilledCount, job, m_JobCount)) : ~u64(0); };
 	SPage page;
-	for (; m_SortsTriangles || page.m_FirstRecord < m_FilledCount; _Leave(page))
+	for (; m_SortsTriangles ? page.m_Id != pageCount : page.m_FirstRecord < m_FilledCount; _Leave(page))
 	{
-		if (page.m_Id == pageCount && m_SortsTriangles)
-			break;
 		if (page.m_Id == pageCount)
 			return false;
-		page.m_ParticleCount = 0;
-		const u32 renderedCount = m_Sorter.m_InRenderedParticleCounts[page.m_Id];
 		if (m_SortsTriangles)
 		{
-			const u32 width = m_Sorter.m_IndexPatternCollection[page.m_Id].Count();
-			if (renderedCount != 0 && (pages[page.m_Id].Empty() || width % 3 != 0 || width < 3))
+			const EPageState state = _EnterTriangles(page, pages[page.m_Id].Empty());
+			if (state == PageState_Unsound)
 				return false;
-			if (u64(page.m_FirstVertex) + _VerticesPerParticle(page) > m_Sorter.m_VertexCount)
+			if (state == PageState_NoRoom)
 				break; // this page and all later ones are dropped
-			if (renderedCount != 0 && _VerticesPerParticle(page) == 0)
-				return false;
 		}
-		_Enter(page);
+		else
+		{
+			_Enter(page);
+		}
 		if (page.m_ParticleCount == 0)
 			continue;
 
-		// A triangle sort offers a page that is cut with all its enabled bytes.
-		const u32 offeredCount = m_SortsTriangles ? page.m_ParticleCount : renderedCount;
 		const u64 stopRecord = page.m_FirstRecord + u64(page.m_ParticleCount) * _RecordsPerParticle(page);
-		TPageSource<_Element> source;
-		if (stopRecord > m_FilledCount ||
-			!source.Look(pages, m_Sorter.m_InEnableds, page.m_Id, offeredCount, page.m_ParticleCount))
+		if (stopRecord > m_FilledCount || !_IsSound(pages, page))
 			return false;
+		const TPageSource<_Element> source = _SourceOf(pages, page);
 		const bool isOff = m_SortsTriangles && page.m_FirstRecord % kRecordsPerAccess != 0;
 		if (VX_ASSERTIONS && isOff)
 			return false; // records off a multiple of 16 bytes are reported
 
 		for (; nextCut() <= page.m_FirstRecord; ++job)
 			m_Shares[job].m_Page = page;
-		m_Shares[job - 1].m_HazardCount += source.m_IsSlow;
+		m_Shares[job - 1].m_HazardCount += source.IsSlow();
 
 		// Triangles are cut where the expansion's blocks are. With indices beyond 16 bits, what a block writes depends
 		// on where it starts.
@@ -503,9 +523,7 @@ void CSortJobs::_FillPoints(const TPages<_Element> &pages, const _Camera &...cam
 	const u32 increment = m_Sorter.m_PrimiteVertexCount;
 	const auto fillPart = [&](const SPage &page, u32 first, u32 count, u32 offset)
 	{
-		TPageSource<_Element> source;
-		source.Look(pages, m_Sorter.m_InEnableds, page.m_Id, m_Sorter.m_InRenderedParticleCounts[page.m_Id],
-			page.m_ParticleCount);
+		const TPageSource<_Element> source = _SourceOf(pages, page);
 		const u32 record = page.m_FirstRecord + first;
 		const CRecordList records(m_Filled + record, count);
 		if (hasList)
@@ -521,7 +539,8 @@ void CSortJobs::_FillPoints(const TPages<_Element> &pages, const _Camera &...cam
 		FillFarRecords(CRecordList(m_Filled + m_FilledCount, m_RecordCount - m_FilledCount));
 }
 
-// Says what pages have to say: what the steps of the sort tell of a page when there is nothing to do.
+// Warns of pages, reports them and enters their scopes, page by page as the sort without jobs does: each step is called
+// for no particles.
 template<typename _Index, typename _Element>
 void CSortJobs::_TellOfPages(_Index *triangles, const TPages<_Element> &pages)
 {
@@ -539,9 +558,7 @@ void CSortJobs::_TellOfPages(_Index *triangles, const TPages<_Element> &pages)
 			if (next.m_Page.m_Id > page.m_Id || (next.m_Page.m_Id == page.m_Id && next.m_FirstParticle != 0))
 				break;
 		}
-		TPageSource<_Element> source;
-		source.Look(pages, m_Sorter.m_InEnableds, page.m_Id, page.m_ParticleCount, page.m_ParticleCount);
-		if (source.m_IsSlow)
+		if (_SourceOf(pages, page).IsSlow())
 			HazardsOf([&] { m_Sorter._WarnOfStride(); }); // counted when pages were shared out
 		const CRecordList records(m_Filled + page.m_FirstRecord, 0);
 		m_Shares[job].m_HazardCount += HazardsOf(
@@ -563,8 +580,7 @@ void CSortJobs::_FillTriangles(_Index *triangles, const TPages<_Element> &pages,
 	_TellOfPages(triangles, pages);
 	const auto fillPart = [&](const SPage &page, u32 first, u32 count, u32 offset)
 	{
-		TPageSource<_Element> source;
-		source.Look(pages, m_Sorter.m_InEnableds, page.m_Id, page.m_ParticleCount, page.m_ParticleCount);
+		const TPageSource<_Element> source = _SourceOf(pages, page);
 		const u32 vertexCount = _VerticesPerParticle(page);
 		const u32 recordsPerParticle = _RecordsPerParticle(page);
 		const u32 firstTriangle = page.m_FirstRecord + first * recordsPerParticle;
@@ -594,9 +610,9 @@ void CSortJobs::_Split()
 	m_Split.Split(span);
 }
 
-// Sorts the parts, and hands each stretch of sorted records to write(first, count) as soon as there is one: numbers of
-// records in the output, of which there are writeCount. The skippedCount records before them are not written. Each job
-// writes from front to back. The records around a seam between two jobs are written here, when both have ended.
+// Sorts the parts, and calls write(first, count) for each stretch of the output as soon as its records are sorted. The
+// output has writeCount records, numbered from 0: the sorted ones without the first skippedCount. Each job writes from
+// front to back. The records around a seam between two jobs are written by this thread, when both jobs have ended.
 template<typename _Write>
 void CSortJobs::_SortAndWrite(u32 skippedCount, u32 writeCount, u32 hazardCount, const _Write &write) const
 {

@@ -15,6 +15,9 @@
 
 namespace Vexmoor
 {
+template<typename _Element>
+struct TPageSource;
+
 // Sorts what a sorter is set up for. A sort is shared out only where it has nothing to report, so no job ever reports,
 // and only where sharing pays. Jobs do not warn either: this thread tells of whole pages, in the order of pages, and
 // the hazard of a slow page is counted for the thread that works on its first particle.
@@ -24,11 +27,12 @@ public:
 	// Bytes behind the working buffer of the sort without jobs.
 	static u64 MemorySize(u32 recordCount, u32 maxJobCount);
 
-	// Whether jobs may sort so many records in this buffer at all: what other sorts need not set up more for.
+	// Whether there are enough records for jobs, and whether the buffer is aligned. It is asked first, because a small
+	// sort should not pay for the set-up of an object.
 	static bool MayShare(const void *workingBuffer, u32 recordCount);
 
-	// For a sort of recordCount records that MayShare. The arrays lie in the working buffer as in the sort without
-	// jobs.
+	// For a sort of recordCount records of which MayShare is true. The arrays of records lie in the working buffer as
+	// in the sort without jobs, which needs the first sizeWithoutJobs bytes.
 	CSortJobs(const CTriangleSorter &sorter,
 		void *workingBuffer,
 		u64 sizeWithoutJobs,
@@ -52,13 +56,20 @@ private:
 		u32 m_Counters[1];
 	};
 
-	// A page as all come by it: after the pages before it.
+	// A page, in a walk over all pages.
 	struct SPage
 	{
 		u32 m_Id = 0;
-		u32 m_FirstRecord = 0;
+		u32 m_FirstRecord = 0; // behind those of the pages before
 		u32 m_FirstVertex = 0;
 		u32 m_ParticleCount = 0; // that are drawn
+	};
+
+	enum EPageState
+	{
+		PageState_Entered,
+		PageState_NoRoom, // for a single particle: the walk ends
+		PageState_Unsound // and reported
 	};
 
 	// What a job fills: from a particle of a page to where the next share begins.
@@ -79,6 +90,13 @@ private:
 	u32 _VerticesPerParticle(const SPage &page) const;
 	void _Enter(SPage &page) const;
 	void _Leave(SPage &page) const;
+
+	bool _IsCut(const SPage &page) const;
+	template<typename _Element>
+	TPageSource<_Element> _SourceOf(const TPages<_Element> &pages, const SPage &page) const;
+	template<typename _Element>
+	bool _IsSound(const TPages<_Element> &pages, const SPage &page);
+	EPageState _EnterTriangles(SPage &page, bool sourceIsEmpty) const;
 
 	template<typename _Element>
 	bool _SharePages(const TPages<_Element> &pages);
@@ -107,6 +125,7 @@ private:
 	SIndexAndDepth *const m_Filled;
 	SMemory *const m_Memory;
 	const bool m_SortsTriangles;
+	bool m_CutPageIsCompacted = false;
 	u32 m_FilledCount; // records that pages fill; those behind them are far ones
 	SShare m_Shares[CJobs::kMaxCount + 1];
 	CSplitSort m_Split;
