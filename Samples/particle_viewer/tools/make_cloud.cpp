@@ -7,7 +7,7 @@
 
 #include "vx_maths_vector.h"
 
-#include "../deterministic.h"
+#include "deterministic.h"
 #include <algorithm>
 #include <charconv>
 #include <cmath>
