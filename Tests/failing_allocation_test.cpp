@@ -3,6 +3,7 @@
 // the same call works afterwards. And how many there are: a sort takes the scratch that it was not given, and nothing else.
 
 #include "ge_mesh_sort_capture.h"
+#include "ge_mesh_sort_replay.h"
 #include "ge_mesh_sort_validation.h"
 
 #include "kr_log_unique.h"
@@ -266,6 +267,39 @@ private:
 	bool m_IsGood = false;
 };
 
+// A capture is read, or refused in a sentence.
+class CReadCall final : public CHostCall
+{
+public:
+	explicit CReadCall(ECallGeometry geometry)
+	{
+		CCall call(geometry);
+		call.SetUp();
+		call.Sort();
+		EXPECT_TRUE(WriteSortCapture(call.m_Sorter, call.m_WorkingBuffer, call.m_WorkingBufferSize,
+			SortCapture_InputAndOutput, &_Append, &m_File));
+	}
+
+	void Run() override { m_IsRead = m_Capture.Read(m_File.data(), m_File.size(), 1 << 20); }
+	bool IsSound(bool hasFailed) override
+	{
+		return m_IsRead ? m_Capture.Refusal()[0] == '\0' : hasFailed && m_Capture.Refusal()[0] != '\0';
+	}
+
+private:
+	static bool _Append(const void *bytes, u64 size, void *file)
+	{
+		const u8 *const first = static_cast<const u8 *>(bytes);
+		static_cast<std::vector<u8> *>(file)->insert(static_cast<std::vector<u8> *>(file)->end(), first, first + size);
+		return true;
+	}
+
+	CFrugalHost m_Host;
+	std::vector<u8> m_File;
+	CCapturedSort m_Capture;
+	bool m_IsRead = false;
+};
+
 // An array is what was assigned, or empty where there was no room; what it held before is gone either way.
 class CArrayCall final : public CHostCall
 {
@@ -462,6 +496,15 @@ TEST(FailingAllocation, Arrays_AreWholeOrEmptyAndReport)
 TEST(FailingAllocation, Strings_AreWholeOrEmpty)
 {
 	EXPECT_GE(FailEachInTurn([] { return std::make_unique<CStringCall>(); }), 2u);
+}
+
+TEST(FailingAllocation, Captures_AreReadOrRefused)
+{
+	for (const ECallGeometry geometry : kCallGeometries)
+	{
+		SCOPED_TRACE(geometry);
+		EXPECT_GE(FailEachInTurn([geometry] { return std::make_unique<CReadCall>(geometry); }), 20u);
+	}
 }
 
 TEST(FailingAllocation, Collections_LeaveOutWhatFindsNoRoom)

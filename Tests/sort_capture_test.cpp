@@ -4,13 +4,11 @@
 #include "ge_mesh_sort_capture.h"
 
 #include "capture_places.h"
-#include "captured_sort.h"
 #include "diagnostics.h"
-#include "failure.h"
 #include "random_scene.h"
+#include "read_capture.h"
 #include "scene_memory.h"
 #include "sort_call.h"
-#include "sort_replay.h"
 #include <cstdio>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -59,15 +57,9 @@ CFile CaptureOf(CCall &call, ESortCapture content = SortCapture_Input)
 // The sentence with which a file is refused, or "" where it is read.
 std::string Refusal(const CFile &file, u64 memoryLimit = kMemoryLimit)
 {
-	try
-	{
-		Viewer::CCapturedSort capture(file, memoryLimit);
-	}
-	catch (const Viewer::CFailure &failure)
-	{
-		return failure.what();
-	}
-	return "";
+	const CReadCapture capture(file, memoryLimit);
+	EXPECT_EQ(capture.IsRead(), capture.Refusal()[0] == '\0');
+	return capture.Refusal();
 }
 
 // With a size and a checksum that are right, whatever else is wrong.
@@ -102,10 +94,11 @@ void ExpectReplays(const Model::SScene &scene, const SSceneLayout &layout)
 	const CFile file = CaptureOf(memory, scene, SortCapture_InputAndOutput);
 	ASSERT_EQ(file.size() % 4, 0u);
 
-	Viewer::CCapturedSort capture(file, kMemoryLimit);
+	CReadCapture capture(file, kMemoryLimit);
+	ASSERT_STREQ(capture.Refusal(), "");
 	EXPECT_EQ(capture.OutputCount(), scene.m_IndexCapacity);
 	EXPECT_EQ(reinterpret_cast<ureg>(capture.Output()) % 16, scene.m_OutputAddressMod16);
-	const Viewer::SReplay replay = Viewer::Replay(capture);
+	const SReplay replay = Replay(capture);
 	EXPECT_EQ(replay.m_Violations, std::vector<std::string>());
 	EXPECT_TRUE(replay.m_Compared);
 	EXPECT_EQ(replay.m_DifferenceCount, 0u) << "output " << replay.m_FirstDifference << ": " << replay.m_ReplayedIndex
@@ -195,7 +188,8 @@ TEST(SortCapture, EveryGeometryAndSortType_ReplaysACallWithoutFindings)
 				const CReportRecorder reports;
 				const CWarningRecorder warnings;
 				call.Sort();
-				Viewer::CCapturedSort capture(CaptureOf(call, SortCapture_InputAndOutput), kMemoryLimit);
+				CReadCapture capture(CaptureOf(call, SortCapture_InputAndOutput), kMemoryLimit);
+				ASSERT_STREQ(capture.Refusal(), "");
 				EXPECT_EQ(
 					capture.SortType(), byPosition ? CTriangleSorter::SortByPosition : CTriangleSorter::SortByFloat);
 				EXPECT_EQ(capture.IndexSize(), with16Bits ? 2u : 4u);
@@ -203,7 +197,7 @@ TEST(SortCapture, EveryGeometryAndSortType_ReplaysACallWithoutFindings)
 				EXPECT_EQ(capture.PageCount(), CCall::kPageCount);
 				EXPECT_EQ(capture.EmptyPageCount(), 1u);
 				EXPECT_EQ(capture.PageCountWithEnableds(), 1u);
-				const Viewer::SReplay replay = Viewer::Replay(capture);
+				const SReplay replay = Replay(capture);
 				EXPECT_TRUE(replay.Good());
 				EXPECT_TRUE(replay.m_Compared);
 				EXPECT_EQ(replay.m_WrittenCount, call.m_OutputCount);
@@ -344,8 +338,9 @@ TEST(SortCapture, WhatASortDoesNotRead_IsNotWritten)
 	EXPECT_LT(file.size(), 350u);
 	const CFile inEveryRun = WithoutPlaces(file);
 	EXPECT_EQ(std::count(inEveryRun.begin(), inEveryRun.end(), 0xEE), 2 * 12);
-	Viewer::CCapturedSort capture(file, kMemoryLimit);
-	const Viewer::SReplay replay = Viewer::Replay(capture);
+	CReadCapture capture(file, kMemoryLimit);
+	ASSERT_STREQ(capture.Refusal(), "");
+	const SReplay replay = Replay(capture);
 	EXPECT_TRUE(replay.Good());
 	EXPECT_FALSE(replay.m_Compared);
 }
@@ -383,11 +378,12 @@ TEST(SortCapture, BrokenCalls_KeepTheirFindingsAndAreNotSorted)
 		call.SetUp();
 		SFindings findings;
 		ASSERT_NE(call.Validate(&Collect, &findings), 0u);
-		Viewer::CCapturedSort capture(CaptureOf(call), kMemoryLimit);
+		CReadCapture capture(CaptureOf(call), kMemoryLimit);
+		ASSERT_STREQ(capture.Refusal(), "");
 		SFindings replayed;
 		ValidateSort(capture.Sorter(), capture.WorkingBuffer(), capture.WorkingBufferSize(), &Collect, &replayed);
 		EXPECT_EQ(replayed.m_Sentences, findings.m_Sentences);
-		const Viewer::SReplay replay = Viewer::Replay(capture);
+		const SReplay replay = Replay(capture);
 		EXPECT_EQ(replay.m_Violations.size(), findings.m_ViolationCount);
 		EXPECT_FALSE(replay.m_Sorted);
 		EXPECT_FALSE(replay.Good());
@@ -467,12 +463,13 @@ TEST(SortCapture, OverlapsWithOutputAndWorkingBuffer_AreNamedAsAtTheHost)
 							[](const std::string &sentence)
 							{ return sentence.find(" overlaps ") != std::string::npos; }));
 
-						Viewer::CCapturedSort capture(CaptureOf(call), kMemoryLimit);
+						CReadCapture capture(CaptureOf(call), kMemoryLimit);
+						ASSERT_STREQ(capture.Refusal(), "");
 						SFindings replayed;
 						ValidateSort(capture.Sorter(), capture.WorkingBuffer(), capture.WorkingBufferSize(), &Collect,
 							&replayed);
 						ASSERT_EQ(replayed.m_Sentences, findings.m_Sentences);
-						ASSERT_FALSE(Viewer::Replay(capture).m_Sorted);
+						ASSERT_FALSE(Replay(capture).m_Sorted);
 					}
 				}
 			}
@@ -519,7 +516,8 @@ TEST(SortCapture, SortOverItsOwnInput_ReplaysToTheSameBytes)
 		sorter.Setup_Geometry(TMemoryView<u32>(pattern, 6), 4);
 		CFile file;
 		ASSERT_TRUE(WriteSortCapture(sorter, workingBuffer, kWorkingBufferSize, SortCapture_Input, Append, &file));
-		Viewer::CCapturedSort capture(file, kMemoryLimit);
+		CReadCapture capture(file, kMemoryLimit);
+		ASSERT_STREQ(capture.Refusal(), "");
 
 		// Twice: the first time, the output is written when all has been read.
 		const CReportRecorder reports;
@@ -587,8 +585,9 @@ TEST(SortCapture, InterleavedAndSharedViews_KeepTheirDistances)
 	ASSERT_TRUE(WriteSortCapture(
 		sorter, workingBuffer.Data(), workingBuffer.Size(), SortCapture_InputAndOutput, Append, &file));
 
-	Viewer::CCapturedSort capture(file, kMemoryLimit);
-	const Viewer::SReplay replay = Viewer::Replay(capture);
+	CReadCapture capture(file, kMemoryLimit);
+	ASSERT_STREQ(capture.Refusal(), "");
+	const SReplay replay = Replay(capture);
 	EXPECT_EQ(replay.m_Violations, std::vector<std::string>());
 	EXPECT_TRUE(replay.Good());
 	EXPECT_EQ(replay.m_WrittenCount, 16u * 3);
@@ -623,8 +622,9 @@ TEST(SortCapture, ArraysOfOneEntry_StayOne)
 	call.SetUp();
 	const CReportRecorder reports;
 	call.Sort();
-	Viewer::CCapturedSort capture(CaptureOf(call, SortCapture_InputAndOutput), kMemoryLimit);
-	const Viewer::SReplay replay = Viewer::Replay(capture);
+	CReadCapture capture(CaptureOf(call, SortCapture_InputAndOutput), kMemoryLimit);
+	ASSERT_STREQ(capture.Refusal(), "");
+	const SReplay replay = Replay(capture);
 	EXPECT_EQ(replay.m_Violations, std::vector<std::string>());
 	EXPECT_TRUE(replay.Good());
 	CFile again;
@@ -644,7 +644,8 @@ TEST(SortCapture, IndexListAddress_IsKeptModulo16)
 		call.m_IndexList = TMemoryView<const u32>(list.As<const u32>(), CCall::kParticleCount);
 		call.SetUp();
 		const CFile file = CaptureOf(call);
-		Viewer::CCapturedSort capture(file, kMemoryLimit);
+		CReadCapture capture(file, kMemoryLimit);
+		ASSERT_STREQ(capture.Refusal(), "");
 		CFile again;
 		ASSERT_TRUE(WriteSortCapture(
 			capture.Sorter(), capture.WorkingBuffer(), capture.WorkingBufferSize(), SortCapture_Input, Append, &again));
@@ -652,7 +653,7 @@ TEST(SortCapture, IndexListAddress_IsKeptModulo16)
 		const u64 ofList = places[places.size() - 4];
 		EXPECT_EQ(PlaceAt(file, ofList) % 16, remainder);
 		EXPECT_EQ(PlaceAt(again, ofList) % 16, remainder);
-		EXPECT_TRUE(Viewer::Replay(capture).m_Violations.empty());
+		EXPECT_TRUE(Replay(capture).m_Violations.empty());
 	}
 }
 
@@ -709,8 +710,9 @@ TEST(SortCapture, HostWithAddressesOfAnotherSize_IsReplayedWithViewsApart)
 	ASSERT_EQ(WordAt(file, kEnabledViews + 4), sizeof(CEnabledView));
 	SetWord(file, kAddressSize, 12 - sizeof(void *));
 	SetWord(file, kEnabledViews + 4, 28 - sizeof(CEnabledView));
-	Viewer::CCapturedSort capture(Mended(file), kMemoryLimit);
-	EXPECT_TRUE(Viewer::Replay(capture).Good());
+	CReadCapture capture(Mended(file), kMemoryLimit);
+	ASSERT_STREQ(capture.Refusal(), "");
+	EXPECT_TRUE(Replay(capture).Good());
 }
 
 // Captures that were written before places were: three particles on two pages, their list and their output.
@@ -729,9 +731,10 @@ TEST(SortCapture, Version1_IsReadWithItsRegionsApart)
 		8, 9, 10, 4, 5, 6, 0, 1, 2, 0x120, 0, 0, 0};
 	CFile file(sizeof(words));
 	std::memcpy(file.data(), words, sizeof(words));
-	Viewer::CCapturedSort capture(Mended(file), kMemoryLimit);
+	CReadCapture capture(Mended(file), kMemoryLimit);
+	ASSERT_STREQ(capture.Refusal(), "");
 	const CWarningRecorder warnings;
-	const Viewer::SReplay replay = Viewer::Replay(capture);
+	const SReplay replay = Replay(capture);
 	EXPECT_EQ(replay.m_Violations, std::vector<std::string>());
 	EXPECT_TRUE(replay.Good());
 	EXPECT_TRUE(replay.m_Compared);
@@ -902,8 +905,9 @@ TEST(SortCapture, ChangedOutput_IsFoundAtItsFirstIndex)
 	const u32 recorded = WordAt(file, output + 7 * 4);
 	SetWord(file, output + 7 * 4, recorded + 100);
 	SetWord(file, output + 20 * 4, 0xFFFFFFFF);
-	Viewer::CCapturedSort capture(Mended(file), kMemoryLimit);
-	const Viewer::SReplay replay = Viewer::Replay(capture);
+	CReadCapture capture(Mended(file), kMemoryLimit);
+	ASSERT_STREQ(capture.Refusal(), "");
+	const SReplay replay = Replay(capture);
 	EXPECT_EQ(replay.m_DifferenceCount, 2u);
 	EXPECT_EQ(replay.m_FirstDifference, 7u);
 	EXPECT_EQ(replay.m_ReplayedIndex, recorded);
@@ -947,16 +951,44 @@ TEST(SortCapture, FileWithAnyBitFlipped_IsRefused)
 			CFile flipped = file;
 			flipped[bit / 8] = u8(flipped[bit / 8] ^ 1 << bit % 8);
 			ASSERT_NE(Refusal(flipped), "") << bit;
-			try
-			{
-				Viewer::CCapturedSort capture(Mended(flipped), u64(1) << 20);
-				Viewer::Replay(capture);
-			}
-			catch (const Viewer::CFailure &)
-			{
-			}
+			CReadCapture capture(Mended(flipped), u64(1) << 20);
+			if (capture.IsRead())
+				Replay(capture);
 		}
 	}
+}
+
+// One object reads one file after another, and has of each what it would have of the only one.
+TEST(SortCapture, ReadAgain_ForgetsWhatWasRead)
+{
+	CCall call(List);
+	call.SetUp();
+	const CFile good = CaptureOf(call);
+	CCapturedSort capture;
+	EXPECT_FALSE(capture.Read(good.data(), good.size() - 4, kMemoryLimit));
+	EXPECT_STRNE(capture.Refusal(), "");
+	EXPECT_TRUE(capture.Read(good.data(), good.size(), kMemoryLimit));
+	EXPECT_STREQ(capture.Refusal(), "");
+	EXPECT_EQ(capture.ParticleCount(), CCall::kParticleCount);
+	EXPECT_TRUE(capture.Read(good.data(), good.size(), kMemoryLimit));
+	EXPECT_FALSE(capture.Read(null, 0, kMemoryLimit));
+	EXPECT_STREQ(capture.Refusal(),
+		"The file is damaged or cut short: the first bytes take 8 bytes from byte 0 on, but it has 0.");
+}
+
+TEST(SortCapture, MemoryLimit_IsThatOfAllRegions)
+{
+	CCall call(List);
+	call.SetUp();
+	const CFile file = CaptureOf(call);
+	u64 tooLittle = 0, enough = kMemoryLimit;
+	while (enough - tooLittle > 1)
+	{
+		const u64 limit = tooLittle + (enough - tooLittle) / 2;
+		(Refusal(file, limit).empty() ? enough : tooLittle) = limit;
+	}
+	EXPECT_GT(enough, call.m_OutputCount * sizeof(u32) + call.m_WorkingBufferSize);
+	EXPECT_NE(Refusal(file, tooLittle).find("too much memory"), std::string::npos);
 }
 
 TEST(SortCapture, Refusals_SayWhatAndWhere)

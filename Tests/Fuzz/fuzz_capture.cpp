@@ -5,10 +5,8 @@
 #include "ge_mesh_sort_capture.h"
 
 #include "capture_places.h"
-#include "captured_sort.h"
 #include "diagnostics.h"
-#include "failure.h"
-#include "sort_replay.h"
+#include "read_capture.h"
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -28,7 +26,7 @@ static std::vector<u8> Mended(const u8 *data, size_t size)
 	return file;
 }
 
-static std::vector<u8> Written(const Viewer::CCapturedSort &capture)
+static std::vector<u8> Written(const CCapturedSort &capture)
 {
 	const auto append = [](const void *bytes, u64 size, void *to)
 	{
@@ -47,7 +45,7 @@ static std::vector<u8> Written(const Viewer::CCapturedSort &capture)
 }
 
 // What is found, but for how much of the address space lies behind the working buffer, which is not the same twice.
-static std::vector<std::string> Findings(const Viewer::SReplay &replay)
+static std::vector<std::string> Findings(const Support::SReplay &replay)
 {
 	std::vector<std::string> sentences = replay.m_Violations;
 	sentences.insert(sentences.end(), replay.m_Advice.begin(), replay.m_Advice.end());
@@ -59,16 +57,22 @@ static std::vector<std::string> Findings(const Viewer::SReplay &replay)
 static void Read(const std::vector<u8> &file)
 {
 	constexpr u64 kMemoryLimit = 1 << 20;
-	Viewer::CCapturedSort capture(file, kMemoryLimit);
+	Support::CReadCapture capture(file, kMemoryLimit);
+	if (!capture.IsRead())
+	{
+		if (std::getenv("VEXMOOR_FUZZ_DESCRIBE") != null)
+			std::printf("%s\n", capture.Refusal());
+		return;
+	}
 	const std::vector<u8> written = Written(capture);
-	Viewer::CCapturedSort same(written, 2 * kMemoryLimit);
-	if (Support::WithoutPlaces(Written(same)) != Support::WithoutPlaces(written))
+	Support::CReadCapture same(written, 2 * kMemoryLimit);
+	if (!same.IsRead() || Support::WithoutPlaces(Written(same)) != Support::WithoutPlaces(written))
 	{
 		std::fprintf(stderr, "what was written is read as something else\n");
 		std::abort();
 	}
-	const Viewer::SReplay replay = Viewer::Replay(capture);
-	const Viewer::SReplay replayOfSame = Viewer::Replay(same);
+	const Support::SReplay replay = Support::Replay(capture);
+	const Support::SReplay replayOfSame = Support::Replay(same);
 	if (Findings(replay) != Findings(replayOfSame) || replay.m_OutputHash != replayOfSame.m_OutputHash)
 	{
 		std::fprintf(stderr, "the same sort comes out differently\n");
@@ -82,16 +86,6 @@ extern "C" int LLVMFuzzerTestOneInput(const u8 *data, size_t size)
 	const Support::CReportRecorder reports;
 	const Support::CWarningRecorder warnings;
 	for (const std::vector<u8> &file : {std::vector<u8>(data, data + size), Mended(data, size)})
-	{
-		try
-		{
-			Read(file);
-		}
-		catch (const Viewer::CFailure &failure)
-		{
-			if (std::getenv("VEXMOOR_FUZZ_DESCRIBE") != null)
-				std::printf("%s\n", failure.what());
-		}
-	}
+		Read(file);
 	return 0;
 }

@@ -1,6 +1,7 @@
 #include "heap.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 using Vexmoor::s64;
@@ -36,6 +37,13 @@ static void *Allocate(std::size_t size)
 extern "C" void *__wrap_malloc(std::size_t size)
 {
 	return Allocate(size);
+}
+extern "C" void *__wrap_calloc(std::size_t count, std::size_t size)
+{
+	void *const block = Allocate(count * size);
+	if (block != nullptr)
+		std::memset(block, 0, count * size);
+	return block;
 }
 extern "C" void __wrap_free(void *block)
 {

@@ -2,11 +2,11 @@
 
 #include "replay_run.h"
 
-#include "captured_sort.h"
+#include "ge_mesh_sort_replay.h"
+
 #include "failure.h"
 #include "library_reports.h"
 #include "report.h"
-#include "sort_replay.h"
 #include "sort_times.h"
 #include "text.h"
 #include <cinttypes>
@@ -71,7 +71,21 @@ namespace
 			Grouped(capture.VertexCount()).c_str());
 	}
 
-	void PrintOutput(const SReplay &replay)
+	// What is wrong with the sort, and what could be better.
+	struct SFindings
+	{
+		std::vector<std::string> m_Violations;
+		std::vector<std::string> m_Advice;
+	};
+
+	void Collect(const SSortFinding &finding, void *findings)
+	{
+		SFindings &found = *static_cast<SFindings *>(findings);
+		(finding.m_Kind == SortFinding_Violation ? found.m_Violations : found.m_Advice)
+			.emplace_back(finding.m_Sentence);
+	}
+
+	void PrintOutput(const SSortReplay &replay)
 	{
 		std::printf("index hash      %016" PRIx64 " (FNV-1a over %s indices)\n", replay.m_OutputHash,
 			Grouped(replay.m_WrittenCount).c_str());
@@ -102,12 +116,15 @@ bool RunReplay(const std::string &fileName)
 {
 	const std::vector<u8> file = ReadFile(fileName);
 	const CLibraryReports libraryReports;
-	CCapturedSort capture(file, kMemoryLimit);
-	const SReplay replay = Replay(capture);
+	CCapturedSort capture;
+	if (!capture.Read(file.data(), file.size(), kMemoryLimit))
+		throw CFailure(capture.Refusal());
+	SFindings findings;
+	const SSortReplay replay = ReplaySort(capture, Collect, &findings);
 
 	PrintInput(fileName, file.size(), capture);
-	PrintSentences("broken rules", replay.m_Violations);
-	PrintSentences("advice", replay.m_Advice);
+	PrintSentences("broken rules", findings.m_Violations);
+	PrintSentences("advice", findings.m_Advice);
 	if (replay.m_Sorted)
 	{
 		PrintOutput(replay);

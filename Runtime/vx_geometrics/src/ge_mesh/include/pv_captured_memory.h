@@ -1,23 +1,47 @@
 #pragma once
 
-// The memory of a captured sort. Regions that share bytes where they were captured share the same bytes here; all others
-// get memory of their own, so that whatever watches memory notices a stray access.
+// The memory of a captured sort. Regions that share bytes where they were captured share the same bytes here; all
+// others get memory of their own, so that whatever watches memory notices a stray access.
 
 #include "vx_defs.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
 
-namespace Viewer
+namespace Vexmoor
 {
-using namespace Vexmoor;
+/// The first thing that is found wrong with a file, as a sentence in a buffer of somebody else's.
+class CRefusal
+{
+public:
+	CRefusal(char *sentence, std::size_t size)
+		: m_Sentence(sentence)
+		, m_Size(size)
+	{
+	}
+
+	/// Keeps the first sentence, and leaves it for any that follow. Returns false, so that who refuses can return it.
+	bool Say(const char *format, ...) VX_PRINTF_LIKE(2, 3);
+	bool IsSaid() const { return m_IsSaid; }
+
+private:
+	char *m_Sentence;
+	std::size_t m_Size;
+	bool m_IsSaid = false;
+};
 
 /// First every region is added. LayOut gives all of them addresses, and Write puts into them what they are filled with.
 class CCapturedMemory
 {
 public:
+	explicit CCapturedMemory(CRefusal &refusal)
+		: m_Refusal(refusal)
+	{
+	}
+
 	/// Size bytes at a place, which counts bytes from a point that all regions have in common, modulo 2^64. Returns the
 	/// region's number.
 	u32 Add(const std::string &name, u64 place, u64 size);
@@ -27,16 +51,17 @@ public:
 	/// last Check.
 	void Fill(u32 region, u64 offset, const void *elements, u64 count, u64 elementSize, u64 stride);
 
-	/// Gives every region an address. All bytes are 0. Regions that take more than limit bytes are a CFailure.
-	void LayOut(u64 limit);
+	/// Gives every region an address. All bytes are 0. Regions that take more than limit bytes are refused, and false
+	/// is returned.
+	bool LayOut(u64 limit);
 	u8 *Data(u32 region) const { return m_Regions[region].m_Data; }
 	bool Overlap(u32 region, u32 other) const;
 
 	/// Writes what the regions are filled with.
 	void Write() const;
 	/// Makes sure that each region has what it is filled with. One that does not, because a region that overlaps it is
-	/// filled with something else, is named in a CFailure.
-	void Check() const;
+	/// filled with something else, is named in a refusal, and false is returned.
+	bool Check() const;
 
 private:
 	struct SRegion
@@ -64,11 +89,12 @@ private:
 	};
 
 	template<typename _Action>
-	void ForEachElement(const _Action &action) const;
-	void LayOutBlock(SRegion *const *regions, size_t count, u64 end, u64 &bytesLeft);
+	bool _ForEachElement(const _Action &action) const;
+	bool _LayOutBlock(SRegion *const *regions, size_t count, u64 end, u64 &bytesLeft);
 
+	CRefusal &m_Refusal;
 	std::vector<SRegion> m_Regions;
 	std::vector<SFill> m_Fills;
 	std::vector<std::unique_ptr<u8, SFree>> m_Blocks;
 };
-} // namespace Viewer
+} // namespace Vexmoor

@@ -1,0 +1,67 @@
+// Checks, sorts, compares. Two sorts over unlike bytes tell the indices that a sort writes from those that it leaves.
+
+#include "ge_mesh_sort_replay.h"
+
+#include <cstring>
+
+namespace Vexmoor
+{
+static void SortOver(u8 byte, CCapturedSort &capture)
+{
+	if (capture.OutputSize() != 0)
+		std::memset(capture.Output(), byte, capture.OutputSize());
+	capture.Sort();
+}
+
+static u32 IndexAt(const u8 *output, u32 place, u32 indexSize)
+{
+	u32 index = 0;
+	std::memcpy(&index, output + u64(place) * indexSize, indexSize); // little-endian
+	return index;
+}
+
+static VX_WRAPS u64 CarryOn(u64 hash, u32 index)
+{
+	for (u32 byte = 0; byte < sizeof(index); ++byte)
+		hash = (hash ^ (index >> (8 * byte) & 0xFF)) * 0x100000001B3ull;
+	return hash;
+}
+
+SSortReplay ReplaySort(CCapturedSort &capture, CbSortFinding handler, void *userData)
+{
+	SSortReplay replay;
+	replay.m_ViolationCount =
+		ValidateSort(capture.Sorter(), capture.WorkingBuffer(), capture.WorkingBufferSize(), handler, userData);
+	if (replay.m_ViolationCount != 0)
+		return replay;
+
+	SortOver(0xFF, capture);
+	const u8 *const overOnes = capture._SpareOutput();
+	if (capture.OutputSize() != 0)
+		std::memcpy(capture._SpareOutput(), capture.Output(), capture.OutputSize());
+	SortOver(0x00, capture);
+
+	replay.m_Sorted = true;
+	replay.m_Compared = capture.HasRecordedOutput();
+	replay.m_OutputHash = 0xCBF29CE484222325ull;
+	for (u32 place = 0; place < capture.OutputCount(); ++place)
+	{
+		const u32 index = IndexAt(capture.Output(), place, capture.IndexSize());
+		if (index != IndexAt(overOnes, place, capture.IndexSize()))
+			continue;
+		++replay.m_WrittenCount;
+		replay.m_OutputHash = CarryOn(replay.m_OutputHash, index);
+
+		const u32 recorded = replay.m_Compared ? IndexAt(capture.RecordedOutput(), place, capture.IndexSize()) : index;
+		if (recorded == index)
+			continue;
+		if (replay.m_DifferenceCount++ == 0)
+		{
+			replay.m_FirstDifference = place;
+			replay.m_ReplayedIndex = index;
+			replay.m_RecordedIndex = recorded;
+		}
+	}
+	return replay;
+}
+} // namespace Vexmoor
