@@ -6,6 +6,7 @@
 
 #include "vx_defs.h"
 
+#include "guarded_memory.h"
 #include <string>
 #include <vector>
 
@@ -13,11 +14,12 @@ namespace Support
 {
 using namespace Vexmoor;
 
+// The file ends where memory ends, and is gone once it is read.
 class CReadCapture : public CCapturedSort
 {
 public:
 	CReadCapture(const std::vector<u8> &file, u64 memoryLimit)
-		: m_IsRead(Read(file.data(), file.size(), memoryLimit))
+		: m_IsRead(Read(ReadOnly(file, (0 - file.size()) % 16).Data(), file.size(), memoryLimit))
 	{
 	}
 
