@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets in build/fuzz and runs each for a while, from the committed corpus and what earlier runs found.
+# Builds the fuzz targets in build/fuzz and runs each for a while, as many at a time as there are processors, from the
+# committed corpus and what earlier runs found.
 #
 #   ./Tools/fuzz.sh            60 seconds per target
 #   ./Tools/fuzz.sh 600        ten minutes per target
@@ -76,12 +77,20 @@ fuzz()
 		"${last%% *}" "${last##* }"
 }
 
+job=fuzz
+! $keep || job=keep_corpus
 failed=0
+running=0
 for target in sort jobs building_blocks checked capture clouds; do
-	if $keep; then
-		keep_corpus $target
-	else
-		fuzz $target || failed=1
+	if [ $running = "$(nproc)" ]; then
+		wait -n || failed=1
+		running=$((running - 1))
 	fi
+	$job $target &
+	running=$((running + 1))
+done
+while [ $running != 0 ]; do
+	wait -n || failed=1
+	running=$((running - 1))
 done
 exit $failed

@@ -4,7 +4,6 @@
 
 #include "ge_mesh_triangle_sorter.h"
 
-#include "kr_cpu.h"
 #include "kr_sort.h"
 
 #include "byte_reader.h"
@@ -12,8 +11,8 @@
 #include "diagnostics.h"
 #include "fill_calls.h"
 #include "guarded_memory.h"
-#include "host_float_mode.h"
 #include "reference_model.h"
+#include "sort_fuzzing.h"
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -309,7 +308,7 @@ void SortInPlace(CByteReader &reader, bool insertionAlways)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-	Cpu::SetMaxInstructionSet(Cpu::EInstructionSet(size % 3)); // every one sees every input sooner or later
+	Fuzz::ChooseInstructionSet(size);
 	constexpr u32 kFunctionCount = 10;
 	CByteReader reader(data, size);
 	const u32 code = reader.Byte();

@@ -1,13 +1,9 @@
 // Fuzzes the checked sorts: the input chooses a sound call and damages it, part by part. Whatever comes out is refused
 // with every byte as it was, or sorted within its memory and to the same bytes as by the bare sort.
 
-#include "kr_cpu.h"
-
-#include "byte_reader.h"
 #include "damaged_call.h"
 #include "diagnostics.h"
-#include <cstdio>
-#include <cstdlib>
+#include "sort_fuzzing.h"
 
 namespace
 {
@@ -34,9 +30,8 @@ private:
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-	Vexmoor::Cpu::SetMaxInstructionSet(
-		Vexmoor::Cpu::EInstructionSet(size % 3)); // every one sees every input sooner or later
 	constexpr Vexmoor::u32 kMostDamages = 8;
+	Fuzz::ChooseInstructionSet(size);
 	Fuzz::CByteReader reader(data, size);
 	CByteDraw draw(reader);
 	const Support::CReportRecorder viewsOfWrongStrides;
@@ -52,9 +47,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 	call.SetUp();
 	const testing::AssertionResult result = IsRefusedOrSorts(call);
 	if (!result)
-	{
-		std::fprintf(stderr, "%s\n", result.message());
-		std::abort();
-	}
+		Fuzz::Fail(result.message());
 	return 0;
 }

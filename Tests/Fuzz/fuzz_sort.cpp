@@ -1,30 +1,13 @@
 // Fuzzes both sort entry points: the input describes a draw call, which is laid out between guard pages, sorted, and
 // compared with the reference model to the last byte, report and warning.
 
-#include "kr_cpu.h"
-
-#include "byte_reader.h"
-#include "decoded_input.h"
-#include "host_float_mode.h"
-#include "random_scene.h"
-#include "scene_memory.h"
-#include <cstdio>
-#include <cstdlib>
+#include "sort_fuzzing.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-	Vexmoor::Cpu::SetMaxInstructionSet(
-		Vexmoor::Cpu::EInstructionSet(size % 3)); // every one sees every input sooner or later
+	Fuzz::ChooseInstructionSet(size);
 	Fuzz::CByteReader reader(data, size);
 	const Fuzz::SHost host = Fuzz::ReadHost(reader);
-	const Model::SScene scene = Fuzz::ReadScene(reader);
-	Fuzz::Announce(Describe(scene));
-	const Fuzz::CHostFloatMode floatMode(host.m_FloatMode);
-	const testing::AssertionResult result = Support::SortsLikeTheModel(scene, host.m_Layout);
-	if (!result)
-	{
-		std::fprintf(stderr, "%s\n%s\n", result.message(), Describe(scene).c_str());
-		std::abort();
-	}
+	Fuzz::SortLikeTheModel(reader, host);
 	return 0;
 }
