@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Writes Docs/performance.md from what was measured: first what a user wants to know, then a page for each processor.
+"""Writes Docs/performance.md from what was measured: what a user wants to know, and a page for each processor.
 
 Every number on the pages, and in the README's paragraph of figures, comes from the files of Benchmarks/results.
 """
@@ -20,112 +20,118 @@ README_COUNTS = (1000, 10000, 100000, 1000000)
 BEGINNING = """\
 # Performance
 
-How long a draw call takes on one core, from positions or values in memory to the finished index buffer, set-up calls
-included; and how long it takes as it is written without the library: distances beside particle numbers, `std::sort`, a
-loop that writes quads. Both sort the same particles in the same run, taking turns, and both results are checked. Numbers are
-medians of processor time.
+This page says how long a draw call takes on one core: from positions or values in memory to the finished index buffer, set-up
+functions included. Beside each time stands *the loop*, which is what a renderer does without this library: it computes
+distances, sorts particle numbers with `std::sort`, and writes quads. Both sort the same particles in the same run, in turns, and
+both results are checked. Numbers are medians of processor time.
 """
 DRAW_CALLS = """\
 ## Your draw call
 
-Packed positions in pages of 1,000, none disabled, seen from outside: what Vexmoor takes, what the loop takes, and how many
-times as long that is.
+The particles are drawn as quads. Their positions are packed, in pages of 1,000 of which none has disabled particles, and the
+camera is outside. The last column of each processor says how many times as long the loop takes.
 """
 SCENES = """\
 ## Other draw calls
 
-Nanoseconds a particle, disabled ones included, and how many times as long the loop takes; bold where the loop is faster.
-The rows that name 500 draw calls are a whole frame of them, with pages and disabled particles as in the row above.
+Each cell has nanoseconds per particle, disabled ones included, and how many times as long the loop takes. Where the loop is
+faster, the number is bold. A row of 500 draw calls is a whole frame of them, with pages and disabled particles as in the row
+above it.
 """
 COLD = """\
 ## Small draw calls, cold
 
-Between two passes of a renderer, code and data of a sort leave the caches. These draw calls rotate among 20 sorters, with
-the caches swept before each; the time of a call, and how many times as long the loop takes.
+While a renderer does other work, a sort's code and data leave the caches. Here 20 sorters take turns, and the named caches are
+emptied before each draw call. Each cell has the time of a draw call, and how many times as long the loop takes.
 """
 COLD_REASON = """\
-What a cold sort waits for is its code. A sort of 100 positions executes 98 cache lines of the library, in fewer instructions
-than the loop, which executes 24 lines (counted in a trace of memory accesses, 256-bit registers). A line that comes from
-memory takes some 30 ns, and a processor that does not remember the branches fetches none ahead. Small draw calls that can be
-one, with a page each, wait for it once.
+With all caches empty, a small sort mostly waits for its own code. A sort of 100 positions executes fewer instructions than the
+loop, but they lie in 98 cache lines, and those of the loop in 24 (counted in a trace of memory accesses, with 256-bit registers).
+A line from memory takes some 30 ns, and a processor that has forgotten the branches fetches no line ahead. If several small draw
+calls can be one, with a page each, they wait only once.
 """
 JOBS = """\
 ## One large draw call on two cores
 
-With a host's [jobs](integration.md#one-draw-call-on-many-cores), here those of oneTBB on two threads, timed by the wall clock
-in turns with the sort on one core. Fewer than 32,768 particles run no jobs. What two cores gain at all where memory is the
-limit is in the rows of a loop that moves the bytes of a sort. Packaged parallel sorts have the same loops before and after
-them, on both threads as well. More than two cores were not measured.
+The sort with a host's [jobs](integration.md#one-draw-call-on-many-cores), here run by oneTBB on two threads, took turns with the
+sort on one core. Both are timed by the wall clock. Fewer than 32,768 particles run no jobs. Where memory is the limit, a second
+core helps less; the rows of bytes moved are a loop that moves as many bytes as a sort, and show how much. The second table has
+packaged parallel sorts on the same two threads, with the library's loops before and after them. More than two cores were not
+measured.
 """
 LOSSES = """\
 ## Where it loses
 
-How many times as long as the library others take, below 1. `counting_16bit` gives an approximate order.
+Each line names what is faster than the library, at which counts, and in brackets how many times as long it takes, below 1.
+`counting_16bit` gives an approximate order.
 """
 VQSORT = """\
-vqsort is its package's own code (libhwy), which has nothing for AVX-512 beyond the first set of instructions, also where the
-processor and the package's headers know a newer one; a later version may be ahead of these numbers. Names of sorts in whole
-sorts stand for the loop's two other parts around that sort.
+In whole sorts, the name of a sort stands for the loop with that sort in place of `std::sort`; `same_traffic` only moves as many
+bytes as a sort and is told the order. vqsort is its package's own code (libhwy). The package uses only the first AVX-512
+instructions, even where the processor has newer ones, so a later version may be faster than here.
 """
 DETAILS = """\
 ## Details
 
-Every stage beside its peers, with losses; how each processor was measured. [Benchmarks](../Benchmarks/README.md) says what
-is compared and how to measure another processor; [what was tried and lost](../Benchmarks/tried.md) is there as well.
+A page for each processor has every stage beside its peers, and how the processor was measured.
+[Benchmarks](../Benchmarks/README.md) says what is compared, how to measure another processor, and which goals a run is held to.
+[What was tried and lost](../Benchmarks/tried.md) is there as well.
 """
 SORT = """\
 ## Sort stage
 
-Records in, records in key order out. Nanoseconds a record: the median, half the range between the quartiles, and how many
-times as long as this library; bold where the peer is faster. counting_16bit gives an approximate order. Small sorts rotate
-different inputs. vexmoor_4_lanes is this library where registers have four lanes.
+Records in, records in key order out. Each cell has nanoseconds per record: the median, half the range between the quartiles, and
+how many times as long as this library the peer takes. Where the peer is faster, the number is bold. counting_16bit gives an
+approximate order. vexmoor_4_lanes is this library held to four lanes. Small sorts rotate different inputs.
 """
 PARTS = """\
 ## Parts of the radix sort
 
-Nanoseconds a record: counters cleared and summed, the counting sweep, three scatters that know every destination beforehand;
-these, storing the next position of a digit with every record, as scatters do that know nothing beforehand; and the nine
-stores of a record alone, in the first cache.
+Nanoseconds per record of what a radix sort cannot do without: clearing and summing the counters, the counting sweep, and three
+scatters that know every destination beforehand. A second kind of scatter also stores the next position of a digit with every
+record, as a sort has to. The stores are the nine stores of a record alone, in the first cache.
 """
 FILL = """\
 ## Fill
 
-Nanoseconds a particle, and in brackets the ratio to the faster of two loops that read 12 and write 8 bytes a particle and do
-nothing else (same_traffic_16, same_traffic_32: by width), then to a copy that reads and writes as many bytes together.
-Layouts other than positions at a stride of 12 move other amounts of memory; their ratios only place them on the same scale.
-Items of compaction are all particles of a page, disabled ones too. Packed positions are filled 16 at a time where the
-processor can; 8_lanes and 4_lanes are held to less.
+Nanoseconds per particle. The brackets have two ratios. The first is to the faster of two loops that read 12 and write 8 bytes
+per particle and do nothing else (same_traffic_16 and same_traffic_32, named by their width in bytes). The second is to a copy
+that reads and writes as many bytes together. Layouts other than positions at a stride of 12 move other amounts of memory, so
+their ratios only place them on the same scale. The items of compaction are all particles of a page, disabled ones too. Packed
+positions are filled 16 at a time where the processor can; 8_lanes and 4_lanes are held to less.
 """
 EXPAND = """\
 ## Expansion
 
-Nanoseconds a record, and in brackets the ratio to a loop that streams as many bytes and reads 8 a record (same_traffic), then
-to one that only streams (stream_fill). vexmoor_at_8 writes to an address of 8 modulo 16, and so on. Widths 5 and 24 have no
-path of their own, and neither has the 16-bit width 12.
+Nanoseconds per record. The brackets have two ratios: to a loop that streams as many bytes and reads 8 per record (same_traffic),
+and to one that only streams (stream_fill). vexmoor_at_8 writes to an address of 8 modulo 16, and so on. Widths 5 and 24 have no
+loop of their own. 16-bit indices of width 12 have one, which does not stream.
 """
 WHOLE = """\
 ## Whole sorts beside peers
 
-Nanoseconds a particle as above. user is what is written without a library. Names of sorts stand for the same two loops around
-that sort. 16-bit indices reach 15,360 quads: more are drawn in several calls, each sorted by itself.
+Each cell has nanoseconds per particle: the median, half the range between the quartiles, and how many times as long as this
+library the peer takes. user is what a renderer does without a library. The name of a sort stands for the same loop with that
+sort in it. 16-bit indices reach 15,360 quads; more are drawn in several calls, each sorted by itself.
 """
 SMALL_PAGES = """\
 ## Small pages
 
-A whole sort over one of the same particles in pages of 1,000, in turns. Strides of 16 warn once per page.
+A whole sort of particles in small pages, over a whole sort of the same particles in pages of 1,000, in turns. Strides of 16 warn
+once per page.
 """
 THREADS = """\
 ## Many draw calls
 
-A frame of 500 sorters of 50 to 5,000 particles each, evenly spread on a logarithmic scale; two threads are two of oneTBB, and
-go by the wall clock.
+A frame of 500 sorters of 50 to 5,000 particles each, evenly spread on a logarithmic scale. Two threads are two of oneTBB, and
+are timed by the wall clock.
 """
 DIAGNOSTICS = """\
 ## Diagnostics
 
-Time with over time without, in turns. The handler notes the time-stamp counter and the scope in a ring. A checked sort is
-compared with its bare sort: quads in pages of 1,024, by position; with an enabled byte for each particle, with an index list,
-or by triangles.
+The time with a diagnostic over the time without it, in turns. The profiler handler writes the time-stamp counter and the scope
+to a ring. A checked sort is compared with its bare sort: quads by position in pages of 1,024; the same with an enabled byte for
+each particle; with an index list; and triangles.
 """
 
 
@@ -166,6 +172,10 @@ def overview(page, of_processors, links):
 		page.plot("whole_sorts", "Whole sorts by count, beside the loop", lambda path: plots.whole_sorts(path, lines))
 		page.add(DRAW_CALLS)
 		page.add(tables.draw_call_table(of_processors))
+	page.add(LOSSES)
+	for processor, results in of_processors.items():
+		page.add([f"### {processor}, losses\n", *(tables.losses(results) or ["Nowhere in what was measured."]), ""])
+	page.add(VQSORT)
 	if any(tables.scene_table(results) for results in of_processors.values()):
 		page.add(SCENES)
 	for processor, results in of_processors.items():
@@ -185,10 +195,6 @@ def overview(page, of_processors, links):
 		page.add(JOBS)
 		for processor, results in of_processors.items():
 			page.add([f"### {processor}, two cores\n", *tables.jobs_table(results), *tables.jobs_peer_table(results)])
-	page.add(LOSSES)
-	for processor, results in of_processors.items():
-		page.add([f"### {processor}, losses\n", *(tables.losses(results) or ["Nowhere in what was measured."]), ""])
-	page.add(VQSORT)
 	page.add(DETAILS)
 	page.add([f"- [{processor}]({link})" for processor, link in links.items()])
 
@@ -207,7 +213,7 @@ def details(page, processor, results):
 	page.add("All competitors of a case run in one process, in shuffled order. Numbers are medians of processor time.\n")
 	spread = tables.middle_spread(results)
 	if spread is not None:
-		page.add(f"Half the range between the quartiles is {100 * spread:.1f} % of the median in the middle case.\n")
+		page.add(f"In the middle case, half the range between the quartiles is {100 * spread:.1f} % of the median.\n")
 	page.add(tables.machine_table(results.machine))
 	if results.values(1, stage="whole"):
 		page.add(WHOLE)

@@ -31,8 +31,8 @@ SCENE_TITLES = {
 }
 SWEPT_TITLES = {
 	"nothing": "nothing, draw call after draw call",
-	"data": "the first and the second cache",
-	"code": "the first cache of code, and the predictors of branches",
+	"data": "the first- and second-level cache",
+	"code": "the first-level cache of code, and the branch predictors",
 	"all_caches": "all caches, of code and data",
 }
 
@@ -124,7 +124,7 @@ def cold_table(results):
 		cases = [results.get("cold", what, "user", size) for size in sizes]
 		rows.append([{"positions": "by position", "values": "by value"}.get(by, by), SWEPT_TITLES.get(swept, swept)] + [
 			f"{duration(case.counter('plain_ns'))}, {times(case.counter('ratio'))}" if case else "" for case in cases])
-	return table(["", "swept before each", *map(size_name, sizes)], rows) if rows else []
+	return table(["", "emptied before each", *map(size_name, sizes)], rows) if rows else []
 
 
 def jobs_table(results):
@@ -133,9 +133,9 @@ def jobs_table(results):
 	for what in results.values(1, stage="jobs"):
 		for size in sorted(results.values(3, stage="jobs", what=what, who="one_core")):
 			case = results.get("jobs", what, "one_core", size)
-			title = "the bytes of a sort, moved" if what == "traffic" else what
+			title = "as many bytes moved" if what == "traffic" else what
 			rows.append([title, size_name(size), duration(case.counter("plain_ns")), times(1 / case.counter("ratio"))])
-	return table(["", "particles", "one core", "two cores are ahead by"], rows) if rows else []
+	return table(["", "particles", "one core", "times as long as on two"], rows) if rows else []
 
 
 def jobs_peer_table(results):
@@ -146,7 +146,7 @@ def jobs_peer_table(results):
 			if who != "one_core":
 				for size in results.values(3, stage="jobs", what=what, who=who):
 					rows.append([who, what, size_name(size), times(results.turns("jobs", what, who, size))])
-	return table(["", "", "particles", "takes as long as Vexmoor"], rows) if rows else []
+	return table(["", "", "particles", "takes as long as the library"], rows) if rows else []
 
 
 MOST_NAMED = 4  # counts at which somebody else is ahead; more are summed up
@@ -176,7 +176,7 @@ def losses(results):
 		slower = slower_at((size, results.turns("cold", what, "user", size))
 			for size in results.values(3, stage="cold", what=what))
 		if slower:
-			lines.append(f"- The loop, by {by[:-1]} after a sweep of {SWEPT_TITLES.get(swept, swept)}: {slower}.")
+			lines.append(f"- The loop, by {by[:-1]}, with empty caches ({SWEPT_TITLES.get(swept, swept)}): {slower}.")
 	for stage, title, owns in (("whole", "Whole sorts", ("vexmoor_pages_of_1k", "vexmoor")),
 			("sort", "Sorts of records alone", ("vexmoor",))):
 		for what in results.values(1, stage=stage):

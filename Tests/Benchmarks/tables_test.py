@@ -67,7 +67,7 @@ class TablesTest(unittest.TestCase):
 
 	def test_a_cold_loss_is_one(self):
 		self.results.cases[("cold", "positions_swept_all_caches", "user", 100)].counters["ratio"] = [0.8, 0.9, 1.0]
-		self.assertIn("by position after a sweep of all caches, of code and data: at 100 (×0.90).", "\n".join(
+		self.assertIn("by position, with empty caches (all caches, of code and data): at 100 (×0.90).", "\n".join(
 			tables.losses(self.results)))
 
 	def test_a_peer_has_a_ratio_and_the_library_none(self):
