@@ -8,7 +8,7 @@
 
 namespace Vexmoor
 {
-/// Who hears of broken conditions.
+/// The report of broken conditions.
 namespace Assert
 {
 	/// What a site does after its report.
@@ -19,7 +19,7 @@ namespace Assert
 		Decision_Continue = 2 ///< Carry on; any other value means the same.
 	};
 
-	/// One broken condition. The texts live as long as the call that hands them over.
+	/// One broken condition. The texts are valid until the handler returns.
 	struct SReport
 	{
 		const char *m_File;                  ///< As the compiler saw it.
@@ -27,7 +27,7 @@ namespace Assert
 		int m_Line;                          ///< Line of the site in m_File.
 		const char *m_ConditionText;         ///< The condition as written.
 		const char *m_ExpandedConditionText; ///< The condition after macro expansion.
-		const char *m_Message;               ///< The condition again, or what the site has to say about it.
+		const char *m_Message;               ///< The condition again, or the site's message.
 	};
 
 	/// Receives every report, on the thread that broke the condition, and answers with an EDecision.
@@ -45,7 +45,7 @@ namespace Assert
 		const char *expandedConditionText,
 		const char *message);
 
-	/// The same, with a printf-style message. Longer messages than 1023 characters are cut.
+	/// The same, with a printf-style message, which is cut after 1023 characters.
 	VX_API int EvalAssertFormat(const char *file,
 		const char *function,
 		int line,
@@ -64,12 +64,12 @@ namespace Assert
 		const char *expandedConditionText,
 		const char *message);
 
-	// A client compiled with the other VX_ASSERTIONS than the library it links would mix two versions of the same
-	// inline functions. Each value asks for a name of its own, and a library defines just one: the linker's message
-	// is the sentence that says so.
+	// A client compiled with another value of VX_ASSERTIONS than its library would mix two versions of the same inline
+	// functions. Each value refers to a name of its own, and a library defines only one of the two, so such a client
+	// does not link, and the linker's message names the value.
 #if VX_ASSERTIONS
-	VX_API extern const char LibraryIsBuiltWith_VX_ASSERTIONS_1; ///< There in libraries with assertions alone.
-	/// Asks for it.
+	VX_API extern const char LibraryIsBuiltWith_VX_ASSERTIONS_1; ///< Defined only in libraries with assertions.
+	/// Refers to it.
 	VX_KEPT static const char *const s_LibraryAgrees = &LibraryIsBuiltWith_VX_ASSERTIONS_1;
 #else
 	VX_API extern const char LibraryIsBuiltWith_VX_ASSERTIONS_0;
@@ -77,7 +77,7 @@ namespace Assert
 #endif
 
 	///@{
-	/// A site's flag, which every thread that passes the site shares. Two that fail at once may both report.
+	/// A site's flag, which all threads share. If the condition fails on two threads at once, both may report.
 	VX_INLINE bool _SiteIsIgnored(const bool &flag)
 	{
 		return VX_LOAD_FLAG(flag);
@@ -91,7 +91,7 @@ namespace Assert
 } // namespace Vexmoor
 
 #if VX_ASSERTIONS
-/// Every form of assertion: a flag of its own per site, the condition only while the flag is clear.
+/// What all assertions do. Each site has a flag, and evaluates its condition only while the flag is clear.
 	#define VX_ASSERT_SITE(_condition, _eval)                                                    \
 		do                                                                                       \
 		{                                                                                        \
@@ -111,8 +111,8 @@ namespace Assert
 		VX_ASSERT_SITE((__VA_ARGS__), ::Vexmoor::Assert::EvalAssert(__FILE__, VX_FUNCTION, __LINE__, #__VA_ARGS__, \
 										  VX_STRINGIZE(__VA_ARGS__), #__VA_ARGS__))
 
-	/// Reports the given text when the condition does not hold. For a condition that says more than its text, because
-	/// it guards itself against an access outside.
+	/// Reports the given text when the condition does not hold. For a condition that is longer than its text, because
+	/// it also avoids an access outside a view.
 	#define VX_ASSERT_AS(_text, ...) \
 		VX_ASSERT_SITE(              \
 			(__VA_ARGS__), ::Vexmoor::Assert::EvalAssert(__FILE__, VX_FUNCTION, __LINE__, _text, _text, _text))

@@ -14,21 +14,21 @@ namespace Vexmoor
 /// What a capture holds.
 enum ESortCapture : u32
 {
-	SortCapture_Input = 0,         ///< What is sorted; at any time between set-up and the next one.
-	SortCapture_InputAndOutput = 1 ///< And the output buffer as it is now: after the sort, with its views still valid.
+	SortCapture_Input = 0,         ///< What is sorted. May be written at any time after the set-up.
+	SortCapture_InputAndOutput = 1 ///< The output as well, as it is now: after the sort, while its views are valid.
 };
 
-/// Writes the sort that the sorter is set up for. Only what a sort reads is written, so no byte between the elements of
-/// a strided view and none of a page that renders nothing. Distances between the call's arrays are written too: arrays
-/// that overlap by mistake do so in the replay. Such a call is captured before it sorts, as its sort overwrites what it
-/// reads.
-/// workingBuffer      what the sort gets, or has got; null where it allocates
+/// Writes the sort that the sorter is set up for. Only what a sort reads is written: no byte between the elements of a
+/// strided view, and none of a page that renders nothing. Distances between the call's arrays are written too, so
+/// arrays that overlap by mistake also overlap in the replay. Capture such a call before it sorts, because its sort
+/// overwrites what it reads.
+/// workingBuffer      what the sort gets, or has got; null if it allocates
 /// workingBufferSize  its bytes; 0 with null
-/// content            the output is read, so it had better not be write-combined memory: sort once more into ordinary
-///                    memory at the same address modulo 16
+/// content            with the output, the output is read, which is slow in write-combined memory: sort once more into
+///                    ordinary memory at the same address modulo 16
 /// write              receives the file in pieces, front to back; WriteToFile takes a FILE *
-/// Returns  true when all is written; false as soon as write does, and, before anything is written, where a view
-///          cannot be read: ValidateSort says which.
+/// Returns  true if all is written. False if write returned false, and, before anything is written, if a view cannot be
+///          read: ValidateSort says which.
 /// Cost     linear in what is written. Nothing is allocated.
 /// Threads  as for a sort: one thread per sorter, different sorters side by side.
 VX_GEOMETRICS_API bool WriteSortCapture(const CTriangleSorter &sorter,
@@ -38,7 +38,7 @@ VX_GEOMETRICS_API bool WriteSortCapture(const CTriangleSorter &sorter,
 	CbWrite write,
 	void *userData);
 
-// For who reads captures.
+// For programs that read captures.
 
 constexpr char kSortCaptureMagic[] = "VXSORT\r\n";             ///< The first 8 bytes; a transfer as text breaks them.
 constexpr u32 kSortCaptureVersion = 2;                         ///< The second word.

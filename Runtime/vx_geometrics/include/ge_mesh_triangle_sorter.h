@@ -16,22 +16,23 @@ class CSortFromC;
 class CSortJobs;
 class CSortValidation;
 
-/// What is sorted: a key, ascending as an unsigned integer, the smallest drawn first, and what it stands for. Record
-/// arrays start at multiples of 16 bytes and have room for an even number of records.
+/// A record, which is what is sorted: a key, and the particle or triangle that it belongs to. Keys are compared as
+/// unsigned integers, and the lowest is drawn first. Arrays of records start at multiples of 16 bytes and have room for
+/// an even number of them.
 struct VX_API_INLINE SIndexAndDepth
 {
 	u32 m_Depth; ///< The key.
 	u32 m_Index; ///< In a point sort a particle's first vertex, in a triangle sort a triangle's number.
 
 	///@{
-	/// By key alone.
+	/// Compares the keys alone.
 	bool operator<(const SIndexAndDepth &other) const { return m_Depth < other.m_Depth; }
 	bool operator==(const SIndexAndDepth &other) const { return m_Depth == other.m_Depth; }
 	///@}
 };
 static_assert(sizeof(SIndexAndDepth) == 8, "two records fill a 16-byte access");
 
-/// The radix sort's key of a record: its depth as it stands.
+/// Gives the sorts the key of a record: m_Depth, unchanged.
 struct SSortKeyExtractor_TriangleIndexAndDepth
 {
 	typedef u32 SortKeyType;                            ///< Compared as unsigned.
@@ -48,43 +49,44 @@ struct VX_API_INLINE SPrimitive
 	_Index m_IDs[_Count]; ///< In drawing order.
 };
 
-/// A host's way to run jobs, for sorts of many particles: a function of its job system, or of whatever else calls a
+/// How a host runs jobs, for sorts of many particles: a function of its job system, or of anything else that calls a
 /// function on several threads.
 struct SSortJobs
 {
-	/// One job. It touches what m_Run is given and nothing of its thread but up to 64 KiB of stack; floating-point
-	/// modes are as before when it returns. It waits for no other job, and runs none.
+	/// One job. It uses up to 64 KiB of its thread's stack, and leaves the thread's floating-point mode as it was. It
+	/// does not wait for other jobs, and runs none.
 	typedef void (*CbJob)(void *context, u32 jobIndex);
 
 	/// Calls job(context, jobIndex) once for each jobIndex from 0 to jobCount - 1, in any order, on any threads, and
-	/// returns when all calls have returned; what jobs have written can then be read on the calling thread. It is
-	/// called on the thread that sorts alone, a few times in a sort, with 1 to m_MaxJobCount jobs.
+	/// returns when all calls have returned; what jobs have written can then be read on the calling thread. The sort
+	/// calls it on the sorting thread only, several times, with 1 to m_MaxJobCount jobs.
 	void (*m_Run)(void *userData, u32 jobCount, CbJob job, void *context);
 	void *m_UserData;  ///< Handed to m_Run.
-	u32 m_MaxJobCount; ///< Of one m_Run, 1 or more: as many as there are threads, or a few times as many.
+	u32 m_MaxJobCount; ///< The most jobs of one call, 1 or more: as many as there are threads, or a few times as many.
 };
 
 /// Sorts one draw call. Describe the call with one Setup_OutputIndexBuffer, one Setup_InputPageCache and one
-/// Setup_Geometry, in any order, then sort. A sorter keeps views into the caller's memory, which stays valid until
-/// the sort returns, and a copy of the constant index pattern; it may be set up and used again, frame after frame.
+/// Setup_Geometry, in any order, then sort. A sorter keeps views into the caller's memory, which has to stay valid
+/// until the sort returns, and a copy of the constant index pattern. It may be set up and used again, frame after
+/// frame.
 ///
-/// The page cache. Particles lie in pages; every view given per page has one entry for each. A page's rendered count
-/// says how many of its particles are drawn: all of them, its first ones (no enabled bytes), or those whose enabled
-/// byte is not 0 (exactly as many as the count says). Rendered particles are numbered through all pages: rendered
-/// particle r of constant geometry owns the vertices from r * primitiveVertexCount on.
+/// The page cache. The particles of a draw call lie in pages, and every view given per page has one entry for each
+/// page. A page's rendered count says how many of its particles are drawn: all of them; its first ones, if it has no
+/// enabled bytes; or those whose enabled byte is not 0, which are exactly as many as the count says. Rendered particles
+/// are numbered through all pages. In constant geometry, rendered particle r has the vertices from
+/// r * primitiveVertexCount on.
 ///
-/// Positions or values. Sorted by position, a page with disabled particles is keyed apart from a page without: all
-/// particles of pages that have disabled ones are drawn before those of pages that have none. Where pages are mixed,
-/// sort by values of 0 - squared distance instead: they give one back-to-front order over all pages. Positions are
-/// the right choice, and the cheaper one, where either no page or every page has disabled particles. Values also sort
-/// by whatever else orders a draw call; the lowest is drawn first.
+/// Positions or values. If particles are sorted by position, pages with disabled particles have lower keys than pages
+/// without: all particles of the former are drawn before those of the latter. If some pages have disabled particles and
+/// some have none, sort by values of 0 - squared distance instead: they give one back-to-front order over all pages.
+/// Otherwise positions are right, and cheaper. Values also sort by anything else; the lowest is drawn first.
 ///
-/// Floats keep their order whatever they are: denormals count as they are, and NaNs sort beyond the infinities. No
-/// compiler flag and no floating-point mode of the calling thread changes a bit of the result.
+/// Every float has its place in the order: denormals are not flushed, and NaNs sort beyond the infinities. No compiler
+/// flag and no floating-point mode of the calling thread changes a bit of the result.
 ///
-/// Threads. One sorter, one thread at a time; different sorters, and all static members, run side by side.
-/// Reports. A broken rule is an assertion, after which the work goes on with what it has. A slow path with equal
-/// output is a warning, once per call site. See vx_assert.h and kr_log_unique.h for the hooks.
+/// Threads. One thread at a time uses a sorter. Different sorters, and all static members, may run side by side.
+/// Reports. A broken rule fails an assertion, and the sort goes on. A slow path, whose output is the same, warns once
+/// per call site. The hooks are in vx_assert.h and kr_log_unique.h.
 class VX_GEOMETRICS_API CTriangleSorter
 {
 public:
@@ -110,7 +112,7 @@ public:
 		GeometryUnknown = 0,                            ///< Nothing is set up.
 		GeometryConstant = 1,                           ///< One pattern, vertices in particle order.
 		GeometryConstantAndIndexList = 2,               ///< One pattern, first vertices from a list.
-		GeometryConstantAndIndexListAndQuadCenters = 3, ///< The same, quads inside a particle sorted too.
+		GeometryConstantAndIndexListAndQuadCenters = 3, ///< The same, and quads are sorted inside each particle.
 		GeometryPerPage = 4                             ///< A pattern per page, sorted triangle by triangle.
 	};
 
@@ -125,14 +127,13 @@ public:
 	typedef TStridedMemoryView<const u32, -1> CRenderedCounts;
 	///@}
 
-	/// Nothing is configured: a sort reports so and writes nothing.
+	/// Nothing is set up. A sort reports that, and writes nothing.
 	CTriangleSorter() = default;
 
-	/// Where the indices go.
-	/// outIndices   written front to back, each index once, never read: fit for mapped, write-combined memory. A
-	///              start at a multiple of 16 bytes takes the fast paths; any start of whole indices is correct.
-	/// vertexCount  vertices that the indices may address. A particle whose vertices lie beyond draws vertex 0's
-	///              instead.
+	/// Sets up where the indices are written.
+	/// outIndices   written front to back, each index once, and never read: fit for mapped, write-combined memory. At a
+	///              multiple of 16 bytes the fast paths are taken; any address of a whole index is correct
+	/// vertexCount  how many vertices the indices may address. A particle with vertices beyond is drawn at vertex 0
 	void Setup_OutputIndexBuffer(const TMemoryView<u32> &outIndices, u32 vertexCount)
 	{
 		m_IndexType = IndexTypeUint32;
@@ -140,7 +141,7 @@ public:
 		m_IndexCount = outIndices.Count();
 		m_VertexCount = vertexCount;
 	}
-	/// The same for 16-bit indices, which are not checked: every index has to be below 0xFFFF.
+	/// The same for 16-bit indices. Every index has to be below 0xFFFF, which is not checked.
 	void Setup_OutputIndexBuffer(const TMemoryView<u16> &outIndices, u32 vertexCount)
 	{
 		m_IndexType = IndexTypeUint16;
@@ -149,12 +150,13 @@ public:
 		m_VertexCount = vertexCount;
 	}
 
-	/// What is sorted, by distance to the camera.
-	/// positions               per page, at least as many as are read; packed (a stride of 12) is fast, any other
-	///                         stride correct, and 0 places all particles of a page at one position
+	/// Sets up what is sorted, by distance to the camera.
+	/// positions               one view per page, with at least as many positions as are read. Packed ones (a stride of
+	///                         12) are fast, any other stride is correct, and a stride of 0 places all particles of a
+	///                         page at one position
 	/// enableds                one view per page, of contiguous bytes, one for each particle. The view of a page
 	///                         without disabled particles may be empty, but it has to be there, also if the views of
-	///                         all pages are empty. A missing one is reported, and taken for an empty one
+	///                         all pages are empty. A missing view is reported, and taken for an empty one
 	/// renderedParticleCounts  per page the number of particles drawn
 	/// particleCount           the sum of renderedParticleCounts
 	/// cameraPosition          in the space of the positions
@@ -171,8 +173,8 @@ public:
 		m_ParticleCount = particleCount;
 		m_CameraPosition = cameraPosition;
 	}
-	/// What is sorted, by a value of each particle: packed (a stride of 4) is fast, 0 gives all particles of a page one
-	/// value. The rest as above.
+	/// Sets up what is sorted, by a value of each particle. Packed values (a stride of 4) are fast, and a stride of 0
+	/// gives all particles of a page one value. The other arguments are those above.
 	void Setup_InputPageCache(const CSortKeyPages &sortKeys,
 		const CEnabledPages &enableds,
 		const CRenderedCounts &renderedParticleCounts,
@@ -197,8 +199,8 @@ public:
 
 	/// Every particle draws the same pattern.
 	/// indexPattern          copied; indices relative to the particle's first vertex. Widths 1 (with index 0), 3, 6
-	///                       and 12 are fast, any other width correct. Without memory for a copy, which is reported,
-	///                       there is no pattern, and a sort writes nothing
+	///                       and 12 are fast, any other width is correct. If there is no memory for the copy, that is
+	///                       reported, the pattern is empty, and a sort writes nothing
 	/// primitiveVertexCount  vertices per particle, not 0
 	void Setup_Geometry(const TMemoryView<u32> &indexPattern, u32 primitiveVertexCount)
 	{
@@ -206,8 +208,8 @@ public:
 		m_IndexPattern = indexPattern;
 		m_PrimiteVertexCount = primitiveVertexCount;
 	}
-	/// The same, with the first vertex of each rendered particle from a list. An entry at or beyond the vertex count
-	/// draws at vertex 0, as an infinitely far particle of its page would.
+	/// The same, with the first vertex of each rendered particle from a list. A particle whose entry is the vertex
+	/// count or more is drawn at vertex 0, and sorted like an infinitely far particle of its page.
 	void Setup_Geometry(const TMemoryView<u32> &indexPattern, const TMemoryView<const u32> &indexList)
 	{
 		m_GeometryType = GeometryConstantAndIndexList;
@@ -244,13 +246,13 @@ public:
 	}
 
 	/// Bytes of working buffer for a point sort: two arrays of records, each padded to an even count. Exact below
-	/// 268,435,455 particles, where 32 bits end.
+	/// 268,435,455 particles; larger sizes do not fit in 32 bits.
 	VX_WRAPS static u32 GetAutogenIndicesWorkingBufferSize(u32 elementCount)
 	{
 		return _AlignedRecordCount(elementCount) * u32(sizeof(SIndexAndDepth)) * 2;
 	}
 	/// Bytes of working buffer for a triangle sort: two arrays of records, one per triangle, and the unsorted indices.
-	/// Exact up to 460,175,066 indices, where 32 bits end.
+	/// Exact up to 460,175,066 indices; larger sizes do not fit in 32 bits.
 	VX_WRAPS static u32 GetAutogenIndicesWorkingBufferSize_tri(u32 indexCount)
 	{
 		return 2 * GetSortedTrisWorkingBufferSize(indexCount) + GetTriIndicesWorkingBufferSize(indexCount);
@@ -267,15 +269,15 @@ public:
 	}
 
 	///@{
-	/// Bytes of working buffer for a sort with up to maxJobCount jobs, of points or of triangles. They never fall as
-	/// particles, indices or jobs grow, and have no end at 32 bits.
+	/// Bytes of working buffer for a sort with up to maxJobCount jobs, of points or of triangles, in 64 bits. More
+	/// particles, indices or jobs never need fewer bytes.
 	static u64 GetJobsWorkingBufferSize(u32 particleCount, u32 maxJobCount);
 	static u64 GetJobsWorkingBufferSize_tri(u32 indexCount, u32 maxJobCount);
 	///@}
 
 	///@{
-	/// Record array 0 or 1 of a point sort's working buffer. Array 0 comes first and receives the sorted records. An
-	/// array beyond the buffer is reported, and returned all the same.
+	/// Record array 0 or 1 of a point sort's working buffer. Array 0 comes first and receives the sorted records.
+	/// Another array, or one beyond 32 bits, is reported, and returned all the same.
 	static TMemoryView<SIndexAndDepth> WorkingBuffer_SortedPoints(void *wb, u32 elementCount, u32 bufferIndex);
 	static TMemoryView<const SIndexAndDepth> WorkingBuffer_SortedPoints(
 		const void *wb, u32 elementCount, u32 bufferIndex);
@@ -297,52 +299,55 @@ public:
 
 	/// Sorts the particles of geometry that all of them share and writes the index pattern of each into the output.
 	/// _workingBuffer  16-byte aligned, GetAutogenIndicesWorkingBufferSize(particle count) bytes, contents unspecified
-	///                 afterwards; or null: a block is taken from Mem::_RawAlloc, eight times as large, and a failure
-	///                 there ends the call.
-	/// Writes          whole patterns from the first output index on. Particles of constant geometry beyond the vertex
-	///                 count are written as patterns of vertex 0, where a value of minus infinity sorts. Too small an
-	///                 output loses an even number of records at the low-key end, the farthest, and the very nearest as
-	///                 well when the shortfall is odd.
-	/// Equal keys      one order for one input: that of the records for more than 109 of them, the quick sort's own up
-	///                 to that.
-	/// Reports         assertions and warnings as the class says. An empty rendered-count view ends the call; a block
-	///                 taken for it is then not given back.
+	///                 afterwards. Or null: the sort takes a block eight times as large from Mem::_RawAlloc, and gives
+	///                 it back. If there is no memory for the block, nothing is written.
+	/// Writes          whole patterns from the first output index on. Particles of constant geometry whose vertices lie
+	///                 beyond the vertex count are written as patterns of vertex 0, and sorted like a value of minus
+	///                 infinity. If the output is too small, an even number of records with the lowest keys, the
+	///                 farthest, is lost; if the shortfall is odd, the very nearest is lost as well.
+	/// Equal keys      always have the same order for the same input: above 109 records that of the records, up to 109
+	///                 the quick sort's own.
+	/// Reports         assertions and warnings as the class says. An empty view of rendered counts ends the call, and a
+	///                 block that was taken for it is not given back.
 	void SortPoints_AutogenIndices(void *__restrict _workingBuffer);
 
 	/// Sorts the triangles of geometry that each page has of its own and writes them into the output.
 	/// workingBuffer  16-byte aligned, GetAutogenIndicesWorkingBufferSize_tri(index count) bytes, contents unspecified
-	///                afterwards; or null: a block is taken from Mem::_RawAlloc, and a failure there ends the call.
-	/// Writes         whole triangles from the first output index on, as many as the geometry has or the output holds;
-	///                too small an output loses the lowest keys, the farthest. A page is cut where the vertex count
-	///                ends, and the pages after one that has no room for a single particle are dropped; triangles so
-	///                lost are written as degenerate ones of vertex 0.
+	///                afterwards. Or null: the sort takes a block from Mem::_RawAlloc, and gives it back. If there is
+	///                no memory for the block, nothing is written.
+	/// Writes         whole triangles from the first output index on, as many as the geometry has or the output holds.
+	///                If the output is too small, the triangles with the lowest keys, the farthest, are lost. A page is
+	///                cut where the vertex count ends. A page without room for a single particle is dropped, and so are
+	///                all pages after it. Triangles lost in this way are written as degenerate ones of vertex 0.
 	void SortTriangles_AutogenIndices(void *workingBuffer);
 
 	///@{
 	/// Sorts on a host's jobs, with the indices of the sort without jobs, whatever the number of jobs, their order and
 	/// their threads. Few particles are sorted without jobs.
-	/// workingBuffer      16-byte aligned; contents unspecified afterwards. Or null: one block of the size that is
-	///                    named for jobs.m_MaxJobCount is taken from Mem::_RawAlloc, and a failure there ends the call
-	/// workingBufferSize  its bytes, GetJobsWorkingBufferSize or GetJobsWorkingBufferSize_tri; 0 with null. Too small a
-	///                    buffer is reported, and nothing is written
-	/// jobs               without m_Run, or with no jobs at all, which is reported, the calling thread does the work
+	/// workingBuffer      16-byte aligned; contents unspecified afterwards. Or null: the sort takes one block of the
+	///                    size named below from Mem::_RawAlloc. If there is no memory for the block, nothing is written
+	/// workingBufferSize  its bytes, as GetJobsWorkingBufferSize or GetJobsWorkingBufferSize_tri says for
+	///                    jobs.m_MaxJobCount; 0 with null. Too small a buffer is reported, and nothing is written
+	/// jobs               if m_Run is null or m_MaxJobCount is 0, that is reported, and the calling thread works alone
 	/// Output             each job writes a stretch of its own from front to back
-	/// Reports            those of the sort without jobs, on the calling thread, in the same order, but for what
-	///                    allocates its working buffer. Warnings too; the hazard of a page is counted for the thread
-	///                    that has worked on its first particle. Scopes are those of the calling thread, around its
-	///                    runs of jobs: the scopes of the output contain the sort of parts as well
+	/// Reports            assertions and warnings are those of the sort without jobs, on the calling thread, in the
+	///                    same order, except those about a working buffer that it allocates. The hazard of a page is
+	///                    counted for the thread that worked on the page's first particle
+	/// Scopes             are those of the calling thread, around its calls of m_Run. The scope of the output also
+	///                    contains the sort of the parts
 	void SortPoints_AutogenIndices(void *workingBuffer, u64 workingBufferSize, const SSortJobs &jobs);
 	void SortTriangles_AutogenIndices(void *workingBuffer, u64 workingBufferSize, const SSortJobs &jobs);
 	///@}
 
 	/// Makes a record of each particle of a page: the key, and indexStart + k * indexIncrement for record k.
-	/// outList    receives all of its records; 8-byte aligned. Runs of four from packed or gathered sources lie in the
-	///            order 2, 3, 0, 1, which shows where equal keys are sorted in record order.
-	/// positions  as many particles as there are records, or more, of which enableds has exactly as many bytes that
-	///            are not 0. Nothing is read beyond the last position's 12th byte.
-	/// enableds   read only when there are more particles than records; contiguous
-	/// Keys       ascending keys draw the farthest first: the inverted bits of the squared distance. Where particles
-	///            are disabled the key is that of the value 0 - squared distance, below every key of the other kind.
+	/// outList    as many records as are made; 8-byte aligned. Whole groups of four records are stored in the order
+	///            2, 3, 0, 1, which shows only in the order of equal keys.
+	/// positions  as many as there are records, or more; then as many bytes of enableds as there are records are not 0.
+	///            Nothing is read beyond the last position's 12th byte.
+	/// enableds   contiguous; read only if there are more positions than records
+	/// Keys       ascending keys draw the farthest first: the inverted bits of the squared distance. If there are more
+	///            positions than records, the key is that of the value 0 - squared distance, below every key of the
+	///            other kind.
 	static void FillSortingIndirectionsListPoint_NoIndices(const TMemoryView<SIndexAndDepth> &outList,
 		const TStridedMemoryView<const CFloat3> &positions,
 		const CFloat3 &cameraPosition,
@@ -358,9 +363,10 @@ public:
 
 	/// Makes a record of each particle of a page, with its first vertex from a list.
 	/// outList      as above, but the records lie in particle order
-	/// indexList    an entry per record, of any alignment; one at or beyond maxVertexId gives its record vertex 0 and
-	///              the farthest key: that of an infinite distance, or of minus infinity where particles are disabled
-	/// The rest as in the variant without list.
+	/// indexList    an entry per record, of any alignment. An entry that is maxVertexId or more gives its record vertex
+	///              0 and the farthest key: that of an infinite distance, or of the value minus infinity if there are
+	///              more positions than records
+	/// The other arguments are those of the variant without list.
 	static void FillSortingIndirectionsListPoint_Indices(const TMemoryView<SIndexAndDepth> &outList,
 		const TStridedMemoryView<const CFloat3> &positions,
 		const CFloat3 &cameraPosition,
@@ -376,10 +382,11 @@ public:
 
 	///@{
 	/// Writes the index pattern of each record, every entry plus the record's m_Index.
-	/// it         primCount records, 16-byte aligned; depths are ignored
+	/// it         primCount records, 16-byte aligned; their keys are not read
 	/// dstPrims   primCount * width indices, written front to back and never read. Widths 1, 3, 6 and 12 are streamed
-	///            at multiples of 16 bytes (12 at multiples of 8), but 12 of 16-bit indices never.
-	/// Pattern    a pattern of one entry has to be {0}. 16-bit sums are not checked: indices stay below 0xFFFF.
+	///            at multiples of 16 bytes, 32-bit indices of width 12 at multiples of 8 as well. 16-bit indices of
+	///            width 12 are never streamed.
+	/// Pattern    a pattern of one entry has to be {0}. 16-bit indices have to stay below 0xFFFF, which is not checked.
 	static void ExpandIndices(const TMemoryView<const u32> &indexPattern,
 		const SIndexAndDepth *__restrict it,
 		volatile u32 *__restrict dstPrims,
@@ -397,9 +404,9 @@ public:
 	/// quadCenters   16 slots per particle, the particle's number being m_Index / vpp
 	/// dstPrims      primCount * width indices
 	/// vpp           vertices per particle, not 0 where there is a quad
-	/// Reads          x, y and z of each quad's centre, unless there is one quad alone, and sorts the quads of many
-	///                particles at once. Ordinary stores, no fence.
-	/// Reports        a log-once warning at every call: without quad centres a sort takes less.
+	/// Reads          x, y and z of each quad's centre, unless a particle has only one quad
+	/// Writes         with ordinary stores and no fence
+	/// Reports        a log-once warning at every call: a sort without quad centres takes less time
 	static void ExpandAndSortIndices(const TMemoryView<const u32> &indexPattern,
 		const TMemoryView<const CFloat4> &quadCenters,
 		const CFloat3 &cameraPosition,
@@ -418,8 +425,8 @@ public:
 
 	/// Widens primCount particle records in place into a record per triangle, under the particle's key: block t of
 	/// primCount records holds triangle t of every particle, numbered primOffset + particle * trianglePerPrimitive + t.
-	/// inoutList  primCount * trianglePerPrimitive records, the first primCount filled; 16-byte aligned, and correct
-	///            at 8 bytes off as well, which is reported
+	/// inoutList  primCount * trianglePerPrimitive records, of which the first primCount are filled; 16-byte aligned.
+	///            An address 8 bytes off is reported, and the records come out right
 	static void ExpandSortingIndirectionsListPoints_Triangles(
 		const TMemoryView<SIndexAndDepth> &inoutList, u32 primCount, u32 trianglePerPrimitive, u32 primOffset);
 

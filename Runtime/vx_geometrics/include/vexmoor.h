@@ -19,15 +19,15 @@
 //     if (result != VEXMOOR_OK)
 //         puts(vexmoor_result_text(result));
 //
-// A field that is 0 has its default, which stands beside it. What says how memory lies has none, and is what it says:
-// counts of elements, sizes, strides.
+// A field that is 0 has its default, which stands beside it. Counts of elements, sizes and strides have no default: 0
+// means 0.
 //
 // Programs in C need not know how the library was built: with or without assertions, shared or static.
 //
 // Versions. Later versions append fields to structures, and struct_size says how many bytes of a structure the caller
 // knows. A library of a later version takes a smaller structure, and reads zeros for the rest. A library of an earlier
-// version takes a larger one, and refuses it if any byte that it does not know is not 0. A structure that the library
-// fills, for a handler, has in struct_size how much it has filled.
+// version takes a larger one, and refuses it if any byte that it does not know is not 0. In a structure that the
+// library fills for a handler, struct_size says how many bytes it has filled.
 //
 // Threads. All functions but the setters of hooks may run on several threads at once, on different output and working
 // buffers; the particles may be shared. Nothing is kept between two calls.
@@ -48,8 +48,8 @@
 ///@}
 
 ///@{
-/// How functions are declared: what a shared library exports, their calling convention, which handlers have too, and
-/// that they throw nothing.
+/// How functions are declared: that a shared library exports them, that they throw nothing, and their calling
+/// convention, which handlers have as well.
 #ifdef __cplusplus
 	#define VEXMOOR_API extern "C" VX_GEOMETRICS_API
 	#define VEXMOOR_NOEXCEPT noexcept
@@ -98,24 +98,23 @@ typedef struct vexmoor_pattern
 	uint32_t reserved;       ///< 0.
 } vexmoor_pattern;
 
-/// One job of a sort. It touches what run is given and nothing of its thread but up to 64 KiB of stack, and waits for
-/// no other job.
+/// One job of a sort. It uses up to 64 KiB of its thread's stack, and does not wait for other jobs.
 typedef void(VEXMOOR_CALL *vexmoor_job)(void *context, uint32_t job_index);
 
-/// A host's way to run jobs, for one draw call of many particles on many cores.
+/// How a host runs jobs, for one draw call of many particles on many cores.
 typedef struct vexmoor_jobs
 {
 	uint32_t struct_size;   ///< sizeof(vexmoor_jobs).
 	uint32_t max_job_count; ///< Jobs that run may be asked for at once, 1 or more: as many as there are threads.
 	/// Calls job(context, job_index) once for each index below job_count, in any order, on any threads, and returns
-	/// when all calls have returned. It is called on the sorting thread, a few times in a sort.
+	/// when all calls have returned. The sort calls it on the sorting thread only, several times.
 	void(VEXMOOR_CALL *run)(void *user_data, uint32_t job_count, vexmoor_job job, void *context);
 	void *user_data; ///< Handed to run.
 } vexmoor_jobs;
 
-/// One draw call. It and all that it points to stay valid until the function returns, and are read alone, but for the
-/// output and the working buffer. These two overlap nothing else. Arrays with an entry per page are aligned like their
-/// elements.
+/// One draw call. It and all that it points to have to stay valid until the function returns. The function writes the
+/// output and the working buffer, which overlap nothing else, and only reads the rest. Arrays with an entry per page
+/// are aligned like their elements.
 typedef struct vexmoor_call
 {
 	uint32_t struct_size; ///< sizeof(vexmoor_call).
@@ -131,21 +130,21 @@ typedef struct vexmoor_call
 	/// of triangles it is not drawn. 0: as many as indices can address, 4,294,967,295 or 65,535.
 	uint32_t vertex_count;
 
-	/// What is sorted by, either of the two: a view per page of positions (x, y and z, three floats), the farthest from
-	/// the camera first; or of values (a float), the lowest first. Packed positions (a stride of 12) and values (4) are
-	/// fast. Sorted by position, a page with disabled particles is drawn before all pages without: where pages are
-	/// mixed, sort by values of 0 - squared distance.
+	/// Exactly one of positions and values is given, with a view per page. By position (x, y and z, three floats) the
+	/// particle farthest from the camera is drawn first; by value (a float) the one with the lowest value. Packed
+	/// positions (a stride of 12) and values (4) are fast. By position, pages with disabled particles are drawn before
+	/// all pages without: if there are both, sort by values of 0 - squared distance.
 	const vexmoor_view *positions;
 	const vexmoor_view *values; ///< See positions.
 	/// A view per page of bytes (a stride of 1), one for each particle, 0 for a disabled one, which is not drawn. The
 	/// view of a page without disabled particles may be empty. Null: none is disabled, on every page.
 	const vexmoor_view *enabled;
-	/// Per page, the particles drawn: all, the first ones, or as many as its enabled bytes have that are not 0. Null:
-	/// all elements of the page's view, for calls without enabled bytes.
+	/// Per page, how many particles are drawn: with enabled bytes, as many as are not 0; without, all or the first
+	/// ones. Null, which calls with enabled bytes may not have: all elements of the page's view.
 	const uint32_t *rendered_counts;
 	/// Pages; at least 1.
 	uint32_t page_count;
-	/// Particles drawn on all pages. 0: the pages' sum.
+	/// Particles drawn on all pages together. 0: the sum over the pages.
 	uint32_t particle_count;
 	/// In the space of the positions and the quad centres.
 	float camera_position[3];
@@ -191,11 +190,11 @@ typedef struct vexmoor_call
 	const vexmoor_jobs *jobs;
 } vexmoor_call;
 
-/// The version of the library that runs, as VEXMOOR_VERSION has it.
+/// The version of the library that runs, as a number like VEXMOOR_VERSION.
 VEXMOOR_API uint32_t VEXMOOR_CALL vexmoor_version(void) VEXMOOR_NOEXCEPT;
 
-/// A result as a sentence in English, and of a number that is none, one that says so. Never null; it lives as long as
-/// the library.
+/// A sentence in English that explains a result. A number that is no result has a sentence, too. Never null; valid as
+/// long as the library is loaded.
 VEXMOOR_API const char *VEXMOOR_CALL vexmoor_result_text(vexmoor_result result) VEXMOOR_NOEXCEPT;
 
 /// The bytes of working buffer that the sort of this call needs, of triangles if it has page_patterns, of points
@@ -205,17 +204,17 @@ VEXMOOR_API vexmoor_result VEXMOOR_CALL vexmoor_working_buffer_size(
 	const vexmoor_call *call, size_t *size) VEXMOOR_NOEXCEPT;
 
 /// Sorts the particles of geometry that all of them share, and writes the pattern of each into the output.
-/// Returns  VEXMOOR_OK; or an error, and nothing is written. A call without particles is no error.
-/// Trusts   the call: what a pointer or a count says that is wrong is read, or written, all the same.
-/// Memory   takes nothing but the working buffer, if it is given none, and 22,016 bytes of stack above 109 particles.
-/// Reports  broken rules to the report handler, in libraries with assertions, and slow paths to the warning handler.
+/// Returns  VEXMOOR_OK; or an error, and nothing is written. A call without particles is no error
+/// Trusts   the call: memory outside the caller's is read or written if a pointer or a count is wrong
+/// Memory   allocates nothing but the working buffer, if none is given; takes 22,016 bytes of stack above 109 particles
+/// Reports  broken rules to the report handler, in libraries with assertions, and slow paths to the warning handler
 VEXMOOR_API vexmoor_result VEXMOOR_CALL vexmoor_sort_points(const vexmoor_call *call) VEXMOOR_NOEXCEPT;
 
 /// Sorts the triangles of geometry that each page has of its own, under their particle's key, and writes them into the
-/// output. The rest as above.
+/// output. What vexmoor_sort_points says of returns, trust, memory and reports holds here, too.
 VEXMOOR_API vexmoor_result VEXMOOR_CALL vexmoor_sort_triangles(const vexmoor_call *call) VEXMOOR_NOEXCEPT;
 
-/// How grave a finding is.
+/// Whether a finding is an error.
 typedef int32_t vexmoor_finding_kind;
 /// The kinds.
 enum
@@ -233,8 +232,8 @@ typedef void(VEXMOOR_CALL *vexmoor_finding_handler)(void *user_data, vexmoor_fin
 /// nothing is written.
 /// handler    receives each finding in turn; null: none is told
 /// user_data  handed to it
-/// Cannot see memory that is not there: a pointer to what is gone, or a count of more elements than lie behind it.
-/// Cost       one pass over the enabled bytes and the index list; nothing is allocated for it.
+/// Limits     cannot see memory that is not there: a dangling pointer, or a count of more elements than there are
+/// Cost       one pass over the enabled bytes and the index list; nothing is allocated for it
 VEXMOOR_API vexmoor_result VEXMOOR_CALL vexmoor_sort_checked(
 	const vexmoor_call *call, vexmoor_finding_handler handler, void *user_data) VEXMOOR_NOEXCEPT;
 
@@ -262,23 +261,23 @@ typedef struct vexmoor_report
 	int32_t line;                   ///< Where in the library's source.
 	const char *file;               ///< Which source.
 	const char *function;           ///< Which function, with its signature.
-	const char *condition;          ///< What should have held.
-	const char *expanded_condition; ///< The same after macro expansion.
-	const char *message;            ///< The condition again, or what there is to say about it.
+	const char *condition;          ///< The condition that is broken.
+	const char *expanded_condition; ///< The condition after macro expansion.
+	const char *message;            ///< The condition again, or a message about it.
 } vexmoor_report;
 
 /// Receives a broken rule.
 typedef vexmoor_decision(VEXMOOR_CALL *vexmoor_report_handler)(void *user_data, const vexmoor_report *report);
 
-/// Has broken rules reported to a handler. Null: a line on stderr, once for each place. Libraries without assertions
-/// report nothing.
+/// Sets the handler of broken rules. Null: a line on stderr, once for each place. Libraries without assertions report
+/// nothing.
 VEXMOOR_API void VEXMOOR_CALL vexmoor_set_report_handler(
 	vexmoor_report_handler handler, void *user_data) VEXMOOR_NOEXCEPT;
 
 /// Receives a slow path when it is taken for the first time. Both texts live until the handler returns.
 typedef void(VEXMOOR_CALL *vexmoor_warning_handler)(void *user_data, const char *site, const char *message);
 
-/// Has slow paths told to a handler. Null: a line on stderr.
+/// Sets the handler of slow paths. Null: a line on stderr.
 VEXMOOR_API void VEXMOOR_CALL vexmoor_set_warning_handler(
 	vexmoor_warning_handler handler, void *user_data) VEXMOOR_NOEXCEPT;
 
@@ -291,11 +290,11 @@ typedef struct vexmoor_scope
 	const char *file;     ///< Lives as long as the library.
 } vexmoor_scope;
 
-/// Receives a stage when it begins (entering is 1) and when it ends (0), on one thread; stages nest. The structure is
-/// the same object both times only by chance: tell stages by their names.
+/// Receives a stage when it begins (entering is 1) and when it ends (0), on one thread; stages nest. The address of the
+/// structure does not identify a stage; its name does.
 typedef void(VEXMOOR_CALL *vexmoor_scope_handler)(void *user_data, const vexmoor_scope *scope, int32_t entering);
 
-/// Has stages told to a profiler. Null: none are told, which costs one test per stage.
+/// Sets the handler of stages, for a profiler. Null: stages are not told, which costs one test per stage.
 VEXMOOR_API void VEXMOOR_CALL vexmoor_set_scope_handler(
 	vexmoor_scope_handler handler, void *user_data) VEXMOOR_NOEXCEPT;
 
@@ -311,6 +310,6 @@ typedef struct vexmoor_allocator
 	void *user_data; ///< Handed to both.
 } vexmoor_allocator;
 
-/// Has working buffers that a call is not given taken from a host's allocator, of which a copy is kept. Null: from the
-/// heap.
+/// Sets the allocator from which a call takes the working buffer that it is not given. The structure is copied. Null:
+/// the heap.
 VEXMOOR_API vexmoor_result VEXMOOR_CALL vexmoor_set_allocator(const vexmoor_allocator *allocator) VEXMOOR_NOEXCEPT;

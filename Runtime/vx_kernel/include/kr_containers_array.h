@@ -1,7 +1,7 @@
 #pragma once
 
-// An owning array that takes whole contents from a view. Its memory is the heap's and not the allocator hook's: arrays
-// are filled before a host plugs in, and may be emptied after it has unplugged.
+// An owning array that takes whole contents from a view. Its memory comes from the heap and not from the allocator
+// hook, because an array may be filled before a host sets the hook, and freed after the host has removed it.
 
 #include "vx_assert.h"
 #include "vx_defs.h"
@@ -16,9 +16,9 @@
 
 namespace Vexmoor
 {
-/// How an array allocates: an _Alignment of 0 is the heap's own; capacities start at _InitialSize and grow in steps of
-/// _GrowConstant. Contents are assigned whole, so the factors by which single insertions would grow have no part to
-/// play.
+/// How an array allocates: with the heap's own alignment (an _Alignment of 0), and with capacities that start at
+/// _InitialSize and grow in steps of _GrowConstant. _GrowMultiplier and _GrowDivider, which are for single insertions,
+/// are not used, because contents are assigned whole.
 template<u32 _Alignment, u32 _InitialSize, u32 _GrowConstant, u32 _GrowMultiplier, u32 _GrowDivider>
 struct VX_API_INLINE TArrayStaticController
 {
@@ -44,7 +44,7 @@ class VX_API_INLINE TArray
 public:
 	TArray() = default;
 	///@{
-	/// Copies the elements; of an array that goes, takes them over.
+	/// Copies the elements; an array that is moved from gives its memory away.
 	TArray(const TMemoryView<const _Type> &elements) { _Assign(elements.Data(), elements.Count()); }
 	TArray(const TMemoryView<_Type> &elements) { _Assign(elements.Data(), elements.Count()); }
 	TArray(const TArray &other) { _Assign(other.m_Data, other.m_Count); }
@@ -53,7 +53,7 @@ public:
 	~TArray() { std::free(m_Data); }
 
 	///@{
-	/// Copies the elements, which may be this array's own; of an array that goes, swaps with it.
+	/// Copies the elements, which may be this array's own; an array that is moved from swaps its memory with this one.
 	// NOLINTBEGIN(misc-unconventional-assign-operator,bugprone-unhandled-self-assignment): _Assign returns *this, and
 	// its source may be this array.
 	TArray &operator=(const TMemoryView<const _Type> &elements) { return _Assign(elements.Data(), elements.Count()); }
@@ -67,8 +67,8 @@ public:
 	}
 	///@}
 
-	/// Shows the elements as an array, without a copy. The array is only read or moved. It is neither assigned to nor
-	/// destroyed, since it would free memory that is not its own.
+	/// Makes an array of the elements without a copy. Such an array may only be read or moved. It must not be assigned
+	/// to or destroyed, since it would free memory that is not its own.
 	static TArray Borrow(const TMemoryView<const _Type> &elements)
 	{
 		TArray array;
@@ -84,7 +84,7 @@ public:
 	const _Type *Data() const { return m_Data; } ///< Null while there is no memory.
 
 	///@{
-	/// An element. One that lies outside is reported, and accessed all the same.
+	/// An element. An index outside is reported, and accessed all the same.
 	_Type &operator[](u32 index)
 	{
 		VX_ASSERT(index < m_Count);

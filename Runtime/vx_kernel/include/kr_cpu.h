@@ -1,6 +1,6 @@
 #pragma once
 
-// What the processor has beyond the baseline. Paths that use it give the same bits as those that do not.
+// The instruction set that kernels use: the baseline, or what the processor has beyond it. All give the same bits.
 
 #include "vx_compiler.h"
 #include "vx_defs.h"
@@ -26,22 +26,22 @@ namespace Cpu
 	/// The widest instruction set that the processor and the operating system have.
 	VX_API EInstructionSet InstructionSetOfProcessor();
 
-	/// The instruction set in use: the widest that there is and the host allows. Found out at the first call, and one
-	/// load from then on. Any thread.
+	/// The instruction set in use: the widest that the processor has and the host allows. The first call finds it out;
+	/// later calls are one load. Any thread.
 	VX_INLINE EInstructionSet InstructionSet()
 	{
 		return EInstructionSet(s_InstructionSet.Get(InstructionSetOfProcessor));
 	}
 
-	/// Called at start-up, keeps to an instruction set and those before it: for tests, for measurements, for a host
-	/// whose other work on a core wide registers would slow down. The default is the last one. Any thread, and also
-	/// while another thread asks for the first time; sorts that run meanwhile may still use the set that they have
-	/// found.
+	/// Limits the instruction set: for tests, for measurements, and for a host whose other work would be slowed down by
+	/// wide registers. Without a call there is no limit. Call it at start-up. Any thread may call it, also while
+	/// another thread asks for the instruction set for the first time. Sorts that run meanwhile may still use the set
+	/// that they have found.
 	VX_API void SetMaxInstructionSet(EInstructionSet instructionSet);
 
 	///@{
-	/// What version 1.0 had in their place: the set's lanes of 32 bits, 4, 8 or 16. A limit that is none of these means
-	/// the next lower one, and below 4 it means 4.
+	/// The same in lanes of 32 bits, 4, 8 or 16, for programs written for version 1.0. A limit that is none of these
+	/// means the next lower one, and below 4 it means 4.
 	VX_API u32 LaneCount();
 	VX_API void SetMaxLaneCount(u32 laneCount);
 	///@}

@@ -16,7 +16,7 @@ class VX_API_INLINE TContiguousBaseIterator
 public:
 	TContiguousBaseIterator() = default;
 	///@{
-	/// As of the pointer.
+	/// Does what the pointer does.
 	TContiguousBaseIterator(_Type *ptr)
 		: m_Ptr(ptr)
 	{
@@ -71,8 +71,8 @@ public:
 	{
 	}
 
-	/// The element's address, for elements that lie at fewer multiples than their type asks for. At the end and beyond
-	/// it is reported, and handed out all the same.
+	/// The element's address, which need not be aligned as its type asks. An address at the end or beyond is reported,
+	/// and returned all the same.
 	_Type *Ptr() const
 	{
 		VX_ASSERT(_CanAccess(0));
@@ -97,7 +97,7 @@ public:
 	u32 Count() const { return m_Count; }       ///< Elements of the view.
 
 	///@{
-	/// By position alone: iterators of one view.
+	/// Compares the positions alone, for iterators of the same view.
 	bool operator==(const TStridedBaseIterator &other) const { return m_Position == other.m_Position; }
 	bool operator!=(const TStridedBaseIterator &other) const { return m_Position != other.m_Position; }
 	///@}

@@ -25,15 +25,15 @@ namespace Profiler
 class VX_API CLogUniqueCollection
 {
 public:
-	/// What is known of one key.
+	/// A key and its touches.
 	struct SEntry
 	{
 		std::string m_Key;     ///< The call site.
-		std::string m_Message; ///< The first one that came with the key.
+		std::string m_Message; ///< The message of the first touch.
 		u32 m_TouchCount = 0;  ///< The first touch included.
 	};
 
-	/// Receives an entry at its first touch, on the thread that touched it, outside the collection's lock.
+	/// Receives an entry at its first touch, on the thread that touched it, while the collection is not locked.
 	typedef void (*CbFirstTouch)(const SEntry &entry, void *userData);
 
 	/// An empty collection, with entries set aside.
@@ -71,7 +71,7 @@ private:
 	void *m_FirstTouchUserData = null;
 };
 
-/// Gives the process-wide collection of performance warnings.
+/// The process-wide collection of performance warnings.
 class VX_API CPerfHotspotsRegistry
 {
 public:
@@ -99,7 +99,7 @@ public:
 	enum EMode
 	{
 		Mode_Told,  ///< They are counted.
-		Mode_Silent ///< They are dropped, those of batches inside as well: who shares out the work has told of it.
+		Mode_Silent ///< They are dropped, those of nested batches too: the thread that shares out the work gives them.
 	};
 
 	/// Begins a batch on this thread.
@@ -137,5 +137,5 @@ private:
 /// Issues a performance warning at a call site.
 #define VX_WARN_ONCE(_site, _message) ::Vexmoor::WarnOnce(VX_SITE_KEY(_site), _message)
 
-/// Issues one of the library's own.
+/// Issues a performance warning at a call site of the library, without an allocation.
 #define VX_WARN_AT_SITE(_site, _message) ::Vexmoor::WarnAtSite(VX_SITE_KEY(_site), _message)

@@ -1,8 +1,8 @@
 #pragma once
 
-// Memory views: who has a view knows where a caller's elements lie and how many there are, and owns nothing. Views are
-// two or three words; copies are shallow. Indexed access reports what lies outside and then goes on, so bounds are the
-// caller's to keep; with assertions compiled out an access is one address computation.
+// Memory views: a view says where a caller's elements lie and how many there are, and owns nothing. It is two or three
+// words, and copies are shallow. An access outside is reported and then made all the same, so the caller has to keep
+// the bounds. With assertions compiled out, an access is one address computation.
 
 #include "vx_assert.h"
 #include "vx_defs.h"
@@ -20,9 +20,9 @@ class VX_API_INLINE TMemoryView
 public:
 	typedef TContiguousBaseIterator<_Type> Iterator; ///< A bare pointer, unchecked.
 
-	/// Nothing.
+	/// An empty view.
 	TMemoryView() = default;
-	/// One element.
+	/// A view of one element.
 	explicit TMemoryView(_Type &element)
 		: m_Data(&element)
 		, m_Count(1)
@@ -77,7 +77,7 @@ public:
 	}
 	/// The elements from begin on, which is at most the count.
 	TMemoryView Slice(u32 begin) const { return Slice(begin, m_Count - begin); }
-	/// Slice if possible: of an empty view, an empty view, whatever the range.
+	/// Slice if possible: the slice of an empty view is empty, whatever the range.
 	TMemoryView SliceIFP(u32 begin, u32 count) const { return Empty() ? TMemoryView() : Slice(begin, count); }
 
 private:
@@ -96,7 +96,7 @@ struct SStridedMemoryViewRawStorage
 {
 	u8 *m_RawDataPtr = null; ///< Address of element 0.
 	u32 m_Count = 0;         ///< Elements.
-	u32 m_Stride = 0;        ///< Bytes from one element to the next; 0: all are the same one.
+	u32 m_Stride = 0;        ///< Bytes from one element to the next; 0: all elements are the same one.
 };
 
 /// Gives every strided view the same members.
@@ -120,15 +120,15 @@ public:
 	static constexpr u32 ValueFootprintInBytes = sizeof(_Type); ///< The stride of packed elements.
 	typedef TStridedBaseIterator<_Type> Iterator;               ///< Checked; steps by the stride.
 
-	/// Nothing.
+	/// An empty view.
 	TStridedMemoryView() = default;
-	/// One element.
+	/// A view of one element.
 	explicit TStridedMemoryView(_Type &element)
 		: TStridedMemoryView(&element, 1, ValueFootprintInBytes)
 	{
 	}
-	/// The count elements from data on, stride bytes apart: at least an element's size, or 0. Another stride is
-	/// reported, and taken all the same.
+	/// The count elements from data on, stride bytes apart. A stride is at least an element's size, or 0. Another one
+	/// is reported, and used all the same.
 	TStridedMemoryView(_Type *data, u32 count, u32 stride)
 	{
 		VX_ASSERT(stride >= ValueFootprintInBytes || stride == 0);
@@ -182,7 +182,7 @@ public:
 	/// An element. One that lies outside is reported, and accessed all the same.
 	_Type &operator[](u32 index) const { return *AddressOf(index); }
 
-	/// At the first element; it knows where the elements end.
+	/// An iterator at the first element, which knows where the elements end.
 	Iterator Begin() const { return Iterator(Data(), m_Storage.m_Stride, m_Storage.m_Count); }
 
 	/// The elements [begin, begin + count), with the same stride. A range that lies outside is reported, and viewed all
@@ -194,7 +194,7 @@ public:
 	}
 	/// The elements from begin on, which is at most the count.
 	TStridedMemoryView Slice(u32 begin) const { return Slice(begin, m_Storage.m_Count - begin); }
-	/// Slice if possible: of an empty view, an empty view, whatever the range.
+	/// Slice if possible: the slice of an empty view is empty, whatever the range.
 	TStridedMemoryView SliceIFP(u32 begin, u32 count) const
 	{
 		return Empty() ? TStridedMemoryView() : Slice(begin, count);

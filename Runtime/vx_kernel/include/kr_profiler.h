@@ -11,17 +11,17 @@ namespace Vexmoor
 {
 namespace Profiler
 {
-	/// Per thread: how often slow paths were taken. Read it before and after a sort to see what the sort met.
+	/// Counts how often a thread took slow paths. Read the count before and after a sort to see what the sort added.
 	class VX_API CHazards
 	{
 	public:
-		/// The calling thread's own.
+		/// The counter of the calling thread.
 		static CHazards &CurrentThreadHazards();
 
-		u32 m_PerformanceHazards = 0; ///< Warnings issued, seen before or not.
+		u32 m_PerformanceHazards = 0; ///< Warnings issued, first ones and repeated ones.
 	};
 
-	/// What is known of a scope before it is entered: one constant per site, complete before anything runs.
+	/// The description of a scope: one constant per site, complete before anything runs.
 	struct SNodeDescriptor
 	{
 		/// Kinds of scopes, for hosts that group them. The sorter's have none.
@@ -120,7 +120,7 @@ namespace Profiler
 	class CScopedNode
 	{
 	public:
-		/// The descriptor lives as long as whoever records it needs it. Not enabled, or without a profiler: no scope.
+		/// If enabled is false or profiler is null, there is no scope. The descriptor is not copied.
 		CScopedNode(CProfiler *profiler, const SNodeDescriptor &nodeDescriptor, bool enabled = true)
 			: m_Profiler(enabled ? profiler : null)
 			, m_NodeDescriptor(&nodeDescriptor)

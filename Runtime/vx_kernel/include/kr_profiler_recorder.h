@@ -23,11 +23,11 @@ namespace Vexmoor
 namespace Profiler
 {
 	/// Memory is handed out in blocks: one to each thread that has a scope, and one for every 170 scopes of a thread.
-	/// When it is used up, scopes that begin from then on are dropped and counted, and those recorded stay whole: a
-	/// trace shows all of its beginning. Scopes nested deeper than kMaxDepth are dropped and counted as well.
+	/// When it is used up, later scopes are dropped and counted, and recorded ones stay: a trace is complete up to that
+	/// point. Scopes nested deeper than kMaxDepth are dropped and counted as well.
 	///
 	/// Threads  OnScope, NameThread, WriteChromeTrace and DroppedCount run side by side on any threads, without a lock.
-	///          Before the recorder or its memory goes, the hook is taken away, and every thread has left it.
+	///          Remove the hook, and let every thread leave it, before the recorder or its memory is destroyed.
 	/// Memory   nothing is allocated. All of the memory given is touched at construction, so that recording does not
 	///          wait for pages.
 	class CTraceRecorder

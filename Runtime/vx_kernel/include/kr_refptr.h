@@ -1,6 +1,7 @@
 #pragma once
 
-// Reference counting by the object itself: the last reference to go deletes it. Counts are atomic; objects are not.
+// Objects that count references to themselves, and are deleted with the last one. The counts are atomic; the objects
+// are not.
 
 #include "vx_assert.h"
 #include "vx_defs.h"
@@ -73,7 +74,7 @@ public:
 	}
 
 	///@{
-	/// As of a pointer; null when no reference is held.
+	/// Does what a pointer does; it is null if no reference is held.
 	_Type *Get() const { return m_Object; }
 	_Type *operator->() const { return m_Object; }
 	bool operator==(std::nullptr_t) const { return m_Object == null; }

@@ -1,7 +1,7 @@
 #pragma once
 
-// Formatted texts: one on the stack, for messages that are built where nothing may be allocated, and one that copies
-// share.
+// Formatted texts: a short one that needs no heap, for messages that are built where nothing may be allocated, and one
+// on the heap, which its copies share.
 
 #include "vx_defs.h"
 

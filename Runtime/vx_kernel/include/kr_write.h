@@ -1,6 +1,6 @@
 #pragma once
 
-// Where the library writes files: to a function of the caller's, which owns the file, the socket or the memory.
+// How the library writes a file: through a function of the caller, who owns the file, the socket or the memory.
 
 #include "vx_defs.h"
 
@@ -8,7 +8,7 @@
 
 namespace Vexmoor
 {
-/// Takes the next size bytes, at least one; false ends the writing.
+/// Receives the next bytes of a file, at least one. Returns false to end the writing.
 typedef bool (*CbWrite)(const void *bytes, u64 size, void *userData);
 
 /// A CbWrite for the standard library's files: userData is a FILE *, open for writing in binary mode. The bytes are
