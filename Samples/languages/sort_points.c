@@ -1,4 +1,4 @@
-/* Billboards in C: four particles, drawn farthest first. */
+/* Billboards in C: four particles, of which the farthest is drawn first. */
 
 #include "vexmoor.h"
 #include <stdio.h>

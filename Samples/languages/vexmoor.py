@@ -2,10 +2,9 @@
 
     indices = vexmoor.sort_points(positions, camera=(0, 0, 10), pattern=(0, 1, 2, 0, 2, 3))
 
-Arrays are read where they lie, at the strides that they have, and indices are written into the caller's array, if one is
-given: nothing is copied. Every call is checked, so a wrong one raises an exception and writes nothing. While a sort runs,
-other threads of Python do. The environment variable VEXMOOR_LIBRARY names the shared library where the loader does not
-find it.
+Arrays are read at any stride, and indices are written into the caller's array, if one is given, so nothing is copied. Every
+call is checked, so a wrong one raises an exception and writes nothing. Other threads of Python run while a sort runs. If the
+loader does not find the shared library, the environment variable VEXMOOR_LIBRARY names it.
 """
 
 import ctypes

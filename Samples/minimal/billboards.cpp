@@ -1,4 +1,5 @@
-// Billboards by distance, the first sort to try: every particle draws the same quad, the farthest from the camera first.
+// Billboards by distance, the first sort to try: every particle draws the same quad, and the particle farthest from the
+// camera is drawn first.
 
 #include "ge_mesh_triangle_sorter.h"
 

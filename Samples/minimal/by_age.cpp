@@ -1,9 +1,10 @@
 // By age, or by spawn order: for stylised effects whose layers must not swap when the camera moves. A pool that reuses
 // the slots of dead particles is in neither order by itself.
 //
-// By age the value is 0 - age: the oldest is drawn first. Particles of one burst have one age, and the order of equal
-// values, though the same for the same input, is nobody's choice. A number given at spawning has no equals. As a float it
-// is exact up to 2^24 only, so its bits are taken as those of a float: values without sign sort as their bits do.
+// By age, the value is 0 - age, so the oldest is drawn first. Particles of one burst have the same age. Their order is
+// the same for the same input, but nobody has chosen it. A number given at spawning is never the same for two
+// particles. As a float it would be exact up to 2^24 only, so its bits are used as the bits of a float: positive floats
+// sort as their bits do.
 
 #include "ge_mesh_triangle_sorter.h"
 

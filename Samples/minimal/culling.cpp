@@ -1,6 +1,6 @@
-// Culling by enabled bytes: what a view does not see is neither sorted nor drawn, and nothing moves in memory for it.
-// Drawn particles are numbered anew for every view, so an index list, filled while culling, keeps them at the vertices
-// that they have. Values, since culling leaves pages mixed: some lose particles and some do not.
+// Culling by enabled bytes: particles that a view does not see are neither sorted nor drawn, and nothing moves in
+// memory. Drawn particles are numbered anew for every view, so an index list, filled while culling, keeps each at its
+// own vertices. The sort is by value, since culling leaves mixed pages: some lose particles and some do not.
 
 #include "ge_mesh_triangle_sorter.h"
 

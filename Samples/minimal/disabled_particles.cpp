@@ -1,6 +1,7 @@
-// Pages with disabled particles, for simulations that leave the dead where they are until a page is tidied: a byte per
-// particle says whether it is drawn. Drawn particles are numbered through all pages, and only they have vertices. All
-// pages here have disabled particles, so positions give one order over them; mixed_pages.cpp shows what else can be.
+// Pages with disabled particles, for simulations that leave dead particles in their slots until a page is tidied: a
+// byte per particle says whether it is drawn. Drawn particles are numbered through all pages, and only they have
+// vertices. All pages here have disabled particles, so positions give one order over them; mixed_pages.cpp shows what
+// to do if only some have.
 
 #include "ge_mesh_triangle_sorter.h"
 

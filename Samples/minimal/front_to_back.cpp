@@ -1,5 +1,5 @@
-// Front to back, for what is opaque or cut out (debris, leaves), where the nearest drawn first saves the shading of what
-// it hides, and for blending under what is already there. The value is the squared distance itself: the lowest is the
+// Front to back, for opaque and cut-out particles (debris, leaves), where drawing the nearest first saves the shading
+// of what they hide, and for blending under what is already drawn. The value is the squared distance: the lowest is the
 // nearest.
 
 #include "ge_mesh_triangle_sorter.h"

@@ -1,6 +1,6 @@
-// A sorted list of particle numbers, for instanced drawing and for shaders that fetch particles themselves: the pattern
-// {0} with one vertex per particle writes one number each, a sixth of the indices of quads. A shader reads entry i of
-// the list for instance i, or for vertices 4 i to 4 i + 3.
+// A sorted list of particle numbers, for instanced drawing and for shaders that fetch particles themselves. The pattern
+// {0} with one vertex per particle writes one number for each particle, a sixth of the indices of quads. A shader reads
+// entry i of the list for instance i, or for vertices 4 i to 4 i + 3.
 
 #include "ge_mesh_triangle_sorter.h"
 

@@ -1,5 +1,5 @@
-// Many sorters on a job system: a frame's draw calls sorted side by side, here with oneTBB. A sort runs on the thread
-// that calls it, and sorters share nothing: each draw call has a sorter, each thread scratch memory that it keeps.
+// Many sorters on a job system: a frame's draw calls are sorted side by side, here with oneTBB. A sort runs on the
+// thread that calls it, and sorters share nothing. Each draw call has a sorter, and each thread keeps a working buffer.
 
 #include "ge_mesh_triangle_sorter.h"
 

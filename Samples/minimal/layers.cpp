@@ -1,11 +1,13 @@
-// Layers: all of one layer before all of the next, whatever the distances (sky before world before what is on the lens).
+// Layers: all particles of one layer are drawn before all of the next, whatever their distances (the sky, then the
+// world, then what is on the lens).
 //
-// In one call, the layer goes into the value's high part. Arithmetic would not do: layer * 1000 - distance comes in steps
-// of 0.0005 wherever it is beyond 4,096, near the camera as well. Bits do, since floats without sign sort as their bits
-// do. Here 3 are the layer's (0 to 6; 7 could make a NaN), and 28 the squared distance's, all but its last 3: distances
-// within a 2,000,000th part of each other may count as equal.
+// In one call, the layer goes into the value's high bits. Arithmetic would not do: layer * 1000 - distance has steps of
+// 0.0005 beyond 4,096, also near the camera. The bits of positive floats sort as the floats do. Here 3 bits are the
+// layer's (0 to 6; 7 could make a NaN), and 28 bits are the squared distance's, all but its last 3. So distances within
+// a 2,000,000th part of each other may count as equal.
 //
-// Or a call for each layer, into its part of the indices, with the distance in full and with states of its own.
+// The other way is a call for each layer, into its part of the indices, with the distance in full and with render
+// states of its own.
 
 #include "ge_mesh_triangle_sorter.h"
 

@@ -1,6 +1,6 @@
-// Triangles of a mesh that share vertices, by their own depth: glass objects and hair, where triangle_depth.cpp would
-// have to give every triangle vertices of its own. The sorter's building blocks do it: make a record of each triangle's
-// middle, sort the records, gather the triangles in their order.
+// Triangles of a mesh that share vertices, sorted by their own depth: for glass objects and hair. With
+// triangle_depth.cpp, every triangle would need vertices of its own. The sorter's stages can do it: make a record of
+// each triangle's middle, sort the records, and gather the triangles in their order.
 
 #include "ge_mesh_triangle_sorter.h"
 

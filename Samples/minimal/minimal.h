@@ -1,7 +1,7 @@
 #pragma once
 
-// What every example needs and none is about: a sentence and exit code 1 when something is wrong, the order that an
-// index buffer draws, and particles to draw.
+// What the examples share, apart from sorting: a check that ends the program with a sentence and exit code 1, the order
+// that an index buffer draws, and particles to draw.
 
 #include "ge_mesh_sort_validation.h"
 #include "ge_mesh_triangle_sorter.h"

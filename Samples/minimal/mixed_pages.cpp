@@ -1,6 +1,6 @@
-// Pages of which some have disabled particles and some have none: the common case, and the one where positions do not
-// do. Sorted by position, the pages with disabled particles are drawn before all others, however near they are. Values
-// of 0 - squared distance give one order over all pages.
+// Mixed pages: some have disabled particles and some have none. This is the common case, and the one in which positions
+// do not give the right order: all pages with disabled particles would be drawn before all others, however near they
+// are. Values of 0 - squared distance give one order over all pages.
 
 #include "ge_mesh_triangle_sorter.h"
 

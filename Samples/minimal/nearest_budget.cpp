@@ -1,6 +1,6 @@
-// A budget that keeps the nearest: an output with room for fewer particles than there are loses the farthest ones. It
-// loses an even number of them. Where an odd number has to go, the very nearest is lost as well, and one more of the far
-// ones is drawn. So give it room for one particle more then, and draw from the second one on.
+// A budget that keeps the nearest particles: an output with room for fewer particles than there are loses the farthest
+// ones. It loses an even number of them. If the shortfall is odd, the very nearest is lost as well, and one more of the
+// far ones is drawn. So if it is odd, give the output room for one particle more, and draw from the second one on.
 
 #include "ge_mesh_triangle_sorter.h"
 

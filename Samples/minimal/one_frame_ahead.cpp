@@ -1,7 +1,7 @@
-// Sorting on a worker one frame ahead: while a frame is drawn, a worker sorts the next one, and the main thread never
-// waits for a sort that took less than a frame. Two slots take turns; a GPU that still reads the one before takes a third.
-// A slot holds its particles with its indices, since they number these particles and no later ones: what is drawn is
-// whole and in order, one frame late.
+// Sorting one frame ahead: while a frame is drawn, a worker thread sorts the next one, and the main thread does not
+// wait if a sort takes less than a frame. Two slots take turns; a GPU that still reads the frame before needs a third.
+// A slot holds its particles together with its indices, because the indices number these particles and no later ones.
+// So the picture is whole and in order, one frame late.
 
 #include "ge_mesh_triangle_sorter.h"
 

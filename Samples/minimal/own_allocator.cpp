@@ -1,5 +1,6 @@
-// An allocator of the host's own, for engines that account for every byte. A sort allocates in one case only, when it is
-// given no scratch memory; it then takes eight times what it was to be given, so scratch memory of one's own is better.
+// An allocator of the host's own, for engines that account for every byte. A sort allocates in one case only: if it is
+// given no working buffer. A point sort then takes eight times the size that the buffer needs, so it is better to give
+// it one.
 
 #include "ge_mesh_triangle_sorter.h"
 

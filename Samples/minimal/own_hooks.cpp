@@ -1,5 +1,5 @@
-// Assertions and warnings through the host's own log: broken rules, in builds that have assertions, and slow paths, in
-// every build. Both speak as the host decides; without hooks each is a line on stderr.
+// Assertions and warnings in the host's own log. Builds with assertions report broken rules; every build warns of slow
+// paths. The host's handlers decide what becomes of them. Without handlers, each is a line on stderr.
 
 #include "ge_mesh_triangle_sorter.h"
 

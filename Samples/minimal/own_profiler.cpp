@@ -1,6 +1,6 @@
-// The library's scopes in the host's own profiler: one function between the two. Scopes nest, and begin and end on one
-// thread, so zones that are pushed and popped fit as they are. A host without a profiler takes
-// Profiler::CTraceRecorder, see kr_profiler_recorder.h.
+// The library's scopes in the host's own profiler, through one function. Scopes nest, and a scope begins and ends on
+// one thread, so a profiler that pushes and pops zones can take them as they are. A host without a profiler can use
+// Profiler::CTraceRecorder of kr_profiler_recorder.h.
 
 #include "ge_mesh_triangle_sorter.h"
 

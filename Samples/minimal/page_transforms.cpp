@@ -1,6 +1,7 @@
 // Pages with transforms of their own: emitters that simulate in local space, each moved, turned and scaled into the
-// world. No particle is transformed: the camera is taken into the space of each page, where turning and moving keep
-// distances, and a uniform scale multiplies them. The values, 0 - scale^2 * squared local distance, are one order.
+// world. No particle is transformed. Instead, the camera is taken into the space of each page. Moving and turning keep
+// distances, and a uniform scale multiplies them. So the values 0 - scale^2 * squared local distance give one order
+// over all pages.
 
 #include "ge_mesh_triangle_sorter.h"
 

@@ -1,5 +1,5 @@
 // Ribbons by index list, for geometry whose vertices do not lie particle after particle: the segments of a ribbon share
-// the vertices between them. A list gives the first vertex of each segment, and segments of all ribbons are sorted
+// the vertices between them. A list gives the first vertex of each segment, and the segments of all ribbons are sorted
 // together by their middles.
 
 #include "ge_mesh_triangle_sorter.h"

@@ -1,5 +1,6 @@
-// Several views of the same pages, for split screens, mirrors and shadow maps: a call per view, side by side. Sorts only
-// read the particles, so all of them share the pages; a sorter, scratch memory and an index buffer are each view's own.
+// Several views of the same pages, for split screens, mirrors and shadow maps: a call for each view, side by side.
+// Sorts only read the particles, so all views share the pages. Each view has a sorter, a working buffer and an index
+// buffer of its own.
 
 #include "ge_mesh_triangle_sorter.h"
 

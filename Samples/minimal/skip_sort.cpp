@@ -1,13 +1,16 @@
-// When a sort can be skipped. If nothing has changed: the same input gives the same indices, to the bit, so keep them. If
-// something has moved: no distance has changed by more than m, what the camera has moved plus what the fastest particle
-// has.
+// When a sort can be skipped. If nothing has changed, keep the indices: the same input gives the same indices, to the
+// bit. If something has moved, no distance has changed by more than m, which is how far the camera has moved plus how
+// far the fastest particle has.
 //
-// - Two particles whose distances are more than 2 m apart keep their order. While 2 m is below the smallest gap between
-//   neighbours in the order, all of them do. That holds for a few particles; among thousands the smallest gap is tiny.
-// - If the sort is skipped all the same, a pair drawn in wrong order is one whose distances are less than 2 m apart.
+// - Two particles whose distances differ by more than 2 m keep their order. If 2 m is below the smallest gap between
+//   neighbours in the order, all particles keep it. That is so for a few particles; among thousands the smallest gap is
+//   tiny.
+// - If the sort is skipped all the same, two particles are drawn in the wrong order only if their distances differ by
+//   less than 2 m.
 //
-// Both count from the last sort, not from the last frame, and in distances, not in the squared ones that are sorted.
-// Those are rounded: by so little that a distance between 10^-15 and 10^15 is off by less than its 2^-21th part.
+// Both statements count from the last sort, not from the last frame. They hold for distances, not for the squared
+// distances that are sorted. These are rounded, but by little: a distance between 10^-15 and 10^15 is off by less than
+// its 2^-21th part.
 
 #include "ge_mesh_triangle_sorter.h"
 

@@ -1,6 +1,5 @@
-// One large draw call on many cores, with a pool of threads that the host has anyway. The sorter hands jobs to a function
-// of the host's, and the indices are the same whatever the number of threads. Sort few particles without jobs: the sorter
-// runs none for them.
+// One large draw call on many cores, with a thread pool that the host has anyway. The sorter hands jobs to a function
+// of the host's, and the indices are the same whatever the number of threads. A sort of few particles runs no jobs.
 
 #include "ge_mesh_triangle_sorter.h"
 

@@ -1,4 +1,4 @@
-// One large draw call on a job system, here oneTBB: the whole of it is a function that runs jobs and returns when all have
+// One large draw call on a job system, here oneTBB. It needs one function, which runs jobs and returns when all have
 // returned. Small draw calls are better sorted side by side (job_system.cpp).
 
 #include "ge_mesh_triangle_sorter.h"

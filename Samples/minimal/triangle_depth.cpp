@@ -1,6 +1,7 @@
-// True depth of triangles, for particles that are woven into each other, such as crossing shards: no order of whole
-// particles is right, so every triangle is a particle, sorted by its own middle. Triangles share no vertices here:
-// triangle t has the vertices 3 t to 3 t + 2. (Even then, triangles that cut through each other have no right order.)
+// True depth of triangles, for particles that are woven into each other, such as crossing shards. No order of whole
+// particles is right there, so every triangle is a particle, sorted by its own middle. Triangles share no vertices
+// here: triangle t has the vertices 3 t to 3 t + 2. (Triangles that cut through each other have no right order even
+// then.)
 
 #include "ge_mesh_triangle_sorter.h"
 

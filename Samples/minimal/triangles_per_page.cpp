@@ -1,5 +1,5 @@
-// Triangles per page: meshes as particles, each page with a mesh of its own, drawn in one call. Every triangle is sorted
-// under its particle's distance, so particles of all pages come in one order; triangle_depth.cpp shows how to sort
+// Triangles per page: meshes as particles, each page with a mesh of its own, drawn in one call. Every triangle is
+// sorted by its particle's distance, so particles of all pages are in one order. triangle_depth.cpp shows how to sort
 // triangles by their own depth.
 
 #include "ge_mesh_triangle_sorter.h"

@@ -1,5 +1,5 @@
-// Tubes: particles of several quads that cover each other. Particles are sorted, and inside each one its quads, by the
-// quads' centres. It is the slowest of the sorts, and says so once through the log; at most 15 quads a particle.
+// Tubes: particles of several quads that cover each other. The particles are sorted, and inside each particle its
+// quads, by the quads' centres. This is the slowest of the sorts, and warns once. A particle has at most 15 quads.
 
 #include "ge_mesh_triangle_sorter.h"
 

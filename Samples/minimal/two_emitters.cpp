@@ -1,6 +1,6 @@
-// Two emitters in one order, where smoke and sparks of two effects reach into each other: their pages go into one call,
-// one emitter's after the other's, and their vertices into one buffer in the same order. Where they need states of their
-// own, the sorted indices are cut into runs of one emitter, a draw call each.
+// Two emitters in one order, for effects such as smoke and sparks that reach into each other. The pages of both go into
+// one call, one emitter's after the other's, and their vertices into one buffer in the same order. If the emitters need
+// render states of their own, the sorted indices are cut into runs of one emitter, with a draw call for each run.
 
 #include "ge_mesh_triangle_sorter.h"
 

@@ -1,6 +1,6 @@
 // Values instead of distances, for an order that distance alone does not give: the caller makes a float for each
-// particle, and the lowest is drawn first. Here sparks fly inside smoke, and are drawn as if 2 nearer than they are, so
-// that the puff that they are in does not cover them.
+// particle, and the lowest is drawn first. Here sparks fly inside smoke, and are sorted as if they were 2 nearer than
+// they are, so that the smoke around them does not cover them.
 
 #include "ge_mesh_triangle_sorter.h"
 

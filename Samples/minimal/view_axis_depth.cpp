@@ -1,5 +1,5 @@
-// Depth along the view axis, for orthographic cameras and for renderers that sort by view depth: under them the plane
-// that a particle lies in decides what covers what, and not its distance to a point. The value is 0 - depth.
+// Depth along the view axis, for orthographic cameras and for renderers that sort by view depth. With such a camera,
+// the plane that a particle lies in decides what covers what, and not the distance to a point. The value is 0 - depth.
 
 #include "ge_mesh_triangle_sorter.h"
 

@@ -1,6 +1,6 @@
 // Billboards in Vulkan: the sorter writes straight into a mapped, host-visible index buffer, and the device draws from
-// it. A few hundred blended squares are drawn without a window and compared with the same squares blended by the host,
-// in an order of its own; the validation layer watches, and has to be silent.
+// it. A few hundred blended squares are drawn without a window. They are compared with the same squares as the host
+// blends them, in an order of its own. The validation layer has to be silent.
 //
 //   minimal_vulkan_billboards [PICTURE.png]
 

@@ -1,8 +1,8 @@
 #pragma once
 
-// What a Vulkan program needs before it draws its first triangle: a device, watched by the validation layer, memory that
-// stays mapped, an image to draw to and to read back. Nothing here is about sorting. What fails ends the program with a
-// sentence and exit code 1.
+// What a Vulkan program needs before it draws its first triangle: a device that the validation layer watches, memory
+// that stays mapped, an image to draw to and to read back. Nothing here is about sorting. If something fails, the
+// program ends with a sentence and exit code 1.
 
 #include "vx_defs.h"
 
