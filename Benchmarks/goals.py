@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""What the library is held to, and whether it is kept on the processors that were measured.
+"""The goals of the library, and whether they are kept on the processors that were measured.
 
-Prints one table, with the goals that are missed at its end, and exits with 1 if there are any.
+Prints one table, in which missed goals come last. The exit code is 1 if a goal is missed.
 """
 
 import collections

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""Runs vexmoor_benchmarks in chunks of at most two minutes, and sums them up to one file.
+"""Runs vexmoor_benchmarks in chunks of at most two minutes, and writes their results to one file.
 
-Chunks let others measure on the same machine: with --lock, each holds the file locked while it runs. All competitors of a
-case are in one chunk.
+With --lock, the file is locked while a chunk runs, so that others can measure on the same machine in between. All
+competitors of a case are in one chunk.
 """
 
 import collections
@@ -105,10 +105,10 @@ class Progress:
 def main():
 	arguments = results.ArgumentParser(description=__doc__.splitlines()[0])
 	arguments.add_argument("program", help="vexmoor_benchmarks")
-	arguments.add_argument("out", help="the file to write, or a folder: then the processor names the file")
-	arguments.add_argument("--filter", default="", help="which benchmarks: a regular expression over names")
-	arguments.add_argument("--repetitions", type=int, default=11)
-	arguments.add_argument("--min-time", type=float, default=0.02, help="seconds of each repetition")
+	arguments.add_argument("out", help="the file to write, or a folder, in which the file is named after the processor")
+	arguments.add_argument("--filter", default="", help="a regular expression: benchmarks whose names match are run")
+	arguments.add_argument("--repetitions", type=int, default=11, help="how many repetitions a median is of")
+	arguments.add_argument("--min-time", type=float, default=0.02, help="the least seconds that a repetition takes")
 	arguments.add_argument("--lock", help="a file to hold locked while a chunk runs")
 	options = arguments.parse_args()
 

@@ -1,4 +1,4 @@
-"""SVG plots: how long whole sorts take, which scenes the loop is ahead in, and peers as ratios by count."""
+"""SVG plots: the times of whole sorts, the scenes in which the loop is faster, and the ratios of peers by count."""
 
 import matplotlib
 import matplotlib.ticker

@@ -293,8 +293,8 @@ def write_figures(path, paragraph):
 def main():
 	arguments = measured.ArgumentParser(description=__doc__.splitlines()[0])
 	arguments.add_argument("results", nargs="+", help="files of Benchmarks/results")
-	arguments.add_argument("--page", required=True, help="the page to write; the processors' pages go into a folder of its name")
-	arguments.add_argument("--readme", help="the README whose paragraph of figures is written again")
+	arguments.add_argument("--page", required=True, help="the page to write; the pages of processors go into a folder of the same name")
+	arguments.add_argument("--readme", help="a README, whose paragraph of figures is replaced")
 	options = arguments.parse_args()
 
 	folder = os.path.splitext(options.page)[0]

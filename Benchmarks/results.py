@@ -1,7 +1,7 @@
-"""What was measured on a processor: the medians of every case, and the machine they were measured on.
+"""Reads and writes results: the medians of every case on a processor, and the machine that they were measured on.
 
-A run of vexmoor_benchmarks is summed up to a file of Benchmarks/results, one for each processor, which every table and
-plot is made of. A case is named stage/what/who/count.
+Each processor has a file in Benchmarks/results, written after a run of vexmoor_benchmarks. All tables and plots are made
+from these files. A case is named stage/what/who/count.
 """
 
 import argparse

@@ -1,4 +1,4 @@
-"""Markdown tables of what was measured: for a user first, then stage by stage."""
+"""Markdown tables of results: those for a user first, then those of each stage."""
 
 import statistics
 

@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Says whether programs that are built against the shared libraries of one revision run with those of another: nothing that
-# the public headers declare has gone or changed its shape.
+# Says whether programs that are built against the shared libraries of one revision run with those of another. They do if
+# nothing that the public headers declare is gone or has changed its layout.
 #
-#   ./Tools/abi.sh              from the recorded interface of the last release to the working tree
+#   ./Tools/abi.sh              compares the working tree with the recorded interface of the last release
 #   ./Tools/abi.sh --record     records the interface of the working tree, at a release
-#   ./Tools/abi.sh OLD          from a revision to the working tree
-#   ./Tools/abi.sh OLD NEW      from one revision to another
+#   ./Tools/abi.sh OLD          compares the working tree with a revision
+#   ./Tools/abi.sh OLD NEW      compares two revisions
 #
-# The record, Tests/Abi/recorded_interface.txt, is text for readers too. Between two revisions, abidiff compares.
-# It exits with 1 where built programs break though the libraries keep their names, and is quiet about what is merely new.
+# The record, Tests/Abi/recorded_interface.txt, is readable text. Two revisions are compared by abidiff. The exit code is 1 if
+# built programs break although the libraries keep their names. What is merely new is not reported.
 set -euo pipefail
 
 if [[ $# -gt 2 || ${1:-} == -* && ${1:-} != --record || ${1:-} == --record && $# -gt 1 ]]; then

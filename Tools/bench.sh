@@ -1,17 +1,18 @@
 #!/usr/bin/env bash
-# Installs the peers, builds Release, measures, writes the pages, and prints a table of goals: which are kept on this
-# processor, and which are missed. Nothing else should run on the machine meanwhile.
+# Installs the peers, builds Release, measures, writes the pages, and prints a table of goals, kept and missed. Nothing else
+# should run on the machine meanwhile.
 #
-#   ./Tools/bench.sh                       everything, some 15 minutes: Benchmarks/results, Docs/performance.md, README.md
-#   ./Tools/bench.sh --filter '^sort/'     some cases, into build/bench/partial
-#   ./Tools/bench.sh --quick               whether it works: a minute, into build/bench/quick
-#   ./Tools/bench.sh --pages               measures nothing: the pages and the table, from Benchmarks/results
-#   ./Tools/bench.sh --repetitions 5       fewer than the 11 that each median is of; goes with any other option
-#   ./Tools/bench.sh --lock FILE           holds the file locked while it measures, two minutes at a time at most, so that
+#   ./Tools/bench.sh                       measures everything, for some 15 minutes, and writes Benchmarks/results,
+#                                          Docs/performance.md and the README's figures
+#   ./Tools/bench.sh --filter '^sort/'     measures some cases, into build/bench/partial
+#   ./Tools/bench.sh --quick               tries for a minute whether everything works, into build/bench/quick
+#   ./Tools/bench.sh --pages               measures nothing, and makes the pages and the table from Benchmarks/results
+#   ./Tools/bench.sh --repetitions 5       takes medians of 5 repetitions instead of 11; goes with any other option
+#   ./Tools/bench.sh --lock FILE           locks the file while it measures, for two minutes at a time at most, so that
 #                                          others who lock it take turns on the machine; goes with any other option
 #
-# Ends with 0 where all goals are kept, with 1 where one is missed or a check failed, with 2 for a bad argument. --quick asks
-# for no goals.
+# The exit code is 0 if all goals are kept, 1 if one is missed or a check failed, and 2 for a bad argument. --quick checks no
+# goals.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

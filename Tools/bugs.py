@@ -1,28 +1,28 @@
 #!/usr/bin/python3
 """Builds bugs of meaning into the library, one at a time, and sees whether the tests notice.
 
-The bugs are written by hand and lie in Tests/Bugs: what a colleague might get wrong, where mutate.py changes what a
-machine can find to change. A bug is a paragraph:
+The bugs are written by hand, in Tests/Bugs: they are what a colleague might get wrong. (mutate.py makes the changes that a
+machine can find.) A bug is a paragraph:
 
     page-numbers-cut-to-16-bits                           its name
     A draw call of more than 65,536 pages draws those...  what it breaks
-    tried by: threads                                     by what, where that is not the suite; see --list
-    survives: no test can see a fence                     why no test can tell, where that is so
-    mesh_triangle_sorter.cpp                              where
-    - pageId = 0;                                         what stands there, once in the file, whatever the white space,
-    + pageId = 0; pageId = u16(pageId);                   and what a bug makes of it; lines with neither sign stay
+    tried by: threads                                     what tries it, if not the suite; see --list
+    survives: no test can see a fence                     why no test can tell, if none can
+    mesh_triangle_sorter.cpp                              the file
+    - pageId = 0;                                         the text that the file has, once, with any white space,
+    + pageId = 0; pageId = u16(pageId);                   and the text with the bug; lines with neither sign stay
 
-Each is built in a copy of the tree under build/bugs and tried, the cheapest tests first, until one fails.
+Each bug is built in a copy of the tree under build/bugs. The tests run, the cheapest first, until one fails.
 
-  ./Tools/bugs.py                        tries all of them
-  ./Tools/bugs.py --only NAME...         tries these
-  ./Tools/bugs.py --in radix_sort        tries those of one file of Tests/Bugs
-  ./Tools/bugs.py --resume               keeps what earlier runs caught, unless bug or tests have changed
-  ./Tools/bugs.py --short                tries five, on few tests
-  ./Tools/bugs.py --check                only sees that each still applies
-  ./Tools/bugs.py --list                 prints them and stops
+  ./Tools/bugs.py                        tries all bugs
+  ./Tools/bugs.py --only NAME...         tries these bugs
+  ./Tools/bugs.py --in radix_sort        tries the bugs of one file of Tests/Bugs
+  ./Tools/bugs.py --resume               skips bugs that earlier runs caught, unless the bug or the tests have changed
+  ./Tools/bugs.py --short                tries five bugs, on few tests
+  ./Tools/bugs.py --check                checks that each bug applies, and stops
+  ./Tools/bugs.py --list                 prints the bugs and stops
 
-What became of each bug, and which test caught it, lies in build/bugs/verdicts.jsonl. Exits with 1 where a bug survives
+build/bugs/verdicts.jsonl says what became of each bug, and which test caught it. The exit code is 1 if a bug survives
 without an explanation, does not apply, or does not compile.
 """
 
@@ -175,12 +175,12 @@ def summary(verdicts):
 
 def main():
 	parser = argparse.ArgumentParser(description=__doc__.split("\n\n", maxsplit=1)[0])
-	parser.add_argument("--only", metavar="NAME", nargs="+", help="of these bugs alone")
-	parser.add_argument("--in", metavar="FILE", nargs="+", dest="groups", help="of these files of Tests/Bugs alone")
-	parser.add_argument("--short", action="store_true", help="of %d bugs and few tests alone: sees that this works" % len(SHORT))
-	parser.add_argument("--jobs", type=int, default=1, help="bugs at a time")
-	parser.add_argument("--resume", action="store_true", help="keep what earlier runs caught and try the rest")
-	parser.add_argument("--check", action="store_true", help="see that each still applies, and stop")
+	parser.add_argument("--only", metavar="NAME", nargs="+", help="try these bugs only")
+	parser.add_argument("--in", metavar="FILE", nargs="+", dest="groups", help="try the bugs of these files of Tests/Bugs only")
+	parser.add_argument("--short", action="store_true", help="try %d bugs on few tests, to see that this script works" % len(SHORT))
+	parser.add_argument("--jobs", type=int, default=1, help="how many bugs to try at a time")
+	parser.add_argument("--resume", action="store_true", help="skip bugs that earlier runs caught")
+	parser.add_argument("--check", action="store_true", help="check that each bug applies, and stop")
 	parser.add_argument("--list", action="store_true", help="print the bugs and stop")
 	arguments = parser.parse_args()
 	if arguments.jobs < 1:

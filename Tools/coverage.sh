@@ -4,9 +4,9 @@
 #
 #   ./Tools/coverage.sh
 #
-# Branches are counted outside assertions and verifications, whose other side is a broken rule: the tests of reports are
-# about those. The library is compiled without exceptions, or every call would be a branch. Line and branch rates below
-# the ones asked for here are a failure.
+# Branches are counted outside assertions and verifications, whose other side is a broken rule; the tests of reports try
+# these. The library is compiled without exceptions, since otherwise every call would count as a branch. The script fails
+# if fewer lines or branches are reached than leastLines and leastBranches say.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -1,16 +1,16 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds particle_viewer, and runs it: pictures of a smoke plume, unsorted and sorted, in out/.
 #
-#   ./Tools/demo.sh                     the smoke plume
-#   ./Tools/demo.sh --window            the same in a window, to turn it about and to try what sorting does
-#   ./Tools/demo.sh --scene debris      any options of particle_viewer; --help lists them
+#   ./Tools/demo.sh                     draws the smoke plume
+#   ./Tools/demo.sh --window            shows it in a window, where you can turn it and change how it is sorted
+#   ./Tools/demo.sh --scene debris      passes any options on to particle_viewer; --help lists them
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 Tools/install_packages.sh g++ cmake ninja-build pkg-config libepoxy-dev libegl-dev libegl-mesa0 libgl1-mesa-dri \
 	libstb-dev libcli11-dev libglfw3-dev libimgui-dev libglx-mesa0 fonts-dejavu-core
 
-# What a build says is worth reading only when it fails.
+# The output of a build is shown only if the build fails.
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 quietly()

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Installs what is missing and makes the API reference from the headers. What is public and undocumented is an error.
+# Installs what is missing and makes the API reference from the headers. Fails if something public has no comment.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 Tools/install_packages.sh doxygen graphviz python3
 
-# Anew, so that no page stays of what is gone.
+# The folder is made anew, so that it has no page of a name that is gone.
 rm -rf build/docs
 mkdir -p build/docs
 doxygen Docs/Doxyfile

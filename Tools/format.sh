@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Formats every source file, or says which are not formatted.
+# Formats every source file, or names the files that are not formatted.
 #
 #   ./Tools/format.sh             formats
 #   ./Tools/format.sh --check     names the files that formatting would change, and fails if there are any
 #
-# clang-format writes tabs for four spaces between the columns of some tables. Behind text there are only spaces, so that a
-# table looks the same whatever width an editor gives a tab.
+# Between the columns of some tables, clang-format writes a tab for four spaces. This script replaces tabs behind text by
+# spaces, so that a table looks the same whatever the width of a tab is.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

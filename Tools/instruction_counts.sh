@@ -1,15 +1,17 @@
 #!/usr/bin/env bash
-# Counts the instructions that the library executes in fixed calls and compares them with the recorded counts: a case that
-# takes over 3 % more fails. A count is the same on a busy machine and on another processor, which a time is not.
+# Counts the instructions that the library executes in fixed calls and compares them with the recorded counts. A case that
+# takes over 3 % more fails. Unlike a time, a count is the same on a busy machine and on another processor.
 #
 #   ./Tools/instruction_counts.sh             counts and compares
-#   ./Tools/instruction_counts.sh --record    counts and records, which is for a commit that says why they changed
+#   ./Tools/instruction_counts.sh --record    counts and records, for a commit that says why the counts changed
 #
-# Only the program's own code counts, which has the library in it: how the C library fills and copies memory depends on
-# the processor. On x86-64, Callgrind counts inside the measured calls. The library is held to 128-bit lanes, and a few
-# cases with 256-bit ones come on top where the processor has them. On AArch64, an emulator logs what it executes.
+# Only the code of the program, which contains the library, is counted. The C library's is not, because how it fills and
+# copies memory depends on the processor. On x86-64, Callgrind counts inside the measured calls. The library is held to
+# 128-bit lanes there. If the processor has 256-bit lanes, some cases are counted with these as well. On AArch64, an
+# emulator logs what it executes.
 #
-# Flags are fixed, and so is the compilers' version: another one counts differently, and is told so instead of compared.
+# Flags are fixed. With another version of a compiler than the recorded one, counts mean nothing, so the script says so and
+# does not compare.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

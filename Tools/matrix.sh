@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Builds the library with every compiler and the flags that hosts use, as a host does that drops its sources into a build
-# of its own, and compares the one hash of all that it writes with the recorded one: same bits everywhere.
+# Shows that every build writes the same bits. Builds the library with every compiler and the flags that hosts use, as a host
+# does that compiles the sources in a build of its own. The hash of all that each build writes has to be the recorded one.
 #
-#   ./Tools/matrix.sh             the whole table, some minutes
-#   ./Tools/matrix.sh --short     g++ and clang, unoptimised and with the flags of a host in a hurry, which newer clangs
-#                                 get as well; and AArch64
+#   ./Tools/matrix.sh             builds and runs the whole table, which takes some minutes
+#   ./Tools/matrix.sh --short     g++ and clang unoptimised, every clang and g++ at -O3 -march=native -ffast-math, and one
+#                                 row of AArch64
 #   ./Tools/matrix.sh --only TEXT rows of the table that contain the text, such as aarch64
-#   ./Tools/matrix.sh --record    records the hash of an unoptimised g++ build as the one to expect
+#   ./Tools/matrix.sh --record    records the hash of an unoptimised g++ build as the expected one
 #
 # A row's executable is built again only when a source file, this script or the row has changed.
 set -euo pipefail

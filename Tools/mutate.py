@@ -1,20 +1,20 @@
 #!/usr/bin/python3
 """Changes the library in one small place at a time, and sees whether the tests notice.
 
-Every mutant is Runtime/ with one comparison flipped, one bound or lane moved, one statement dropped. It is built in a
-copy of the tree under build/mutation and the whole suite runs on it, the cheapest tests first, until one fails. A
-mutant that no test fails on survives: either a test is missing, or the change changes nothing that can be seen.
+A mutant is Runtime/ with one small change: a comparison, a bound or a lane is another one, or a statement is dropped. It is
+built in a copy of the tree under build/mutation. The whole suite runs on it, the cheapest tests first, until one fails. If
+no test fails, the mutant survives: either a test is missing, or no result shows the change.
 
-  ./Tools/mutate.py --count 200             200 mutants of all of Runtime/, the same ones every time
-  ./Tools/mutate.py --seed 1                other ones
-  ./Tools/mutate.py --files kr_sort.h       of one file
+  ./Tools/mutate.py --count 200             tries 200 mutants of all of Runtime/, the same ones every time
+  ./Tools/mutate.py --count 200 --seed 1    tries 200 other ones
+  ./Tools/mutate.py --files kr_sort.h       tries mutants of one file
   ./Tools/mutate.py --matching '^VX_.* -> nothing'
-                                            every report site dropped: does a test miss each of them?
-  ./Tools/mutate.py --list                  what would be tried, without trying it
+                                            drops every report site: does a test miss each of them?
+  ./Tools/mutate.py --list                  prints the mutants and stops
   ./Tools/mutate.py --resume                goes on where a run was stopped
-  ./Tools/mutate.py --again                 the survivors of earlier runs once more, with the tests of today
+  ./Tools/mutate.py --again                 tries the survivors of earlier runs with the tests of today
 
-The verdicts lie in build/mutation/verdicts.jsonl, and the report in build/mutation/report.md.
+The verdicts are in build/mutation/verdicts.jsonl, and the report in build/mutation/report.md.
 """
 
 import argparse
@@ -233,14 +233,14 @@ def write_report(verdicts):
 
 def main():
 	parser = argparse.ArgumentParser(description=__doc__.split("\n\n", maxsplit=1)[0])
-	parser.add_argument("--count", type=int, help="how many mutants, drawn evenly from all; by default all of them")
-	parser.add_argument("--seed", type=int, default=0, help="which ones")
-	parser.add_argument("--jobs", type=int, default=1, help="mutants at a time")
-	parser.add_argument("--files", nargs="+", help="of these files of Runtime/ alone, named without folders")
-	parser.add_argument("--matching", metavar="REGEX", help="of these changes alone, as --list prints them")
+	parser.add_argument("--count", type=int, help="how many mutants to draw, evenly from all; by default all of them")
+	parser.add_argument("--seed", type=int, default=0, help="which mutants to draw: another number draws others")
+	parser.add_argument("--jobs", type=int, default=1, help="how many mutants to try at a time")
+	parser.add_argument("--files", nargs="+", help="only mutants of these files of Runtime/, named without folders")
+	parser.add_argument("--matching", metavar="REGEX", help="only changes that match, as --list prints them")
 	parser.add_argument("--list", action="store_true", help="print the mutants and stop")
-	parser.add_argument("--resume", action="store_true", help="keep earlier verdicts and try the rest")
-	parser.add_argument("--again", action="store_true", help="keep earlier verdicts and try their survivors once more")
+	parser.add_argument("--resume", action="store_true", help="keep earlier verdicts, and try the other mutants")
+	parser.add_argument("--again", action="store_true", help="keep earlier verdicts, and try the survivors again")
 	arguments = parser.parse_args()
 
 	tree = ROOT

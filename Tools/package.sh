@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Makes the packages of a release, checks them, and builds a program with each: an archive of the static libraries, one of
-# the shared libraries, and two Debian packages.
+# Makes the packages of a release: an archive of the static libraries, one of the shared libraries, and two Debian packages.
+# Checks them, and builds a program with each.
 #
-#   ./Tools/package.sh              leaves them in build/packages
-#   ./Tools/package.sh FOLDER       leaves them there
+#   ./Tools/package.sh              writes them to build/packages
+#   ./Tools/package.sh FOLDER       writes them to the folder
 #
-# As root, the Debian packages are installed with apt and removed again; anyone else, and a machine that has them already,
-# unpacks them instead.
+# As root, the script installs the Debian packages with apt and removes them again. Otherwise, or if the machine has them
+# already, it unpacks them instead.
 set -euo pipefail
 
 if [[ $# -gt 1 || ${1:-} == -* ]]; then

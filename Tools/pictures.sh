@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Draws the pictures of Docs/images again. They come out the same, to the byte, where the graphics driver is the same.
+# Draws the pictures of Docs/images again. With the same graphics driver they are the same, to the byte.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

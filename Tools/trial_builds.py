@@ -1,8 +1,8 @@
-"""Builds the library with a change, and tells which test notices: what mutate.py and bugs.py have in common.
+"""Builds the library with a change, and finds a test that fails. mutate.py and bugs.py share this module.
 
-A Suite is the unchanged library with its tests: every object once, and the tests in batches, the cheapest first. A Job
-is a copy of the tree in which one changed library after another is compiled, as far as the change reaches, linked with
-the objects of the suite, and tried.
+A Suite is the unchanged library with its tests: every object file, and the tests in batches, the cheapest first. A Job is a
+copy of the tree that tries one change after another. It compiles the files that the change reaches, links them with the
+objects of the suite, and runs the tests.
 """
 
 import collections

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Passes if shared libraries export symbols of namespace Vexmoor, and the functions that vexmoor.h declares for C, and no
-# others: an instance of somebody else's template would be taken by other modules for their own. Needs the libraries.
+# others. Other modules would take an exported instance of a foreign template for their own. Arguments are the libraries.
 set -euo pipefail
 
 if [ $# = 0 ]; then

@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
-"""Says, in lines of text, what programs that are built already count on in the shared libraries: the libraries' names, the
-symbols that they export, and of every type that comes with these symbols the size, where each member lies, and the values
-of enumerators.
+"""Prints, in lines of text, what built programs depend on in the shared libraries: the names of the libraries, the symbols
+that they export, and, for every type that these symbols use, its size, the offset of each member, and the values of
+enumerators.
 
-    interface.py DESCRIPTION...              the lines of libraries, each of them described by abidw
-    interface.py --compare RECORD LINES      which lines of the record are not among the others; exit status 1 if any is not
+    interface.py DESCRIPTION...              prints the lines of libraries, which abidw has described
+    interface.py --compare RECORD LINES      prints which lines of the record are missing; exit code 1 if any is
 
-A structure for C that begins with its own size may grow, at its end: programs say how much of it they know.
-Types of the standard library are named and not taken apart: when one grows, so does every type that has it as a member.
+A structure for C that begins with its own size may grow at its end, because programs say how much of it they know.
+Types of the standard library are named, but their members are not listed. If one grows, the size of every type that has it
+as a member shows that.
 """
 
 import os

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Changes a copy of the library in ways that matter to built programs and in ways that do not, and asks Tools/abi.sh about
-# each. Needs a folder to work in.
+# Tests Tools/abi.sh: changes a copy of the library in ways that break built programs and in ways that do not, and asks it
+# about each change. The argument is a folder to work in.
 set -euo pipefail
 workDir=$1
 mkdir -p "$workDir"

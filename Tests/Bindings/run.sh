@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Calls the shared libraries, with assertions, from Python with numpy and from Rust, through the modules of Samples/languages:
-# the samples, and the tests of what they sort and refuse. Needs a folder to build in.
+# Calls the shared libraries, with assertions, from Python with numpy and from Rust, through the modules of Samples/languages.
+# Runs the samples, and the tests of what the modules sort and refuse. The argument is a folder to build in.
 set -euo pipefail
 workDir=$1
 mkdir -p "$workDir"
 workDir=$(cd "$workDir" && pwd)
 cd "$(dirname "$0")/../.."
 
-# Debian's own, whatever else is installed beside them.
+# These are Debian's own compiler and interpreter, whatever else is installed.
 python=/usr/bin/python3
 rustc=(/usr/bin/rustc --edition 2021 -D warnings --out-dir "$workDir")
 samples=Samples/languages

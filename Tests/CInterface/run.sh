@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Shows that vexmoor.h is C: every standard of C and of C++ takes it, pedantically and by two compilers; the example of the
-# documents compiles; and a program in C99 runs with the library, with assertions and without. Needs a folder to build in.
+# Shows that vexmoor.h is C. Two compilers accept it, pedantically, in several standards of C and of C++. The example of the
+# documents compiles, and a program in C99 runs with the library, with assertions and without. The argument is a folder to
+# build in.
 set -euo pipefail
 workDir=$1
 mkdir -p "$workDir"

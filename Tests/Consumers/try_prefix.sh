@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Tries an installed library as a host does that finds it with CMake, and as one that asks pkg-config, in C++ and in C. Also
-# that a client compiled with the other VX_ASSERTIONS does not link. Needs the prefix, the name of an existing compiler of
-# C++, whose compiler of C is there too, and a folder to work in.
+# Tries an installed library in hosts that find it with CMake and with pkg-config, in C++ and in C. Also checks that a client
+# compiled with another VX_ASSERTIONS does not link. Arguments are the prefix, the name of a C++ compiler, whose C compiler
+# has to be installed too, and a folder to work in.
 set -euo pipefail
 prefix=$1 compiler=$2 workDir=$3
 consumers=$(cd "$(dirname "$0")" && pwd)

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Stops a program in gdb and compares what the printers say with Tests/Debug/printers.txt; addresses read ADDRESS there.
+# Stops a program in gdb and compares what the printers print with Tests/Debug/printers.txt, in which addresses read ADDRESS.
 #
 #   gdb_test.sh GDB PRINTERS PROGRAM
 set -euo pipefail
@@ -8,7 +8,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 
-# What a sanitizer does at the end of a process, it does not do in a debugger.
+# In a debugger, a sanitizer cannot check for leaks when the process ends.
 ASAN_OPTIONS=detect_leaks=0 "$gdb" -nx -batch -x "$printers" -x "$here/printers.gdb" "$program" >"$log" 2>&1 ||
 	{ cat "$log"; exit 1; }
 if grep -Eq 'ptrace: Operation not permitted|Cannot PTRACE' "$log"; then

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Looks up what the documents point at: files, headings, and tests. Called with the repository's root.
+"""Checks that the files, headings and tests exist that the documents name. The argument is the repository's root.
 
 A test is named as GoogleTest names it, `Suite.Test`, in a document under Docs.
 """

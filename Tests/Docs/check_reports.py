@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Holds Docs/reports.md against the sources: every text that the library can report has one entry, under its kind
-and the file that reports it, and no entry is without a text. Called with the repository's root.
+"""Compares Docs/reports.md with the sources: every text that the library can report has one entry, under its kind
+and the file that reports it, and every entry has a text. The argument is the repository's root.
 
 An entry is "- `text`, `detail`, ...: what it means and what to do". The text is an assertion's condition, or its
 message with the condition as detail; a warning with its sites; a sentence of the validation. Numbers in formatted texts are

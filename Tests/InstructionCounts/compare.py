@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Compares instruction counts with recorded ones: a rise of more than 3 % fails, a fall as large is worth a word.
+"""Compares instruction counts with recorded ones. A rise of more than 3 % fails; a fall of more than 3 % is pointed out.
 
 compare.py RECORDED COUNTED
 

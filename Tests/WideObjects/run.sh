@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# What is compiled for wider registers must not be shared with the rest of the program: of an inline function that several
-# files leave a body of, the linker keeps one, and a processor without wide registers would meet it. Compiles each file
-# of instances with several flags and looks for such bodies: weak functions that are defined.
+# Checks that code for wider registers is not shared with the rest of the program. If several files have a body of an
+# inline function, the linker keeps one of them, and a processor without wide registers might run the wrong one. Compiles
+# each file of instances with several flags and looks for such bodies: weak functions that are defined.
 #
 #   run.sh REPOSITORY COMPILER FOLDER
 set -euo pipefail
