@@ -98,7 +98,7 @@
 #endif
 
 ///@{
-/// The condition's value, with a hint which one to lay out straight.
+/// The condition's value. The name tells the compiler which value is usual.
 #if VX_COMPILER_MSVC
 	#define VX_LIKELY(...) (!!(__VA_ARGS__))
 	#define VX_UNLIKELY(...) (!!(__VA_ARGS__))
@@ -109,11 +109,11 @@
 ///@}
 
 ///@{
-/// Around functions that are compiled for processors with wider registers, whatever the rest is compiled for. Who calls
-/// them asks kr_cpu.h before. Compilers inline a function only into one that is compiled for as much, so everything
-/// that such a function has inlined and that uses wide registers stands between the same two. Other headers come
-/// before: a function of theirs that is not inlined may be shared by the whole program. Microsoft's compiler takes
-/// every instruction everywhere.
+/// These two stand around functions that are compiled for wider registers than the rest. A caller asks kr_cpu.h first
+/// whether the processor has them. Compilers inline a function only into one that is compiled for as much, so every
+/// function with wide registers that is to be inlined there stands between the same two. Other headers are included
+/// before, because a function of theirs that is not inlined may be shared by the whole program. Microsoft's compiler
+/// accepts every instruction everywhere.
 #if VX_COMPILER_MSVC
 	#define VX_BEGIN_TARGET(_features)
 	#define VX_END_TARGET
@@ -130,7 +130,7 @@
 ///@}
 
 #if !VX_COMPILER_MSVC
-	/// Elements of two registers of lanes, by constant numbers: those of the second one follow on those of the first.
+	/// Elements of two registers of lanes, chosen by constant numbers, which count on from the first into the second.
 	#define VX_SHUFFLE(_a, _b, ...) __builtin_shufflevector(_a, _b, __VA_ARGS__)
 #endif
 
@@ -155,7 +155,7 @@
 	#define VX_PREFETCH_TO_READ(_address) __builtin_prefetch(_address)
 #endif
 
-/// Lets the processor begin no load behind this before all stores ahead know their addresses, where it can be told so.
+/// No load behind this begins before all stores ahead know their addresses, on processors that have a way to say so.
 /// Processors guess whether a load reads what a store ahead is about to write, and start over if the guess was wrong.
 /// It pays between a loop that stores to computed addresses and one that reads the few records that were stored.
 #if VX_X86 && VX_COMPILER_MSVC
@@ -173,7 +173,7 @@
 	#define VX_FUNCTION __PRETTY_FUNCTION__
 #endif
 
-/// Something that nobody names, and that linkers leave in all the same. Microsoft's compiler leaves it out where it
+/// A variable that linkers keep although nothing refers to it. Microsoft's compiler removes it all the same when it
 /// optimises.
 #if VX_COMPILER_MSVC
 	#define VX_KEPT [[maybe_unused]]
@@ -198,8 +198,8 @@
 	#define VX_ANYWHERE __attribute__((may_alias, aligned(1)))
 #endif
 
-/// The constraint's letter, in inline assembler, of a register with four lanes. Processors without such registers have
-/// lanes in memory.
+/// The letter of the constraint that stands for a register with four lanes in inline assembler. On processors without
+/// such registers, lanes are in memory.
 #if VX_X86
 	#define VX_LANES_REGISTER "x"
 #elif VX_ARM64
@@ -211,7 +211,7 @@
 #endif
 
 #if VX_HAS_ASM
-	/// Makes compilers forget what they know of the value of some lanes. It is no instruction.
+	/// Makes compilers forget what they know about the value of lanes. It is no instruction.
 	#define VX_OPAQUE(_lanes) __asm__("" : "+" VX_LANES_REGISTER(_lanes))
 #endif
 
@@ -266,8 +266,8 @@
 #endif
 ///@}
 
-/// No access to memory moves across: what was written as one type is read as another one of the same layout from here
-/// on. Not an instruction.
+/// No access to memory moves across this, so that bytes written as one type may be read as another type of the same
+/// layout. It is no instruction.
 #if VX_COMPILER_MSVC
 	#define VX_MEMORY_CHANGES_TYPES() _ReadWriteBarrier()
 #else
@@ -275,7 +275,7 @@
 #endif
 
 ///@{
-/// A bool that threads share, read and written whole, in no order with anything else.
+/// Reads and writes a bool that threads share, atomically, without an order among other accesses.
 #if VX_COMPILER_MSVC
 	#define VX_LOAD_FLAG(_flag) (*static_cast<const volatile bool *>(&(_flag)))
 	#define VX_STORE_FLAG(_flag, _value) (*static_cast<volatile bool *>(&(_flag)) = (_value))
@@ -285,8 +285,8 @@
 #endif
 ///@}
 
-/// Unsigned arithmetic of the function is meant to wrap: clang's -fsanitize=integer, which takes every wrap for a
-/// fault, passes it over.
+/// Marks a function whose unsigned arithmetic is meant to wrap: clang's -fsanitize=integer, which takes every wrap for
+/// a fault, does not check it.
 #if !VX_COMPILER_MSVC && defined(__clang__)
 	#define VX_WRAPS __attribute__((no_sanitize("unsigned-integer-overflow", "unsigned-shift-base")))
 #else
@@ -294,8 +294,8 @@
 #endif
 
 /// Stands at the head of a file whose floating-point arithmetic is exact to the bit, behind the headers that it
-/// includes. It has Microsoft's compiler round every operation on its own, whatever its flags. With the GNU family it
-/// is nothing: its flags hold for intrinsics too, so sums of keys are instructions of inline assembler there.
+/// includes. It makes Microsoft's compiler round every operation by itself, whatever the flags. In the GNU family it
+/// is nothing: flags affect intrinsics there too, so sums of keys are instructions of inline assembler.
 #if VX_COMPILER_MSVC
 	#define VX_PRECISE_FLOATS __pragma(float_control(precise, on)) __pragma(fp_contract(off))
 #else
@@ -303,9 +303,9 @@
 #endif
 
 ///@{
-/// Reads the processor's floating-point mode into a u32, or makes a u32 the mode: MXCSR on x86, FPCR on 64-bit ARM,
-/// FPSCR on 32-bit ARM, the rounding mode alone on RISC-V. No access to memory moves across a change. Not defined where
-/// there is no mode, as on WebAssembly, or none is known.
+/// Reads the processor's floating-point mode into a u32, or sets it from a u32: MXCSR on x86, FPCR on 64-bit ARM, FPSCR
+/// on 32-bit ARM, the rounding mode alone on RISC-V. No access to memory moves across a change. Not defined if there is
+/// no mode, as on WebAssembly, or if it is not known.
 #if VX_COMPILER_MSVC && VX_X86
 	#define VX_GET_FLOAT_MODE(_mode) (_ReadWriteBarrier(), (_mode) = _mm_getcsr())
 	#define VX_SET_FLOAT_MODE(_mode) (_ReadWriteBarrier(), _mm_setcsr(_mode), _ReadWriteBarrier())
@@ -330,8 +330,8 @@
 
 ///@{
 /// What an x86 processor says of itself. VX_CPUID fills an array of four int with EAX, EBX, ECX and EDX of a leaf and a
-/// subleaf. VX_XCR0 gives an int the low half of XCR0, which says whose registers the operating system saves; CPUID
-/// says before whether the program may ask for it.
+/// subleaf. VX_XCR0 sets an int to the low half of XCR0, which says which registers the operating system saves. CPUID
+/// says whether a program may read it.
 #if VX_X86 && VX_COMPILER_MSVC
 	#define VX_CPUID(_registers, _leaf, _subleaf) __cpuidex(_registers, _leaf, _subleaf)
 	#define VX_XCR0(_states) ((_states) = int(_xgetbv(0)))
@@ -356,7 +356,7 @@
 #endif
 ///@}
 
-/// A breakpoint that a debugger can continue from; on WebAssembly, an end.
+/// A breakpoint that a debugger can continue from; on WebAssembly, it ends the program.
 #if VX_COMPILER_MSVC
 	#define VX_TRAP() __debugbreak()
 #elif defined(__x86_64__) || defined(__i386__)
@@ -371,7 +371,7 @@
 	#define VX_TRAP() __builtin_trap()
 #endif
 
-/// The calling convention of functions that C calls, or is called by, whatever the flags make the default.
+/// The calling convention of functions between C and C++, whatever default the flags set.
 #if defined(_WIN32)
 	#define VX_CDECL __cdecl
 #else
@@ -384,14 +384,14 @@
 #endif
 
 ///@{
-/// Marks what a shared library gives its clients: VX_API what vx_kernel compiles, functions and classes alike,
-/// VX_GEOMETRICS_API what vx_geometrics does, and VX_API_INLINE what is compiled wherever it is used, templates and
-/// classes of inline functions, for they keep something once per process, such as an assertion site's flag. All else in
-/// a shared library is hidden, and so is what VX_LOCAL takes out of a marked class. Sources that a host builds into
-/// something of its own follow the host's flags.
+/// Mark what a shared library exports: VX_API the functions and classes of vx_kernel, VX_GEOMETRICS_API those of
+/// vx_geometrics, and VX_API_INLINE templates and classes of inline functions, which are compiled wherever they are
+/// used but keep something once per process, such as an assertion site's flag. Everything else in a shared library is
+/// hidden, and so are members of a marked class that VX_LOCAL marks. In sources that a host compiles into a program of
+/// its own, the host's flags decide.
 ///
-/// On Windows a library's own sources are compiled with VX_BUILDS_KERNEL or VX_BUILDS_GEOMETRICS, so that they export
-/// what clients import; the build system says so. There each library and each client has a flag of its own.
+/// On Windows, the build system defines VX_BUILDS_KERNEL or VX_BUILDS_GEOMETRICS for a library's own sources, so that
+/// they export what clients import. There each library and each client keeps an assertion site's flag of its own.
 #if VX_SHARED && defined(_WIN32)
 	#if defined(VX_BUILDS_KERNEL)
 		#define VX_API __declspec(dllexport)
@@ -428,8 +428,8 @@
 /// Its argument's text as it stands.
 #define VX_STRINGIZE_AS_WRITTEN(...) #__VA_ARGS__
 
-/// 1: assertions are compiled in; 0: their sites vanish. A library and everything that includes its headers agree on
-/// the value; the build system's target carries it.
+/// 1: assertions are compiled in; 0: they are not. A library and everything that includes its headers need the same
+/// value, which the build system's target carries.
 #ifndef VX_ASSERTIONS
 	#ifdef NDEBUG
 		#define VX_ASSERTIONS 0

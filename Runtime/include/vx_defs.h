@@ -1,7 +1,7 @@
 #pragma once
 
-// The names that every other header counts on: the version, integer types, the null constant, addresses' alignment
-// test, and the invalid value of index types.
+// The names that every other header uses: the version, integer types, the null constant, a test of an address's
+// alignment, and the invalid value of index types.
 
 #include "vx_compiler.h"
 
@@ -9,8 +9,8 @@
 #include <cstdint>
 
 ///@{
-/// The version, semantic: a new major one may break a client, a new minor one adds, a new patch mends. The build system
-/// reads it here. As one number, two digits each: 1.2.3 is 10203.
+/// The semantic version: a new major number may break a client, a minor one adds, and a patch mends. The build system
+/// reads it here. VX_VERSION is one number, two digits for each part: 1.2.3 is 10203.
 #define VX_VERSION_MAJOR 1
 #define VX_VERSION_MINOR 0
 #define VX_VERSION_PATCH 0

@@ -1,8 +1,8 @@
 #pragma once
 
-// The four-lane 128-bit value, and the only ways in which lanes meet memory: aligned, unaligned and streaming accesses
-// at a byte offset from a pointer. Lanes hold floats or 32-bit integers; arithmetic on
-// registers is that of simd/lanes.h.
+// The 128-bit value of four lanes, which hold floats or 32-bit integers, and its accesses to memory: aligned, unaligned
+// and streaming ones, at a byte offset from a pointer.
+// Arithmetic on registers is in simd/lanes.h.
 
 #include "simd/lanes.h"
 #include "vx_assert.h"
@@ -27,7 +27,7 @@ public:
 	///@}
 #if VX_X86
 	///@{
-	/// The same as x86 tells them apart.
+	/// The lanes in x86's types, which tell floats from integers.
 	VX_INLINE Float4(__m128 lanes)
 		: m_Lanes(_mm_castps_si128(lanes))
 	{
@@ -90,9 +90,9 @@ public:
 		SLanesBase::StoreAligned(_dst, m_Lanes);
 	}
 
-	/// 16 bytes past the caches to a 16-byte aligned address, for write-combined memory. Compilers leave it in its
-	/// place among volatile accesses, as which it counts. The processor orders it weakly: a WriteBarrier comes before
-	/// anybody else may rely on the bytes.
+	/// 16 bytes past the caches to a 16-byte aligned address, for write-combined memory. It counts as a volatile
+	/// access, so compilers keep it in its place among others. The processor orders it weakly: call WriteBarrier before
+	/// another thread or device relies on the bytes.
 	VX_INLINE void StreamAligned16(volatile void *p, sreg offset = 0) const
 	{
 		void *const _dst = _At(const_cast<void *>(p), offset);
