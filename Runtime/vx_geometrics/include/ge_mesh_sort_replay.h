@@ -1,8 +1,8 @@
 #pragma once
 
-// A capture read back: the sort that it holds is set up again as it was, checked against the rules, sorted, and
-// compared with what was recorded. WriteSortCapture (ge_mesh_sort_capture.h) writes captures. Every byte of them is in
-// Docs/capture-format.md.
+// Reads a capture back: sets up the sort that it holds as it was, checks it against the rules, sorts it, and compares
+// the output with the recorded one. WriteSortCapture (ge_mesh_sort_capture.h) writes captures. Docs/capture-format.md
+// describes every byte of them.
 
 #include "ge_mesh_sort_validation.h"
 #include "ge_mesh_triangle_sorter.h"
@@ -25,29 +25,29 @@ public:
 	CCapturedSort(const CCapturedSort &) = delete;
 	CCapturedSort &operator=(const CCapturedSort &) = delete;
 
-	/// Reads a whole capture in place of what was read before. Nothing in the file is believed before it is checked, so
-	/// any bytes may be given.
-	/// file         sizeInBytes bytes; not looked at again after the call
-	/// memoryLimit  bytes that the sort may take in all, its working buffer included; a small file can ask for a lot. A
-	///              copy of the output and what the file has come on top.
-	/// Returns  false if the file is refused: Refusal() says why. No exception leaves it: if memory runs out, the file
-	///          is refused as well, but for an index pattern, which is empty and reported then, as in any sorter. A
-	///          standard library without exceptions ends the process instead.
+	/// Reads a whole capture in place of what was read before. Everything in the file is checked before it is used, so
+	/// the file may have any bytes.
+	/// file         sizeInBytes bytes, which are not needed after the call
+	/// memoryLimit  the most bytes that the sort may take, its working buffer included, since a small file can ask for
+	///              a lot. A copy of the output, and as much memory as the file has, are not counted
+	/// Returns  false if the file is refused: Refusal() says why. A file is also refused if memory runs out, and no
+	///          exception leaves the call. If there is no memory for an index pattern, that is reported, and the
+	///          pattern is empty, as in any sorter. A standard library without exceptions ends the process instead
 	VX_GEOMETRICS_API bool Read(const void *file, u64 sizeInBytes, u64 memoryLimit);
 	/// What is wrong with the file that was read last, and where, in one sentence; "" if nothing is.
 	const char *Refusal() const { return m_Refusal; }
 
-	// What follows is there once Read has returned true.
+	// The following functions may be called after Read has returned true.
 
-	/// Set up as the host's sorter was.
+	/// A sorter, set up as the host's was.
 	VX_GEOMETRICS_API const CTriangleSorter &Sorter() const;
-	/// As given at the host, at the same address modulo 16; null where the sort allocates.
+	/// A working buffer at the same address modulo 16 as the host's; null if the sort allocates.
 	VX_GEOMETRICS_API const void *WorkingBuffer() const;
-	/// What the host said of its bytes. Those that the sort does not use have no memory here.
+	/// The size that the host gave for it. Bytes that the sort does not use have no memory here.
 	VX_GEOMETRICS_API u64 WorkingBufferSize() const;
 
-	/// Sorts as the host did. Call it only if the sort keeps the rules, as ValidateSort says: a broken sort may touch
-	/// what it must not. ReplaySort looks first.
+	/// Sorts as the host did. Call it only if ValidateSort finds no violation, since a sort that breaks a rule may
+	/// access memory outside its buffers. ReplaySort checks first.
 	VX_GEOMETRICS_API void Sort();
 
 	/// Where the sort writes.
@@ -60,7 +60,7 @@ public:
 	u64 OutputSize() const { return u64(OutputCount()) * IndexSize(); }
 	/// Whether the capture has the host's output.
 	VX_GEOMETRICS_API bool HasRecordedOutput() const;
-	/// The host's output, as large as this one; where the sort wrote nothing, what lay there before.
+	/// The host's output, as large as this one, with what lay there before where the sort wrote nothing.
 	VX_GEOMETRICS_API const u8 *RecordedOutput() const;
 
 	/// The numbers of the call.
@@ -85,10 +85,10 @@ private:
 	char m_Refusal[256] = "";
 };
 
-/// What a captured sort comes to on this machine.
+/// The result of a captured sort on this machine.
 struct SSortReplay
 {
-	u32 m_ViolationCount = 0; ///< Broken rules. With any, the sort is not run, and what follows stays as it is.
+	u32 m_ViolationCount = 0; ///< Broken rules. If there are any, the sort is not run.
 
 	bool m_Sorted = false;  ///< The sort was run.
 	u32 m_WrittenCount = 0; ///< Indices that it wrote.
@@ -96,17 +96,17 @@ struct SSortReplay
 
 	bool m_Compared = false;   ///< There is a recorded output.
 	u32 m_DifferenceCount = 0; ///< Written indices that are not as recorded.
-	u32 m_FirstDifference = 0; ///< The place of the first one in the output,
-	u32 m_ReplayedIndex = 0;   ///< what it is here,
-	u32 m_RecordedIndex = 0;   ///< and what it is in the capture.
+	u32 m_FirstDifference = 0; ///< The position in the output of the first such index.
+	u32 m_ReplayedIndex = 0;   ///< That index as written here.
+	u32 m_RecordedIndex = 0;   ///< That index as recorded.
 
-	/// Whether nothing wrong has come up.
+	/// True if the sort was run, and no index differs.
 	bool Good() const { return m_Sorted && m_DifferenceCount == 0; }
 };
 
-/// Checks a captured sort with ValidateSort, sorts it twice if it keeps the rules, and compares the output with the
-/// recorded one. Two sorts over unlike bytes tell the indices that a sort writes from those that it leaves.
+/// Checks a captured sort with ValidateSort, sorts it if it breaks no rule, and compares the output with the recorded
+/// one. It sorts twice, over different bytes, which shows the indices that the sort writes.
 /// handler  receives what ValidateSort finds, on the calling thread; may be null
-/// Reports  whatever the sort reports.
+/// Reports  what the sort reports
 VX_GEOMETRICS_API SSortReplay ReplaySort(CCapturedSort &capture, CbSortFinding handler, void *userData);
 } // namespace Vexmoor
