@@ -1,0 +1,122 @@
+#!/usr/bin/env bash
+# Installs what is missing and builds the sorter for JavaScript, with and without WebAssembly's SIMD, as a package that npm
+# installs: build/web/package, and the same packed.
+#
+#   ./Tools/web.sh                  builds and packs
+#   ./Tools/web.sh --test           and passes the package's tests
+#   ./Tools/web.sh --bench          and measures it in node beside other sorts; what follows is handed to Web/bench/bench.mjs
+#   ./Tools/web.sh --serve          and serves the page of Web/page on 127.0.0.1, at port 8000 or at the one that follows
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+fail()
+{
+	printf 'web.sh: %s\n' "$1" >&2
+	exit 2
+}
+
+mode=${1:-}
+case $mode in
+"" | --test)
+	[ $# -le 1 ] || fail "$mode takes no further argument, unlike \"$2\""
+	;;
+--serve)
+	[ $# -le 2 ] || fail "--serve takes one port, and nothing behind it like \"$3\""
+	port=${2:-8000}
+	if [[ ! $port =~ ^[1-9][0-9]{0,4}$ ]] || [ "$port" -gt 65535 ]; then
+		fail "--serve takes a port from 1 to 65535, not \"$port\""
+	fi
+	[ -d Web/page ] || fail "there is no page in Web/page to serve"
+	;;
+--bench) ;;
+*) fail "there is no option \"$mode\"; the options are: --test, --bench, --serve" ;;
+esac
+
+packages=(emscripten libsimde-dev python3)
+command -v node >/dev/null || packages+=(nodejs)
+command -v npm >/dev/null || packages+=(npm) # comes with node where that is not Debian's
+[ "$mode" != --test ] || packages+=(node-typescript)
+[ "$mode" != --bench ] || packages+=(g++)
+Tools/install_packages.sh "${packages[@]}"
+
+build=build/web
+includes=(-I Runtime/include -I Runtime/vx_maths/include -I Runtime/vx_kernel/include -I Runtime/vx_geometrics/include)
+compiling=(-std=c++17 -O3 -DNDEBUG -DVX_ASSERTIONS=0 -fno-exceptions -fno-rtti -Wall -Wextra "${includes[@]}")
+# No main and no JavaScript of emscripten's: a few imports, which vexmoor.js knows. The stack holds the radix sort's 22 KB of
+# counters several times over.
+linking=(-O3 --no-entry -sSTANDALONE_WASM=1 -sMALLOC=emmalloc -sALLOW_MEMORY_GROWTH=1 -sMAXIMUM_MEMORY=4GB
+	-sINITIAL_MEMORY=1MB -sTOTAL_STACK=128KB)
+export NODE_PATH=/usr/share/nodejs # where emscripten finds the packages that it asks node for
+
+# What a build says is worth reading only when it fails.
+mkdir -p "$build"
+log=$PWD/$build/log
+quietly()
+{
+	"$@" >"$log" 2>&1 && return
+	cat "$log" >&2
+	printf 'failed: %s\n' "$*" >&2
+	exit 1
+}
+
+# Compiles the library into an archive, so that the linker takes from it what the module needs, and links the module with the
+# flags given. Only where a source, or how it is compiled, has changed.
+build_module()
+{
+	local name=$1
+	shift
+	local objects=$build/objects/$name state
+	state=$({
+		printf '%s\n' "$name" "$@"
+		cat Tools/web.sh
+		find Runtime Web/package/src \( -name '*.cpp' -o -name '*.h' \) -print0 | sort -z | xargs -0 cat
+	} | sha256sum)
+	if [ -e "$build/$name" ] && [ "$(cat "$objects/state" 2>/dev/null)" = "$state" ]; then
+		return
+	fi
+	printf 'Building %s ...\n' "$name" >&2
+	rm -rf "$objects"
+	mkdir -p "$objects"
+	find Runtime -name '*.cpp' -print0 | quietly xargs -0 -n 1 -P "$(nproc)" \
+		bash -c 'em++ "${@:2:$#-2}" -c "${*: -1}" -o "$1/$(basename "${*: -1}" .cpp).o"' _ "$objects" "${compiling[@]}" "$@"
+	quietly emar rcs "$objects/library.a" "$objects"/*.o
+	quietly em++ "${compiling[@]}" "$@" Web/package/src/*.cpp "$objects/library.a" "${linking[@]}" -o "$build/$name"
+	printf '%s\n' "$state" >"$objects/state"
+}
+
+build_package()
+{
+	build_module vexmoor-simd.wasm -msimd128
+	# Without SIMD, lanes are SIMDe's: its headers alone, without the rest of this machine's.
+	mkdir -p "$build/include"
+	ln -sfn /usr/include/simde "$build/include/simde"
+	build_module vexmoor.wasm -DVEXMOOR_SIMDE -isystem "$build/include" -Wno-pass-failed
+
+	local package=$build/package
+	rm -rf "$package"
+	mkdir -p "$package"
+	cp COPYRIGHT Web/package/{package.json,README.md,vexmoor.js,vexmoor.d.ts} "$build"/vexmoor{,-simd}.wasm "$package"
+	rm -f "$build"/*.tgz
+	(cd "$package" && quietly npm pack --offline --pack-destination ..)
+}
+
+# A folder of static files: the page, and the package beside it.
+build_page()
+{
+	rm -rf "$build/page"
+	cp -r Web/page "$build/page"
+	cp -r "$build/package" "$build/page/vexmoor"
+}
+
+build_package
+printf 'The package: %s\n' "$PWD/$build/"*.tgz
+[ ! -d Web/page ] || build_page
+
+case $mode in
+--test) VEXMOOR_WEB_BUILD=$PWD/$build node --test Web/tests/*.test.mjs ;;
+--bench) VEXMOOR_WEB_BUILD=$PWD/$build node Web/bench/bench.mjs "${@:2}" ;;
+--serve)
+	printf 'The page: http://127.0.0.1:%s/\n' "$port"
+	exec python3 -m http.server --bind 127.0.0.1 --directory "$build/page" "$port"
+	;;
+esac

@@ -1,0 +1,162 @@
+// The functions that the module exports. vexmoor.js calls them and has checked every argument before. A sorter is one
+// block of memory that is taken once, so a sort takes none. A sort is a point sort of one page: its records are filled,
+// sorted and expanded, each by the sorter's public function for that stage.
+
+#include "ge_mesh_triangle_sorter.h"
+
+#include "vx_compiler.h"
+#include "vx_defs.h"
+
+#include "kr_memoryviews.h"
+#include "kr_sort.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+using namespace Vexmoor;
+
+// Before a function: JavaScript finds it under this name.
+#define VX_WEB_EXPORT(_name) extern "C" __attribute__((export_name(#_name)))
+
+namespace
+{
+// The arrays of a block, in the order in which they lie.
+enum EArray
+{
+	Array_Pattern,
+	Array_SortKeys, // three floats per particle by position, one by value
+	Array_Enableds, // a byte per particle, or nothing
+	Array_Indices,
+	Array_Sorted,  // records in drawing order
+	Array_Records, // records as they are filled
+	Array_Count
+};
+
+struct SPointSorter
+{
+	bool m_ByPosition;
+	bool m_HasEnableds;
+	bool m_Has16BitIndices;
+	u32 m_PatternCount;
+	u32 m_VerticesPerParticle;
+	u32 m_Offsets[Array_Count]; // of the arrays, in bytes from the sorter, which comes first in the block
+
+	template<typename _Type>
+	_Type *Array(EArray array)
+	{
+		return reinterpret_cast<_Type *>(reinterpret_cast<u8 *>(this) + m_Offsets[array]);
+	}
+};
+
+constexpr u32 kAlignment = 64; // of every array: a cache line, and more than the 16 bytes that records need
+
+u64 RoundedUp(u64 bytes)
+{
+	return (bytes + kAlignment - 1) / kAlignment * kAlignment;
+}
+} // namespace
+
+// The library's version, 10203 for 1.2.3.
+VX_WEB_EXPORT(version) u32 version()
+{
+	return VX_VERSION;
+}
+
+// Whether lanes are those of WebAssembly's 128-bit SIMD.
+VX_WEB_EXPORT(has_simd) bool has_simd()
+{
+	return VX_WASM_SIMD;
+}
+
+// Takes a block for a sorter of capacity particles. Enabled bytes are 1, everything else is 0, and so is the pattern
+// that the caller then writes. Returns null where the block is too large for the memory.
+VX_WEB_EXPORT(create) SPointSorter *create(u32 capacity,
+	bool byPosition,
+	bool hasEnableds,
+	bool has16BitIndices,
+	u32 patternCount,
+	u32 verticesPerParticle)
+{
+	const u64 particleCount = capacity;
+	const u64 recordsSize = RoundedUp(particleCount * sizeof(SIndexAndDepth));
+	const u64 sizes[Array_Count] = {
+		RoundedUp(u64(patternCount) * sizeof(u32)),
+		RoundedUp(particleCount * (byPosition ? sizeof(CFloat3) : sizeof(float))),
+		RoundedUp(hasEnableds ? particleCount : 0),
+		RoundedUp(particleCount * patternCount * (has16BitIndices ? sizeof(u16) : sizeof(u32))),
+		recordsSize,
+		recordsSize,
+	};
+	SPointSorter sorter = {byPosition, hasEnableds, has16BitIndices, patternCount, verticesPerParticle, {}};
+	u64 size = RoundedUp(sizeof(SPointSorter));
+	for (u32 array = 0; array < Array_Count; ++array)
+	{
+		sorter.m_Offsets[array] = u32(size);
+		size += sizes[array];
+		if (size > std::numeric_limits<u32>::max())
+			return null;
+	}
+	void *const block = std::aligned_alloc(kAlignment, std::size_t(size));
+	if (block == null)
+		return null;
+	std::memset(block, 0, sorter.m_Offsets[Array_Sorted]);
+	std::memcpy(block, &sorter, sizeof(sorter));
+	SPointSorter *const created = static_cast<SPointSorter *>(block);
+	if (hasEnableds)
+		std::memset(created->Array<u8>(Array_Enableds), 1, capacity);
+	return created;
+}
+
+// Gives a sorter's block back.
+VX_WEB_EXPORT(release) void release(SPointSorter *sorter)
+{
+	std::free(sorter);
+}
+
+// Where a sorter's arrays lie.
+VX_WEB_EXPORT(pattern) u32 *pattern(SPointSorter *sorter)
+{
+	return sorter->Array<u32>(Array_Pattern);
+}
+VX_WEB_EXPORT(sort_keys) float *sort_keys(SPointSorter *sorter)
+{
+	return sorter->Array<float>(Array_SortKeys);
+}
+VX_WEB_EXPORT(enabled) u8 *enabled(SPointSorter *sorter)
+{
+	return sorter->Array<u8>(Array_Enableds);
+}
+VX_WEB_EXPORT(indices) void *indices(SPointSorter *sorter)
+{
+	return sorter->Array<void>(Array_Indices);
+}
+
+// Sorts the first count particles. Returns how many of them are drawn.
+VX_WEB_EXPORT(sort) u32 sort(SPointSorter *sorter, u32 count, float cameraX, float cameraY, float cameraZ)
+{
+	const u8 *const enableds = sorter->Array<u8>(Array_Enableds);
+	const u32 drawnCount = sorter->m_HasEnableds ? count - u32(std::count(enableds, enableds + count, u8(0))) : count;
+	const TMemoryView<SIndexAndDepth> records(sorter->Array<SIndexAndDepth>(Array_Records), drawnCount);
+	const TMemoryView<SIndexAndDepth> sorted(sorter->Array<SIndexAndDepth>(Array_Sorted), drawnCount);
+	const TStridedMemoryView<const u8> enabledView(enableds, sorter->m_HasEnableds ? count : 0, sizeof(u8));
+
+	if (sorter->m_ByPosition)
+		CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(records,
+			TStridedMemoryView<const CFloat3>(sorter->Array<CFloat3>(Array_SortKeys), count, sizeof(CFloat3)),
+			CFloat3(cameraX, cameraY, cameraZ), enabledView, 0, sorter->m_VerticesPerParticle);
+	else
+		CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(records,
+			TStridedMemoryView<const float>(sorter->Array<float>(Array_SortKeys), count, sizeof(float)), enabledView, 0,
+			sorter->m_VerticesPerParticle);
+
+	Sort<SSortKeyExtractor_TriangleIndexAndDepth>(records.Begin(), records.End(), sorted.Begin());
+
+	const TMemoryView<const u32> drawnPattern(sorter->Array<u32>(Array_Pattern), sorter->m_PatternCount);
+	if (sorter->m_Has16BitIndices)
+		CTriangleSorter::ExpandIndices(drawnPattern, sorted.Data(), sorter->Array<u16>(Array_Indices), drawnCount);
+	else
+		CTriangleSorter::ExpandIndices(drawnPattern, sorted.Data(), sorter->Array<u32>(Array_Indices), drawnCount);
+	return drawnCount;
+}
