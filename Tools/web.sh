@@ -36,7 +36,7 @@ packages=(emscripten libsimde-dev python3)
 command -v node >/dev/null || packages+=(nodejs)
 command -v npm >/dev/null || packages+=(npm) # comes with node where that is not Debian's
 [ "$mode" != --test ] || packages+=(node-typescript)
-[ "$mode" != --bench ] || packages+=(g++)
+[ "$mode" != --bench ] || packages+=(g++ cmake)
 Tools/install_packages.sh "${packages[@]}"
 
 build=build/web
@@ -100,6 +100,18 @@ build_package()
 	(cd "$package" && quietly npm pack --offline --pack-destination ..)
 }
 
+# What the package is measured beside: a counting sort in C, compiled like the module, and the library's native code.
+build_peers()
+{
+	quietly emcc -O3 -msimd128 -mnontrapping-fptoint -Wall -Wextra Web/bench/counting_sort.c --no-entry -sSTANDALONE_WASM=1 \
+		-sINITIAL_MEMORY=1MB -sTOTAL_STACK=64KB -sALLOW_MEMORY_GROWTH=1 -sMAXIMUM_MEMORY=4GB -o "$build/counting_sort.wasm"
+	quietly cmake -S . -B "$build/native-library" -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF \
+		-DVEXMOOR_BUILD_SAMPLES=OFF
+	quietly cmake --build "$build/native-library" --parallel "$(nproc)"
+	quietly g++ -std=c++17 -O3 -DNDEBUG -DVX_ASSERTIONS=0 -Wall -Wextra "${includes[@]}" Web/bench/native.cpp \
+		"$build"/native-library/Runtime/vx_{geometrics/libvx_geometrics,kernel/libvx_kernel}.a -o "$build/native"
+}
+
 # A folder of static files: the page, and the package beside it.
 build_page()
 {
@@ -114,7 +126,11 @@ printf 'The package: %s\n' "$PWD/$build/"*.tgz
 
 case $mode in
 --test) VEXMOOR_WEB_BUILD=$PWD/$build node --test Web/tests/*.test.mjs ;;
---bench) VEXMOOR_WEB_BUILD=$PWD/$build node Web/bench/bench.mjs "${@:2}" ;;
+--bench)
+	build_peers
+	VEXMOOR_WEB_COMPILERS="emscripten $(emcc -dumpversion), g++ $(g++ -dumpfullversion), -O3" \
+		VEXMOOR_WEB_BUILD=$PWD/$build node Web/bench/bench.mjs "${@:2}"
+	;;
 --serve)
 	printf 'The page: http://127.0.0.1:%s/\n' "$port"
 	exec python3 -m http.server --bind 127.0.0.1 --directory "$build/page" "$port"
