@@ -8,7 +8,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 sections=(
-	format analysis docs same-bits instructions package c bindings fuzz bugs debug release clang-debug sanitize threads memcheck
+	format analysis docs same-bits instructions package c bindings web fuzz bugs debug release clang-debug sanitize threads memcheck
 	host-flags clang-host-flags
 )
 
@@ -153,6 +153,7 @@ for section in "$@"; do
 		Tools/install_packages.sh rustc python3-numpy
 		Tests/Bindings/run.sh build/bindings
 		;;
+	web) Tools/web.sh --test ;;
 	fuzz) Tools/fuzz.sh "$fuzzSeconds" ;;
 	bugs)
 		Tools/bugs.py --check

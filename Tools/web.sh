@@ -41,10 +41,10 @@ Tools/install_packages.sh "${packages[@]}"
 
 build=build/web
 includes=(-I Runtime/include -I Runtime/vx_maths/include -I Runtime/vx_kernel/include -I Runtime/vx_geometrics/include)
-compiling=(-std=c++17 -O3 -DNDEBUG -DVX_ASSERTIONS=0 -fno-exceptions -fno-rtti -Wall -Wextra "${includes[@]}")
+compiling=(-std=c++17 -DNDEBUG -DVX_ASSERTIONS=0 -fno-exceptions -fno-rtti -Wall -Wextra "${includes[@]}")
 # No main and no JavaScript of emscripten's: a few imports, which vexmoor.js knows. The stack holds the radix sort's 22 KB of
 # counters several times over.
-linking=(-O3 --no-entry -sSTANDALONE_WASM=1 -sMALLOC=emmalloc -sALLOW_MEMORY_GROWTH=1 -sMAXIMUM_MEMORY=4GB
+linking=(--no-entry -sSTANDALONE_WASM=1 -sMALLOC=emmalloc -sALLOW_MEMORY_GROWTH=1 -sMAXIMUM_MEMORY=4GB
 	-sINITIAL_MEMORY=1MB -sTOTAL_STACK=128KB)
 export NODE_PATH=/usr/share/nodejs # where emscripten finds the packages that it asks node for
 
@@ -86,11 +86,12 @@ build_module()
 
 build_package()
 {
-	build_module vexmoor-simd.wasm -msimd128
+	# Every engine that has SIMD also has instructions that copy and fill memory.
+	build_module vexmoor-simd.wasm -O3 -msimd128 -mbulk-memory
 	# Without SIMD, lanes are SIMDe's: its headers alone, without the rest of this machine's.
 	mkdir -p "$build/include"
 	ln -sfn /usr/include/simde "$build/include/simde"
-	build_module vexmoor.wasm -DVEXMOOR_SIMDE -isystem "$build/include" -Wno-pass-failed
+	build_module vexmoor.wasm -Os -flto -DVEXMOOR_SIMDE -isystem "$build/include" -Wno-pass-failed
 
 	local package=$build/package
 	rm -rf "$package"

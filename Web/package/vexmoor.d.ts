@@ -30,7 +30,7 @@ export interface Vexmoor {
 	/**
 	 * Takes memory for a draw call of up to `capacity` particles. All memory that its sorts use is taken here, so views of
 	 * other sorters' arrays become detached: read the properties again, they are up to date.
-	 * Throws an Error where an option is wrong or there is no memory.
+	 * Throws an Error where an option is wrong or there is no memory: 2 GB for a sorter, and 4 GB for all of a module.
 	 */
 	createPointSorter(options: PointSorterOptions & { indexType: "uint16" }): PointSorter<Uint16Array>;
 	createPointSorter(options: PointSorterOptions & { indexType?: "uint32" }): PointSorter<Uint32Array>;
@@ -64,13 +64,13 @@ export interface PointSorterOptions {
 
 /** A draw call's arrays, in the module's memory, and its sort. */
 export interface PointSorter<Indices extends Uint32Array | Uint16Array = Uint32Array | Uint16Array> {
-	/** x, y and z of each particle: write here. Empty for a sorter by value. */
+	/** x, y and z of each particle: write here. Zeros at first. Empty for a sorter by value. */
 	readonly positions: Float32Array;
-	/** A value per particle: write here. Empty for a sorter by position. */
+	/** A value per particle: write here. Zeros at first. Empty for a sorter by position. */
 	readonly values: Float32Array;
 	/** A byte per particle, 0 for one that is not drawn; all are 1 at first. Empty unless asked for. */
 	readonly enabled: Uint8Array;
-	/** The whole output, of which a sort writes the beginning. */
+	/** The whole output, of which a sort writes the beginning and leaves the rest as it was. Unspecified at first. */
 	readonly indices: Indices;
 
 	/**

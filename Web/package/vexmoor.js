@@ -190,5 +190,7 @@ function isIndex(value) {
 }
 
 function text(value) {
+	if (Array.isArray(value) || ArrayBuffer.isView(value))
+		return `[${Array.from(value).join(", ")}]`;
 	return typeof value === "string" ? `"${value}"` : String(value);
 }

@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 
 using namespace Vexmoor;
 
@@ -52,6 +51,9 @@ struct SPointSorter
 
 constexpr u32 kAlignment = 64; // of every array: a cache line, and more than the 16 bytes that records need
 
+// The heap grows by signed 32-bit numbers of bytes.
+constexpr u64 kMaxBlockSize = (u64(1) << 31) - (1u << 20); // with room for the heap's own words
+
 u64 RoundedUp(u64 bytes)
 {
 	return (bytes + kAlignment - 1) / kAlignment * kAlignment;
@@ -70,8 +72,8 @@ VX_WEB_EXPORT(has_simd) bool has_simd()
 	return VX_WASM_SIMD;
 }
 
-// Takes a block for a sorter of capacity particles. Enabled bytes are 1, everything else is 0, and so is the pattern
-// that the caller then writes. Returns null where the block is too large for the memory.
+// Takes a block for a sorter of capacity particles, whose pattern the caller then writes. Positions or values are 0 and
+// enabled bytes are 1. Returns null where the memory has no room for the block.
 VX_WEB_EXPORT(create) SPointSorter *create(u32 capacity,
 	bool byPosition,
 	bool hasEnableds,
@@ -95,17 +97,16 @@ VX_WEB_EXPORT(create) SPointSorter *create(u32 capacity,
 	{
 		sorter.m_Offsets[array] = u32(size);
 		size += sizes[array];
-		if (size > std::numeric_limits<u32>::max())
+		if (size > kMaxBlockSize)
 			return null;
 	}
 	void *const block = std::aligned_alloc(kAlignment, std::size_t(size));
 	if (block == null)
 		return null;
-	std::memset(block, 0, sorter.m_Offsets[Array_Sorted]);
-	std::memcpy(block, &sorter, sizeof(sorter));
 	SPointSorter *const created = static_cast<SPointSorter *>(block);
-	if (hasEnableds)
-		std::memset(created->Array<u8>(Array_Enableds), 1, capacity);
+	*created = sorter;
+	std::memset(created->Array<u8>(Array_SortKeys), 0, std::size_t(sizes[Array_SortKeys]));
+	std::memset(created->Array<u8>(Array_Enableds), 1, std::size_t(sizes[Array_Enableds]));
 	return created;
 }
 
