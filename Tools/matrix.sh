@@ -223,7 +223,7 @@ add_simde_rows()
 	done
 }
 
-# WebAssembly under node. Without its SIMD it goes through SIMDe.
+# WebAssembly under node, with SIMD and without, for which there are scalar lanes. With VEXMOOR_SIMDE it goes without these.
 add_wasm_rows()
 {
 	local level
@@ -233,6 +233,10 @@ add_wasm_rows()
 	add_row em++ -O0 simd128 -ffast-math 1 sources
 	add_row em++ -O3 simd128 -ffast-math 0 sources
 	add_row em++ -O3 simd128 "-ffast-math -DVX_HAS_ASM=0" 1 sources
+	add_row em++ -O0 wasm32 "" 1 sources
+	add_row em++ -O2 wasm32 "" 0 sources
+	add_row em++ -O3 wasm32 -ffast-math 1 sources
+	add_row em++ -O3 wasm32 "-ffast-math -DVX_HAS_ASM=0" 0 sources
 	add_row em++ -O2 wasm32 -DVEXMOOR_SIMDE 0 sources
 }
 

@@ -67,6 +67,7 @@ SOURCES_OF_HEADER = {
 	"kr_sort_records.h": ["quick_sort_test", "radix_sort_test"],
 	"kr_string.h": ["log_unique_test", "diagnostics_test"],
 	"kr_first_answer.h": ["wide_lanes_test"],
+	"lanes_scalar.h": ["scalar_lanes_test"],
 	"lanes_sse2.h": ["simd_vector_test", "sort_scan_test"],
 	"pv_sort_scan.h": ["sort_scan_test"],
 	"simd_vector.h": ["simd_vector_test"],

@@ -32,7 +32,7 @@ case $mode in
 *) fail "there is no option \"$mode\"; the options are: --test, --bench, --serve" ;;
 esac
 
-packages=(emscripten libsimde-dev python3)
+packages=(emscripten python3)
 command -v node >/dev/null || packages+=(nodejs)
 command -v npm >/dev/null || packages+=(npm) # comes with node where that is not Debian's
 [ "$mode" != --test ] || packages+=(node-typescript)
@@ -88,10 +88,7 @@ build_package()
 {
 	# Every engine that has SIMD also has instructions that copy and fill memory.
 	build_module vexmoor-simd.wasm -O3 -msimd128 -mbulk-memory
-	# Without SIMD, lanes are SIMDe's: its headers alone, without the rest of this machine's.
-	mkdir -p "$build/include"
-	ln -sfn /usr/include/simde "$build/include/simde"
-	build_module vexmoor.wasm -Os -flto -DVEXMOOR_SIMDE -isystem "$build/include" -Wno-pass-failed
+	build_module vexmoor.wasm -O3
 
 	local package=$build/package
 	rm -rf "$package"

@@ -57,7 +57,8 @@ int main(int argc, char **argv)
 	const u32 count = u32(positions.size());
 	std::vector<u32> indices(count);
 	u32 pattern[] = {0};
-	void *const scratch = std::aligned_alloc(64, (CTriangleSorter::GetAutogenIndicesWorkingBufferSize(count) + 63) / 64 * 64);
+	void *const scratch =
+		std::aligned_alloc(64, (CTriangleSorter::GetAutogenIndicesWorkingBufferSize(count) + 63) / 64 * 64);
 
 	const TStridedMemoryView<const CFloat3> page(positions.data(), count, sizeof(CFloat3));
 	const TStridedMemoryView<const u8> enableds;

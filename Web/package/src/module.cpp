@@ -74,12 +74,9 @@ VX_WEB_EXPORT(has_simd) bool has_simd()
 
 // Takes a block for a sorter of capacity particles, whose pattern the caller then writes. Positions or values are 0 and
 // enabled bytes are 1. Returns null where the memory has no room for the block.
-VX_WEB_EXPORT(create) SPointSorter *create(u32 capacity,
-	bool byPosition,
-	bool hasEnableds,
-	bool has16BitIndices,
-	u32 patternCount,
-	u32 verticesPerParticle)
+VX_WEB_EXPORT(create)
+SPointSorter *create(
+	u32 capacity, bool byPosition, bool hasEnableds, bool has16BitIndices, u32 patternCount, u32 verticesPerParticle)
 {
 	const u64 particleCount = capacity;
 	const u64 recordsSize = RoundedUp(particleCount * sizeof(SIndexAndDepth));

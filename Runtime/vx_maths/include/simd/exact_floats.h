@@ -23,6 +23,10 @@ namespace Vexmoor
 constexpr u32 kMagnitudeBits = 0x7FFFFFFFu; ///< A float's bits but for its sign. NaNs lie above infinity.
 constexpr u32 kInfinityBits = 0x7F800000u;  ///< Of positive infinity.
 
+/// Whether a target has words in place of a register: simd/lanes_scalar.h.
+template<typename _Lanes>
+inline constexpr bool kLanesAreWords = false;
+
 /// Hands on lanes so that compilers know nothing of their value. With inline assembler it costs no instruction.
 /// Without, an integer 0 that compilers cannot know is added.
 template<typename _Lanes>
@@ -34,7 +38,10 @@ public:
 #if VX_HAS_ASM
 	static VX_INLINE Register Pass(Register lanes)
 	{
-		VX_OPAQUE(lanes);
+		if constexpr (kLanesAreWords<_Lanes>)
+			_Lanes::MakeOpaque(lanes);
+		else
+			VX_OPAQUE(lanes);
 		return lanes;
 	}
 #else

@@ -13,6 +13,7 @@
 //                     SLanesAvx512VL   2        the same processors; for what is slower in wider registers
 //   lanes_neon.h      SLanesNeon       1        every AArch64
 //   lanes_wasm.h      SLanesWasm       1        every WebAssembly engine with 128-bit SIMD
+//   lanes_scalar.h    SLanesScalar     1        WebAssembly without it
 //
 // A target has these names. Lane 0 is the one at the lowest address, and template arguments name lanes from 0 on.
 // "In groups" means that no element leaves its group. Addresses need no alignment. _Element is u8, u16, u32 or u64 and
@@ -97,7 +98,7 @@
 #elif VX_WASM_SIMD
 	#include "simd/lanes_wasm.h"
 #elif VX_WASM
-	#error "WebAssembly has lane operations with -msimd128 only: compile with it, or define VEXMOOR_SIMDE"
+	#include "simd/lanes_scalar.h"
 #else
 	#error "no lane operations for this processor: define VEXMOOR_SIMDE to take SIMDe's, or add a file beside this one"
 #endif
@@ -109,7 +110,9 @@ namespace Vexmoor
 typedef SLanesSse2 SLanesBase;
 #elif VX_ARM64
 typedef SLanesNeon SLanesBase;
-#else
+#elif VX_WASM_SIMD
 typedef SLanesWasm SLanesBase;
+#else
+typedef SLanesScalar SLanesBase;
 #endif
 } // namespace Vexmoor
