@@ -101,7 +101,7 @@ build_package()
 # What the package is measured beside: a counting sort in C, compiled like the module, and the library's native code.
 build_peers()
 {
-	quietly emcc -O3 -msimd128 -mnontrapping-fptoint -Wall -Wextra Web/bench/counting_sort.c --no-entry -sSTANDALONE_WASM=1 \
+	quietly emcc -O3 -msimd128 -mbulk-memory -mnontrapping-fptoint -Wall -Wextra Web/bench/counting_sort.c --no-entry -sSTANDALONE_WASM=1 \
 		-sINITIAL_MEMORY=1MB -sTOTAL_STACK=64KB -sALLOW_MEMORY_GROWTH=1 -sMAXIMUM_MEMORY=4GB -o "$build/counting_sort.wasm"
 	quietly cmake -S . -B "$build/native-library" -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF \
 		-DVEXMOOR_BUILD_SAMPLES=OFF

@@ -22,7 +22,7 @@ const kSizes = {
 	10000: { frames: 100, turns: 31 },
 	100000: { frames: 10, turns: 31 },
 	1000000: { frames: 2, turns: 21 },
-	4000000: { frames: 1, turns: 11 },
+	4000000: { frames: 1, turns: 7 },
 };
 const kSlow = { frames: 1, turns: 3 }; // of sorts that take seconds
 
