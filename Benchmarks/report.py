@@ -70,6 +70,26 @@ In whole sorts, the name of a sort stands for the loop with that sort in place o
 bytes as a sort and is told the order. vqsort is its package's own code (libhwy). The package uses only the first AVX-512
 instructions, even where the processor has newer ones, so a later version may be faster than here.
 """
+WEB = """\
+## In JavaScript
+
+The [package for JavaScript](../Web/package/README.md) in node: from positions in its memory to point numbers in drawing order, of
+a generated cloud that is shaped like a captured scene, while the camera circles it. All sorts take turns in one run, and every
+result is checked. Numbers are medians of processor time, and how many times as long as the package with SIMD the others take;
+bold where they are faster.
+
+- A counting sort by depth along the view axis, in 65,536 steps, is what most viewers do: its order is approximate, and the
+  package's is exact. It is measured in JavaScript, and in C compiled to WebAssembly with SIMD.
+- Keys packed with numbers into 64 bits are sorted by `BigUint64Array.prototype.sort`, numbers alone by
+  `Uint32Array.prototype.sort` with a function that compares distances.
+- The native sort is this library with 128-bit registers, in a program of its own.
+
+`./Tools/web.sh --bench --write Web/bench/results/NAME.json` measures, and `./Tools/bench.sh --pages` writes this page.
+"""
+WEB_LIMIT = """\
+Beyond 100,000 points memory decides. An exact order moves records of 8 bytes three times, where a counting sort of 65,536 steps
+moves numbers of 4 bytes once.
+"""
 DETAILS = """\
 ## Details
 
@@ -159,8 +179,8 @@ class Page:
 			file.write("\n".join(self.lines).rstrip("\n") + "\n")
 
 
-def overview(page, of_processors, links):
-	"""What a user wants to know. links: name -> the processor's page."""
+def overview(page, of_processors, links, of_web):
+	"""What a user wants to know. links: name -> the processor's page. of_web: what Web/bench has measured."""
 	page.add(BEGINNING)
 	lines = {}
 	for processor, results in of_processors.items():
@@ -195,6 +215,11 @@ def overview(page, of_processors, links):
 		page.add(JOBS)
 		for processor, results in of_processors.items():
 			page.add([f"### {processor}, two cores\n", *tables.jobs_table(results), *tables.jobs_peer_table(results)])
+	if of_web:
+		page.add(WEB)
+		for web in of_web:
+			page.add([f"### {measured.processor_name(web['machine'])}, in node\n", *tables.web_table(web)])
+		page.add(WEB_LIMIT)
 	page.add(DETAILS)
 	page.add([f"- [{processor}]({link})" for processor, link in links.items()])
 
@@ -295,6 +320,7 @@ def main():
 	arguments.add_argument("results", nargs="+", help="files of Benchmarks/results")
 	arguments.add_argument("--page", required=True, help="the page to write; the pages of processors go into a folder of the same name")
 	arguments.add_argument("--readme", help="a README, whose paragraph of figures is replaced")
+	arguments.add_argument("--web", nargs="*", default=[], help="files of Web/bench/results")
 	options = arguments.parse_args()
 
 	folder = os.path.splitext(options.page)[0]
@@ -308,7 +334,7 @@ def main():
 		details(page, processor, results)
 		page.write()
 	page = Page(options.page, folder)
-	overview(page, of_processors, links)
+	overview(page, of_processors, links, measured.load_all(options.web, measured.read_json))
 	page.write()
 	if options.readme:
 		processor, newest = max(of_processors.items(), key=lambda item: item[1].machine["date"])

@@ -192,11 +192,17 @@ def save(results, path):
 		file.write("\n}\n}\n")
 
 
-def load(path):
+def read_json(path):
+	"""What Web/bench has measured stays as it is in its file."""
 	with open(path, encoding="utf-8") as file:
 		data = json.load(file)
 	if not isinstance(data, dict) or not {"machine", "cases"} <= data.keys():
 		raise ValueError("it lacks a machine or cases")
+	return data
+
+
+def load(path):
+	data = read_json(path)
 	cases = {}
 	for name, counts in data["cases"].items():
 		for size, entry in counts.items():
@@ -206,12 +212,12 @@ def load(path):
 	return Results(data["machine"], cases)
 
 
-def load_all(paths):
+def load_all(paths, load_one=load):
 	"""The results of each file; a file of something else ends the program with a sentence and 2."""
 	found = []
 	for path in sorted(paths):
 		try:
-			found.append(load(path))
+			found.append(load_one(path))
 		except (OSError, ValueError) as error:
 			print(f"{os.path.basename(sys.argv[0])}: {path} is no file of results: {error}", file=sys.stderr)
 			sys.exit(2)

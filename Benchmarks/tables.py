@@ -322,6 +322,31 @@ def machine_table(machine):
 	])
 
 
+WEB_SORTS = {
+	"simd": "the package, with SIMD",
+	"no_simd": "the package, without SIMD",
+	"native": "the library, native",
+	"counting_js": "counting sort in JavaScript",
+	"counting_c": "counting sort in C",
+	"packed": "packed keys",
+	"comparator": "comparing function",
+}
+
+
+def web_table(web):
+	"""What Web/bench/bench.mjs has measured on a processor."""
+	machine, cases = web["machine"], web["cases"]
+	rows = []
+	for name, title in WEB_SORTS.items():
+		cells = [duration(case[name]["ns"]) + ("" if name == "simd" else f", {times(case[name]['ratio'])}")
+			for case in cases.values()]
+		rows.append([title, *cells])
+	turns = ", ".join(str(case["turns"]) for case in cases.values())
+	return [*table(["", *(size_name(int(size)) for size in cases)], rows),
+		f"node {machine['node']} (V8 {machine['v8']}), {machine['compilers']}, {machine['cores']} cores, {machine['memory']} of "
+		f"memory, {machine['date']}, beside other work. Medians of {turns} turns; of 3 for the last two rows.\n"]
+
+
 def two_threads_lead(results):
 	"""How many times as fast two threads are as one: the least, the median and the most, or None."""
 	case = results.get("draw_calls", "pairs", "vexmoor_two_threads", 500)

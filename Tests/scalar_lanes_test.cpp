@@ -7,6 +7,7 @@
 #include <array>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <random>
 
 using namespace Vexmoor;

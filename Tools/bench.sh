@@ -54,7 +54,7 @@ while [ $# -gt 0 ]; do
 done
 
 results=Benchmarks/results
-page=(--page Docs/performance.md --readme README.md)
+page=(--page Docs/performance.md --readme README.md --web Web/bench/results/*.json)
 case $mode in
 partial) measuring+=("--filter=$filter") ;;
 quick) measuring+=(--repetitions 2 --min-time 0.001 '--filter=-/(1000000|4000000)(/|$)') ;;

@@ -4,6 +4,7 @@
 report_test.py FOLDER_OF_BENCHMARKS
 """
 
+import json
 import pathlib
 import re
 import subprocess
@@ -19,6 +20,7 @@ except ModuleNotFoundError as missing:
 	print(f"report_test.py: {missing}")
 	sys.exit(77)
 import results
+import tables
 from example import example, in_turns
 
 
@@ -60,6 +62,18 @@ class ReportTest(unittest.TestCase):
 
 	def test_losses_are_on_the_page(self):
 		self.assertIn("- The loop, by value, 99 % disabled: at 1k (×0.50).", self.write(example()))
+
+	def test_sorts_in_javascript_have_a_table_and_losses_are_bold(self):
+		machine = example().machine | {"node": "v20", "v8": "11", "compilers": "emscripten 3"}
+		cases = {name: {"ns": 2e6, "ratio": 2.0} for name in tables.WEB_SORTS} | {"turns": 5}
+		cases["counting_c"] = {"ns": 5e5, "ratio": 0.5}
+		path = self.folder / "web.json"
+		path.write_text(json.dumps({"machine": machine, "cases": {"1000000": cases}}), encoding="utf-8")
+		page = self.write(example(), options=("--web", path))
+		self.assertIn("## In JavaScript", page)
+		self.assertIn("| the package, with SIMD | 2.00 ms |", page)
+		self.assertIn("| counting sort in C | 500 µs, **×0.50** |", page)
+		self.assertNotIn("## In JavaScript", self.write(example()))
 
 	def test_a_readme_gets_its_figures(self):
 		whole = example()
