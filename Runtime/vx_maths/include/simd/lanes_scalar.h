@@ -168,9 +168,9 @@ struct SLanesScalar : TOneGroup<SLanesScalar>
 			});
 	}
 	template<u32 _Count>
-	static VX_INLINE Register ShiftLeft(Register r)
+	VX_WRAPS static VX_INLINE Register ShiftLeft(Register r)
 	{
-		return _Each(r, r, [](u32 x, u32) { return x << _Count; });
+		return {r.m_0 << _Count, r.m_1 << _Count, r.m_2 << _Count, r.m_3 << _Count};
 	}
 	template<u32 _Count>
 	static VX_INLINE Register ShiftRightSigned(Register r)
@@ -293,7 +293,7 @@ private:
 	}
 	// A lane of all bytes moved up: the word that lies whole words below, and the rest of the one before it.
 	template<u32 _Lane, u32 _Bytes>
-	static VX_INLINE u32 _Shifted(Register r)
+	VX_WRAPS static VX_INLINE u32 _Shifted(Register r)
 	{
 		constexpr u32 kWords = _Bytes / 4;
 		constexpr u32 kBits = _Bytes % 4 * 8;
