@@ -2,10 +2,11 @@
 # Installs what is missing and builds the sorter for JavaScript, with and without WebAssembly's SIMD, as a package that npm
 # installs: build/web/package, and the same packed.
 #
-#   ./Tools/web.sh                  builds and packs
-#   ./Tools/web.sh --test           and passes the package's tests
+#   ./Tools/web.sh                  builds and packs, and puts the page of Web/page into build/web/page
+#   ./Tools/web.sh --test           and passes the tests of the package, and of the page in a browser
 #   ./Tools/web.sh --bench          and measures it in node beside other sorts; what follows is handed to Web/bench/bench.mjs
 #   ./Tools/web.sh --serve          and serves the page of Web/page on 127.0.0.1, at port 8000 or at the one that follows
+#   ./Tools/web.sh --picture        and takes the picture of the page in Docs/images
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -17,7 +18,7 @@ fail()
 
 mode=${1:-}
 case $mode in
-"" | --test)
+"" | --test | --picture)
 	[ $# -le 1 ] || fail "$mode takes no further argument, unlike \"$2\""
 	;;
 --serve)
@@ -26,16 +27,16 @@ case $mode in
 	if [[ ! $port =~ ^[1-9][0-9]{0,4}$ ]] || [ "$port" -gt 65535 ]; then
 		fail "--serve takes a port from 1 to 65535, not \"$port\""
 	fi
-	[ -d Web/page ] || fail "there is no page in Web/page to serve"
 	;;
 --bench) ;;
-*) fail "there is no option \"$mode\"; the options are: --test, --bench, --serve" ;;
+*) fail "there is no option \"$mode\"; the options are: --test, --bench, --serve, --picture" ;;
 esac
 
 packages=(emscripten python3)
 command -v node >/dev/null || packages+=(nodejs)
 command -v npm >/dev/null || packages+=(npm) # comes with node where that is not Debian's
-[ "$mode" != --test ] || packages+=(node-typescript)
+[ "$mode" != --test ] || packages+=(node-typescript chromium g++ cmake)
+[ "$mode" != --picture ] || packages+=(chromium g++ cmake pngquant)
 [ "$mode" != --bench ] || packages+=(g++ cmake)
 Tools/install_packages.sh "${packages[@]}"
 
@@ -103,11 +104,18 @@ build_peers()
 {
 	quietly emcc -O3 -msimd128 -mbulk-memory -mnontrapping-fptoint -Wall -Wextra Web/bench/counting_sort.c --no-entry -sSTANDALONE_WASM=1 \
 		-sINITIAL_MEMORY=1MB -sTOTAL_STACK=64KB -sALLOW_MEMORY_GROWTH=1 -sMAXIMUM_MEMORY=4GB -o "$build/counting_sort.wasm"
+	build_native_program Web/bench/native.cpp "$build/native"
+}
+
+# A program of one source, with the library for this machine.
+build_native_program()
+{
+	local source=$1 program=$2
 	quietly cmake -S . -B "$build/native-library" -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF \
 		-DVEXMOOR_BUILD_SAMPLES=OFF
 	quietly cmake --build "$build/native-library" --parallel "$(nproc)"
-	quietly g++ -std=c++17 -O3 -DNDEBUG -DVX_ASSERTIONS=0 -Wall -Wextra "${includes[@]}" Web/bench/native.cpp \
-		"$build"/native-library/Runtime/vx_{geometrics/libvx_geometrics,kernel/libvx_kernel}.a -o "$build/native"
+	quietly g++ -std=c++17 -O3 -DNDEBUG -DVX_ASSERTIONS=0 -Wall -Wextra "${includes[@]}" "$source" \
+		"$build"/native-library/Runtime/vx_{geometrics/libvx_geometrics,kernel/libvx_kernel}.a -o "$program"
 }
 
 # A folder of static files: the page, and the package beside it.
@@ -115,19 +123,39 @@ build_page()
 {
 	rm -rf "$build/page"
 	cp -r Web/page "$build/page"
+	rm "$build/page/README.md" "$build/page/package.json" # for readers, and for node
 	cp -r "$build/package" "$build/page/vexmoor"
+}
+
+# What the page's tests take: the order of the library on this machine, and what drives a browser.
+build_page_tests()
+{
+	mkdir -p "$build/tests"
+	cp Web/tests/package.json "$build/tests"
+	if ! (cd "$build/tests" && npm ls >/dev/null 2>&1); then
+		(cd "$build/tests" && quietly npm install --no-audit --no-fund --no-package-lock)
+	fi
+	build_native_program Web/tests/page/native_order.cpp "$build/tests/native_order"
 }
 
 build_package
 printf 'The package: %s\n' "$PWD/$build/"*.tgz
-[ ! -d Web/page ] || build_page
+build_page
 
 case $mode in
---test) VEXMOOR_WEB_BUILD=$PWD/$build node --test Web/tests/*.test.mjs ;;
+--test)
+	build_page_tests
+	VEXMOOR_WEB_BUILD=$PWD/$build node --test Web/tests/*.test.mjs Web/tests/page/*.test.mjs
+	;;
 --bench)
 	build_peers
 	VEXMOOR_WEB_COMPILERS="emscripten $(emcc -dumpversion), g++ $(g++ -dumpfullversion), -O3" \
 		VEXMOOR_WEB_BUILD=$PWD/$build node Web/bench/bench.mjs "${@:2}"
+	;;
+--picture)
+	build_page_tests
+	VEXMOOR_WEB_BUILD=$PWD/$build node Web/tests/page/take_picture.mjs "$build/page.png"
+	pngquant --force --speed 1 --output Docs/images/web-page.png 256 "$build/page.png"
 	;;
 --serve)
 	printf 'The page: http://127.0.0.1:%s/\n' "$port"
