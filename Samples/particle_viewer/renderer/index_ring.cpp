@@ -3,6 +3,7 @@
 #include "index_ring.h"
 
 #include "failure.h"
+#include <algorithm>
 #include <epoxy/gl.h>
 
 namespace Viewer
@@ -21,14 +22,15 @@ CIndexRing::~CIndexRing()
 
 u8 *CIndexRing::Begin(u64 sizeInBytes)
 {
-	const u64 partSize = (sizeInBytes + kPartAlignment - 1) / kPartAlignment * kPartAlignment;
-	if (partSize > m_PartSize)
+	if (sizeInBytes > m_PartSize)
 	{
+		const u64 size = std::max(sizeInBytes, m_PartSize + m_PartSize / 2);
 		Destroy();
-		Create(partSize);
+		Create((size + kPartAlignment - 1) / kPartAlignment * kPartAlignment);
 	}
 	m_Part = (m_Part + 1) % kPartCount;
-	WaitFor(m_Part);
+	if (!WaitFor(m_Part))
+		throw CFailure("The graphics driver does not say when it has done with the index buffer.");
 	return m_Memory + Offset();
 }
 
@@ -50,6 +52,7 @@ void CIndexRing::Create(u64 partSize)
 	m_Part = 0;
 }
 
+// The driver keeps a deleted buffer until the draws that read it are done, so a wait that fails does no harm here.
 void CIndexRing::Destroy()
 {
 	for (u32 part = 0; part < kPartCount; ++part)
@@ -64,16 +67,16 @@ void CIndexRing::Destroy()
 	m_PartSize = 0;
 }
 
-void CIndexRing::WaitFor(u32 part)
+bool CIndexRing::WaitFor(u32 part)
 {
 	const GLsync fence = static_cast<GLsync>(m_Fences[part]);
 	if (fence == nullptr)
-		return;
-	while (glClientWaitSync(fence, GL_SYNC_FLUSH_COMMANDS_BIT, kWaitInNanoseconds) == GL_TIMEOUT_EXPIRED)
-	{
-		// A software driver may take longer than that for a large picture.
-	}
+		return true;
+	GLenum result = GL_TIMEOUT_EXPIRED;
+	while (result == GL_TIMEOUT_EXPIRED) // a software driver may take longer for a large picture
+		result = glClientWaitSync(fence, GL_SYNC_FLUSH_COMMANDS_BIT, kWaitInNanoseconds);
 	glDeleteSync(fence);
 	m_Fences[part] = null;
+	return result != GL_WAIT_FAILED;
 }
 } // namespace Viewer

@@ -17,7 +17,8 @@ public:
 	CIndexRing(const CIndexRing &) = delete;
 	CIndexRing &operator=(const CIndexRing &) = delete;
 
-	/// Write-only memory for the next draw, 256-byte aligned, after the GPU has done with it. Grows if need be.
+	/// Write-only memory for the next draw, 256-byte aligned, after the GPU has done with it. Grows if need be, by half
+	/// at least: growing waits for all draws, so it has to be seldom. A driver that fails is a CFailure.
 	u8 *Begin(u64 sizeInBytes);
 	/// After the draws that read the part.
 	void End();
@@ -31,7 +32,8 @@ private:
 
 	void Create(u64 partSize);
 	void Destroy();
-	void WaitFor(u32 part);
+	/// False if the driver fails to wait: the GPU may still read the part then.
+	bool WaitFor(u32 part);
 
 	u32 m_Buffer = 0;
 	u8 *m_Memory = null;

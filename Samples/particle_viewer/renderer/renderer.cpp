@@ -31,8 +31,35 @@ namespace
 
 	static_assert(kRampLength == 6, "the length that the shaders give it");
 
+	SProgram WithUniforms(GLuint program)
+	{
+		static const struct
+		{
+			const char *m_Name;
+			s32 SProgram::*m_Location;
+		} kUniforms[] = {
+			{"worldToClip",   &SProgram::m_WorldToClip  },
+			{"right",         &SProgram::m_Right        },
+			{"up",            &SProgram::m_Up           },
+			{"eye",           &SProgram::m_Eye          },
+			{"halfPicture",   &SProgram::m_HalfPicture  },
+			{"pointRadius",   &SProgram::m_PointRadius  },
+			{"colouring",     &SProgram::m_Colouring    },
+			{"triangleCount", &SProgram::m_TriangleCount},
+			{"firstTriangle", &SProgram::m_FirstTriangle},
+			{"samples",       &SProgram::m_Samples      },
+			{"mostLayers",    &SProgram::m_MostLayers   },
+			{"screenColours", &SProgram::m_ScreenColours},
+		};
+		SProgram result;
+		result.m_Program = program;
+		for (const auto &uniform : kUniforms)
+			result.*uniform.m_Location = glGetUniformLocation(program, uniform.m_Name);
+		return result;
+	}
+
 	// Every program can ask for the colours of the ramp.
-	GLuint LinkProgram(const char *vertexSource, const char *fragmentSource, const char *geometrySource = nullptr)
+	SProgram LinkProgram(const char *vertexSource, const char *fragmentSource, const char *geometrySource = nullptr)
 	{
 		const GLuint program = glCreateProgram();
 		std::vector<GLuint> shaders = {CompileShader(GL_VERTEX_SHADER, vertexSource),
@@ -51,7 +78,7 @@ namespace
 		if (linked == GL_FALSE)
 			throw CFailure("The graphics driver does not link the viewer's shaders.");
 		glProgramUniform3fv(program, glGetUniformLocation(program, "ramp"), GLsizei(kRampLength), &kRamp[0].m_Red);
-		return program;
+		return WithUniforms(program);
 	}
 
 	GLuint CreateTarget(GLuint texture)
@@ -72,27 +99,21 @@ namespace
 		return texture;
 	}
 
-	void SetNumber(GLuint program, const char *name, u32 value)
+	void SetVector(GLuint program, s32 location, const CFloat3 &value)
 	{
-		glProgramUniform1i(program, glGetUniformLocation(program, name), GLint(value));
+		glProgramUniform3f(program, location, value.x(), value.y(), value.z());
 	}
 
-	void SetVector(GLuint program, const char *name, const CFloat3 &value)
+	void SetCamera(const SProgram &program, const SViewTransform &view, const CFloat3 &eye)
 	{
-		glProgramUniform3f(program, glGetUniformLocation(program, name), value.x(), value.y(), value.z());
-	}
-
-	void SetCamera(GLuint program, const SViewTransform &view, const CFloat3 &eye)
-	{
-		glProgramUniformMatrix4fv(
-			program, glGetUniformLocation(program, "worldToClip"), 1, GL_FALSE, view.m_WorldToClip);
-		SetVector(program, "right", view.m_Right);
-		SetVector(program, "up", view.m_Up);
-		SetVector(program, "eye", eye);
+		glProgramUniformMatrix4fv(program.m_Program, program.m_WorldToClip, 1, GL_FALSE, view.m_WorldToClip);
+		SetVector(program.m_Program, program.m_Right, view.m_Right);
+		SetVector(program.m_Program, program.m_Up, view.m_Up);
+		SetVector(program.m_Program, program.m_Eye, eye);
 	}
 
 	// As the shaders number colours.
-	u32 Colouring(EColour colour)
+	s32 Colouring(EColour colour)
 	{
 		return colour == EColour::Order ? 1 : colour == EColour::Overdraw ? 2 : 0;
 	}
@@ -149,9 +170,9 @@ CRenderer::CRenderer(u32 width, u32 height)
 
 CRenderer::~CRenderer()
 {
-	for (const GLuint program :
-		{m_BackgroundProgram, m_BillboardProgram, m_MeshProgram, m_BandProgram, m_CloudProgram, m_ResolveProgram})
-		glDeleteProgram(program);
+	for (const SProgram *const program :
+		{&m_BackgroundProgram, &m_BillboardProgram, &m_MeshProgram, &m_BandProgram, &m_CloudProgram, &m_ResolveProgram})
+		glDeleteProgram(program->m_Program);
 	const GLuint targets[] = {m_LightTarget, m_PictureTarget};
 	glDeleteFramebuffers(2, targets);
 	const GLuint textures[] = {m_LightTexture, m_PictureTexture, m_Sprites};
@@ -178,7 +199,7 @@ void CRenderer::SetSize(u32 width, u32 height)
 	m_PictureTarget = CreateTarget(m_PictureTexture);
 }
 
-u32 CRenderer::ParticleProgram() const
+const SProgram &CRenderer::ParticleProgram() const
 {
 	switch (m_VertexKind)
 	{
@@ -247,10 +268,9 @@ void CRenderer::SetFrame(const SFrame &frame)
 void CRenderer::SetCloud(const SFrame &frame)
 {
 	m_Cloud.Set(frame.m_Cloud);
-	glProgramUniform2f(m_CloudProgram, glGetUniformLocation(m_CloudProgram, "halfPicture"), 0.5f * float(m_Width),
-		0.5f * float(m_Height));
-	glProgramUniform1f(
-		m_CloudProgram, glGetUniformLocation(m_CloudProgram, "pointRadius"), PointRadius(*frame.m_Cloud));
+	glProgramUniform2f(
+		m_CloudProgram.m_Program, m_CloudProgram.m_HalfPicture, 0.5f * float(m_Width), 0.5f * float(m_Height));
+	glProgramUniform1f(m_CloudProgram.m_Program, m_CloudProgram.m_PointRadius, PointRadius(*frame.m_Cloud));
 }
 
 SDrawn CRenderer::Draw(const std::vector<SDrawCall> &drawCalls)
@@ -274,7 +294,7 @@ SDrawn CRenderer::Draw(const std::vector<SDrawCall> &drawCalls)
 void CRenderer::DrawBackground()
 {
 	glDisable(GL_BLEND);
-	glUseProgram(m_BackgroundProgram);
+	glUseProgram(m_BackgroundProgram.m_Program);
 	glDrawArrays(GL_TRIANGLES, 0, 3);
 }
 
@@ -283,8 +303,8 @@ void CRenderer::DrawParticles(const std::vector<SDrawCall> &drawCalls)
 	glEnable(GL_BLEND);
 	// Premultiplied: what lies behind is dimmed, then light is added. Layers just add up.
 	glBlendFunc(GL_ONE, m_Colour == EColour::Overdraw ? GL_ONE : GL_ONE_MINUS_SRC_ALPHA);
-	const GLuint program = ParticleProgram();
-	glUseProgram(program);
+	const SProgram &program = ParticleProgram();
+	glUseProgram(program.m_Program);
 	glBindTextureUnit(0, m_Sprites);
 	if (m_VertexKind == EVertices::Cloud)
 		m_Cloud.Bind();
@@ -297,13 +317,13 @@ void CRenderer::DrawParticles(const std::vector<SDrawCall> &drawCalls)
 	u32 triangleCount = 0;
 	for (const SDrawCall &drawCall : drawCalls)
 		triangleCount += drawCall.m_IndexCount / indicesPerShape;
-	SetNumber(program, "colouring", Colouring(m_Colour));
-	SetNumber(program, "triangleCount", triangleCount);
+	glProgramUniform1i(program.m_Program, program.m_Colouring, Colouring(m_Colour));
+	glProgramUniform1i(program.m_Program, program.m_TriangleCount, GLint(triangleCount));
 
 	u32 firstTriangle = 0;
 	for (const SDrawCall &drawCall : drawCalls)
 	{
-		SetNumber(program, "firstTriangle", firstTriangle);
+		glProgramUniform1i(program.m_Program, program.m_FirstTriangle, GLint(firstTriangle));
 		firstTriangle += drawCall.m_IndexCount / indicesPerShape;
 		const GLenum type = BytesPerIndex(drawCall.m_IndexType) == sizeof(u16) ? GL_UNSIGNED_SHORT : GL_UNSIGNED_INT;
 		const u64 offset = m_Ring.Offset() + drawCall.m_OffsetInBytes;
@@ -325,11 +345,12 @@ void CRenderer::Resolve()
 	glDisable(GL_BLEND);
 	glBindFramebuffer(GL_FRAMEBUFFER, m_PictureTarget);
 	glViewport(0, 0, GLsizei(m_Width), GLsizei(m_Height));
-	SetNumber(m_ResolveProgram, "samples", m_Samples);
-	SetNumber(m_ResolveProgram, "colouring", Colouring(m_Colour));
-	SetNumber(m_ResolveProgram, "mostLayers", m_MostLayers);
-	SetNumber(m_ResolveProgram, "screenColours", m_VertexKind == EVertices::Cloud ? 1 : 0);
-	glUseProgram(m_ResolveProgram);
+	const SProgram &program = m_ResolveProgram;
+	glProgramUniform1i(program.m_Program, program.m_Samples, GLint(m_Samples));
+	glProgramUniform1i(program.m_Program, program.m_Colouring, Colouring(m_Colour));
+	glProgramUniform1i(program.m_Program, program.m_MostLayers, GLint(m_MostLayers));
+	glProgramUniform1i(program.m_Program, program.m_ScreenColours, m_VertexKind == EVertices::Cloud ? 1 : 0);
+	glUseProgram(program.m_Program);
 	glBindTextureUnit(0, m_LightTexture);
 	glDrawArrays(GL_TRIANGLES, 0, 3);
 }

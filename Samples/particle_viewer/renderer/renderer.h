@@ -27,6 +27,26 @@ struct SDrawn
 /// What a framebuffer shows, once the GPU has finished it; 0 is the window that is current.
 SPicture ReadFramebuffer(u32 framebuffer, u32 width, u32 height);
 
+/// A linked program, and where its uniforms are, asked for once. Those that it does not have are at -1, and OpenGL ignores
+/// what is set there.
+struct SProgram
+{
+	u32 m_Program = 0;
+
+	s32 m_WorldToClip = -1;
+	s32 m_Right = -1;
+	s32 m_Up = -1;
+	s32 m_Eye = -1;
+	s32 m_HalfPicture = -1;
+	s32 m_PointRadius = -1;
+	s32 m_Colouring = -1;
+	s32 m_TriangleCount = -1;
+	s32 m_FirstTriangle = -1;
+	s32 m_Samples = -1;
+	s32 m_MostLayers = -1;
+	s32 m_ScreenColours = -1;
+};
+
 class CRenderer
 {
 public:
@@ -60,7 +80,7 @@ public:
 	std::vector<u32> ReadIndices(const SDrawn &drawn);
 
 private:
-	u32 ParticleProgram() const;
+	const SProgram &ParticleProgram() const;
 	void SetCloud(const SFrame &frame);
 	void CreateTargets();
 	void CreateSprites();
@@ -89,12 +109,12 @@ private:
 
 	CCloudBuffers m_Cloud;
 
-	u32 m_BackgroundProgram = 0;
-	u32 m_BillboardProgram = 0;
-	u32 m_MeshProgram = 0;
-	u32 m_BandProgram = 0;
-	u32 m_CloudProgram = 0;
-	u32 m_ResolveProgram = 0;
+	SProgram m_BackgroundProgram;
+	SProgram m_BillboardProgram;
+	SProgram m_MeshProgram;
+	SProgram m_BandProgram;
+	SProgram m_CloudProgram;
+	SProgram m_ResolveProgram;
 
 	CIndexRing m_Ring;
 };

@@ -2,7 +2,7 @@
 // each page with its kind's mesh. Two kinds break at random ages, so their pages have disabled particles.
 
 #include "deterministic.h"
-#include "page_pool.h"
+#include "pooled_scene.h"
 #include "scene.h"
 #include <algorithm>
 #include <cmath>
@@ -103,48 +103,38 @@ namespace
 			vector.z() * cosine + across.z() * sine + axis.z() * along);
 	}
 
-	class CDebrisScene final : public IScene
+	class CDebrisScene final : public CPooledScene
 	{
 	public:
 		CDebrisScene(u32 particleCount, u32 seed)
-			: m_ParticleCount(particleCount)
+			: CPooledScene(Kind_Count, kParticlesPerPage, kWarmUpStepCount)
+			, m_ParticleCount(particleCount)
 			, m_Random(seed)
 		{
 			for (u32 kind = 0; kind < Kind_Count; ++kind)
 				m_Meshes[kind] = Mesh(EKind(kind));
 		}
 
-		u32 WarmUpStepCount() const override { return kWarmUpStepCount; }
-
-		void Advance() override
+		void Simulate() override
 		{
 			for (u32 kind = 0; kind < Kind_Count; ++kind)
 			{
-				m_Pools[kind].Age();
 				Emit(EKind(kind));
 				Move(EKind(kind));
 			}
-			++m_Step;
 		}
 
-		SFrame Frame() override
+		void Describe(SFrame &frame) override
 		{
-			UpdatePages();
+			const u32 pageCount = frame.m_RenderedCounts.Count();
+			UpdatePatterns();
 			UpdateVertices();
 
-			SFrame frame;
-			const u32 pageCount = u32(m_RenderedCounts.size());
-			frame.m_Camera = Camera();
-			frame.m_Positions = TMemoryView<const TStridedMemoryView<const CFloat3>>(m_Positions.data(), pageCount);
-			frame.m_Enableds = TMemoryView<const TStridedMemoryView<const u8>>(m_Enableds.data(), pageCount);
-			frame.m_RenderedCounts = TMemoryView<const u32>(m_RenderedCounts.data(), pageCount);
-			frame.m_ParticleCount = m_ParticleCount;
 			frame.m_PagePatterns = TMemoryView<const CTriangleSorter::CIndexPattern>(m_PagePatterns.data(), pageCount);
 			frame.m_PageVerticesPerParticle = TMemoryView<const u32>(m_PageVerticesPerParticle.data(), pageCount);
 			frame.m_VertexKind = EVertices::Mesh;
 			frame.m_MeshVertices = TMemoryView<const SMeshVertex>(m_Vertices.data(), u32(m_Vertices.size()));
 			frame.m_VertexCount = u32(m_Vertices.size());
-			return frame;
 		}
 
 		std::vector<SPictureOfOrder> Pictures() const override
@@ -209,11 +199,8 @@ namespace
 			return camera;
 		}
 
-		void UpdatePages()
+		void UpdatePatterns()
 		{
-			m_Positions.clear();
-			m_Enableds.clear();
-			m_RenderedCounts.clear();
 			m_PagePatterns.clear();
 			m_PageVerticesPerParticle.clear();
 			for (u32 kind = 0; kind < Kind_Count; ++kind)
@@ -222,9 +209,6 @@ namespace
 				SMesh &mesh = m_Meshes[kind];
 				for (u32 page = 0; page < pool.PageCount(); ++page)
 				{
-					m_Positions.push_back(pool.Positions(page));
-					m_Enableds.push_back(pool.Enableds(page));
-					m_RenderedCounts.push_back(pool.RenderedCount(page));
 					m_PagePatterns.emplace_back(TMemoryView<u32>(mesh.m_Indices.data(), u32(mesh.m_Indices.size())));
 					m_PageVerticesPerParticle.push_back(u32(mesh.m_Vertices.size()));
 				}
@@ -265,18 +249,11 @@ namespace
 		}
 
 		u32 m_ParticleCount;
-		u32 m_Step = 0;
 		CRandom m_Random;
 		SMesh m_Meshes[Kind_Count];
 
-		CPagePool m_Pools[Kind_Count] = {CPagePool(kParticlesPerPage), CPagePool(kParticlesPerPage),
-			CPagePool(kParticlesPerPage), CPagePool(kParticlesPerPage)};
-
 		// The frame, in the order of the pools' pages.
 		std::vector<SMeshVertex> m_Vertices;
-		std::vector<TStridedMemoryView<const CFloat3>> m_Positions;
-		std::vector<TStridedMemoryView<const u8>> m_Enableds;
-		std::vector<u32> m_RenderedCounts;
 		std::vector<CTriangleSorter::CIndexPattern> m_PagePatterns;
 		std::vector<u32> m_PageVerticesPerParticle;
 	};

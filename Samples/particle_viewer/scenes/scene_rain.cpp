@@ -2,7 +2,7 @@
 // speeds of their own and so reach the ground in any order: pages that are dying have disabled particles.
 
 #include "deterministic.h"
-#include "page_pool.h"
+#include "pooled_scene.h"
 #include "scene.h"
 #include "sprites.h"
 #include "turbulence.h"
@@ -14,7 +14,6 @@ namespace Viewer
 namespace
 {
 	constexpr u32 kParticlesPerPage = 4096;
-	constexpr u32 kQuadVertices = 4;
 	constexpr u32 kMinLifetime = 14; // steps from the clouds to the ground
 	constexpr u32 kMaxLifetime = 22;
 	constexpr u32 kMeanLifetime = (kMinLifetime + kMaxLifetime) / 2;
@@ -35,59 +34,41 @@ namespace
 		{CFloat3(2.5f,  2.1f, -1.6f), CFloat3(0.16f, 0.55f, 1.10f)},
 	};
 
-	class CRainScene final : public IScene
+	class CRainScene final : public CPooledScene
 	{
 	public:
 		CRainScene(u32 particleCount, u32 seed)
-			: m_ParticleCount(particleCount)
+			: CPooledScene(1, kParticlesPerPage, kWarmUpStepCount)
+			, m_ParticleCount(particleCount)
 			, m_Random(seed)
 			, m_Turbulence(Mix(seed))
-			, m_Pool(kParticlesPerPage)
 			, m_SizeScale(std::clamp(std::sqrt(1000000.0f / float(particleCount)), 0.7f, 6.0f))
 		{
 		}
 
-		u32 WarmUpStepCount() const override { return kWarmUpStepCount; }
-
 		// Births make up for deaths; at the start they are rationed, so that ages are spread evenly.
-		void Advance() override
+		void Simulate() override
 		{
-			m_Pool.Age();
-			u32 births = m_ParticleCount - m_Pool.AliveCount();
+			u32 births = m_ParticleCount - m_Pools[0].AliveCount();
 			if (m_Step + kRefillSteps < kWarmUpStepCount)
 				births = std::min(births, (m_ParticleCount + kMeanLifetime - 1) / kMeanLifetime);
 			for (u32 i = 0; i < births; ++i)
 				AddDrop();
-			m_Pool.ForEachAlive(
+			m_Pools[0].ForEachAlive(
 				[](CFloat3 &position, const SParticle &particle)
 				{
 					const float fall = kTop / float(particle.m_Lifetime);
 					position.x() = position.x() + fall * kWind;
 					position.y() = position.y() - fall;
 				});
-			++m_Step;
 		}
 
-		SFrame Frame() override
+		void Describe(SFrame &frame) override
 		{
-			UpdatePages();
 			m_Billboards.clear();
-			m_Pool.ForEachAlive([this](const CFloat3 &position, const SParticle &particle)
+			m_Pools[0].ForEachAlive([this](const CFloat3 &position, const SParticle &particle)
 				{ m_Billboards.push_back(Drop(position, particle)); });
-
-			SFrame frame;
-			const u32 pageCount = u32(m_RenderedCounts.size());
-			frame.m_Camera = Camera();
-			frame.m_Positions = TMemoryView<const TStridedMemoryView<const CFloat3>>(m_Positions.data(), pageCount);
-			frame.m_Enableds = TMemoryView<const TStridedMemoryView<const u8>>(m_Enableds.data(), pageCount);
-			frame.m_RenderedCounts = TMemoryView<const u32>(m_RenderedCounts.data(), pageCount);
-			frame.m_ParticleCount = u32(m_Billboards.size());
-			frame.m_IndexPattern = TMemoryView<u32>(m_Quad, 6);
-			frame.m_VerticesPerParticle = kQuadVertices;
-			frame.m_VertexKind = EVertices::Billboards;
-			frame.m_Billboards = TMemoryView<const SBillboard>(m_Billboards.data(), u32(m_Billboards.size()));
-			frame.m_VertexCount = u32(m_Billboards.size()) * kQuadVertices;
-			return frame;
+			SetBillboards(frame, m_Billboards);
 		}
 
 		std::vector<SPictureOfOrder> Pictures() const override
@@ -108,7 +89,7 @@ namespace
 			SParticle particle;
 			particle.m_Lifetime = kMinLifetime + m_Random.Below(kMaxLifetime - kMinLifetime + 1);
 			particle.m_Random = m_Random.Next();
-			m_Pool.Add(place, particle);
+			m_Pools[0].Add(place, particle);
 		}
 
 		CFloat3 CloudPlace()
@@ -126,19 +107,6 @@ namespace
 			camera.m_Target = CFloat3(0.0f, 1.7f, -1.5f);
 			camera.m_Position = CFloat3(6.0f * SineOfTurns(turns), 1.3f, 6.0f * CosineOfTurns(turns) - 1.5f);
 			return camera;
-		}
-
-		void UpdatePages()
-		{
-			m_Positions.clear();
-			m_Enableds.clear();
-			m_RenderedCounts.clear();
-			for (u32 page = 0; page < m_Pool.PageCount(); ++page)
-			{
-				m_Positions.push_back(m_Pool.Positions(page));
-				m_Enableds.push_back(m_Pool.Enableds(page));
-				m_RenderedCounts.push_back(m_Pool.RenderedCount(page));
-			}
 		}
 
 		// A streak that mirrors the lamps and, dark against them, hides a little of what is behind it.
@@ -169,18 +137,12 @@ namespace
 		}
 
 		u32 m_ParticleCount;
-		u32 m_Step = 0;
 		CRandom m_Random;
 		CTurbulence m_Turbulence;
-		CPagePool m_Pool;
 		float m_SizeScale; // fewer drops are larger, so that they fill as much of the picture
-		u32 m_Quad[6] = {0, 1, 2, 0, 2, 3};
 
 		// The frame, in the order of the pool's pages.
 		std::vector<SBillboard> m_Billboards;
-		std::vector<TStridedMemoryView<const CFloat3>> m_Positions;
-		std::vector<TStridedMemoryView<const u8>> m_Enableds;
-		std::vector<u32> m_RenderedCounts;
 	};
 } // namespace
 

@@ -3,7 +3,7 @@
 // disabled particles.
 
 #include "deterministic.h"
-#include "page_pool.h"
+#include "pooled_scene.h"
 #include "scene.h"
 #include "smoke_light.h"
 #include "sprites.h"
@@ -16,7 +16,6 @@ namespace Viewer
 namespace
 {
 	constexpr u32 kParticlesPerPage = 4096;
-	constexpr u32 kQuadVertices = 4;
 	constexpr float kSecondsPerStep = 1.0f / 30.0f;
 	constexpr u32 kWarmUpStepCount = 240; // longer than anything lives
 	constexpr u32 kRefillSteps = 10;      // before the end of the warm-up, births stop being rationed
@@ -55,11 +54,12 @@ namespace
 		return float(Mix(u64(particle.m_Random) << 8 | salt) >> 40) * (1.0f / 16777216.0f);
 	}
 
-	class CSmokeScene final : public IScene
+	class CSmokeScene final : public CPooledScene
 	{
 	public:
 		CSmokeScene(u32 particleCount, u32 seed)
-			: m_ParticleCount(particleCount)
+			: CPooledScene(Kind_Count, kParticlesPerPage, kWarmUpStepCount)
+			, m_ParticleCount(particleCount)
 			, m_Random(seed)
 			, m_Turbulence(Mix(seed))
 			, m_SizeScale(std::cbrt(100000.0f / float(particleCount)))
@@ -67,37 +67,20 @@ namespace
 			m_SizeScale = std::clamp(m_SizeScale, 0.4f, 3.0f);
 		}
 
-		u32 WarmUpStepCount() const override { return kWarmUpStepCount; }
-
-		void Advance() override
+		void Simulate() override
 		{
 			for (u32 kind = 0; kind < Kind_Count; ++kind)
 			{
-				m_Pools[kind].Age();
 				Emit(EKind(kind));
 				Move(EKind(kind));
 			}
-			++m_Step;
 		}
 
-		SFrame Frame() override
+		void Describe(SFrame &frame) override
 		{
 			UpdateLight();
 			UpdateBillboards();
-			UpdatePages();
-
-			SFrame frame;
-			frame.m_Camera = Camera();
-			frame.m_Positions = TMemoryView<const TStridedMemoryView<const CFloat3>>(m_Positions.data(), PageCount());
-			frame.m_Enableds = TMemoryView<const TStridedMemoryView<const u8>>(m_Enableds.data(), PageCount());
-			frame.m_RenderedCounts = TMemoryView<const u32>(m_RenderedCounts.data(), PageCount());
-			frame.m_ParticleCount = u32(m_Billboards.size());
-			frame.m_IndexPattern = TMemoryView<u32>(m_Quad, 6);
-			frame.m_VerticesPerParticle = kQuadVertices;
-			frame.m_VertexKind = EVertices::Billboards;
-			frame.m_Billboards = TMemoryView<const SBillboard>(m_Billboards.data(), u32(m_Billboards.size()));
-			frame.m_VertexCount = u32(m_Billboards.size()) * kQuadVertices;
-			return frame;
+			SetBillboards(frame, m_Billboards);
 		}
 
 		std::vector<SPictureOfOrder> Pictures() const override
@@ -204,22 +187,6 @@ namespace
 			return camera;
 		}
 
-		u32 PageCount() const { return u32(m_RenderedCounts.size()); }
-
-		void UpdatePages()
-		{
-			m_Positions.clear();
-			m_Enableds.clear();
-			m_RenderedCounts.clear();
-			for (const CPagePool &pool : m_Pools)
-				for (u32 page = 0; page < pool.PageCount(); ++page)
-				{
-					m_Positions.push_back(pool.Positions(page));
-					m_Enableds.push_back(pool.Enableds(page));
-					m_RenderedCounts.push_back(pool.RenderedCount(page));
-				}
-		}
-
 		struct SLook
 		{
 			float m_Radius;
@@ -307,21 +274,13 @@ namespace
 		}
 
 		u32 m_ParticleCount;
-		u32 m_Step = 0;
 		CRandom m_Random;
 		CTurbulence m_Turbulence;
 		CSmokeLight m_Light;
 		float m_SizeScale; // fewer particles are larger, so that they fill as much of the picture
-		u32 m_Quad[6] = {0, 1, 2, 0, 2, 3};
-
-		CPagePool m_Pools[Kind_Count] = {
-			CPagePool(kParticlesPerPage), CPagePool(kParticlesPerPage), CPagePool(kParticlesPerPage)};
 
 		// The frame, in the order of the pools' pages.
 		std::vector<SBillboard> m_Billboards;
-		std::vector<TStridedMemoryView<const CFloat3>> m_Positions;
-		std::vector<TStridedMemoryView<const u8>> m_Enableds;
-		std::vector<u32> m_RenderedCounts;
 	};
 } // namespace
 

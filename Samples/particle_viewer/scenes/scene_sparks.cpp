@@ -4,7 +4,7 @@
 
 #include "band.h"
 #include "deterministic.h"
-#include "page_pool.h"
+#include "pooled_scene.h"
 #include "scene.h"
 #include <algorithm>
 #include <cmath>
@@ -39,24 +39,20 @@ namespace
 		return a + (b - a) * t;
 	}
 
-	class CSparksScene final : public IScene
+	class CSparksScene final : public CPooledScene
 	{
 	public:
 		CSparksScene(u32 particleCount, u32 seed)
-			: m_ParticleCount(particleCount)
+			: CPooledScene(1, kParticlesPerPage, kWarmUpStepCount)
 			, m_Random(seed)
-			, m_Pool(kParticlesPerPage)
 			, m_Pattern(BandPattern(1))
 		{
 			for (u32 left = particleCount; left > 0;)
 				left -= AddNozzle(left);
 		}
 
-		u32 WarmUpStepCount() const override { return kWarmUpStepCount; }
-
-		void Advance() override
+		void Simulate() override
 		{
-			m_Pool.Age();
 			for (u32 i = 0; i < m_Nozzles.size(); ++i)
 			{
 				SNozzle &nozzle = m_Nozzles[i];
@@ -65,30 +61,20 @@ namespace
 				SParticle particle;
 				particle.m_Lifetime = nozzle.m_StretchCount;
 				particle.m_Random = i;
-				m_Pool.Add(nozzle.m_Position, particle);
+				m_Pools[0].Add(nozzle.m_Position, particle);
 				Fly(nozzle);
 			}
-			++m_Step;
 		}
 
-		SFrame Frame() override
+		void Describe(SFrame &frame) override
 		{
-			UpdatePages();
 			UpdateBands();
 
-			SFrame frame;
-			const u32 pageCount = u32(m_RenderedCounts.size());
-			frame.m_Camera = Camera();
-			frame.m_Positions = TMemoryView<const TStridedMemoryView<const CFloat3>>(m_Positions.data(), pageCount);
-			frame.m_Enableds = TMemoryView<const TStridedMemoryView<const u8>>(m_Enableds.data(), pageCount);
-			frame.m_RenderedCounts = TMemoryView<const u32>(m_RenderedCounts.data(), pageCount);
-			frame.m_ParticleCount = m_ParticleCount;
 			frame.m_IndexPattern = TMemoryView<u32>(m_Pattern.data(), u32(m_Pattern.size()));
 			frame.m_IndexList = TMemoryView<const u32>(m_IndexList.data(), u32(m_IndexList.size()));
 			frame.m_VertexKind = EVertices::Bands;
 			frame.m_BandVertices = TMemoryView<const SBandVertex>(m_Vertices.data(), u32(m_Vertices.size()));
 			frame.m_VertexCount = u32(m_Vertices.size());
-			return frame;
 		}
 
 		std::vector<SPictureOfOrder> Pictures() const override
@@ -154,19 +140,6 @@ namespace
 			return camera;
 		}
 
-		void UpdatePages()
-		{
-			m_Positions.clear();
-			m_Enableds.clear();
-			m_RenderedCounts.clear();
-			for (u32 page = 0; page < m_Pool.PageCount(); ++page)
-			{
-				m_Positions.push_back(m_Pool.Positions(page));
-				m_Enableds.push_back(m_Pool.Enableds(page));
-				m_RenderedCounts.push_back(m_Pool.RenderedCount(page));
-			}
-		}
-
 		// Stretches of the current spark come after those of the last one and its end.
 		u32 PointOf(const SNozzle &nozzle, u32 age) const
 		{
@@ -178,7 +151,7 @@ namespace
 		{
 			m_Points.resize(m_Vertices.size() / 2);
 			m_IndexList.clear();
-			m_Pool.ForEachAlive(
+			m_Pools[0].ForEachAlive(
 				[&](const CFloat3 &position, const SParticle &particle)
 				{
 					const SNozzle &nozzle = m_Nozzles[particle.m_Random];
@@ -222,17 +195,11 @@ namespace
 					0.7f * heat * heat + 0.01f * heat + 0.36f * lit + 1.7f * shade, alpha)};
 		}
 
-		u32 m_ParticleCount;
-		u32 m_Step = 0;
 		CRandom m_Random;
-		CPagePool m_Pool;
 		std::vector<SNozzle> m_Nozzles;
 		std::vector<u32> m_Pattern;
 
 		// The frame: pages and index list in the order of the pool's pages, points and vertices nozzle by nozzle.
-		std::vector<TStridedMemoryView<const CFloat3>> m_Positions;
-		std::vector<TStridedMemoryView<const u8>> m_Enableds;
-		std::vector<u32> m_RenderedCounts;
 		std::vector<u32> m_IndexList;
 		std::vector<SBandPoint> m_Points;
 		std::vector<SBandVertex> m_Vertices;

@@ -5,7 +5,7 @@
 
 #include "band.h"
 #include "deterministic.h"
-#include "page_pool.h"
+#include "pooled_scene.h"
 #include "scene.h"
 #include "turbulence.h"
 #include <algorithm>
@@ -51,14 +51,13 @@ namespace
 		return a + (b - a) * t;
 	}
 
-	class CTubesScene final : public IScene
+	class CTubesScene final : public CPooledScene
 	{
 	public:
 		CTubesScene(u32 particleCount, u32 seed)
-			: m_ParticleCount(particleCount)
+			: CPooledScene(1, kParticlesPerPage, kWarmUpStepCount)
 			, m_Random(seed)
 			, m_Turbulence(Mix(seed))
-			, m_Pool(kParticlesPerPage)
 			, m_Pattern(BandPattern(kQuadCount))
 			, m_Vertices(u64(particleCount) * kVerticesPerParticle)
 			, m_QuadCentres(u64(particleCount) * kCentreSlots)
@@ -67,11 +66,8 @@ namespace
 				AddComet(left);
 		}
 
-		u32 WarmUpStepCount() const override { return kWarmUpStepCount; }
-
-		void Advance() override
+		void Simulate() override
 		{
-			m_Pool.Age();
 			for (u32 i = 0; i < m_Comets.size(); ++i)
 			{
 				if (m_Step % kStepsPerStretch != m_Comets[i].m_Delay)
@@ -79,30 +75,21 @@ namespace
 				SParticle particle;
 				particle.m_Lifetime = m_Comets[i].m_StretchCount * kStepsPerStretch;
 				particle.m_Random = i;
-				m_Pool.Add(CFloat3(), particle);
+				m_Pools[0].Add(CFloat3(), particle);
 			}
-			m_Pool.ForEachAlive(
+			m_Pools[0].ForEachAlive(
 				[this](CFloat3 &position, const SParticle &particle)
 				{
 					const float middle = float(m_Step - particle.m_Age) + 0.5f * kStepsPerStretch;
 					const SComet &comet = m_Comets[particle.m_Random];
 					position = Drifted(OnWay(comet, middle), Spent(comet, middle));
 				});
-			++m_Step;
 		}
 
-		SFrame Frame() override
+		void Describe(SFrame &frame) override
 		{
-			UpdatePages();
 			UpdateTubes();
 
-			SFrame frame;
-			const u32 pageCount = u32(m_RenderedCounts.size());
-			frame.m_Camera = Camera();
-			frame.m_Positions = TMemoryView<const TStridedMemoryView<const CFloat3>>(m_Positions.data(), pageCount);
-			frame.m_Enableds = TMemoryView<const TStridedMemoryView<const u8>>(m_Enableds.data(), pageCount);
-			frame.m_RenderedCounts = TMemoryView<const u32>(m_RenderedCounts.data(), pageCount);
-			frame.m_ParticleCount = m_ParticleCount;
 			frame.m_IndexPattern = TMemoryView<u32>(m_Pattern.data(), u32(m_Pattern.size()));
 			frame.m_VerticesPerParticle = kVerticesPerParticle;
 			frame.m_IndexList = TMemoryView<const u32>(m_IndexList.data(), u32(m_IndexList.size()));
@@ -110,7 +97,6 @@ namespace
 			frame.m_VertexKind = EVertices::Bands;
 			frame.m_BandVertices = TMemoryView<const SBandVertex>(m_Vertices.data(), u32(m_Vertices.size()));
 			frame.m_VertexCount = u32(m_Vertices.size());
-			return frame;
 		}
 
 		std::vector<SPictureOfOrder> Pictures() const override
@@ -195,23 +181,10 @@ namespace
 			return camera;
 		}
 
-		void UpdatePages()
-		{
-			m_Positions.clear();
-			m_Enableds.clear();
-			m_RenderedCounts.clear();
-			for (u32 page = 0; page < m_Pool.PageCount(); ++page)
-			{
-				m_Positions.push_back(m_Pool.Positions(page));
-				m_Enableds.push_back(m_Pool.Enableds(page));
-				m_RenderedCounts.push_back(m_Pool.RenderedCount(page));
-			}
-		}
-
 		void UpdateTubes()
 		{
 			m_IndexList.clear();
-			m_Pool.ForEachAlive(
+			m_Pools[0].ForEachAlive(
 				[&](const CFloat3 &, const SParticle &particle)
 				{
 					const SComet &comet = m_Comets[particle.m_Random];
@@ -242,18 +215,12 @@ namespace
 			}
 		}
 
-		u32 m_ParticleCount;
-		u32 m_Step = 0;
 		CRandom m_Random;
 		CTurbulence m_Turbulence;
-		CPagePool m_Pool;
 		std::vector<SComet> m_Comets;
 		std::vector<u32> m_Pattern;
 
 		// The frame: pages and index list in the order of the pool's pages, vertices and quad centres by place.
-		std::vector<TStridedMemoryView<const CFloat3>> m_Positions;
-		std::vector<TStridedMemoryView<const u8>> m_Enableds;
-		std::vector<u32> m_RenderedCounts;
 		std::vector<u32> m_IndexList;
 		std::vector<SBandVertex> m_Vertices;
 		std::vector<CFloat4> m_QuadCentres;
