@@ -17,6 +17,7 @@ namespace
 	constexpr u32 kMaxFrameCount = 10000;
 	constexpr u32 kMinSide = 16;
 	constexpr u32 kMaxSide = 8192;
+	constexpr u32 kMaxThreadCount = 256;
 
 	const char *const kAbout =
 		"Draws transparent particles unsorted and sorted, without a display, and says what the sort cost and how far\n"
@@ -65,6 +66,7 @@ namespace
 		std::optional<std::string> m_Width;
 		std::optional<std::string> m_Height;
 		std::string m_IndexType = "32";
+		std::string m_Threads = "1";
 		std::string m_Colour = "light";
 		std::string m_Out;
 		std::string m_Trace;
@@ -129,6 +131,7 @@ namespace
 		add("--width", "N", texts.m_Width, "Width of a picture in pixels; 640 by default, 960 in a window");
 		add("--height", "N", texts.m_Height, "Height of a picture in pixels; 360 by default, 860 in a window");
 		add("--index-type", "BITS", texts.m_IndexType, "Bits of an index, 16 or 32; 32 by default");
+		add("--threads", "N", texts.m_Threads, "Threads that share a sort: the same indices, sooner; 1 by default");
 		add("--colour", "NAME", texts.m_Colour, "What colours show: light, order, overdraw or error; light by default");
 		add("--trace", "FILE", texts.m_Trace,
 			"File for a trace of where every frame goes, for Perfetto or chrome://tracing");
@@ -191,6 +194,7 @@ namespace
 		arguments.m_Height =
 			ParseNumber("--height", texts.m_Height.value_or(texts.m_Window ? "860" : "360"), kMinSide, kMaxSide);
 		arguments.m_IndexBits = texts.m_IndexType == "16" ? 16 : 32;
+		arguments.m_ThreadCount = ParseNumber("--threads", texts.m_Threads, 1, kMaxThreadCount);
 		arguments.m_Colour = *colour;
 		arguments.m_OutFolder = texts.m_Out;
 		arguments.m_TraceFile = texts.m_Trace;

@@ -23,6 +23,7 @@ struct SArguments
 	u32 m_Width = 640;
 	u32 m_Height = 360;
 	u32 m_IndexBits = 32;
+	u32 m_ThreadCount = 1; ///< That share a sort.
 	EColour m_Colour = EColour::Light;
 	std::string m_OutFolder;   ///< Empty: no pictures are written.
 	std::string m_TraceFile;   ///< Empty: no scopes are recorded.

@@ -14,6 +14,7 @@
 #include "report.h"
 #include "scene.h"
 #include "sort_times.h"
+#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -61,7 +62,7 @@ namespace
 		u64 m_Hash = 0xCBF29CE484222325ull; // FNV-1a, 64 bits, over four bytes an index, the lowest first
 	};
 
-	constexpr u64 kTraceMemorySize = 16 << 20; // 69 scopes in each of the most frames that a run may have
+	constexpr u64 kTraceMemorySize = 18 << 20; // 78 scopes in each of the most frames that a run may have
 
 	class CRun
 	{
@@ -125,31 +126,45 @@ namespace
 			CSortClock clock(m_TraceMemory.empty() ? null : &recorder);
 			CIndexHash hash;
 			std::vector<SSortTimes> times;
+			std::vector<double> frameTimes;
 			std::optional<SDrawn> previous;
+			m_Drawer.Sorter().SetThreadCount(m_Arguments.m_ThreadCount);
 			for (u32 number = 0; number < m_Arguments.m_FrameCount; ++number)
 			{
 				m_Progress.Show("drawing: frame", number + 1, m_Arguments.m_FrameCount);
+				const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
 				VX_PROFILE_SCOPE("Frame");
 				{
 					VX_PROFILE_SCOPE("Simulate");
 					m_Scene->Advance();
 				}
-				const SFrame frame = m_Scene->Frame();
+				const SFrame frame = DescribedFrame();
 				if (previous)
 					hash.Add(m_Drawer.Renderer().ReadIndices(*previous));
 				m_Drawer.SetFrame(frame);
 				if (number + 1 == m_Arguments.m_FrameCount && !m_Arguments.m_CaptureFile.empty())
 					m_Drawer.Sorter().CaptureNext(&m_Capture);
-				VX_PROFILE_SCOPE("Sort and draw");
-				previous = m_Drawer.DrawSorted(order);
+				{
+					VX_PROFILE_SCOPE("Sort and draw");
+					previous = m_Drawer.DrawSorted(order);
+				}
 				times.push_back(clock.EndFrame());
+				const std::chrono::duration<double, std::micro> duration = std::chrono::steady_clock::now() - start;
+				frameTimes.push_back(duration.count());
 			}
 			hash.Add(m_Drawer.Renderer().ReadIndices(*previous));
 			m_Report.m_Times = MedianOf(times);
+			m_Report.m_FrameTime = MedianOf(frameTimes);
 			m_Report.m_IndexHash = hash.Value();
 			if (!m_TraceMemory.empty())
 				recorder.WriteChromeTrace(AppendTo, &m_Trace);
 			CountFrame(previous->m_DrawCalls);
+		}
+
+		SFrame DescribedFrame()
+		{
+			VX_PROFILE_SCOPE("Describe the frame");
+			return m_Scene->Frame();
 		}
 
 		void CountFrame(const std::vector<SDrawCall> &drawCalls)

@@ -5,6 +5,7 @@
 #include "ge_mesh_sort_replay.h"
 
 #include "failure.h"
+#include "findings.h"
 #include "library_reports.h"
 #include "report.h"
 #include "sort_times.h"
@@ -12,6 +13,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 namespace Viewer
 {
@@ -52,11 +54,15 @@ namespace
 		return names[type];
 	}
 
-	void PrintSentences(const char *name, const std::vector<std::string> &sentences)
+	// Of how many findings, and each of them once, for all of the pages that it is said of.
+	void PrintFindings(const char *name, const std::vector<SFinding> &findings)
 	{
-		std::printf("%-15s %zu\n", name, sentences.size());
-		for (const std::string &sentence : sentences)
-			std::printf("    %s\n", sentence.c_str());
+		u32 count = 0;
+		for (const SFinding &finding : findings)
+			count += finding.m_Count;
+		std::printf("%-15s %s\n", name, Grouped(count).c_str());
+		for (const SFinding &finding : findings)
+			std::printf("    %s\n", finding.Text().c_str());
 	}
 
 	void PrintInput(const std::string &fileName, size_t fileSize, const CCapturedSort &capture)
@@ -69,20 +75,6 @@ namespace
 			capture.PageCountWithEnableds(), capture.EmptyPageCount());
 		std::printf("output          room for %s indices, of %s vertices\n", Grouped(capture.OutputCount()).c_str(),
 			Grouped(capture.VertexCount()).c_str());
-	}
-
-	// What is wrong with the sort, and what could be better.
-	struct SFindings
-	{
-		std::vector<std::string> m_Violations;
-		std::vector<std::string> m_Advice;
-	};
-
-	void Collect(const SSortFinding &finding, void *findings)
-	{
-		SFindings &found = *static_cast<SFindings *>(findings);
-		(finding.m_Kind == SortFinding_Violation ? found.m_Violations : found.m_Advice)
-			.emplace_back(finding.m_Sentence);
 	}
 
 	void PrintOutput(const SSortReplay &replay)
@@ -119,16 +111,16 @@ bool RunReplay(const std::string &fileName)
 	CCapturedSort capture;
 	if (!capture.Read(file.data(), file.size(), kMemoryLimit))
 		throw CFailure(capture.Refusal());
-	SFindings findings;
-	const SSortReplay replay = ReplaySort(capture, Collect, &findings);
+	CFindings findings;
+	const SSortReplay replay = ReplaySort(capture, CFindings::Collect, &findings);
 
 	PrintInput(fileName, file.size(), capture);
-	PrintSentences("broken rules", findings.m_Violations);
-	PrintSentences("advice", findings.m_Advice);
+	PrintFindings("broken rules", findings.Of(true));
+	PrintFindings("advice", findings.Of(false));
 	if (replay.m_Sorted)
 	{
 		PrintOutput(replay);
-		PrintTimes(Time(capture), capture.ParticleCount());
+		PrintTimes(Time(capture), capture.ParticleCount(), std::nullopt);
 	}
 	else
 		std::printf("not sorted      a sort that breaks a rule may touch what it must not\n");

@@ -23,6 +23,7 @@ namespace
 			report.m_MixedPageCount, report.m_EmptyPageCount);
 		std::printf("draw calls      %u, %s indices of %u bits\n", report.m_DrawCallCount,
 			Grouped(report.m_IndexCount).c_str(), arguments.m_IndexBits);
+		std::printf("threads         %u\n", arguments.m_ThreadCount);
 		std::printf("index hash      %016" PRIx64 " (FNV-1a over all frames)\n", report.m_IndexHash);
 	}
 
@@ -69,13 +70,18 @@ namespace
 	}
 } // namespace
 
-void PrintTimes(const SSortTimes &times, u32 particleCount)
+void PrintTimes(const SSortTimes &times, u32 particleCount, const std::optional<double> &frameTime)
 {
 	std::printf("\nmedian of a frame\n");
+	if (times.m_Values != 0.0)
+		PrintStage("sort values", times.m_Values, particleCount);
 	PrintStage("fill", times.m_Fill, particleCount);
 	PrintStage("sort", times.m_Sort, particleCount);
 	PrintStage("expansion", times.m_Expand, particleCount);
 	PrintStage("in all", times.Total(), particleCount);
+	if (frameTime)
+		std::printf("%-15s %10.1f us, %.1f a second: simulated, uploaded, sorted, drawn, and indices read back\n",
+			"whole frame", *frameTime, 1000000.0 / *frameTime);
 }
 
 void PrintLibraryReports([[maybe_unused]] u32 assertionCount, const std::vector<std::string> &slowPaths)
@@ -93,7 +99,7 @@ void PrintLibraryReports([[maybe_unused]] u32 assertionCount, const std::vector<
 void Print(const SReport &report)
 {
 	PrintScene(report);
-	PrintTimes(report.m_Times, report.m_ParticleCount);
+	PrintTimes(report.m_Times, report.m_ParticleCount, report.m_FrameTime);
 	PrintPictures(report);
 	PrintLibraryReports(report.m_AssertionCount, report.m_SlowPaths);
 }

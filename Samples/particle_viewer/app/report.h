@@ -8,6 +8,7 @@
 #include "exact_order.h"
 #include "picture.h"
 #include "sort_times.h"
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,7 @@ struct SReport
 	u32 m_IndexCount = 0;
 
 	SSortTimes m_Times;
+	double m_FrameTime = 0.0; ///< The median of whole frames, in microseconds.
 	u64 m_IndexHash = 0;
 	std::vector<SPictureFigures> m_Pictures;
 	std::vector<std::string> m_SlowPaths; ///< Warnings of the library, once each.
@@ -46,6 +48,7 @@ void Print(const SReport &report);
 
 // Parts of the table that other runs have too.
 
-void PrintTimes(const SSortTimes &times, u32 particleCount);
+/// frameTime  of whole frames, in microseconds, where there were any
+void PrintTimes(const SSortTimes &times, u32 particleCount, const std::optional<double> &frameTime);
 void PrintLibraryReports(u32 assertionCount, const std::vector<std::string> &slowPaths);
 } // namespace Viewer

@@ -5,8 +5,9 @@
 
 #include "kr_log_unique.h"
 
-#include "report.h"
+#include "panel_words.h"
 #include "text.h"
+#include "thread_pool.h"
 #include <algorithm>
 #include <cfloat>
 #include <cstdio>
@@ -29,7 +30,8 @@ namespace
 		ImU32 m_Colour;
 	};
 	const SStage kStages[] = {
-		{"fill",   &SSortTimes::m_Fill,   IM_COL32(92,  176, 136, 255)}, // the lowest of a stack
+		{"values", &SSortTimes::m_Values, IM_COL32(150, 110, 190, 255)}, // the lowest of a stack
+		{"fill",   &SSortTimes::m_Fill,   IM_COL32(92,  176, 136, 255)},
 		{"sort",   &SSortTimes::m_Sort,   IM_COL32(58,  132, 200, 255)},
 		{"expand", &SSortTimes::m_Expand, IM_COL32(226, 164, 76,  255)},
 	};
@@ -142,14 +144,14 @@ namespace
 		Label("Order");
 		bool changed = false;
 		const std::vector<SPictureOfOrder> orders = SortedOrders(scene);
-		const auto current = std::find_if(orders.begin(), orders.end(),
-			[&](const SPictureOfOrder &picture) { return picture.m_Order == settings.m_Order; });
-		if (ImGui::BeginCombo("##order", current == orders.end() ? "" : current->m_Label))
+		const std::string current = OrderWords(settings.m_Sorting, settings.m_Order, orders);
+		if (ImGui::BeginCombo("##order", current.c_str()))
 		{
 			for (const SPictureOfOrder &picture : orders)
-				if (ImGui::Selectable(picture.m_Label, picture.m_Order == settings.m_Order))
+				if (ImGui::Selectable(picture.m_Label, settings.m_Sorting && picture.m_Order == settings.m_Order))
 				{
 					settings.m_Order = picture.m_Order;
+					settings.m_Sorting = true;
 					changed = true;
 				}
 			ImGui::EndCombo();
@@ -173,9 +175,9 @@ namespace
 		settings.m_OutputPercent = u32(percent);
 		changed |= ImGui::Checkbox("Output starts off a vector's boundary", &settings.m_MisalignOutput);
 
-		const u32 lost = figures.m_PrimitiveCount - figures.m_DrawnPrimitiveCount;
-		if (lost != 0)
-			Paragraph(kAdvice, Grouped(lost) + " of " + Grouped(figures.m_PrimitiveCount) + " primitives are lost");
+		const std::string lost = LostWords(figures.m_Primitives);
+		if (!lost.empty())
+			Paragraph(kAdvice, lost);
 		return changed;
 	}
 
@@ -233,51 +235,82 @@ namespace
 		ImGui::Dummy(size);
 	}
 
+	SSortTimes MedianOf(const std::deque<SSortTimes> &history)
+	{
+		return Viewer::MedianOf(std::vector<SSortTimes>(history.begin(), history.end()));
+	}
+
+	ImU32 ColourOf(double SSortTimes::*stage)
+	{
+		for (const SStage &candidate : kStages)
+			if (candidate.m_Time == stage)
+				return candidate.m_Colour;
+		return IM_COL32_BLACK_TRANS;
+	}
+
+	void ShowTimeLine(const STimeLine &line)
+	{
+		ImGui::TableNextColumn();
+		const ImVec2 at = ImGui::GetCursorScreenPos();
+		const float side = 0.7f * Em();
+		ImGui::GetWindowDrawList()->AddRectFilled(ImVec2(at.x, at.y + 0.2f * Em()),
+			ImVec2(at.x + side, at.y + 0.2f * Em() + side), ColourOf(line.m_Stage), 2.0f);
+		ImGui::SetCursorPosX(ImGui::GetCursorPosX() + Em() * 1.1f);
+		ImGui::TextUnformatted(line.m_Name.c_str());
+		Number("%.1f \u00b5s", line.m_Microseconds);
+		Number("%.2f ns", line.m_NanosecondsPerParticle);
+	}
+
 	void ShowTimes(const CLiveView &view)
 	{
 		Heading("Time of a sort");
-		ShowGraph(view.History());
-		const SSortTimes median = MedianOf(std::vector<SSortTimes>(view.History().begin(), view.History().end()));
-		const double particleCount = std::max(view.Figures().m_ParticleCount, 1u);
-		const auto cells = [&](double microseconds)
+		ImGui::TextDisabled("%s", FrameRateWords(view.FramesPerSecond()).c_str());
+		if (!view.Settings().m_Sorting)
 		{
-			Number("%.1f \u00b5s", microseconds);
-			Number("%.2f ns", microseconds * 1000.0 / particleCount);
-		};
-		if (!ImGui::BeginTable("times", 3))
+			ImGui::TextDisabled("%s", NoFindingsWords(false, false).c_str());
 			return;
-		for (const char *const title : {"median", "of a frame", "of a particle"})
-		{
-			ImGui::TableNextColumn();
-			ImGui::TextDisabled("%s", title);
 		}
-		for (const SStage &stage : kStages)
+		ShowGraph(view.History());
+		const SSortTimes median = MedianOf(view.History());
+		if (ImGui::BeginTable("times", 3))
 		{
-			ImGui::TableNextColumn();
-			const ImVec2 at = ImGui::GetCursorScreenPos();
-			const float side = 0.7f * Em();
-			ImGui::GetWindowDrawList()->AddRectFilled(
-				ImVec2(at.x, at.y + 0.2f * Em()), ImVec2(at.x + side, at.y + 0.2f * Em() + side), stage.m_Colour, 2.0f);
-			ImGui::SetCursorPosX(ImGui::GetCursorPosX() + Em() * 1.1f);
-			ImGui::TextUnformatted(stage.m_Name);
-			cells(median.*stage.m_Time);
+			for (const char *const title : {"median", "of a frame", "of a particle"})
+			{
+				ImGui::TableNextColumn();
+				ImGui::TextDisabled("%s", title);
+			}
+			for (const STimeLine &line : TimeLines(median, view.Figures().m_ParticleCount))
+				ShowTimeLine(line);
+			ImGui::EndTable();
 		}
-		ImGui::TableNextColumn();
-		ImGui::TextDisabled("in all");
-		cells(median.Total());
-		ImGui::EndTable();
+		const ImVec4 &dim = ImGui::GetStyle().Colors[ImGuiCol_TextDisabled];
+		Paragraph(dim, TimesNote(median));
+		const std::string gain =
+			GainWords(view.Settings().m_ThreadCount, median.Total(), MedianOf(view.HistoryOfOneThread()).Total());
+		if (!gain.empty())
+			Paragraph(kGood, gain);
+	}
+
+	bool ShowThreads(SViewSettings &settings)
+	{
+		Label("Threads");
+		int count = int(settings.m_ThreadCount);
+		const int most = int(std::max(MostThreads(), settings.m_ThreadCount));
+		const bool changed = ImGui::SliderInt("##threads", &count, 1, most, "%d", ImGuiSliderFlags_AlwaysClamp);
+		settings.m_ThreadCount = u32(count);
+		return changed;
 	}
 
 	bool ShowFindings(SViewSettings &settings, const SViewFigures &figures)
 	{
 		Heading("What the validation finds");
 		const bool changed = ImGui::Checkbox("Check every call before it sorts", &settings.m_CheckCalls);
-		if (!settings.m_Sorting)
-			ImGui::TextDisabled("Nothing is sorted.");
-		else if (settings.m_CheckCalls && figures.m_Findings.empty())
-			Paragraph(kGood, "No rule is broken, and nothing could be better.");
-		for (const SFinding &finding : figures.m_Findings)
-			Paragraph(finding.m_IsViolation ? kBad : kAdvice, finding.m_Sentence);
+		const std::vector<SFinding> &findings = figures.m_Findings.All();
+		const std::string nothing = findings.empty() ? NoFindingsWords(settings.m_Sorting, settings.m_CheckCalls) : "";
+		if (!nothing.empty())
+			Paragraph(settings.m_Sorting ? kGood : ImGui::GetStyle().Colors[ImGuiCol_TextDisabled], nothing);
+		for (const SFinding &finding : findings)
+			Paragraph(finding.m_IsViolation ? kBad : kAdvice, finding.Text());
 		return changed;
 	}
 
@@ -356,6 +389,7 @@ std::optional<EAction> CControlPanel::Show(CLiveView &view, float width, const s
 	Heading("Sort");
 	changed |= ShowOrder(settings, view.Scene());
 	changed |= ShowOutput(settings, view.Figures());
+	changed |= ShowThreads(settings);
 	ShowTimes(view);
 	changed |= ShowFindings(settings, view.Figures());
 	ShowWarnings(view);
@@ -402,9 +436,7 @@ bool CControlPanel::ShowScene(SViewSettings &settings, const SViewFigures &figur
 		settings.m_ParticleCount = u32(m_EditedParticleCount);
 		changed = true;
 	}
-	const std::string calls = figures.m_DrawCallCount == 1 ? " draw call" : " draw calls";
-	ImGui::TextDisabled("%s drawn in %u pages, %u%s", Grouped(figures.m_ParticleCount).c_str(), figures.m_PageCount,
-		figures.m_DrawCallCount, calls.c_str());
+	ImGui::TextDisabled("%s", DrawnWords(figures).c_str());
 	return changed;
 }
 

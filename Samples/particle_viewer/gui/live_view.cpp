@@ -15,10 +15,24 @@ namespace
 	constexpr double kIdleSeconds = 0.1;
 	constexpr u32 kOutputPercentStep = 5;
 	constexpr s32 kOrbitStepsPerKey = 40; // 10 degrees
+	constexpr u32 kSortsPerSortOnOneThread = 4;
 
 	bool SameScene(const SViewSettings &a, const SViewSettings &b)
 	{
 		return a.m_Scene == b.m_Scene && a.m_ParticleCount == b.m_ParticleCount;
+	}
+
+	/// Times of one are no times of the other.
+	bool SameSort(const SViewSettings &a, const SViewSettings &b)
+	{
+		return a.m_Sorting == b.m_Sorting && a.m_Order == b.m_Order && a.m_ThreadCount == b.m_ThreadCount;
+	}
+
+	void Keep(std::deque<SSortTimes> &history, const SSortTimes &times)
+	{
+		history.push_back(times);
+		if (history.size() > CLiveView::kHistoryLength)
+			history.pop_front();
 	}
 
 	/// The element after a value, and after the last one the first.
@@ -47,6 +61,7 @@ CLiveView::CLiveView(const SArguments &arguments)
 	m_Settings.m_ParticleCount = arguments.m_ParticleCount;
 	m_Settings.m_IndexBits = arguments.m_IndexBits;
 	m_Settings.m_Colour = arguments.m_Colour;
+	m_Settings.m_ThreadCount = arguments.m_ThreadCount;
 	Restart();
 }
 
@@ -57,7 +72,13 @@ void CLiveView::Restart()
 	m_Settings.m_FreezeOrder = false;
 	m_WarmUpStep = 0;
 	m_FrameCount = 0;
+	ForgetTimes();
+}
+
+void CLiveView::ForgetTimes()
+{
 	m_History.clear();
+	m_HistoryOfOneThread.clear();
 }
 
 void CLiveView::Change(const SViewSettings &settings)
@@ -70,6 +91,8 @@ void CLiveView::Change(const SViewSettings &settings)
 		m_Settings.m_FreezeOrder = false; // there is no order yet
 	if (m_Settings.m_FreezeOrder && !before.m_FreezeOrder)
 		m_FrozenCamera = Camera();
+	if (!SameSort(before, m_Settings))
+		ForgetTimes();
 	m_Redraw = true;
 }
 
@@ -213,13 +236,14 @@ void CLiveView::Draw()
 {
 	m_Redraw = false;
 	m_Figures = SViewFigures();
+	NoteDraw();
 	SFrame frame = m_Frame;
 	frame.m_Camera = Moved(m_Frame.m_Camera, m_Settings.m_Orbit);
 	try
 	{
 		m_Drawer.SetFrame(frame);
 		m_Drawer.SetIndexBits(m_Settings.m_IndexBits);
-		m_Drawer.Sorter().SetFindingHandler(m_Settings.m_CheckCalls ? OnFinding : null, &m_Figures.m_Findings);
+		m_Drawer.Sorter().SetFindingHandler(m_Settings.m_CheckCalls ? CFindings::Collect : null, &m_Figures.m_Findings);
 		m_Drawer.Renderer().SetColour(m_Settings.m_Colour);
 		Count(DrawInOrder().m_DrawCalls);
 	}
@@ -227,6 +251,19 @@ void CLiveView::Draw()
 	{
 		m_Figures.m_Trouble = failure.what();
 	}
+}
+
+// A pause begins the count of frames anew.
+void CLiveView::NoteDraw()
+{
+	constexpr size_t kMostTimes = 31;
+	constexpr std::chrono::seconds kPause(1);
+	const CClock::time_point now = CClock::now();
+	if (!m_DrawTimes.empty() && now - m_DrawTimes.back() > kPause)
+		m_DrawTimes.clear();
+	m_DrawTimes.push_back(now);
+	if (m_DrawTimes.size() > kMostTimes)
+		m_DrawTimes.pop_front();
 }
 
 SDrawn CLiveView::DrawInOrder()
@@ -238,10 +275,10 @@ SDrawn CLiveView::DrawInOrder()
 	trial.m_SortCamera = &SortCamera();
 	trial.m_OutputShare = float(m_Settings.m_OutputPercent) / 100.0f;
 	trial.m_MisalignedOutput = m_Settings.m_MisalignOutput;
+	const bool onOneThread = m_Settings.m_ThreadCount > 1 && m_SortCount++ % kSortsPerSortOnOneThread == 0;
+	m_Drawer.Sorter().SetThreadCount(onOneThread ? 1 : m_Settings.m_ThreadCount);
 	const SDrawn drawn = m_Drawer.DrawSorted(m_Settings.m_Order, trial);
-	m_History.push_back(m_Clock.EndFrame());
-	if (m_History.size() > kHistoryLength)
-		m_History.pop_front();
+	Keep(onOneThread ? m_HistoryOfOneThread : m_History, m_Clock.EndFrame());
 	return drawn;
 }
 
@@ -250,20 +287,16 @@ void CLiveView::Count(const std::vector<SDrawCall> &drawCalls)
 	m_Figures.m_ParticleCount = m_Frame.m_ParticleCount;
 	m_Figures.m_PageCount = m_Frame.m_RenderedCounts.Count();
 	m_Figures.m_DrawCallCount = u32(drawCalls.size());
-	for (const SDrawCall &drawCall : drawCalls)
-	{
-		const u32 indices = std::max(drawCall.m_IndicesPerPrimitive, 1u);
-		m_Figures.m_PrimitiveCount += drawCall.m_GeometryIndexCount / indices;
-		m_Figures.m_DrawnPrimitiveCount += drawCall.m_IndexCount / indices;
-	}
+	m_Figures.m_Primitives = CountPrimitives(drawCalls);
 }
 
-void CLiveView::OnFinding(const SSortFinding &finding, void *findings)
+double CLiveView::FramesPerSecond() const
 {
-	constexpr size_t kMostFindings = 100;
-	std::vector<SFinding> &all = *static_cast<std::vector<SFinding> *>(findings);
-	if (all.size() < kMostFindings)
-		all.push_back({finding.m_Kind == SortFinding_Violation, finding.m_Sentence});
+	constexpr std::chrono::seconds kStill(1);
+	if (m_DrawTimes.size() < 2 || CClock::now() - m_DrawTimes.back() > kStill)
+		return 0.0;
+	const std::chrono::duration<double> duration = m_DrawTimes.back() - m_DrawTimes.front();
+	return double(m_DrawTimes.size() - 1) / std::max(duration.count(), 1e-6);
 }
 
 std::string CLiveView::Title() const

@@ -10,6 +10,7 @@
 #include "frame_drawer.h"
 #include "library_reports.h"
 #include "orbit.h"
+#include "panel_words.h"
 #include "scene_list.h"
 #include "sort_times.h"
 #include <chrono>
@@ -36,25 +37,8 @@ struct SViewSettings
 	u32 m_OutputPercent = 100; ///< Of the primitives, what the output has room for.
 	bool m_MisalignOutput = false;
 	bool m_CheckCalls = true;
+	u32 m_ThreadCount = 1; ///< That share a sort; the indices are the same.
 	SOrbit m_Orbit;
-};
-
-struct SFinding
-{
-	bool m_IsViolation;
-	std::string m_Sentence;
-};
-
-/// What came of the last frame.
-struct SViewFigures
-{
-	u32 m_ParticleCount = 0;
-	u32 m_PageCount = 0;
-	u32 m_DrawCallCount = 0;
-	u32 m_PrimitiveCount = 0;
-	u32 m_DrawnPrimitiveCount = 0;
-	std::vector<SFinding> m_Findings;
-	std::string m_Trouble; ///< Why the settings cannot be drawn; empty where they were.
 };
 
 /// The colours that can be drawn without the exact answer.
@@ -85,8 +69,12 @@ public:
 	CRenderer &Renderer() { return m_Drawer.Renderer(); }
 	const IScene &Scene() const { return *m_Scene; }
 	const SViewFigures &Figures() const { return m_Figures; }
-	/// Of the last sorts, the newest last.
+	/// Of the last sorts, the newest last; none where nothing is sorted.
 	const std::deque<SSortTimes> &History() const { return m_History; }
+	/// Of the last sorts on one thread, for comparison: with several threads, one of every few frames is sorted so.
+	const std::deque<SSortTimes> &HistoryOfOneThread() const { return m_HistoryOfOneThread; }
+	/// Frames drawn in a second, of late; 0 while nothing is.
+	double FramesPerSecond() const;
 	const std::vector<std::string> &Assertions() const { return m_LibraryReports.Assertions(); }
 	/// Frames of the scene that have been drawn.
 	u32 FrameCount() const { return m_FrameCount; }
@@ -102,12 +90,13 @@ private:
 	typedef std::chrono::steady_clock CClock;
 
 	void Restart();
+	void ForgetTimes();
+	void NoteDraw();
 	void WarmUp();
 	void Advance();
 	void Draw();
 	SDrawn DrawInOrder();
 	void Count(const std::vector<SDrawCall> &drawCalls);
-	static void OnFinding(const SSortFinding &finding, void *findings);
 
 	SArguments m_Arguments;
 	CLibraryReports m_LibraryReports;
@@ -125,5 +114,8 @@ private:
 
 	SViewFigures m_Figures;
 	std::deque<SSortTimes> m_History;
+	std::deque<SSortTimes> m_HistoryOfOneThread;
+	std::deque<CClock::time_point> m_DrawTimes;
+	u32 m_SortCount = 0;
 };
 } // namespace Viewer

@@ -53,8 +53,7 @@ SDrawn CFrameDrawer::DrawSorted(EOrder order, const STrial &trial)
 
 SDrawn CFrameDrawer::DrawIndices(const std::vector<u32> &indices)
 {
-	SDrawCall drawCall;
-	drawCall.m_IndexCount = u32(indices.size());
+	const SDrawCall drawCall = PlanReadyDrawCall(m_Frame, u32(indices.size()));
 	u8 *const mapped = m_Renderer.MapIndices(IndexMemorySize({drawCall}));
 	std::memcpy(mapped, indices.data(), indices.size() * sizeof(u32));
 	return m_Renderer.Draw({drawCall});

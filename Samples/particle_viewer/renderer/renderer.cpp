@@ -2,6 +2,8 @@
 
 #include "renderer.h"
 
+#include "kr_profiler.h"
+
 #include "cloud_shaders.h"
 #include "failure.h"
 #include "shaders.h"
@@ -244,6 +246,7 @@ void CRenderer::CreateSprites()
 
 void CRenderer::SetFrame(const SFrame &frame)
 {
+	VX_PROFILE_SCOPE("Upload");
 	m_VertexKind = frame.m_VertexKind;
 	const auto [vertices, size] = VertexBytes(frame);
 	if (size > m_MaxVertexBufferSize)
@@ -273,8 +276,15 @@ void CRenderer::SetCloud(const SFrame &frame)
 	glProgramUniform1f(m_CloudProgram.m_Program, m_CloudProgram.m_PointRadius, PointRadius(*frame.m_Cloud));
 }
 
+u8 *CRenderer::MapIndices(u64 sizeInBytes)
+{
+	VX_PROFILE_SCOPE("Wait for index memory");
+	return m_Ring.Begin(sizeInBytes);
+}
+
 SDrawn CRenderer::Draw(const std::vector<SDrawCall> &drawCalls)
 {
+	VX_PROFILE_SCOPE("Draw");
 	glBindVertexArray(m_EmptyVertexArray);
 	glBindFramebuffer(GL_FRAMEBUFFER, m_LightTarget);
 	glViewport(0, 0, GLsizei(m_Width * m_Samples), GLsizei(m_Height * m_Samples));
@@ -369,6 +379,7 @@ SPicture CRenderer::ReadPicture()
 
 SPicture ReadFramebuffer(u32 framebuffer, u32 width, u32 height)
 {
+	VX_PROFILE_SCOPE("Read picture back");
 	SPicture picture;
 	picture.m_Width = width;
 	picture.m_Height = height;
@@ -388,6 +399,7 @@ SPicture ReadFramebuffer(u32 framebuffer, u32 width, u32 height)
 
 std::vector<u32> CRenderer::ReadIndices(const SDrawn &drawn)
 {
+	VX_PROFILE_SCOPE("Read indices back");
 	std::vector<u32> indices;
 	std::vector<u8> bytes;
 	for (const SDrawCall &drawCall : drawn.m_DrawCalls)

@@ -68,7 +68,7 @@ public:
 	u32 MostLayers() const { return m_MostLayers; }
 
 	/// Mapped index memory for one draw: written by the caller, front to back, and never read.
-	u8 *MapIndices(u64 sizeInBytes) { return m_Ring.Begin(sizeInBytes); }
+	u8 *MapIndices(u64 sizeInBytes);
 	/// Draws the frame over the background, with the indices that were written.
 	SDrawn Draw(const std::vector<SDrawCall> &drawCalls);
 

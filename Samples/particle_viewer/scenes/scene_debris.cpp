@@ -191,7 +191,7 @@ namespace
 				});
 		}
 
-		SCamera Camera() const
+		SCamera Camera() const override
 		{
 			const float turns = 0.10f * SineOfTurns(float(m_Step) / 400.0f);
 			SCamera camera;

@@ -100,7 +100,7 @@ namespace
 			return CFloat3(x, y, z);
 		}
 
-		SCamera Camera() const
+		SCamera Camera() const override
 		{
 			const float turns = 0.03f * SineOfTurns(float(m_Step) / 400.0f);
 			SCamera camera;

@@ -177,7 +177,7 @@ namespace
 			velocity.z() = velocity.z() + (Trait(particle, 3) - 0.50f) * slowed;
 		}
 
-		SCamera Camera() const
+		SCamera Camera() const override
 		{
 			const float turns = 0.07f * SineOfTurns(float(m_Step) / 400.0f);
 			SCamera camera;

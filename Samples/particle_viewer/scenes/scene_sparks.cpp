@@ -131,7 +131,7 @@ namespace
 			}
 		}
 
-		SCamera Camera() const
+		SCamera Camera() const override
 		{
 			const float turns = 0.06f * SineOfTurns(float(m_Step) / 400.0f);
 			SCamera camera;

@@ -172,7 +172,7 @@ namespace
 				0.35f * heat * heat * heat * heat + 1.3f * smoke, alpha);
 		}
 
-		SCamera Camera() const
+		SCamera Camera() const override
 		{
 			const float turns = 0.05f * SineOfTurns(float(m_Step) / 400.0f);
 			SCamera camera;

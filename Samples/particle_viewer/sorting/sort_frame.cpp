@@ -4,6 +4,8 @@
 
 #include "ge_mesh_sort_capture.h"
 
+#include "kr_profiler.h"
+
 #include "failure.h"
 #include "output_file.h"
 #include <algorithm>
@@ -47,6 +49,21 @@ namespace
 		drawCall.m_IndexCount = frame.m_ParticleCount * drawCall.m_IndicesPerPrimitive;
 		drawCall.m_GeometryIndexCount = drawCall.m_IndexCount;
 		return drawCall;
+	}
+
+	u64 ScratchSize(ESortEntry entry, const SDrawCall &drawCall)
+	{
+		return entry == SortEntry_Triangles
+		           ? CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(drawCall.m_GeometryIndexCount)
+		           : CTriangleSorter::GetAutogenIndicesWorkingBufferSize(drawCall.m_ParticleCount);
+	}
+
+	// Jobs take a little more.
+	u64 ScratchSize(ESortEntry entry, const SDrawCall &drawCall, const SSortJobs &jobs)
+	{
+		return entry == SortEntry_Triangles
+		           ? CTriangleSorter::GetJobsWorkingBufferSize_tri(drawCall.m_GeometryIndexCount, jobs.m_MaxJobCount)
+		           : CTriangleSorter::GetJobsWorkingBufferSize(drawCall.m_ParticleCount, jobs.m_MaxJobCount);
 	}
 
 	// A draw call starts where the one before it ends.
@@ -107,6 +124,27 @@ std::vector<SDrawCall> PlanTriangleDrawCalls(const SFrame &frame, CTriangleSorte
 	return {drawCall};
 }
 
+SDrawCall PlanReadyDrawCall(const SFrame &frame, u32 indexCount)
+{
+	SDrawCall drawCall;
+	drawCall.m_IndexCount = indexCount;
+	drawCall.m_GeometryIndexCount = indexCount;
+	drawCall.m_IndicesPerPrimitive = IsGeometryPerPage(frame) ? 3 : frame.m_IndexPattern.Count();
+	return drawCall;
+}
+
+SPrimitiveCounts CountPrimitives(const std::vector<SDrawCall> &drawCalls)
+{
+	SPrimitiveCounts counts;
+	for (const SDrawCall &drawCall : drawCalls)
+	{
+		const u32 indicesPerPrimitive = std::max(drawCall.m_IndicesPerPrimitive, 1u);
+		counts.m_All += drawCall.m_GeometryIndexCount / indicesPerPrimitive;
+		counts.m_Drawn += drawCall.m_IndexCount / indicesPerPrimitive;
+	}
+	return counts;
+}
+
 u64 IndexMemorySize(const std::vector<SDrawCall> &drawCalls)
 {
 	return Following(drawCalls.back()).m_OffsetInBytes;
@@ -145,13 +183,12 @@ void CFrameSorter::SortPages(const SFrame &frame, EOrder order, const SDrawCall 
 		m_Sorter.Setup_Geometry(frame.m_PagePatterns.Slice(drawCall.m_FirstPage, drawCall.m_PageCount),
 			frame.m_PageVerticesPerParticle.Slice(drawCall.m_FirstPage, drawCall.m_PageCount),
 			drawCall.m_GeometryIndexCount);
-		Run(SortEntry_Triangles, CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(drawCall.m_GeometryIndexCount),
-			drawCall, mappedIndices);
+		Run(SortEntry_Triangles, drawCall, mappedIndices);
 	}
 	else
 	{
 		SetGeometry(frame, order);
-		SortPoints(drawCall, mappedIndices);
+		Run(SortEntry_Points, drawCall, mappedIndices);
 	}
 }
 
@@ -178,23 +215,26 @@ void CFrameSorter::SortTriangleCentres(const SFrame &frame, const SDrawCall &dra
 	m_Sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(allEnabled),
 		CTriangleSorter::CRenderedCounts(count), count, frame.m_Camera.m_Position);
 	m_Sorter.Setup_Geometry(TMemoryView<u32>(triangle, 3), 3);
-	SortPoints(drawCall, mappedIndices);
+	Run(SortEntry_Points, drawCall, mappedIndices);
 }
 
-void CFrameSorter::SortPoints(const SDrawCall &drawCall, u8 *mappedIndices)
+void CFrameSorter::Run(ESortEntry entry, const SDrawCall &drawCall, u8 *mappedIndices)
 {
-	Run(SortEntry_Points, CTriangleSorter::GetAutogenIndicesWorkingBufferSize(drawCall.m_ParticleCount), drawCall,
-		mappedIndices);
-}
-
-void CFrameSorter::Run(ESortEntry entry, u32 scratchSize, const SDrawCall &drawCall, u8 *mappedIndices)
-{
+	const bool hasJobs = m_Threads != null;
+	const SSortJobs jobs = hasJobs ? m_Threads->Jobs() : SSortJobs();
+	const u64 scratchSize = hasJobs ? ScratchSize(entry, drawCall, jobs) : ScratchSize(entry, drawCall);
 	u8 *const scratch = Scratch(scratchSize);
 	if (m_OnFinding != null)
-		ValidateSort(m_Sorter, entry, scratch, scratchSize, m_OnFinding, m_FindingUserData);
-	RunSort(entry, scratch);
+	{
+		VX_PROFILE_SCOPE("Check the call");
+		ValidateSort(m_Sorter, entry, scratch, scratchSize, m_OnFinding, m_FindingUserData, hasJobs ? &jobs : null);
+	}
+	if (hasJobs)
+		RunSortInJobs(entry, scratch, scratchSize, jobs);
+	else
+		RunSort(entry, scratch);
 	if (m_Capture != null)
-		Capture(entry, scratchSize, drawCall, mappedIndices);
+		Capture(entry, drawCall, mappedIndices);
 }
 
 void CFrameSorter::RunSort(ESortEntry entry, u8 *scratch)
@@ -205,12 +245,22 @@ void CFrameSorter::RunSort(ESortEntry entry, u8 *scratch)
 		m_Sorter.SortPoints_AutogenIndices(scratch);
 }
 
-// Mapped indices are not for reading: the same sort once more, into ordinary memory at the same address modulo 16.
-void CFrameSorter::Capture(ESortEntry entry, u32 scratchSize, const SDrawCall &drawCall, u8 *mappedIndices)
+void CFrameSorter::RunSortInJobs(ESortEntry entry, u8 *scratch, u64 scratchSize, const SSortJobs &jobs)
+{
+	if (entry == SortEntry_Triangles)
+		m_Sorter.SortTriangles_AutogenIndices(scratch, scratchSize, jobs);
+	else
+		m_Sorter.SortPoints_AutogenIndices(scratch, scratchSize, jobs);
+}
+
+// Mapped indices are not for reading: the same sort once more, on one thread, into ordinary memory at the same address
+// modulo 16.
+void CFrameSorter::Capture(ESortEntry entry, const SDrawCall &drawCall, u8 *mappedIndices)
 {
 	const u64 addressMod16 = reinterpret_cast<ureg>(mappedIndices + drawCall.m_OffsetInBytes) % kCallAlignment;
 	std::vector<u8> output(addressMod16 + u64(drawCall.m_IndexCount) * BytesPerIndex(drawCall.m_IndexType));
 	SetOutput(drawCall, output.data() + addressMod16);
+	const u64 scratchSize = ScratchSize(entry, drawCall);
 	RunSort(entry, Scratch(scratchSize));
 	WriteSortCapture(m_Sorter, Scratch(scratchSize), scratchSize, SortCapture_InputAndOutput, AppendTo, m_Capture);
 	m_Capture = null;
@@ -252,6 +302,7 @@ void CFrameSorter::SetPages(const SFrame &frame, EOrder order, const SDrawCall &
 // Pages with and without disabled particles lie side by side here: values give all of them one order, positions do not.
 void CFrameSorter::UpdateSortValues(const SFrame &frame)
 {
+	VX_PROFILE_SCOPE("Compute sort values");
 	constexpr u32 kLanes = 4; // pages of values start at multiples of 16 bytes
 
 	u32 size = 0;
@@ -270,6 +321,15 @@ void CFrameSorter::UpdateSortValues(const SFrame &frame)
 		m_ValuePages[page] = TStridedMemoryView<const float>(values);
 		next += (count + kLanes - 1) / kLanes * kLanes;
 	}
+}
+
+void CFrameSorter::SetThreadCount(u32 threadCount)
+{
+	if (threadCount == (m_Threads != null ? m_Threads->ThreadCount() : 1))
+		return;
+	m_Threads.reset();
+	if (threadCount > 1)
+		m_Threads = std::make_unique<CThreadPool>(threadCount);
 }
 
 void CFrameSorter::SetFindingHandler(CbSortFinding handler, void *userData)
@@ -291,7 +351,7 @@ CbSortFinding CFrameSorter::DefaultFindingHandler()
 #endif
 }
 
-u8 *CFrameSorter::Scratch(u32 sizeInBytes)
+u8 *CFrameSorter::Scratch(u64 sizeInBytes)
 {
 	if (sizeInBytes > m_Scratch.size())
 		m_Scratch.resize(sizeInBytes);

@@ -8,6 +8,8 @@
 #include "vx_defs.h"
 
 #include "scene.h"
+#include "thread_pool.h"
+#include <memory>
 #include <vector>
 
 namespace Viewer
@@ -38,8 +40,18 @@ u32 BytesPerIndex(CTriangleSorter::EIndexType indexType);
 std::vector<SDrawCall> PlanDrawCalls(const SFrame &frame, CTriangleSorter::EIndexType indexType);
 /// The same for a frame drawn by its triangles: one draw call.
 std::vector<SDrawCall> PlanTriangleDrawCalls(const SFrame &frame, CTriangleSorter::EIndexType indexType);
+/// One draw call with indices that are ready, all of a frame's or some.
+SDrawCall PlanReadyDrawCall(const SFrame &frame, u32 indexCount);
 /// The index memory that planned draw calls need.
 u64 IndexMemorySize(const std::vector<SDrawCall> &drawCalls);
+
+/// Primitives of a frame, and those that the outputs have room for.
+struct SPrimitiveCounts
+{
+	u32 m_All = 0;
+	u32 m_Drawn = 0;
+};
+SPrimitiveCounts CountPrimitives(const std::vector<SDrawCall> &drawCalls);
 
 /// 0 - squared distance of each position, in the order of operations that the sorter's own distance keys have.
 void ComputeSortValues(
@@ -53,6 +65,9 @@ public:
 	/// which is linear in the particles. By default builds with assertions tell of violations on standard error.
 	void SetFindingHandler(CbSortFinding handler, void *userData);
 
+	/// The threads that share a large draw call, the calling one among them: 1 unless set. The indices are the same.
+	void SetThreadCount(u32 threadCount);
+
 	/// The next call to be sorted is appended as a capture, output and all.
 	void CaptureNext(std::vector<u8> *capture) { m_Capture = capture; }
 
@@ -62,18 +77,18 @@ public:
 
 private:
 	void SortPages(const SFrame &frame, EOrder order, const SDrawCall &drawCall, u8 *mappedIndices);
-	void SortPoints(const SDrawCall &drawCall, u8 *mappedIndices);
 	void SortTriangleCentres(const SFrame &frame, const SDrawCall &drawCall, u8 *mappedIndices);
 
-	void Run(ESortEntry entry, u32 scratchSize, const SDrawCall &drawCall, u8 *mappedIndices);
+	void Run(ESortEntry entry, const SDrawCall &drawCall, u8 *mappedIndices);
 	void RunSort(ESortEntry entry, u8 *scratch);
-	void Capture(ESortEntry entry, u32 scratchSize, const SDrawCall &drawCall, u8 *mappedIndices);
+	void RunSortInJobs(ESortEntry entry, u8 *scratch, u64 scratchSize, const SSortJobs &jobs);
+	void Capture(ESortEntry entry, const SDrawCall &drawCall, u8 *mappedIndices);
 
 	void SetGeometry(const SFrame &frame, EOrder order);
 	void SetOutput(const SDrawCall &drawCall, u8 *start);
 	void SetPages(const SFrame &frame, EOrder order, const SDrawCall &drawCall);
 	void UpdateSortValues(const SFrame &frame);
-	u8 *Scratch(u32 sizeInBytes);
+	u8 *Scratch(u64 sizeInBytes);
 
 	static CbSortFinding DefaultFindingHandler();
 
@@ -81,6 +96,7 @@ private:
 	CbSortFinding m_OnFinding = DefaultFindingHandler();
 	void *m_FindingUserData = null;
 	std::vector<u8> *m_Capture = null;
+	std::unique_ptr<CThreadPool> m_Threads; // null: one thread, without jobs
 	std::vector<u8> m_Scratch;
 	std::vector<float> m_Values;
 	std::vector<TStridedMemoryView<const float>> m_ValuePages;

@@ -26,6 +26,7 @@ CSortClock::EStage CSortClock::StageOf(const char *scopeName)
 		const char *m_ScopeName;
 		EStage m_Stage;
 	} kScopes[] = {
+		{"Compute sort values",                                   Stage_Values},
 		{"CTriangleSorter::FillSource",                           Stage_Fill  },
 		{"CTriangleSorter::Sort",                                 Stage_Sort  },
 		{"ExpandIndices<u32>",                                    Stage_Expand},
@@ -46,6 +47,12 @@ CSortClock::EStage CSortClock::StageOf(const char *scopeName)
 void CSortClock::OnScope(const Profiler::SNodeDescriptor &node, bool entering, void *clock)
 {
 	CSortClock &self = *static_cast<CSortClock *>(clock);
+	if (std::this_thread::get_id() != self.m_Thread)
+	{
+		if (self.m_Recorder != null)
+			Profiler::CTraceRecorder::OnScope(node, entering, self.m_Recorder);
+		return;
+	}
 	self.Charge();
 	if (entering && self.m_Depth < kMaxDepth)
 		self.m_Open[self.m_Depth++] = StageOf(node.m_Name);
@@ -66,9 +73,19 @@ void CSortClock::Charge()
 
 SSortTimes CSortClock::EndFrame()
 {
-	const SSortTimes times = {m_Microseconds[Stage_Fill], m_Microseconds[Stage_Sort], m_Microseconds[Stage_Expand]};
+	const SSortTimes times = {m_Microseconds[Stage_Values], m_Microseconds[Stage_Fill], m_Microseconds[Stage_Sort],
+		m_Microseconds[Stage_Expand]};
 	std::fill(std::begin(m_Microseconds), std::end(m_Microseconds), 0.0);
 	return times;
+}
+
+double MedianOf(std::vector<double> times)
+{
+	if (times.empty())
+		return 0.0;
+	const auto middle = times.begin() + std::ptrdiff_t(times.size() / 2);
+	std::nth_element(times.begin(), middle, times.end());
+	return *middle;
 }
 
 SSortTimes MedianOf(const std::vector<SSortTimes> &frames)
@@ -78,12 +95,9 @@ SSortTimes MedianOf(const std::vector<SSortTimes> &frames)
 		std::vector<double> times;
 		for (const SSortTimes &frame : frames)
 			times.push_back(frame.*stage);
-		if (times.empty())
-			return 0.0;
-		const auto middle = times.begin() + std::ptrdiff_t(times.size() / 2);
-		std::nth_element(times.begin(), middle, times.end());
-		return *middle;
+		return MedianOf(times);
 	};
-	return {medianOf(&SSortTimes::m_Fill), medianOf(&SSortTimes::m_Sort), medianOf(&SSortTimes::m_Expand)};
+	return {medianOf(&SSortTimes::m_Values), medianOf(&SSortTimes::m_Fill), medianOf(&SSortTimes::m_Sort),
+		medianOf(&SSortTimes::m_Expand)};
 }
 } // namespace Viewer

@@ -1,6 +1,6 @@
 #pragma once
 
-// How long the stages of a sort take, from the scopes that the library reports to a host's profiler.
+// How long the stages of a sort take, from the scopes that the library and the viewer report to the profiler.
 
 #include "vx_defs.h"
 
@@ -8,6 +8,7 @@
 #include "kr_profiler_recorder.h"
 
 #include <chrono>
+#include <thread>
 #include <vector>
 
 namespace Viewer
@@ -16,17 +17,21 @@ using namespace Vexmoor;
 
 struct SSortTimes
 {
-	double m_Fill = 0.0; ///< Microseconds.
+	double m_Values = 0.0; ///< Microseconds that the viewer computes sort values for; 0 where positions are sorted.
+	double m_Fill = 0.0;
 	double m_Sort = 0.0;
 	double m_Expand = 0.0;
 
-	double Total() const { return m_Fill + m_Sort + m_Expand; }
+	/// Everything from positions to the index buffer.
+	double Total() const { return m_Values + m_Fill + m_Sort + m_Expand; }
 };
 
+/// The middle one of some times; 0 of none.
+double MedianOf(std::vector<double> times);
 /// The median of each stage.
 SSortTimes MedianOf(const std::vector<SSortTimes> &frames);
 
-/// Listens to the process-wide profiler while it lives.
+/// Listens to the process-wide profiler while it lives, and measures the thread that it is made on.
 class CSortClock
 {
 public:
@@ -44,6 +49,7 @@ private:
 
 	enum EStage : u32
 	{
+		Stage_Values,
 		Stage_Fill,
 		Stage_Sort,
 		Stage_Expand,
@@ -56,9 +62,10 @@ private:
 	void Charge();
 
 	Profiler::CTraceRecorder *m_Recorder;
-	static constexpr u32 kMaxDepth = 16; // the library's scopes nest two deep
+	static constexpr u32 kMaxDepth = 16; // the library's scopes nest two deep, and the viewer's as much
 	EStage m_Open[kMaxDepth];
 	u32 m_Depth = 0;
+	std::thread::id m_Thread = std::this_thread::get_id();
 	CClock::time_point m_Since;
 	double m_Microseconds[Stage_Count] = {};
 };

@@ -78,6 +78,11 @@ smoke()
 	[ "$(figure particles)" = 20,000 ] || fail "not as many particles as asked for"
 	figure pages | grep -Eq '^[0-9]+, [1-9][0-9]* with disabled particles, [1-9][0-9]* empty$' || fail "pages"
 	[ "$(figure 'slow paths')" = 0 ] || fail "slow paths were taken"
+	# What is in all is the sum of what is above it, the computing of values too.
+	awk '/^sort values|^fill|^sort  |^expansion/ { for (i = 1; i <= NF; ++i) if ($(i + 1) == "us") sum += $i; ++rows }
+		/^in all/ { all = $3 } END { exit !(rows == 4 && all > sum - 0.5 && all < sum + 0.5) }' "$figures" ||
+		fail "not the sum of all stages"
+	figure 'whole frame' | grep -Eq '^[0-9.]+ us, [0-9.]+ a second: ' || fail "no figure of whole frames"
 }
 
 same_seed()
@@ -88,6 +93,9 @@ same_seed()
 	[ -n "$first" ] || fail "no hash"
 	run --particles 20000 --seed 7 --width 64 --height 64
 	[ "$(figure 'index hash')" = "$first" ] || fail "one seed, two hashes"
+	run --particles 20000 --seed 7 --threads 3
+	[ "$(figure 'index hash')" = "$first" ] || fail "three threads give other indices than one"
+	[ "$(figure threads)" = 3 ] || fail "no word of the threads"
 	run --particles 20000 --seed 8
 	[ "$(figure 'index hash')" != "$first" ] || fail "two seeds, one hash"
 }
@@ -218,10 +226,16 @@ trace()
 		starts = {}
 		for scope in scopes:
 		    starts.setdefault(scope["name"], []).append((scope["ts"], scope["ts"] + scope["dur"]))
-		for name in ("Frame", "Simulate", "Sort and draw", "CTriangleSorter::Sort", "ExpandIndices<u32>"):
+		parts = ("Simulate", "Describe the frame", "Upload", "Sort and draw")
+		for name in ("Frame", *parts, "Compute sort values", "Wait for index memory", "CTriangleSorter::Sort",
+		        "ExpandIndices<u32>", "Draw"):
 		    assert len(starts[name]) == 3, name
 		    for inner, frame in zip(starts[name], starts["Frame"]):
 		        assert frame[0] - 0.001 <= inner[0] <= inner[1] <= frame[1] + 0.001, name
+		assert len(starts["Read indices back"]) == 3
+		for i, frame in enumerate(starts["Frame"]): # what takes time has a name
+		    named = [starts[name][i] for name in parts] + (starts["Read indices back"][i - 1:i] if i != 0 else [])
+		    assert sum(end - start for start, end in named) > 0.9 * (frame[1] - frame[0]), i
 		assert trace["otherData"]["droppedScopes"] == 0
 	END
 }
@@ -300,7 +314,7 @@ help()
 {
 	"$viewer" --help >"$figures" 2>"$complaint" || fail "--help fails"
 	[ ! -s "$complaint" ] || fail "--help complains"
-	for option in --scene --ply --splat --sort-by --particles --frames --seed --width --height --index-type --colour --out --trace --capture --replay --window --help; do
+	for option in --scene --ply --splat --sort-by --particles --frames --seed --width --height --index-type --threads --colour --out --trace --capture --replay --window --help; do
 		grep -q -- "$option" "$figures" || fail "--help is silent about $option"
 	done
 }
@@ -335,6 +349,8 @@ wrong_use()
 	refused "${out[@]}" --width 0
 	refused "${out[@]}" --height 100000
 	refused "${out[@]}" --index-type 17
+	refused "${out[@]}" --threads 0
+	refused "${out[@]}" --threads 257
 	refused "${out[@]}" --colour blue
 	refused "${out[@]}" --colour ''
 	refused "${out[@]}" --scene fog
