@@ -61,6 +61,7 @@ namespace
 		std::string m_Splat;
 		std::string m_SortBy;
 		std::string m_Particles;
+		std::string m_Up;
 		std::optional<std::string> m_Frames;
 		std::string m_Seed = "1";
 		std::optional<std::string> m_Width;
@@ -125,6 +126,8 @@ namespace
 		add("--splat", "FILE", texts.m_Splat, "Splats of a .splat file, 32 bytes each, instead of a scene");
 		add("--sort-by", "NAME", texts.m_SortBy,
 			"A property of the file to sort by instead of the distance; the lowest value is drawn first");
+		add("--up", "AXIS", texts.m_Up,
+			"What points upwards: y, -y, z, -z, x or -x; -y by default for splats, otherwise y");
 		add("--particles", "N", texts.m_Particles, ParticlesHelp());
 		add("--frames", "N", texts.m_Frames, FramesHelp());
 		add("--seed", "N", texts.m_Seed, "Seed of all randomness: the same seed, the same index buffers; 1 by default");
@@ -185,6 +188,10 @@ namespace
 			if (texts.m_Window && app.count(option) != 0)
 				throw CFailure(std::string(option) + " is for runs without --window.");
 
+		const std::optional<EUp> up = FindUp(texts.m_Up);
+		if (app.count("--up") != 0 && !up)
+			throw CFailure("--up takes y, -y, z, -z, x or -x, not '" + texts.m_Up + "'.");
+
 		SArguments arguments;
 		arguments.m_FrameCount = texts.m_Frames ? ParseNumber("--frames", *texts.m_Frames, 1, kMaxFrameCount) : 0;
 		arguments.m_InWindow = texts.m_Window;
@@ -201,6 +208,9 @@ namespace
 		arguments.m_CaptureFile = texts.m_Capture;
 		arguments.m_ReplayFile = texts.m_Replay;
 		arguments.m_Scene = Scene(app, texts);
+		arguments.m_Up = arguments.m_Scene->m_Up;
+		if (up)
+			arguments.m_Up = *up;
 		if (!texts.m_Frames && !texts.m_Window)
 			arguments.m_FrameCount = arguments.m_Scene->m_FrameCount;
 		arguments.m_ParticleCount = arguments.m_Scene->m_ParticleCount;

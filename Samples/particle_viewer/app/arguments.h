@@ -20,6 +20,7 @@ struct SArguments
 	bool m_InWindow = false;
 	u32 m_FrameCount = 24; ///< In a window, 0: until it is closed.
 	u32 m_Seed = 1;
+	EUp m_Up = EUp::Y; ///< As the scene or the file has it unless another is asked for.
 	u32 m_Width = 640;
 	u32 m_Height = 360;
 	u32 m_IndexBits = 32;

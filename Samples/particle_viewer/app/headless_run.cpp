@@ -50,7 +50,7 @@ namespace
 	class CIndexHash
 	{
 	public:
-		void Add(const std::vector<u32> &indices)
+		VX_WRAPS void Add(const std::vector<u32> &indices)
 		{
 			for (const u32 index : indices)
 				for (u32 byte = 0; byte < 4; ++byte)
@@ -164,7 +164,9 @@ namespace
 		SFrame DescribedFrame()
 		{
 			VX_PROFILE_SCOPE("Describe the frame");
-			return m_Scene->Frame();
+			SFrame frame = m_Scene->Frame();
+			frame.m_Camera = Upright(frame.m_Camera, m_Arguments.m_Up);
+			return frame;
 		}
 
 		void CountFrame(const std::vector<SDrawCall> &drawCalls)

@@ -66,14 +66,22 @@ namespace
 				m_View.Do(action);
 		}
 
-		// A pixel is a step; the wheel's clicks are steps of zooming, which some wheels give in fractions.
+		// The left button turns, and the others pan. A pixel is a step; the wheel's clicks are steps of zooming, which some wheels give in fractions.
 		void TakeMouse()
 		{
 			const ImGuiIO &io = ImGui::GetIO();
 			if (io.WantCaptureMouse)
 				return;
+			if (ImGui::IsMouseDoubleClicked(ImGuiMouseButton_Left))
+				m_View.FocusAt(2.0f * io.MousePos.x / (io.DisplaySize.x - m_Window.PanelWidth()) - 1.0f,
+					1.0f - 2.0f * io.MousePos.y / io.DisplaySize.y);
+			const bool left = ImGui::IsMouseDown(ImGuiMouseButton_Left);
+			const bool pans = ImGui::IsMouseDown(ImGuiMouseButton_Right) ||
+			                  ImGui::IsMouseDown(ImGuiMouseButton_Middle) || (left && io.KeyShift);
+			if (pans && (io.MouseDelta.x != 0.0f || io.MouseDelta.y != 0.0f))
+				m_View.Pan(io.MouseDelta.x / io.DisplaySize.y, -io.MouseDelta.y / io.DisplaySize.y);
 			SViewSettings settings = m_View.Settings();
-			if (ImGui::IsMouseDown(ImGuiMouseButton_Left))
+			if (left && !pans)
 			{
 				settings.m_Orbit.m_TurnSteps -= s32(std::lround(io.MouseDelta.x));
 				settings.m_Orbit.m_TiltSteps += s32(std::lround(io.MouseDelta.y));

@@ -1,5 +1,6 @@
 #include "point_cloud.h"
 
+#include "cloud_fit.h"
 #include "failure.h"
 #include "text.h"
 #include <algorithm>
@@ -39,24 +40,6 @@ namespace
 	double Length(const CFloat3 &a, const double centre[3])
 	{
 		return std::hypot(double(a.x()) - centre[0], double(a.y()) - centre[1], double(a.z()) - centre[2]);
-	}
-
-	/// A value that the given share of all values does not exceed. Reorders them.
-	double Quantile(std::vector<double> &values, double share)
-	{
-		const auto at = values.begin() + std::ptrdiff_t(double(values.size() - 1) * share + 0.5);
-		std::nth_element(values.begin(), at, values.end());
-		return *at;
-	}
-
-	// Some of the positions, evenly through the file: quantiles of them are those of all, near enough.
-	std::vector<CFloat3> Sample(const std::vector<CFloat3> &positions)
-	{
-		constexpr size_t kSampleCount = 100000;
-		std::vector<CFloat3> sample;
-		for (size_t i = 0; i < positions.size(); i += std::max<size_t>(positions.size() / kSampleCount, 1))
-			sample.push_back(positions[i]);
-		return sample;
 	}
 } // namespace
 
@@ -111,29 +94,18 @@ SPointCloud CPointCloudBuilder::Finish()
 
 void CPointCloudBuilder::Place()
 {
-	constexpr double kStragglers = 0.01;    // the share of points that may lie outside of what is shown
 	constexpr double kFarthest = 1000000.0; // so far at most: squares of distances stay finite, and precise
 
-	const std::vector<CFloat3> sample = Sample(m_Cloud.m_Positions);
-	double centre[3];
-	std::vector<double> values(sample.size());
-	for (u32 axis = 0; axis < 3; ++axis)
-	{
-		std::transform(sample.begin(), sample.end(), values.begin(),
-			[axis](const CFloat3 &position) { return double(position[axis]); });
-		const double low = Quantile(values, kStragglers);
-		centre[axis] = 0.5 * (low + Quantile(values, 1.0 - kStragglers));
-	}
-	std::transform(sample.begin(), sample.end(), values.begin(),
-		[&centre](const CFloat3 &position) { return Length(position, centre); });
-	const double radius = Quantile(values, 1.0 - kStragglers);
+	const SCloudFit fit = FitCloud(m_Cloud.m_Positions);
+	const double(&centre)[3] = fit.m_Centre;
+	m_Cloud.m_FarCount = fit.m_FarCount;
 	double farthest = 0.0;
 	for (const CFloat3 &position : m_Cloud.m_Positions)
 		farthest = std::max(farthest, Length(position, centre));
 	if (farthest == 0.0 && m_Cloud.m_Positions.size() > 1)
 		throw CFailure("all " + Grouped(m_Cloud.m_Positions.size()) + " points lie at one and the same position.");
 
-	const double unit = std::max(radius, farthest / kFarthest);
+	const double unit = std::max(fit.m_Radius, farthest / kFarthest);
 	const double scale = unit > 0.0 ? 1.0 / unit : 1.0;
 	for (CFloat3 &position : m_Cloud.m_Positions)
 		for (u32 axis = 0; axis < 3; ++axis)

@@ -29,6 +29,7 @@ struct SPointCloud
 	std::vector<u32> m_Colours;        ///< Red in the lowest byte, then green, blue, alpha; as a screen has them.
 	std::vector<SSplatShape> m_Shapes; ///< Empty: points, round and all of one size.
 	std::vector<float> m_SortValues;   ///< Empty unless a property to sort by was named. The lowest is drawn first.
+	u64 m_FarCount = 0;                ///< Points that float so far from the rest that a picture need not show them.
 };
 
 /// A point as a file has it.
@@ -58,7 +59,7 @@ public:
 
 	/// What is wrong with the point, or null.
 	const char *Add(const SCloudPoint &point);
-	/// Places the cloud: all but a few stragglers within a distance of 1 of the origin.
+	/// Places the cloud: its body, which FitCloud finds, within a distance of 1 of the origin.
 	SPointCloud Finish();
 
 private:

@@ -30,6 +30,9 @@ enum class EAction
 	TiltDown,
 	Nearer,
 	Farther,
+	FlyForwards,
+	FlyBackwards,
+	NextUp,
 	ResetCamera,
 	WritePicture,
 	Close

@@ -328,28 +328,13 @@ namespace
 			CPerfHotspotsRegistry::Registry()->Clear();
 	}
 
-	struct SPoint
-	{
-		float m_X, m_Y, m_W; // of clip space
-	};
-
-	SPoint Projected(const SViewTransform &view, const CFloat3 &point)
-	{
-		const auto row = [&](u32 i)
-		{
-			return view.m_WorldToClip[i] * point.x() + view.m_WorldToClip[4 + i] * point.y() +
-			       view.m_WorldToClip[8 + i] * point.z() + view.m_WorldToClip[12 + i];
-		};
-		return {row(0), row(1), row(3)};
-	}
-
 	// From the camera that the order is for to what it looks at, as far as it lies in front of the one that is drawn with.
 	void ShowLineOfSight(const SCamera &sorted, const SCamera &drawn, const ImVec2 &size)
 	{
 		constexpr float kNearest = 0.05f;
 		const SViewTransform view = ViewTransform(drawn, size.x / size.y);
-		SPoint from = Projected(view, sorted.m_Position);
-		const SPoint to = Projected(view, sorted.m_Target);
+		SClipPoint from = Projected(view, sorted.m_Position);
+		const SClipPoint to = Projected(view, sorted.m_Target);
 		const CFloat3 moved = Subtract(sorted.m_Position, drawn.m_Position);
 		if (to.m_W <= kNearest || Dot(moved, moved) == 0.0f)
 			return;
@@ -358,7 +343,7 @@ namespace
 			const float t = (kNearest - from.m_W) / (to.m_W - from.m_W);
 			from = {from.m_X + (to.m_X - from.m_X) * t, from.m_Y + (to.m_Y - from.m_Y) * t, kNearest};
 		}
-		const auto onScreen = [&](const SPoint &point) {
+		const auto onScreen = [&](const SClipPoint &point) {
 			return ImVec2(
 				(point.m_X / point.m_W + 1.0f) * 0.5f * size.x, (1.0f - point.m_Y / point.m_W) * 0.5f * size.y);
 		};

@@ -15,6 +15,7 @@ namespace
 	constexpr double kIdleSeconds = 0.1;
 	constexpr u32 kOutputPercentStep = 5;
 	constexpr s32 kOrbitStepsPerKey = 40; // 10 degrees
+	constexpr float kFlownPerKey = 0.1f;  // of the distance to what is looked at
 	constexpr u32 kSortsPerSortOnOneThread = 4;
 
 	bool SameScene(const SViewSettings &a, const SViewSettings &b)
@@ -62,6 +63,7 @@ CLiveView::CLiveView(const SArguments &arguments)
 	m_Settings.m_IndexBits = arguments.m_IndexBits;
 	m_Settings.m_Colour = arguments.m_Colour;
 	m_Settings.m_ThreadCount = arguments.m_ThreadCount;
+	m_Settings.m_Up = arguments.m_Up;
 	Restart();
 }
 
@@ -85,6 +87,8 @@ void CLiveView::Change(const SViewSettings &settings)
 {
 	const SViewSettings before = m_Settings;
 	m_Settings = settings;
+	if (before.m_Scene != settings.m_Scene)
+		m_Settings.m_Up = settings.m_Scene->m_Up;
 	if (!SameScene(before, settings))
 		Restart();
 	if (m_FrameCount == 0)
@@ -161,6 +165,15 @@ void CLiveView::Do(EAction action)
 	case EAction::Farther:
 		settings.m_Orbit.m_ZoomSteps -= 1;
 		break;
+	case EAction::FlyForwards:
+		Shift(settings.m_Orbit, 0.0f, 0.0f, kFlownPerKey);
+		break;
+	case EAction::FlyBackwards:
+		Shift(settings.m_Orbit, 0.0f, 0.0f, -kFlownPerKey);
+		break;
+	case EAction::NextUp:
+		settings.m_Up = NextUp(settings.m_Up);
+		break;
 	case EAction::ResetCamera:
 		settings.m_Orbit = SOrbit();
 		break;
@@ -168,6 +181,56 @@ void CLiveView::Do(EAction action)
 	case EAction::Close:
 		return;
 	}
+	Change(settings);
+}
+
+void CLiveView::Shift(SOrbit &orbit, float right, float up, float forward) const
+{
+	const CFloat3 shift = ShiftAlong(Camera(), right, up, forward);
+	for (u32 axis = 0; axis < 3; ++axis)
+		orbit.m_Shift[axis] += shift[axis];
+}
+
+void CLiveView::Pan(float right, float up)
+{
+	SViewSettings settings = m_Settings;
+	const float height = 2.0f * Camera().m_TanHalfFov; // of the picture, at distance 1
+	Shift(settings.m_Orbit, -right * height, -up * height, 0.0f);
+	Change(settings);
+}
+
+// Of the particles near that place, the one that is nearest to the camera.
+void CLiveView::FocusAt(float x, float y)
+{
+	constexpr float kNear = 0.03f; // of half the picture's height
+	constexpr s32 kZoomSteps = 4;
+
+	if (m_FrameCount == 0)
+		return;
+	const float aspect = float(m_Arguments.m_Width) / float(m_Arguments.m_Height);
+	const SViewTransform view = ViewTransform(Camera(), aspect);
+	const SFrame &frame = m_Drawer.Frame();
+	const CFloat3 *found = null;
+	float foundDepth = 0.0f;
+	for (u32 page = 0; page < frame.m_Positions.Count(); ++page)
+		for (u32 i = 0; i < frame.m_Positions[page].Count(); ++i)
+		{
+			if (!frame.m_Enableds[page].Empty() && frame.m_Enableds[page][i] == 0)
+				continue;
+			const CFloat3 &position = frame.m_Positions[page][i];
+			const SClipPoint point = Projected(view, position);
+			const float right = (point.m_X / point.m_W - x) * aspect;
+			const float up = point.m_Y / point.m_W - y;
+			if (point.m_W <= 0.0f || right * right + up * up > kNear * kNear || (found && point.m_W >= foundDepth))
+				continue;
+			found = &position;
+			foundDepth = point.m_W;
+		}
+	if (found == null)
+		return;
+	SViewSettings settings = m_Settings;
+	settings.m_Orbit.m_Shift = Subtract(*found, SceneCamera().m_Target);
+	settings.m_Orbit.m_ZoomSteps += kZoomSteps;
 	Change(settings);
 }
 
@@ -238,7 +301,7 @@ void CLiveView::Draw()
 	m_Figures = SViewFigures();
 	NoteDraw();
 	SFrame frame = m_Frame;
-	frame.m_Camera = Moved(m_Frame.m_Camera, m_Settings.m_Orbit);
+	frame.m_Camera = Moved(SceneCamera(), m_Settings.m_Orbit);
 	try
 	{
 		m_Drawer.SetFrame(frame);
@@ -257,7 +320,7 @@ void CLiveView::Draw()
 void CLiveView::NoteDraw()
 {
 	constexpr size_t kMostTimes = 31;
-	constexpr std::chrono::seconds kPause(1);
+	constexpr std::chrono::seconds kPause(5);
 	const CClock::time_point now = CClock::now();
 	if (!m_DrawTimes.empty() && now - m_DrawTimes.back() > kPause)
 		m_DrawTimes.clear();
@@ -292,7 +355,7 @@ void CLiveView::Count(const std::vector<SDrawCall> &drawCalls)
 
 double CLiveView::FramesPerSecond() const
 {
-	constexpr std::chrono::seconds kStill(1);
+	constexpr std::chrono::seconds kStill(5); // software draws some frames that slowly
 	if (m_DrawTimes.size() < 2 || CClock::now() - m_DrawTimes.back() > kStill)
 		return 0.0;
 	const std::chrono::duration<double> duration = m_DrawTimes.back() - m_DrawTimes.front();

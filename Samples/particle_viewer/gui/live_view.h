@@ -38,6 +38,7 @@ struct SViewSettings
 	bool m_MisalignOutput = false;
 	bool m_CheckCalls = true;
 	u32 m_ThreadCount = 1; ///< That share a sort; the indices are the same.
+	EUp m_Up = EUp::Y;
 	SOrbit m_Orbit;
 };
 
@@ -60,6 +61,10 @@ public:
 	/// What is about the view; the rest is the window's.
 	void Do(EAction action);
 	void SetSize(u32 width, u32 height);
+	/// Looks at what is drawn at a place of the picture, and goes nearer. x and y are from -1 to 1, rightwards and upwards.
+	void FocusAt(float x, float y);
+	/// Moves the camera so that what is looked at follows a pointer: rightwards and upwards, in heights of the picture.
+	void Pan(float right, float up);
 
 	/// Simulates and draws what is due.
 	void Update();
@@ -90,10 +95,12 @@ private:
 	typedef std::chrono::steady_clock CClock;
 
 	void Restart();
+	void Shift(SOrbit &orbit, float right, float up, float forward) const;
 	void ForgetTimes();
 	void NoteDraw();
 	void WarmUp();
 	void Advance();
+	SCamera SceneCamera() const { return Upright(m_Frame.m_Camera, m_Settings.m_Up); }
 	void Draw();
 	SDrawn DrawInOrder();
 	void Count(const std::vector<SDrawCall> &drawCalls);

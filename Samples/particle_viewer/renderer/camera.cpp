@@ -6,6 +6,59 @@
 
 namespace Viewer
 {
+namespace
+{
+	constexpr const char *kUpNames[] = {"y", "-y", "z", "-z", "x", "-x"}; // in the order of EUp
+	constexpr u32 kUpCount = 6;
+
+	// Turned about the x axis, or about the z axis for x.
+	CFloat3 Turned(const CFloat3 &a, EUp up)
+	{
+		switch (up)
+		{
+		case EUp::MinusY:
+			return CFloat3(a.x(), -a.y(), -a.z());
+		case EUp::Z:
+			return CFloat3(a.x(), -a.z(), a.y());
+		case EUp::MinusZ:
+			return CFloat3(a.x(), a.z(), -a.y());
+		case EUp::X:
+			return CFloat3(a.y(), -a.x(), a.z());
+		case EUp::MinusX:
+			return CFloat3(-a.y(), a.x(), a.z());
+		default:
+			return a;
+		}
+	}
+} // namespace
+
+const char *UpName(EUp up)
+{
+	return kUpNames[u32(up)];
+}
+
+std::optional<EUp> FindUp(const std::string &name)
+{
+	for (u32 up = 0; up < kUpCount; ++up)
+		if (name == kUpNames[up])
+			return EUp(up);
+	return std::nullopt;
+}
+
+EUp NextUp(EUp up)
+{
+	return EUp((u32(up) + 1) % kUpCount);
+}
+
+SCamera Upright(const SCamera &camera, EUp up)
+{
+	SCamera turned = camera;
+	turned.m_Position = Turned(camera.m_Position, up);
+	turned.m_Target = Turned(camera.m_Target, up);
+	turned.m_Up = Turned(camera.m_Up, up);
+	return turned;
+}
+
 CFloat3 Normalized(const CFloat3 &a)
 {
 	const float length = std::sqrt(Dot(a, a));
@@ -19,7 +72,7 @@ SViewTransform ViewTransform(const SCamera &camera, float aspect)
 	constexpr float kFar = 100.0f;
 
 	const CFloat3 back = Normalized(Subtract(camera.m_Position, camera.m_Target));
-	const CFloat3 right = Normalized(Cross(CFloat3(0.0f, 1.0f, 0.0f), back));
+	const CFloat3 right = Normalized(Cross(camera.m_Up, back));
 	const CFloat3 up = Cross(back, right);
 
 	// Rows of the product of projection and view: what a world position's x, y, z and 1 are weighed with.
@@ -47,5 +100,15 @@ SViewTransform ViewTransform(const SCamera &camera, float aspect)
 	view.m_Right = right;
 	view.m_Up = up;
 	return view;
+}
+
+SClipPoint Projected(const SViewTransform &view, const CFloat3 &point)
+{
+	const auto row = [&](u32 i)
+	{
+		return view.m_WorldToClip[i] * point.x() + view.m_WorldToClip[4 + i] * point.y() +
+		       view.m_WorldToClip[8 + i] * point.z() + view.m_WorldToClip[12 + i];
+	};
+	return {row(0), row(1), row(3)};
 }
 } // namespace Viewer

@@ -4,6 +4,9 @@
 
 #include "vx_maths_vector.h"
 
+#include <optional>
+#include <string>
+
 namespace Viewer
 {
 using namespace Vexmoor;
@@ -13,6 +16,18 @@ struct SCamera
 	CFloat3 m_Position;
 	CFloat3 m_Target;
 	float m_TanHalfFov = 0.364f; ///< Half the picture's height at distance 1.
+	CFloat3 m_Up = CFloat3(0.0f, 1.0f, 0.0f);
+};
+
+/// What points upwards in a picture. Files have their own ideas of it.
+enum class EUp
+{
+	Y,
+	MinusY,
+	Z,
+	MinusZ,
+	X,
+	MinusX
 };
 
 /// What the vertex shaders need of a camera. The matrix is column by column.
@@ -37,5 +52,21 @@ inline CFloat3 Cross(const CFloat3 &a, const CFloat3 &b)
 }
 CFloat3 Normalized(const CFloat3 &a);
 
+/// "y", "-y" and so on; nothing where no axis has this name.
+const char *UpName(EUp up);
+std::optional<EUp> FindUp(const std::string &name);
+/// The one after it, and after the last the first.
+EUp NextUp(EUp up);
+
+/// A camera for a world in which y is up, turned with that world so that another axis is.
+SCamera Upright(const SCamera &camera, EUp up);
+
 SViewTransform ViewTransform(const SCamera &camera, float aspect);
+
+/// A point of clip space; on the screen it is at x / w and y / w, and w is its depth.
+struct SClipPoint
+{
+	float m_X, m_Y, m_W;
+};
+SClipPoint Projected(const SViewTransform &view, const CFloat3 &point);
 } // namespace Viewer

@@ -11,7 +11,7 @@ namespace Viewer
 using namespace Vexmoor;
 
 /// Mixes all bits of its argument (the finaliser of SplitMix64, by S. Vigna).
-inline u64 Mix(u64 bits)
+VX_WRAPS inline u64 Mix(u64 bits)
 {
 	bits += 0x9E3779B97F4A7C15ull;
 	bits = (bits ^ (bits >> 30)) * 0xBF58476D1CE4E5B9ull;
@@ -28,7 +28,7 @@ public:
 	{
 	}
 
-	u32 Next() { return u32(Mix(m_State++) >> 32); }
+	VX_WRAPS u32 Next() { return u32(Mix(m_State++) >> 32); }
 	/// From 0 up to, not including, 1, in steps of 2^-24: exact in a float.
 	float Unit() { return float(Next() >> 8) * (1.0f / 16777216.0f); }
 	float Between(float low, float high) { return low + (high - low) * Unit(); }

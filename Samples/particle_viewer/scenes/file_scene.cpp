@@ -74,7 +74,7 @@ namespace
 
 		SCamera Camera() const
 		{
-			constexpr float kDistance = 2.6f;
+			constexpr float kDistance = 2.75f; // with the height, what shows a sphere of radius 1 just whole
 			const float turns = float(m_Step) / 240.0f;
 			SCamera camera;
 			camera.m_Position =
@@ -99,6 +99,7 @@ SSceneKind ReadFileScene(const std::string &path, EFileFormat format, const std:
 	const CMappedFile file(path);
 	const auto start = std::chrono::steady_clock::now();
 	SSceneKind kind = {};
+	std::string farPoints;
 	try
 	{
 		const auto cloud = std::make_shared<const SPointCloud>(
@@ -108,6 +109,9 @@ SSceneKind ReadFileScene(const std::string &path, EFileFormat format, const std:
 		kind.m_MaxParticleCount = kind.m_ParticleCount;
 		kind.m_Create = [cloud](u32 pointCount, u32) { return std::make_unique<CFileScene>(cloud, pointCount); };
 		kind.m_Details = "";
+		kind.m_Up = cloud->m_Shapes.empty() ? EUp::Y : EUp::MinusY; // splats come from cameras, whose y points down
+		if (cloud->m_FarCount != 0)
+			farPoints = ", " + Grouped(cloud->m_FarCount) + " of its points far from the rest";
 	}
 	catch (const CFailure &failure)
 	{
@@ -116,7 +120,7 @@ SSceneKind ReadFileScene(const std::string &path, EFileFormat format, const std:
 	const std::chrono::duration<double> duration = std::chrono::steady_clock::now() - start;
 	char seconds[32];
 	std::snprintf(seconds, sizeof(seconds), "%.2f", duration.count());
-	kind.m_Source = Quoted(path) + ", " + Grouped(file.Bytes().size()) + " bytes read in " + seconds + " s";
+	kind.m_Source = Quoted(path) + ", " + Grouped(file.Bytes().size()) + " bytes read in " + seconds + " s" + farPoints;
 	return kind;
 }
 } // namespace Viewer

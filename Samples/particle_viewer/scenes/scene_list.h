@@ -23,6 +23,7 @@ struct SSceneKind
 	const char *m_Details;     ///< Lines of --help.
 	u32 m_FrameCount = 24;     ///< Unless another is asked for; fewer where one takes long.
 	std::string m_Source = {}; ///< Of a scene out of a file, where it comes from.
+	EUp m_Up = EUp::Y;
 };
 
 /// The first one is shown unless another is asked for.

@@ -52,7 +52,7 @@ namespace
 	}
 
 	// The same for the same primitives in any order, and all but certainly another for others.
-	u64 Fingerprint(const std::vector<u32> &indices, u32 indicesPerPrimitive)
+	VX_WRAPS u64 Fingerprint(const std::vector<u32> &indices, u32 indicesPerPrimitive)
 	{
 		u64 sum = 0;
 		for (size_t first = 0; first < indices.size(); first += indicesPerPrimitive)

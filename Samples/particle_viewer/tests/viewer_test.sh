@@ -314,7 +314,7 @@ help()
 {
 	"$viewer" --help >"$figures" 2>"$complaint" || fail "--help fails"
 	[ ! -s "$complaint" ] || fail "--help complains"
-	for option in --scene --ply --splat --sort-by --particles --frames --seed --width --height --index-type --threads --colour --out --trace --capture --replay --window --help; do
+	for option in --scene --ply --splat --sort-by --up --particles --frames --seed --width --height --index-type --threads --colour --out --trace --capture --replay --window --help; do
 		grep -q -- "$option" "$figures" || fail "--help is silent about $option"
 	done
 }
@@ -349,6 +349,8 @@ wrong_use()
 	refused "${out[@]}" --width 0
 	refused "${out[@]}" --height 100000
 	refused "${out[@]}" --index-type 17
+	refused "${out[@]}" --up w
+	refused "${out[@]}" --up ''
 	refused "${out[@]}" --threads 0
 	refused "${out[@]}" --threads 257
 	refused "${out[@]}" --colour blue
