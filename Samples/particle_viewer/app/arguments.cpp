@@ -69,6 +69,8 @@ namespace
 		std::string m_IndexType = "32";
 		std::string m_Threads = "1";
 		std::string m_Colour = "light";
+		std::string m_Wipe = "none";
+		std::string m_WipeAt = "50";
 		std::string m_Out;
 		std::string m_Trace;
 		std::string m_Capture;
@@ -136,6 +138,10 @@ namespace
 		add("--index-type", "BITS", texts.m_IndexType, "Bits of an index, 16 or 32; 32 by default");
 		add("--threads", "N", texts.m_Threads, "Threads that share a sort: the same indices, sooner; 1 by default");
 		add("--colour", "NAME", texts.m_Colour, "What colours show: light, order, overdraw or error; light by default");
+		add("--wipe", "NAME", texts.m_Wipe,
+			"Two ways to draw under a divider: unsorted (and sorted), frozen (sorted for a camera that\n"
+			"stood elsewhere), 16-bit (keys), error (picture and error) or none; writes wipe.png");
+		add("--wipe-at", "PERCENT", texts.m_WipeAt, "Where the divider stands, from the left; 50 by default");
 		add("--trace", "FILE", texts.m_Trace,
 			"File for a trace of where every frame goes, for Perfetto or chrome://tracing");
 		add("--capture", "FILE", texts.m_Capture, "File for the sort of the last frame's first draw call");
@@ -188,6 +194,9 @@ namespace
 			if (texts.m_Window && app.count(option) != 0)
 				throw CFailure(std::string(option) + " is for runs without --window.");
 
+		const std::optional<EWipe> wipe = FindWipe(texts.m_Wipe);
+		if (!wipe)
+			throw CFailure("--wipe takes unsorted, frozen, 16-bit, error or none, not '" + texts.m_Wipe + "'.");
 		const std::optional<EUp> up = FindUp(texts.m_Up);
 		if (app.count("--up") != 0 && !up)
 			throw CFailure("--up takes y, -y, z, -z, x or -x, not '" + texts.m_Up + "'.");
@@ -201,6 +210,7 @@ namespace
 		arguments.m_Height =
 			ParseNumber("--height", texts.m_Height.value_or(texts.m_Window ? "860" : "360"), kMinSide, kMaxSide);
 		arguments.m_IndexBits = texts.m_IndexType == "16" ? 16 : 32;
+		arguments.m_Wipe = {*wipe, float(ParseNumber("--wipe-at", texts.m_WipeAt, 0, 100)) / 100.0f};
 		arguments.m_ThreadCount = ParseNumber("--threads", texts.m_Threads, 1, kMaxThreadCount);
 		arguments.m_Colour = *colour;
 		arguments.m_OutFolder = texts.m_Out;

@@ -6,6 +6,7 @@
 
 #include "colour.h"
 #include "scene_list.h"
+#include "wipe.h"
 #include <optional>
 #include <string>
 
@@ -26,6 +27,7 @@ struct SArguments
 	u32 m_IndexBits = 32;
 	u32 m_ThreadCount = 1; ///< That share a sort.
 	EColour m_Colour = EColour::Light;
+	SWipe m_Wipe;
 	std::string m_OutFolder;   ///< Empty: no pictures are written.
 	std::string m_TraceFile;   ///< Empty: no scopes are recorded.
 	std::string m_CaptureFile; ///< Empty: no sort is captured.

@@ -9,6 +9,7 @@
 #include "frame_drawer.h"
 #include "gl_context.h"
 #include "library_reports.h"
+#include "orbit.h"
 #include "output_file.h"
 #include "picture.h"
 #include "report.h"
@@ -80,6 +81,8 @@ namespace
 			WarmUp();
 			DrawFrames();
 			DrawPictures();
+			if (m_Arguments.m_Wipe.m_Kind != EWipe::None)
+				DrawWipe();
 			m_Report.m_Arguments = m_Arguments;
 			m_Report.m_Driver = m_Context.Description();
 			m_Report.m_AssertionCount = u32(m_LibraryReports.Assertions().size());
@@ -99,6 +102,8 @@ namespace
 			const SPicture comparison =
 				SideBySide(panels, Legend(m_Arguments.m_Colour, m_Drawer.Renderer().MostLayers()));
 			files.push_back({"comparison.png", &comparison});
+			if (m_Arguments.m_Wipe.m_Kind != EWipe::None)
+				files.push_back({"wipe.png", &m_Wipe});
 			folder.Write(files);
 		}
 
@@ -202,6 +207,23 @@ namespace
 			}
 		}
 
+		// In the order that is right, beside another way.
+		void DrawWipe()
+		{
+			constexpr s32 kTurnSteps = 160; // 40 degrees: from there, a frozen order is seen to be wrong
+			const SWipe &wipe = m_Arguments.m_Wipe;
+			const SPictureOfOrder right = m_Scene->Pictures().back();
+			SOrbit elsewhere;
+			elsewhere.m_TurnSteps = kTurnSteps;
+			CWipeDrawer drawer(m_Drawer);
+			drawer.DrawOther(wipe.m_Kind, right.m_Order, {}, Moved(m_Drawer.Frame().m_Camera, elsewhere));
+			m_Drawer.DrawSorted(right.m_Order);
+			drawer.Join(wipe);
+			const SWipeLabels labels = WipeLabels(wipe.m_Kind, right.m_Label);
+			m_Wipe = WithDivider(m_Drawer.Renderer().ReadPicture(), DividerColumn(wipe, m_Arguments.m_Width),
+				labels.m_Left, labels.m_Right);
+		}
+
 		SDrawn Draw(EOrder order, const CExactOrder &exact)
 		{
 			return order == EOrder::Storage ? m_Drawer.DrawIndices(exact.StorageIndices()) : m_Drawer.DrawSorted(order);
@@ -230,6 +252,7 @@ namespace
 
 		SReport m_Report;
 		std::vector<SPicture> m_Pictures;
+		SPicture m_Wipe;
 		std::vector<std::string> m_Labels;
 		std::vector<u8> m_Trace;
 		std::vector<u8> m_Capture;

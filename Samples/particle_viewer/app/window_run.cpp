@@ -7,6 +7,7 @@
 #include "gui_window.h"
 #include "live_view.h"
 #include "picture.h"
+#include <algorithm>
 #include <cmath>
 #include <imgui.h>
 #include <optional>
@@ -62,6 +63,8 @@ namespace
 				m_Window.Close();
 			else if (action == EAction::WritePicture)
 				m_WritePicture = true;
+			else if (action == EAction::ShowKeys)
+				m_ShowsKeys = !m_ShowsKeys;
 			else
 				m_View.Do(action);
 		}
@@ -70,11 +73,11 @@ namespace
 		void TakeMouse()
 		{
 			const ImGuiIO &io = ImGui::GetIO();
-			if (io.WantCaptureMouse)
+			const float width = io.DisplaySize.x - m_Window.PanelWidth();
+			if (io.WantCaptureMouse || DragDivider(width))
 				return;
 			if (ImGui::IsMouseDoubleClicked(ImGuiMouseButton_Left))
-				m_View.FocusAt(2.0f * io.MousePos.x / (io.DisplaySize.x - m_Window.PanelWidth()) - 1.0f,
-					1.0f - 2.0f * io.MousePos.y / io.DisplaySize.y);
+				m_View.FocusAt(2.0f * io.MousePos.x / width - 1.0f, 1.0f - 2.0f * io.MousePos.y / io.DisplaySize.y);
 			const bool left = ImGui::IsMouseDown(ImGuiMouseButton_Left);
 			const bool pans = ImGui::IsMouseDown(ImGuiMouseButton_Right) ||
 			                  ImGui::IsMouseDown(ImGuiMouseButton_Middle) || (left && io.KeyShift);
@@ -94,6 +97,24 @@ namespace
 				m_View.Change(settings);
 		}
 
+		// Whether the mouse is busy with the divider of a wipe.
+		bool DragDivider(float width)
+		{
+			constexpr float kReach = 10.0f; // units of widgets
+			SViewSettings settings = m_View.Settings();
+			const float x = ImGui::GetIO().MousePos.x;
+			if (!m_View.HasWipe() || !ImGui::IsMouseDown(ImGuiMouseButton_Left))
+				m_DragsDivider = false;
+			else if (ImGui::IsMouseClicked(ImGuiMouseButton_Left))
+				m_DragsDivider = std::abs(x - settings.m_Wipe.m_Share * width) < kReach;
+			if (!m_DragsDivider)
+				return false;
+			settings.m_Wipe.m_Share = std::clamp(x / width, 0.0f, 1.0f);
+			if (settings.m_Wipe.m_Share != m_View.Settings().m_Wipe.m_Share)
+				m_View.Change(settings);
+			return true;
+		}
+
 		void ShowFrame()
 		{
 			const std::string title = "particle_viewer: " + m_View.Title();
@@ -109,7 +130,7 @@ namespace
 		void ShowWidgets()
 		{
 			const std::optional<EAction> action = m_Panel.Show(m_View, m_Window.PanelWidth(), m_Message);
-			CControlPanel::ShowOverlay(m_View, m_Window.PanelWidth());
+			CControlPanel::ShowOverlay(m_View, m_Window.PanelWidth(), m_ShowsKeys);
 			m_Window.EndFrame();
 			if (action)
 				Do(*action);
@@ -160,6 +181,8 @@ namespace
 		std::string m_Message;
 		float m_Wheel = 0.0f; // what is not a whole step yet
 		bool m_WritePicture = false;
+		bool m_ShowsKeys = false;
+		bool m_DragsDivider = false;
 		u32 m_WrittenCount = 0;
 	};
 } // namespace

@@ -30,8 +30,8 @@ namespace
 		for (u32 i = 0; i < kFloatCount; ++i)
 		{
 			u32 bits = 0;
-			for (u32 byte = 4; byte-- > 0;)
-				bits = bits << 8 | u8(bytes[i * 4 + byte]);
+			for (u32 byte = 4; byte > 0; --byte)
+				bits = bits << 8 | u8(bytes[i * 4 + byte - 1]);
 			float number;
 			std::memcpy(&number, &bits, sizeof(number));
 			numbers[i] = double(number);

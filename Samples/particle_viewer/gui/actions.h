@@ -19,6 +19,7 @@ enum class EAction
 	FreezeOrder,
 	NextOrder,
 	NextColour,
+	NextWipe,
 	NextScene,
 	IndexType,
 	SmallerOutput,
@@ -34,6 +35,7 @@ enum class EAction
 	FlyBackwards,
 	NextUp,
 	ResetCamera,
+	ShowKeys,
 	WritePicture,
 	Close
 };

@@ -51,6 +51,15 @@ namespace
 		ImGui::Dummy(ImVec2(0.0f, 0.1f * Em()));
 	}
 
+	/// A heading that folds its section away: open at first where the window is high enough for all of them.
+	bool Section(const char *text)
+	{
+		constexpr float kRoomyHeight = 46.0f; // of a window that has room for every section, in heights of letters
+		const bool isRoomy = ImGui::GetIO().DisplaySize.y > kRoomyHeight * Em();
+		ImGui::Dummy(ImVec2(0.0f, 0.15f * Em()));
+		return ImGui::CollapsingHeader(text, isRoomy ? ImGuiTreeNodeFlags_DefaultOpen : ImGuiTreeNodeFlags_None);
+	}
+
 	/// In a column of numbers.
 	void Number(const char *format, double number)
 	{
@@ -136,6 +145,35 @@ namespace
 		const SLegend legend = Legend(settings.m_Colour, mostLayers);
 		if (!legend.m_Most.empty())
 			ShowRamp(legend);
+		return changed;
+	}
+
+	bool ShowWipe(SViewSettings &settings)
+	{
+		constexpr struct
+		{
+			EWipe m_Kind;
+			const char *m_Text;
+		} kWipes[] = {
+			{EWipe::None,     "none"                },
+			{EWipe::Unsorted, "unsorted | sorted"   },
+			{EWipe::Frozen,   "frozen | live"       },
+			{EWipe::KeyBits,  "32-bit | 16-bit keys"},
+			{EWipe::Error,    "picture | error"     },
+		};
+		Label("Wipe");
+		bool changed = false;
+		if (ImGui::BeginCombo("##wipe", kWipes[u32(settings.m_Wipe.m_Kind)].m_Text))
+		{
+			for (const auto &wipe : kWipes)
+				if (ImGui::Selectable(wipe.m_Text, wipe.m_Kind == settings.m_Wipe.m_Kind))
+				{
+					settings.m_Wipe.m_Kind = wipe.m_Kind;
+					settings.m_Sorting = true;
+					changed = true;
+				}
+			ImGui::EndCombo();
+		}
 		return changed;
 	}
 
@@ -263,7 +301,8 @@ namespace
 
 	void ShowTimes(const CLiveView &view)
 	{
-		Heading("Time of a sort");
+		if (!Section("Time of a sort"))
+			return;
 		ImGui::TextDisabled("%s", FrameRateWords(view.FramesPerSecond()).c_str());
 		if (!view.Settings().m_Sorting)
 		{
@@ -303,7 +342,8 @@ namespace
 
 	bool ShowFindings(SViewSettings &settings, const SViewFigures &figures)
 	{
-		Heading("What the validation finds");
+		if (!Section("What the validation finds"))
+			return false;
 		const bool changed = ImGui::Checkbox("Check every call before it sorts", &settings.m_CheckCalls);
 		const std::vector<SFinding> &findings = figures.m_Findings.All();
 		const std::string nothing = findings.empty() ? NoFindingsWords(settings.m_Sorting, settings.m_CheckCalls) : "";
@@ -316,7 +356,8 @@ namespace
 
 	void ShowWarnings(const CLiveView &view)
 	{
-		Heading("What the library warned of");
+		if (!Section("What the library warned of"))
+			return;
 		const std::vector<CLogUniqueCollection::SEntry> entries = CPerfHotspotsRegistry::Registry()->Snapshot();
 		if (entries.empty() && view.Assertions().empty())
 			Paragraph(kGood, "No slow path was taken, and nothing asserted.");
@@ -356,6 +397,58 @@ namespace
 		list->AddText(ImVec2(end.x + 10.0f, end.y - 0.5f * Em()), colour, "sorted for this line of sight");
 		list->PopClipRect();
 	}
+	// A text on a dark ground, so that it can be read over any picture. Ends at x, or starts there.
+	void ShowTag(float x, float y, const std::string &text, bool endsThere)
+	{
+		const ImVec2 size = ImGui::CalcTextSize(text.c_str());
+		const float pad = 0.4f * Em();
+		const float left = endsThere ? x - size.x - 2.0f * pad : x;
+		ImDrawList *const list = ImGui::GetBackgroundDrawList();
+		list->AddRectFilled(
+			ImVec2(left, y), ImVec2(left + size.x + 2.0f * pad, y + size.y + pad), IM_COL32(12, 12, 14, 200), 4.0f);
+		list->AddText(ImVec2(left + pad, y + 0.5f * pad), ImGui::GetColorU32(ImGuiCol_Text), text.c_str());
+	}
+
+	void ShowDivider(float share, const SWipeLabels &labels, const ImVec2 &size)
+	{
+		const float x = share * size.x;
+		const float gap = 0.6f * Em();
+		const ImU32 colour = IM_COL32(240, 240, 245, 230);
+		ImDrawList *const list = ImGui::GetBackgroundDrawList();
+		list->PushClipRect(ImVec2(0.0f, 0.0f), size);
+		list->AddLine(ImVec2(x, 0.0f), ImVec2(x, size.y), colour, 2.0f);
+		const float y = 0.5f * size.y;
+		const float side = 0.5f * Em();
+		for (const float direction : {-1.0f, 1.0f}) // a handle: arrows to both sides
+			list->AddTriangleFilled(ImVec2(x + direction * 1.3f * side, y),
+				ImVec2(x + direction * 0.4f * side, y - side), ImVec2(x + direction * 0.4f * side, y + side), colour);
+		ShowTag(x - gap, gap, labels.m_Left, true);
+		ShowTag(x + gap, gap, labels.m_Right, false);
+		list->PopClipRect();
+	}
+
+	// In the middle, over the panel as well where the window is small.
+	void ShowKeyList(const ImVec2 &size)
+	{
+		ImGui::SetNextWindowPos(ImVec2(0.5f * size.x, 0.5f * size.y), ImGuiCond_Always, ImVec2(0.5f, 0.5f));
+		ImGui::SetNextWindowSizeConstraints(ImVec2(0.0f, 0.0f), size);
+		ImGui::SetNextWindowBgAlpha(0.9f);
+		ImGui::Begin("keys", nullptr,
+			ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_AlwaysAutoResize | ImGuiWindowFlags_NoInputs |
+				ImGuiWindowFlags_NoMove);
+		if (ImGui::BeginTable("keys", 2, ImGuiTableFlags_SizingFixedFit))
+		{
+			for (const SKeyBinding &binding : KeyBindings())
+			{
+				ImGui::TableNextColumn();
+				ImGui::TextDisabled("%s", binding.m_KeyName);
+				ImGui::TableNextColumn();
+				ImGui::TextUnformatted(binding.m_What);
+			}
+			ImGui::EndTable();
+		}
+		ImGui::End();
+	}
 } // namespace
 
 std::optional<EAction> CControlPanel::Show(CLiveView &view, float width, const std::string &message)
@@ -371,6 +464,7 @@ std::optional<EAction> CControlPanel::Show(CLiveView &view, float width, const s
 	const std::optional<EAction> action = ShowButtons(settings);
 	bool changed = ShowScene(settings, view.Figures());
 	changed |= ShowColours(settings, view.Renderer().MostLayers());
+	changed |= ShowWipe(settings);
 	Heading("Sort");
 	changed |= ShowOrder(settings, view.Scene());
 	changed |= ShowOutput(settings, view.Figures());
@@ -380,8 +474,8 @@ std::optional<EAction> CControlPanel::Show(CLiveView &view, float width, const s
 	ShowWarnings(view);
 	ImGui::Dummy(ImVec2(0.0f, 0.15f * Em()));
 	Paragraph(ImGui::GetStyle().Colors[ImGuiCol_TextDisabled],
-		"Drag the picture to turn, wheel to zoom, Home to go back. "
-		"F12 writes pictures, Esc closes; --help lists all keys.");
+		"Drag the picture to turn it, Shift pans, the wheel zooms, a double click goes there, Home comes back. "
+		"H shows all keys.");
 	if (!view.Figures().m_Trouble.empty())
 		Paragraph(kBad, view.Figures().m_Trouble);
 	if (!message.empty())
@@ -425,7 +519,7 @@ bool CControlPanel::ShowScene(SViewSettings &settings, const SViewFigures &figur
 	return changed;
 }
 
-void CControlPanel::ShowOverlay(const CLiveView &view, float panelWidth)
+void CControlPanel::ShowOverlay(const CLiveView &view, float panelWidth, bool showsKeys)
 {
 	const ImVec2 display = ImGui::GetIO().DisplaySize;
 	const ImVec2 size(std::max(display.x - panelWidth, 1.0f), std::max(display.y, 1.0f));
@@ -440,5 +534,9 @@ void CControlPanel::ShowOverlay(const CLiveView &view, float panelWidth)
 	}
 	else if (view.Settings().m_FreezeOrder)
 		ShowLineOfSight(view.SortCamera(), view.Camera(), size);
+	if (view.FrameCount() != 0 && view.HasWipe())
+		ShowDivider(view.Settings().m_Wipe.m_Share, view.SideLabels(), size);
+	if (showsKeys)
+		ShowKeyList(display);
 }
 } // namespace Viewer

@@ -3,6 +3,7 @@
 #include "gui_window.h"
 
 #include "failure.h"
+#include "lettering.h"
 #include "renderer.h"
 #include <GLFW/glfw3.h>
 #include <algorithm>
@@ -16,7 +17,6 @@ namespace Viewer
 {
 namespace
 {
-	constexpr const char *kFontFile = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
 	constexpr float kFontHeight = 15.0f;
 	constexpr u32 kSmallestPicture = 16;
 

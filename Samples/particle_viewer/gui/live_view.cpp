@@ -64,6 +64,7 @@ CLiveView::CLiveView(const SArguments &arguments)
 	m_Settings.m_Colour = arguments.m_Colour;
 	m_Settings.m_ThreadCount = arguments.m_ThreadCount;
 	m_Settings.m_Up = arguments.m_Up;
+	m_Settings.m_Wipe = arguments.m_Wipe;
 	Restart();
 }
 
@@ -93,7 +94,9 @@ void CLiveView::Change(const SViewSettings &settings)
 		Restart();
 	if (m_FrameCount == 0)
 		m_Settings.m_FreezeOrder = false; // there is no order yet
-	if (m_Settings.m_FreezeOrder && !before.m_FreezeOrder)
+	const auto freezes = [](const SViewSettings &each)
+	{ return each.m_FreezeOrder || each.m_Wipe.m_Kind == EWipe::Frozen; };
+	if (freezes(m_Settings) && !freezes(before))
 		m_FrozenCamera = Camera();
 	if (!SameSort(before, m_Settings))
 		ForgetTimes();
@@ -135,6 +138,10 @@ void CLiveView::Do(EAction action)
 		settings.m_ParticleCount = settings.m_Scene->m_ParticleCount;
 		break;
 	}
+	case EAction::NextWipe:
+		settings.m_Wipe.m_Kind = NextWipe(settings.m_Wipe.m_Kind);
+		settings.m_Sorting = true;
+		break;
 	case EAction::IndexType:
 		settings.m_IndexBits = settings.m_IndexBits == 32 ? 16 : 32;
 		break;
@@ -177,6 +184,7 @@ void CLiveView::Do(EAction action)
 	case EAction::ResetCamera:
 		settings.m_Orbit = SOrbit();
 		break;
+	case EAction::ShowKeys:
 	case EAction::WritePicture:
 	case EAction::Close:
 		return;
@@ -307,8 +315,12 @@ void CLiveView::Draw()
 		m_Drawer.SetFrame(frame);
 		m_Drawer.SetIndexBits(m_Settings.m_IndexBits);
 		m_Drawer.Sorter().SetFindingHandler(m_Settings.m_CheckCalls ? CFindings::Collect : null, &m_Figures.m_Findings);
-		m_Drawer.Renderer().SetColour(m_Settings.m_Colour);
+		// Errors are those of light.
+		const bool showsErrors = HasWipe() && m_Settings.m_Wipe.m_Kind == EWipe::Error;
+		m_Drawer.Renderer().SetColour(showsErrors ? EColour::Light : m_Settings.m_Colour);
 		Count(DrawInOrder().m_DrawCalls);
+		if (HasWipe())
+			m_WipeDrawer.Join(m_Settings.m_Wipe);
 	}
 	catch (const CFailure &failure)
 	{
@@ -340,6 +352,12 @@ SDrawn CLiveView::DrawInOrder()
 	trial.m_MisalignedOutput = m_Settings.m_MisalignOutput;
 	const bool onOneThread = m_Settings.m_ThreadCount > 1 && m_SortCount++ % kSortsPerSortOnOneThread == 0;
 	m_Drawer.Sorter().SetThreadCount(onOneThread ? 1 : m_Settings.m_ThreadCount);
+	if (HasWipe())
+	{
+		m_WipeDrawer.DrawOther(m_Settings.m_Wipe.m_Kind, m_Settings.m_Order, trial, m_FrozenCamera);
+		m_Clock.EndFrame(); // times are those of the sort that is chosen
+		m_Figures.m_Findings = CFindings();
+	}
 	const SDrawn drawn = m_Drawer.DrawSorted(m_Settings.m_Order, trial);
 	Keep(onOneThread ? m_HistoryOfOneThread : m_History, m_Clock.EndFrame());
 	return drawn;
@@ -362,12 +380,22 @@ double CLiveView::FramesPerSecond() const
 	return double(m_DrawTimes.size() - 1) / std::max(duration.count(), 1e-6);
 }
 
-std::string CLiveView::Title() const
+std::string CLiveView::OrderLabel() const
 {
-	std::string order = "unsorted";
 	for (const SPictureOfOrder &picture : SortedOrders(*m_Scene))
 		if (m_Settings.m_Sorting && picture.m_Order == m_Settings.m_Order)
-			order = picture.m_Label;
+			return picture.m_Label;
+	return "unsorted";
+}
+
+SWipeLabels CLiveView::SideLabels() const
+{
+	return WipeLabels(m_Settings.m_Wipe.m_Kind, OrderLabel());
+}
+
+std::string CLiveView::Title() const
+{
+	const std::string order = HasWipe() ? SideLabels().m_Left + " | " + SideLabels().m_Right : OrderLabel();
 	return std::string(m_Settings.m_Scene->m_Name) + ", " + order + (m_Settings.m_FreezeOrder ? ", frozen" : "") +
 	       (m_FrameCount == 0         ? ", simulating"
 			   : m_Settings.m_Playing ? ", playing"

@@ -13,6 +13,7 @@
 #include "panel_words.h"
 #include "scene_list.h"
 #include "sort_times.h"
+#include "wipe.h"
 #include <chrono>
 #include <deque>
 #include <memory>
@@ -38,6 +39,7 @@ struct SViewSettings
 	bool m_MisalignOutput = false;
 	bool m_CheckCalls = true;
 	u32 m_ThreadCount = 1; ///< That share a sort; the indices are the same.
+	SWipe m_Wipe;          ///< Where sorting is on.
 	EUp m_Up = EUp::Y;
 	SOrbit m_Orbit;
 };
@@ -87,7 +89,10 @@ public:
 	float WarmUpShare() const;
 	/// The camera of the last frame, and the one that it was sorted for.
 	const SCamera &Camera() const { return m_Drawer.Frame().m_Camera; }
+	/// What is on both sides of the divider.
+	SWipeLabels SideLabels() const;
 	const SCamera &SortCamera() const { return m_Settings.m_FreezeOrder ? m_FrozenCamera : Camera(); }
+	bool HasWipe() const { return m_Settings.m_Sorting && m_Settings.m_Wipe.m_Kind != EWipe::None; }
 	/// The scene and what is done with it, in a line.
 	std::string Title() const;
 
@@ -98,6 +103,7 @@ private:
 	void Shift(SOrbit &orbit, float right, float up, float forward) const;
 	void ForgetTimes();
 	void NoteDraw();
+	std::string OrderLabel() const;
 	void WarmUp();
 	void Advance();
 	SCamera SceneCamera() const { return Upright(m_Frame.m_Camera, m_Settings.m_Up); }
@@ -112,6 +118,7 @@ private:
 	std::unique_ptr<IScene> m_Scene;
 	SViewSettings m_Settings;
 	SCamera m_FrozenCamera;
+	CWipeDrawer m_WipeDrawer{m_Drawer};
 
 	SFrame m_Frame; // as the scene has it, with the scene's camera
 	u32 m_WarmUpStep = 0;

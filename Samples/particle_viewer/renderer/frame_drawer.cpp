@@ -47,6 +47,7 @@ SDrawn CFrameDrawer::DrawSorted(EOrder order, const STrial &trial)
 	SFrame sorted = m_Frame;
 	if (trial.m_SortCamera != null)
 		sorted.m_Camera = *trial.m_SortCamera;
+	m_Sorter.SetKeyBits(trial.m_KeyBits);
 	m_Sorter.Sort(sorted, order, drawCalls, m_Renderer.MapIndices(memorySize));
 	return m_Renderer.Draw(drawCalls);
 }

@@ -1,8 +1,9 @@
-// PNG by stb_image_write, letters by stb_easy_font.
+// PNG by stb_image_write.
 
 #include "picture.h"
 
 #include "failure.h"
+#include "lettering.h"
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -19,7 +20,6 @@
 #define STB_IMAGE_WRITE_IMPLEMENTATION
 #define STB_IMAGE_WRITE_STATIC
 #define STBI_WRITE_NO_STDIO
-#include <stb/stb_easy_font.h>
 #include <stb/stb_image_write.h>
 #pragma GCC diagnostic pop
 
@@ -30,8 +30,6 @@ namespace fs = std::filesystem;
 namespace
 {
 	constexpr u32 kGap = 4; // pixels between panels
-	constexpr u32 kMaxLetters = 64;
-	constexpr u32 kBytesPerLetter = 4 * 16 * 24; // stb_easy_font: 16 bytes a vertex, 4 vertices a bar, up to 24 bars
 
 	void Append(void *out, void *data, int size)
 	{
@@ -58,7 +56,9 @@ namespace
 		return std::fclose(file) == 0 && written;
 	}
 
-	constexpr SRgb kInk = {0.88f, 0.88f, 0.88f};
+	constexpr SRgb kPaper = {0.10f, 0.10f, 0.11f};
+	constexpr SRgb kInk = {0.92f, 0.92f, 0.94f};
+	constexpr SRgb kDimInk = {0.66f, 0.66f, 0.69f};
 
 	void SetPixel(SPicture &picture, u64 pixel, const SRgb &colour)
 	{
@@ -74,86 +74,59 @@ namespace
 				SetPixel(picture, u64(y) * picture.m_Width + x, colour);
 	}
 
-	// A letter of stb_easy_font is a handful of bars, given as rectangles of four vertices.
-	void DrawLabel(SPicture &picture, u32 left, u32 top, std::string text, u32 scale)
-	{
-		struct SVertex
-		{
-			float m_X, m_Y, m_Z;
-			u32 m_Colour;
-		};
-		text.resize(std::min<size_t>(text.size(), kMaxLetters));
-		std::vector<SVertex> vertices(text.size() * kBytesPerLetter / sizeof(SVertex) + 4);
-		const int bars =
-			stb_easy_font_print(0.0f, 0.0f, text.data(), null, vertices.data(), int(vertices.size() * sizeof(SVertex)));
-		for (u32 bar = 0; bar < u32(bars); ++bar)
-		{
-			const SVertex &low = vertices[bar * 4];
-			const SVertex &high = vertices[bar * 4 + 2];
-			FillRectangle(picture, left + u32(low.m_X) * scale, top + u32(low.m_Y) * scale,
-				left + u32(high.m_X) * scale, top + u32(high.m_Y) * scale, kInk);
-		}
-	}
-
-	// Darkens what lies behind letters.
-	void Shade(SPicture &picture, u32 left, u32 top, u32 right, u32 bottom)
-	{
-		for (u32 y = top; y < std::min(bottom, picture.m_Height); ++y)
-			for (u32 i = left * 3; i < std::min(right, picture.m_Width) * 3; ++i)
-			{
-				u8 &channel = picture.m_Rgb[u64(y) * picture.m_Width * 3 + i];
-				channel = u8(channel * 2 / 5);
-			}
-	}
-
-	// cppcheck-suppress passedByValue ; stb takes a text that it may write, and gets a copy
-	u32 LabelWidth(std::string text, u32 scale)
-	{
-		return u32(stb_easy_font_width(text.data())) * scale;
-	}
-
 	// The ramp, between what its ends mean.
-	constexpr u32 kRampWidth = 60;
-	constexpr u32 kRampHeight = 6;
-	constexpr u32 kSpace = 4;
+	constexpr u32 kRampWidth = 5; // in heights of letters
 
-	u32 LegendWidth(const SLegend &legend, u32 scale)
+	u32 Space(u32 height)
 	{
-		return LabelWidth(legend.m_Least, scale) + LabelWidth(legend.m_Most, scale) + (kRampWidth + 2 * kSpace) * scale;
+		return height / 3;
 	}
 
-	void DrawLegend(SPicture &picture, u32 left, u32 top, const SLegend &legend, u32 scale)
+	void DrawLegend(SPicture &picture, u32 left, u32 top, const SLegend &legend, u32 height)
 	{
-		const u32 start = left + LabelWidth(legend.m_Least, scale) + kSpace * scale;
-		const u32 width = kRampWidth * scale;
+		const u32 start = left + TextWidth(legend.m_Least, height) + Space(height);
+		const u32 width = kRampWidth * height;
 		for (u32 x = 0; x < width; ++x)
-			FillRectangle(picture, start + x, top, start + x + 1, top + kRampHeight * scale,
+			FillRectangle(picture, start + x, top + height / 4, start + x + 1, top + height - height / 4,
 				RampColour((float(x) + 0.5f) / float(width)));
-		DrawLabel(picture, left, top, legend.m_Least, scale);
-		DrawLabel(picture, start + width + kSpace * scale, top, legend.m_Most, scale);
+		DrawText(picture, left, top, legend.m_Least, height, kDimInk);
+		DrawText(picture, start + width + Space(height), top, legend.m_Most, height, kDimInk);
 	}
 
-	// What a panel says in its corner: its label, and under it what its colours mean.
-	void DrawCaption(SPicture &picture, u32 left, const std::string &label, const SLegend &legend, u32 scale)
+	u32 LegendWidth(const SLegend &legend, u32 height)
 	{
-		constexpr u32 kMargin = 6;
-		constexpr u32 kLine = 12;
-		const bool hasLegend = !legend.m_Most.empty();
-		const u32 width = std::max(LabelWidth(label, scale), hasLegend ? LegendWidth(legend, scale) : 0);
-		const u32 x = left + kMargin * scale;
-		const u32 y = kMargin * scale;
-		const u32 edge = 3 * scale;
-		Shade(picture, x - edge, y - edge, x + width + edge, y + (hasLegend ? 2 : 1) * kLine * scale);
-		DrawLabel(picture, x, y, label, scale);
-		if (hasLegend)
-			DrawLegend(picture, x, y + kLine * scale, legend, scale);
+		return TextWidth(legend.m_Least, height) + TextWidth(legend.m_Most, height) + kRampWidth * height +
+		       2 * Space(height);
 	}
 
-	void Paste(SPicture &target, u32 left, const SPicture &picture)
+	// Captions stand above pictures, in letters that grow with them.
+	u32 LetterHeight(u32 pictureHeight)
+	{
+		return std::max(15u, pictureHeight / 20);
+	}
+
+	u32 CaptionHeight(u32 letterHeight)
+	{
+		return letterHeight * 3 / 2;
+	}
+
+	// What a panel is, and, where there is room beside it, what its colours mean.
+	void DrawCaption(
+		SPicture &picture, u32 left, u32 right, const std::string &label, const SLegend &legend, u32 height)
+	{
+		const u32 top = (CaptionHeight(height) - height) / 2;
+		DrawText(picture, left + Space(height), top, label, height, kInk);
+		const u32 width = LegendWidth(legend, height);
+		const bool fits = left + 4 * Space(height) + TextWidth(label, height) + width < right;
+		if (!legend.m_Most.empty() && fits)
+			DrawLegend(picture, right - width - Space(height), top, legend, height);
+	}
+
+	void Paste(SPicture &target, u32 left, u32 top, const SPicture &picture)
 	{
 		for (u32 y = 0; y < picture.m_Height; ++y)
 			std::copy_n(&picture.m_Rgb[u64(y) * picture.m_Width * 3], picture.m_Width * 3,
-				&target.m_Rgb[(u64(y) * target.m_Width + left) * 3]);
+				&target.m_Rgb[(u64(top + y) * target.m_Width + left) * 3]);
 	}
 
 	// The folders of a path that are not there yet, the innermost first.
@@ -208,17 +181,41 @@ SPicture SideBySide(const std::vector<SLabelled> &panels, const SLegend &legend)
 		row.m_Width += panel.m_Picture->m_Width + (row.m_Width != 0 ? kGap : 0);
 		row.m_Height = std::max(row.m_Height, panel.m_Picture->m_Height);
 	}
-	row.m_Rgb.assign(u64(row.m_Width) * row.m_Height * 3, 255);
+	const u32 letterHeight = LetterHeight(row.m_Height);
+	const u32 captionHeight = CaptionHeight(letterHeight);
+	row.m_Height += captionHeight;
+	row.m_Rgb.resize(u64(row.m_Width) * row.m_Height * 3);
+	FillRectangle(row, 0, 0, row.m_Width, row.m_Height, kPaper);
 
 	u32 left = 0;
 	for (const SLabelled &panel : panels)
 	{
-		const u32 scale = std::max(1u, panel.m_Picture->m_Height / 180);
-		Paste(row, left, *panel.m_Picture);
-		DrawCaption(row, left, panel.m_Label, legend, scale);
-		left += panel.m_Picture->m_Width + kGap;
+		const u32 right = left + panel.m_Picture->m_Width;
+		Paste(row, left, captionHeight, *panel.m_Picture);
+		DrawCaption(row, left, right, panel.m_Label, legend, letterHeight);
+		left = right + kGap;
 	}
 	return row;
+}
+
+SPicture WithDivider(const SPicture &picture, u32 column, const std::string &left, const std::string &right)
+{
+	const u32 letterHeight = LetterHeight(picture.m_Height);
+	const u32 captionHeight = CaptionHeight(letterHeight);
+	SPicture result;
+	result.m_Width = picture.m_Width;
+	result.m_Height = picture.m_Height + captionHeight;
+	result.m_Rgb.resize(u64(result.m_Width) * result.m_Height * 3);
+	FillRectangle(result, 0, 0, result.m_Width, captionHeight, kPaper);
+	Paste(result, 0, captionHeight, picture);
+	FillRectangle(result, column == 0 ? 0 : column - 1, 0, column + 1, result.m_Height, kInk);
+
+	// Each on its own side of the divider, as near to it as there is room.
+	const u32 top = (captionHeight - letterHeight) / 2;
+	const u32 leftEnd = TextWidth(left, letterHeight) + Space(letterHeight) + 2;
+	DrawText(result, column > leftEnd ? column - leftEnd : 0, top, left, letterHeight, kInk);
+	DrawText(result, column + Space(letterHeight) + 2, top, right, letterHeight, kInk);
+	return result;
 }
 
 COutputFolder::COutputFolder(const std::string &path)

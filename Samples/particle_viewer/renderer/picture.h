@@ -32,7 +32,7 @@ SDifference Compare(const SPicture &a, const SPicture &b);
 /// The largest difference of a pixel's channels as a colour of the ramp; black where there is none.
 SPicture DifferenceMap(const SPicture &a, const SPicture &b);
 
-/// A picture and what it says in its corner.
+/// A picture and what stands above it.
 struct SLabelled
 {
 	const SPicture *m_Picture;
@@ -41,6 +41,9 @@ struct SLabelled
 
 /// Pictures of one height in a row, each with the legend of its colours.
 SPicture SideBySide(const std::vector<SLabelled> &panels, const SLegend &legend);
+
+/// A picture with a line at a column, and above it what is on both sides of the line.
+SPicture WithDivider(const SPicture &picture, u32 column, const std::string &left, const std::string &right);
 
 struct SNamedPicture
 {

@@ -175,10 +175,10 @@ CRenderer::~CRenderer()
 	for (const SProgram *const program :
 		{&m_BackgroundProgram, &m_BillboardProgram, &m_MeshProgram, &m_BandProgram, &m_CloudProgram, &m_ResolveProgram})
 		glDeleteProgram(program->m_Program);
-	const GLuint targets[] = {m_LightTarget, m_PictureTarget};
-	glDeleteFramebuffers(2, targets);
-	const GLuint textures[] = {m_LightTexture, m_PictureTexture, m_Sprites};
-	glDeleteTextures(3, textures);
+	const GLuint targets[] = {m_LightTarget, m_PictureTarget, m_KeptTarget};
+	glDeleteFramebuffers(3, targets);
+	const GLuint textures[] = {m_LightTexture, m_PictureTexture, m_KeptTexture, m_Sprites};
+	glDeleteTextures(4, textures);
 	glDeleteBuffers(1, &m_VertexBuffer);
 	glDeleteVertexArrays(1, &m_EmptyVertexArray);
 }
@@ -199,6 +199,9 @@ void CRenderer::SetSize(u32 width, u32 height)
 	glDeleteTextures(1, &m_PictureTexture);
 	m_PictureTexture = CreateTexture(GL_RGBA8, m_Width, m_Height);
 	m_PictureTarget = CreateTarget(m_PictureTexture);
+	glDeleteFramebuffers(1, &m_KeptTarget);
+	glDeleteTextures(1, &m_KeptTexture);
+	m_KeptTarget = m_KeptTexture = 0;
 }
 
 const SProgram &CRenderer::ParticleProgram() const
@@ -363,6 +366,44 @@ void CRenderer::Resolve()
 	glUseProgram(program.m_Program);
 	glBindTextureUnit(0, m_LightTexture);
 	glDrawArrays(GL_TRIANGLES, 0, 3);
+}
+
+// Most pictures stand alone, so there is a place for another only when one is kept.
+void CRenderer::CreateKept()
+{
+	if (m_KeptTexture != 0)
+		return;
+	m_KeptTexture = CreateTexture(GL_RGBA8, m_Width, m_Height);
+	m_KeptTarget = CreateTarget(m_KeptTexture);
+}
+
+void CRenderer::KeepPicture()
+{
+	CreateKept();
+	const GLint right = GLint(m_Width);
+	const GLint top = GLint(m_Height);
+	glBlitNamedFramebuffer(
+		m_PictureTarget, m_KeptTarget, 0, 0, right, top, 0, 0, right, top, GL_COLOR_BUFFER_BIT, GL_NEAREST);
+}
+
+void CRenderer::KeepPicture(const SPicture &picture)
+{
+	CreateKept();
+	glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+	for (u32 y = 0; y < m_Height; ++y) // OpenGL's rows go up
+		glTextureSubImage2D(m_KeptTexture, 0, 0, GLint(m_Height - 1 - y), GLsizei(m_Width), 1, GL_RGB, GL_UNSIGNED_BYTE,
+			&picture.m_Rgb[u64(y) * m_Width * 3]);
+}
+
+void CRenderer::ShowKept(u32 firstColumn, u32 endColumn)
+{
+	if (firstColumn >= endColumn)
+		return;
+	const GLint left = GLint(firstColumn);
+	const GLint right = GLint(endColumn);
+	const GLint top = GLint(m_Height);
+	glBlitNamedFramebuffer(
+		m_KeptTarget, m_PictureTarget, left, 0, right, top, left, 0, right, top, GL_COLOR_BUFFER_BIT, GL_NEAREST);
 }
 
 void CRenderer::ShowPicture()

@@ -72,6 +72,13 @@ public:
 	/// Draws the frame over the background, with the indices that were written.
 	SDrawn Draw(const std::vector<SDrawCall> &drawCalls);
 
+	u32 Width() const { return m_Width; }
+	/// Keeps the picture of the last draw beside those that follow, until the size changes; or a picture of that size.
+	void KeepPicture();
+	void KeepPicture(const SPicture &picture);
+	/// Puts columns of what was kept over the picture of the last draw.
+	void ShowKept(u32 firstColumn, u32 endColumn);
+
 	/// Copies the picture of the last draw to the lower left corner of the window that is current.
 	void ShowPicture();
 	/// The picture of the last draw, once the GPU has finished it.
@@ -84,6 +91,7 @@ private:
 	void SetCloud(const SFrame &frame);
 	void CreateTargets();
 	void CreateSprites();
+	void CreateKept();
 	void DrawBackground();
 	void DrawParticles(const std::vector<SDrawCall> &drawCalls);
 	void FindMostLayers();
@@ -97,6 +105,8 @@ private:
 	u32 m_LightTarget = 0;
 	u32 m_PictureTexture = 0;
 	u32 m_PictureTarget = 0;
+	u32 m_KeptTexture = 0;
+	u32 m_KeptTarget = 0;
 
 	u32 m_Sprites = 0;
 	u32 m_EmptyVertexArray = 0; // vertices come from a storage buffer

@@ -24,6 +24,7 @@ namespace
 		{
 			for (u32 first = 0; first < pointCount; first += kPointsPerPage)
 				AddPage(first, std::min(kPointsPerPage, pointCount - first));
+			m_FirstTurn = TurnOfWorstFileOrder();
 		}
 
 		u32 WarmUpStepCount() const override { return 0; }
@@ -72,10 +73,41 @@ namespace
 				m_SortValues.push_back(TMemoryView<const float>(m_Cloud->m_SortValues.data() + first, count));
 		}
 
+		// Files often lie in an order that looks right from one side. The camera begins where the file's order is the most
+		// wrong: where later points are farther, as the sum of place times distance along the view says.
+		float TurnOfWorstFileOrder() const
+		{
+			constexpr u32 kTurnCount = 16;
+			constexpr u32 kSampleCount = 20000;
+			const u32 stride = std::max(m_PointCount / kSampleCount, 1u);
+			double worst = 0.0;
+			float worstTurn = 0.0f;
+			for (u32 turn = 0; turn < kTurnCount; ++turn)
+			{
+				const float turns = float(turn) / float(kTurnCount);
+				const float sine = SineOfTurns(turns);
+				const float cosine = CosineOfTurns(turns);
+				double sum = 0.0;
+				for (u32 i = 0; i < m_PointCount; i += stride)
+				{
+					const CFloat3 &position = m_Cloud->m_Positions[i];
+					const double away = -double(position.x() * sine + position.z() * cosine);
+					const double place = double(i) / double(m_PointCount) - 0.5;
+					sum += std::clamp(away, -1.0, 1.0) * place;
+				}
+				if (sum > worst)
+				{
+					worst = sum;
+					worstTurn = turns;
+				}
+			}
+			return worstTurn;
+		}
+
 		SCamera Camera() const
 		{
 			constexpr float kDistance = 2.75f; // with the height, what shows a sphere of radius 1 just whole
-			const float turns = float(m_Step) / 240.0f;
+			const float turns = m_FirstTurn + float(m_Step) / 240.0f;
 			SCamera camera;
 			camera.m_Position =
 				CFloat3(kDistance * SineOfTurns(turns), 0.38f * kDistance, kDistance * CosineOfTurns(turns));
@@ -85,6 +117,7 @@ namespace
 		std::shared_ptr<const SPointCloud> m_Cloud;
 		u32 m_PointCount;
 		u32 m_Step = 0;
+		float m_FirstTurn = 0.0f;
 
 		u32 m_Pattern[1] = {0};
 		std::vector<u32> m_Counts;

@@ -69,11 +69,12 @@ void CSmokeLight::Descend(std::vector<float> &light, float shiftX, float shiftZ,
 	std::fill(light.begin(), light.end(), 1.0f);
 	const auto fromLeft = [&](u32 x, u32 y, u32 z)
 	{ return (1.0f - shiftX) * light[Cell(x, y, z)] + shiftX * light[Cell(x - 1, y, z)]; };
-	for (u32 y = kHeight - 1; y-- > 0;)
+	for (u32 above = kHeight - 1; above > 0; --above)
 		for (u32 z = 0; z + 1 < kDepth; ++z)
 			for (u32 x = 1; x < kWidth; ++x)
 			{
-				const float entering = (1.0f - shiftZ) * fromLeft(x, y + 1, z) + shiftZ * fromLeft(x, y + 1, z + 1);
+				const u32 y = above - 1;
+				const float entering = (1.0f - shiftZ) * fromLeft(x, above, z) + shiftZ * fromLeft(x, above, z + 1);
 				light[Cell(x, y, z)] = entering / (1.0f + absorption * m_Density[Cell(x, y, z)]);
 			}
 }

@@ -10,6 +10,7 @@
 #include "output_file.h"
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 namespace Viewer
 {
@@ -64,6 +65,17 @@ namespace
 		return entry == SortEntry_Triangles
 		           ? CTriangleSorter::GetJobsWorkingBufferSize_tri(drawCall.m_GeometryIndexCount, jobs.m_MaxJobCount)
 		           : CTriangleSorter::GetJobsWorkingBufferSize(drawCall.m_ParticleCount, jobs.m_MaxJobCount);
+	}
+
+	void Shorten(TMemoryView<float> values, u32 keyBits)
+	{
+		for (u32 i = 0; i < values.Count(); ++i)
+		{
+			u32 bits;
+			std::memcpy(&bits, &values[i], sizeof(bits));
+			bits &= 0xFFFFFFFFu << (32 - keyBits);
+			std::memcpy(&values[i], &bits, sizeof(bits));
+		}
 	}
 
 	// A draw call starts where the one before it ends.
@@ -163,6 +175,8 @@ void ComputeSortValues(
 
 void CFrameSorter::Sort(const SFrame &frame, EOrder order, const std::vector<SDrawCall> &drawCalls, u8 *mappedIndices)
 {
+	if (m_KeyBits < 32 && order == EOrder::ByPosition)
+		order = EOrder::ByValue; // only values can be shortened
 	if (order == EOrder::ByValue || order == EOrder::WholeTubes)
 		UpdateSortValues(frame);
 	for (const SDrawCall &drawCall : drawCalls)
@@ -318,6 +332,8 @@ void CFrameSorter::UpdateSortValues(const SFrame &frame)
 		const u32 count = frame.m_Positions[page].Count();
 		const TMemoryView<float> values(next, count);
 		ComputeSortValues(values, frame.m_Positions[page], frame.m_Camera.m_Position);
+		if (m_KeyBits < 32)
+			Shorten(values, m_KeyBits);
 		m_ValuePages[page] = TStridedMemoryView<const float>(values);
 		next += (count + kLanes - 1) / kLanes * kLanes;
 	}

@@ -68,6 +68,9 @@ public:
 	/// The threads that share a large draw call, the calling one among them: 1 unless set. The indices are the same.
 	void SetThreadCount(u32 threadCount);
 
+	/// Whether distances are sorted by all bits of their floats, 32, or by the upper 16: what short keys cost.
+	void SetKeyBits(u32 keyBits) { m_KeyBits = keyBits; }
+
 	/// The next call to be sorted is appended as a capture, output and all.
 	void CaptureNext(std::vector<u8> *capture) { m_Capture = capture; }
 
@@ -96,6 +99,7 @@ private:
 	CbSortFinding m_OnFinding = DefaultFindingHandler();
 	void *m_FindingUserData = null;
 	std::vector<u8> *m_Capture = null;
+	u32 m_KeyBits = 32;
 	std::unique_ptr<CThreadPool> m_Threads; // null: one thread, without jobs
 	std::vector<u8> m_Scratch;
 	std::vector<float> m_Values;

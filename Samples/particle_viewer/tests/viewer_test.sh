@@ -2,7 +2,7 @@
 # Runs the viewer as a user does and looks at what it prints and writes.
 #
 #   viewer_test.sh VIEWER CASE      CASE: smoke, same_seed, index_types, debris, sparks,
-#                                   tubes, rain, interleave, splats, points, colours, trace, capture, help or wrong_use
+#                                   tubes, rain, interleave, splats, points, colours, wipe, trace, capture, help or wrong_use
 set -euo pipefail
 
 viewer=$1
@@ -215,6 +215,36 @@ colours()
 	colours_of per_particle.png per_triangle.png --scene interleave
 }
 
+# The columns of a wipe from one on, and so many, without what stands above it.
+columns_of()
+{
+	pngtopnm "$1" | pamcut -top $(($(pngtopnm "$1" | sed -n '2s/.* //p') - 90)) -left "$2" -width "$3"
+}
+
+# What lies left and right of the divider is what the pictures by themselves show there.
+wipe()
+{
+	local kind options=(--particles 2000 --frames 1 --width 160 --height 90)
+	for kind in unsorted frozen 16-bit error; do
+		run "${options[@]}" --wipe "$kind" --wipe-at 25 --out "$folder/$kind"
+		expect_png "$folder/$kind/wipe.png"
+	done
+	columns_of "$folder/unsorted/wipe.png" 0 38 >"$folder/left.ppm"
+	columns_of "$folder/unsorted/unsorted.png" 0 38 | cmp -s - "$folder/left.ppm" || fail "unsorted is not on the left"
+	for kind in unsorted frozen; do
+		columns_of "$folder/$kind/wipe.png" 42 118 >"$folder/right.ppm"
+		columns_of "$folder/$kind/sorted.png" 42 118 | cmp -s - "$folder/right.ppm" || fail "$kind: not sorted on the right"
+	done
+	for kind in 16-bit error; do
+		columns_of "$folder/$kind/wipe.png" 0 38 >"$folder/left.ppm"
+		columns_of "$folder/$kind/sorted.png" 0 38 | cmp -s - "$folder/left.ppm" || fail "$kind: not sorted on the left"
+		columns_of "$folder/$kind/wipe.png" 42 118 >"$folder/right.ppm"
+		! columns_of "$folder/$kind/sorted.png" 42 118 | cmp -s - "$folder/right.ppm" || fail "$kind: nothing on the right"
+	done
+	columns_of "$folder/frozen/wipe.png" 0 38 >"$folder/left.ppm"
+	! columns_of "$folder/frozen/sorted.png" 0 38 | cmp -s - "$folder/left.ppm" || fail "frozen: nothing on the left"
+}
+
 trace()
 {
 	run --particles 2000 --trace "$folder/trace.json"
@@ -314,7 +344,7 @@ help()
 {
 	"$viewer" --help >"$figures" 2>"$complaint" || fail "--help fails"
 	[ ! -s "$complaint" ] || fail "--help complains"
-	for option in --scene --ply --splat --sort-by --up --particles --frames --seed --width --height --index-type --threads --colour --out --trace --capture --replay --window --help; do
+	for option in --scene --ply --splat --sort-by --up --particles --frames --seed --width --height --index-type --threads --colour --wipe --wipe-at --out --trace --capture --replay --window --help; do
 		grep -q -- "$option" "$figures" || fail "--help is silent about $option"
 	done
 }
@@ -349,6 +379,8 @@ wrong_use()
 	refused "${out[@]}" --width 0
 	refused "${out[@]}" --height 100000
 	refused "${out[@]}" --index-type 17
+	refused "${out[@]}" --wipe sideways
+	refused "${out[@]}" --wipe-at 101
 	refused "${out[@]}" --up w
 	refused "${out[@]}" --up ''
 	refused "${out[@]}" --threads 0
@@ -389,6 +421,6 @@ wrong_use()
 
 case ${2:-} in
 smoke | same_seed | index_types | debris | sparks | tubes | rain | interleave | splats | points | colours) "$2" ;;
-trace | capture | help | wrong_use) "$2" ;;
+wipe | trace | capture | help | wrong_use) "$2" ;;
 *) fail "there is no case '${2:-}'" ;;
 esac

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Uses the viewer's window as a user does, with keys and clicks on a virtual display, and looks at its pictures.
 #
-#   window_test.sh VIEWER CASE      CASE: picture, keys, mouse, frozen, output, scenes or refused
+#   window_test.sh VIEWER CASE      CASE: picture, keys, mouse, frozen, output, wipe, scenes or refused
 set -euo pipefail
 
 viewer=$1
@@ -181,7 +181,7 @@ mouse()
 	xdotool mousemove --window "$window" $((width + 90)) 69 click 1
 	await "the button's effect" has_title 'sorted by value, paused$'
 
-	drag
+	drag 60 "$before" "dragging does not turn the camera"
 	keys Home
 	shoot
 	expect_same "$before" "$picture" "the camera is not where it was"
@@ -205,12 +205,14 @@ shows_other_than()
 }
 
 # However slowly frames follow each other, the button is down in two of them at last.
+#
+#   drag COLUMN PICTURE COMPLAINT      from that column on, until something else than the picture is shown
 drag()
 {
-	xdotool mousemove --window "$window" 60 100 mousedown 1
+	xdotool mousemove --window "$window" "$1" 100 mousedown 1
 	local end=$((SECONDS + patience))
-	until shows_other_than "$before"; do
-		[ "$SECONDS" -lt "$end" ] || fail "dragging does not turn the camera"
+	until shows_other_than "$2"; do
+		[ "$SECONDS" -lt "$end" ] || fail "$3"
 		xdotool mousemove_relative 5 0
 	done
 	xdotool mouseup 1
@@ -256,6 +258,27 @@ output()
 	close_viewer
 }
 
+# The divider is dragged, and the camera stays where it is.
+wipe()
+{
+	open_viewer
+	pause
+	shoot
+	local before=$picture
+	keys w
+	await "a wipe" has_title 'unsorted \| sorted by value, paused$'
+	shoot
+	expect_other "$before" "$picture" "nothing is unsorted on the left"
+	drag $((width / 2)) "$picture" "dragging does not move the divider"
+	keys w
+	await "the next wipe" has_title 'sorted for another camera \| sorted for this one, paused$'
+	keys w w w
+	await "no wipe" has_title 'smoke, sorted by value, paused$'
+	shoot
+	expect_same "$before" "$picture" "the wipe has moved the camera"
+	close_viewer
+}
+
 scenes()
 {
 	open_viewer
@@ -292,6 +315,6 @@ refused()
 
 case ${2:-} in
 keys) keyboard ;;
-picture | mouse | frozen | output | scenes | refused) "$2" ;;
+picture | mouse | frozen | output | wipe | scenes | refused) "$2" ;;
 *) fail "there is no case '${2:-}'" ;;
 esac
