@@ -299,6 +299,8 @@ void CLiveView::Advance()
 {
 	m_Scene->Advance();
 	m_Frame = m_Scene->Frame();
+	if (m_FrameCount == 0)
+		m_FrozenCamera = Moved(SceneCamera(), m_Settings.m_Orbit);
 	++m_FrameCount;
 	m_Redraw = true;
 }
