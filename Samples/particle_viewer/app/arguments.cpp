@@ -5,6 +5,7 @@
 #include "actions.h"
 #include "failure.h"
 #include "file_scene.h"
+#include "text.h"
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <cstdio>
@@ -57,9 +58,9 @@ namespace
 	struct STexts
 	{
 		std::string m_Scene = SceneKinds().front().m_Name;
-		std::string m_Ply;
-		std::string m_Splat;
+		std::vector<std::string> m_Files;
 		std::string m_SortBy;
+		bool m_SkipBad = false;
 		std::string m_Particles;
 		std::string m_Up;
 		std::optional<std::string> m_Frames;
@@ -124,12 +125,16 @@ namespace
 		{ app.add_option(name, text, help)->type_name(type)->take_last(); };
 		app.footer(ScenesHelp() + KeysHelp() + "\n" + kDetails);
 		add("--scene", "NAME", texts.m_Scene, SceneNames() + "; " + SceneKinds().front().m_Name + " by default");
-		add("--ply", "FILE", texts.m_Ply, "Points or splats of a PLY file instead of a scene");
-		add("--splat", "FILE", texts.m_Splat, "Splats of a .splat file, 32 bytes each, instead of a scene");
+		app.add_option("FILE,--ply,--splat", texts.m_Files,
+			   "Points or splats of a file instead of a scene: PLY or .splat, told by\n"
+			   "what is in it; or the same after --ply or --splat")
+			->option_text(" ");
 		add("--sort-by", "NAME", texts.m_SortBy,
 			"A property of the file to sort by instead of the distance; the lowest value is drawn first");
 		add("--up", "AXIS", texts.m_Up,
 			"What points upwards: y, -y, z, -z, x or -x; -y by default for splats, otherwise y");
+		app.add_flag("--skip-bad", texts.m_SkipBad,
+			"Leaves out points of the file that something is wrong with, and says how many");
 		add("--particles", "N", texts.m_Particles, ParticlesHelp());
 		add("--frames", "N", texts.m_Frames, FramesHelp());
 		add("--seed", "N", texts.m_Seed, "Seed of all randomness: the same seed, the same index buffers; 1 by default");
@@ -137,11 +142,12 @@ namespace
 		add("--height", "N", texts.m_Height, "Height of a picture in pixels; 360 by default, 860 in a window");
 		add("--index-type", "BITS", texts.m_IndexType, "Bits of an index, 16 or 32; 32 by default");
 		add("--threads", "N", texts.m_Threads, "Threads that share a sort: the same indices, sooner; 1 by default");
-		add("--colour", "NAME", texts.m_Colour, "What colours show: light, order, overdraw or error; light by default");
 		add("--wipe", "NAME", texts.m_Wipe,
 			"Two ways to draw under a divider: unsorted (and sorted), frozen (sorted for a camera that\n"
 			"stood elsewhere), 16-bit (keys), error (picture and error) or none; writes wipe.png");
 		add("--wipe-at", "PERCENT", texts.m_WipeAt, "Where the divider stands, from the left; 50 by default");
+		add("--colour,--color", "NAME", texts.m_Colour,
+			"What colours show: light, order, overdraw or error; light by default");
 		add("--trace", "FILE", texts.m_Trace,
 			"File for a trace of where every frame goes, for Perfetto or chrome://tracing");
 		add("--capture", "FILE", texts.m_Capture, "File for the sort of the last frame's first draw call");
@@ -156,16 +162,17 @@ namespace
 
 	const SSceneKind *Scene(const CLI::App &app, const STexts &texts)
 	{
-		const bool hasScene = app.count("--scene") != 0;
-		const bool hasPly = app.count("--ply") != 0;
-		const bool hasSplat = app.count("--splat") != 0;
-		if ((hasScene && (hasPly || hasSplat)) || (hasPly && hasSplat))
-			throw CFailure("Of --scene, --ply and --splat only one can be shown.");
-		if (hasPly || hasSplat)
-			return AddSceneKind(ReadFileScene(
-				hasPly ? texts.m_Ply : texts.m_Splat, hasPly ? EFileFormat::Ply : EFileFormat::Splat, texts.m_SortBy));
+		if (texts.m_Files.size() > 1)
+			throw CFailure("Of files only one can be shown, not both " + Quoted(texts.m_Files[0]) + " and " +
+						   Quoted(texts.m_Files[1]) + ".");
+		if (!texts.m_Files.empty() && app.count("--scene") != 0)
+			throw CFailure("Either a scene can be shown or a file, not both.");
+		if (!texts.m_Files.empty())
+			return AddSceneKind(ReadFileScene(texts.m_Files[0], {texts.m_SortBy, texts.m_SkipBad}));
 		if (app.count("--sort-by") != 0)
-			throw CFailure("--sort-by goes with --ply or --splat: it names a property of a file.");
+			throw CFailure("--sort-by goes with a file, of which it names a property.");
+		if (texts.m_SkipBad)
+			throw CFailure("--skip-bad goes with a file, of which it leaves points out.");
 		const SSceneKind *const scene = FindSceneKind(texts.m_Scene);
 		if (scene == null)
 			throw CFailure("--scene takes " + SceneNames() + ", not '" + texts.m_Scene + "'.");

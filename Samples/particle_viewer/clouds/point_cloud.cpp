@@ -1,7 +1,7 @@
 #include "point_cloud.h"
 
 #include "cloud_fit.h"
-#include "failure.h"
+#include "half.h"
 #include "text.h"
 #include <algorithm>
 #include <cmath>
@@ -27,6 +27,14 @@ namespace
 		return u16(std::clamp(steps + 0.5, 0.0, 65535.0));
 	}
 
+	double Length(const double rotation[4])
+	{
+		double squared = 0.0;
+		for (u32 i = 0; i < 4; ++i)
+			squared += rotation[i] * rotation[i];
+		return std::sqrt(squared);
+	}
+
 	SSplatShape PackShape(const SCloudPoint &point, double rotationLength)
 	{
 		SSplatShape shape = {};
@@ -43,8 +51,9 @@ namespace
 	}
 } // namespace
 
-CPointCloudBuilder::CPointCloudBuilder(u64 pointCount, const SContents &contents)
-	: m_Contents(contents)
+CPointCloudBuilder::CPointCloudBuilder(u64 pointCount, const SContents &contents, bool skipBad)
+	: m_SkipBad(skipBad)
+	, m_Contents(contents)
 {
 	if (pointCount == 0)
 		throw CFailure("there is no point in it.");
@@ -55,37 +64,82 @@ CPointCloudBuilder::CPointCloudBuilder(u64 pointCount, const SContents &contents
 	m_Cloud.m_Colours.reserve(pointCount);
 	m_Cloud.m_Shapes.reserve(contents.m_Shapes ? pointCount : 0);
 	m_Cloud.m_SortValues.reserve(contents.m_SortValues ? pointCount : 0);
+	m_Cloud.m_HarmonicDegree = contents.m_HarmonicDegree;
+	for (std::vector<u32> &harmonics : m_Cloud.m_Harmonics)
+		harmonics.reserve(contents.m_HarmonicDegree != 0 ? pointCount * HarmonicWords(contents.m_HarmonicDegree) : 0);
 }
 
 const char *CPointCloudBuilder::Add(const SCloudPoint &point)
 {
-	if (m_Cloud.m_Positions.empty())
-		m_First = point;
+	const SCloudPoint first = m_Cloud.m_Positions.empty() ? point : m_First;
+	const char *const complaint = Complaint(point, first);
+	if (complaint != null)
+		return complaint;
 
+	m_First = first;
 	CFloat3 position;
 	for (u32 axis = 0; axis < 3; ++axis)
-		position[axis] = float(point.m_Position[axis] - m_First.m_Position[axis]);
-	if (!std::isfinite(position.x()) || !std::isfinite(position.y()) || !std::isfinite(position.z()))
-		return "is farther from the first one than a float can say";
+		position[axis] = float(point.m_Position[axis] - first.m_Position[axis]);
 	m_Cloud.m_Positions.push_back(position);
 	m_Cloud.m_Colours.push_back(PackColour(point.m_Colour));
-
 	if (m_Contents.m_Shapes)
-	{
-		double squared = 0.0;
-		for (const double number : point.m_Rotation)
-			squared += number * number;
-		if (squared == 0.0)
-			return "has a rotation of length 0";
-		m_Cloud.m_Shapes.push_back(PackShape(point, std::sqrt(squared)));
-	}
+		m_Cloud.m_Shapes.push_back(PackShape(point, Length(point.m_Rotation)));
 	if (m_Contents.m_SortValues)
 		m_Cloud.m_SortValues.push_back(float(point.m_SortValue - m_First.m_SortValue));
+	if (m_Contents.m_HarmonicDegree != 0)
+		AddHarmonics(point);
 	return null;
+}
+
+const char *CPointCloudBuilder::Complaint(const SCloudPoint &point, const SCloudPoint &first) const
+{
+	for (u32 axis = 0; axis < 3; ++axis)
+		if (!IsFiniteFloat(point.m_Position[axis] - first.m_Position[axis]))
+			return "is farther from the first one than a float can say";
+	if (m_Contents.m_SortValues && !IsFiniteFloat(point.m_SortValue - first.m_SortValue))
+		return "has a number to sort by that is farther from the first one's than a float can say";
+	if (m_Contents.m_Shapes && Length(point.m_Rotation) == 0.0)
+		return "has a rotation of length 0";
+	return null;
+}
+
+void CPointCloudBuilder::AddHarmonics(const SCloudPoint &point)
+{
+	const auto half = [](double number)
+	{ return u32(ToHalf(float(std::clamp(number, -double(kLargestHalf), double(kLargestHalf))))); };
+	const u32 count = HarmonicCount(m_Contents.m_HarmonicDegree);
+	for (u32 channel = 0; channel < 3; ++channel)
+	{
+		const float *const coefficients = point.m_Harmonics + channel * count;
+		m_Cloud.m_Harmonics[channel].push_back(half(point.m_Colour[channel]) | half(double(coefficients[0])) << 16);
+		for (u32 i = 1; i < count; i += 2)
+		{
+			const double last = i + 1 < count ? double(coefficients[i + 1]) : 0.0;
+			m_Cloud.m_Harmonics[channel].push_back(half(double(coefficients[i])) | half(last) << 16);
+		}
+	}
+}
+
+void CPointCloudBuilder::LeaveOut(const std::string &sentence)
+{
+	if (!m_SkipBad)
+		throw CBadPoint(sentence + ".");
+	if (m_Cloud.m_LeftOutCount++ == 0)
+		m_Cloud.m_FirstLeftOut = sentence;
+}
+
+// A file of which little can be drawn is damaged as a whole, or is something else.
+void CPointCloudBuilder::RequireMost() const
+{
+	const u64 count = m_Cloud.m_Positions.size() + m_Cloud.m_LeftOutCount;
+	if (m_Cloud.m_LeftOutCount > count / 2)
+		throw CFailure("something is wrong with " + Grouped(m_Cloud.m_LeftOutCount) + " of its " + Grouped(count) +
+					   " points, the first being at " + m_Cloud.m_FirstLeftOut + ".");
 }
 
 SPointCloud CPointCloudBuilder::Finish()
 {
+	RequireMost();
 	Place();
 	if (!m_Contents.m_Colours)
 		ColourByHeight();

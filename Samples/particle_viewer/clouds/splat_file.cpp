@@ -1,12 +1,11 @@
-// .splat files have neither header nor magic number: what tells a foreign one is its size, its letters, and numbers that
-// no splat has.
+// .splat files have neither header nor magic number: what tells a foreign one is its size, and numbers that no splat has.
 
-#include "failure.h"
-#include "point_cloud.h"
+#include "bytes.h"
+#include "cloud_file.h"
+#include "splat_number.h"
 #include "text.h"
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 namespace Viewer
 {
@@ -14,98 +13,97 @@ namespace
 {
 	constexpr size_t kSplatSize = 32;
 
-	// The numbers of a splat, in the order of the file.
-	constexpr const char *kNames[] = {"x", "y", "z", "scale_0", "scale_1", "scale_2", "red", "green", "blue", "alpha",
-		"rot_0", "rot_1", "rot_2", "rot_3"};
-	constexpr u32 kNumberCount = 14;
-	constexpr u32 kFloatCount = 6;
+	constexpr const char *kNames[] = {"x", "y", "z", "scale_0", "scale_1", "scale_2"};
+	constexpr u32 kFloatCount = 6;        // bytes follow: four of colour, four of rotation
+	constexpr double kLeastScale = 1e-40; // for the logarithm of a scale of 0; shorter than anything seen
 
-	[[noreturn]] void Fail(u64 splat, const std::string &what)
+	std::string Place(u64 splat)
 	{
-		throw CFailure("byte " + Grouped(splat * kSplatSize) + ": splat " + Grouped(splat) + " " + what + ".");
+		return "byte " + Grouped(splat * kSplatSize) + ": splat " + Grouped(splat) + " ";
 	}
 
-	void DecodeNumbers(const char *bytes, double *numbers)
+	/// What is wrong with a splat's numbers, or "".
+	std::string Complaint(const float *numbers)
 	{
 		for (u32 i = 0; i < kFloatCount; ++i)
-		{
-			u32 bits = 0;
-			for (u32 byte = 4; byte > 0; --byte)
-				bits = bits << 8 | u8(bytes[i * 4 + byte - 1]);
-			float number;
-			std::memcpy(&number, &bits, sizeof(number));
-			numbers[i] = double(number);
-		}
-		for (u32 i = kFloatCount; i < kNumberCount; ++i)
-			numbers[i] = double(u8(bytes[i + 18]));
+			if (!std::isfinite(numbers[i]))
+				return std::string("has no finite ") + Quoted(kNames[i]);
+		for (u32 i = 3; i < kFloatCount; ++i)
+			if (numbers[i] < 0.0f)
+				return std::string("has a negative ") + Quoted(kNames[i]);
+		return "";
 	}
 
-	SCloudPoint Point(const double *numbers)
+	void LoadFloats(const char *splat, float *numbers)
+	{
+		for (u32 i = 0; i < kFloatCount; ++i)
+			numbers[i] = LoadFloat(splat + 4 * i);
+	}
+
+	SCloudPoint Point(const char *splat, const float *numbers)
 	{
 		SCloudPoint point;
 		for (u32 i = 0; i < 3; ++i)
 		{
-			point.m_Position[i] = numbers[i];
-			point.m_LogScales[i] = std::log(numbers[3 + i]); // of 0, the packed scale's least
+			point.m_Position[i] = double(numbers[i]);
+			point.m_LogScales[i] = std::log(std::max(double(numbers[3 + i]), kLeastScale));
 		}
 		for (u32 i = 0; i < 4; ++i)
 		{
-			point.m_Colour[i] = numbers[6 + i] / 255.0;
-			point.m_Rotation[i] = numbers[10 + i] - 128.0;
+			point.m_Colour[i] = double(u8(splat[24 + i])) / 255.0;
+			point.m_Rotation[i] = double(u8(splat[28 + i])) - 128.0;
 		}
 		return point;
 	}
 
-	void RefuseText(std::string_view file)
+	// Numbers that no splat has are an accident here and there, and the rule in a file of something else.
+	void RefuseForeign(std::string_view file)
 	{
-		const bool isText = std::all_of(file.begin(), file.end(),
-			[](char letter) { return (letter >= ' ' && letter <= '~') || (letter >= '\t' && letter <= '\r'); });
-		if (isText)
-			throw CFailure(
-				"byte 0: this is text, which starts with " + Quoted(file.substr(0, 16)) + ", and no .splat file.");
-		if (file.substr(0, 3) == "ply" && (file[3] == '\n' || file[3] == '\r'))
-			throw CFailure("byte 0: this is a PLY file, which --ply reads.");
-	}
-
-	u32 SortNumber(const std::string &name)
-	{
-		std::string names;
-		for (u32 i = 0; i < kNumberCount; ++i)
+		constexpr u64 kMaxSampleCount = 1000;
+		const u64 count = std::min<u64>(file.size() / kSplatSize, kMaxSampleCount);
+		u64 badCount = 0;
+		for (u64 splat = 0; splat < count; ++splat)
 		{
-			if (name == kNames[i])
-				return i;
-			names += (i == 0 ? "" : ", ") + Quoted(kNames[i]);
+			float numbers[kFloatCount];
+			LoadFloats(file.data() + splat * kSplatSize, numbers);
+			badCount += Complaint(numbers).empty() ? 0 : 1;
 		}
-		throw CFailure("there is no property " + Quoted(name) + " to sort by; a .splat file has " + names + ".");
+		if (badCount > count / 2)
+			throw CFailure("byte 0: it starts like no format that is read, with " + Quoted(file.substr(0, 16)) +
+						   ", and it is no .splat file: of its first " + Grouped(count) + " splats, " +
+						   Grouped(badCount) + " would have numbers that no splat has.");
 	}
 } // namespace
 
-SPointCloud ReadSplatCloud(std::string_view file, const std::string &sortBy)
+SPointCloud ReadSplatCloud(std::string_view file, const SCloudOptions &options)
 {
-	RefuseText(file);
+	RefuseForeign(file);
 	const u64 splatCount = file.size() / kSplatSize;
 	if (file.size() % kSplatSize != 0)
-		throw CFailure("byte " + Grouped(splatCount * kSplatSize) + ": a splat takes 32 bytes, and after " +
-					   Grouped(splatCount) + " of them there are " + Grouped(file.size() % kSplatSize) + " left.");
-	const u32 sortNumber = sortBy.empty() ? 0 : SortNumber(sortBy);
+		throw CFailure("byte " + Grouped(splatCount * kSplatSize) + ": in a .splat file, which this is taken for, a " +
+					   "splat takes 32 bytes, and after " + Grouped(splatCount) + " of them there are " +
+					   Grouped(file.size() % kSplatSize) + " left.");
 
-	CPointCloudBuilder builder(splatCount, {true, true, !sortBy.empty()});
+	const CSplatNumber sortNumber(options.m_SortBy);
+	CPointCloudBuilder builder(splatCount, {true, true, !options.m_SortBy.empty()}, options.m_SkipBad);
 	for (u64 splat = 0; splat < splatCount; ++splat)
 	{
-		double numbers[kNumberCount];
-		DecodeNumbers(file.data() + splat * kSplatSize, numbers);
-		for (u32 i = 0; i < kFloatCount; ++i)
-			if (!std::isfinite(numbers[i]))
-				Fail(splat, std::string("has no finite ") + Quoted(kNames[i]));
-		for (u32 i = 3; i < kFloatCount; ++i)
-			if (numbers[i] < 0.0)
-				Fail(splat, std::string("has a negative ") + Quoted(kNames[i]));
-		SCloudPoint point = Point(numbers);
-		point.m_SortValue = numbers[sortNumber];
-		const char *const complaint = builder.Add(point);
-		if (complaint != null)
-			Fail(splat, complaint);
+		const char *const bytes = file.data() + splat * kSplatSize;
+		float numbers[kFloatCount];
+		LoadFloats(bytes, numbers);
+		std::string complaint = Complaint(numbers);
+		if (complaint.empty())
+		{
+			SCloudPoint point = Point(bytes, numbers);
+			point.m_SortValue = sortNumber.Of(point);
+			const char *const refusal = builder.Add(point);
+			complaint = refusal != null ? refusal : "";
+		}
+		if (!complaint.empty())
+			builder.LeaveOut(Place(splat) + complaint);
 	}
-	return builder.Finish();
+	SPointCloud cloud = builder.Finish();
+	cloud.m_YPointsDown = true;
+	return cloud;
 }
 } // namespace Viewer

@@ -1,9 +1,9 @@
 #include "file_scene.h"
 
+#include "cloud_file.h"
 #include "deterministic.h"
 #include "failure.h"
 #include "mapped_file.h"
-#include "point_cloud.h"
 #include "text.h"
 #include <algorithm>
 #include <chrono>
@@ -125,35 +125,59 @@ namespace
 		std::vector<TStridedMemoryView<const u8>> m_Enableds;
 		std::vector<TStridedMemoryView<const float>> m_SortValues;
 	};
+
+	std::shared_ptr<const SPointCloud> Read(
+		const std::string &path, std::string_view bytes, const SCloudOptions &options)
+	{
+		const std::string start = "The file " + Quoted(path) + ", ";
+		try
+		{
+			return std::make_shared<const SPointCloud>(ReadCloud(bytes, options));
+		}
+		catch (const CBadPoint &failure)
+		{
+			std::string sentence = failure.what();
+			sentence.pop_back();
+			throw CFailure(start + sentence + "; --skip-bad leaves such points out.");
+		}
+		catch (const CFailure &failure)
+		{
+			throw CFailure(start + failure.what());
+		}
+	}
+
+	std::string FarPoints(const SPointCloud &cloud)
+	{
+		return cloud.m_FarCount == 0 ? "" : ", " + Grouped(cloud.m_FarCount) + " of its points far from the rest";
+	}
+
+	std::string LeftOut(const SPointCloud &cloud)
+	{
+		if (cloud.m_LeftOutCount == 0)
+			return "";
+		return "; left out: " + Grouped(cloud.m_LeftOutCount) + " of " +
+		       Grouped(cloud.m_LeftOutCount + cloud.m_Positions.size()) + ", the first at " + cloud.m_FirstLeftOut;
+	}
 } // namespace
 
-SSceneKind ReadFileScene(const std::string &path, EFileFormat format, const std::string &sortBy)
+SSceneKind ReadFileScene(const std::string &path, const SCloudOptions &options)
 {
 	const CMappedFile file(path);
 	const auto start = std::chrono::steady_clock::now();
-	SSceneKind kind = {};
-	std::string farPoints;
-	try
-	{
-		const auto cloud = std::make_shared<const SPointCloud>(
-			format == EFileFormat::Ply ? ReadPlyCloud(file.Bytes(), sortBy) : ReadSplatCloud(file.Bytes(), sortBy));
-		kind.m_Name = cloud->m_Shapes.empty() ? "points" : "splats";
-		kind.m_ParticleCount = u32(cloud->m_Positions.size());
-		kind.m_MaxParticleCount = kind.m_ParticleCount;
-		kind.m_Create = [cloud](u32 pointCount, u32) { return std::make_unique<CFileScene>(cloud, pointCount); };
-		kind.m_Details = "";
-		kind.m_Up = cloud->m_Shapes.empty() ? EUp::Y : EUp::MinusY; // splats come from cameras, whose y points down
-		if (cloud->m_FarCount != 0)
-			farPoints = ", " + Grouped(cloud->m_FarCount) + " of its points far from the rest";
-	}
-	catch (const CFailure &failure)
-	{
-		throw CFailure("The file " + Quoted(path) + ", " + failure.what());
-	}
+	const std::shared_ptr<const SPointCloud> cloud = Read(path, file.Bytes(), options);
 	const std::chrono::duration<double> duration = std::chrono::steady_clock::now() - start;
 	char seconds[32];
 	std::snprintf(seconds, sizeof(seconds), "%.2f", duration.count());
-	kind.m_Source = Quoted(path) + ", " + Grouped(file.Bytes().size()) + " bytes read in " + seconds + " s" + farPoints;
+
+	SSceneKind kind = {};
+	kind.m_Name = cloud->m_Shapes.empty() ? "points" : "splats";
+	kind.m_ParticleCount = u32(cloud->m_Positions.size());
+	kind.m_MaxParticleCount = kind.m_ParticleCount;
+	kind.m_Create = [cloud](u32 pointCount, u32) { return std::make_unique<CFileScene>(cloud, pointCount); };
+	kind.m_Details = "";
+	kind.m_Up = cloud->m_YPointsDown ? EUp::MinusY : EUp::Y;
+	kind.m_Source = Quoted(path) + ", " + Grouped(file.Bytes().size()) + " bytes read in " + seconds + " s" +
+	                FarPoints(*cloud) + LeftOut(*cloud);
 	return kind;
 }
 } // namespace Viewer

@@ -2,18 +2,12 @@
 
 // A scene out of a file: the camera goes around points or splats that stay where they are.
 
+#include "point_cloud.h"
 #include "scene_list.h"
 #include <string>
 
 namespace Viewer
 {
-enum class EFileFormat
-{
-	Ply,
-	Splat
-};
-
-/// Reads the file. What is wrong with it is a CFailure that names it. A property to sort by, instead of the distance, is
-/// a number per vertex; none is named by "".
-SSceneKind ReadFileScene(const std::string &path, EFileFormat format, const std::string &sortBy);
+/// Reads a file of any format that there is a reader for. What is wrong with it is a CFailure that names it.
+SSceneKind ReadFileScene(const std::string &path, const SCloudOptions &options);
 } // namespace Viewer

@@ -1,9 +1,9 @@
 // Files of points and splats: what is read, and what is refused, with which sentence.
 
+#include "cloud_file.h"
 #include "failure.h"
 #include "mapped_file.h"
-#include "ply_file.h"
-#include "point_cloud.h"
+#include "ply_body.h"
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -32,12 +32,12 @@ std::string Refusal(const _Read &read)
 
 std::string PlyRefusal(const std::string &file, const std::string &sortBy = "")
 {
-	return Refusal([&] { ReadPlyCloud(file, sortBy); });
+	return Refusal([&] { ReadPlyCloud(file, {sortBy}); });
 }
 
 std::string SplatRefusal(const std::string &file, const std::string &sortBy = "")
 {
-	return Refusal([&] { ReadSplatCloud(file, sortBy); });
+	return Refusal([&] { ReadSplatCloud(file, {sortBy}); });
 }
 
 // Writing files.
@@ -155,17 +155,17 @@ std::string Points(const std::string &rows, const std::string &count = "2", cons
 
 std::vector<std::vector<double>> ReadValues(const std::string &file, const std::vector<std::string> &names)
 {
-	const CPlyFile ply(file);
+	const SPlyHeader header = ReadPlyHeader(file);
+	const SPlyElement &vertices = *header.FindElement("vertex");
 	std::vector<u32> properties;
 	for (const std::string &name : names)
-		properties.push_back(*ply.FindNumber(name));
+		properties.push_back(*vertices.FindNumber(name));
 	std::vector<std::vector<double>> rows;
-	ply.ReadVertices(properties,
-		[&](const double *values)
+	ReadPlyBody(file, header,
 		{
-			rows.emplace_back(values, values + names.size());
-			return nullptr;
-		});
+			{&vertices, properties,
+             [&](const SPlyRow &row) { rows.emplace_back(row.m_Values, row.m_Values + names.size()); }}
+    });
 	return rows;
 }
 
@@ -237,7 +237,7 @@ TEST(PlyCloud, FarFromTheOrigin_KeepsItsDetails)
 	writer.Line("end_header");
 	for (const double offset : {-0.001, 0.0, 0.001})
 		writer.Value("double", 4500000.0 + offset).Value("double", 1e9).Value("double", 120.0);
-	const SPointCloud cloud = ReadPlyCloud(writer.File(), "");
+	const SPointCloud cloud = ReadCloud(writer.File(), {});
 	ASSERT_EQ(cloud.m_Positions.size(), 3u);
 	for (u32 i = 0; i < 3; ++i)
 	{
@@ -252,7 +252,7 @@ TEST(PlyCloud, Stragglers_DoNotShrinkTheRest)
 	std::string rows;
 	for (int i = 0; i < 999; ++i)
 		rows += std::to_string(i % 10) + " " + std::to_string(i / 10 % 10) + " " + std::to_string(i / 100) + "\n";
-	const SPointCloud cloud = ReadPlyCloud(Points(rows + "1e30 0 0\n", "1000"), "");
+	const SPointCloud cloud = ReadCloud(Points(rows + "1e30 0 0\n", "1000"), {});
 	u32 near = 0;
 	for (const CFloat3 &position : cloud.m_Positions)
 	{
@@ -279,7 +279,7 @@ TEST(PlyCloud, Colours_AreThoseOfTheirType)
          0x090100FFu                                                                                                             },
 	};
 	for (const SCase &row : cases)
-		EXPECT_EQ(ReadPlyCloud(Points("0 0 0 " + row.m_Values + "\n1 1 1 " + row.m_Values, "2", row.m_Properties), "")
+		EXPECT_EQ(ReadCloud(Points("0 0 0 " + row.m_Values + "\n1 1 1 " + row.m_Values, "2", row.m_Properties), {})
 					  .m_Colours[1],
 			row.m_Colour)
 			<< row.m_Properties;
@@ -287,10 +287,10 @@ TEST(PlyCloud, Colours_AreThoseOfTheirType)
 
 TEST(PlyCloud, SortByProperty_GivesItsValues)
 {
-	const SPointCloud cloud = ReadPlyCloud(
-		Points("0 0 0 1600000000.5\n1 1 1 1600000000.25\n2 2 2 1600000002", "3", "property double time\n"), "time");
+	const SPointCloud cloud = ReadCloud(
+		Points("0 0 0 1600000000.5\n1 1 1 1600000000.25\n2 2 2 1600000002", "3", "property double time\n"), {"time"});
 	EXPECT_EQ(cloud.m_SortValues, (std::vector<float>{0.0f, -0.25f, 1.5f})); // relative to the first
-	EXPECT_TRUE(ReadPlyCloud(Points("0 0 0\n1 1 1"), "").m_SortValues.empty());
+	EXPECT_TRUE(ReadCloud(Points("0 0 0\n1 1 1"), {}).m_SortValues.empty());
 }
 
 const char *const kSplatProperties[] = {"x", "y", "z", "f_dc_0", "f_dc_1", "f_dc_2", "opacity", "scale_0", "scale_1",
@@ -325,7 +325,7 @@ TEST(PlyCloud, Splats_AreDecoded)
 {
 	for (const char *format : kFormats)
 	{
-		const SPointCloud cloud = ReadPlyCloud(SplatPly(format), "");
+		const SPointCloud cloud = ReadCloud(SplatPly(format), {});
 		ASSERT_EQ(cloud.m_Shapes.size(), 2u);
 		const SSplatShape &shape = cloud.m_Shapes[1];
 		EXPECT_EQ(cloud.m_Colours[1], 0x8000FF80u); // half, cut off on both sides, and half an opacity
@@ -357,7 +357,7 @@ std::string SplatFile()
 
 TEST(SplatCloud, Splats_AreDecoded)
 {
-	const SPointCloud cloud = ReadSplatCloud(SplatFile(), "x");
+	const SPointCloud cloud = ReadCloud(SplatFile(), {"x"});
 	ASSERT_EQ(cloud.m_Positions.size(), 2u);
 	EXPECT_EQ(cloud.m_Positions[0].x(), -1.0f);
 	EXPECT_EQ(cloud.m_Colours[0], 0x400080FFu);
@@ -545,7 +545,7 @@ TEST(PlyFile, CutAnywhere_IsRefused)
 			for (size_t size = 0; size <= last; ++size)
 			{
 				const std::vector<char> cut(file.data(), file.data() + size); // ends where its memory ends
-				EXPECT_NE(Refusal([&] { ReadPlyCloud(std::string_view(cut.data(), size), ""); }), "")
+				EXPECT_NE(Refusal([&] { ReadCloud(std::string_view(cut.data(), size), {}); }), "")
 					<< format << ", " << size;
 			}
 		}
@@ -553,11 +553,6 @@ TEST(PlyFile, CutAnywhere_IsRefused)
 
 TEST(PlyCloud, ForeignProperties_AreRefused)
 {
-	const std::string packed = "ply\nformat ascii 1.0\nelement chunk 1\nproperty float min_x\nelement vertex 1\n"
-							   "property uint packed_position\nproperty uint packed_rotation\nend_header\n0\n0 0\n";
-	EXPECT_EQ(PlyRefusal(packed),
-		"the header: its vertices are packed in chunks ('packed_position'), which is not read; "
-		"save it as a PLY file of plain splats.");
 	EXPECT_EQ(
 		PlyRefusal("ply\nformat ascii 1.0\nelement vertex 1\nproperty float x\nproperty float y\nend_header\n0 0\n"),
 		"the header: a point has to have a number 'z', and the vertices here have none.");
@@ -585,24 +580,131 @@ TEST(SplatCloud, DamagedOrForeign_IsRefused)
 	const std::vector<int> bytes = {255, 128, 0, 64, 128, 205, 128, 230};
 	const double nan = std::numeric_limits<double>::quiet_NaN();
 	const SDamage cases[] = {
-		{"cut",              good.substr(0,                                     63),                               "byte 32: a splat takes 32 bytes, and after 1 of them there are 31 left."},
-		{"not finite",       good + SplatBytes({1.0, nan, 0.0, 1.0, 1.0, 1.0},  bytes),                            "byte 64: splat 2 has no finite 'y'."                                    },
+		{"cut",              good.substr(0,                                     63),
+         "byte 32: in a .splat file, which this is taken for, a splat takes 32 bytes, and after 1 of them there are "
+			"31 left."                                                                                                                                             },
+		{"not finite",       good + SplatBytes({1.0, nan, 0.0, 1.0, 1.0, 1.0},  bytes),                            "byte 64: splat 2 has no finite 'y'."           },
 		{"scale not finite", good + SplatBytes({1.0, 0.0, 0.0, 1.0, nan, 1.0},  bytes),
-         "byte 64: splat 2 has no finite 'scale_1'."                                                                                                                                        },
+         "byte 64: splat 2 has no finite 'scale_1'."                                                                                                               },
 		{"negative scale",   good + SplatBytes({1.0, 0.0, 0.0, 1.0, 1.0, -1.0}, bytes),
-         "byte 64: splat 2 has a negative 'scale_2'."                                                                                                                                       },
+         "byte 64: splat 2 has a negative 'scale_2'."                                                                                                              },
 		{"no rotation",      good + SplatBytes({1.0, 0.0, 0.0, 1.0, 1.0, 1.0},  {0, 0, 0, 0, 128, 128, 128, 128}),
-         "byte 64: splat 2 has a rotation of length 0."                                                                                                                                     },
-		{"zeros",            std::string(64,                                    '\0'),                             "all 2 points lie at one and the same position."                         },
-		{"text",             std::string(64,                                    'a'),
-         "byte 0: this is text, which starts with 'aaaaaaaaaaaaaaaa', and no .splat file."                                                                                                  },
-		{"PLY",              BinaryPoints("5",                                  60),                               "byte 0: this is a PLY file, which --ply reads."                         },
+         "byte 64: splat 2 has a rotation of length 0."                                                                                                            },
+		{"zeros",            std::string(64,                                    '\0'),                             "all 2 points lie at one and the same position."},
+		{"foreign",          std::string(96,                                    '\xC1'),
+         "byte 0: it starts like no format that is read, with '" +
+				[]
+				{
+					std::string x;
+					for (int k = 0; k < 16; ++k)
+						x += "\\xC1";
+					return x;
+				}() +
+				"', and it is no .splat file: of its first 3 splats, 3 would have numbers that no splat has."                                                      },
 	};
 	for (const SDamage &damage : cases)
 		EXPECT_EQ(SplatRefusal(damage.m_File), damage.m_Sentence) << damage.m_Name;
-	EXPECT_EQ(SplatRefusal(good, "time"), "there is no property 'time' to sort by; a .splat file has 'x', 'y', 'z', "
+	EXPECT_EQ(SplatRefusal(good, "time"), "there is no property 'time' to sort by; its splats have 'x', 'y', 'z', "
 										  "'scale_0', 'scale_1', 'scale_2', 'red', "
 										  "'green', 'blue', 'alpha', 'rot_0', 'rot_1', 'rot_2', 'rot_3'.");
+}
+
+// Formats, told by content.
+
+TEST(Cloud, EveryFormatByItsContent_IsRead)
+{
+	for (const char *format : kFormats)
+		EXPECT_FALSE(ReadCloud(SplatPly(format), {}).m_Shapes.empty()) << format;
+	EXPECT_TRUE(ReadCloud(MeshFile("ascii", "\r"), {}).m_Shapes.empty());
+	EXPECT_EQ(ReadCloud(SplatFile(), {}).m_Shapes.size(), 2u);
+}
+
+TEST(Cloud, ForeignFormat_IsRefusedByItsName)
+{
+	const std::string ksplat("\x00\x01\x00\x00\x02\x00\x00\x00\x01\x00\x00\x00\x09\x00\x00\x00\x08\x00\x00\x00", 20);
+	const SDamage cases[] = {
+		{"zstd",                                                                              std::string("\x28\xB5\x2F\xFD") + std::string(60, '\0'),
+         "byte 0: it is packed with zstd; unpack it first."},
+		{"PNG",                                                                                   "\x89PNG\r\n\x1A\n",                                                                                                                               "byte 0: it is a PNG picture, not a file of points or splats."                              },
+		{"LAS",                                                                                   "LASF",                                                                                                                               "byte 0: it is a LAS or LAZ point cloud, which is not read; save it as a PLY file."             },
+		{"capture",                                                                                   "VXSORT\r\n",                                                                                                                           "byte 0: it is a captured sort, which --replay takes."                    },
+		{"raw .spz",                                                                                   "NGSP\x02",                                                                                                                          "byte 0: it is .spz data without the gzip stream around it, which is not read."              },
+		{"meta",                                                                                   "{\"version\": 2}",                                                                                                                              "byte 0: it is JSON; of a .sog cloud, name the archive that its meta.json is in."                },
+		{"ksplat",                                                                                   ksplat + std::string(8000,                                                                                                                            '\0'),
+         "byte 0: it is a .ksplat file, which is not read; save it as a PLY or .splat file."},
+		{"text", std::string(64,                                                 'a'),
+         "byte 0: it is text, which starts with 'aaaaaaaaaaaaaaaa', and no file of points or splats."},
+		{"like ply",                                                                               "plywood\n",
+         "byte 0: it is text, which starts with 'plywood\\x0A', and no file of points or splats."                                              },
+		{"half a ply","ply",                                              "byte 0: a PLY file starts with a line 'ply', this one with 'ply'."    },
+	};
+	for (const SDamage &damage : cases)
+		EXPECT_EQ(Refusal([&] { ReadCloud(damage.m_File, {}); }), damage.m_Sentence) << damage.m_Name;
+}
+
+// Points with something wrong.
+
+TEST(Cloud, BadPointsSkipped_AreCountedAndTheOthersStay)
+{
+	const SCloudOptions skipBad = {"", true};
+	const SPointCloud points = ReadCloud(Points("nan 0 0\n1 0 0\n2 inf 0\n3 0 0\n4 0 0\n", "5"), skipBad);
+	EXPECT_EQ(points.m_Positions.size(), 3u);
+	EXPECT_EQ(points.m_Colours.size(), 3u);
+	EXPECT_EQ(points.m_LeftOutCount, 2u);
+	EXPECT_EQ(points.m_FirstLeftOut, "line 8: vertex 0 has no finite 'x'");
+	EXPECT_LT(points.m_Positions[0].x(), points.m_Positions[2].x());
+
+	const std::vector<int> bytes = {255, 128, 0, 64, 128, 205, 128, 230};
+	const double nan = std::numeric_limits<double>::quiet_NaN();
+	const SPointCloud splats = ReadCloud(SplatFile() + SplatBytes({1.0, nan, 0.0, 1.0, 1.0, 1.0}, bytes), skipBad);
+	EXPECT_EQ(splats.m_Shapes.size(), 2u);
+	EXPECT_EQ(splats.m_LeftOutCount, 1u);
+	EXPECT_EQ(splats.m_FirstLeftOut, "byte 64: splat 2 has no finite 'y'");
+
+	const SPointCloud whole = ReadCloud(SplatFile(), skipBad);
+	EXPECT_EQ(whole.m_LeftOutCount, 0u);
+	EXPECT_EQ(whole.m_FirstLeftOut, "");
+}
+
+TEST(Cloud, BadPointsNotSkipped_RefuseTheFileAsSuch)
+{
+	EXPECT_THROW(ReadCloud(Points("nan 0 0\n1 0 0\n"), {}), CBadPoint);
+	EXPECT_EQ(PlyRefusal(Points("nan 0 0\n1 0 0\n")), "line 8: vertex 0 has no finite 'x'.");
+}
+
+TEST(Cloud, MorePointsBadThanGood_IsRefusedEvenWithSkipping)
+{
+	EXPECT_EQ(Refusal(
+				  [] {
+					  ReadCloud(Points("nan 0 0\nnan 0 0\n2 0 0\n", "3"), {"", true});
+				  }),
+		"something is wrong with 2 of its 3 points, the first being at line 8: vertex 0 has no finite 'x'.");
+	EXPECT_EQ(Refusal(
+				  [] {
+					  ReadCloud(Points("nan 0 0\n", "1"), {"", true});
+				  }),
+		"something is wrong with 1 of its 1 points, the first being at line 8: vertex 0 has no finite 'x'.");
+}
+
+// What is no number in the file's text is damage of the file, and nobody knows of how much of it.
+TEST(Cloud, DamageBeyondAPoint_RefusesTheFileEvenWithSkipping)
+{
+	EXPECT_EQ(Refusal(
+				  [] {
+					  ReadCloud(Points("0.00 0 0\n1.00 0\n"), {"", true});
+				  }),
+		"line 9: 'vertex' 1 ends before its 'z'.");
+	EXPECT_EQ(Refusal(
+				  [&] {
+					  ReadCloud(Points("0 0 0\n1 one 0\n"), {"", true});
+				  }),
+		"line 9: 'vertex' 1 has a 'y' of 'one', which is no number of its type.");
+}
+
+TEST(PlyCloud, SortValuesFartherApartThanAFloat_AreABadPoint)
+{
+	EXPECT_EQ(PlyRefusal(Points("0 0 0 -3e38\n1 1 1 3e38\n", "2", "property float time\n"), "time"),
+		"line 10: vertex 1 has a number to sort by that is farther from the first one's than a float can say.");
 }
 
 TEST(MappedFile, WhatIsNoFile_IsRefused)
@@ -648,7 +750,7 @@ TEST(PackagedModels, AreReadOrRefusedForTheirDamage)
 	{
 		const CMappedFile file(folder + row.m_File);
 		size_t pointCount = 0;
-		const std::string refusal = Refusal([&] { pointCount = ReadPlyCloud(file.Bytes(), "").m_Positions.size(); });
+		const std::string refusal = Refusal([&] { pointCount = ReadCloud(file.Bytes(), {}).m_Positions.size(); });
 		EXPECT_EQ(refusal, row.m_Refusal) << row.m_File;
 		EXPECT_EQ(pointCount, row.m_PointCount) << row.m_File;
 	}

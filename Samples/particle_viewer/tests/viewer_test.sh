@@ -2,7 +2,7 @@
 # Runs the viewer as a user does and looks at what it prints and writes.
 #
 #   viewer_test.sh VIEWER CASE      CASE: smoke, same_seed, index_types, debris, sparks,
-#                                   tubes, rain, interleave, splats, points, colours, wipe, trace, capture, help or wrong_use
+#                                   tubes, rain, interleave, splats, bad_splat, points, colours, wipe, trace, capture, help or wrong_use
 set -euo pipefail
 
 viewer=$1
@@ -299,7 +299,7 @@ cloud()
 splats()
 {
 	cloud knot 20000 splat-ply
-	run --ply "$folder/cloud" --out "$folder/out"
+	run "$folder/cloud" --out "$folder/out"
 	expect_only comparison.png sorted.png unsorted.png
 	expect_sound 1
 	expect "$(mean_of sorted.png) <= 0.05" "a sorted picture is the exact one, but for equal keys"
@@ -307,22 +307,41 @@ splats()
 	figure 'draw calls' | grep -q '^1, 20,000 indices of 32 bits$' || fail "not an index per splat"
 	local first
 	first=$(figure 'index hash')
-	run --ply "$folder/cloud" --index-type 16
+	run --index-type 16 "$folder/cloud"
 	[ "$(figure 'index hash')" = "$first" ] || fail "16 and 32 bits give other orders"
 	cloud knot 20000 splat
-	run --splat "$folder/cloud"
+	run "$folder/cloud"
 	[ "$(figure 'index hash')" = "$first" ] || fail "the same splats in another format, another order"
 	for colour in order overdraw error; do
-		run --splat "$folder/cloud" --colour $colour
+		run "$folder/cloud" --color $colour
 	done
-	run --splat "$folder/cloud" --particles 500
+	run "$folder/cloud" --particles 500
 	[ "$(figure particles)" = 500 ] || fail "not as many splats as asked for"
+	for option in --ply --splat; do
+		run $option "$folder/cloud"
+		[ "$(figure 'index hash')" = "$first" ] || fail "$option opens another file"
+	done
+}
+
+# A splat without a place among many: the file is refused, and with --skip-bad shown without it.
+bad_splat()
+{
+	cloud knot 2000 splat
+	printf '\0\0\300\177' | dd of="$folder/cloud" bs=1 seek=$((32 * 70 + 4)) conv=notrunc status=none
+	refused "$folder/cloud"
+	grep -q "byte 2,240: splat 70 has no finite 'y'; --skip-bad leaves such points out.$" "$complaint" ||
+		fail "not the place and the way out"
+	run --skip-bad "$folder/cloud"
+	[ "$(figure particles)" = 1,999 ] || fail "not all others are shown"
+	figure source | grep -q "; left out: 1 of 2,000, the first at byte 2,240: splat 70 has no finite 'y'$" ||
+		fail "silent about what was left out"
+	expect_sound 1
 }
 
 points()
 {
 	cloud galaxy 20000 ascii
-	run --ply "$folder/cloud"
+	run "$folder/cloud"
 	expect_sound 1
 	expect "$(mean_of sorted.png) <= 0.05" "a sorted picture is the exact one, but for equal keys"
 	expect "$(mean_of unsorted.png) >= 1" "an unsorted picture is plainly wrong"
@@ -330,10 +349,10 @@ points()
 	first=$(figure 'index hash')
 	for format in little big; do
 		cloud galaxy 20000 $format
-		run --ply "$folder/cloud"
+		run "$folder/cloud"
 		[ "$(figure 'index hash')" = "$first" ] || fail "the same points in another format, another order"
 	done
-	run --ply "$folder/cloud" --sort-by age
+	run "$folder/cloud" --sort-by age
 	[ "$(figure 'index hash')" != "$first" ] || fail "sorted by a property, the order of distance"
 	expect_sound 1
 	figure unsorted.png | awk '{ exit !($5 > 0) }' || fail "the file lies in order of the property already"
@@ -344,7 +363,7 @@ help()
 {
 	"$viewer" --help >"$figures" 2>"$complaint" || fail "--help fails"
 	[ ! -s "$complaint" ] || fail "--help complains"
-	for option in --scene --ply --splat --sort-by --up --particles --frames --seed --width --height --index-type --threads --colour --wipe --wipe-at --out --trace --capture --replay --window --help; do
+	for option in --scene FILE --ply --splat --sort-by --up --skip-bad --color --particles --frames --seed --width --height --index-type --threads --colour --wipe --wipe-at --out --trace --capture --replay --window --help; do
 		grep -q -- "$option" "$figures" || fail "--help is silent about $option"
 	done
 }
@@ -398,21 +417,23 @@ wrong_use()
 	refused --out /dev/null/pictures
 	refused --out /proc/pictures
 	refused "${out[@]}" --sort-by x
+	refused "${out[@]}" --skip-bad
+	refused "${out[@]}" ''
 	refused "${out[@]}" --ply ''
-	refused "${out[@]}" --ply "$folder/missing.ply"
-	refused "${out[@]}" --ply "$folder"
-	refused "${out[@]}" --ply /dev/null
+	refused "${out[@]}" --ply
+	refused "${out[@]}" "$folder/missing.ply"
+	refused "${out[@]}" "$folder"
+	refused "${out[@]}" /dev/null
 	printf 'a text\n' >"$folder/cloud"
-	refused "${out[@]}" --ply "$folder/cloud"
-	refused "${out[@]}" --splat "$folder/cloud"
+	refused "${out[@]}" "$folder/cloud"
 	cloud knot 100 little
-	refused "${out[@]}" --ply "$folder/cloud" --sort-by nothing
-	refused "${out[@]}" --ply "$folder/cloud" --scene smoke
+	refused "${out[@]}" "$folder/cloud" --sort-by nothing
+	refused "${out[@]}" "$folder/cloud" --scene smoke
+	refused "${out[@]}" "$folder/cloud" "$folder/cloud"
 	refused "${out[@]}" --ply "$folder/cloud" --splat "$folder/cloud"
-	refused "${out[@]}" --ply "$folder/cloud" --particles 101
-	refused "${out[@]}" --splat "$folder/cloud"
+	refused "${out[@]}" "$folder/cloud" --particles 101
 	truncate -s -1 "$folder/cloud"
-	refused "${out[@]}" --ply "$folder/cloud"
+	refused "${out[@]}" "$folder/cloud"
 	__EGL_VENDOR_LIBRARY_FILENAMES=/nonexistent refused "${out[@]}"
 	refused "${out[@]}" --scene interleave --particles 100 --index-type 16 --frames 1
 	refused "${out[@]}" --scene tubes --particles 3000 --index-type 16 --frames 1
@@ -420,7 +441,7 @@ wrong_use()
 }
 
 case ${2:-} in
-smoke | same_seed | index_types | debris | sparks | tubes | rain | interleave | splats | points | colours) "$2" ;;
+smoke | same_seed | index_types | debris | sparks | tubes | rain | interleave | splats | bad_splat | points | colours) "$2" ;;
 wipe | trace | capture | help | wrong_use) "$2" ;;
 *) fail "there is no case '${2:-}'" ;;
 esac

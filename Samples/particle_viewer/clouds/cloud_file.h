@@ -1,0 +1,22 @@
+#pragma once
+
+// Files of points and splats. A file is trusted in nothing: each size that it claims is held against the bytes that are
+// there before anything is made of it, and all of it is read, so that a file that was cut short, or has been changed on
+// its way, is refused and not drawn in part.
+
+#include "point_cloud.h"
+#include <string_view>
+
+namespace Viewer
+{
+/// Reads a file of any of the formats below, which it is told by its content. What is wrong with a file, or what else it
+/// is, is a CFailure whose sentence starts with the place in it.
+SPointCloud ReadCloud(std::string_view file, const SCloudOptions &options);
+
+// Of one format each.
+
+/// Points with or without colours, or splats as they come out of training.
+SPointCloud ReadPlyCloud(std::string_view file, const SCloudOptions &options);
+/// 32 bytes a splat: position and scale, three floats each; red, green, blue, alpha; a rotation w, x, y, z of bytes.
+SPointCloud ReadSplatCloud(std::string_view file, const SCloudOptions &options);
+} // namespace Viewer
