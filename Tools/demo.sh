@@ -8,7 +8,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 Tools/install_packages.sh g++ cmake ninja-build pkg-config libepoxy-dev libegl-dev libegl-mesa0 libgl1-mesa-dri \
-	libstb-dev libcli11-dev libglfw3-dev libimgui-dev libglx-mesa0 fonts-dejavu-core
+	libstb-dev libcli11-dev libglfw3-dev libimgui-dev libglx-mesa0 fonts-dejavu-core zlib1g-dev libzip-dev libwebp-dev \
+	nlohmann-json3-dev
 
 # The output of a build is shown only if the build fails.
 log=$(mktemp)

@@ -126,13 +126,13 @@ namespace
 		app.footer(ScenesHelp() + KeysHelp() + "\n" + kDetails);
 		add("--scene", "NAME", texts.m_Scene, SceneNames() + "; " + SceneKinds().front().m_Name + " by default");
 		app.add_option("FILE,--ply,--splat", texts.m_Files,
-			   "Points or splats of a file instead of a scene: PLY or .splat, told by\n"
+			   "Points or splats of a file instead of a scene: PLY, .splat, .spz or .sog, told by\n"
 			   "what is in it; or the same after --ply or --splat")
 			->option_text(" ");
 		add("--sort-by", "NAME", texts.m_SortBy,
 			"A property of the file to sort by instead of the distance; the lowest value is drawn first");
 		add("--up", "AXIS", texts.m_Up,
-			"What points upwards: y, -y, z, -z, x or -x; -y by default for splats, otherwise y");
+			"What points upwards: y, -y, z, -z, x or -x; -y by default for splats but those of .spz, otherwise y");
 		app.add_flag("--skip-bad", texts.m_SkipBad,
 			"Leaves out points of the file that something is wrong with, and says how many");
 		add("--particles", "N", texts.m_Particles, ParticlesHelp());

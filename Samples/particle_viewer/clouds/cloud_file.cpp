@@ -19,8 +19,6 @@ namespace
 	using namespace std::string_view_literals;
 
 	constexpr SForeignFormat kForeignFormats[] = {
-		{"\x1F\x8B"sv,           "it is packed with gzip, as .spz files are, which are not read."                  },
-		{"PK\x03\x04"sv,         "it is a zip archive, as .sog files are, which are not read."                     },
 		{"\x28\xB5\x2F\xFD"sv,   "it is packed with zstd; unpack it first."                                        },
 		{"\xFD\x37zXZ\0"sv,      "it is packed with xz; unpack it first."                                          },
 		{"BZh"sv,                "it is packed with bzip2; unpack it first."                                       },
@@ -79,6 +77,10 @@ SPointCloud ReadCloud(std::string_view file, const SCloudOptions &options)
 {
 	if (IsPly(file))
 		return ReadPlyCloud(file, options);
+	if (StartsWith(file, "\x1F\x8B"sv))
+		return ReadSpzCloud(file, options);
+	if (StartsWith(file, "PK\x03\x04"sv))
+		return ReadSogCloud(file, options);
 	RefuseForeign(file);
 	return ReadSplatCloud(file, options);
 }

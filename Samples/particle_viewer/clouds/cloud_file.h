@@ -15,8 +15,12 @@ SPointCloud ReadCloud(std::string_view file, const SCloudOptions &options);
 
 // Of one format each.
 
-/// Points with or without colours, or splats as they come out of training.
+/// Points with or without colours; splats as they come out of training; or splats packed in chunks of 256.
 SPointCloud ReadPlyCloud(std::string_view file, const SCloudOptions &options);
 /// 32 bytes a splat: position and scale, three floats each; red, green, blue, alpha; a rotation w, x, y, z of bytes.
 SPointCloud ReadSplatCloud(std::string_view file, const SCloudOptions &options);
+/// A gzip stream of a header and an array for each attribute of splats.
+SPointCloud ReadSpzCloud(std::string_view file, const SCloudOptions &options);
+/// A zip archive of meta.json and an image for each attribute of splats.
+SPointCloud ReadSogCloud(std::string_view file, const SCloudOptions &options);
 } // namespace Viewer

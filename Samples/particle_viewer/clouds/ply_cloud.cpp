@@ -2,6 +2,7 @@
 // training.
 
 #include "cloud_file.h"
+#include "packed_ply.h"
 #include "ply_body.h"
 #include "text.h"
 #include <cmath>
@@ -211,10 +212,7 @@ SPointCloud ReadPlyCloud(std::string_view file, const SCloudOptions &options)
 	const SPlyElement *const vertices = header.FindElement("vertex");
 	if (vertices == null)
 		FailAtLine(header.m_LineCount, "the header ends without an element 'vertex'");
-	if (vertices->FindNumber("packed_position") && !vertices->FindNumber("x"))
-		throw CFailure(
-			"the header: its vertices are packed in chunks ('packed_position'), which is not read; save it as a "
-			"PLY file of plain splats.");
-	return ReadPlainCloud(file, header, *vertices, options);
+	return IsPackedPly(header) ? ReadPackedPly(file, header, options)
+	                           : ReadPlainCloud(file, header, *vertices, options);
 }
 } // namespace Viewer

@@ -2,7 +2,7 @@
 # Runs the viewer as a user does and looks at what it prints and writes.
 #
 #   viewer_test.sh VIEWER CASE      CASE: smoke, same_seed, index_types, debris, sparks,
-#                                   tubes, rain, interleave, splats, bad_splat, points, colours, wipe, trace, capture, help or wrong_use
+#                                   tubes, rain, interleave, splats, packed, bad_splat, points, colours, wipe, trace, capture, help or wrong_use
 set -euo pipefail
 
 viewer=$1
@@ -323,6 +323,27 @@ splats()
 	done
 }
 
+# Each packed format, with spherical harmonics, is told by its content and drawn whole.
+packed()
+{
+	local format
+	for format in packed-ply spz sog; do
+		"$(dirname "$viewer")/make_cloud" knot 5000 $format "$folder/cloud" 3
+		run "$folder/cloud"
+		[ "$(figure particles)" = 5,000 ] || fail "not all splats of $format"
+		expect_sound 1
+		expect "$(mean_of sorted.png) <= 0.05" "a sorted picture is the exact one, but for equal keys"
+		run "$folder/cloud" --sort-by alpha
+		figure sorted.png | awk '{ exit !($5 == 0) }' || fail "not in order of the property: $format"
+		head -c 1000 "$folder/cloud" >"$folder/cut"
+		refused "$folder/cut"
+	done
+	"$(dirname "$viewer")/make_cloud" knot 100 ascii "$folder/cloud"
+	gzip "$folder/cloud"
+	refused "$folder/cloud.gz"
+	grep -q 'other files that gzip has packed are not read' "$complaint" || fail "not what else it is"
+}
+
 # A splat without a place among many: the file is refused, and with --skip-bad shown without it.
 bad_splat()
 {
@@ -441,7 +462,7 @@ wrong_use()
 }
 
 case ${2:-} in
-smoke | same_seed | index_types | debris | sparks | tubes | rain | interleave | splats | bad_splat | points | colours) "$2" ;;
+smoke | same_seed | index_types | debris | sparks | tubes | rain | interleave | splats | packed | bad_splat | points | colours) "$2" ;;
 wipe | trace | capture | help | wrong_use) "$2" ;;
 *) fail "there is no case '${2:-}'" ;;
 esac

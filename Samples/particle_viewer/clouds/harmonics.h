@@ -1,0 +1,19 @@
+#pragma once
+
+// Spherical harmonics: how the colour of a splat depends on the side that it is seen from. The colour is the one that it
+// has from all sides plus the sum of coefficients times basis; the direction goes from the eye to the splat.
+
+namespace Viewer
+{
+// clang-format off
+#define out
+#define VIEWER_SHADER_CODE(...) inline __VA_ARGS__
+#include "harmonic_basis.inl"
+#undef VIEWER_SHADER_CODE
+#undef out
+
+#define VIEWER_SHADER_CODE(...) inline constexpr const char *kHarmonicBasisCode = #__VA_ARGS__;
+#include "harmonic_basis.inl"
+#undef VIEWER_SHADER_CODE
+// clang-format on
+} // namespace Viewer
