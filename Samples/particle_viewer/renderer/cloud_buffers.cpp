@@ -34,6 +34,8 @@ void CCloudBuffers::Set(const SPointCloud *cloud)
 	Store(m_Buffers[0], cloud->m_Positions);
 	Store(m_Buffers[1], cloud->m_Colours);
 	Store(m_Buffers[2], cloud->m_Shapes);
+	for (u32 channel = 0; channel < 3; ++channel)
+		Store(m_Buffers[3 + channel], cloud->m_Harmonics[channel]);
 	m_Cloud = cloud;
 }
 

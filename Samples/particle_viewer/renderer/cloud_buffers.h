@@ -24,7 +24,7 @@ public:
 	void Bind() const;
 
 private:
-	static constexpr u32 kBufferCount = 3; // positions, colours, shapes: as the shaders bind them
+	static constexpr u32 kBufferCount = 6; // positions, colours, shapes, three of harmonics: as the shaders bind them
 
 	const SPointCloud *m_Cloud = null;
 	u32 m_Buffers[kBufferCount] = {};

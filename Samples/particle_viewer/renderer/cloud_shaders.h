@@ -5,11 +5,18 @@
 
 namespace Viewer
 {
-inline constexpr const char *kCloudVertexShader = R"(#version 450 core
+/// To be followed by the rest of the vertex shader.
+inline constexpr const char *kCloudVertexShaderStart = "#version 450 core\n";
+
+/// Without its start and HarmonicBasis, of harmonics.h.
+inline constexpr const char *kCloudVertexShader = R"(
 layout(std430, binding = 0) readonly buffer Positions { float positions[]; };
 layout(std430, binding = 1) readonly buffer Colours { uint colours[]; };
 layout(std430, binding = 2) readonly buffer Shapes { uvec4 shapes[]; };
+layout(std430, binding = 3) readonly buffer Harmonics { uint words[]; } harmonics[3]; // red, green, blue
 uniform mat4 worldToClip;
+uniform vec3 eye;
+uniform int harmonicWords; // of a splat in each of the three; 0: its colour is the same from all sides
 uniform vec2 halfPicture; // in pixels
 uniform float pointRadius; // 0: there are shapes
 out SSplat
@@ -31,6 +38,25 @@ mat3 Axes(uvec4 shape)
 		scales.z * vec3(2.0 * (x * z + w * y), 2.0 * (y * z - w * x), 1.0 - 2.0 * (x * x + y * y)));
 }
 
+// As seen from the eye. A word has two half floats, which weigh two of the basis.
+vec3 Colour(vec3 position, vec3 fromAllSides)
+{
+	if (harmonicWords == 0)
+		return fromAllSides;
+	vec3 direction = normalize(position - eye);
+	float basis[16];
+	HarmonicBasis(direction.x, direction.y, direction.z, basis);
+	vec3 sum = vec3(0.0);
+	for (int i = 0; i < harmonicWords; ++i)
+	{
+		int at = gl_VertexID * harmonicWords + i;
+		vec2 pair = vec2(basis[2 * i], basis[2 * i + 1]);
+		sum += vec3(dot(pair, unpackHalf2x16(harmonics[0].words[at])), dot(pair, unpackHalf2x16(harmonics[1].words[at])),
+			dot(pair, unpackHalf2x16(harmonics[2].words[at])));
+	}
+	return clamp(sum, 0.0, 1.0);
+}
+
 void main()
 {
 	const float kNearest = 0.1;
@@ -40,6 +66,7 @@ void main()
 
 	vec3 position = vec3(positions[3 * gl_VertexID], positions[3 * gl_VertexID + 1], positions[3 * gl_VertexID + 2]);
 	splat.colour = unpackUnorm4x8(colours[gl_VertexID]);
+	splat.colour.rgb = Colour(position, splat.colour.rgb);
 	splat.extent = sqrt(2.0 * log(max(255.0 * splat.colour.a, 1.0))); // where it fades below a step of a screen
 	splat.axes = vec4(0.0);
 	gl_Position = worldToClip * vec4(position, 1.0);

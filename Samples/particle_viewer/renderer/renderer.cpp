@@ -6,6 +6,7 @@
 
 #include "cloud_shaders.h"
 #include "failure.h"
+#include "harmonics.h"
 #include "shaders.h"
 #include "sprites.h"
 #include <algorithm>
@@ -46,6 +47,7 @@ namespace
 			{"eye",           &SProgram::m_Eye          },
 			{"halfPicture",   &SProgram::m_HalfPicture  },
 			{"pointRadius",   &SProgram::m_PointRadius  },
+			{"harmonicWords", &SProgram::m_HarmonicWords},
 			{"colouring",     &SProgram::m_Colouring    },
 			{"triangleCount", &SProgram::m_TriangleCount},
 			{"firstTriangle", &SProgram::m_FirstTriangle},
@@ -163,7 +165,9 @@ CRenderer::CRenderer(u32 width, u32 height)
 	m_BillboardProgram = LinkProgram(kBillboardVertexShader, kBillboardFragmentShader);
 	m_MeshProgram = LinkProgram(kMeshVertexShader, kMeshFragmentShader);
 	m_BandProgram = LinkProgram(kBandVertexShader, kBandFragmentShader);
-	m_CloudProgram = LinkProgram(kCloudVertexShader, kCloudFragmentShader, kCloudGeometryShader);
+	const std::string cloudVertexShader =
+		std::string(kCloudVertexShaderStart) + kHarmonicBasisCode + kCloudVertexShader;
+	m_CloudProgram = LinkProgram(cloudVertexShader.c_str(), kCloudFragmentShader, kCloudGeometryShader);
 	m_ResolveProgram = LinkProgram(kFullScreenVertexShader, kResolveFragmentShader);
 	glCreateVertexArrays(1, &m_EmptyVertexArray);
 	CreateSprites();
@@ -277,6 +281,9 @@ void CRenderer::SetCloud(const SFrame &frame)
 	glProgramUniform2f(
 		m_CloudProgram.m_Program, m_CloudProgram.m_HalfPicture, 0.5f * float(m_Width), 0.5f * float(m_Height));
 	glProgramUniform1f(m_CloudProgram.m_Program, m_CloudProgram.m_PointRadius, PointRadius(*frame.m_Cloud));
+	const u32 degree = frame.m_Cloud->m_HarmonicDegree;
+	glProgramUniform1i(
+		m_CloudProgram.m_Program, m_CloudProgram.m_HarmonicWords, degree == 0 ? 0 : s32(HarmonicWords(degree)));
 }
 
 u8 *CRenderer::MapIndices(u64 sizeInBytes)

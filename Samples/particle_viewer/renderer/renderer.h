@@ -39,6 +39,7 @@ struct SProgram
 	s32 m_Eye = -1;
 	s32 m_HalfPicture = -1;
 	s32 m_PointRadius = -1;
+	s32 m_HarmonicWords = -1;
 	s32 m_Colouring = -1;
 	s32 m_TriangleCount = -1;
 	s32 m_FirstTriangle = -1;

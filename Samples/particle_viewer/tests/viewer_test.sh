@@ -2,7 +2,7 @@
 # Runs the viewer as a user does and looks at what it prints and writes.
 #
 #   viewer_test.sh VIEWER CASE      CASE: smoke, same_seed, index_types, debris, sparks,
-#                                   tubes, rain, interleave, splats, packed, bad_splat, points, colours, wipe, trace, capture, help or wrong_use
+#                                   tubes, rain, interleave, splats, packed, harmonics, bad_splat, points, colours, wipe, trace, capture, help or wrong_use
 set -euo pipefail
 
 viewer=$1
@@ -344,6 +344,59 @@ packed()
 	grep -q 'other files that gzip has packed are not read' "$complaint" || fail "not what else it is"
 }
 
+# A large splat in the middle of the picture, whose coefficients are drawn by lot: its colour is that of the formulas, which
+# this computes from Legendre's polynomials, for the camera's first frame and half a turn later.
+harmonics()
+{
+	local degree frames
+	for degree in 1 2 3; do
+		for frames in 1 121; do
+			python3 - "$folder/cloud" $degree $frames >"$folder/expected" <<-'END'
+				import math, random, struct, sys
+				path, degree, frames = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
+				count = (degree + 1) ** 2 - 1
+				random.seed(degree)
+				rest = [random.uniform(-0.3, 0.3) for _ in range(3 * count)]
+				names = "x y z f_dc_0 f_dc_1 f_dc_2 opacity scale_0 scale_1 scale_2 rot_0 rot_1 rot_2 rot_3".split()
+				names += ["f_rest_%d" % i for i in range(3 * count)]
+				header = "ply\nformat binary_little_endian 1.0\nelement vertex 3\n"
+				header += "".join("property float %s\n" % name for name in names) + "end_header\n"
+				with open(path, "wb") as file:
+				    file.write(header.encode())
+				    for x, size, opacity in ((0, -1, 12), (-1, -9, -9), (1, -9, -9)):
+				        numbers = [x, 0, 0, 0, 0, 0, opacity, size, size, size, 1, 0, 0, 0] + rest
+				        file.write(struct.pack("<%df" % len(numbers), *numbers))
+
+				def legendre(l, m, x):
+				    before, value = 0.0, math.prod(-(2 * i - 1) * math.sqrt(1 - x * x) for i in range(1, m + 1))
+				    for i in range(m + 1, l + 1):
+				        before, value = value, ((2 * i - 1) * x * value - (i + m - 1) * before) / (i - m)
+				    return value
+
+				def harmonic(l, m, theta, phi):
+				    order = abs(m)
+				    length = math.sqrt((2 * l + 1) / (4 * math.pi) * math.factorial(l - order) / math.factorial(l + order))
+				    around = math.sqrt(2) * (math.sin(order * phi) if m < 0 else math.cos(order * phi)) if m else 1.0
+				    return length * legendre(l, order, math.cos(theta)) * around
+
+				turn = 2 * math.pi * frames / 240  # of the camera, from the z axis on; it looks down a little
+				x, y, z = -math.sin(turn), -0.38, -math.cos(turn)
+				theta, phi = math.acos(z / math.hypot(x, y, z)), math.atan2(y, x)
+				basis = [harmonic(l, m, theta, phi) for l in range(1, degree + 1) for m in range(-l, l + 1)]
+				for channel in range(3):
+				    colour = 0.5 + sum(a * b for a, b in zip(basis, rest[channel * count:]))
+				    print(round(255 * min(max(colour, 0), 1)))
+			END
+			run "$folder/cloud" --up y --frames $frames --out "$folder/out"
+			pngtopnm "$folder/out/sorted.png" | pamcut -left 160 -top 90 -width 1 -height 1 | tail -c 3 |
+				od -An -tu1 | tr -s ' ' '\n' | sed '/^$/d' >"$folder/found"
+			paste "$folder/expected" "$folder/found" |
+				awk '{ if ($1 - $2 > 2 || $2 - $1 > 2) bad = 1 } END { exit bad || NR != 3 }' ||
+				fail "degree $degree, $frames frames: not the colour of the formulas: $(paste -sd' ' "$folder/expected" "$folder/found")"
+		done
+	done
+}
+
 # A splat without a place among many: the file is refused, and with --skip-bad shown without it.
 bad_splat()
 {
@@ -462,7 +515,7 @@ wrong_use()
 }
 
 case ${2:-} in
-smoke | same_seed | index_types | debris | sparks | tubes | rain | interleave | splats | packed | bad_splat | points | colours) "$2" ;;
+smoke | same_seed | index_types | debris | sparks | tubes | rain | interleave | splats | packed | harmonics | bad_splat | points | colours) "$2" ;;
 wipe | trace | capture | help | wrong_use) "$2" ;;
 *) fail "there is no case '${2:-}'" ;;
 esac

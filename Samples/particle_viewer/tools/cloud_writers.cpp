@@ -212,7 +212,7 @@ namespace
 		float m_Max = -INFINITY;
 	};
 
-	/// Which splats have the same set of spherical harmonics: those that come after each other when put in order of them.
+	/// Which splats have the same set of spherical harmonics.
 	struct SPalette
 	{
 		std::vector<u32> m_Labels; // per splat
@@ -226,14 +226,10 @@ namespace
 		const size_t perSet = (count + kMaxSetCount - 1) / kMaxSetCount;
 		std::vector<u32> order(count);
 		std::iota(order.begin(), order.end(), 0u);
-		if (perSet > 1)
+		if (perSet > 1) // where the first three coefficients are alike, in made splats all others are
 			std::stable_sort(order.begin(), order.end(),
-				[&splats, size = CoefficientCount(splats)](u32 a, u32 b)
-				{
-					const float *const first = splats.Harmonics(a);
-					const float *const second = splats.Harmonics(b);
-					return std::lexicographical_compare(first, first + size, second, second + size);
-				});
+				[&splats](u32 a, u32 b)
+				{ return PlaceOnCurve(splats.Harmonics(a)) < PlaceOnCurve(splats.Harmonics(b)); });
 		SPalette palette = {std::vector<u32>(count), {}};
 		for (size_t i = 0; i < count; ++i)
 		{

@@ -221,20 +221,6 @@ namespace
 		return splats;
 	}
 
-	// Ten bits of each coordinate, interleaved (G. Morton, 1966).
-	u32 PlaceOnCurve(const SMadeSplat &splat)
-	{
-		constexpr float kReach = 2.0f; // of what is made here
-		u32 place = 0;
-		for (u32 axis = 0; axis < 3; ++axis)
-		{
-			const u32 cell =
-				u32(std::clamp((splat.m_Position[axis] + kReach) / (2.0f * kReach) * 1024.0f, 0.0f, 1023.0f));
-			for (u32 bit = 0; bit < 10; ++bit)
-				place |= (cell >> bit & 1) << (3 * bit + axis);
-		}
-		return place;
-	}
 } // namespace
 
 const float *SMadeSplats::Harmonics(size_t splat) const
@@ -252,12 +238,27 @@ SMadeSplats MakeGalaxy(u32 count, u32 harmonicDegree)
 	return Make(count, 1.6f, harmonicDegree, GalaxyPoint);
 }
 
+// Ten bits of each number, interleaved (G. Morton, 1966).
+u32 PlaceOnCurve(const float numbers[3])
+{
+	constexpr float kReach = 2.0f; // of what is made here
+	u32 place = 0;
+	for (u32 axis = 0; axis < 3; ++axis)
+	{
+		const u32 cell = u32(std::clamp((numbers[axis] + kReach) / (2.0f * kReach) * 1024.0f, 0.0f, 1023.0f));
+		for (u32 bit = 0; bit < 10; ++bit)
+			place |= (cell >> bit & 1) << (3 * bit + axis);
+	}
+	return place;
+}
+
 void OrderAlongCurve(SMadeSplats &splats)
 {
 	std::vector<u32> order(splats.m_Splats.size());
 	std::iota(order.begin(), order.end(), 0u);
 	std::stable_sort(order.begin(), order.end(),
-		[&splats](u32 a, u32 b) { return PlaceOnCurve(splats.m_Splats[a]) < PlaceOnCurve(splats.m_Splats[b]); });
+		[&splats](u32 a, u32 b)
+		{ return PlaceOnCurve(splats.m_Splats[a].m_Position) < PlaceOnCurve(splats.m_Splats[b].m_Position); });
 	SMadeSplats ordered;
 	ordered.m_HarmonicDegree = splats.m_HarmonicDegree;
 	const u32 perSplat = 3 * HarmonicCount(splats.m_HarmonicDegree);

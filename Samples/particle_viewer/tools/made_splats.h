@@ -34,6 +34,8 @@ struct SMadeSplats
 SMadeSplats MakeKnot(u32 count, u32 harmonicDegree);
 /// Spiral arms of stars and dust.
 SMadeSplats MakeGalaxy(u32 count, u32 harmonicDegree);
-/// Puts splats that are near each other into the order of a space-filling curve.
+/// Where three numbers from -2 to 2 lie on a curve that fills space: mostly near each other if they are alike.
+u32 PlaceOnCurve(const float numbers[3]);
+/// Puts splats into the order of their positions on that curve.
 void OrderAlongCurve(SMadeSplats &splats);
 } // namespace Viewer
