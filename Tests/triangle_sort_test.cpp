@@ -155,6 +155,22 @@ TEST(TriangleSort, BothSidesOf109Triangles_MatchTheModel)
         }));
 }
 
+// The unsorted indices of up to 8 MB are stored through the caches, and those of more past them.
+TEST(TriangleSort, BothSidesOfTheIndicesThatAreCached_MatchTheModel)
+{
+	constexpr u32 kMaxCachedIndices = (8u << 20) / sizeof(u32);
+	constexpr u32 kTriangles = 4; // a particle: 48 bytes of indices, so page after page starts aligned
+	const u32 particleCount = kMaxCachedIndices / (kTriangles * 3);
+	for (const u32 count : {particleCount, particleCount + 1})
+	{
+		const Model::SScene scene = Pages({
+			{count - 12, kTriangles},
+            {12,         kTriangles}
+        });
+		EXPECT_TRUE(SortsLikeTheModel(scene)) << count << " particles";
+	}
+}
+
 // Parity.
 
 TEST(TriangleSort, OddPage_ReportsItsRecordsOnceEach)

@@ -15,6 +15,7 @@ class CSortCapture;
 class CSortFromC;
 class CSortJobs;
 class CSortValidation;
+enum class EIndexStores : u32;
 
 /// A record, which is what is sorted: a key, and the particle or triangle that it belongs to. Keys are compared as
 /// unsigned integers, and the lowest is drawn first. Arrays of records start at multiples of 16 bytes and have room for
@@ -497,15 +498,25 @@ private:
 	template<typename _Index>
 	VX_LOCAL void _SortTriangles_AutogenIndices(void *workingBuffer);
 
-	// What jobs need of the sort without jobs: the expansions without their scopes, and warnings.
+	// The expansions without their scopes and their assertions.
 	VX_LOCAL static void _ExpandByWidth(const TMemoryView<const u32> &indexPattern,
 		const SIndexAndDepth *__restrict it,
 		volatile u32 *__restrict dstPrims,
-		u32 primCount);
+		u32 primCount,
+		EIndexStores stores);
 	VX_LOCAL static void _ExpandByWidth(const TMemoryView<const u32> &indexPattern,
 		const SIndexAndDepth *__restrict it,
 		volatile u16 *__restrict dstPrims,
-		u32 primCount);
+		u32 primCount,
+		EIndexStores stores);
+	template<typename _Index>
+	VX_LOCAL static void _ExpandUnsorted(const TMemoryView<const u32> &indexPattern,
+		const SIndexAndDepth *it,
+		_Index *dstPrims,
+		u32 primCount,
+		EIndexStores stores);
+
+	// Warnings alone: jobs do not warn.
 	template<typename _Index>
 	VX_LOCAL static void _WarnOfQuads();
 	VX_LOCAL void _WarnOfStride() const;

@@ -294,6 +294,7 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 	const u32 walkedPageCount = std::min({pageCount, m_IndexPatternCollection.Count(),
 		m_InRenderedParticleCounts.Count(), m_PrimiteVertexCountCollection.Count()});
 	const CWarningBatch warnings;
+	const EIndexStores stores = StoresOfUnsorted<_Index>(workingBufferIndex.Count());
 	u32 startPrim = 0;
 	u32 startIndex = 0;
 	for (u32 pageId = 0; pageId < walkedPageCount; ++pageId)
@@ -332,7 +333,7 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 		const CEnableds enableds = ViewOfPage(m_InEnableds, pageId);
 		FillSortingIndirectionsListPoint_NoIndices(particles,
 			OfferedElements(pages[pageId], enableds, localParticleCount), camera..., enableds, startIndex, vertexCount);
-		ExpandIndices(indexPattern, particles.Data(), &workingBufferIndex[startPrim * 3], localParticleCount);
+		_ExpandUnsorted(indexPattern, particles.Data(), &workingBufferIndex[startPrim * 3], localParticleCount, stores);
 		ExpandSortingIndirectionsListPoints_Triangles(
 			records.Slice(0, u32(localPrimitiveCount)), localParticleCount, trianglesPerParticle, startPrim);
 
@@ -340,6 +341,23 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 		startIndex += localParticleCount * vertexCount;
 	}
 	return startPrim;
+}
+
+// Does what ExpandIndices does, and lets the caller choose the stores. What there is to report is left to ExpandIndices,
+// since reports carry its signature.
+template<typename _Index>
+void CTriangleSorter::_ExpandUnsorted(const TMemoryView<const u32> &indexPattern,
+	const SIndexAndDepth *it,
+	_Index *dstPrims,
+	u32 primCount,
+	EIndexStores stores)
+{
+	const bool isReported = (VX_ASSERTIONS && !Mem::IsAligned<0x10>(it)) || indexPattern.Empty();
+	if (stores == EIndexStores::Streamed || isReported)
+		return ExpandIndices(indexPattern, it, dstPrims, primCount);
+	VX_PROFILE_SCOPE_COLOR(
+		sizeof(_Index) == sizeof(u16) ? "ExpandIndices<u16>" : "ExpandIndices<u32>", CFloat3(0.1f, 0.5f, 0.9f));
+	_ExpandByWidth(indexPattern, it, dstPrims, primCount, stores);
 }
 
 // Pages: rendered particles, numbered through all of them, to pages and back.
@@ -682,32 +700,36 @@ static void ExpandIndicesU32_x1(const CPattern &indexPattern, CRecords it, CPrim
 }
 
 // The warning's text is the six-wide worker's: kept on purpose.
-static void ExpandIndicesU32_x3(const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount)
+static void ExpandIndicesU32_x3(
+	const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount, EIndexStores stores)
 {
 	VX_ASSERT(indexPattern.Count() == 3);
 	StreamOrWarn<Expand::SStreamU32_x3, Expand::TExpand_x3<u32>>(Site::kExpandU32_x3,
 		"Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory",
-		Expand::TOutput<u32>(it, dstPrims, primCount), &indexPattern[0]);
+		Expand::TOutput<u32>(it, dstPrims, primCount, stores), &indexPattern[0]);
 }
 
-static void ExpandIndicesU32_x6(const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount)
+static void ExpandIndicesU32_x6(
+	const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount, EIndexStores stores)
 {
 	VX_ASSERT(indexPattern.Count() == 6);
 	StreamOrWarn<Expand::SStreamU32_x6, Expand::TThreeWords_Two<u32>, Expand::TThreeWords<u32>>(Site::kExpandU32_x6,
 		"Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory",
-		Expand::TOutput<u32>(it, dstPrims, primCount), &indexPattern[0]);
+		Expand::TOutput<u32>(it, dstPrims, primCount, stores), &indexPattern[0]);
 }
 
-static void ExpandIndicesU32_A16_x12(const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount)
+static void ExpandIndicesU32_A16_x12(
+	const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount, EIndexStores stores)
 {
 	VX_ASSERT(indexPattern.Count() == 12);
 	VX_ASSERT(Mem::IsAligned<0x10>(dstPrims));
-	Expand::TOutput<u32>(it, dstPrims, primCount)
+	Expand::TOutput<u32>(it, dstPrims, primCount, stores)
 		.Stream<Expand::SStreamU32_x12_Two, Expand::SStreamU32_x12>(&indexPattern[0]);
 }
 
 // An output at 8 modulo 16 stays there from record to record, and streams with two indices carried over.
-static void ExpandIndicesU32_UA_x12(const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount)
+static void ExpandIndicesU32_UA_x12(
+	const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount, EIndexStores stores)
 {
 	VX_ASSERT(indexPattern.Count() == 12);
 	VX_ASSERT(!Mem::IsAligned<0x10>(dstPrims));
@@ -718,6 +740,8 @@ static void ExpandIndicesU32_UA_x12(const CPattern &indexPattern, CRecords it, C
 		return Expand::TOutput<u32>(it, dstPrims, primCount).Write<Expand::SU32_x12>(&indexPattern[0]);
 	}
 
+	if (stores == EIndexStores::Cached)
+		return Expand::TOutput<u32>(it, dstPrims, primCount).WriteCached<Expand::SStreamU32_x12>(&indexPattern[0]);
 	if (primCount == 0)
 		return;
 	[[maybe_unused]] const volatile u32 *const primsStop = dstPrims + u64(primCount) * 12;
@@ -740,20 +764,21 @@ static void ExpandIndicesU32_xN(const CPattern &indexPattern, CRecords it, CPrim
 void CTriangleSorter::_ExpandByWidth(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *__restrict it,
 	volatile u32 *__restrict dstPrims,
-	u32 primCount)
+	u32 primCount,
+	EIndexStores stores)
 {
 	switch (indexPattern.Count())
 	{
 	case 1:
 		return ExpandIndicesU32_x1(indexPattern, it, dstPrims, primCount);
 	case 3:
-		return ExpandIndicesU32_x3(indexPattern, it, dstPrims, primCount);
+		return ExpandIndicesU32_x3(indexPattern, it, dstPrims, primCount, stores);
 	case 6:
-		return ExpandIndicesU32_x6(indexPattern, it, dstPrims, primCount);
+		return ExpandIndicesU32_x6(indexPattern, it, dstPrims, primCount, stores);
 	case 12:
 		if (Mem::IsAligned<0x10>(dstPrims))
-			return ExpandIndicesU32_A16_x12(indexPattern, it, dstPrims, primCount);
-		return ExpandIndicesU32_UA_x12(indexPattern, it, dstPrims, primCount);
+			return ExpandIndicesU32_A16_x12(indexPattern, it, dstPrims, primCount, stores);
+		return ExpandIndicesU32_UA_x12(indexPattern, it, dstPrims, primCount, stores);
 	default:
 		return ExpandIndicesU32_xN(indexPattern, it, dstPrims, primCount);
 	}
@@ -769,7 +794,7 @@ void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,
 	const u32 patternWidth = indexPattern.Count();
 	if (!VX_VERIFY(patternWidth > 0))
 		return;
-	_ExpandByWidth(indexPattern, it, dstPrims, primCount);
+	_ExpandByWidth(indexPattern, it, dstPrims, primCount, EIndexStores::Streamed);
 }
 
 // 16-bit. Sums are not checked: what becomes of one beyond 0xFFFF differs from loop to loop, and callers keep
@@ -785,20 +810,22 @@ static void ExpandIndicesU16_x1(const CPattern &indexPattern, CRecords it, CPrim
 }
 
 // The warning's text is the 32-bit six-wide worker's: kept on purpose.
-static void ExpandIndicesU16_x3(const CPattern &indexPattern, CRecords it, CPrims16 dstPrims, u32 primCount)
+static void ExpandIndicesU16_x3(
+	const CPattern &indexPattern, CRecords it, CPrims16 dstPrims, u32 primCount, EIndexStores stores)
 {
 	VX_ASSERT(indexPattern.Count() == 3);
 	StreamOrWarn<Expand::SStreamU16_x3, Expand::TExpand_x3<u16>>(Site::kExpandU16_x3,
 		"Render sort: Index stream expansion (U32): sub-optimal path [6]: Unaligned dst memory",
-		Expand::TOutput<u16>(it, dstPrims, primCount), &indexPattern[0]);
+		Expand::TOutput<u16>(it, dstPrims, primCount, stores), &indexPattern[0]);
 }
 
-static void ExpandIndicesU16_x6(const CPattern &indexPattern, CRecords it, CPrims16 dstPrims, u32 primCount)
+static void ExpandIndicesU16_x6(
+	const CPattern &indexPattern, CRecords it, CPrims16 dstPrims, u32 primCount, EIndexStores stores)
 {
 	VX_ASSERT(indexPattern.Count() == 6);
 	StreamOrWarn<Expand::SStreamU16_x6, Expand::SU16_x6_Four, Expand::SU16_x6>(Site::kExpandU16_x6,
 		"Render sort: Index stream expansion (U16): sub-optimal path [6]: Unaligned dst memory",
-		Expand::TOutput<u16>(it, dstPrims, primCount), &indexPattern[0]);
+		Expand::TOutput<u16>(it, dstPrims, primCount, stores), &indexPattern[0]);
 }
 
 // At any address: no alignment to warn of, and nothing streamed to fence.
@@ -821,16 +848,17 @@ static void ExpandIndicesU16_xN(const CPattern &indexPattern, CRecords it, CPrim
 void CTriangleSorter::_ExpandByWidth(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *__restrict it,
 	volatile u16 *__restrict dstPrims,
-	u32 primCount)
+	u32 primCount,
+	EIndexStores stores)
 {
 	switch (indexPattern.Count())
 	{
 	case 1:
 		return ExpandIndicesU16_x1(indexPattern, it, dstPrims, primCount);
 	case 3:
-		return ExpandIndicesU16_x3(indexPattern, it, dstPrims, primCount);
+		return ExpandIndicesU16_x3(indexPattern, it, dstPrims, primCount, stores);
 	case 6:
-		return ExpandIndicesU16_x6(indexPattern, it, dstPrims, primCount);
+		return ExpandIndicesU16_x6(indexPattern, it, dstPrims, primCount, stores);
 	case 12:
 		return ExpandIndicesU16_x12(indexPattern, it, dstPrims, primCount);
 	default:
@@ -848,7 +876,7 @@ VX_WRAPS void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &index
 	const u32 patternWidth = indexPattern.Count();
 	if (patternWidth * primCount == 0)
 		return;
-	_ExpandByWidth(indexPattern, it, dstPrims, primCount);
+	_ExpandByWidth(indexPattern, it, dstPrims, primCount, EIndexStores::Streamed);
 }
 
 // Expansion with quads in order.

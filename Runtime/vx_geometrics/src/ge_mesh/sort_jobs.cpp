@@ -144,10 +144,14 @@ void CSortJobs::_WritePoints(_Index *indices)
 	}
 	VX_PROFILE_SCOPE_COLOR(k16 ? "ExpandIndices<u16>" : "ExpandIndices<u32>", CFloat3(0.1f, 0.5f, 0.9f));
 	const bool isSilent = k16 && writeCount == 0;
-	const u32 hazardCount = isSilent ? 0 : HazardsOf([&] { CSorter::_ExpandByWidth(pattern, records, indices, 0); });
+	const u32 hazardCount =
+		isSilent ? 0
+				 : HazardsOf([&] { CSorter::_ExpandByWidth(pattern, records, indices, 0, EIndexStores::Streamed); });
 	_SortAndWrite(skippedCount, writeCount, hazardCount,
-		[&](u32 first, u32 count)
-		{ CSorter::_ExpandByWidth(pattern, records + first, indices + u64(first) * width, count); });
+		[&](u32 first, u32 count) {
+			CSorter::_ExpandByWidth(
+				pattern, records + first, indices + u64(first) * width, count, EIndexStores::Streamed);
+		});
 }
 
 // Triangles.
@@ -545,6 +549,7 @@ template<typename _Index, typename _Element>
 void CSortJobs::_TellOfPages(_Index *triangles, const TPages<_Element> &pages)
 {
 	const CWarningBatch warnings;
+	const EIndexStores stores = StoresOfUnsorted<_Index>(m_Sorter.m_IndexCount_fromBB);
 	const SPage &stop = m_Shares[m_JobCount].m_Page;
 	u32 job = 0;
 	for (SPage page; page.m_Id < stop.m_Id; _Leave(page))
@@ -567,7 +572,7 @@ void CSortJobs::_TellOfPages(_Index *triangles, const TPages<_Element> &pages)
 				VX_PROFILE_SCOPE_COLOR(sizeof(_Index) == sizeof(u16) ? "ExpandIndices<u16>" : "ExpandIndices<u32>",
 					CFloat3(0.1f, 0.5f, 0.9f));
 				CSorter::_ExpandByWidth(m_Sorter.m_IndexPatternCollection[page.m_Id], records.Data(),
-					triangles + ureg(page.m_FirstRecord) * 3, 0);
+					triangles + ureg(page.m_FirstRecord) * 3, 0, stores);
 			});
 		CSorter::ExpandSortingIndirectionsListPoints_Triangles(
 			records, 0, _RecordsPerParticle(page), page.m_FirstRecord);
@@ -578,6 +583,7 @@ template<typename _Index, typename _Element, typename... _Camera>
 void CSortJobs::_FillTriangles(_Index *triangles, const TPages<_Element> &pages, const _Camera &...camera)
 {
 	_TellOfPages(triangles, pages);
+	const EIndexStores stores = StoresOfUnsorted<_Index>(m_Sorter.m_IndexCount_fromBB);
 	const auto fillPart = [&](const SPage &page, u32 first, u32 count, u32 offset)
 	{
 		const TPageSource<_Element> source = _SourceOf(pages, page);
@@ -588,8 +594,8 @@ void CSortJobs::_FillTriangles(_Index *triangles, const TPages<_Element> &pages,
 		FillPart(CRecordList(particles, count), source, offset, camera...,
 			CVertexBases_Sequence(page.m_FirstVertex + first * vertexCount, vertexCount));
 		const SKeySpan span = SpanOf(particles, count);
-		CSorter::_ExpandByWidth(
-			m_Sorter.m_IndexPatternCollection[page.m_Id], particles, triangles + ureg(firstTriangle) * 3, count);
+		CSorter::_ExpandByWidth(m_Sorter.m_IndexPatternCollection[page.m_Id], particles,
+			triangles + ureg(firstTriangle) * 3, count, stores);
 		for (u32 triangle = 0; triangle < recordsPerParticle; ++triangle)
 			WriteTriangleBlock(particles, particles + ureg(triangle) * page.m_ParticleCount, count,
 				firstTriangle + triangle, recordsPerParticle);

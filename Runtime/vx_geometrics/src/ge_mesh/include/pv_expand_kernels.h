@@ -4,8 +4,8 @@
 //
 // A kernel holds a pattern in registers and writes a block of primitives at a time. kPrims is how many records a block
 // reads and how many primitives it writes, kWidth the indices of a primitive. Write stores a block in ascending order
-// and each index once. Where the name says "Stream", records and output lie at multiples of 16, and check themselves;
-// other kernels read and write at any address.
+// and each index once. Where the name says "Stream", records and output lie at multiples of 16, the records check
+// themselves, and the caller chooses the stores; other kernels read and write at any address.
 //
 // In lane tables b0 is the vertex base of a block's first record, p0 the pattern's first entry, and a sum is written
 // b0+p0. Registers are stored in the order of the rows.
@@ -19,6 +19,13 @@
 
 namespace Vexmoor
 {
+// How whole blocks are stored at a multiple of 16.
+enum class EIndexStores : u32
+{
+	Streamed, // past the caches: an output that a GPU reads
+	Cached    // through the caches: indices that the sort itself reads again soon
+};
+
 namespace Expand
 {
 	typedef SLanesBase Lanes;
@@ -61,6 +68,22 @@ namespace Expand
 		Lanes::StoreInPlace(const_cast<void *>(p), r);
 	}
 
+	// The stores of kernels with "Stream" in their names: a register at an offset in bytes from an aligned address.
+	struct SStreamingStores
+	{
+		static VX_INLINE void Put(volatile void *dst, sreg offset, Register r)
+		{
+			Float4(r).StreamAligned16(dst, offset);
+		}
+	};
+	struct SCachedStores
+	{
+		static VX_INLINE void Put(volatile void *dst, sreg offset, Register r)
+		{
+			StoreInPlace(static_cast<volatile u8 *>(dst) + offset, r);
+		}
+	};
+
 	// The pattern of a 16-bit output, packed: word k has entry 2k in its lower bits and entry 2k + 1 in its upper ones.
 	//
 	//   bits      0-15       16-31
@@ -100,9 +123,10 @@ namespace Expand
 		static constexpr u32 kWidth = 1;
 		static constexpr u32 kPrims = 4;
 
+		template<typename _Stores>
 		VX_INLINE void Write(volatile u32 *dst, const SIndexAndDepth *records) const
 		{
-			Float4(LoadBases4(records)).StreamAligned16(dst);
+			_Stores::Put(dst, 0, LoadBases4(records));
 		}
 	};
 
@@ -125,11 +149,12 @@ namespace Expand
 		static constexpr u32 kWidth = 1;
 		static constexpr u32 kPrims = 8;
 
+		template<typename _Stores>
 		VX_INLINE void Write(volatile u16 *dst, const SIndexAndDepth *records) const
 		{
 			const Register lower = MakeNegative(LoadBases4(records));
 			const Register upper = MakeNegative(LoadBases4(records + 4));
-			Float4(Lanes::PackSigned(lower, upper)).StreamAligned16(dst);
+			_Stores::Put(dst, 0, Lanes::PackSigned(lower, upper));
 		}
 
 	private:
@@ -242,12 +267,13 @@ namespace Expand
 			: m_Pattern(pattern)
 		{
 		}
+		template<typename _Stores>
 		VX_INLINE void Write(volatile u32 *dst, const SIndexAndDepth *records) const
 		{
 			const SOffsets3 offsets(LoadBases4(records));
-			Float4(Add32(offsets.b0b0b0b1, m_Pattern.p0p1p2p0)).StreamAligned16(dst, 0);
-			Float4(Add32(offsets.b1b1b2b2, m_Pattern.p1p2p0p1)).StreamAligned16(dst, 16);
-			Float4(Add32(offsets.b2b3b3b3, m_Pattern.p2p0p1p2)).StreamAligned16(dst, 32);
+			_Stores::Put(dst, 0, Add32(offsets.b0b0b0b1, m_Pattern.p0p1p2p0));
+			_Stores::Put(dst, 16, Add32(offsets.b1b1b2b2, m_Pattern.p1p2p0p1));
+			_Stores::Put(dst, 32, Add32(offsets.b2b3b3b3, m_Pattern.p2p0p1p2));
 		}
 	};
 
@@ -279,6 +305,7 @@ namespace Expand
 			p20120120 = Lanes::Shuffle<1, 2, 0, 1>(p01201201);
 			p12012012 = Lanes::Shuffle<2, 0, 1, 2>(p01201201);
 		}
+		template<typename _Stores>
 		VX_INLINE void Write(volatile u16 *dst, const SIndexAndDepth *records) const
 		{
 			const SOffsets3 lower(LoadBases4(records));
@@ -286,9 +313,9 @@ namespace Expand
 			const Register off00011122 = PackOffsets(lower.b0b0b0b1, lower.b1b1b2b2);
 			const Register off23334445 = PackOffsets(lower.b2b3b3b3, upper.b0b0b0b1);
 			const Register off55667777 = PackOffsets(upper.b1b1b2b2, upper.b2b3b3b3);
-			Float4(Lanes::Add<u16>(off00011122, p01201201)).StreamAligned16(dst, 0);
-			Float4(Lanes::Add<u16>(off23334445, p20120120)).StreamAligned16(dst, 16);
-			Float4(Lanes::Add<u16>(off55667777, p12012012)).StreamAligned16(dst, 32);
+			_Stores::Put(dst, 0, Lanes::Add<u16>(off00011122, p01201201));
+			_Stores::Put(dst, 16, Lanes::Add<u16>(off23334445, p20120120));
+			_Stores::Put(dst, 32, Lanes::Add<u16>(off55667777, p12012012));
 		}
 
 	private:
@@ -386,12 +413,13 @@ namespace Expand
 			: m_Pattern(pattern)
 		{
 		}
+		template<typename _Stores>
 		VX_INLINE void Write(volatile u32 *dst, const SIndexAndDepth *records) const
 		{
 			const SOffsets6 offsets(LoadRecords2(records));
-			Float4(Add32(offsets.b0b0b0b0, m_Pattern.i0i1i2i3)).StreamAligned16(dst, 0);
-			Float4(Add32(offsets.b0b0b1b1, m_Pattern.i4i5i0i1)).StreamAligned16(dst, 16);
-			Float4(Add32(offsets.b1b1b1b1, m_Pattern.i2i3i4i5)).StreamAligned16(dst, 32);
+			_Stores::Put(dst, 0, Add32(offsets.b0b0b0b0, m_Pattern.i0i1i2i3));
+			_Stores::Put(dst, 16, Add32(offsets.b0b0b1b1, m_Pattern.i4i5i0i1));
+			_Stores::Put(dst, 32, Add32(offsets.b1b1b1b1, m_Pattern.i2i3i4i5));
 		}
 	};
 
@@ -436,6 +464,7 @@ namespace Expand
 			p23450123 = Lanes::PackSigned(i2i3i4i5, i0i1i2i3);
 			p45012345 = Lanes::PackSigned(i4i5i0i1, i2i3i4i5);
 		}
+		template<typename _Stores>
 		VX_INLINE void Write(volatile u16 *dst, const SIndexAndDepth *records) const
 		{
 			// Elements do not leave their half of a register, so the four biased bases are put into both halves.
@@ -450,9 +479,9 @@ namespace Expand
 			const Register off00000011 = Lanes::Shuffle16<0, 0, 0, 0, 4, 4, 5, 5>(off01230123);
 			const Register off11112222 = Lanes::Shuffle16<1, 1, 1, 1, 6, 6, 6, 6>(off01230123);
 			const Register off22333333 = Lanes::Shuffle16<2, 2, 3, 3, 7, 7, 7, 7>(off01230123);
-			Float4(Lanes::Add<u16>(off00000011, p01234501)).StreamAligned16(dst, 0);
-			Float4(Lanes::Add<u16>(off11112222, p23450123)).StreamAligned16(dst, 16);
-			Float4(Lanes::Add<u16>(off22333333, p45012345)).StreamAligned16(dst, 32);
+			_Stores::Put(dst, 0, Lanes::Add<u16>(off00000011, p01234501));
+			_Stores::Put(dst, 16, Lanes::Add<u16>(off11112222, p23450123));
+			_Stores::Put(dst, 32, Lanes::Add<u16>(off22333333, p45012345));
 		}
 	};
 
@@ -575,15 +604,17 @@ namespace Expand
 			, i8i9iAiB(Lanes::Load(pattern + 8))
 		{
 		}
+		template<typename _Stores>
 		VX_INLINE void Write(volatile u32 *dst, const SIndexAndDepth *records) const
 		{
-			Stream(dst, Lanes::Splat(records->m_Index));
+			Stream<_Stores>(dst, Lanes::Splat(records->m_Index));
 		}
+		template<typename _Stores>
 		VX_INLINE void Stream(volatile u32 *dst, Register base) const
 		{
-			Float4(Add32(base, i0i1i2i3)).StreamAligned16(dst, 0);
-			Float4(Add32(base, i4i5i6i7)).StreamAligned16(dst, 16);
-			Float4(Add32(base, i8i9iAiB)).StreamAligned16(dst, 32);
+			_Stores::Put(dst, 0, Add32(base, i0i1i2i3));
+			_Stores::Put(dst, 16, Add32(base, i4i5i6i7));
+			_Stores::Put(dst, 32, Add32(base, i8i9iAiB));
 		}
 	};
 
@@ -599,11 +630,12 @@ namespace Expand
 			: m_One(pattern)
 		{
 		}
+		template<typename _Stores>
 		VX_INLINE void Write(volatile u32 *dst, const SIndexAndDepth *records) const
 		{
 			const Register two = LoadRecords2(records);
-			m_One.Stream(dst, Lanes::Shuffle<1, 1, 1, 1>(two));
-			m_One.Stream(dst + kWidth, Lanes::Shuffle<3, 3, 3, 3>(two));
+			m_One.Stream<_Stores>(dst, Lanes::Shuffle<1, 1, 1, 1>(two));
+			m_One.Stream<_Stores>(dst + kWidth, Lanes::Shuffle<3, 3, 3, 3>(two));
 		}
 	};
 
@@ -705,10 +737,14 @@ namespace Expand
 	class TOutput
 	{
 	public:
-		VX_INLINE TOutput(const SIndexAndDepth *it, volatile _Index *dstPrims, u32 primCount)
+		VX_INLINE TOutput(const SIndexAndDepth *it,
+			volatile _Index *dstPrims,
+			u32 primCount,
+			EIndexStores stores = EIndexStores::Streamed)
 			: m_Records(it)
 			, m_Prims(dstPrims)
 			, m_PrimsLeft(primCount)
+			, m_Stores(stores)
 		{
 		}
 
@@ -717,30 +753,50 @@ namespace Expand
 		template<typename... _Kernels, typename... _Pattern>
 		VX_INLINE void Write(const _Pattern &...pattern)
 		{
-			(_WriteBlocks<_Kernels>(pattern...), ...);
+			const auto write = [](const auto &kernel, auto *prims, auto *records) { kernel.Write(prims, records); };
+			(_WriteBlocks<_Kernels>(write, pattern...), ...);
 		}
-		// Does the same by kernels that stream, and orders their stores before all later ones. Writes nothing and
-		// returns false if the output is not aligned.
+		// Does the same by kernels that can stream. Streaming stores are ordered before all later ones. Writes nothing
+		// and returns false if the output is not aligned.
 		template<typename... _Kernels, typename... _Pattern>
 		VX_INLINE bool Stream(const _Pattern &...pattern)
 		{
 			if (!Mem::IsAligned<0x10>(m_Prims))
 				return false;
-			Write<_Kernels...>(pattern...);
+			if (m_Stores == EIndexStores::Cached)
+			{
+				WriteCached<_Kernels...>(pattern...);
+				return true;
+			}
+			_WriteWith<SStreamingStores, _Kernels...>(pattern...);
 			Float4::WriteBarrier();
 			return true;
 		}
+		// Does the same through the caches, to any address.
+		template<typename... _Kernels, typename... _Pattern>
+		VX_INLINE void WriteCached(const _Pattern &...pattern)
+		{
+			_WriteWith<SCachedStores, _Kernels...>(pattern...);
+		}
 
 	private:
-		template<typename _Kernel, typename... _Pattern>
-		VX_INLINE void _WriteBlocks(const _Pattern &...pattern)
+		template<typename _Stores, typename... _Kernels, typename... _Pattern>
+		VX_INLINE void _WriteWith(const _Pattern &...pattern)
+		{
+			const auto write = [](const auto &kernel, auto *prims, auto *records)
+			{ kernel.template Write<_Stores>(prims, records); };
+			(_WriteBlocks<_Kernels>(write, pattern...), ...);
+		}
+
+		template<typename _Kernel, typename _Write, typename... _Pattern>
+		VX_INLINE void _WriteBlocks(const _Write &write, const _Pattern &...pattern)
 		{
 			if (m_PrimsLeft < _Kernel::kPrims)
 				return;
 			const _Kernel kernel(pattern...);
 			for (; m_PrimsLeft >= _Kernel::kPrims; m_PrimsLeft -= _Kernel::kPrims)
 			{
-				kernel.Write(m_Prims, m_Records);
+				write(kernel, m_Prims, m_Records);
 				m_Records += _Kernel::kPrims;
 				m_Prims += _Kernel::kPrims * _Kernel::kWidth;
 			}
@@ -749,6 +805,7 @@ namespace Expand
 		const SIndexAndDepth *m_Records;
 		volatile _Index *m_Prims;
 		u32 m_PrimsLeft;
+		const EIndexStores m_Stores;
 	};
 } // namespace Expand
 } // namespace Vexmoor

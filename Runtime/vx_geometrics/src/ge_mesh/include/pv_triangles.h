@@ -10,6 +10,7 @@
 #include "kr_memoryviews.h"
 
 #include "pv_depth_keys.h"
+#include "pv_expand_kernels.h"
 #include "pv_fill.h"
 #include "pv_fill_kernels.h"
 #include "pv_mesh_triangle_sorter.h"
@@ -36,6 +37,16 @@ static inline void WriteTriangleBlock(
 
 	for (u32 left = primCount % kRecordsPerGroup; left != 0; --left)
 		*dst++ = {(particles++)->m_Depth, triangles.Next()};
+}
+
+// How the indices of all triangles are stored in the working buffer, from where they are gathered in the order of sorted
+// records: through the caches, so that the gather finds them there, unless there are too many. On an Intel Xeon with 2 MB
+// of second-level cache, whole sorts with 5 and 7 MB of indices take 0.75 of the time so, with 14 MB 0.94, with 36 MB 1.05.
+template<typename _Index>
+static inline EIndexStores StoresOfUnsorted(u64 indexCount)
+{
+	constexpr u64 kMaxCachedInBytes = 8u << 20;
+	return indexCount * sizeof(_Index) <= kMaxCachedInBytes ? EIndexStores::Cached : EIndexStores::Streamed;
 }
 
 // Makes the triangles [first, end) ones without area, and their records those of the farthest ones.
