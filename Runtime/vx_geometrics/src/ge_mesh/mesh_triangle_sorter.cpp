@@ -621,7 +621,7 @@ template<typename _VertexBases>
 static VX_INLINE void FillByValue(const TPagePart<float> &page, _VertexBases vertexBases)
 {
 	const auto &[outList, sortValues, enableds] = page;
-	if (outList.Count() < sortValues.Count())
+	if (VX_UNLIKELY(outList.Count() < sortValues.Count()))
 	{
 		VX_ASSERT(enableds.Count() == sortValues.Count());
 		VX_ASSERT(enableds.Contiguous());
@@ -637,7 +637,7 @@ static VX_INLINE void FillByDistance(const TPagePart<CFloat3> &page, const CCame
 {
 	const auto &[outList, positions, enableds] = page;
 	const u32 primCount = outList.Count();
-	if (primCount < positions.Count())
+	if (VX_UNLIKELY(primCount < positions.Count()))
 	{
 		VX_ASSERT(enableds.Count() == positions.Count());
 		VX_ASSERT(enableds.Contiguous());

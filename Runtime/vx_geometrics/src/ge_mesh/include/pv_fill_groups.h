@@ -75,6 +75,29 @@ struct SSortValues_Distance
 	}
 };
 
+// The particles that a page with disabled ones offers. These are the numbers of its views, and not views: made for one
+// call, and in no register or memory of a walk over pages that have no disabled particles.
+struct SOfferedParticles
+{
+	template<typename _Element>
+	VX_INLINE SOfferedParticles(const TStridedMemoryView<const _Element> &source, const CEnableds &enableds)
+		: m_Elements(reinterpret_cast<const u8 *>(source.Data()))
+		, m_StrideInBytes(source.Stride())
+		, m_Count(source.Count())
+		, m_Enableds(enableds.Data())
+		, m_EnabledCount(enableds.Count())
+		, m_EnabledStride(enableds.Stride())
+	{
+	}
+
+	const u8 *m_Elements;
+	u32 m_StrideInBytes;
+	u32 m_Count;
+	const u8 *m_Enableds; // a byte each
+	u32 m_EnabledCount;
+	u32 m_EnabledStride;
+};
+
 // Where compacted values go: see below.
 static VX_INLINE u8 *SortKeysIn(const CRecordList &outList)
 {
@@ -97,8 +120,7 @@ static VX_INLINE u8 *SortKeysIn(const CRecordList &outList)
 // it.
 template<typename _SortValues>
 static VX_INLINE CSortValues CompactSortValues(const CRecordList &outList,
-	const TStridedMemoryView<const typename _SortValues::Element> &source,
-	const CEnableds &enableds,
+	const SOfferedParticles &source,
 	const _SortValues &sharedSortValues,
 	u32 particle,
 	u32 count)
@@ -106,11 +128,11 @@ static VX_INLINE CSortValues CompactSortValues(const CRecordList &outList,
 	typedef const typename _SortValues::Element CElement;
 	const _SortValues sortValues = sharedSortValues; // a copy, which stores to records cannot change
 	const u32 primCount = outList.Count();
-	const u32 stride = source.Stride();
+	const u32 stride = source.m_StrideInBytes;
 	u8 *const sortKeys = SortKeysIn(outList);
-	const ureg address = reinterpret_cast<ureg>(source.Data()) + ureg(particle) * stride;
-	TStridedBaseIterator<CElement> element(reinterpret_cast<CElement *>(address), stride, source.Count() - particle);
-	const u8 *enabled = enableds.Data() + particle;
+	const ureg address = reinterpret_cast<ureg>(source.m_Elements) + ureg(particle) * stride;
+	TStridedBaseIterator<CElement> element(reinterpret_cast<CElement *>(address), stride, source.m_Count - particle);
+	const u8 *enabled = source.m_Enableds + particle;
 	for (; count < primCount; ++element)
 	{
 		// Written before it is known to stay: a branch on the byte would be a guess.
@@ -125,24 +147,22 @@ static VX_INLINE CSortValues CompactSortValues(const CRecordList &outList,
 
 // How many particles of a page are compacted in lanes: all, or none if the page is small or has an uncommon stride.
 template<typename _SortValues>
-static VX_INLINE u32 ParticlesInLanes(
-	const TStridedMemoryView<const typename _SortValues::Element> &source, const CEnableds &enableds)
+static VX_INLINE u32 ParticlesInLanes(const SOfferedParticles &source)
 {
-	const u32 particleCount = enableds.Contiguous() ? std::min(source.Count(), enableds.Count()) : 0;
-	return particleCount >= kMinCompactedInLanes && _SortValues::GoInLanes(source.Stride()) ? particleCount : 0;
+	const u32 particleCount =
+		source.m_EnabledStride == sizeof(u8) ? std::min(source.m_Count, source.m_EnabledCount) : 0;
+	return particleCount >= kMinCompactedInLanes && _SortValues::GoInLanes(source.m_StrideInBytes) ? particleCount : 0;
 }
 
 // Compacts in lanes. One by one, only what the enabled bytes lack is looked for.
 template<typename _SortValues>
-static VX_INLINE CSortValues CompactSortValuesInLanes(const CRecordList &outList,
-	const TStridedMemoryView<const typename _SortValues::Element> &source,
-	const CEnableds &enableds,
-	const _SortValues &sortValues)
+static VX_INLINE CSortValues CompactSortValuesInLanes(
+	const CRecordList &outList, const SOfferedParticles &source, const _SortValues &sortValues)
 {
-	const u32 particleCount = ParticlesInLanes<_SortValues>(source, enableds);
-	const u32 count = sortValues.CompactInLanes({SortKeysIn(outList), outList.Count(),
-		reinterpret_cast<const u8 *>(source.Data()), source.Stride(), enableds.Data(), particleCount});
-	return CompactSortValues(outList, source, enableds, sortValues, particleCount, count);
+	const u32 particleCount = ParticlesInLanes<_SortValues>(source);
+	const u32 count = sortValues.CompactInLanes({SortKeysIn(outList), outList.Count(), source.m_Elements,
+		source.m_StrideInBytes, source.m_Enableds, particleCount});
+	return CompactSortValues(outList, source, sortValues, particleCount, count);
 }
 
 // One record from one position, the same to the bit as the kernels would make it.

@@ -58,39 +58,40 @@ static VX_INLINE void WriteRecordsByValue(
 }
 
 // Writes a record for each enabled element, by one of two functions: a small page does not pay for what only a larger
-// one needs. The choice is not inlined either: with two calls in the walk over pages, clang kept views in memory, and
-// pages of one particle took 1.15 times as long.
+// one needs.
 template<typename _SortValues, typename _VertexBases>
 static VX_NOINLINE void WriteRecordsOfFewEnabled(const CRecordList &outList,
-	const TStridedMemoryView<const typename _SortValues::Element> &source,
-	const CEnableds &enableds,
+	const SOfferedParticles &source,
 	const _SortValues &sortValues,
 	_VertexBases vertexBases)
 {
-	WriteRecordsByValue(outList, CompactSortValues(outList, source, enableds, sortValues, 0, 0), vertexBases);
+	WriteRecordsByValue(outList, CompactSortValues(outList, source, sortValues, 0, 0), vertexBases);
 }
 
 template<typename _SortValues, typename _VertexBases>
 static VX_NOINLINE void WriteRecordsOfManyEnabled(const CRecordList &outList,
-	const TStridedMemoryView<const typename _SortValues::Element> &source,
-	const CEnableds &enableds,
+	const SOfferedParticles &source,
 	const _SortValues &sortValues,
 	_VertexBases vertexBases)
 {
-	WriteRecordsByValue(outList, CompactSortValuesInLanes(outList, source, enableds, sortValues), vertexBases);
+	WriteRecordsByValue(outList, CompactSortValuesInLanes(outList, source, sortValues), vertexBases);
 }
 
+// The choice is made in the walk over pages. What is passed on is copied for the call alone, number by number: compilers
+// keep a view whose address is passed on in memory, for pages without disabled particles as well. For the same reason it
+// is one call, by a chosen address.
 template<typename _SortValues, typename _VertexBases>
-static VX_NOINLINE void WriteRecordsOfEnabled(const CRecordList &outList,
+static VX_INLINE void WriteRecordsOfEnabled(const CRecordList &outList,
 	const TStridedMemoryView<const typename _SortValues::Element> &source,
 	const CEnableds &enableds,
 	const _SortValues &sortValues,
-	_VertexBases vertexBases)
+	const _VertexBases &vertexBases)
 {
-	if (ParticlesInLanes<_SortValues>(source, enableds) != 0)
-		WriteRecordsOfManyEnabled(outList, source, enableds, sortValues, vertexBases);
-	else
-		WriteRecordsOfFewEnabled(outList, source, enableds, sortValues, vertexBases);
+	const CRecordList records(outList.Data(), outList.Count());
+	const SOfferedParticles particles(source, enableds);
+	const auto write = source.Count() < kMinCompactedInLanes ? &WriteRecordsOfFewEnabled<_SortValues, _VertexBases>
+	                                                         : &WriteRecordsOfManyEnabled<_SortValues, _VertexBases>;
+	write(records, particles, sortValues, vertexBases);
 }
 
 // Writes a record for each of the remaining positions of a page, and returns the address behind the last one.
