@@ -169,6 +169,65 @@ TEST(SortJobs, KeysThatShareTheirLeadingDigits_MatchTheModel)
 	}
 }
 
+// One job alone takes two passes where the upper digit of keys allows it, and three where it does not.
+TEST(SortJobs, KeysOfEverySpan_MatchTheModelOnOneJob)
+{
+	constexpr u32 kCount = 1400;
+	for (u32 bits = 14; bits <= 31; ++bits)
+	{
+		for (const u32 lowest : {0u, 0x1FFFu, 0x3FF12345u})
+		{
+			Model::CRandom random(bits);
+			std::vector<u32> keys;
+			for (u32 i = 0; i < kCount; ++i)
+				keys.push_back(std::min(lowest + random.Below(1u << bits), 0x7F800000u));
+			EXPECT_TRUE(SortsLikeTheModel(WithKeys(keys), WithJobs(1))) << bits << " bits above " << lowest;
+			for (u32 i = 0; i < kCount; ++i)
+				keys[i] = keys[i - i % 20];
+			EXPECT_TRUE(SortsLikeTheModel(WithKeys(keys), WithJobs(1))) << "runs, " << bits << " bits above " << lowest;
+		}
+	}
+}
+
+// The first page says how many passes there are, until all keys are known.
+TEST(SortJobs, PagesOfOtherSpansThanTheFirst_MatchTheModelOnOneJob)
+{
+	constexpr u32 kPages = 5;
+	constexpr u32 kBits[] = {3, 20, 24, 31};
+	for (const Model::EGeometry geometry : kGeometries)
+	{
+		for (const u32 bitsOfFirst : kBits)
+		{
+			for (const u32 bitsOfOthers : kBits)
+			{
+				Model::CRandom random(bitsOfFirst);
+				SScene scene = ManyParticles(geometry);
+				scene.m_SortType = Model::ESortType::ByValue;
+				const Model::SPage whole = scene.m_Pages[0];
+				scene.m_Pages.clear();
+				for (u32 page = 0; page < kPages; ++page)
+				{
+					Model::SPage part = whole;
+					const u32 first = kManyParticles * page / kPages;
+					part.m_RenderedCount = kManyParticles * (page + 1) / kPages - first;
+					part.m_Values.m_Elements.resize(part.m_RenderedCount);
+					part.m_Positions.m_Elements.resize(part.m_RenderedCount);
+					if (!part.m_Enabled.empty())
+						part.m_Enabled.resize(part.m_RenderedCount);
+					for (u32 &bits : part.m_Values.m_Elements)
+						bits = 0x20000000u + random.Below(1u << (page == 0 ? bitsOfFirst : bitsOfOthers) % 31);
+					scene.m_Pages.push_back(part);
+				}
+				EXPECT_TRUE(SortsLikeTheModel(scene, WithJobs(1)))
+					<< Describe(scene) << bitsOfFirst << " and " << bitsOfOthers << " bits";
+				scene.m_VertexCount = scene.m_VertexCount / 4 * 3; // and far records
+				EXPECT_TRUE(SortsLikeTheModel(scene, WithJobs(1)))
+					<< Describe(scene) << bitsOfFirst << " and " << bitsOfOthers << " bits, cut";
+			}
+		}
+	}
+}
+
 // Pages.
 
 static void Disable(Model::SPage &page, u32 particle)

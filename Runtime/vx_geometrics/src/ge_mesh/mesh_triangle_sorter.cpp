@@ -343,8 +343,8 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 	return startPrim;
 }
 
-// Does what ExpandIndices does, and lets the caller choose the stores. What there is to report is left to ExpandIndices,
-// since reports carry its signature.
+// Does what ExpandIndices does, and lets the caller choose the stores. What there is to report is left to
+// ExpandIndices, since reports carry its signature.
 template<typename _Index>
 void CTriangleSorter::_ExpandUnsorted(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *it,

@@ -14,6 +14,7 @@
 #include "include/pv_sort_jobs.h"
 #include "include/pv_sort_scan.h"
 #include "include/pv_triangles.h"
+#include "include/pv_two_digit_sort.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -21,22 +22,28 @@
 
 namespace Vexmoor
 {
-// A job takes a few microseconds to be handed out and waited for; this many records take some sixty. Fewer than two
-// jobs' records are sorted without jobs, as are those among which equal keys have the quick sort's order.
+// A job takes a few microseconds to be handed out and waited for; this many records take some sixty.
 constexpr u32 kMinRecordsPerJob = VEXMOOR_MIN_RECORDS_PER_JOB;
-constexpr u32 kMinRecordCount = std::max(2 * kMinRecordsPerJob, kMaxQuickSortCount + 1);
+
+// One job alone sorts in two passes what fits its core's caches, where the sort without jobs has three, and splits what
+// lies beyond them first. With fewer records, small pages, or a number of records in between, that does not pay for
+// looking at pages and keys before. Records among which equal keys have the quick sort's order are sorted without jobs.
+constexpr u32 kMinRecordCount = std::max<u32>(VEXMOOR_MIN_RECORDS_OF_ONE_JOB, kMaxQuickSortCount + 1);
+constexpr u32 kMinPageSizeOfOneJob = VEXMOOR_MIN_PAGE_SIZE_OF_ONE_JOB;
+constexpr u32 kMinSplitByOneJob = VEXMOOR_MIN_SPLIT_BY_ONE_JOB;
+constexpr u32 kMaxInTwoPasses = std::min<u32>(CTwoDigitSort::kMaxCount, kMinSplitByOneJob - 1);
 
 // Outputs of different jobs meet at multiples of this many records, which keeps every worker's blocks whole and its
 // output at one alignment: eight records of any width are a multiple of 16 bytes.
 constexpr u32 kRecordsPerSeam = 8;
 
-// One job alone gains nothing over the sort without jobs.
 u64 CSortJobs::MemorySize(u32 recordCount, u32 maxJobCount)
 {
 	const u32 jobCount = CJobs::CountFor(recordCount, kMinRecordsPerJob, maxJobCount);
-	if (recordCount < kMinRecordCount || jobCount == 1)
+	if (recordCount < kMinRecordCount)
 		return 0;
-	return offsetof(SMemory, m_Counters) + u64(jobCount) * CSplitSort::kCountersPerJob * sizeof(u32);
+	const u64 counterCount = std::max<u64>(u64(jobCount) * CSplitSort::kCountersPerJob, CTwoDigitSort::kWordCount);
+	return offsetof(SMemory, m_Counters) + counterCount * sizeof(u32);
 }
 
 bool CSortJobs::MayShare(const void *workingBuffer, u32 recordCount)
@@ -94,7 +101,7 @@ private:
 
 bool CSortJobs::SortPoints()
 {
-	if (m_JobCount == 1 || !_PointsAreSound())
+	if (!_PaysForOneJob() || !_PointsAreSound())
 		return false;
 	if (m_Sorter.m_GeometryType == CSorter::GeometryConstant)
 		m_FilledCount = m_Sorter._ValidParticleCount(0, m_RecordCount);
@@ -128,7 +135,7 @@ void CSortJobs::_WritePoints(_Index *indices)
 	const u32 width = pattern.Count();
 	const u32 writeCount = std::min(m_RecordCount, m_Sorter.m_IndexCount / width);
 	const u32 skippedCount = CSorter::_FirstWrittenRecord(m_RecordCount, writeCount);
-	const SIndexAndDepth *const records = m_Sorted + skippedCount;
+	const SIndexAndDepth *const records = m_Split.Sorted() + skippedCount;
 	if (m_Sorter.m_GeometryType == CSorter::GeometryConstantAndIndexListAndQuadCenters)
 	{
 		VX_PROFILE_SCOPE_COLOR(
@@ -158,7 +165,7 @@ void CSortJobs::_WritePoints(_Index *indices)
 
 bool CSortJobs::SortTriangles()
 {
-	if (m_JobCount == 1 || !m_SortsTriangles || m_Sorter.m_IndexCount_fromBB % 3 != 0)
+	if (!_PaysForOneJob() || !m_SortsTriangles || m_Sorter.m_IndexCount_fromBB % 3 != 0)
 		return false;
 	if (m_Sorter.m_IndexType == CSorter::IndexTypeUint32)
 		return _SortTriangles(m_Sorter.m_OutIndices32.Data());
@@ -184,6 +191,7 @@ bool CSortJobs::_SortTriangles(_Index *indices)
 		else
 			_FillTriangles(triangles, m_Sorter.m_InSortKeys);
 		WriteMissingTriangles(m_Filled, triangles, m_FilledCount, m_RecordCount);
+		_EndTwoPasses();
 	}
 	{
 		VX_PROFILE_SCOPE_COLOR("Sort", CFloat3(0.2f, 0.08f, 0.9f));
@@ -197,10 +205,52 @@ bool CSortJobs::_SortTriangles(_Index *indices)
 	_SortAndWrite(skippedCount, writeCount, 0,
 		[&](u32 first, u32 count)
 		{
-			const CRecordList records(m_Sorted + skippedCount + first, count);
+			const CRecordList records(m_Split.Sorted() + skippedCount + first, count);
 			ApplyToTriangles(records, unsorted, indices + u64(first) * 3, count);
 		});
 	return true;
+}
+
+// One job alone.
+
+bool CSortJobs::_PaysForOneJob() const
+{
+	return m_JobCount != 1 || ((m_RecordCount <= kMaxInTwoPasses || m_RecordCount >= kMinSplitByOneJob) &&
+								  m_Sorter.m_InRenderedParticleCounts.Count() <= m_RecordCount / kMinPageSizeOfOneJob);
+}
+
+// Whether one job sorts all records as they are, in two passes or three.
+bool CSortJobs::_IsNotSplit() const
+{
+	return m_JobCount == 1 && m_RecordCount <= kMaxInTwoPasses;
+}
+
+// Looks at the keys of particles that have just been filled, each of which makes a number of records. Returns their
+// span. If the keys of the first page are not for two passes, nothing is counted: the first page stands for all pages,
+// and counting in vain would take a twelfth of the sort.
+SKeySpan CSortJobs::_LookAt(const SIndexAndDepth *particles, u32 count, u32 recordsPerParticle)
+{
+	if (_IsNotSplit() && !m_SortsInTwoPasses)
+		return {0, ~0u};
+	const SKeySpan span = SpanOf(particles, count);
+	if (particles == m_Filled && m_SortsInTwoPasses)
+	{
+		m_SortsInTwoPasses = CTwoDigitSort::IsFor(span, particles, count);
+		if (m_SortsInTwoPasses)
+			CTwoDigitSort(m_Memory->m_Counters).Begin();
+	}
+	if (m_SortsInTwoPasses)
+		CTwoDigitSort(m_Memory->m_Counters)
+			.Count(particles, m_Sorted + (particles - m_Filled), count, recordsPerParticle);
+	return span;
+}
+
+// Counts the records behind those that pages have filled.
+void CSortJobs::_EndTwoPasses()
+{
+	if (m_SortsInTwoPasses)
+		CTwoDigitSort(m_Memory->m_Counters)
+			.Count(m_Filled + m_FilledCount, m_Sorted + m_FilledCount, m_RecordCount - m_FilledCount, 1);
 }
 
 // What is checked first: that nothing of the sort has anything to report, nor reads beyond what it is given.
@@ -536,11 +586,13 @@ void CSortJobs::_FillPoints(const TPages<_Element> &pages, const _Camera &...cam
 		else
 			FillPart(records, source, offset, camera...,
 				CVertexBases_Sequence(page.m_FirstVertex + first * increment, increment));
-		return SpanOf(records.Data(), count);
+		return _LookAt(records.Data(), count, 1);
 	};
+	m_SortsInTwoPasses = _IsNotSplit();
 	m_Jobs.Run(m_JobCount, [&](u32 job) { _FillShare(job, fillPart); });
 	if (m_FilledCount != m_RecordCount)
 		FillFarRecords(CRecordList(m_Filled + m_FilledCount, m_RecordCount - m_FilledCount));
+	_EndTwoPasses();
 }
 
 // Warns of pages, reports them and enters their scopes, page by page as the sort without jobs does: each step is called
@@ -593,7 +645,7 @@ void CSortJobs::_FillTriangles(_Index *triangles, const TPages<_Element> &pages,
 		SIndexAndDepth *const particles = m_Filled + page.m_FirstRecord + first;
 		FillPart(CRecordList(particles, count), source, offset, camera...,
 			CVertexBases_Sequence(page.m_FirstVertex + first * vertexCount, vertexCount));
-		const SKeySpan span = SpanOf(particles, count);
+		const SKeySpan span = _LookAt(particles, count, recordsPerParticle);
 		CSorter::_ExpandByWidth(m_Sorter.m_IndexPatternCollection[page.m_Id], particles,
 			triangles + ureg(firstTriangle) * 3, count, stores);
 		for (u32 triangle = 0; triangle < recordsPerParticle; ++triangle)
@@ -601,6 +653,7 @@ void CSortJobs::_FillTriangles(_Index *triangles, const TPages<_Element> &pages,
 				firstTriangle + triangle, recordsPerParticle);
 		return span;
 	};
+	m_SortsInTwoPasses = _IsNotSplit();
 	m_Jobs.Run(m_JobCount, [&](u32 job) { _FillShare(job, fillPart); });
 }
 
@@ -613,7 +666,14 @@ void CSortJobs::_Split()
 		span = span.With(m_Shares[job].m_Span);
 	if (m_FilledCount != m_RecordCount)
 		span = span.With({SValueKey::kFar, SValueKey::kFar});
-	m_Split.Split(span);
+	if (m_JobCount != 1 || (!_IsNotSplit() && !CTwoDigitSort::ComeInRuns(m_Filled, m_RecordCount)))
+		return m_Split.Split(span);
+	m_SortsInTwoPasses = m_SortsInTwoPasses && CTwoDigitSort::IsFor(span, m_Filled, m_RecordCount);
+	if (m_SortsInTwoPasses)
+		CTwoDigitSort(m_Memory->m_Counters).Sort(m_Filled, m_Sorted, m_RecordCount, span);
+	else
+		Sort<SSortKeyExtractor_TriangleIndexAndDepth>(m_Filled, m_Filled + m_RecordCount, m_Sorted);
+	m_Split.TakeSorted(m_SortsInTwoPasses);
 }
 
 // Sorts the parts, and calls write(first, count) for each stretch of the output as soon as its records are sorted. The

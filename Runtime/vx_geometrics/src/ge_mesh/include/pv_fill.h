@@ -163,6 +163,8 @@ struct SFillKernels
 	TFillKernels<CVertexBases_List> m_List;
 	SCompactionKernels m_Compaction;
 	SQuadKernels m_Quads;
+	// Widens a span, from the lowest to the highest key, by the keys of records.
+	void (*m_WidenSpan)(const SIndexAndDepth *records, u32 count, u32 &lowest, u32 &highest);
 
 	const TFillKernels<CVertexBases_Sequence> &For(const CVertexBases_Sequence &) const { return m_Sequence; }
 	const TFillKernels<CVertexBases_List> &For(const CVertexBases_List &) const { return m_List; }

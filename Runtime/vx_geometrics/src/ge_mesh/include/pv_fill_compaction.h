@@ -8,6 +8,7 @@
 #include "pv_depth_keys.h"
 #include "pv_fill.h"
 #include "pv_fill_kernels.h"
+#include "pv_span_kernels.h"
 
 namespace Vexmoor
 {
@@ -151,6 +152,7 @@ constexpr SFillKernels kFillKernelsInLanes = {
 	kFillKernelsFor<CVertexBases_Sequence, _Widest, _Narrower...>,
 	kFillKernelsFor<CVertexBases_List, _Widest, _Narrower...>,
 	{&CompactByDistanceInLanes<_Widest>, &CompactByValueInLanes<_Widest>},
-	kQuadKernelsFor<typename _Widest::Gathering>
+      kQuadKernelsFor<typename _Widest::Gathering>,
+	&WidenSpanInLanes<typename _Widest::Gathering>
 };
 } // namespace Vexmoor

@@ -77,9 +77,9 @@ static VX_NOINLINE void WriteRecordsOfManyEnabled(const CRecordList &outList,
 	WriteRecordsByValue(outList, CompactSortValuesInLanes(outList, source, sortValues), vertexBases);
 }
 
-// The choice is made in the walk over pages. What is passed on is copied for the call alone, number by number: compilers
-// keep a view whose address is passed on in memory, for pages without disabled particles as well. For the same reason it
-// is one call, by a chosen address.
+// The choice is made in the walk over pages. What is passed on is copied for the call alone, number by number:
+// compilers keep a view whose address is passed on in memory, for pages without disabled particles as well. For the
+// same reason there is one call, by a chosen address, and not two.
 template<typename _SortValues, typename _VertexBases>
 static VX_INLINE void WriteRecordsOfEnabled(const CRecordList &outList,
 	const TStridedMemoryView<const typename _SortValues::Element> &source,

@@ -9,9 +9,21 @@
 
 #include <algorithm>
 
-// Tests make these small, so that small scenes are shared out and split too.
+// Tests make these small, so that small scenes are shared out and split too, and are too many for one job.
 #if !defined(VEXMOOR_MIN_RECORDS_PER_JOB)
 	#define VEXMOOR_MIN_RECORDS_PER_JOB 16384
+#endif
+#if !defined(VEXMOOR_MIN_RECORDS_OF_ONE_JOB)
+	#define VEXMOOR_MIN_RECORDS_OF_ONE_JOB 8000
+#endif
+#if !defined(VEXMOOR_MIN_PAGE_SIZE_OF_ONE_JOB)
+	#define VEXMOOR_MIN_PAGE_SIZE_OF_ONE_JOB 200
+#endif
+#if !defined(VEXMOOR_MIN_UPPER_BITS_OF_ONE_JOB)
+	#define VEXMOOR_MIN_UPPER_BITS_OF_ONE_JOB 10
+#endif
+#if !defined(VEXMOOR_MIN_SPLIT_BY_ONE_JOB)
+	#define VEXMOOR_MIN_SPLIT_BY_ONE_JOB 2000000
 #endif
 #if !defined(VEXMOOR_MIN_PART_SIZE)
 	#define VEXMOOR_MIN_PART_SIZE 2048

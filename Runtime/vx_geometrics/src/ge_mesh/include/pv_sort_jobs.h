@@ -82,6 +82,11 @@ private:
 		SKeySpan m_Span;       // of its records
 	};
 
+	bool _PaysForOneJob() const;
+	bool _IsNotSplit() const;
+	SKeySpan _LookAt(const SIndexAndDepth *particles, u32 count, u32 recordsPerParticle);
+	void _EndTwoPasses();
+
 	bool _PointsAreSound() const;
 	bool _QuadsAreSound() const;
 	bool _PagesAgree(u32 pageCount) const;
@@ -126,7 +131,8 @@ private:
 	SMemory *const m_Memory;
 	const bool m_SortsTriangles;
 	bool m_CutPageIsCompacted = false;
-	u32 m_FilledCount; // records that pages fill; those behind them are far ones
+	bool m_SortsInTwoPasses = false; // so far: known when all keys are
+	u32 m_FilledCount;               // records that pages fill; those behind them are far ones
 	SShare m_Shares[CJobs::kMaxCount + 1];
 	CSplitSort m_Split;
 };

@@ -9,11 +9,12 @@
 
 #include "ge_mesh_triangle_sorter.h"
 
-#include "simd/lanes.h"
 #include "vx_compiler.h"
 #include "vx_defs.h"
 
 #include "kr_sort_lanes.h"
+
+#include "pv_fill_groups.h"
 
 #include <algorithm>
 #include <cstring>
@@ -40,28 +41,11 @@ struct SKeySpan
 	}
 };
 
-// The span of the records' keys. Each lane keeps the lowest and the highest of its own keys.
+// The span of the records' keys.
 static inline SKeySpan SpanOf(const SIndexAndDepth *records, u32 count)
 {
-	typedef SLanesBase Lanes;
-	typedef Lanes::Register Register;
 	SKeySpan span;
-	Register lowest = Lanes::Splat(span.m_Lowest);
-	Register highest = Lanes::Splat(span.m_Highest);
-	const SIndexAndDepth *const end = records + count;
-	for (; end - records >= s32(Lanes::kLanes); records += Lanes::kLanes)
-	{
-		const Register keys = Lanes::LoadEvenLanes(reinterpret_cast<const u8 *>(records));
-		lowest = Lanes::Select(Lanes::LessUnsigned(keys, lowest), keys, lowest);
-		highest = Lanes::Select(Lanes::LessUnsigned(highest, keys), keys, highest);
-	}
-	u32 lowestOfLanes[Lanes::kLanes], highestOfLanes[Lanes::kLanes];
-	Lanes::Store(lowestOfLanes, lowest);
-	Lanes::Store(highestOfLanes, highest);
-	for (u32 lane = 0; lane < Lanes::kLanes; ++lane)
-		span = span.With({lowestOfLanes[lane], highestOfLanes[lane]});
-	for (; records != end; ++records)
-		span = span.With({records->m_Depth, records->m_Depth});
+	FillKernels().m_WidenSpan(records, count, span.m_Lowest, span.m_Highest);
 	return span;
 }
 

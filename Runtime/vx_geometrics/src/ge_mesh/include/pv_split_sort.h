@@ -96,6 +96,19 @@ public:
 	// Moves all records to their parts. The span contains their keys.
 	void Split(const SKeySpan &span) { _Split({0, m_RecordCount, span, true}, 0); }
 
+	// In place of Split: records are sorted already, and make one part.
+	void TakeSorted(bool inFilled)
+	{
+		m_Parts[m_PartCount++] = {
+			0, m_RecordCount, {0, 0},
+              inFilled
+        };
+		m_EndsInFilled = inFilled;
+	}
+
+	// Where the records of sorted parts are.
+	SIndexAndDepth *Sorted() const { return m_Arrays[m_EndsInFilled]; }
+
 	// The first part of a job's share. Shares are whole parts with about as many records each, so that what a job makes
 	// of its parts lies in one piece.
 	u32 FirstPartOfJob(u32 job) const
@@ -106,13 +119,13 @@ public:
 	}
 	u32 FirstRecordOfPart(u32 partId) const { return partId < m_PartCount ? m_Parts[partId].m_First : m_RecordCount; }
 
-	// Sorts a part. Its records end in the sorted array, whichever array they are in.
+	// Sorts a part, whichever array its records are in.
 	void SortPart(u32 partId, u32 job) const
 	{
 		const SSortPart &part = m_Parts[partId];
 		SIndexAndDepth *const records = m_Arrays[part.m_IsInFilled] + part.m_First;
 		SIndexAndDepth *const others = m_Arrays[!part.m_IsInFilled] + part.m_First;
-		SIndexAndDepth *const sorted = m_Arrays[0] + part.m_First;
+		SIndexAndDepth *const sorted = Sorted() + part.m_First;
 		const SIndexAndDepth *const result =
 			SortBySpan(records, others, part.m_Count, part.m_Span, _CountersOf(job), kCountersPerJob);
 		if (result != sorted)
@@ -153,6 +166,7 @@ private:
 	SLevel *const m_Levels;
 	u32 *const m_Counters;
 	u32 m_PartCount = 0;
+	bool m_EndsInFilled = false;
 };
 
 // Splits a part's records by leading digits, all jobs together, and what is still too large once more. A part whose

@@ -1,0 +1,42 @@
+#pragma once
+
+// The lowest and the highest key of some records, for lanes of any width. Nothing here reports. A file that includes
+// this has said before what it is compiled for.
+
+#include "simd/lanes_shared.h"
+
+#include "pv_fill.h"
+
+namespace Vexmoor
+{
+// Widens a span by the keys of records. Each lane keeps the lowest and the highest of its own keys.
+template<typename _Lanes>
+static void WidenSpanInLanes(const SIndexAndDepth *records, u32 count, u32 &lowest, u32 &highest)
+{
+	typedef typename _Lanes::Register Register;
+	constexpr u32 kLanes = _Lanes::kLanes;
+	Register lowestOfLanes = _Lanes::Splat(lowest);
+	Register highestOfLanes = _Lanes::Splat(highest);
+	for (; count >= kLanes; count -= kLanes)
+	{
+		const Register keys = _Lanes::LoadEvenLanes(reinterpret_cast<const u8 *>(records));
+		lowestOfLanes = _Lanes::Select(_Lanes::LessUnsigned(keys, lowestOfLanes), keys, lowestOfLanes);
+		highestOfLanes = _Lanes::Select(_Lanes::LessUnsigned(highestOfLanes, keys), keys, highestOfLanes);
+		records += kLanes;
+	}
+	u32 lows[kLanes], highs[kLanes];
+	_Lanes::Store(lows, lowestOfLanes);
+	_Lanes::Store(highs, highestOfLanes);
+	for (u32 lane = 0; lane < kLanes; ++lane)
+	{
+		lowest = lows[lane] < lowest ? lows[lane] : lowest;
+		highest = highs[lane] > highest ? highs[lane] : highest;
+	}
+	for (; count != 0; --count)
+	{
+		const u32 key = (records++)->m_Depth;
+		lowest = key < lowest ? key : lowest;
+		highest = key > highest ? key : highest;
+	}
+}
+} // namespace Vexmoor
