@@ -57,6 +57,8 @@ SOURCES_OF_HEADER = {
 	"kr_log_unique.h": ["log_unique_test"],
 	"kr_mem.h": ["scratch_memory_test"],
 	"kr_memoryviews.h": ["memory_views_test"],
+	"kr_views.h": ["views_test"],
+	"ge_mesh_pages.h": ["particle_pages_test"],
 	"kr_profiler.h": ["profiler_test"],
 	"kr_refptr.h": ["log_unique_test", "diagnostics_test"],
 	"kr_sort.h": ["quick_sort_test"],

@@ -1,7 +1,7 @@
 // Billboards by distance, the first sort to try: every particle draws the same quad, and the particle farthest from the
 // camera is drawn first.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 
@@ -23,15 +23,13 @@ int main()
 	std::vector<u32> indices(kCount * 6);
 
 	// All particles lie in one page, and an empty view of enabled bytes says that none is disabled.
-	const TStridedMemoryView<const CFloat3> page(positions, kCount, sizeof(CFloat3));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CPositionPage pages[] = {ViewOf(positions)};
 
 	u32 quad[] = {0, 1, 2, 0, 2, 3}; // relative to the particle's first vertex
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), kCount * 6), kCount * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(kCount), kCount, camera);
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), kCount * 4);
+	SetupInputPages(sorter, ViewOf(pages), camera);
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kCount));
 	Minimal::RequireValid(sorter, scratch);

@@ -6,7 +6,7 @@
 // particles. As a float it would be exact up to 2^24 only, so its bits are used as the bits of a float: positive floats
 // sort as their bits do.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 #include <cstring>
@@ -18,15 +18,13 @@ constexpr u32 kCount = 5;
 static std::vector<u32> SortByValues(const float (&values)[kCount])
 {
 	std::vector<u32> indices(kCount * 6);
-	const TStridedMemoryView<const float> page(values, kCount, sizeof(float));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CSortKeyPage pages[] = {ViewOf(values)};
 
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), kCount * 6), kCount * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(kCount), kCount);
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), kCount * 4);
+	SetupInputPages(sorter, ViewOf(pages));
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kCount));
 	Minimal::RequireValid(sorter, scratch);

@@ -2,7 +2,7 @@
 // memory. Drawn particles are numbered anew for every view, so an index list, filled while culling, keeps each at its
 // own vertices. The sort is by value, since culling leaves mixed pages: some lose particles and some do not.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 
@@ -33,22 +33,17 @@ int main()
 	}
 	const u32 seenCount = u32(firstVertices.size());
 
-	TStridedMemoryView<const float> valuePages[kPageCount];
-	TStridedMemoryView<const u8> enabledPages[kPageCount];
+	CSortKeyPage pages[kPageCount];
 	for (u32 page = 0; page < kPageCount; ++page)
-	{
-		valuePages[page] = TStridedMemoryView<const float>(&values[page * kPerPage], kPerPage, sizeof(float));
-		enabledPages[page] = TStridedMemoryView<const u8>(&enableds[page * kPerPage], kPerPage, 1);
-	}
+		pages[page] = {
+			ViewOf(&values[page * kPerPage], kPerPage), ViewOf(&enableds[page * kPerPage], kPerPage), seenCounts[page]};
 
 	std::vector<u32> indices(seenCount * 6);
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), seenCount * 6), kCount * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(valuePages, kPageCount, sizeof(valuePages[0])),
-		CTriangleSorter::CEnabledPages(enabledPages, kPageCount, sizeof(enabledPages[0])),
-		CTriangleSorter::CRenderedCounts(seenCounts, kPageCount, sizeof(u32)), seenCount);
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), TMemoryView<const u32>(firstVertices.data(), seenCount));
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), kCount * 4);
+	SetupInputPages(sorter, ViewOf(pages));
+	sorter.Setup_Geometry(ViewOf(quad), ViewOf(firstVertices));
 
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(seenCount));
 	Minimal::RequireValid(sorter, scratch);

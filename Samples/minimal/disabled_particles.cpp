@@ -3,7 +3,7 @@
 // vertices. All pages here have disabled particles, so positions give one order over them; mixed_pages.cpp shows what
 // to do if only some have.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 
@@ -11,7 +11,6 @@ using namespace Vexmoor;
 
 int main()
 {
-	constexpr u32 kPageCount = 2;
 	const CFloat3 positions0[] = {
 		{0, 0, 2 },
 		{0, 0, 50},
@@ -25,27 +24,20 @@ int main()
 	};
 	const u8 enableds0[] = {1, 0, 1, 1}; // drawn: 0, 1 and 2
 	const u8 enableds1[] = {1, 1, 0};    // drawn: 3 and 4
-	const u32 renderedCounts[kPageCount] = {3, 2};
 	constexpr u32 kRenderedCount = 5;
 	const CFloat3 camera(0, 0, 0);
 
-	const TStridedMemoryView<const CFloat3> positions[kPageCount] = {
-		{positions0, 4, sizeof(CFloat3)},
-		{positions1, 3, sizeof(CFloat3)},
-	};
-	const TStridedMemoryView<const u8> enableds[kPageCount] = {
-		{enableds0, 4, 1},
-		{enableds1, 3, 1},
+	const CPositionPage pages[] = {
+		{ViewOf(positions0), ViewOf(enableds0), 3},
+		{ViewOf(positions1), ViewOf(enableds1), 2},
 	};
 
 	std::vector<u32> indices(kRenderedCount * 6);
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), kRenderedCount * 6), kRenderedCount * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(positions, kPageCount, sizeof(positions[0])),
-		CTriangleSorter::CEnabledPages(enableds, kPageCount, sizeof(enableds[0])),
-		CTriangleSorter::CRenderedCounts(renderedCounts, kPageCount, sizeof(u32)), kRenderedCount, camera);
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), kRenderedCount * 4);
+	SetupInputPages(sorter, ViewOf(pages), camera);
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kRenderedCount));
 	Minimal::RequireValid(sorter, scratch);

@@ -2,7 +2,7 @@
 // of what they hide, and for blending under what is already drawn. The value is the squared distance: the lowest is the
 // nearest.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 
@@ -25,15 +25,13 @@ int main()
 		values[i] = Minimal::SquaredDistance(positions[i], camera);
 
 	std::vector<u32> indices(kCount * 6);
-	const TStridedMemoryView<const float> page(values, kCount, sizeof(float));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CSortKeyPage pages[] = {ViewOf(values)};
 
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), kCount * 6), kCount * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(kCount), kCount);
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), kCount * 4);
+	SetupInputPages(sorter, ViewOf(pages));
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kCount));
 	Minimal::RequireValid(sorter, scratch);

@@ -2,7 +2,7 @@
 // {0} with one vertex per particle writes one number for each particle, a sixth of the indices of quads. A shader reads
 // entry i of the list for instance i, or for vertices 4 i to 4 i + 3.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 
@@ -15,15 +15,13 @@ int main()
 	const CFloat3 camera(0, 0, -30);
 
 	std::vector<u32> list(kCount);
-	const TStridedMemoryView<const CFloat3> page(positions.data(), kCount, sizeof(CFloat3));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CPositionPage pages[] = {ViewOf(positions)};
 
 	u32 pattern[] = {0};
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(list.data(), kCount), kCount);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(kCount), kCount, camera);
-	sorter.Setup_Geometry(TMemoryView<u32>(pattern, 1), 1);
+	sorter.Setup_OutputIndexBuffer(ViewOf(list), kCount);
+	SetupInputPages(sorter, ViewOf(pages), camera);
+	sorter.Setup_Geometry(ViewOf(pattern), 1);
 
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kCount));
 	Minimal::RequireValid(sorter, scratch);

@@ -1,7 +1,7 @@
 // Many sorters on a job system: a frame's draw calls are sorted side by side, here with oneTBB. A sort runs on the
 // thread that calls it, and sorters share nothing. Each draw call has a sorter, and each thread keeps a working buffer.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 #include <tbb/enumerable_thread_specific.h>
@@ -19,14 +19,12 @@ struct SDrawCall
 static void Sort(SDrawCall &drawCall, const CFloat3 &camera, std::vector<u8> &scratch)
 {
 	const u32 count = u32(drawCall.m_Positions.size());
-	const TStridedMemoryView<const CFloat3> page(drawCall.m_Positions.data(), count, sizeof(CFloat3));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CPositionPage pages[] = {ViewOf(drawCall.m_Positions)};
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 	CTriangleSorter &sorter = drawCall.m_Sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(drawCall.m_Indices.data(), count * 6), count * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(count), count, camera);
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(drawCall.m_Indices), count * 4);
+	SetupInputPages(sorter, ViewOf(pages), camera);
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 
 	const u32 scratchSize = CTriangleSorter::GetAutogenIndicesWorkingBufferSize(count);
 	if (scratch.size() < scratchSize)

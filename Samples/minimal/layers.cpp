@@ -9,7 +9,7 @@
 // The other way is a call for each layer, into its part of the indices, with the distance in full and with render
 // states of its own.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 #include <cstring>
@@ -34,14 +34,12 @@ static void Sort(const std::vector<float> &values, const std::vector<u32> &first
 {
 	const u32 count = u32(values.size());
 	std::vector<u32> sorted(count * 6);
-	const TStridedMemoryView<const float> page(values.data(), count, sizeof(float));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CSortKeyPage pages[] = {ViewOf(values)};
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(sorted.data(), count * 6), kCount * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(count), count);
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), TMemoryView<const u32>(firstVertices.data(), count));
+	sorter.Setup_OutputIndexBuffer(ViewOf(sorted), kCount * 4);
+	SetupInputPages(sorter, ViewOf(pages));
+	sorter.Setup_Geometry(ViewOf(quad), ViewOf(firstVertices));
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(count));
 	Minimal::RequireValid(sorter, scratch);
 	sorter.SortPoints_AutogenIndices(scratch.data());

@@ -5,6 +5,7 @@
 #include "ge_mesh_triangle_sorter.h"
 
 #include "kr_sort.h"
+#include "kr_views.h"
 
 #include "minimal.h"
 #include <cmath>
@@ -46,13 +47,11 @@ int main()
 	const TMemoryView<SIndexAndDepth> records =
 		CTriangleSorter::WorkingBuffer_SortedTris(scratch.data(), indexCount, 1);
 	const TMemoryView<SIndexAndDepth> sorted = CTriangleSorter::WorkingBuffer_SortedTris(scratch.data(), indexCount, 0);
-	const TStridedMemoryView<const CFloat3> middlesView(middles.data(), triangleCount, sizeof(CFloat3));
-	CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(records, middlesView, camera, {}, 0, 1);
+	CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(records, ViewOf(middles), camera, {}, 0, 1);
 	Sort<SSortKeyExtractor_TriangleIndexAndDepth>(records.Begin(), records.End(), sorted.Begin());
 
 	std::vector<u32> indices(indexCount);
-	CTriangleSorter::ApplySortingIndirectionsListTriangles(
-		sorted, TMemoryView<const u32>(meshIndices.data(), indexCount), indices.data(), triangleCount);
+	CTriangleSorter::ApplySortingIndirectionsListTriangles(sorted, ViewOf(meshIndices), indices.data(), triangleCount);
 
 	std::vector<u32> drawn;
 	for (u32 i = 0; i < triangleCount; ++i)

@@ -2,7 +2,7 @@
 // ones. It loses an even number of them. If the shortfall is odd, the very nearest is lost as well, and one more of the
 // far ones is drawn. So if it is odd, give the output room for one particle more, and draw from the second one on.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 #include <algorithm>
@@ -13,14 +13,12 @@ using namespace Vexmoor;
 static void Sort(const std::vector<CFloat3> &positions, std::vector<u32> &indices)
 {
 	const u32 count = u32(positions.size());
-	const TStridedMemoryView<const CFloat3> page(positions.data(), count, sizeof(CFloat3));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CPositionPage pages[] = {ViewOf(positions)};
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), u32(indices.size())), count * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(count), count, CFloat3(0, 0, 0));
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), count * 4);
+	SetupInputPages(sorter, ViewOf(pages), CFloat3(0, 0, 0));
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(count));
 	const u32 violationCount = ValidateSort(sorter, scratch.data(), scratch.size(), null, null); // it advises more room
 	Minimal::Require(violationCount == 0, "the sort breaks a rule.");

@@ -3,7 +3,7 @@
 // A slot holds its particles together with its indices, because the indices number these particles and no later ones.
 // So the picture is whole and in order, one frame late.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 #include <cmath>
@@ -25,14 +25,12 @@ struct SSlot
 
 static void Sort(SSlot &slot)
 {
-	const TStridedMemoryView<const CFloat3> page(slot.m_Positions.data(), kCount, sizeof(CFloat3));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CPositionPage pages[] = {ViewOf(slot.m_Positions)};
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 	CTriangleSorter &sorter = slot.m_Sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(slot.m_Indices.data(), kCount * 6), kCount * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(kCount), kCount, slot.m_Camera);
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(slot.m_Indices), kCount * 4);
+	SetupInputPages(sorter, ViewOf(pages), slot.m_Camera);
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 	Minimal::RequireValid(sorter, slot.m_Scratch);
 	sorter.SortPoints_AutogenIndices(slot.m_Scratch.data());
 }

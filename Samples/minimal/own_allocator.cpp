@@ -2,7 +2,7 @@
 // given no working buffer. A point sort then takes eight times the size that the buffer needs, so it is better to give
 // it one.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "kr_mem.h"
 
@@ -53,15 +53,13 @@ int main()
 
 	constexpr u32 kCount = 1000;
 	const std::vector<CFloat3> positions = Minimal::ScatteredPoints(kCount, 1);
-	const TStridedMemoryView<const CFloat3> page(positions.data(), kCount, sizeof(CFloat3));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CPositionPage pages[] = {ViewOf(positions)};
 	std::vector<u32> indices(kCount * 6);
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), kCount * 6), kCount * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(kCount), kCount, CFloat3(0, 0, 0));
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), kCount * 4);
+	SetupInputPages(sorter, ViewOf(pages), CFloat3(0, 0, 0));
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kCount));
 	Minimal::RequireValid(sorter, scratch);

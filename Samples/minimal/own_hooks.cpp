@@ -1,7 +1,7 @@
 // Assertions and warnings in the host's own log. Builds with assertions report broken rules; every build warns of slow
 // paths. The host's handlers decide what becomes of them. Without handlers, each is a line on stderr.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "vx_assert.h"
 
@@ -39,8 +39,7 @@ int main()
 		{0, 0, 2},
 		{0, 0, 3},
 	};
-	const TStridedMemoryView<const CFloat3> page(positions, kCount, sizeof(CFloat3));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CPositionPage pages[] = {ViewOf(positions)};
 	std::vector<u32> indices(1 + kCount * 6);
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kCount));
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
@@ -52,10 +51,9 @@ int main()
 
 	// A slow path: the output does not start at a multiple of 16 bytes. The result is the same, and it is said once.
 	log.clear();
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data() + 1, kCount * 6), kCount * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(kCount), kCount, CFloat3(0, 0, 0));
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices.data() + 1, kCount * 6), kCount * 4);
+	SetupInputPages(sorter, ViewOf(pages), CFloat3(0, 0, 0));
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 	for (u32 frame = 0; frame < 3; ++frame)
 		sorter.SortPoints_AutogenIndices(scratch.data());
 	for (const std::string &line : log)

@@ -2,7 +2,7 @@
 // one thread, so a profiler that pushes and pops zones can take them as they are. A host without a profiler can use
 // Profiler::CTraceRecorder of kr_profiler_recorder.h.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "kr_profiler.h"
 
@@ -65,17 +65,15 @@ int main()
 		{0, 0, 2},
 		{0, 0, 3},
 	};
-	const TStridedMemoryView<const CFloat3> page(positions, kCount, sizeof(CFloat3));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CPositionPage pages[] = {ViewOf(positions)};
 	std::vector<u32> indices(kCount * 6);
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kCount));
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), kCount * 6), kCount * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(kCount), kCount, CFloat3(0, 0, 0));
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), kCount * 4);
+	SetupInputPages(sorter, ViewOf(pages), CFloat3(0, 0, 0));
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 	Minimal::RequireValid(sorter, scratch);
 	{
 		VX_PROFILE_SCOPE("Particles"); // a scope of the host's, through the same hook

@@ -3,7 +3,7 @@
 // distances, and a uniform scale multiplies them. So the values 0 - scale^2 * squared local distance give one order
 // over all pages.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 #include <cmath>
@@ -60,20 +60,16 @@ int main()
 			values.push_back(0.0f - squaredScale * Minimal::SquaredDistance(local, localCamera));
 		}
 	}
-	TStridedMemoryView<const float> pages[kPageCount];
+	CSortKeyPage pages[kPageCount];
 	for (u32 page = 0; page < kPageCount; ++page)
-		pages[page] = TStridedMemoryView<const float>(&values[page * kPerPage], kPerPage, sizeof(float));
-	const TStridedMemoryView<const u8> noneDisabled[kPageCount];
-	const u32 counts[kPageCount] = {kPerPage, kPerPage, kPerPage};
+		pages[page] = ViewOf(&values[page * kPerPage], kPerPage);
 
 	std::vector<u32> indices(kCount * 6);
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), kCount * 6), kCount * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(pages, kPageCount, sizeof(pages[0])),
-		CTriangleSorter::CEnabledPages(noneDisabled, kPageCount, sizeof(noneDisabled[0])),
-		CTriangleSorter::CRenderedCounts(counts, kPageCount, sizeof(u32)), kCount);
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), kCount * 4);
+	SetupInputPages(sorter, ViewOf(pages));
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kCount));
 	Minimal::RequireValid(sorter, scratch);

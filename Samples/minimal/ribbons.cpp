@@ -2,7 +2,7 @@
 // the vertices between them. A list gives the first vertex of each segment, and the segments of all ribbons are sorted
 // together by their middles.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 
@@ -35,15 +35,13 @@ int main()
 
 	const u32 segmentCount = u32(middles.size());
 	std::vector<u32> indices(segmentCount * 6);
-	const TStridedMemoryView<const CFloat3> page(middles.data(), segmentCount, sizeof(CFloat3));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CPositionPage pages[] = {ViewOf(middles)};
 
 	u32 segment[] = {0, 1, 2, 2, 1, 3}; // from two vertices to the next two
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), segmentCount * 6), vertexCount);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(segmentCount), segmentCount, camera);
-	sorter.Setup_Geometry(TMemoryView<u32>(segment, 6), TMemoryView<const u32>(firstVertices.data(), segmentCount));
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), vertexCount);
+	SetupInputPages(sorter, ViewOf(pages), camera);
+	sorter.Setup_Geometry(ViewOf(segment), ViewOf(firstVertices));
 
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(segmentCount));
 	Minimal::RequireValid(sorter, scratch);

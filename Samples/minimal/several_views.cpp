@@ -2,7 +2,7 @@
 // Sorts only read the particles, so all views share the pages. Each view has a sorter, a working buffer and an index
 // buffer of its own.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 #include <thread>
@@ -17,18 +17,14 @@ struct SView
 	CTriangleSorter m_Sorter;
 };
 
-static void Sort(SView &view,
-	const CTriangleSorter::CPositionPages &positions,
-	const CTriangleSorter::CEnabledPages &enableds,
-	const CTriangleSorter::CRenderedCounts &counts,
-	u32 count)
+static void Sort(SView &view, const TMemoryView<const CPositionPage> &pages)
 {
+	const u32 count = SetupInputPages(view.m_Sorter, pages, view.m_Camera);
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 	view.m_Indices.resize(count * 6);
 	view.m_Scratch.resize(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(count));
-	view.m_Sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(view.m_Indices.data(), count * 6), count * 4);
-	view.m_Sorter.Setup_InputPageCache(positions, enableds, counts, count, view.m_Camera);
-	view.m_Sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	view.m_Sorter.Setup_OutputIndexBuffer(ViewOf(view.m_Indices), count * 4);
+	view.m_Sorter.Setup_Geometry(ViewOf(quad), 4);
 	Minimal::RequireValid(view.m_Sorter, view.m_Scratch);
 	view.m_Sorter.SortPoints_AutogenIndices(view.m_Scratch.data());
 }
@@ -38,14 +34,9 @@ int main()
 	constexpr u32 kPageCount = 3;
 	constexpr u32 kPerPage = 300;
 	const std::vector<CFloat3> points = Minimal::ScatteredPoints(kPageCount * kPerPage, 1);
-	TStridedMemoryView<const CFloat3> pages[kPageCount];
+	CPositionPage pages[kPageCount];
 	for (u32 page = 0; page < kPageCount; ++page)
-		pages[page] = TStridedMemoryView<const CFloat3>(&points[page * kPerPage], kPerPage, sizeof(CFloat3));
-	const TStridedMemoryView<const u8> noneDisabled[kPageCount];
-	const u32 renderedCounts[kPageCount] = {kPerPage, kPerPage, kPerPage};
-	const CTriangleSorter::CPositionPages positions(pages, kPageCount, sizeof(pages[0]));
-	const CTriangleSorter::CEnabledPages enableds(noneDisabled, kPageCount, sizeof(noneDisabled[0]));
-	const CTriangleSorter::CRenderedCounts counts(renderedCounts, kPageCount, sizeof(u32));
+		pages[page] = ViewOf(&points[page * kPerPage], kPerPage);
 
 	SView views[4];
 	const CFloat3 cameras[] = {CFloat3(0, 0, -30), CFloat3(0, 0, 30), CFloat3(30, 0, 0), CFloat3(0, 30, 0)};
@@ -53,7 +44,7 @@ int main()
 	for (u32 i = 0; i < 4; ++i)
 	{
 		views[i].m_Camera = cameras[i];
-		threads.emplace_back([&, i] { Sort(views[i], positions, enableds, counts, kPageCount * kPerPage); });
+		threads.emplace_back([&, i] { Sort(views[i], ViewOf(pages)); });
 	}
 	for (std::thread &thread : threads)
 		thread.join();

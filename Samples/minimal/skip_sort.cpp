@@ -12,7 +12,7 @@
 // distances that are sorted. These are rounded, but by little: a distance between 10^-15 and 10^15 is off by less than
 // its 2^-21th part.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 #include <algorithm>
@@ -29,14 +29,12 @@ static std::vector<u32> Sort(const std::vector<CFloat3> &positions, const CFloat
 {
 	const u32 count = u32(positions.size());
 	std::vector<u32> indices(count * 6);
-	const TStridedMemoryView<const CFloat3> page(positions.data(), count, sizeof(CFloat3));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CPositionPage pages[] = {ViewOf(positions)};
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), count * 6), count * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(count), count, camera);
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), count * 4);
+	SetupInputPages(sorter, ViewOf(pages), camera);
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(count));
 	Minimal::RequireValid(sorter, scratch);
 	sorter.SortPoints_AutogenIndices(scratch.data());

@@ -1,7 +1,7 @@
 // One large draw call on many cores, with a thread pool that the host has anyway. The sorter hands jobs to a function
 // of the host's, and the indices are the same whatever the number of threads. A sort of few particles runs no jobs.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 #include <condition_variable>
@@ -92,16 +92,14 @@ int main()
 	constexpr u32 kCount = 300000;
 	const std::vector<CFloat3> positions = Minimal::ScatteredPoints(kCount, 1);
 	const CFloat3 camera(0, 0, -30);
-	const TStridedMemoryView<const CFloat3> page(positions.data(), kCount, sizeof(CFloat3));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CPositionPage pages[] = {ViewOf(positions)};
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 	std::vector<u32> indices(kCount * 6);
 
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), kCount * 6), kCount * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(kCount), kCount, camera);
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), kCount * 4);
+	SetupInputPages(sorter, ViewOf(pages), camera);
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 
 	// Jobs take a little more scratch memory.
 	std::vector<u8> scratch(CTriangleSorter::GetJobsWorkingBufferSize(kCount, jobs.m_MaxJobCount));

@@ -1,7 +1,7 @@
 // One large draw call on a job system, here oneTBB. It needs one function, which runs jobs and returns when all have
 // returned. Small draw calls are better sorted side by side (job_system.cpp).
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 #include <tbb/parallel_for.h>
@@ -28,16 +28,14 @@ int main()
 	std::vector<float> ages(kCount);
 	for (u32 i = 0; i < kCount; ++i)
 		ages[i] = float(i * 7919u % kCount);
-	const TStridedMemoryView<const float> page(ages.data(), kCount, sizeof(float));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CSortKeyPage pages[] = {ViewOf(ages)};
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 	std::vector<u32> indices(kCount * 6);
 
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), kCount * 6), kCount * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(kCount), kCount);
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), kCount * 4);
+	SetupInputPages(sorter, ViewOf(pages));
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 
 	std::vector<u8> scratch(CTriangleSorter::GetJobsWorkingBufferSize(kCount, jobs.m_MaxJobCount));
 	sorter.SortPoints_AutogenIndices(scratch.data(), scratch.size(), jobs);

@@ -3,7 +3,7 @@
 // here: triangle t has the vertices 3 t to 3 t + 2. (Triangles that cut through each other have no right order even
 // then.)
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 
@@ -41,15 +41,13 @@ int main()
 	}
 
 	std::vector<u32> indices(kTriangles * 3);
-	const TStridedMemoryView<const CFloat3> page(middles.data(), kTriangles, sizeof(CFloat3));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CPositionPage pages[] = {ViewOf(middles)};
 
 	u32 triangle[] = {0, 1, 2};
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), kTriangles * 3), kTriangles * 3);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(kTriangles), kTriangles, camera);
-	sorter.Setup_Geometry(TMemoryView<u32>(triangle, 3), 3);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), kTriangles * 3);
+	SetupInputPages(sorter, ViewOf(pages), camera);
+	sorter.Setup_Geometry(ViewOf(triangle), 3);
 
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kTriangles));
 	Minimal::RequireValid(sorter, scratch);

@@ -2,7 +2,7 @@
 // sorted by its particle's distance, so particles of all pages are in one order. triangle_depth.cpp shows how to sort
 // triangles by their own depth.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 
@@ -22,29 +22,20 @@ int main()
 	};
 	const CFloat3 camera(0, 0, 0);
 
-	const TStridedMemoryView<const CFloat3> positions[kPageCount] = {
-		{tetrahedra, 2, sizeof(CFloat3)},
-		{quads,      3, sizeof(CFloat3)},
-	};
-	const TStridedMemoryView<const u8> noneDisabled[kPageCount];
-	const u32 renderedCounts[kPageCount] = {2, 3};
+	const CPositionPage pages[kPageCount] = {ViewOf(tetrahedra), ViewOf(quads)};
 
 	u32 tetrahedron[] = {0, 1, 2, 0, 2, 3, 0, 3, 1, 1, 3, 2};
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
-	const CTriangleSorter::CIndexPattern patterns[kPageCount] = {
-		TMemoryView<u32>(tetrahedron, 12), TMemoryView<u32>(quad, 6)};
+	const CTriangleSorter::CIndexPattern patterns[kPageCount] = {ViewOf(tetrahedron), ViewOf(quad)};
 	const u32 verticesPerParticle[kPageCount] = {4, 4};
 	constexpr u32 kIndexCount = 2 * 12 + 3 * 6;
 	constexpr u32 kVertexCount = 2 * 4 + 3 * 4; // page after page
 
 	std::vector<u32> indices(kIndexCount);
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), kIndexCount), kVertexCount);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(positions, kPageCount, sizeof(positions[0])),
-		CTriangleSorter::CEnabledPages(noneDisabled, kPageCount, sizeof(noneDisabled[0])),
-		CTriangleSorter::CRenderedCounts(renderedCounts, kPageCount, sizeof(u32)), 2 + 3, camera);
-	sorter.Setup_Geometry(TMemoryView<const CTriangleSorter::CIndexPattern>(patterns, kPageCount),
-		TMemoryView<const u32>(verticesPerParticle, kPageCount), kIndexCount);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), kVertexCount);
+	SetupInputPages(sorter, ViewOf(pages), camera);
+	sorter.Setup_Geometry(ViewOf(patterns), ViewOf(verticesPerParticle), kIndexCount);
 
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(kIndexCount));
 	Minimal::RequireValid(sorter, scratch);

@@ -1,7 +1,7 @@
 // Tubes: particles of several quads that cover each other. The particles are sorted, and inside each particle its
 // quads, by the quads' centres. This is the slowest of the sorts, and warns once. A particle has at most 15 quads.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 #include <algorithm>
@@ -46,16 +46,12 @@ int main()
 	}
 
 	std::vector<u32> indices(kCount * kIndices);
-	const TStridedMemoryView<const CFloat3> page(positions, kCount, sizeof(CFloat3));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CPositionPage pages[] = {ViewOf(positions)};
 
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), kCount * kIndices), kCount * kVertices);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(kCount), kCount, camera);
-	sorter.Setup_Geometry(TMemoryView<u32>(pattern.data(), kIndices),
-		TMemoryView<const u32>(firstVertices.data(), kCount), TMemoryView<const CFloat4>(centres.data(), kCentreSlots),
-		kVertices);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), kCount * kVertices);
+	SetupInputPages(sorter, ViewOf(pages), camera);
+	sorter.Setup_Geometry(ViewOf(pattern), ViewOf(firstVertices), ViewOf(centres), kVertices);
 
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kCount));
 	Minimal::RequireValid(sorter, scratch);

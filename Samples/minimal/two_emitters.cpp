@@ -2,7 +2,7 @@
 // one call, one emitter's after the other's, and their vertices into one buffer in the same order. If the emitters need
 // render states of their own, the sorted indices are cut into runs of one emitter, with a draw call for each run.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 
@@ -23,32 +23,21 @@ int main()
 	};
 	const CFloat3 camera(0, 0, 0);
 
-	TStridedMemoryView<const CFloat3> pages[kEmitterCount];
-	u32 counts[kEmitterCount];
-	u32 count = 0;
-	for (u32 i = 0; i < kEmitterCount; ++i)
-	{
-		counts[i] = u32(emitters[i].m_Positions.size());
-		pages[i] = TStridedMemoryView<const CFloat3>(emitters[i].m_Positions.data(), counts[i], sizeof(CFloat3));
-		count += counts[i];
-	}
-	const TStridedMemoryView<const u8> noneDisabled[kEmitterCount];
+	const CPositionPage pages[kEmitterCount] = {ViewOf(emitters[0].m_Positions), ViewOf(emitters[1].m_Positions)};
 
+	CTriangleSorter sorter;
+	const u32 count = SetupInputPages(sorter, ViewOf(pages), camera);
 	std::vector<u32> indices(count * 6);
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
-	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), count * 6), count * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(pages, kEmitterCount, sizeof(pages[0])),
-		CTriangleSorter::CEnabledPages(noneDisabled, kEmitterCount, sizeof(noneDisabled[0])),
-		CTriangleSorter::CRenderedCounts(counts, kEmitterCount, sizeof(u32)), count, camera);
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), count * 4);
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(count));
 	Minimal::RequireValid(sorter, scratch);
 	sorter.SortPoints_AutogenIndices(scratch.data());
 
 	const std::vector<u32> drawn = Minimal::DrawnParticles(indices, 6, 4);
-	const auto emitterOf = [&counts](u32 particle) { return particle < counts[0] ? 0 : 1; };
+	const auto emitterOf = [&pages](u32 particle) { return particle < pages[0].m_RenderedCount ? 0 : 1; };
 	u32 drawCallCount = 0;
 	for (u32 first = 0, end; first < count; first = end)
 	{

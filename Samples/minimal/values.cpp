@@ -2,7 +2,7 @@
 // particle, and the lowest is drawn first. Here sparks fly inside smoke, and are sorted as if they were 2 nearer than
 // they are, so that the smoke around them does not cover them.
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "minimal.h"
 #include <cmath>
@@ -36,15 +36,13 @@ int main()
 	}
 
 	std::vector<u32> indices(kCount * 6);
-	const TStridedMemoryView<const float> page(values, kCount, sizeof(float));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CSortKeyPage pages[] = {ViewOf(values)};
 
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(indices.data(), kCount * 6), kCount * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CSortKeyPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(kCount), kCount);
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(indices), kCount * 4);
+	SetupInputPages(sorter, ViewOf(pages));
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kCount));
 	Minimal::RequireValid(sorter, scratch);

@@ -4,7 +4,7 @@
 //
 //   minimal_vulkan_billboards [PICTURE.png]
 
-#include "ge_mesh_triangle_sorter.h"
+#include "ge_mesh_pages.h"
 
 #include "billboard_frag.h"
 #include "billboard_vert.h"
@@ -75,15 +75,12 @@ static void WriteVertices(const std::vector<SSprite> &sprites, Minimal::SVulkanV
 static void SortInto(
 	const Minimal::SMappedBuffer &indexBuffer, const std::vector<CFloat3> &positions, const CFloat3 &camera)
 {
-	const TMemoryView<u32> indices(static_cast<u32 *>(indexBuffer.m_Data), kCount * 6);
-	const TStridedMemoryView<const CFloat3> page(positions.data(), kCount, sizeof(CFloat3));
-	const TStridedMemoryView<const u8> noneDisabled;
+	const CPositionPage pages[] = {ViewOf(positions)};
 	u32 quad[] = {0, 1, 2, 0, 2, 3};
 	CTriangleSorter sorter;
-	sorter.Setup_OutputIndexBuffer(indices, kCount * 4);
-	sorter.Setup_InputPageCache(CTriangleSorter::CPositionPages(page), CTriangleSorter::CEnabledPages(noneDisabled),
-		CTriangleSorter::CRenderedCounts(kCount), kCount, camera);
-	sorter.Setup_Geometry(TMemoryView<u32>(quad, 6), 4);
+	sorter.Setup_OutputIndexBuffer(ViewOf(static_cast<u32 *>(indexBuffer.m_Data), kCount * 6), kCount * 4);
+	SetupInputPages(sorter, ViewOf(pages), camera);
+	sorter.Setup_Geometry(ViewOf(quad), 4);
 	std::vector<u8> scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(kCount));
 	Minimal::RequireValid(sorter, scratch);
 	sorter.SortPoints_AutogenIndices(scratch.data());

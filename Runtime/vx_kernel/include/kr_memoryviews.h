@@ -13,6 +13,15 @@
 
 namespace Vexmoor
 {
+/// True if a view of one _Element, made of an _Argument, would view a temporary: an argument that is one, or a number
+/// of another type, which is converted into one.
+template<typename _Argument, typename _Element>
+constexpr bool kIsOrBecomesTemporary =
+	std::is_same_v<std::remove_cv_t<std::remove_reference_t<_Argument>>, std::remove_cv_t<_Element>>
+		? !std::is_lvalue_reference_v<_Argument>
+		: std::is_arithmetic_v<_Element> && (std::is_arithmetic_v<std::remove_reference_t<_Argument>> ||
+												std::is_enum_v<std::remove_reference_t<_Argument>>);
+
 /// Elements next to each other. Counts and byte sizes are 32-bit.
 template<typename _Type>
 class VX_API_INLINE TMemoryView
@@ -28,6 +37,9 @@ public:
 		, m_Count(1)
 	{
 	}
+	/// A temporary is gone before the view is used. Give the element a name.
+	template<typename _Other, typename = std::enable_if_t<kIsOrBecomesTemporary<_Other &&, _Type>>>
+	explicit TMemoryView(_Other &&) = delete;
 	/// The count elements from data on.
 	TMemoryView(_Type *data, u32 count)
 		: m_Data(data)
@@ -127,6 +139,9 @@ public:
 		: TStridedMemoryView(&element, 1, ValueFootprintInBytes)
 	{
 	}
+	/// A temporary is gone before the view is used. Give the element a name.
+	template<typename _Other, typename = std::enable_if_t<kIsOrBecomesTemporary<_Other &&, _Type>>>
+	explicit TStridedMemoryView(_Other &&) = delete;
 	/// The count elements from data on, stride bytes apart. A stride is at least an element's size, or 0. Another one
 	/// is reported, and used all the same.
 	TStridedMemoryView(_Type *data, u32 count, u32 stride)
