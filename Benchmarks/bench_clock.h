@@ -10,8 +10,8 @@
 
 namespace VexmoorBench
 {
-/// The processor time of the calling thread, in seconds. What other processes take meanwhile is not in it. Reading it is a
-/// call into the system, 0.2 to 0.4 microseconds.
+/// The processor time of the calling thread, in seconds. What other processes take meanwhile is not in it. Reading it
+/// is a call into the system, 0.2 to 0.4 microseconds.
 inline double ThreadTime()
 {
 	timespec time;

@@ -1,6 +1,6 @@
-// Small draw calls whose code and data have left the caches, as between two passes of a renderer: twenty sorters of a few
-// particles each in rotation, and the caches swept before every draw call. The library and the loop that is written without
-// it take turns.
+// Small draw calls whose code and data have left the caches, as between two passes of a renderer: twenty sorters of a
+// few particles each in rotation, and the caches swept before every draw call. The library and the loop that is written
+// without it take turns.
 
 #include "bench_pairs.h"
 #include "bench_registry.h"
@@ -60,8 +60,8 @@ namespace
 		CBuffer<u8> m_Bytes{2 * _SecondCacheInBytes()};
 	};
 
-	// Functions of a cache line each, 256 KB together: more than a first cache of instructions holds, and more calls than the
-	// processor has targets of branches in its tables, without which it cannot fetch code ahead.
+	// Functions of a cache line each, 256 KB together: more than a first cache of instructions holds, and more calls
+	// than the processor has targets of branches in its tables, without which it cannot fetch code ahead.
 	constexpr u32 kFunctions = 4096;
 
 	template<u32 _Number>

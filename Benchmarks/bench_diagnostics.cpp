@@ -1,5 +1,5 @@
-// What diagnostics cost: assertions compiled in against compiled out, a profiler handler against none, and checked sorts
-// against bare ones.
+// What diagnostics cost: assertions compiled in against compiled out, a profiler handler against none, and checked
+// sorts against bare ones.
 
 #include "ge_mesh_sort_validation.h"
 
@@ -80,8 +80,8 @@ namespace
 			state.SkipWithError("not sorted");
 	}
 
-	// What a profiler's handler does at the least: the time and the scope go into a ring. Profilers read the processor's
-	// counter, which waits for nothing; the C library's clocks wait for what the stage before has loaded.
+	// What a profiler's handler does at the least: the time and the scope go into a ring. Profilers read the
+	// processor's counter, which waits for nothing; the C library's clocks wait for what the stage before has loaded.
 	struct SRing
 	{
 		struct SEvent

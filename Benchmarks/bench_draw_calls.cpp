@@ -213,8 +213,8 @@ namespace
 		DescribeIteration(state, 1, frame.m_ParticleCount);
 	}
 
-	// The same memory for both, and other cases' memory never between them. A turn is of several frames, so that a second
-	// thread that slept meanwhile is awake for most of its own.
+	// The same memory for both, and other cases' memory never between them. A turn is of several frames, so that a
+	// second thread that slept meanwhile is awake for most of its own.
 	void RunTwoThreadsInTurns(benchmark::State &state)
 	{
 		const CCountAllocations counting;

@@ -18,8 +18,8 @@ namespace
 	constexpr Cpu::EInstructionSet kWidest = Cpu::InstructionSet_Avx512;
 	constexpr u32 kFewestInTurns = 100000; // fewer are soon over, and a look at the clock counts
 
-	// The traffic of the fill and as little else as can be: of 12 bytes read and 8 written per particle, every byte read
-	// has a part in a byte written, so that no load can be left out. Ordinary stores, as in the fill.
+	// The traffic of the fill and as little else as can be: of 12 bytes read and 8 written per particle, every byte
+	// read has a part in a byte written, so that no load can be left out. Ordinary stores, as in the fill.
 	void MoveSameTraffic16(const u8 *in, u8 *out, u32 count)
 	{
 		for (u32 i = 0; i < count; i += 4)

@@ -1,7 +1,8 @@
 #pragma once
 
-// Memory that benchmarks sort in: cache-line aligned, touched before any clock starts, and deliberately misaligned where
-// a case asks for it. Every competitor gets its buffers from here, so page size and placement are the same for all.
+// Memory that benchmarks sort in: cache-line aligned, touched before any clock starts, and deliberately misaligned
+// where a case asks for it. Every competitor gets its buffers from here, so page size and placement are the same for
+// all.
 
 #include "vx_defs.h"
 
@@ -29,8 +30,8 @@ public:
 	explicit CBuffer(size_t count, size_t offsetInBytes = 0)
 		: m_Count(count)
 	{
-		// A line more than asked for, for the offset and for 16-byte loads at the last 12-byte position, and one to align in:
-		// blocks of aligned_alloc are hardly used again, and what repetitions free would add up to gigabytes.
+		// A line more than asked for, for the offset and for 16-byte loads at the last 12-byte position, and one to
+		// align in: blocks of aligned_alloc are hardly used again, and what repetitions free would add up to gigabytes.
 		const size_t sizeInBytes = (count * sizeof(_Type) / kCacheLineInBytes + 2) * kCacheLineInBytes;
 		size_t blockSizeInBytes = sizeInBytes + kCacheLineInBytes;
 		m_Block = std::malloc(blockSizeInBytes);

@@ -23,9 +23,9 @@ inline double Median(std::vector<double> values)
 	return *middle;
 }
 
-/// Lets plain and other, which give the seconds that their turn has taken, take turns, each first as often as the other, and
-/// sets two counters: "ratio", the median over the pairs of other's time over plain's, and "plain_ns", the median of
-/// plain's time.
+/// Lets plain and other, which give the seconds that their turn has taken, take turns, each first as often as the
+/// other, and sets two counters: "ratio", the median over the pairs of other's time over plain's, and "plain_ns", the
+/// median of plain's time.
 template<typename _Plain, typename _Other>
 void RunTimedPairs(
 	benchmark::State &state, const _Plain &plain, const _Other &other, u32 pairsPerIteration = kPairsPerIteration)

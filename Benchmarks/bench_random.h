@@ -1,7 +1,7 @@
 #pragma once
 
-// Random numbers for inputs. The distributions of the standard library differ from one implementation to the next; these
-// numbers are the same everywhere.
+// Random numbers for inputs. The distributions of the standard library differ from one implementation to the next;
+// these numbers are the same everywhere.
 
 #include "bench_inputs.h"
 

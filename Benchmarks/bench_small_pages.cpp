@@ -1,5 +1,5 @@
-// Small pages: sorts of thousands of pages of a few particles each, in turns with sorts of the same particles in pages of
-// 1,000. Both write the same indices, so the ratio is what small pages cost. Strides that warn do so once per page.
+// Small pages: sorts of thousands of pages of a few particles each, in turns with sorts of the same particles in pages
+// of 1,000. Both write the same indices, so the ratio is what small pages cost. Strides that warn do so once per page.
 
 #include "kr_log_unique.h"
 

@@ -1,5 +1,5 @@
-// How evenly the time of a sort grows with the number of records: every count from 2 to 256, at every lane width, and how
-// much more a record costs than in a sort of one record more or less.
+// How evenly the time of a sort grows with the number of records: every count from 2 to 256, at every lane width, and
+// how much more a record costs than in a sort of one record more or less.
 
 #include "kr_cpu.h"
 
@@ -47,8 +47,8 @@ namespace
 		return seconds / (double(inputs) * count);
 	}
 
-	// One iteration takes every count once, in another order each time. A count's time is the median over the iterations,
-	// of the mean over the kinds of keys.
+	// One iteration takes every count once, in another order each time. A count's time is the median over the
+	// iterations, of the mean over the kinds of keys.
 	void RunCounts(benchmark::State &state, Cpu::EInstructionSet instructionSet)
 	{
 		Cpu::SetMaxInstructionSet(instructionSet);

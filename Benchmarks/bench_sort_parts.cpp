@@ -121,8 +121,8 @@ namespace
 		DescribeIteration(state, batch, count);
 	}
 
-	// One pass, whose destinations are known. With the positions, the next one of its digit is stored with every record,
-	// which nothing waits for.
+	// One pass, whose destinations are known. With the positions, the next one of its digit is stored with every
+	// record, which nothing waits for.
 	template<u32 _Pass, bool _StoresPositions, bool _FetchesNextLine, typename _Counter>
 	void Move(const SIndexAndDepth *from,
 		SIndexAndDepth *to,
@@ -180,8 +180,8 @@ namespace
 		DescribeIteration(state, 1, count);
 	}
 
-	// A counter of each digit when they are counted, and in each pass the position that has been used and the record, all
-	// in lines of the first cache.
+	// A counter of each digit when they are counted, and in each pass the position that has been used and the record,
+	// all in lines of the first cache.
 	void RunStores(benchmark::State &state, EKeys keys, u32 count)
 	{
 		constexpr u32 kWords = 512;

@@ -10,8 +10,8 @@ namespace VexmoorBench
 {
 namespace
 {
-	// Sorted one after another between two looks at the clock: enough for the clock, little enough for the second cache,
-	// where the fill stage leaves the records of a sort of this size.
+	// Sorted one after another between two looks at the clock: enough for the clock, little enough for the second
+	// cache, where the fill stage leaves the records of a sort of this size.
 	constexpr u32 kBatchRecords = 1u << 15;
 
 	constexpr u32 kCounts[] = {8, 16, 32, 64, 109, 110, 256, 1000, 10000, 100000, 1000000, 4000000};

@@ -1,5 +1,6 @@
 // Whole sorts of triangles: pages of particles, each page with a mesh of its own, sorted triangle by triangle; against
-// distances beside triangle numbers, std::sort and a gather, and a loop that moves the same bytes and is told the order.
+// distances beside triangle numbers, std::sort and a gather, and a loop that moves the same bytes and is told the
+// order.
 
 #include "bench_inputs.h"
 #include "bench_moves.h"
@@ -157,8 +158,8 @@ namespace
 		std::vector<u32> m_Unsorted;
 	};
 
-	// Reads and writes what the sort does, where it does: a key for each position, unsorted indices and a record for each
-	// triangle, three moves of each record to known places, and the triangles gathered.
+	// Reads and writes what the sort does, where it does: a key for each position, unsorted indices and a record for
+	// each triangle, three moves of each record to known places, and the triangles gathered.
 	class CSameTraffic
 	{
 	public:

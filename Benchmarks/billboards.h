@@ -219,8 +219,8 @@ private:
 	Ogre::RadixSort<CPointerVector<SBillboard *>, SBillboard *, float> m_Sorter;
 };
 
-/// Common practice: whole particle structures are sorted by a distance stored in them. They are in emission order before
-/// each sort; putting them there again is not in the time.
+/// Common practice: whole particle structures are sorted by a distance stored in them. They are in emission order
+/// before each sort; putting them there again is not in the time.
 template<typename _Index>
 class CStructureBillboards
 {

@@ -146,7 +146,8 @@ def frame_goals(results):
 	yield ("draw calls, allocations in a frame", "one thread", 500, AT_MOST, 0,
 		frame.counters["allocations"][2] if frame else None)
 	threads = results.turns("draw_calls", "pairs", "vexmoor_two_threads", 500)
-	yield "draw calls, ahead of one thread", "two threads", 500, AT_LEAST, TWO_CORES_GOAL, 1 / threads if threads else None
+	ahead = 1 / threads if threads else None
+	yield "draw calls, ahead of one thread", "two threads", 500, AT_LEAST, TWO_CORES_GOAL, ahead
 	for shape in SHAPES:
 		for size, goal in JOBS_GOALS.items():
 			two_cores = results.turns("jobs", shape, "one_core", size)
@@ -155,7 +156,8 @@ def frame_goals(results):
 		for who in results.values(2, stage="jobs", what=shape):
 			if who != "one_core":
 				ratio = results.turns("jobs", shape, who, JOBS_PEERS_SIZE)
-				yield f"one draw call on two cores, ahead of {who}", shape, JOBS_PEERS_SIZE, AT_LEAST, JOBS_PEERS_GOAL, ratio
+				title = f"one draw call on two cores, ahead of {who}"
+				yield title, shape, JOBS_PEERS_SIZE, AT_LEAST, JOBS_PEERS_GOAL, ratio
 	handler = results.turns("diagnostics", "profiler_handler", "pairs", 10000)
 	yield "profiler handler, over without", "assertions off", 10000, AT_MOST, HANDLER_GOAL, handler
 
@@ -175,7 +177,9 @@ def goal_lines(of_processors):
 	rows = [
 		(goal.title, goal.what, size_name(goal.size), f"{goal.value:.3g}", f"{goal.bound} {goal.goal:g}",
 			f"{'kept' if goal.kept else 'MISSED'} on {processor}")
-		for kept in (True, False) for processor, of_processor in of_processors for goal in of_processor if goal.kept == kept
+		for kept in (True, False)
+		for processor, of_processor in of_processors
+		for goal in of_processor if goal.kept == kept
 	]
 	head = ("goal", "of", "count", "measured", "held to", "")
 	widths = [max(len(row[column]) for row in [head, *rows]) for column in range(len(head))]

@@ -17,8 +17,9 @@ int main(int argc, char **argv)
 {
 	using namespace VexmoorBench;
 
-	// What one case frees stays for the next, as an engine's memory stays. Pages that the system has taken back and given out
-	// again lie scattered, and large sorts would measure how it looks them up: 25 ns a particle instead of 8 at 4M.
+	// What one case frees stays for the next, as an engine's memory stays. Pages that the system has taken back and
+	// given out again lie scattered, and large sorts would measure how it looks them up: 25 ns a particle instead of 8
+	// at 4M.
 	mallopt(M_MMAP_MAX, 0);
 	mallopt(M_TRIM_THRESHOLD, -1);
 

@@ -45,7 +45,8 @@ def whole_sorts(path, of_processors):
 	axes.set_yscale("log")
 	for order, (processor, (library, loop)) in enumerate(of_processors.items()):
 		colour = f"C{order % COLOURS}"
-		axes.plot(*zip(*loop), marker="o", markersize=4, linestyle="--", color=colour, label=f"std::sort and loops, {processor}")
+		axes.plot(*zip(*loop), marker="o", markersize=4, linestyle="--", color=colour,
+			label=f"std::sort and loops, {processor}")
 		axes.plot(*zip(*library), marker="o", markersize=4, color=colour, label=f"Vexmoor, {processor}")
 	sizes = sorted({size for sides in of_processors.values() for points in sides for size, _ in points})
 	logarithmic(axes.xaxis, sizes)
@@ -68,7 +69,8 @@ def scenes(path, title, ratios_of_scenes):
 	axes.axvline(1, color="0.4", linewidth=1.2, linestyle="--")
 	for order, size in enumerate(sizes):
 		points = [(of_scene[size], row) for row, of_scene in enumerate(ratios_of_scenes.values()) if size in of_scene]
-		axes.plot(*zip(*points), marker="o", markersize=5, linestyle="", color=f"C{order % COLOURS}", label=size_name(size))
+		axes.plot(*zip(*points), marker="o", markersize=5, linestyle="", color=f"C{order % COLOURS}",
+			label=size_name(size))
 	logarithmic(axes.xaxis)
 	axes.set_yticks(range(len(names)), names, fontsize=8)
 	axes.invert_yaxis()

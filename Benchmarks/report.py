@@ -20,55 +20,56 @@ README_COUNTS = (1000, 10000, 100000, 1000000)
 BEGINNING = """\
 # Performance
 
-This page says how long a draw call takes on one core: from positions or values in memory to the finished index buffer, set-up
-functions included. Beside each time stands *the loop*, which is what a renderer does without this library: it computes
-distances, sorts particle numbers with `std::sort`, and writes quads. Both sort the same particles in the same run, in turns, and
-both results are checked. Numbers are medians of processor time.
+This page says how long a draw call takes on one core: from positions or values in memory to the finished index buffer,
+set-up functions included. Beside each time stands *the loop*, which is what a renderer does without this library: it
+computes distances, sorts particle numbers with `std::sort`, and writes quads. Both sort the same particles in the same
+run, in turns, and both results are checked. Numbers are medians of processor time.
 """
 DRAW_CALLS = """\
 ## Your draw call
 
-The particles are drawn as quads. Their positions are packed, in pages of 1,000 of which none has disabled particles, and the
-camera is outside. The last column of each processor says how many times as long the loop takes.
+The particles are drawn as quads. Their positions are packed, in pages of 1,000 of which none has disabled particles,
+and the camera is outside. The last column of each processor says how many times as long the loop takes.
 """
 SCENES = """\
 ## Other draw calls
 
-Each cell has nanoseconds per particle, disabled ones included, and how many times as long the loop takes. Where the loop is
-faster, the number is bold. A row of 500 draw calls is a whole frame of them, with pages and disabled particles as in the row
-above it.
+Each cell has nanoseconds per particle, disabled ones included, and how many times as long the loop takes. Where the
+loop is faster, the number is bold. A row of 500 draw calls is a whole frame of them, with pages and disabled particles
+as in the row above it.
 """
 COLD = """\
 ## Small draw calls, cold
 
-While a renderer does other work, a sort's code and data leave the caches. Here 20 sorters take turns, and the named caches are
-emptied before each draw call. Each cell has the time of a draw call, and how many times as long the loop takes.
+While a renderer does other work, a sort's code and data leave the caches. Here 20 sorters take turns, and the named
+caches are emptied before each draw call. Each cell has the time of a draw call, and how many times as long the loop
+takes.
 """
 COLD_REASON = """\
-With all caches empty, a small sort mostly waits for its own code. A sort of 100 positions executes fewer instructions than the
-loop, but they lie in 98 cache lines, and those of the loop in 24 (counted in a trace of memory accesses, with 256-bit registers).
-A line from memory takes some 30 ns, and a processor that has forgotten the branches fetches no line ahead. If several small draw
-calls can be one, with a page each, they wait only once.
+With all caches empty, a small sort mostly waits for its own code. A sort of 100 positions executes fewer instructions
+than the loop, but they lie in 98 cache lines, and those of the loop in 24 (counted in a trace of memory accesses, with
+256-bit registers). A line from memory takes some 30 ns, and a processor that has forgotten the branches fetches no line
+ahead. If several small draw calls can be one, with a page each, they wait only once.
 """
 JOBS = """\
 ## One large draw call on two cores
 
-The sort with a host's [jobs](integration.md#one-draw-call-on-many-cores), here run by oneTBB on two threads, took turns with the
-sort on one core. Both are timed by the wall clock. Fewer than 32,768 particles run no jobs. Where memory is the limit, a second
-core helps less; the rows of bytes moved are a loop that moves as many bytes as a sort, and show how much. The second table has
-packaged parallel sorts on the same two threads, with the library's loops before and after them. More than two cores were not
-measured.
+The sort with a host's [jobs](integration.md#one-draw-call-on-many-cores), here run by oneTBB on two threads, took turns
+with the sort on one core. Both are timed by the wall clock. Fewer than 32,768 particles run no jobs. Where memory is
+the limit, a second core helps less; the rows of bytes moved are a loop that moves as many bytes as a sort, and show how
+much. The second table has packaged parallel sorts on the same two threads, with the library's loops before and after
+them. More than two cores were not measured.
 """
 LOSSES = """\
 ## Where it loses
 
-Each line names what is faster than the library, at which counts, and in brackets how many times as long it takes, below 1.
-`counting_16bit` gives an approximate order.
+Each line names what is faster than the library, at which counts, and in brackets how many times as long it takes, below
+1. `counting_16bit` gives an approximate order.
 """
 VQSORT = """\
-In whole sorts, the name of a sort stands for the loop with that sort in place of `std::sort`; `same_traffic` only moves as many
-bytes as a sort and is told the order. vqsort is its package's own code (libhwy). The package uses only the first AVX-512
-instructions, even where the processor has newer ones, so a later version may be faster than here.
+In whole sorts, the name of a sort stands for the loop with that sort in place of `std::sort`; `same_traffic` only moves
+as many bytes as a sort and is told the order. vqsort is its package's own code (libhwy). The package uses only the
+first AVX-512 instructions, even where the processor has newer ones, so a later version may be faster than here.
 """
 WEB = """\
 ## In JavaScript
@@ -94,64 +95,66 @@ DETAILS = """\
 ## Details
 
 A page for each processor has every stage beside its peers, and how the processor was measured.
-[Benchmarks](../Benchmarks/README.md) says what is compared, how to measure another processor, and which goals a run is held to.
-[What was tried and lost](../Benchmarks/tried.md) is there as well.
+[Benchmarks](../Benchmarks/README.md) says what is compared, how to measure another processor, and which goals a run is
+held to. [What was tried and lost](../Benchmarks/tried.md) is there as well.
 """
 SORT = """\
 ## Sort stage
 
-Records in, records in key order out. Each cell has nanoseconds per record: the median, half the range between the quartiles, and
-how many times as long as this library the peer takes. Where the peer is faster, the number is bold. counting_16bit gives an
-approximate order. vexmoor_4_lanes is this library held to four lanes. Small sorts rotate different inputs.
+Records in, records in key order out. Each cell has nanoseconds per record: the median, half the range between the
+quartiles, and how many times as long as this library the peer takes. Where the peer is faster, the number is bold.
+counting_16bit gives an approximate order. vexmoor_4_lanes is this library held to four lanes. Small sorts rotate
+different inputs.
 """
 PARTS = """\
 ## Parts of the radix sort
 
-Nanoseconds per record of what a radix sort cannot do without: clearing and summing the counters, the counting sweep, and three
-scatters that know every destination beforehand. A second kind of scatter also stores the next position of a digit with every
-record, as a sort has to. The stores are the nine stores of a record alone, in the first cache.
+Nanoseconds per record of what a radix sort cannot do without: clearing and summing the counters, the counting sweep,
+and three scatters that know every destination beforehand. A second kind of scatter also stores the next position of a
+digit with every record, as a sort has to. The stores are the nine stores of a record alone, in the first cache.
 """
 FILL = """\
 ## Fill
 
-Nanoseconds per particle. The brackets have two ratios. The first is to the faster of two loops that read 12 and write 8 bytes
-per particle and do nothing else (same_traffic_16 and same_traffic_32, named by their width in bytes). The second is to a copy
-that reads and writes as many bytes together. Layouts other than positions at a stride of 12 move other amounts of memory, so
-their ratios only place them on the same scale. The items of compaction are all particles of a page, disabled ones too. Packed
-positions are filled 16 at a time where the processor can; 8_lanes and 4_lanes are held to less.
+Nanoseconds per particle. The brackets have two ratios. The first is to the faster of two loops that read 12 and write 8
+bytes per particle and do nothing else (same_traffic_16 and same_traffic_32, named by their width in bytes). The second
+is to a copy that reads and writes as many bytes together. Layouts other than positions at a stride of 12 move other
+amounts of memory, so their ratios only place them on the same scale. The items of compaction are all particles of a
+page, disabled ones too. Packed positions are filled 16 at a time where the processor can; 8_lanes and 4_lanes are held
+to less.
 """
 EXPAND = """\
 ## Expansion
 
-Nanoseconds per record. The brackets have two ratios: to a loop that streams as many bytes and reads 8 per record (same_traffic),
-and to one that only streams (stream_fill). vexmoor_at_8 writes to an address of 8 modulo 16, and so on. Widths 5 and 24 have no
-loop of their own. 16-bit indices of width 12 have one, which does not stream.
+Nanoseconds per record. The brackets have two ratios: to a loop that streams as many bytes and reads 8 per record
+(same_traffic), and to one that only streams (stream_fill). vexmoor_at_8 writes to an address of 8 modulo 16, and so on.
+Widths 5 and 24 have no loop of their own. 16-bit indices of width 12 have one, which does not stream.
 """
 WHOLE = """\
 ## Whole sorts beside peers
 
-Each cell has nanoseconds per particle: the median, half the range between the quartiles, and how many times as long as this
-library the peer takes. user is what a renderer does without a library. The name of a sort stands for the same loop with that
-sort in it. 16-bit indices reach 15,360 quads; more are drawn in several calls, each sorted by itself.
+Each cell has nanoseconds per particle: the median, half the range between the quartiles, and how many times as long as
+this library the peer takes. user is what a renderer does without a library. The name of a sort stands for the same loop
+with that sort in it. 16-bit indices reach 15,360 quads; more are drawn in several calls, each sorted by itself.
 """
 SMALL_PAGES = """\
 ## Small pages
 
-A whole sort of particles in small pages, over a whole sort of the same particles in pages of 1,000, in turns. Strides of 16 warn
-once per page.
+A whole sort of particles in small pages, over a whole sort of the same particles in pages of 1,000, in turns. Strides
+of 16 warn once per page.
 """
 THREADS = """\
 ## Many draw calls
 
-A frame of 500 sorters of 50 to 5,000 particles each, evenly spread on a logarithmic scale. Two threads are two of oneTBB, and
-are timed by the wall clock.
+A frame of 500 sorters of 50 to 5,000 particles each, evenly spread on a logarithmic scale. Two threads are two of
+oneTBB, and are timed by the wall clock.
 """
 DIAGNOSTICS = """\
 ## Diagnostics
 
-The time with a diagnostic over the time without it, in turns. The profiler handler writes the time-stamp counter and the scope
-to a ring. A checked sort is compared with its bare sort: quads by position in pages of 1,024; the same with an enabled byte for
-each particle; with an index list; and triangles.
+The time with a diagnostic over the time without it, in turns. The profiler handler writes the time-stamp counter and
+the scope to a ring. A checked sort is compared with its bare sort: quads by position in pages of 1,024; the same with
+an enabled byte for each particle; with an index list; and triangles.
 """
 
 
@@ -205,7 +208,8 @@ def overview(page, of_processors, links, of_web):
 			points = {tables.scene_title(what): tables.scene_ratios(results, what)
 				for what in results.values(1, stage="scenes")}
 			page.plot(f"scenes_{measured.file_name(results.machine)}", f"The loop over the library, on {processor}",
-				lambda path, points=points, processor=processor: plots.scenes(path, f"Whole sorts on {processor}", points))
+				lambda path, points=points, processor=processor:
+					plots.scenes(path, f"Whole sorts on {processor}", points))
 	if any(tables.cold_table(results) for results in of_processors.values()):
 		page.add(COLD)
 		for processor, results in of_processors.items():
@@ -235,7 +239,8 @@ def peers(page, results, stage, what, own, title, unit):
 def details(page, processor, results):
 	"""Every stage on one processor."""
 	page.add(f"# Performance on {processor}\n")
-	page.add("All competitors of a case run in one process, in shuffled order. Numbers are medians of processor time.\n")
+	page.add("All competitors of a case run in one process, in shuffled order. "
+		"Numbers are medians of processor time.\n")
 	spread = tables.middle_spread(results)
 	if spread is not None:
 		page.add(f"In the middle case, half the range between the quartiles is {100 * spread:.1f} % of the median.\n")
@@ -297,9 +302,10 @@ def figures(processor, results):
 	durations = [f"{tables.duration(case.counter('plain_ns'))} for {count}"
 		for case, count in zip(cases, ("1,000 particles", "10,000", "100,000", "a million"))]
 	paragraph = (
-		f"**Fast** means: from positions to the index buffer in {', '.join(durations[:-1])} and {durations[-1]}, on one core of an "
-		f"{processor}. Distances, `std::sort` and a loop take {min(loops):.0f} to {max(loops):.0f} times as long. With the fastest "
-		f"packaged vector sort in place of `std::sort` they take {min(vqsort):.1f} to {max(vqsort):.1f} times as long. [Your count, "
+		f"**Fast** means: from positions to the index buffer in {', '.join(durations[:-1])} and {durations[-1]}, "
+		f"on one core of an {processor}. Distances, `std::sort` and a loop take "
+		f"{min(loops):.0f} to {max(loops):.0f} times as long. With the fastest packaged vector sort in place of "
+		f"`std::sort` they take {min(vqsort):.1f} to {max(vqsort):.1f} times as long. [Your count, "
 		"other draw calls, and where it loses](Docs/performance.md).")
 	return "\n".join(textwrap.wrap(paragraph, 120, break_long_words=False, break_on_hyphens=False))
 
@@ -318,7 +324,8 @@ def write_figures(path, paragraph):
 def main():
 	arguments = measured.ArgumentParser(description=__doc__.splitlines()[0])
 	arguments.add_argument("results", nargs="+", help="files of Benchmarks/results")
-	arguments.add_argument("--page", required=True, help="the page to write; the pages of processors go into a folder of the same name")
+	arguments.add_argument("--page", required=True,
+		help="the page to write; the pages of processors go into a folder of the same name")
 	arguments.add_argument("--readme", help="a README, whose paragraph of figures is replaced")
 	arguments.add_argument("--web", nargs="*", default=[], help="files of Web/bench/results")
 	options = arguments.parse_args()

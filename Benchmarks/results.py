@@ -1,7 +1,7 @@
 """Reads and writes results: the medians of every case on a processor, and the machine that they were measured on.
 
-Each processor has a file in Benchmarks/results, written after a run of vexmoor_benchmarks. All tables and plots are made
-from these files. A case is named stage/what/who/count.
+Each processor has a file in Benchmarks/results, written after a run of vexmoor_benchmarks. All tables and plots are
+made from these files. A case is named stage/what/who/count.
 """
 
 import argparse
@@ -13,7 +13,8 @@ import subprocess
 import sys
 
 PACKAGES = [
-	"libbenchmark-dev", "libboost-dev", "libhwy-dev", "libogre-1.12-dev", "libtbb-dev", "libstdc++-12-dev", "g++", "clang",
+	"libbenchmark-dev", "libboost-dev", "libhwy-dev", "libogre-1.12-dev", "libtbb-dev", "libstdc++-12-dev", "g++",
+	"clang",
 ]
 # Counters of which the least, the median and the most of all repetitions are kept.
 COUNTERS = ("ratio", "plain_ns", "allocations", "worst_ratio", "worst_count", "uneven_steps")
@@ -29,8 +30,8 @@ class ArgumentParser(argparse.ArgumentParser):
 class Case:
 	"""One case: nanoseconds of a call, half the range between the quartiles as a share of it, and the items of a call.
 
-	A case whose two sides took turns has, in place of a time, the counters ratio (the other's time over the library's) and
-	plain_ns (the library's time). A counter is the least, the median and the most of the repetitions.
+	A case whose two sides took turns has, in place of a time, the counters ratio (the other's time over the library's)
+	and plain_ns (the library's time). A counter is the least, the median and the most of the repetitions.
 	"""
 
 	def __init__(self, items, ns=None, spread=None, counters=None):

@@ -26,8 +26,8 @@ namespace
 		return pageCounts;
 	}
 
-	// As many positions as the calls have, each call's one after the other: those of a batch of the first call's size, or
-	// the first ones of a large pool.
+	// As many positions as the calls have, each call's one after the other: those of a batch of the first call's size,
+	// or the first ones of a large pool.
 	std::vector<CFloat3> ScenePositions(const SSceneKind &kind, u32 firstCount, u32 total)
 	{
 		const CBuffer<CFloat3> &batch = Positions(kind.m_Shape, firstCount);
@@ -180,8 +180,8 @@ void CScene::_AddList()
 
 bool CScene::IsDrawn(const SCall &call, const CFloat3 &camera, const u32 *indices, bool byLibrary) const
 {
-	// Of each rendered particle, by the number of its vertices: whether its page is sorted after those that have disabled
-	// particles, and its value.
+	// Of each rendered particle, by the number of its vertices: whether its page is sorted after those that have
+	// disabled particles, and its value.
 	std::vector<std::pair<bool, float>> keys(call.m_RenderedCount);
 	std::vector<bool> drawn(call.m_RenderedCount);
 	const u32 *const list = List(call);

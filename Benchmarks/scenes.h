@@ -1,7 +1,8 @@
 #pragma once
 
-// Draw calls as renderers have them: particles in pages, at a stride, some of them disabled, by position or by value, with
-// or without an index list. The library sorts them, and so does the loop that is written without it; both write quads.
+// Draw calls as renderers have them: particles in pages, at a stride, some of them disabled, by position or by value,
+// with or without an index list. The library sorts them, and so does the loop that is written without it; both write
+// quads.
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -94,8 +95,8 @@ public:
 		VisitVector(m_List, visit);
 	}
 
-	/// Whether the indices of a call draw every rendered particle once, whole and in order. The library sorts by position
-	/// pages with disabled particles before pages without.
+	/// Whether the indices of a call draw every rendered particle once, whole and in order. The library sorts by
+	/// position pages with disabled particles before pages without.
 	bool IsDrawn(const SCall &call, const CFloat3 &camera, const u32 *indices, bool byLibrary) const;
 
 private:
@@ -112,8 +113,8 @@ private:
 	std::vector<CBuffer<u8>> m_Memory; // two buffers for each call: elements, enabled bytes
 };
 
-/// A scene's draw calls by the library, with a sorter for each that stays from frame to frame. The set-up calls are in the
-/// time of a draw call.
+/// A scene's draw calls by the library, with a sorter for each that stays from frame to frame. The set-up calls are in
+/// the time of a draw call.
 class CSceneByLibrary
 {
 public:

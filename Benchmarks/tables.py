@@ -110,7 +110,8 @@ def scene_table(results):
 		cells = []
 		for size in SCENE_SIZES:
 			case = cases.get(size)
-			cells.append(f"{number(case.counter('plain_ns') / case.items)}, {times(case.counter('ratio'))}" if case else "")
+			cells.append(
+				f"{number(case.counter('plain_ns') / case.items)}, {times(case.counter('ratio'))}" if case else "")
 		rows.append([scene_title(what)] + cells)
 	return table(["ns a particle", *map(size_name, SCENE_SIZES)], rows) if rows else []
 
@@ -227,7 +228,8 @@ def fill_table(results):
 			cells = []
 			for size in counts:
 				case = results.get("fill", what, who, size)
-				loop, copy = (results.get("fill", "baseline", peer, size) for peer in (fill_baseline(results, size), "copy"))
+				peers = (fill_baseline(results, size), "copy")
+				loop, copy = (results.get("fill", "baseline", peer, size) for peer in peers)
 				cells.append(f"{number(case.per_item())} ±{100 * case.spread:.0f} %" if case else "")
 				if case and loop and copy and what != "baseline":
 					cells[-1] += f" ({case.ns / loop.ns:.2f}, {case.ns / copy.ns:.2f})"
@@ -240,7 +242,8 @@ def fill_table(results):
 
 
 def expand_tables(results):
-	"""Width -> table, and for a plot, width -> (count, ratio to the loop with its traffic) where outputs are aligned."""
+	"""Width -> table, and for a plot, width -> (count, ratio to the loop with its traffic) where outputs are
+	aligned."""
 	tables, series = {}, {}
 	for what in results.values(1, stage="expand"):
 		counts = sorted(results.values(3, stage="expand", what=what))
@@ -270,7 +273,8 @@ def parts_tables(results):
 			rows.append([part] + [number(case.per_item()) if case else "" for case in cases])
 		for scatter in ("scatter", "scatter_and_positions"):
 			over = [over_parts(results, keys, scatter, size) for size in counts]
-			rows.append([f"sort over clear_and_sum, count and {scatter}"] + [number(ratio) if ratio else "" for ratio in over])
+			cells = [number(ratio) if ratio else "" for ratio in over]
+			rows.append([f"sort over clear_and_sum, count and {scatter}"] + cells)
 		lines += table([f"ns a record, {keys}", *map(size_name, counts)], rows)
 	return lines
 
@@ -282,7 +286,8 @@ def frame_share_table(results):
 		for who in results.values(2, stage="whole", what=what):
 			if who.startswith("vexmoor") or who == "user":
 				cases = [results.get("whole", what, who, size) for size in counts]
-				rows.append([f"{what}, {who}"] + [f"{number(100 * case.ns / FRAME_NS)} %" if case else "" for case in cases])
+				shares = [f"{number(100 * case.ns / FRAME_NS)} %" if case else "" for case in cases]
+				rows.append([f"{what}, {who}"] + shares)
 	return table(["of a frame at 60 Hz", *map(size_name, counts)], rows)
 
 

@@ -2,7 +2,8 @@
 """Shows doxygen a header as its readers see it; called with the header, once for each.
 
 The first comment of a header says what the file is for. In a contract, a line "/// name  what holds for it" is an entry
-of a list, and what stands below its text belongs to it. Lines stay where they are, so that warnings name the right ones.
+of a list, and what stands below its text belongs to it. Lines stay where they are, so that warnings name the right
+ones.
 """
 import re
 import sys

@@ -28,7 +28,8 @@ constexpr u32 kLists = kList | kQuads;
 constexpr u32 kPoints = kConstant | kLists;
 constexpr u32 kAll = kPoints | kTriangles;
 
-// A small change to a sound call, and words of the sentence that names it. With each geometry it is a kind of broken call.
+// A small change to a sound call, and words of the sentence that names it. With each geometry it is a kind of broken
+// call.
 struct SBreakage
 {
 	const char *m_Name;

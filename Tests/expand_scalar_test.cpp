@@ -411,7 +411,8 @@ TEST(ExpandU16, Width3BasesBeyond0xFFFF_LeakIntoOddOutputsOfTheVectorLoopAlone)
 		index &= 0xFFFF;
 	EXPECT_EQ(Expand<u16>(pattern, records, 2), expected);
 
-	// Outputs are packed by twos. The base of record 2 is the even one of pairs 6, 7 and 8, 9, the latter with record 3.
+	// Outputs are packed by twos. The base of record 2 is the even one of pairs 6, 7 and 8, 9, the latter with record
+	// 3.
 	expected[7] = (0x30 | 4) + 1;
 	expected[9] = 64 | 4;
 	EXPECT_EQ(Expand<u16>(pattern, records, 0), expected);

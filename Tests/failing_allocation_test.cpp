@@ -1,6 +1,7 @@
-// What the library does when an allocation fails: each call runs again and again, and each time another of its allocations
-// is the one that fails, until none does. No exception leaves, no block is lost, what is written is whole or untouched, and
-// the same call works afterwards. And how many there are: a sort takes the scratch that it was not given, and nothing else.
+// What the library does when an allocation fails: each call runs again and again, and each time another of its
+// allocations is the one that fails, until none does. No exception leaves, no block is lost, what is written is whole
+// or untouched, and the same call works afterwards. And how many there are: a sort takes the scratch that it was not
+// given, and nothing else.
 
 #include "ge_mesh_sort_capture.h"
 #include "ge_mesh_sort_replay.h"
@@ -113,7 +114,8 @@ u64 FailEachInTurn(const _Make &make)
 	return kTooMany;
 }
 
-// A sort that is set up already, or is set up in the same breath; in scratch of its own, or in a buffer that it is given.
+// A sort that is set up already, or is set up in the same breath; in scratch of its own, or in a buffer that it is
+// given.
 struct SSortCase
 {
 	ECallGeometry m_Geometry;
@@ -451,8 +453,8 @@ TEST(FailingAllocation, SetUpsAndSorts_TakeTheirPatternAndScratch)
 		});
 }
 
-// First the pattern that could not be kept is reported, and then the sort that has none; but not by tubes, which have never
-// said so.
+// First the pattern that could not be kept is reported, and then the sort that has none; but not by tubes, which have
+// never said so.
 TEST(FailingAllocation, PatternThatIsNotKept_IsReported)
 {
 	ForEverySort(

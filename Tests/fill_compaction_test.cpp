@@ -1,5 +1,5 @@
-// Compaction in lanes, with each instruction set: pages around multiples of a register's particles, whose enabled ones lie
-// at the borders, in memory that ends where each view does.
+// Compaction in lanes, with each instruction set: pages around multiples of a register's particles, whose enabled ones
+// lie at the borders, in memory that ends where each view does.
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -84,7 +84,8 @@ TEST_P(FillCompaction, EnabledAtBordersOfEveryCount_MatchTheModel)
 	}
 }
 
-// Every set of enabled particles in a register of four, and in each half of one of eight, among others and at a page's end.
+// Every set of enabled particles in a register of four, and in each half of one of eight, among others and at a page's
+// end.
 TEST_P(FillCompaction, EverySetOfEight_MatchesTheModel)
 {
 	for (const EFill fill : kAll)

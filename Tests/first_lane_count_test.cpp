@@ -1,5 +1,6 @@
 // The first question for the registers, while the host limits them: it is the first in a fresh process alone, so this
-// comes before the other tests of threads, and in no program whose tests have to keep to the registers of a command line.
+// comes before the other tests of threads, and in no program whose tests have to keep to the registers of a command
+// line.
 
 #include "kr_cpu.h"
 

@@ -1,5 +1,5 @@
-// What limits_test.cpp leaves out: sorts of 2^25 particles and of as many as there may be, which take seconds and gigabytes
-// each. They are a program of their own: Tools/limits.sh.
+// What limits_test.cpp leaves out: sorts of 2^25 particles and of as many as there may be, which take seconds and
+// gigabytes each. They are a program of their own: Tools/limits.sh.
 
 #include "known_order.h"
 #include <gtest/gtest.h>
@@ -45,7 +45,8 @@ TEST_P(DeepLimitsTest, Sort_WritesTheKnownOrder)
 	ExpectSortsAsKnown(call);
 }
 
-// As many as 32 bits of working buffer have room for. The output holds the nearest alone, as it would take as much again.
+// As many as 32 bits of working buffer have room for. The output holds the nearest alone, as it would take as much
+// again.
 TEST(DeepLimits, MostPoints_WriteTheKnownOrder)
 {
 	SKnownCall call;

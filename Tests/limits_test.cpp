@@ -93,8 +93,8 @@ TEST_P(PageCountTest, PagesOfOneAndNone_WriteTheKnownOrder)
 		});
 }
 
-// A sort of any number of particles that all lie in one place, and so need no memory; its output has room for few. It is
-// never run to its end.
+// A sort of any number of particles that all lie in one place, and so need no memory; its output has room for few. It
+// is never run to its end.
 class CVirtualSort
 {
 public:
@@ -148,8 +148,8 @@ constexpr const char *kPointSizeText = "_PointWorkingBufferSize(m_ParticleCount)
 constexpr const char *kTriangleSizeText =
 	"_TriangleWorkingBufferSize(m_IndexCount_fromBB) <= kLargestWorkingBufferSize";
 
-// That a sort without a buffer asks for just these bytes, and where it gets none, writes nothing. Of a point sort's block an
-// eighth is needed.
+// That a sort without a buffer asks for just these bytes, and where it gets none, writes nothing. Of a point sort's
+// block an eighth is needed.
 template<typename _Sort>
 void ExpectAsksFor(u64 size, u32 partCount, const _Sort &runSort)
 {

@@ -261,7 +261,8 @@ TEST(Order, HowFarApartKeysAre_NeverShows)
 // NaNs.
 
 // Some particles get a NaN as their value or in a coordinate. The others are drawn in the order they had: exactly above
-// the quick sort's counts, and up to equal keys below. Those with the NaN stand before or after all others of their kind.
+// the quick sort's counts, and up to equal keys below. Those with the NaN stand before or after all others of their
+// kind.
 TEST(Order, NaNs_LeaveTheOtherParticlesInOrder)
 {
 	SSceneOptions options = OptionsOfTies();
@@ -321,9 +322,9 @@ TEST(Order, NaNs_LeaveTheOtherParticlesInOrder)
 		});
 }
 
-// Every distance to such a camera is the same NaN, and so every particle of a page has the same key. A NaN with its sign
-// set keys pages with disabled particles like those without; one without the sign is beyond all distances in these, and
-// beyond all values in those, which are then drawn last.
+// Every distance to such a camera is the same NaN, and so every particle of a page has the same key. A NaN with its
+// sign set keys pages with disabled particles like those without; one without the sign is beyond all distances in
+// these, and beyond all values in those, which are then drawn last.
 TEST(Order, CameraOfNaN_LeavesRecordsInOrder)
 {
 	ForEachSeed(300,

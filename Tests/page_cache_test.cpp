@@ -254,8 +254,8 @@ TEST(PageCacheFill, PageWithEveryByteSet_MapsOneToOne)
 	}
 }
 
-// More pages than 16 bits count, of two particles each. Which one is enabled follows from the bits of the page's number, so
-// a number cut to 8 or 16 bits finds bytes that enable the other one.
+// More pages than 16 bits count, of two particles each. Which one is enabled follows from the bits of the page's
+// number, so a number cut to 8 or 16 bits finds bytes that enable the other one.
 TEST(PageCacheFill, MorePagesThan16BitsCount_HaveEnabledBytesOfTheirOwn)
 {
 	constexpr u32 kPageCount = 65'537;
@@ -485,7 +485,8 @@ TEST_P(PageCache, ManySmallPages_MatchTheModel)
 	}
 }
 
-// A sort whose views of pages end where memory ends, and the records that it fills in. Every page has one virtual element.
+// A sort whose views of pages end where memory ends, and the records that it fills in. Every page has one virtual
+// element.
 struct SBrokenCall
 {
 	static constexpr u32 kParticleCount = 3;

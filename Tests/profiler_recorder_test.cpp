@@ -440,8 +440,8 @@ TEST(TraceRecorder, SeveralRecorders_KeepTheirScopes)
 }
 
 // A trace is written while a thread that has recorded is still there, and nothing but the recorder itself has told this
-// thread of it: under a thread sanitizer, a scope that is counted before it is filled in, or a block or a thread that is
-// linked before, is a race whatever the timing.
+// thread of it: under a thread sanitizer, a scope that is counted before it is filled in, or a block or a thread that
+// is linked before, is a race whatever the timing.
 TEST(TraceRecorder, TraceOfAThreadThatStays_SeesWholeScopes)
 {
 	constexpr u32 kRounds = kScopesPerBlock;

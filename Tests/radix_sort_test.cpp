@@ -177,7 +177,8 @@ TEST(RadixSort, EverySizeUpTo300_MatchesStableSort)
 	}
 }
 
-// Counters are as narrow as the count allows: all that one counts lies in one digit, or all but a last record beyond it.
+// Counters are as narrow as the count allows: all that one counts lies in one digit, or all but a last record beyond
+// it.
 TEST(RadixSort, SizesAroundEveryCounterWidth_MatchStableSort)
 {
 	for (const u32 count : {255u, 256u, 257u, 1023u, 1024u, 1025u, 65535u, 65536u, 65537u})
@@ -194,7 +195,8 @@ TEST(RadixSort, SizesAroundEveryCounterWidth_MatchStableSort)
 }
 
 // A pass whose records share their digit moves them in one block. One record alone has another digit: the first, whose
-// digit is the one that is asked for, the last, or one between them. Where 8 or 16 bits count all records, they wrap to 0.
+// digit is the one that is asked for, the last, or one between them. Where 8 or 16 bits count all records, they wrap to
+// 0.
 TEST(RadixSort, DigitOfAllRecordsButOne_MatchesStableSort)
 {
 	for (const u32 count : {110u, 111u, 255u, 256u, 257u, 1000u, 65535u, 65536u, 65537u})
@@ -272,8 +274,8 @@ TEST(RadixSort, RunsBeyondTheCaches_MatchStableSort)
 	ExpectStablySorted(RecordsInRuns(2200013, 300, 0xFFFFFFFFu, 1));
 }
 
-// Equal runs of 8 begin at every multiple of 8 and beside it, whatever the steps: a record is lost or doubled if a step is
-// taken for equal that is not.
+// Equal runs of 8 begin at every multiple of 8 and beside it, whatever the steps: a record is lost or doubled if a step
+// is taken for equal that is not.
 TEST(RadixSort, OneKeyAmongEqualOnes_IsFoundInEveryPlaceOfAStep)
 {
 	for (const u32 count : {264u, 65600u})

@@ -303,8 +303,8 @@ TEST(ScratchMemory, SortsWithoutBufferOrMemory_ReturnInSilence)
 	EXPECT_TRUE(warnings.Entries().empty());
 }
 
-// Heap memory holds nothing yet: a checker that follows what was never written, into the comparison with the model, sees
-// whether a sort reads what it has not filled.
+// Heap memory holds nothing yet: a checker that follows what was never written, into the comparison with the model,
+// sees whether a sort reads what it has not filled.
 TEST(ScratchMemory, SortsInFreshHeapMemory_MatchTheModel)
 {
 	const Model::SSceneOptions options; // scenes of less and of more than 109 records, where another sort takes over

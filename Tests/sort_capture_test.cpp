@@ -390,8 +390,8 @@ TEST(SortCapture, BrokenCalls_KeepTheirFindingsAndAreNotSorted)
 	}
 }
 
-// Any two arrays of a call may overlap by mistake. Laid out apart, such a call would keep the rules, and sort to other bytes
-// than at its host.
+// Any two arrays of a call may overlap by mistake. Laid out apart, such a call would keep the rules, and sort to other
+// bytes than at its host.
 TEST(SortCapture, OverlapsWithOutputAndWorkingBuffer_AreNamedAsAtTheHost)
 {
 	const auto past = [](const void *address, s64 byteCount)
@@ -426,7 +426,8 @@ TEST(SortCapture, OverlapsWithOutputAndWorkingBuffer_AreNamedAsAtTheHost)
 				CCall call(geometry);
 				forEachArray(call, [&arrayCount](const char *, const void *) { ++arrayCount; });
 			}
-			// The output and the working buffer, each over every array, and over each other: before it, at it, inside it.
+			// The output and the working buffer, each over every array, and over each other: before it, at it, inside
+			// it.
 			for (u32 array = 0; array <= arrayCount; ++array)
 			{
 				for (const s64 distance : {-16, 0, 4})
@@ -530,7 +531,8 @@ TEST(SortCapture, SortOverItsOwnInput_ReplaysToTheSameBytes)
 	}
 }
 
-// Legal ways to share memory: particles and pages as structures, pages that share a view, arrays with one entry for all.
+// Legal ways to share memory: particles and pages as structures, pages that share a view, arrays with one entry for
+// all.
 TEST(SortCapture, InterleavedAndSharedViews_KeepTheirDistances)
 {
 	struct SParticle
@@ -592,8 +594,8 @@ TEST(SortCapture, InterleavedAndSharedViews_KeepTheirDistances)
 	EXPECT_TRUE(replay.Good());
 	EXPECT_EQ(replay.m_WrittenCount, 16u * 3);
 
-	// Sections: sorter, output, working buffer; counts; views of enabled bytes and four pages, two of them empty; views of
-	// values and four pages. Of these, what overlaps is as far apart as it was.
+	// Sections: sorter, output, working buffer; counts; views of enabled bytes and four pages, two of them empty; views
+	// of values and four pages. Of these, what overlaps is as far apart as it was.
 	CFile again;
 	ASSERT_TRUE(WriteSortCapture(
 		capture.Sorter(), capture.WorkingBuffer(), capture.WorkingBufferSize(), SortCapture_Input, Append, &again));
@@ -844,8 +846,8 @@ TEST(SortCapture, SorterInsideALine_LiesInsideIt)
 	EXPECT_EQ(PlaceAt(file, 20), 8u);
 }
 
-// The list is long enough to be handed over from where it lies. How much waits before it is up to the pattern, and may be
-// nothing.
+// The list is long enough to be handed over from where it lies. How much waits before it is up to the pattern, and may
+// be nothing.
 TEST(SortCapture, LongPieceAfterAnyNumberOfWords_LeavesNoEmptyPiece)
 {
 	CCall call(List);

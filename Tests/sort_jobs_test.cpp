@@ -1,5 +1,5 @@
-// Sorts on a host's jobs: what is particular to them. That they write what the model writes is shown by the differential
-// suite (sort_differential_test.cpp), which a build with small limits runs with jobs.
+// Sorts on a host's jobs: what is particular to them. That they write what the model writes is shown by the
+// differential suite (sort_differential_test.cpp), which a build with small limits runs with jobs.
 
 #include "ge_mesh_sort_validation.h"
 

@@ -1,5 +1,5 @@
-// What a check reads of every particle, 16 bytes at a time, against loops that look at one thing after the other. Bytes and
-// numbers end where memory ends.
+// What a check reads of every particle, 16 bytes at a time, against loops that look at one thing after the other. Bytes
+// and numbers end where memory ends.
 
 #include "ge_mesh_triangle_sorter.h"
 

@@ -1,5 +1,5 @@
-// The validation call as a whole: good calls and scenes, of which it has nothing bad to say, and what it touches and takes.
-// Guarded memory throughout.
+// The validation call as a whole: good calls and scenes, of which it has nothing bad to say, and what it touches and
+// takes. Guarded memory throughout.
 
 #include "ge_mesh_sort_validation.h"
 

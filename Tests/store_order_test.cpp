@@ -239,7 +239,8 @@ TYPED_TEST(StoreOrder, TriangleSorts_FrontToBackOnce)
 	}
 }
 
-// The watch itself. Whatever a function does wrong on its way, it leaves the right indices behind unless said otherwise.
+// The watch itself. Whatever a function does wrong on its way, it leaves the right indices behind unless said
+// otherwise.
 
 namespace
 {

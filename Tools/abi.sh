@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Says whether programs that are built against the shared libraries of one revision run with those of another. They do if
-# nothing that the public headers declare is gone or has changed its layout.
+# Says whether programs that are built against the shared libraries of one revision run with those of another. They do
+# if nothing that the public headers declare is gone or has changed its layout.
 #
 #   ./Tools/abi.sh              compares the working tree with the recorded interface of the last release
 #   ./Tools/abi.sh --record     records the interface of the working tree, at a release
 #   ./Tools/abi.sh OLD          compares the working tree with a revision
 #   ./Tools/abi.sh OLD NEW      compares two revisions
 #
-# The record, Tests/Abi/recorded_interface.txt, is readable text. Two revisions are compared by abidiff. The exit code is 1 if
-# built programs break although the libraries keep their names. What is merely new is not reported.
+# The record, Tests/Abi/recorded_interface.txt, is readable text. Two revisions are compared by abidiff. The exit code
+# is 1 if built programs break although the libraries keep their names. What is merely new is not reported.
 set -euo pipefail
 
 if [[ $# -gt 2 || ${1:-} == -* && ${1:-} != --record || ${1:-} == --record && $# -gt 1 ]]; then
@@ -83,7 +83,8 @@ if [ "${1:-}" = --record ]; then
 	describe_working_tree "$build/interface.txt"
 	version=$(sed -n 's/^#define VX_VERSION_\(MAJOR\|MINOR\|PATCH\) //p' Runtime/include/vx_defs.h | paste -sd .)
 	{
-		printf '# What programs that are built against version %s count on. Tools/abi.sh --record writes it.\n' "$version"
+		printf '# What programs that are built against version %s count on. Tools/abi.sh --record writes it.\n' \
+			"$version"
 		cat "$build/interface.txt"
 	} >$record
 	printf 'the interface of %s is recorded\n' "$version"
@@ -103,8 +104,8 @@ fi
 old=$1
 new=${2:-}
 
-# Instances of the standard library's templates come and go with the optimiser, and no client counts on ours. Structures for C
-# that begin with their size may grow at their end.
+# Instances of the standard library's templates come and go with the optimiser, and no client counts on ours. Structures
+# for C that begin with their size may grow at their end.
 cat >"$build/suppressions" <<'END'
 [suppress_function]
 symbol_name_regexp = ^_Z(NK?)?St
@@ -120,7 +121,8 @@ newPrefix=$installed
 
 compare()
 {
-	abidiff --suppressions "$build/suppressions" --headers-dir1 "$oldPrefix/include" --headers-dir2 "$newPrefix/include" \
+	abidiff --suppressions "$build/suppressions" --headers-dir1 "$oldPrefix/include" \
+		--headers-dir2 "$newPrefix/include" \
 		"$@" "$oldPrefix/lib/$library" "$newPrefix/lib/$library"
 }
 

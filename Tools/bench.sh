@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs the peers, builds Release, measures, writes the pages, and prints a table of goals, kept and missed. Nothing else
-# should run on the machine meanwhile.
+# Installs the peers, builds Release, measures, writes the pages, and prints a table of goals, kept and missed. Nothing
+# else should run on the machine meanwhile.
 #
 #   ./Tools/bench.sh                       measures everything, for some 15 minutes, and writes Benchmarks/results,
 #                                          Docs/performance.md and the README's figures
@@ -11,8 +11,8 @@
 #   ./Tools/bench.sh --lock FILE           locks the file while it measures, for two minutes at a time at most, so that
 #                                          others who lock it take turns on the machine; goes with any other option
 #
-# The exit code is 0 if all goals are kept, 1 if one is missed or a check failed, and 2 for a bad argument. --quick checks no
-# goals.
+# The exit code is 0 if all goals are kept, 1 if one is missed or a check failed, and 2 for a bad argument. --quick
+# checks no goals.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

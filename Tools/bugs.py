@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """Builds bugs of meaning into the library, one at a time, and sees whether the tests notice.
 
-The bugs are written by hand, in Tests/Bugs: they are what a colleague might get wrong. (mutate.py makes the changes that a
-machine can find.) A bug is a paragraph:
+The bugs are written by hand, in Tests/Bugs: they are what a colleague might get wrong. (mutate.py makes the changes
+that a machine can find.) A bug is a paragraph:
 
     page-numbers-cut-to-16-bits                           its name
     A draw call of more than 65,536 pages draws those...  what it breaks
@@ -52,7 +52,8 @@ Bug = collections.namedtuple("Bug", "name group breaks tried_by survives edits t
 
 # Enough to see that the command works: bugs that the tests of a few files catch, so that no other file is built.
 SHORT = [
-	"expand-u32-x6-second-record-first", "expand-three-words-base-in-low-half-alone", "expand-u16-x3-offset-without-odd",
+	"expand-u32-x6-second-record-first", "expand-three-words-base-in-low-half-alone",
+	"expand-u16-x3-offset-without-odd",
 	"sums-inclusive-sse2", "ranks-include-equal-keys-sse2",
 ]
 SHORT_TESTS = ["expand_vector_test", "expand_scalar_test", "wide_lanes_test"]
@@ -176,8 +177,10 @@ def summary(verdicts):
 def main():
 	parser = argparse.ArgumentParser(description=__doc__.split("\n\n", maxsplit=1)[0])
 	parser.add_argument("--only", metavar="NAME", nargs="+", help="try these bugs only")
-	parser.add_argument("--in", metavar="FILE", nargs="+", dest="groups", help="try the bugs of these files of Tests/Bugs only")
-	parser.add_argument("--short", action="store_true", help="try %d bugs on few tests, to see that this script works" % len(SHORT))
+	parser.add_argument("--in", metavar="FILE", nargs="+", dest="groups",
+		help="try the bugs of these files of Tests/Bugs only")
+	parser.add_argument("--short", action="store_true",
+		help="try %d bugs on few tests, to see that this script works" % len(SHORT))
 	parser.add_argument("--jobs", type=int, default=1, help="how many bugs to try at a time")
 	parser.add_argument("--resume", action="store_true", help="skip bugs that earlier runs caught")
 	parser.add_argument("--check", action="store_true", help="check that each bug applies, and stop")

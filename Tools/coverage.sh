@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# Builds the suite in build/coverage with counters in the library, runs it, and says which lines and branches of the library
-# it reaches: a table on the terminal, and build/coverage/report/index.html, where every source line can be seen.
+# Builds the suite in build/coverage with counters in the library, runs it, and says which lines and branches of the
+# library it reaches: a table on the terminal, and build/coverage/report/index.html, where every source line can be
+# seen.
 #
 #   ./Tools/coverage.sh
 #
 # Branches are counted outside assertions and verifications, whose other side is a broken rule; the tests of reports try
-# these. The library is compiled without exceptions, since otherwise every call would count as a branch. The script fails
-# if fewer lines or branches are reached than leastLines and leastBranches say.
+# these. The library is compiled without exceptions, since otherwise every call would count as a branch. The script
+# fails if fewer lines or branches are reached than leastLines and leastBranches say.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds particle_viewer, and runs it: pictures of a smoke plume, unsorted and sorted, in out/.
+# Installs what is missing, builds particle_viewer, and runs it: pictures of a smoke plume, unsorted and sorted, in
+# out/.
 #
 #   ./Tools/demo.sh                     draws the smoke plume
 #   ./Tools/demo.sh --window            shows it in a window, where you can turn it and change how it is sorted

@@ -4,8 +4,8 @@
 #   ./Tools/format.sh             formats
 #   ./Tools/format.sh --check     names the files that formatting would change, and fails if there are any
 #
-# Between the columns of some tables, clang-format writes a tab for four spaces. This script replaces tabs behind text by
-# spaces, so that a table looks the same whatever the width of a tab is.
+# Between the columns of some tables, clang-format writes a tab for four spaces. This script replaces tabs behind text
+# by spaces, so that a table looks the same whatever the width of a tab is.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets in build/fuzz and runs each for a while, as many at a time as there are processors, starting with
-# the committed corpus and the inputs that earlier runs found.
+# Builds the fuzz targets in build/fuzz and runs each for a while, as many at a time as there are processors, starting
+# with the committed corpus and the inputs that earlier runs found.
 #
 #   ./Tools/fuzz.sh            runs each target for 60 seconds
 #   ./Tools/fuzz.sh 600        runs each target for ten minutes
-#   ./Tools/fuzz.sh --keep     replaces the committed corpora by the fewest inputs, of all that there are, that reach as many
-#                              edges
+#   ./Tools/fuzz.sh --keep     replaces the committed corpora by the fewest inputs, of all that there are, that reach as
+#                              many edges
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -20,7 +20,8 @@ fi
 as_root=()
 if [ "$(id -u)" != 0 ]; then
 	if ! command -v sudo >/dev/null || ! sudo -v; then
-		printf 'That takes root or sudo, and neither is to be had. As root:\n\n\tapt-get install %s\n' "${missing[*]}" >&2
+		printf 'That takes root or sudo, and neither is to be had. As root:\n\n\tapt-get install %s\n' \
+			"${missing[*]}" >&2
 		exit 2
 	fi
 	as_root=(sudo)

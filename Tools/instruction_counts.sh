@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Counts the instructions that the library executes in fixed calls and compares them with the recorded counts. A case that
-# takes over 3 % more fails. Unlike a time, a count is the same on a busy machine and on another processor.
+# Counts the instructions that the library executes in fixed calls and compares them with the recorded counts. A case
+# that takes over 3 % more fails. Unlike a time, a count is the same on a busy machine and on another processor.
 #
 #   ./Tools/instruction_counts.sh             counts and compares
 #   ./Tools/instruction_counts.sh --record    counts and records, for a commit that says why the counts changed
@@ -10,8 +10,8 @@
 # 128-bit lanes there. If the processor has 256-bit lanes, some cases are counted with these as well. On AArch64, an
 # emulator logs what it executes.
 #
-# Flags are fixed. With another version of a compiler than the recorded one, counts mean nothing, so the script says so and
-# does not compare.
+# Flags are fixed. With another version of a compiler than the recorded one, counts mean nothing, so the script says so
+# and does not compare.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -50,8 +50,8 @@ count_on_x86_64()
 	valgrind -q --tool=callgrind --collect-atstart=no --compress-strings=no --compress-pos=no \
 		--callgrind-out-file="$build/out" "$program" >/dev/null
 
-	# What a function executed itself is on lines of a position and a count. The line after a "calls=" has what its callee
-	# executed, which is on the callee's own lines.
+	# What a function executed itself is on lines of a position and a count. The line after a "calls=" has what its
+	# callee executed, which is on the callee's own lines.
 	mapfile -t dumps < <(find "$build" -name 'out.*' | sort -V)
 	printf 'compiler %s\n' "$(g++ -dumpfullversion)"
 	awk -v program="ob=$PWD/$program" '
@@ -63,8 +63,8 @@ count_on_x86_64()
 	' "${dumps[@]}"
 }
 
-# The log has a line per instruction, at whose end is its function. It covers the program, which lies from 4 MB on, but no
-# library. The names of the cases, in order, are what the program itself writes.
+# The log has a line per instruction, at whose end is its function. It covers the program, which lies from 4 MB on, but
+# no library. The names of the cases, in order, are what the program itself writes.
 count_on_aarch64()
 {
 	local program=$build/counted_calls_aarch64
@@ -94,7 +94,8 @@ for counts in counts counts_aarch64; do
 	python3 $tests/compare.py "$build/$counts" "$build/$counts" >"$build/log" # every line is a count
 done
 if ! grep -q _avx2 "$build/counts"; then
-	printf 'instruction_counts.sh: not recorded: this processor has no AVX2, and the cases with 256-bit lanes would go\n' >&2
+	printf 'instruction_counts.sh: not recorded: %s\n' \
+		'this processor has no AVX2, and the cases with 256-bit lanes would go' >&2
 	exit 1
 fi
 for counts in counts counts_aarch64; do

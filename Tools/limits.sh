@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Sorts 2^25 particles of every geometry, and as many as a call can have. That takes minutes and gigabytes, so it is not part
-# of the suite. Options go to the tests; --gtest_filter=*Billboards* is the smallest part.
+# Sorts 2^25 particles of every geometry, and as many as a call can have. That takes minutes and gigabytes, so it is not
+# part of the suite. Options go to the tests; --gtest_filter=*Billboards* is the smallest part.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Shows that every build writes the same bits. Builds the library with every compiler and the flags that hosts use, as a host
-# does that compiles the sources in a build of its own. The hash of all that each build writes has to be the recorded one.
+# Shows that every build writes the same bits. Builds the library with every compiler and the flags that hosts use, as a
+# host does that compiles the sources in a build of its own. The hash of all that each build writes has to be the
+# recorded one.
 #
 #   ./Tools/matrix.sh             builds and runs the whole table, which takes some minutes
-#   ./Tools/matrix.sh --short     g++ and clang unoptimised, every clang and g++ at -O3 -march=native -ffast-math, and one
-#                                 row of AArch64
+#   ./Tools/matrix.sh --short     g++ and clang unoptimised, every clang and g++ at -O3 -march=native -ffast-math, and
+#                                 one row of AArch64
 #   ./Tools/matrix.sh --only TEXT rows of the table that contain the text, such as aarch64
 #   ./Tools/matrix.sh --record    records the hash of an unoptimised g++ build as the expected one
 #
@@ -73,8 +74,8 @@ add_short_rows()
 	add_row aarch64-linux-gnu-g++ -O2 armv8-a "" 0 sources
 }
 
-# Every level with every architecture. Of fast maths and assertions each row has one value, spread so that any two values
-# of two columns meet in some row.
+# Every level with every architecture. Of fast maths and assertions each row has one value, spread so that any two
+# values of two columns meet in some row.
 add_level_rows()
 {
 	local compiler=$1 level architecture
@@ -88,8 +89,8 @@ add_level_rows()
 	done
 }
 
-# Where there is an instruction that multiplies and adds, and the optimiser looks for places for it, fast maths on and off
-# at both levels: the rows that are not among the above.
+# Where there is an instruction that multiplies and adds, and the optimiser looks for places for it, fast maths on and
+# off at both levels: the rows that are not among the above.
 add_fusing_rows()
 {
 	local compiler=$1
@@ -396,7 +397,9 @@ run_row()
 		return
 	fi
 	case $compiler in
-	*i686*) /usr/i686-linux-gnu/lib/ld-linux.so.2 --library-path "/usr/i686-linux-gnu/lib:$folder" "$folder/same_bits" ;;
+	*i686*)
+		/usr/i686-linux-gnu/lib/ld-linux.so.2 --library-path "/usr/i686-linux-gnu/lib:$folder" "$folder/same_bits"
+		;;
 	*aarch64*) qemu-aarch64 -L /usr/aarch64-linux-gnu "$folder/same_bits" ;;
 	riscv64*) qemu-riscv64 -L /usr/riscv64-linux-gnu "$folder/same_bits" ;;
 	arm-*) qemu-arm -L /usr/arm-linux-gnueabihf "$folder/same_bits" ;;

@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 """Changes the library in one small place at a time, and sees whether the tests notice.
 
-A mutant is Runtime/ with one small change: a comparison, a bound or a lane is another one, or a statement is dropped. It is
-built in a copy of the tree under build/mutation. The whole suite runs on it, the cheapest tests first, until one fails. If
-no test fails, the mutant survives: either a test is missing, or no result shows the change.
+A mutant is Runtime/ with one small change: a comparison, a bound or a lane is another one, or a statement is dropped.
+It is built in a copy of the tree under build/mutation. The whole suite runs on it, the cheapest tests first, until one
+fails. If no test fails, the mutant survives: either a test is missing, or no result shows the change.
 
   ./Tools/mutate.py --count 200             tries 200 mutants of all of Runtime/, the same ones every time
   ./Tools/mutate.py --count 200 --seed 1    tries 200 other ones

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Makes the packages of a release: an archive of the static libraries, one of the shared libraries, and two Debian packages.
-# Checks them, and builds a program with each.
+# Makes the packages of a release: an archive of the static libraries, one of the shared libraries, and two Debian
+# packages. Checks them, and builds a program with each.
 #
 #   ./Tools/package.sh              writes them to build/packages
 #   ./Tools/package.sh FOLDER       writes them to the folder
 #
-# As root, the script installs the Debian packages with apt and removes them again. Otherwise, or if the machine has them
-# already, it unpacks them instead.
+# As root, the script installs the Debian packages with apt and removes them again. Otherwise, or if the machine has
+# them already, it unpacks them instead.
 set -euo pipefail
 
 if [[ $# -gt 1 || ${1:-} == -* ]]; then
@@ -38,7 +38,8 @@ step()
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct 2>/dev/null || date +%s)
 export SOURCE_DATE_EPOCH
 
-# The shared libraries get the flags that a distribution builds everything with; the paths in reports stay the library's own.
+# The shared libraries get the flags that a distribution builds everything with; the paths in reports stay the library's
+# own.
 debian_flags()
 {
 	DEB_BUILD_MAINT_OPTIONS="hardening=+all reproducible=-fixfilepath" dpkg-buildflags --get "$1"

@@ -66,8 +66,8 @@ check_words()
 	printf 'no word of one compiler, and no intrinsic, stands outside its place\n'
 }
 
-# What clang-tidy looks for, and why not for more, is said in .clang-tidy. Tests are left out: what they do on purpose would
-# need a word at every place.
+# What clang-tidy looks for, and why not for more, is said in .clang-tidy. Tests are left out: what they do on purpose
+# would need a word at every place.
 analyse()
 {
 	cmake --preset analysis -DVEXMOOR_BUILD_SAMPLES=OFF >/dev/null
@@ -86,8 +86,8 @@ analyse()
 
 test_preset()
 {
-	# The viewer draws the same pictures whatever the sorter is built with: one preset builds it. The small examples also
-	# run where rules and memory are watched, and here none is left out.
+	# The viewer draws the same pictures whatever the sorter is built with: one preset builds it. The small examples
+	# also run where rules and memory are watched, and here none is left out.
 	local samples=(-DVEXMOOR_BUILD_SAMPLES=OFF)
 	local allExamples=(-DCMAKE_REQUIRE_FIND_PACKAGE_TBB=ON -DCMAKE_REQUIRE_FIND_PACKAGE_Vulkan=ON)
 	case $1 in

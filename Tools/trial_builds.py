@@ -1,8 +1,8 @@
 """Builds the library with a change, and finds a test that fails. mutate.py and bugs.py share this module.
 
-A Suite is the unchanged library with its tests: every object file, and the tests in batches, the cheapest first. A Job is a
-copy of the tree that tries one change after another. It compiles the files that the change reaches, links them with the
-objects of the suite, and runs the tests.
+A Suite is the unchanged library with its tests: every object file, and the tests in batches, the cheapest first. A Job
+is a copy of the tree that tries one change after another. It compiles the files that the change reaches, links them
+with the objects of the suite, and runs the tests.
 """
 
 import collections
@@ -40,23 +40,24 @@ THREADS = Configuration("threads", "clang++", COMMON_FLAGS + ["-DVX_ASSERTIONS=1
 	"vexmoor_thread_tests", ["-lgtest_main", "-lgtest", "-pthread"], [], [[]] * 5, None, False,
 	["clang", "libclang-rt-14-dev", "libgtest-dev"])
 # A processor with no wide registers, whose lanes no test can ask for.
-OLD_PROCESSOR = SUITE._replace(name="old-processor", prefix=["qemu-x86_64", "-cpu", "Nehalem"], runs=[[]], only="Cpu.*:*WideLanes*",
-	limited=False, packages=SUITE.packages + ["qemu-user"])
+OLD_PROCESSOR = SUITE._replace(name="old-processor", prefix=["qemu-x86_64", "-cpu", "Nehalem"], runs=[[]],
+	only="Cpu.*:*WideLanes*", limited=False, packages=SUITE.packages + ["qemu-user"])
 # Limits so low that small scenes are shared out among many jobs.
 JOBS = SUITE._replace(name="jobs", flags=COMMON_FLAGS + ["-DVX_ASSERTIONS=1", "-DTEST_SORTS_IN_JOBS=1",
 	"-DVEXMOOR_MIN_RECORDS_PER_JOB=16", "-DVEXMOOR_MIN_PART_SIZE=8"], target="vexmoor_job_tests",
 	libraries=["-lgtest_main", "-lgtest", "-pthread"], runs=[[]])
 CONFIGURATIONS = {each.name: each for each in (SUITE, NO_ASSERTIONS, THREADS, OLD_PROCESSOR, JOBS)}
 
-# Sources of Tests/ that instantiate a header's code in their own object. They are built anew when the header changes; all other
-# tests see the change through the objects built anew, which come first in the link and so bring the version that counts.
+# Sources of Tests/ that instantiate a header's code in their own object. They are built anew when the header changes;
+# all other tests see the change through the objects built anew, which come first in the link and so bring the version
+# that counts.
 SOURCES_OF_HEADER = {
 	"kr_containers_array.h": ["containers_array_test"],
 	"kr_cpu.h": ["wide_lanes_test"],
 	"kr_iterators.h": ["memory_views_test"],
 	"kr_log_unique.h": ["log_unique_test"],
 	"kr_mem.h": ["scratch_memory_test"],
-	"kr_memoryviews.h": ["memory_views_test"],
+	"kr_memoryviews.h": ["memory_views_test", "views_test"],
 	"kr_views.h": ["views_test"],
 	"ge_mesh_pages.h": ["particle_pages_test"],
 	"kr_profiler.h": ["profiler_test"],
@@ -205,8 +206,8 @@ class Suite:
 		self.batches = self._measure(binary)
 
 	def _read_targets(self):
-		"""What Tests/CMakeLists.txt says of the tests: sources, include folders, options of the linker, and which tests run
-		on narrower registers too."""
+		"""What Tests/CMakeLists.txt says of the tests: sources, include folders, options of the linker, and which tests
+		run on narrower registers too."""
 		text = read_text(os.path.join(self.base, "Tests", "CMakeLists.txt"))
 
 		def listed(command):
@@ -219,7 +220,8 @@ class Suite:
 		self.tests = [source for source in paths("add_executable") if source.endswith(".cpp")]
 		self.include_directories = INCLUDE_DIRECTORIES + paths("target_include_directories")
 		self.link_options = [each.replace("LINKER:", "-Wl,") for each in listed("target_link_options")]
-		self.wide_tests = re.search(r"--\$\{instruction_set\}.*--gtest_filter=(\S+)", text).group(1).split(":")
+		self.wide_tests = re.search(
+			r"--\$\{instruction_set\}.*?--gtest_filter=(\S+)", text, re.S).group(1).split(":")
 
 	def _includes_of(self, source):
 		"""The headers of Runtime/ that a source of Runtime/ reads, directly or not, by file name."""

@@ -1,6 +1,6 @@
-# What `cmake --install` installs: the libraries with their headers, and how a client finds them, with find_package(Vexmoor)
-# or `pkg-config vexmoor`. Both work from a moved copy of the prefix, and find_package from the build tree as well.
-# Of two components, runtime is what a built client needs, and development what building one takes.
+# What `cmake --install` installs: the libraries with their headers, and how a client finds them, with
+# find_package(Vexmoor) or `pkg-config vexmoor`. Both work from a moved copy of the prefix, and find_package from the
+# build tree as well. Of two components, runtime is what a built client needs, and development what building one takes.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -47,8 +47,8 @@ if(VEXMOOR_INSTALL)
 	file(GENERATE OUTPUT ${PROJECT_BINARY_DIR}/vexmoor.pc INPUT ${PROJECT_BINARY_DIR}/vexmoor.pc.in)
 	install(FILES ${PROJECT_BINARY_DIR}/vexmoor.pc DESTINATION ${pkgConfigDir} COMPONENT development)
 
-	# How debuggers show the library's types. Where the prefix is gdb's own, it finds the printers by itself as soon as a
-	# program loads the shared library.
+	# How debuggers show the library's types. Where the prefix is gdb's own, it finds the printers by itself as soon as
+	# a program loads the shared library.
 	set(debugDir ${CMAKE_INSTALL_DATADIR}/vexmoor/debug)
 	install(
 		FILES ${PROJECT_SOURCE_DIR}/Tools/debug/vexmoor_gdb.py ${PROJECT_SOURCE_DIR}/Tools/debug/vexmoor.natvis

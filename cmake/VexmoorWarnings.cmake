@@ -5,7 +5,8 @@ function(vexmoor_enable_warnings target)
 		if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
 			target_compile_options(${target} PRIVATE -Wpedantic -Wshadow -Wconversion)
 		else()
-			# Of exported classes: a member's class is not exported, as that of a view, which is compiled wherever it is used.
+			# Of exported classes: a member's class is not exported, as that of a view, which is compiled wherever it is
+			# used.
 			target_compile_options(${target} PRIVATE /wd4251)
 		endif()
 	else()

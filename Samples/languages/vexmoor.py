@@ -2,9 +2,9 @@
 
     indices = vexmoor.sort_points(positions, camera=(0, 0, 10), pattern=(0, 1, 2, 0, 2, 3))
 
-Arrays are read at any stride, and indices are written into the caller's array, if one is given, so nothing is copied. Every
-call is checked, so a wrong one raises an exception and writes nothing. Other threads of Python run while a sort runs. If the
-loader does not find the shared library, the environment variable VEXMOOR_LIBRARY names it.
+Arrays are read at any stride, and indices are written into the caller's array, if one is given, so nothing is copied.
+Every call is checked, so a wrong one raises an exception and writes nothing. Other threads of Python run while a sort
+runs. If the loader does not find the shared library, the environment variable VEXMOOR_LIBRARY names it.
 """
 
 import ctypes
@@ -78,7 +78,8 @@ def _raise_unless_ok(result, findings=()):
 def _view(name, array, dtype, shape):
     """A page as it lies in memory, whatever its stride from particle to particle."""
     if not isinstance(array, np.ndarray) or array.dtype != dtype:
-        raise TypeError(f"{name} are an array of {np.dtype(dtype)}, not {getattr(array, 'dtype', type(array).__name__)}")
+        given = getattr(array, 'dtype', type(array).__name__)
+        raise TypeError(f"{name} are an array of {np.dtype(dtype)}, not {given}")
     if array.ndim != 1 + len(shape) or array.shape[1:] != shape:
         raise ValueError(f"{name} have the shape {('n', *shape)}, not {array.shape}")
     if shape and array.size != 0 and array.strides[1] != array.itemsize:
@@ -153,7 +154,9 @@ def sort_points(positions=None, *, values=None, enabled=None, camera=(0.0, 0.0, 
     call.page_count = len(views)
     drawn_count = sum(view.count for view in views)
     if enabled is not None:
-        bytes_of_pages = [page.view(np.uint8) if getattr(page, "dtype", None) == bool else page for page in _pages(enabled)]
+        bytes_of_pages = [
+            page.view(np.uint8) if getattr(page, "dtype", None) == bool else page for page in _pages(enabled)
+        ]
         if len(bytes_of_pages) != len(views):
             raise ValueError(f"there are {len(views)} pages, but enabled bytes for {len(bytes_of_pages)}")
         enabled_array = (_View * len(views))(*[_view("enabled bytes", page, np.uint8, ()) for page in bytes_of_pages])

@@ -2,11 +2,12 @@
 //!
 //! ```text
 //! let pages = [Page::positions(&particles, |particle| &particle.position)];
-//! sort_points(&pages, &Draw { camera: [0.0, 0.0, 10.0], pattern: &[0, 1, 2, 0, 2, 3], ..Draw::default() }, &mut indices)?;
+//! sort_points(&pages, &Draw { camera: [0.0, 0.0, 10.0], pattern: &[0, 1, 2, 0, 2, 3], ..Draw::default() }, &mut
+//! indices)?;
 //! ```
 //!
-//! Particles are read in any structures, and indices are written into the caller's slice, so nothing is copied. Every call is
-//! checked, so a wrong one returns an error and writes nothing. Indices are `u32` or `u16`.
+//! Particles are read in any structures, and indices are written into the caller's slice, so nothing is copied. Every
+//! call is checked, so a wrong one returns an error and writes nothing. Indices are `u32` or `u16`.
 
 use std::ffi::{c_void, CStr};
 use std::fmt;

@@ -10,7 +10,8 @@
 
 using namespace Vexmoor;
 
-// Any pool will do that runs a function a number of times and waits until all have returned. The calling thread works too.
+// Any pool will do that runs a function a number of times and waits until all have returned. The calling thread works
+// too.
 class CThreadPool
 {
 public:

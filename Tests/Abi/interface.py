@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
-"""Prints, in lines of text, what built programs depend on in the shared libraries: the names of the libraries, the symbols
-that they export, and, for every type that these symbols use, its size, the offset of each member, and the values of
-enumerators.
+"""Prints, in lines of text, what built programs depend on in the shared libraries: the names of the libraries, the
+symbols that they export, and, for every type that these symbols use, its size, the offset of each member, and the
+values of enumerators.
 
     interface.py DESCRIPTION...              prints the lines of libraries, which abidw has described
     interface.py --compare RECORD LINES      prints which lines of the record are missing; exit code 1 if any is
 
 A structure for C that begins with its own size may grow at its end, because programs say how much of it they know.
-Types of the standard library are named, but their members are not listed. If one grows, the size of every type that has it
-as a member shows that.
+Types of the standard library are named, but their members are not listed. If one grows, the size of every type that has
+it as a member shows that.
 """
 
 import os
@@ -96,7 +96,8 @@ class Description:
 				found.add(element)
 				pending += self.types_in(element)
 		return [element for element in found if element.tag in TYPE_TAGS and
-			element.get('is-declaration-only') != 'yes' and PUBLIC_HEADER.search(os.path.normpath(element.get('filepath', '')))]
+			element.get('is-declaration-only') != 'yes' and
+			PUBLIC_HEADER.search(os.path.normpath(element.get('filepath', '')))]
 
 	def lines(self):
 		library = self.corpus.get('soname')
@@ -128,7 +129,8 @@ class Description:
 			variable = part.find('var-decl')
 			type_ = self.type_name(self.elements[(part if variable is None else variable).get('type-id')])
 			offset = int(part.get('layout-offset-in-bits')) // 8
-			yield '%s has at byte %d %s%s' % (name, offset, type_, '' if variable is None else ' ' + variable.get('name'))
+			variable_name = '' if variable is None else ' ' + variable.get('name')
+			yield '%s has at byte %d %s%s' % (name, offset, type_, variable_name)
 
 
 def demangled(symbol):
@@ -155,7 +157,8 @@ def compare(record_name, lines_name):
 		return 0
 	# A structure that begins with its own size may grow: the size says how much of it a program knows.
 	growing = {line.split()[0] for line in record if line.endswith(' has at byte 0 unsigned int struct_size')}
-	gone = [line for line in record if line not in known and not (line.split()[0] in growing and has_grown(line, known))]
+	gone = [line for line in record
+		if line not in known and not (line.split()[0] in growing and has_grown(line, known))]
 	if gone:
 		print('breaks built programs')
 	for line in gone:

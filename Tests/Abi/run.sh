@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Tests Tools/abi.sh: changes a copy of the library in ways that break built programs and in ways that do not, and asks it
-# about each change. The argument is a folder to work in.
+# Tests Tools/abi.sh: changes a copy of the library in ways that break built programs and in ways that do not, and asks
+# it about each change. The argument is a folder to work in.
 set -euo pipefail
 workDir=$1
 mkdir -p "$workDir"
@@ -71,11 +71,13 @@ sed -i '/src\/ge_mesh\/sort_validation.cpp/d' Runtime/vx_geometrics/CMakeLists.t
 expect_of_both "a function gone" 1 "\[D\].*ValidateSort" "no longer: .*ValidateSort"
 
 sed -i 's/^\tu32 m_IndexCount_fromBB = 0;/&\n\tu32 m_More[16] = {};/' $sorter
-expect_of_both "a larger sorter" 1 "libvx_geometrics.so: breaks built programs" "no longer: Vexmoor::CTriangleSorter has 232 bytes"
+expect_of_both "a larger sorter" 1 "libvx_geometrics.so: breaks built programs" \
+	"no longer: Vexmoor::CTriangleSorter has 232 bytes"
 
 # The library's own assertion of the structure's size changes with it.
 sed -i 's/^\tconst vexmoor_jobs \*jobs;/&\n\tconst void *more;/' Runtime/vx_geometrics/include/vexmoor.h
-sed -i 's/sizeof(vexmoor_call) == 14 \* 4 + 13/sizeof(vexmoor_call) == 14 * 4 + 14/' Runtime/vx_geometrics/src/vexmoor.cpp
+sed -i 's/sizeof(vexmoor_call) == 14 \* 4 + 13/sizeof(vexmoor_call) == 14 * 4 + 14/' \
+	Runtime/vx_geometrics/src/vexmoor.cpp
 expect_of_both "a field more at the end of a call in C" 0 "libvx_geometrics.so: \(the same\|has more than before\)" \
 	"has more than before: 2 lines"
 
@@ -84,15 +86,19 @@ sed -i 's/^VEXMOOR_API uint32_t VEXMOOR_CALL vexmoor_version/VEXMOOR_API uint64_
 sed -i 's/^uint32_t vexmoor_version/uint64_t vexmoor_version/' Runtime/vx_geometrics/src/vexmoor.cpp
 expect_of_both "another return type in C" 1 "vexmoor_version" "no longer: .*vexmoor_version -> unsigned int"
 
-sed -i 's/SortFinding_Violation = 0,/SortFinding_Violation = 2,/' Runtime/vx_geometrics/include/ge_mesh_sort_validation.h
+sed -i 's/SortFinding_Violation = 0,/SortFinding_Violation = 2,/' \
+	Runtime/vx_geometrics/include/ge_mesh_sort_validation.h
 expect_of_both "another value" 1 "SortFinding_Violation" "no longer: .*SortFinding_Violation is 0"
 
-sed -i 's/^VX_GEOMETRICS_API u64 SortCaptureChecksum/VX_GEOMETRICS_API u32 SortCaptureChecksum/' Runtime/vx_geometrics/include/ge_mesh_sort_capture.h
-sed -i 's/^VX_WRAPS u64 SortCaptureChecksum\(.*\)/VX_WRAPS u32 SortCaptureChecksum\1/; s/^\treturn checksum;/\treturn u32(checksum);/' \
+sed -i 's/^VX_GEOMETRICS_API u64 SortCaptureChecksum/VX_GEOMETRICS_API u32 SortCaptureChecksum/' \
+	Runtime/vx_geometrics/include/ge_mesh_sort_capture.h
+sed -i -e 's/^VX_WRAPS u64 SortCaptureChecksum\(.*\)/VX_WRAPS u32 SortCaptureChecksum\1/' \
+	-e 's/^\treturn checksum;/\treturn u32(checksum);/' \
 	Runtime/vx_geometrics/src/ge_mesh/sort_capture.cpp
 expect_of_both "another return type" 1 "SortCaptureChecksum" "no longer: .*SortCaptureChecksum.* -> unsigned long"
 
 sed -i '/src\/ge_mesh\/sort_validation.cpp/d' Runtime/vx_geometrics/CMakeLists.txt
-sed -i 's/\(define \(VX\|VEXMOOR\)_VERSION_MAJOR\) .*/\1 2/' Runtime/include/vx_defs.h Runtime/vx_geometrics/include/vexmoor.h
+sed -i 's/\(define \(VX\|VEXMOOR\)_VERSION_MAJOR\) .*/\1 2/' \
+	Runtime/include/vx_defs.h Runtime/vx_geometrics/include/vexmoor.h
 expect_of_both "a function gone from a new major version" 0 "libvx_geometrics.so.1 is now libvx_geometrics.so.2" \
 	"the libraries have other names now"

@@ -28,8 +28,10 @@ class ArgumentsTest(unittest.TestCase):
 
 	def test_what_the_script_calls(self):
 		for program in ("measure.py", "goals.py"):
-			self.expect_sentence(f"{program}: the following arguments are required", sys.executable, BENCHMARKS / program)
-		self.expect_sentence("unrecognized arguments: --all", sys.executable, BENCHMARKS / "goals.py", "results.json", "--all")
+			sentence = f"{program}: the following arguments are required"
+			self.expect_sentence(sentence, sys.executable, BENCHMARKS / program)
+		sentence = "unrecognized arguments: --all"
+		self.expect_sentence(sentence, sys.executable, BENCHMARKS / "goals.py", "results.json", "--all")
 
 
 if __name__ == "__main__":

@@ -3,7 +3,8 @@
 import results
 
 MACHINE = {
-	"vendor": "GenuineIntel", "model_name": "Example Processor", "family": "6", "model": "99", "registers": "AVX2", "cores": 2,
+	"vendor": "GenuineIntel", "model_name": "Example Processor", "family": "6", "model": "99", "registers": "AVX2",
+	"cores": 2,
 	"virtual": "", "caches": "L1 data 32 KiB", "memory": "8 GiB", "kernel": "1.0", "compiler": "GNU 12, -O3",
 	"vqsort": "AVX2", "packages": "", "load": "0.1", "date": "2026-01-02", "repetitions": 3,
 }
@@ -14,7 +15,8 @@ def timed(ns, items):
 
 
 def in_turns(ratio, plain_ns, items):
-	return results.Case(items, counters={"ratio": [round(ratio * part, 3) for part in (0.9, 1, 1.1)], "plain_ns": [plain_ns] * 3})
+	ratios = [round(ratio * part, 3) for part in (0.9, 1, 1.1)]
+	return results.Case(items, counters={"ratio": ratios, "plain_ns": [plain_ns] * 3})
 
 
 def example():

@@ -29,7 +29,8 @@ if any("ends" in name for name in names):
 	sys.exit("it ended")
 context = dict(num_cpus=2, caches=[], compiler="g++", flags="-O3", vqsort_best_target="AVX2", vqsort_avx2_target="AVX2",
 	date="2026-01-02T03:04:05", load_avg=[0.5, 2.25, 1.0])
-runs = [dict(run_name=name, run_type="iteration", family_index=i, real_time=10.0 * (i + 1), cpu_time=10.0, calls=1, items=5)
+runs = [dict(run_name=name, run_type="iteration", family_index=i, real_time=10.0 * (i + 1), cpu_time=10.0, calls=1,
+items=5)
 	for i, name in enumerate(names)]
 for run in runs:
 	if "broken" in run["run_name"]:
@@ -72,7 +73,8 @@ class MeasureTest(unittest.TestCase):
 			program.write_text(PROGRAM.format(names=names), encoding="utf-8")
 			program.chmod(0o755)
 			options = [option.replace("FOLDER", folder) for option in options]
-			answer = subprocess.run([sys.executable, f"{BENCHMARKS}/measure.py", program, pathlib.Path(folder, out), *options],
+			command = [sys.executable, f"{BENCHMARKS}/measure.py", program, pathlib.Path(folder, out), *options]
+			answer = subprocess.run(command,
 				capture_output=True, text=True, check=False)
 			written = [path for path in pathlib.Path(folder).glob("*.json")]
 			return answer, results.load(written[0]) if written else None, [path.name for path in written]
@@ -105,14 +107,16 @@ class MeasureTest(unittest.TestCase):
 
 	def test_a_program_that_ends_is_one_sentence_and_2(self):
 		answer, kept, _ = self.measure(["a/ends/who/5"])
-		self.assertEqual((answer.returncode, kept, answer.stderr), (2, None, "measure.py: program ended with 1: it ended\n"))
+		self.assertEqual(
+			(answer.returncode, kept, answer.stderr), (2, None, "measure.py: program ended with 1: it ended\n"))
 
 	def test_what_cannot_be_opened_is_one_sentence_and_2(self):
 		answer, _, _ = self.measure(["a/x/who/5"], out="missing/out.json")
 		self.assertEqual((answer.returncode, len(answer.stderr.splitlines())), (2, 1), answer.stderr)
 		answer, _, _ = self.measure(["a/x/who/5"], "--lock=FOLDER/missing/lock")
 		self.assertEqual((answer.returncode, len(answer.stderr.splitlines())), (2, 1), answer.stderr)
-		answer = subprocess.run([sys.executable, f"{BENCHMARKS}/measure.py", "/no/program", "out.json"], capture_output=True,
+		command = [sys.executable, f"{BENCHMARKS}/measure.py", "/no/program", "out.json"]
+		answer = subprocess.run(command, capture_output=True,
 			text=True, check=False)
 		self.assertEqual((answer.returncode, len(answer.stderr.splitlines())), (2, 1), answer.stderr)
 

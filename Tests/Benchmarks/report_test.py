@@ -43,7 +43,8 @@ class ReportTest(unittest.TestCase):
 
 	def test_the_page_opens_with_the_plot_and_the_table(self):
 		headings = re.findall(r"^(#+ .*|!\[.*?\])", self.write(example()), re.M)
-		self.assertEqual(headings[:3], ["# Performance", "![Whole sorts by count, beside the loop]", "## Your draw call"])
+		self.assertEqual(
+			headings[:3], ["# Performance", "![Whole sorts by count, beside the loop]", "## Your draw call"])
 
 	def test_every_link_leads_somewhere(self):
 		page = self.write(example())
@@ -81,7 +82,8 @@ class ReportTest(unittest.TestCase):
 			whole.cases[("scenes", "positions", "user", size)] = in_turns(6.6, 5.0 * size, size)
 		for shape in report.SHAPES:
 			for size in report.SIZES[:-1]:
-				whole.cases[("whole_pairs", f"{shape}_vexmoor_pages_of_1k", "vqsort_best", size)] = in_turns(1.25, 1.0, size)
+				case = ("whole_pairs", f"{shape}_vexmoor_pages_of_1k", "vqsort_best", size)
+				whole.cases[case] = in_turns(1.25, 1.0, size)
 		readme = self.folder / "README.md"
 		readme.write_text(f"before\n{report.FIGURES_BEGIN}\nold\n{report.FIGURES_END}\nafter\n", encoding="utf-8")
 		self.write(whole, options=("--readme", readme))

@@ -19,7 +19,8 @@ def rows(lines):
 
 class NumbersTest(unittest.TestCase):
 	def test_durations_have_a_unit_that_fits(self):
-		self.assertEqual([tables.duration(ns) for ns in (744, 5160, 56000, 1.2e7)], ["744 ns", "5.16 µs", "56.0 µs", "12.0 ms"])
+		self.assertEqual(
+			[tables.duration(ns) for ns in (744, 5160, 56000, 1.2e7)], ["744 ns", "5.16 µs", "56.0 µs", "12.0 ms"])
 
 	def test_a_peer_that_is_faster_is_bold(self):
 		self.assertEqual((tables.times(2.0), tables.times(0.5)), ("×2.00", "**×0.50**"))
@@ -72,7 +73,10 @@ class TablesTest(unittest.TestCase):
 
 	def test_a_peer_has_a_ratio_and_the_library_none(self):
 		lines, series = tables.peer_table(self.results, "sort", "uniform", "vexmoor", "ns a record")
-		self.assertEqual(rows(lines)[:2], [["vexmoor", "1.25 ±1 %", "4.00 ±1 %"], ["std_sort", "3.75 ±1 %, ×3.00", "16.0 ±1 %, ×4.00"]])
+		self.assertEqual(rows(lines)[:2], [
+			["vexmoor", "1.25 ±1 %", "4.00 ±1 %"],
+			["std_sort", "3.75 ±1 %, ×3.00", "16.0 ±1 %, ×4.00"],
+		])
 		self.assertEqual(series, {"std_sort": [(8, 3.0), (1000, 4.0)], "vqsort_best": [(1000, 0.75)]})
 
 	def test_expansion_has_its_ratios_to_both_loops(self):
@@ -93,7 +97,8 @@ class TablesTest(unittest.TestCase):
 
 	def test_every_table_is_empty_without_cases(self):
 		self.results.cases.clear()
-		self.assertEqual((tables.scene_table(self.results), tables.cold_table(self.results), tables.losses(self.results)),
+		self.assertEqual(
+			(tables.scene_table(self.results), tables.cold_table(self.results), tables.losses(self.results)),
 			([], [], []))
 		self.assertIsNone(tables.middle_spread(self.results))
 

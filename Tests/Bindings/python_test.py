@@ -206,7 +206,8 @@ class Refused(unittest.TestCase):
 
     def test_keys(self):
         self.assert_refused(TypeError, "either positions or values")
-        self.assert_refused(TypeError, "either positions or values", random_positions(4), values=np.zeros(4, np.float32))
+        values = np.zeros(4, np.float32)
+        self.assert_refused(TypeError, "either positions or values", random_positions(4), values=values)
 
     # What the library sees.
 

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Calls the shared libraries, with assertions, from Python with numpy and from Rust, through the modules of Samples/languages.
-# Runs the samples, and the tests of what the modules sort and refuse. The argument is a folder to build in.
+# Calls the shared libraries, with assertions, from Python with numpy and from Rust, through the modules of
+# Samples/languages. Runs the samples, and the tests of what the modules sort and refuse. The argument is a folder to
+# build in.
 set -euo pipefail
 workDir=$1
 mkdir -p "$workDir"
@@ -28,7 +29,8 @@ step()
 
 build_libraries()
 {
-	cmake -S . -B "$workDir/libraries" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=g++ -DBUILD_SHARED_LIBS=ON \
+	cmake -S . -B "$workDir/libraries" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+		-DCMAKE_CXX_COMPILER=g++ -DBUILD_SHARED_LIBS=ON \
 		-DBUILD_TESTING=OFF -DVEXMOOR_BUILD_SAMPLES=OFF -DCMAKE_INSTALL_LIBDIR=lib
 	cmake --build "$workDir/libraries"
 	cmake --install "$workDir/libraries" --prefix "$workDir/installed"

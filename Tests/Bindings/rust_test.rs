@@ -1,5 +1,5 @@
-//! Samples/languages/vexmoor.rs as its users call it: what is sorted, and that every wrong call comes back as an error and
-//! writes nothing.
+//! Samples/languages/vexmoor.rs as its users call it: what is sorted, and that every wrong call comes back as an error
+//! and writes nothing.
 
 use vexmoor::{sort_points, Draw, Error, Page};
 
@@ -50,7 +50,10 @@ fn a_pattern_is_drawn_for_each_particle() {
     let draw = Draw { pattern: &QUAD, ..Draw::default() };
     assert_eq!(sort_points(&[packed(&POSITIONS)], &draw, &mut indices), Ok(24));
     let expected: Vec<u16> =
-        FARTHEST_FIRST.iter().flat_map(|particle| QUAD.iter().map(move |entry| (particle * 4 + entry) as u16)).collect();
+        FARTHEST_FIRST
+            .iter()
+            .flat_map(|particle| QUAD.iter().map(move |entry| (particle * 4 + entry) as u16))
+            .collect();
     assert_eq!(indices[..], expected[..]);
 }
 

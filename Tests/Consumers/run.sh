@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Tries every way in which a host can use the library: as a package from the build tree, installed, and installed and
-# moved, with CMake and with pkg-config; as a subdirectory; and as bare sources with the host's own flags. Also checks that
-# a client compiled with another VX_ASSERTIONS is refused. Arguments are a build folder, the name of a compiler, and a
-# folder to work in. If that folder is kept, the next run is quicker.
+# moved, with CMake and with pkg-config; as a subdirectory; and as bare sources with the host's own flags. Also checks
+# that a client compiled with another VX_ASSERTIONS is refused. Arguments are a build folder, the name of a compiler,
+# and a folder to work in. If that folder is kept, the next run is quicker.
 set -euo pipefail
 buildDir=$1 compiler=$2 workDir=$3
 sourceDir=$(cd "$(dirname "$0")/../.." && pwd)

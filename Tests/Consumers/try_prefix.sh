@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Tries an installed library in hosts that find it with CMake and with pkg-config, in C++ and in C. Also checks that a client
-# compiled with another VX_ASSERTIONS does not link. Arguments are the prefix, the name of a C++ compiler, whose C compiler
-# has to be installed too, and a folder to work in.
+# Tries an installed library in hosts that find it with CMake and with pkg-config, in C++ and in C. Also checks that a
+# client compiled with another VX_ASSERTIONS does not link. Arguments are the prefix, the name of a C++ compiler, whose
+# C compiler has to be installed too, and a folder to work in.
 set -euo pipefail
 prefix=$1 compiler=$2 workDir=$3
 consumers=$(cd "$(dirname "$0")" && pwd)
@@ -28,8 +28,8 @@ if [ "$prefix" != /usr ]; then
 	export PKG_CONFIG_PATH
 	loader=("-Wl,-rpath,$(pkg-config --variable=libdir vexmoor)")
 fi
-pkg-config --print-errors --exact-version="$(sed -n 's/^#define VX_VERSION_[A-Z]* //p' "$consumers/../../Runtime/include/vx_defs.h" |
-	paste -sd .)" vexmoor
+defs=$consumers/../../Runtime/include/vx_defs.h
+pkg-config --print-errors --exact-version="$(sed -n 's/^#define VX_VERSION_[A-Z]* //p' "$defs" | paste -sd .)" vexmoor
 
 read -ra compileFlags < <(pkg-config --cflags vexmoor)
 read -ra linkFlags < <(pkg-config --libs vexmoor)

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Stops a program in gdb and compares what the printers print with Tests/Debug/printers.txt, in which addresses read ADDRESS.
+# Stops a program in gdb and compares what the printers print with Tests/Debug/printers.txt, in which addresses read
+# ADDRESS.
 #
 #   gdb_test.sh GDB PRINTERS PROGRAM
 set -euo pipefail

@@ -1,5 +1,5 @@
-# Reads the natvis file as XML and looks up every type, member and constant that it names in the public headers, and whether
-# the gdb printers know the same types.
+# Reads the natvis file as XML and looks up every type, member and constant that it names in the public headers, and
+# whether the gdb printers know the same types.
 #
 #   natvis_test.py NATVIS GDB_PRINTERS RUNTIME_FOLDER
 import pathlib

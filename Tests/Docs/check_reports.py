@@ -3,8 +3,8 @@
 and the file that reports it, and every entry has a text. The argument is the repository's root.
 
 An entry is "- `text`, `detail`, ...: what it means and what to do". The text is an assertion's condition, or its
-message with the condition as detail; a warning with its sites; a sentence of the validation. Numbers in formatted texts are
-written N, other insertions "…".
+message with the condition as detail; a warning with its sites; a sentence of the validation. Numbers in formatted texts
+are written N, other insertions "…".
 """
 import re
 import sys
@@ -134,7 +134,8 @@ def reports_of(path, problems):
             text = formatted if as_written(arguments[1]) == "message.Data()" else literal(arguments[1])
             site = literal(arguments[0])
             name = as_written(arguments[0]).split("::")[-1]
-            reports["Warnings"][text] |= {site} if site else set().union(*(sites[each] for each in aliases[name] | {name}))
+            sitesOfName = set().union(*(sites[each] for each in aliases[name] | {name}))
+            reports["Warnings"][text] |= {site} if site else sitesOfName
     if any(None in texts for texts in reports.values()):
         problems.append(f"{path.name}: it reports a text that does not stand beside the report")
     return reports

@@ -1,7 +1,7 @@
 #pragma once
 
-// The bytes of a fuzzed input, one after another. Beyond the end there are zeros, so that every input means something and
-// each byte that is added or changed changes what follows as little as possible.
+// The bytes of a fuzzed input, one after another. Beyond the end there are zeros, so that every input means something
+// and each byte that is added or changed changes what follows as little as possible.
 
 #include "reference_model.h"
 #include <cstddef>

@@ -1,7 +1,7 @@
 #pragma once
 
-// From the bytes of a fuzzed input to a valid scene or call: every input decodes to one that keeps the rules a caller of
-// the library is given, small enough to be sorted thousands of times a second. Bytes say how things lie and what is
+// From the bytes of a fuzzed input to a valid scene or call: every input decodes to one that keeps the rules a caller
+// of the library is given, small enough to be sorted thousands of times a second. Bytes say how things lie and what is
 // special about them; bulk comes from bytes too, or from a generator that a byte seeds.
 
 #include "byte_reader.h"

@@ -1,6 +1,6 @@
 // Fuzzes both sort entry points with jobs: the input says how many there may be and in which order a hostile host runs
-// them, and describes a draw call, which is laid out between guard pages, sorted, and compared with the reference model to
-// the last index, report and warning.
+// them, and describes a draw call, which is laid out between guard pages, sorted, and compared with the reference model
+// to the last index, report and warning.
 
 #include "sort_fuzzing.h"
 

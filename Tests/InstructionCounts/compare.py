@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Compares instruction counts with recorded ones. A rise of more than 3 % fails; a fall of more than 3 % is pointed out.
+"""Compares instruction counts with recorded ones. A rise of more than 3 % fails; a fall of more than 3 % is pointed
+out.
 
 compare.py RECORDED COUNTED
 

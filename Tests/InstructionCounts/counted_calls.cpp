@@ -1,7 +1,7 @@
-// Calls of the library on fixed inputs, whose instructions Tools/instruction_counts.sh counts. Callgrind collects inside
-// each call alone and then dumps what it counted under the case's name. An emulator logs every instruction with its
-// function: what it logs from one ToggleCounting to the next belongs to a call, and the names of the cases are printed
-// in order. The calls are the same without either.
+// Calls of the library on fixed inputs, whose instructions Tools/instruction_counts.sh counts. Callgrind collects
+// inside each call alone and then dumps what it counted under the case's name. An emulator logs every instruction with
+// its function: what it logs from one ToggleCounting to the next belongs to a call, and the names of the cases are
+// printed in order. The calls are the same without either.
 
 #include "ge_mesh_triangle_sorter.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// Random damage to a sound call: views get smaller, lose their address or overlap themselves, and numbers change. No view
-// claims memory that is not there, so what a check lets pass has to sort within its memory.
+// Random damage to a sound call: views get smaller, lose their address or overlap themselves, and numbers change. No
+// view claims memory that is not there, so what a check lets pass has to sort within its memory.
 // _Draw draws: Below(bound), Chance(percent), Next().
 
 #include "sort_call.h"

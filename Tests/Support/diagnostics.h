@@ -167,8 +167,9 @@ struct SRecordedAllocation
 	std::string m_FreedByFile;
 };
 
-/// Records what goes through the allocator hook. Blocks come from the heap, or are refused. They are expected to go back
-/// under the type, the origin and the module that they were taken for. Blocks that were not freed are released at the end.
+/// Records what goes through the allocator hook. Blocks come from the heap, or are refused. They are expected to go
+/// back under the type, the origin and the module that they were taken for. Blocks that were not freed are released at
+/// the end.
 class CAllocationRecorder
 {
 public:

@@ -14,8 +14,8 @@ namespace Support
 using SRecords = std::vector<Vexmoor::SIndexAndDepth>;
 using SPattern = std::vector<Vexmoor::u32>;
 
-/// The indices that one call writes into a buffer of exactly their size, dstAddress modulo 16. The pattern ends with its
-/// page.
+/// The indices that one call writes into a buffer of exactly their size, dstAddress modulo 16. The pattern ends with
+/// its page.
 template<typename _Index>
 std::vector<Vexmoor::u32> Expand(const SPattern &pattern,
 	const SRecords &records,

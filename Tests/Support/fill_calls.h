@@ -90,7 +90,7 @@ void ExpectAsModel(EFill fill, const Model::SFillCall &call, CGuardedMemory::EFl
 void ExpectEveryLoopAsModel(EFill fill);
 /// Compaction of every number of records up to 70, with disabled particles in several places and numbers.
 void ExpectEveryCompactionAsModel(EFill fill);
-/// Up to 40 particles at every short stride, those among them at which elements overlap, and at some longer ones. The first
-/// byte of the source is the first one after inaccessible memory, and then its last byte the last one before.
+/// Up to 40 particles at every short stride, those among them at which elements overlap, and at some longer ones. The
+/// first byte of the source is the first one after inaccessible memory, and then its last byte the last one before.
 void ExpectNothingReadOutside(EFill fill);
 } // namespace Support

@@ -14,8 +14,8 @@ static thread_local s64 s_BlockCount = 0;
 static thread_local bool s_IsDry = false;
 static thread_local u64 s_FailingNumber = kNone;
 
-// To a compiler that sees through a whole program, malloc neither reads nor writes these. Who sets them or looks at them
-// makes it forget that.
+// To a compiler that sees through a whole program, malloc neither reads nor writes these. Who sets them or looks at
+// them makes it forget that.
 static void ExpectUseByMalloc()
 {
 	__asm__ volatile("" : : : "memory");
@@ -51,8 +51,8 @@ extern "C" void __wrap_free(void *block)
 	__real_free(block);
 }
 
-// None is inlined: a caller would allocate with one and free with the other of new and malloc, in the eyes of g++ and of
-// valgrind.
+// None is inlined: a caller would allocate with one and free with the other of new and malloc, in the eyes of g++ and
+// of valgrind.
 [[gnu::noinline]] void *operator new(std::size_t size, const std::nothrow_t &) noexcept
 {
 	return Allocate(size);

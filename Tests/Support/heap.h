@@ -1,7 +1,7 @@
 #pragma once
 
-// The heap as the program's operator new and malloc serve it: tests count what a thread takes from it, let one allocation
-// fail, or let it run dry.
+// The heap as the program's operator new and malloc serve it: tests count what a thread takes from it, let one
+// allocation fail, or let it run dry.
 
 #include "vx_defs.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// Hosts' ways to run jobs: in any order, on one thread or on many. Each checks that the sorter keeps what it promises of
-// its calls.
+// Hosts' ways to run jobs: in any order, on one thread or on many. Each checks that the sorter keeps what it promises
+// of its calls.
 
 #include "ge_mesh_triangle_sorter.h"
 

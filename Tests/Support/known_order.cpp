@@ -155,10 +155,10 @@ u32 CKnownSort::_FirstVertex(u32 particle) const
 	return (hasList ? particle % (m_VertexCount / m_VerticesPerParticle) : particle) * m_VerticesPerParticle;
 }
 
-// The float, as bits, that gives a particle its rank. Values spread over all finite ones, so that many digits of a radix
-// sort have few records each. Distances are squares of neighbouring floats from 1 on, so that few digits have many. Squares
-// of neighbours differ: in [1, 2), floats lie one unit in the last place apart, and their squares more than one of the
-// result's.
+// The float, as bits, that gives a particle its rank. Values spread over all finite ones, so that many digits of a
+// radix sort have few records each. Distances are squares of neighbouring floats from 1 on, so that few digits have
+// many. Squares of neighbours differ: in [1, 2), floats lie one unit in the last place apart, and their squares more
+// than one of the result's.
 u32 CKnownSort::_KeyBits(u32 particle) const
 {
 	const u32 rank = particle < m_DrawnCount ? m_Order.RankOf(particle) : 0;

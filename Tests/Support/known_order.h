@@ -1,7 +1,7 @@
 #pragma once
 
-// Calls of any size whose drawing order is known without sorting: what they have to write is computed an index at a time,
-// so the check needs no memory of its own.
+// Calls of any size whose drawing order is known without sorting: what they have to write is computed an index at a
+// time, so the check needs no memory of its own.
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -15,8 +15,8 @@
 
 namespace Support
 {
-// A permutation of count numbers that jumps about: number i comes at rank (i * step + shift) modulo count, where step and
-// count have no common divisor.
+// A permutation of count numbers that jumps about: number i comes at rank (i * step + shift) modulo count, where step
+// and count have no common divisor.
 class CKnownOrder
 {
 public:

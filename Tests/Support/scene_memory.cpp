@@ -222,8 +222,8 @@ static TMemoryView<_Element> ViewAt(const CGuardedMemory &memory, std::size_t co
 	return {memory.As<_Element>(), u32(count)};
 }
 
-// Hosts set one sorter up anew, frame after frame. What this one was told before, through every set-up call, is as large
-// as the scene or larger, lies where any access faults, and has other values throughout.
+// Hosts set one sorter up anew, frame after frame. What this one was told before, through every set-up call, is as
+// large as the scene or larger, lies where any access faults, and has other values throughout.
 void CSceneMemory::_SetUpEarlierCall(u32 countsMore) const
 {
 	const u32 indexCapacity = m_Scene.m_IndexCapacity + countsMore;

@@ -116,12 +116,12 @@ struct SFindings
 };
 void Collect(const Vexmoor::SSortFinding &finding, void *findings);
 
-// That the checked sort refuses a call as it is set up: with the findings of ValidateSort, with and without a handler, and
-// with nothing written, reported, warned of or allocated.
+// That the checked sort refuses a call as it is set up: with the findings of ValidateSort, with and without a handler,
+// and with nothing written, reported, warned of or allocated.
 testing::AssertionResult IsRefused(CCall &call);
 
-// That the checked sort refuses a call as it is set up, as above, or sorts it within its memory and to the same bytes as the
-// bare sort, which reports what advice has foretold and nothing else. Only for calls whose memory is there.
+// That the checked sort refuses a call as it is set up, as above, or sorts it within its memory and to the same bytes
+// as the bare sort, which reports what advice has foretold and nothing else. Only for calls whose memory is there.
 testing::AssertionResult IsRefusedOrSorts(CCall &call);
 
 // A row of a table of broken calls: how a good call is changed, and the sentences that follow from it.

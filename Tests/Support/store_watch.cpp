@@ -1,9 +1,9 @@
 // Pages without access fault at every load and store, and the fault says which of the two it was. Its handler opens the
-// pages for one instruction, by the processor's single-step flag; the trap behind that instruction compares the bytes with
-// what they were and closes the pages again.
+// pages for one instruction, by the processor's single-step flag; the trap behind that instruction compares the bytes
+// with what they were and closes the pages again.
 //
-// What lies in the pages is the complement of what is expected, and is put back after every store. So a byte shows up each
-// time it is written, a second time as well, and a sum of old and new contents comes out wrong.
+// What lies in the pages is the complement of what is expected, and is put back after every store. So a byte shows up
+// each time it is written, a second time as well, and a sum of old and new contents comes out wrong.
 
 #include "store_watch.h"
 
@@ -44,8 +44,8 @@ namespace
 		bool m_HasGaps;         // bytes in between did not change
 	};
 
-	// Whether an instruction that faulted as a store does no more than that: mov and its relatives, of general and of vector
-	// registers, and the string instructions. Whatever else there is counts as reading what it writes.
+	// Whether an instruction that faulted as a store does no more than that: mov and its relatives, of general and of
+	// vector registers, and the string instructions. Whatever else there is counts as reading what it writes.
 	bool IsPlainStore(const uint8_t *code)
 	{
 		constexpr uint8_t kPrefixes[] = {0x66, 0x67, 0xF2, 0xF3, 0x26, 0x2E, 0x36, 0x3E, 0x64, 0x65};

@@ -1,7 +1,7 @@
 #pragma once
 
-// Memory in which every access of a call is seen: which bytes each instruction stores, in which order, and whether any is
-// read. It holds for any build, as it watches the machine and not the source.
+// Memory in which every access of a call is seen: which bytes each instruction stores, in which order, and whether any
+// is read. It holds for any build, as it watches the machine and not the source.
 
 #include <cstddef>
 #include <cstdint>
@@ -16,9 +16,9 @@ namespace Support
 /// sanitizers, valgrind or an emulator in between.
 const char *WhyStoresGoUnseen();
 
-/// Runs call with an address that is address modulo 64, and watches the expected.size() bytes from there on, with a page
-/// before and after. Holds if call writes every expected byte exactly once, in ascending order, leaves the bytes without a
-/// value and those around alone, and reads none of them. One thread at a time.
+/// Runs call with an address that is address modulo 64, and watches the expected.size() bytes from there on, with a
+/// page before and after. Holds if call writes every expected byte exactly once, in ascending order, leaves the bytes
+/// without a value and those around alone, and reads none of them. One thread at a time.
 testing::AssertionResult WritesFrontToBack(const std::vector<std::optional<std::uint8_t>> &expected,
 	std::size_t address,
 	const std::function<void(void *output)> &call);

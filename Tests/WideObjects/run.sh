@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Checks that code for wider registers is not shared with the rest of the program. If several files have a body of an
-# inline function, the linker keeps one of them, and a processor without wide registers might run the wrong one. Compiles
-# each file of instances with several flags and looks for such bodies: weak functions that are defined.
+# inline function, the linker keeps one of them, and a processor without wide registers might run the wrong one.
+# Compiles each file of instances with several flags and looks for such bodies: weak functions that are defined.
 #
 #   run.sh REPOSITORY COMPILER FOLDER
 set -euo pipefail

@@ -78,7 +78,8 @@ class StridedMemoryView(Elements):
 
 class Array(Elements):
     def __init__(self, array):
-        super().__init__(array["m_Data"], int(array["m_Count"]), array.type.strip_typedefs().template_argument(0).sizeof)
+        elementType = array.type.strip_typedefs().template_argument(0)
+        super().__init__(array["m_Data"], int(array["m_Count"]), elementType.sizeof)
         self.capacity = int(array["m_MaxCount"])
 
     def to_string(self):

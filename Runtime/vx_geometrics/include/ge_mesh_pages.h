@@ -1,6 +1,7 @@
 #pragma once
 
-// The pages of a draw call as a range of structures: where a page's particles lie, which of them are drawn, and how many.
+// The pages of a draw call as a range of structures: where a page's particles lie, which of them are drawn, and how
+// many.
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -58,8 +59,8 @@ u32 RenderedParticleCount(const TMemoryView<const TParticlePage<_Element>> &page
 }
 
 ///@{
-/// CTriangleSorter::Setup_InputPageCache of a range of pages. The pages stay where they are, as they are, until the sort
-/// returns: SetupInputPages(sorter, ViewOf(pages), camera). Returns the number of particles drawn.
+/// CTriangleSorter::Setup_InputPageCache of a range of pages. The pages stay where they are, as they are, until the
+/// sort returns: SetupInputPages(sorter, ViewOf(pages), camera). Returns the number of particles drawn.
 inline u32 SetupInputPages(
 	CTriangleSorter &sorter, const TMemoryView<const CPositionPage> &pages, const CFloat3 &cameraPosition)
 {

@@ -6,7 +6,7 @@
 
 namespace Viewer
 {
-/// Prints the figures. True when the sort keeps the rules and its output is the recorded one, if there is one; a file that
-/// cannot be replayed is a CFailure.
+/// Prints the figures. True when the sort keeps the rules and its output is the recorded one, if there is one; a file
+/// that cannot be replayed is a CFailure.
 bool RunReplay(const std::string &fileName);
 } // namespace Viewer

@@ -1,7 +1,7 @@
 #pragma once
 
-// A file as a range of memory, which costs none: pages come and go as they are read. The file has to keep its size while
-// it is mapped.
+// A file as a range of memory, which costs none: pages come and go as they are read. The file has to keep its size
+// while it is mapped.
 
 #include "vx_defs.h"
 

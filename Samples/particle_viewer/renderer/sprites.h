@@ -1,6 +1,7 @@
 #pragma once
 
-// The sprites of billboards: soft puffs of smoke, a glow and a drop, as layers of one texture, painted when the program starts.
+// The sprites of billboards: soft puffs of smoke, a glow and a drop, as layers of one texture, painted when the program
+// starts.
 
 #include "vx_defs.h"
 

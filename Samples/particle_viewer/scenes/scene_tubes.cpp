@@ -1,7 +1,7 @@
-// Comets that corkscrew about and leave tubes of fire behind, which turn to smoke. A particle is one turn of a corkscrew,
-// fifteen quads that pass behind and before each other: particles are sorted, and the quads inside each as well. Every
-// comet has as many places for vertices as it has turns; the index list says which place a particle has, and the quads'
-// centres lie by place.
+// Comets that corkscrew about and leave tubes of fire behind, which turn to smoke. A particle is one turn of a
+// corkscrew, fifteen quads that pass behind and before each other: particles are sorted, and the quads inside each as
+// well. Every comet has as many places for vertices as it has turns; the index list says which place a particle has,
+// and the quads' centres lie by place.
 
 #include "band.h"
 #include "deterministic.h"
