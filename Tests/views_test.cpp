@@ -117,31 +117,31 @@ TEST(MemoryView, OfATemporary_DoesNotCompile)
 		Count_Three = 3
 	};
 	typedef TStridedMemoryView<const float> CPage;
-	static_assert(std::is_constructible_v<TMemoryView<const u32>, const u32 &>);
-	static_assert(std::is_constructible_v<TMemoryView<const u32>, u32 &>);
-	static_assert(!std::is_constructible_v<TMemoryView<const u32>, u32>);
-	static_assert(!std::is_constructible_v<TMemoryView<const u32>, const u32>);
-	static_assert(!std::is_constructible_v<TMemoryView<const u32>, int &>, "its u32 would be a temporary");
-	static_assert(!std::is_constructible_v<TMemoryView<const u32>, ECount &>, "its u32 would be a temporary");
-	static_assert(!std::is_constructible_v<TMemoryView<const CFloat3>, CFloat3>);
-	static_assert(std::is_constructible_v<TStridedMemoryView<const u32>, const u32 &>);
-	static_assert(std::is_constructible_v<TStridedMemoryView<const u32>, u32 &>);
-	static_assert(!std::is_constructible_v<TStridedMemoryView<const u32>, u32>);
-	static_assert(!std::is_constructible_v<TStridedMemoryView<const u32>, u64 &>, "its u32 would be a temporary");
-	static_assert(std::is_constructible_v<TStridedMemoryView<const CPage>, const CPage &>);
-	static_assert(!std::is_constructible_v<TStridedMemoryView<const CPage>, CPage>);
+	EXPECT_TRUE((std::is_constructible_v<TMemoryView<const u32>, const u32 &>));
+	EXPECT_TRUE((std::is_constructible_v<TMemoryView<const u32>, u32 &>));
+	EXPECT_FALSE((std::is_constructible_v<TMemoryView<const u32>, u32>));
+	EXPECT_FALSE((std::is_constructible_v<TMemoryView<const u32>, const u32>));
+	EXPECT_FALSE((std::is_constructible_v<TMemoryView<const u32>, int &>)) << "its u32 would be a temporary";
+	EXPECT_FALSE((std::is_constructible_v<TMemoryView<const u32>, ECount &>)) << "its u32 would be a temporary";
+	EXPECT_FALSE((std::is_constructible_v<TMemoryView<const CFloat3>, CFloat3>));
+	EXPECT_TRUE((std::is_constructible_v<TStridedMemoryView<const u32>, const u32 &>));
+	EXPECT_TRUE((std::is_constructible_v<TStridedMemoryView<const u32>, u32 &>));
+	EXPECT_FALSE((std::is_constructible_v<TStridedMemoryView<const u32>, u32>));
+	EXPECT_FALSE((std::is_constructible_v<TStridedMemoryView<const u32>, u64 &>)) << "its u32 would be a temporary";
+	EXPECT_TRUE((std::is_constructible_v<TStridedMemoryView<const CPage>, const CPage &>));
+	EXPECT_FALSE((std::is_constructible_v<TStridedMemoryView<const CPage>, CPage>));
 }
 
 // A view that is a temporary itself is as good as any.
 TEST(MemoryView, OfATemporaryView_Compiles)
 {
 	typedef TStridedMemoryView<const float> CPage;
-	static_assert(std::is_convertible_v<TMemoryView<float>, CPage>);
-	static_assert(std::is_convertible_v<TMemoryView<const float>, CPage>);
-	static_assert(std::is_convertible_v<TStridedMemoryView<float>, CPage>);
-	static_assert(std::is_convertible_v<CPage, CPage>);
-	static_assert(std::is_convertible_v<TMemoryView<CPage>, TStridedMemoryView<const CPage>>);
-	static_assert(std::is_convertible_v<TStridedMemoryView<CPage>, TStridedMemoryView<const CPage>>);
+	EXPECT_TRUE((std::is_convertible_v<TMemoryView<float>, CPage>));
+	EXPECT_TRUE((std::is_convertible_v<TMemoryView<const float>, CPage>));
+	EXPECT_TRUE((std::is_convertible_v<TStridedMemoryView<float>, CPage>));
+	EXPECT_TRUE((std::is_convertible_v<CPage, CPage>));
+	EXPECT_TRUE((std::is_convertible_v<TMemoryView<CPage>, TStridedMemoryView<const CPage>>));
+	EXPECT_TRUE((std::is_convertible_v<TStridedMemoryView<CPage>, TStridedMemoryView<const CPage>>));
 }
 
 TEST(ViewOf, ArraysAndContainers_AreViewedWhole)
@@ -171,18 +171,26 @@ TEST(ViewOf, ConstElements_GiveAViewOfConst)
 
 TEST(ViewOf, ATemporaryContainer_DoesNotCompile)
 {
-	static_assert(THasView<std::vector<u32> &>::value && !THasView<std::vector<u32>>::value);
-	static_assert(THasView<const std::vector<u32> &>::value && !THasView<const std::vector<u32>>::value);
-	static_assert(THasView<std::array<u32, 3> &>::value && !THasView<std::array<u32, 3>>::value);
-	static_assert(THasView<u32(&)[3]>::value && !THasView<u32(&&)[3]>::value);
-	static_assert(THasView<const u32(&)[3]>::value && !THasView<const u32(&&)[3]>::value);
-	static_assert(THasView<CHostContainer<u32> &>::value && !THasView<CHostContainer<u32>>::value);
-	static_assert(!THasView<std::vector<bool> &>::value, "its elements have no addresses");
-	static_assert(!THasView<u32 &>::value, "a number is no range");
+	EXPECT_TRUE((THasView<std::vector<u32> &>::value));
+	EXPECT_FALSE((THasView<std::vector<u32>>::value));
+	EXPECT_TRUE((THasView<const std::vector<u32> &>::value));
+	EXPECT_FALSE((THasView<const std::vector<u32>>::value));
+	EXPECT_TRUE((THasView<std::array<u32, 3> &>::value));
+	EXPECT_FALSE((THasView<std::array<u32, 3>>::value));
+	EXPECT_TRUE((THasView<u32(&)[3]>::value));
+	EXPECT_FALSE((THasView<u32(&&)[3]>::value));
+	EXPECT_TRUE((THasView<const u32(&)[3]>::value));
+	EXPECT_FALSE((THasView<const u32(&&)[3]>::value));
+	EXPECT_TRUE((THasView<CHostContainer<u32> &>::value));
+	EXPECT_FALSE((THasView<CHostContainer<u32>>::value));
+	EXPECT_FALSE((THasView<std::vector<bool> &>::value)) << "its elements have no addresses";
+	EXPECT_FALSE((THasView<u32 &>::value)) << "a number is no range";
 	typedef std::vector<SParticle> CParticles;
-	static_assert(THasMemberView<CParticles &>::value && !THasMemberView<CParticles>::value);
+	EXPECT_TRUE((THasMemberView<CParticles &>::value));
+	EXPECT_FALSE((THasMemberView<CParticles>::value));
 	typedef std::vector<SHostVector> CVectors;
-	static_assert(THasOtherView<CVectors &>::value && !THasOtherView<CVectors>::value);
+	EXPECT_TRUE((THasOtherView<CVectors &>::value));
+	EXPECT_FALSE((THasOtherView<CVectors>::value));
 }
 
 TEST(ViewOf, AView_StaysWhatItIs)
