@@ -3,19 +3,53 @@
 #
 #   ./Tools/test.sh                 everything, as on a new machine
 #   ./Tools/test.sh debug           one section
+#   ./Tools/test.sh --verbose ...   with the output of compilers and tests, which else goes to build/test-logs
 #   ./Tools/test.sh --list          what sections there are
+#
+# Says first what it will do and how long that takes, and ends with a line for each section and the number of those that
+# have passed and failed. The first section that fails ends the run, and its output is shown.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-sections=(
-	format analysis docs same-bits instructions package c bindings web fuzz bugs debug release clang-debug sanitize threads memcheck
-	host-flags clang-host-flags
-)
+# Each section and what it looks at.
+sectionTable='
+format            formats, columns, words, and the messages of commits
+analysis          clang-tidy and cppcheck
+docs              the reference, and that nothing public is undocumented
+same-bits         one hash from a row of each compiler, in short
+instructions      instructions of fixed calls against recorded counts
+package           archives and Debian packages, and what built programs count on
+c                 vexmoor.h as C, and programs in C
+bindings          Python and Rust through vexmoor.h
+web               the WebAssembly package and its page, in node and in a browser
+fuzz              every target for some seconds, from its corpus
+bugs              that hand-written bugs apply, and that tests notice five
+debug             the suite with g++ and assertions, and every kind of consumer
+release           the suite with g++ without assertions, and all samples
+clang-debug       the suite with clang, assertions and shared libraries
+sanitize          the suite under the address, undefined-behaviour and integer sanitizers
+threads           tests of threads and jobs under the thread sanitizer
+memcheck          tests of scratch memory under valgrind
+host-flags        the suite with the flags of a host in a hurry, g++
+clang-host-flags  the same with clang, without assertions
+'
+mapfile -t sections < <(awk 'NF { print $1 }' <<<"$sectionTable")
 
-if [ "${1:-}" = --list ]; then
-	printf '%s\n' "${sections[@]}"
-	exit 0
-fi
+verbose=false
+while [[ ${1:-} == --* ]]; do
+	case $1 in
+	--list)
+		printf '%s\n' "${sections[@]}"
+		exit 0
+		;;
+	--verbose) verbose=true ;;
+	*)
+		printf 'test.sh: there is no option "%s"; the options are: --verbose, --list\n' "$1" >&2
+		exit 2
+		;;
+	esac
+	shift
+done
 for section in "$@"; do
 	if ! printf '%s\n' "${sections[@]}" | grep -qx -- "$section"; then
 		printf 'test.sh: there is no section "%s"; the sections are: %s\n' "$section" "${sections[*]}" >&2
@@ -33,14 +67,8 @@ Tools/install_packages.sh g++ clang clang-format clang-tidy cppcheck valgrind li
 check_format()
 {
 	Tools/format.sh --check
-	# clang-format leaves comments as long as they are.
-	local source longLines=0
-	while IFS= read -r -d '' source; do
-		expand -t 4 "$source" |
-			awk -v source="$source" 'length > 120 { print source ":" NR ": longer than 120 columns"; bad = 1 } END { exit bad }' ||
-			longLines=1
-	done < <(find Runtime \( -name '*.h' -o -name '*.cpp' \) -print0)
-	[ $longLines = 0 ]
+	Tools/check_text.py
+	Tools/check_text.py --commits
 	printf 'every source file is formatted\n'
 }
 
@@ -131,9 +159,9 @@ memcheckTests='ScratchMemory.*:FailingAllocation.*:LogUnique.*:Array.*:RefPtr.*:
 fuzzSeconds=3
 [ "${CI:-}" != true ] || fuzzSeconds=15
 
-for section in "$@"; do
-	printf '\n== %s\n' "$section"
-	case $section in
+run_section()
+{
+	case $1 in
 	format)
 		check_format
 		check_words
@@ -160,6 +188,125 @@ for section in "$@"; do
 		Tools/bugs.py --check
 		Tools/bugs.py --short --jobs "$(nproc)"
 		;;
-	*) test_preset "$section" ;;
+	*) test_preset "$1" ;;
 	esac
+}
+
+# How long each section took on this machine when it last passed: lines of a name and seconds. For a section that has
+# not passed here yet, what it takes of two cores that do nothing else.
+times=build/test-times
+timesOfTwoCores=Tools/test_times.txt
+logs=build/test-logs
+mkdir -p "$logs"
+touch "$times"
+
+seconds_of()
+{
+	awk -v name="$1" '$1 == name { seconds = $2 } END { print seconds }' "$timesOfTwoCores" "$times"
+}
+
+keep_seconds()
+{
+	{ awk -v name="$1" '$1 != name' "$times" && printf '%s %d\n' "$1" "$2"; } >"$times.new"
+	mv "$times.new" "$times"
+}
+
+clock()
+{
+	printf '%d:%02d' $(($1 / 60)) $(($1 % 60))
+}
+
+say_plan()
+{
+	local section seconds sum=0 unknown=0 elsewhere=0
+	for section in "$@"; do
+		seconds=$(seconds_of "$section")
+		[ -n "$seconds" ] && sum=$((sum + seconds)) || unknown=$((unknown + 1))
+		grep -q "^$section " "$times" || elsewhere=$((elsewhere + 1))
+	done
+	printf 'Sections: %d, which take some %s' $# "$(clock $sum)"
+	if [ $elsewhere -eq 0 ]; then
+		printf ', as when they last passed on this machine.\n'
+	else
+		printf '; %d have not passed on this machine yet and stand with the time of two idle cores' $elsewhere
+		[ $unknown -eq 0 ] || printf ', %d of them without one' $unknown
+		printf '.\n'
+	fi
+	for section in "$@"; do
+		seconds=$(seconds_of "$section")
+		printf '  %-17s %6s  %s\n' "$section" "${seconds:+$(clock "$seconds")}" \
+			"$(awk -v name="$section" '$1 == name { $1 = ""; print substr($0, 2) }' <<<"$sectionTable")"
+	done
+}
+
+# On a terminal, a line that tells every second how far the run is.
+watch_section()
+{
+	local start=$SECONDS expected
+	expected=$(seconds_of "$1")
+	while sleep 1; do
+		printf '\r\033[K%s, %d of %d: %s%s' "$1" "$2" "$3" "$(clock $((SECONDS - start)))" \
+			"${expected:+ of some $(clock "$expected")}" >&2
+	done
+}
+
+results=()
+passed=0
+failed=0
+say_results()
+{
+	printf '\n'
+	printf '%s\n' "${results[@]}"
+}
+
+watcher=
+stop_watching()
+{
+	[ -n "$watcher" ] || return 0
+	kill "$watcher" 2>/dev/null || true
+	wait "$watcher" 2>/dev/null || true
+	watcher=
+	printf '\r\033[K' >&2
+}
+trap stop_watching EXIT
+
+say_plan "$@"
+for section in "$@"; do
+	start=$SECONDS
+	if ! $verbose && [ -t 2 ]; then
+		watch_section "$section" $((passed + 1)) $# &
+		watcher=$!
+	fi
+	# Not in a condition, where a failing command would not end the section.
+	set +e
+	if $verbose; then
+		printf '\n== %s\n' "$section"
+		(set -e && run_section "$section") 2>&1 | tee "$logs/$section"
+		status=${PIPESTATUS[0]}
+	else
+		(set -e && run_section "$section") >"$logs/$section" 2>&1
+		status=$?
+	fi
+	set -e
+	stop_watching
+	seconds=$((SECONDS - start))
+	if [ "$status" = 0 ]; then
+		passed=$((passed + 1))
+		keep_seconds "$section" $seconds
+		results+=("$(printf '%-17s passed  %6s' "$section" "$(clock $seconds)")")
+		$verbose || printf '%s\n' "${results[-1]}"
+		continue
+	fi
+	failed=1
+	results+=("$(printf '%-17s FAILED  %6s  %s' "$section" "$(clock $seconds)" "$logs/$section")")
+	$verbose || tail -n 200 "$logs/$section"
+	for section in "${@:passed + 2}"; do
+		results+=("$(printf '%-17s not run' "$section")")
+	done
+	break
 done
+if $verbose || [ $failed != 0 ]; then
+	say_results
+fi
+printf '%d passed, %d failed\n' $passed $failed
+exit $failed
