@@ -5,6 +5,7 @@
 #include "bench_inputs.h"
 #include "bench_moves.h"
 #include "bench_registry.h"
+#include "bench_whole.h"
 #include <algorithm>
 #include <cmath>
 #include <string>
@@ -14,7 +15,6 @@ namespace VexmoorBench
 {
 namespace
 {
-	constexpr u32 kCounts[] = {100, 1000, 10000, 100000, 1000000};
 	constexpr u32 kParticlesPerPage = 1024;
 	constexpr u32 kIndicesPerTriangle = 3;
 
@@ -40,6 +40,7 @@ namespace
 	struct SScene
 	{
 		explicit SScene(u32 count)
+			: m_Count(count)
 		{
 			const CFloat3 *const positions = Positions(EShape::Ball, count).Data();
 			for (u32 first = 0; first < count; first += kParticlesPerPage)
@@ -52,6 +53,7 @@ namespace
 			}
 		}
 
+		u32 m_Count;
 		std::vector<SPage> m_Pages;
 		u32 m_VertexCount = 0;
 		u32 m_IndexCount = 0;
@@ -267,42 +269,11 @@ namespace
 		}
 		return true;
 	}
-
-	template<typename _Competitor>
-	void RunTriangles(benchmark::State &state, u32 count)
-	{
-		const SScene scene(count);
-		CBuffer<u32> indices(scene.m_IndexCount);
-		_Competitor competitor(scene);
-		u32 frame = 0;
-		CFloat3 camera;
-		for (auto _ : state)
-		{
-			camera = CameraOfFrame(++frame);
-			competitor.Draw(camera, indices.Data());
-			benchmark::ClobberMemory();
-		}
-		if (_Competitor::kSorts && !IsDrawnBackToFront(scene, camera, indices.Data()))
-			state.SkipWithError("not sorted");
-		DescribeIteration(state, 1, count);
-	}
-
-	template<typename _Competitor>
-	void Register(u32 count)
-	{
-		benchmark::RegisterBenchmark(
-			CaseName({"whole", "triangles_u32_ball", _Competitor::kName, std::to_string(count)}).c_str(),
-			[count](benchmark::State &state) { RunTriangles<_Competitor>(state, count); });
-	}
 } // namespace
 
 void RegisterTriangles()
 {
-	for (const u32 count : kCounts)
-	{
-		Register<CVexmoorTriangles>(count);
-		Register<CUserTriangles>(count);
-		Register<CSameTraffic>(count);
-	}
+	for (const u32 count : kWholeCounts)
+		RegisterWhole<SScene, CVexmoorTriangles, CUserTriangles, CSameTraffic>("triangles_u32_ball", count);
 }
 } // namespace VexmoorBench

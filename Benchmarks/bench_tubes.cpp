@@ -4,6 +4,7 @@
 #include "bench_inputs.h"
 #include "bench_moves.h"
 #include "bench_registry.h"
+#include "bench_whole.h"
 #include <algorithm>
 #include <cmath>
 #include <string>
@@ -13,7 +14,6 @@ namespace VexmoorBench
 {
 namespace
 {
-	constexpr u32 kCounts[] = {100, 1000, 10000, 100000, 1000000};
 	constexpr u32 kQuadCounts[] = {2, 4, 8, 15};
 	constexpr u32 kMostQuads = 15;
 	constexpr u32 kIndicesPerQuad = 6;
@@ -27,6 +27,7 @@ namespace
 			, m_Quads(quads)
 			, m_Width(quads * kIndicesPerQuad)
 			, m_Vertices(2 * (quads + 1)) // a strip
+			, m_IndexCount(count * quads * kIndicesPerQuad)
 			, m_Centers(size_t(count) * kCentersPerParticle)
 			, m_FirstVertices(count)
 		{
@@ -60,6 +61,7 @@ namespace
 		u32 m_Quads;
 		u32 m_Width;
 		u32 m_Vertices;
+		u32 m_IndexCount;
 		CBuffer<CFloat4> m_Centers;
 		CBuffer<u32> m_FirstVertices;
 		std::vector<u32> m_Pattern;
@@ -81,7 +83,7 @@ namespace
 		void Draw(const CFloat3 &camera, u32 *out)
 		{
 			m_Sorter.Setup_OutputIndexBuffer(
-				TMemoryView<u32>(out, m_Scene.m_Count * m_Scene.m_Width), m_Scene.m_Count * m_Scene.m_Vertices);
+				TMemoryView<u32>(out, m_Scene.m_IndexCount), m_Scene.m_Count * m_Scene.m_Vertices);
 			m_Sorter.Setup_InputPageCache(TMemoryView<const TStridedMemoryView<const CFloat3>>(m_Page),
 				TMemoryView<const TStridedMemoryView<const u8>>(m_NoEnableds), TMemoryView<const u32>(m_Scene.m_Count),
 				m_Scene.m_Count, camera);
@@ -231,37 +233,10 @@ namespace
 		return true;
 	}
 
-	template<typename _Competitor>
-	void RunTubes(benchmark::State &state, u32 count, u32 quads)
-	{
-		SScene scene(count, quads);
-		CBuffer<u32> indices(size_t(count) * scene.m_Width);
-		_Competitor competitor(scene);
-		u32 frame = 0;
-		CFloat3 camera;
-		for (auto _ : state)
-		{
-			camera = CameraOfFrame(++frame);
-			competitor.Draw(camera, indices.Data());
-			benchmark::ClobberMemory();
-		}
-		if (_Competitor::kSorts && !IsDrawnBackToFront(scene, camera, indices.Data()))
-			state.SkipWithError("not sorted");
-		DescribeIteration(state, 1, count);
-	}
-
 	// Four quads, which the goals are for, have the plain name.
 	std::string TubesName(u32 quads)
 	{
 		return quads == 4 ? "tubes_u32_ball" : "tubes_" + std::to_string(quads) + "_quads_u32_ball";
-	}
-
-	template<typename _Competitor>
-	void Register(u32 count, u32 quads)
-	{
-		benchmark::RegisterBenchmark(
-			CaseName({"whole", TubesName(quads), _Competitor::kName, std::to_string(count)}).c_str(),
-			[count, quads](benchmark::State &state) { RunTubes<_Competitor>(state, count, quads); });
 	}
 } // namespace
 
@@ -269,12 +244,8 @@ void RegisterTubes()
 {
 	for (const u32 quads : kQuadCounts)
 	{
-		for (const u32 count : kCounts)
-		{
-			Register<CVexmoorTubes>(count, quads);
-			Register<CUserTubes>(count, quads);
-			Register<CSameTraffic>(count, quads);
-		}
+		for (const u32 count : kWholeCounts)
+			RegisterWhole<SScene, CVexmoorTubes, CUserTubes, CSameTraffic>(TubesName(quads), count, quads);
 	}
 }
 } // namespace VexmoorBench
