@@ -1,11 +1,10 @@
 // Records of one page whose vertex bases come from a list: valid and invalid entries in every loop, their pairing with
-// the enabled particles, source order, and warnings and reports of both overloads.
+// the enabled particles, and source order.
 
 #include "ge_mesh_triangle_sorter.h"
 
 #include "diagnostics.h"
 #include "fill_calls.h"
-#include <cstdio>
 #include <gtest/gtest.h>
 
 using namespace Vexmoor;
@@ -14,20 +13,8 @@ using namespace Support;
 namespace
 {
 typedef std::vector<Model::SRecord> CRecords;
-typedef std::vector<std::string> CTexts;
 
 constexpr EFill kBoth[] = {EFill::PositionsByList, EFill::ValuesByList};
-
-void ExpectReports(const CReportRecorder &reports, const CTexts &texts)
-{
-	EXPECT_EQ(reports.Texts(), VX_ASSERTIONS ? texts : CTexts());
-}
-
-Model::SFillCall WithStride(Model::SFillCall call, u32 stride)
-{
-	call.m_Page.m_Positions.m_Stride = call.m_Page.m_Values.m_Stride = stride;
-	return call;
-}
 
 // A call of each loop and of compaction, twelve records each: a head where the list is off 16 bytes, groups, a tail.
 struct SPath
@@ -64,37 +51,6 @@ std::vector<SPath> EveryPath()
 	return paths;
 }
 } // namespace
-
-TEST(FillIndexList, EmptyListOfEmptySource_WritesNothing)
-{
-	const CExpectReports none;
-	CTriangleSorter::FillSortingIndirectionsListPoint_Indices(
-		TMemoryView<SIndexAndDepth>(), TStridedMemoryView<const CFloat3>(), CFloat3(), {}, null, 6);
-	CTriangleSorter::FillSortingIndirectionsListPoint_Indices(
-		TMemoryView<SIndexAndDepth>(), TStridedMemoryView<const float>(), {}, null, 6);
-	for (const EFill fill : kBoth)
-	{
-		for (const u32 address : {0u, 8u})
-		{
-			Model::SFillCall call = MakeFillCall(0);
-			call.m_RecordsAddressMod16 = address;
-			ExpectAsModel(fill, call, CGuardedMemory::FlushEnd);
-			ExpectAsModel(fill, call, CGuardedMemory::FlushStart);
-		}
-	}
-}
-
-TEST(FillIndexList, AllDisabled_TouchesNothing)
-{
-	const CExpectReports none;
-	for (const EFill fill : kBoth)
-	{
-		CFillMemory memory(fill, MakeFillCall(0));
-		memory.m_SourceCount = memory.m_EnabledCount = 5; // of inaccessible memory
-		memory.Run();
-		EXPECT_TRUE(memory.SurroundingsIntact());
-	}
-}
 
 // Every path in turn meets the entry in each of its records; the records around it keep their own entries.
 TEST(FillIndexList, Entry_IsValidBelowTheVertexCountAlone)
@@ -209,122 +165,4 @@ TEST(FillIndexList, FivePackedPositions_KeepTheirOrder)
 		{~0x41C80000u, 0 },
 	};
 	EXPECT_TRUE(SameRecords(expected, Filled(EFill::PositionsByList, call)));
-}
-
-TEST(FillIndexList, EveryLoop_MatchesTheModel)
-{
-	for (const EFill fill : kBoth)
-		ExpectEveryLoopAsModel(fill);
-}
-
-TEST(FillIndexList, EveryCompaction_MatchesTheModel)
-{
-	for (const EFill fill : kBoth)
-		ExpectEveryCompactionAsModel(fill);
-}
-
-TEST(FillIndexList, SourceAndListAtTheEdgesOfMemory_AreNotReadPast)
-{
-	for (const EFill fill : kBoth)
-		ExpectNothingReadOutside(fill);
-}
-
-TEST(FillIndexList, UncommonStride_WarnsAtSitesOfItsOwn)
-{
-	const struct
-	{
-		EFill m_Fill;
-		u32 m_Stride;
-		int m_Site;
-		const char *m_Message;
-	} cases[] = {
-		{EFill::PositionsByList, 12, 0,    ""                                                   },
-		{EFill::PositionsByList, 0,  0,    ""                                                   },
-		{EFill::PositionsByList, 16, 2129, "Render sort: input positions have uncommon stride"  },
-		{EFill::ValuesByList,    4,  0,    ""                                                   },
-		{EFill::ValuesByList,    0,  0,    ""                                                   },
-		{EFill::ValuesByList,    8,  2315, "Render sort: input sort-values have uncommon stride"},
-	};
-	for (const auto &row : cases)
-	{
-		SCOPED_TRACE(testing::Message() << "function " << int(row.m_Fill) << ", stride " << row.m_Stride);
-		const CWarningRecorder warnings;
-		for (u32 i = 0; i < 2; ++i)
-			Filled(row.m_Fill, WithStride(MakeFillCall(7), row.m_Stride));
-		EXPECT_EQ(warnings.Hazards(), row.m_Site == 0 ? 0u : 2u);
-		EXPECT_EQ(warnings.Sites(), row.m_Site == 0 ? std::vector<int>() : std::vector<int>{row.m_Site});
-		EXPECT_EQ(warnings.Messages(), row.m_Site == 0 ? CTexts() : CTexts{row.m_Message});
-	}
-}
-
-// Filters of a host name sites, so each function has its own.
-TEST(FillIndexList, SitesOfBothVariants_AreFourEntries)
-{
-	const CWarningRecorder warnings;
-	for (const EFill fill :
-		{EFill::PositionsInSequence, EFill::ValuesInSequence, EFill::PositionsByList, EFill::ValuesByList})
-		Filled(fill, WithStride(MakeFillCall(3), 16));
-	EXPECT_EQ(warnings.Sites(), (std::vector<int>{1776, 1950, 2129, 2315}));
-}
-
-// Both at once, and the bytes are read one by one all the same.
-TEST(FillIndexList, EnabledBytes_AreReportedWhereTheyDoNotFit)
-{
-	for (const EFill fill : kBoth)
-	{
-		const Model::SFillCall call = MakeCompactingCall({1, 0, 1, 1, 0, 1});
-		CFillMemory memory(fill, call);
-		memory.m_EnabledCount = 7;
-		memory.m_EnabledStride = 2;
-		CReportRecorder reports;
-		memory.Run();
-		const char *const counts =
-			IsByPosition(fill) ? "enableds.Count() == positions.Count()" : "enableds.Count() == sortValues.Count()";
-		ExpectReports(reports, {counts, "enableds.Contiguous()"});
-		EXPECT_TRUE(SameRecords(ModelRecords(fill, call), memory.Records()));
-	}
-}
-
-// With fewer enabled particles than records the walk goes on behind the view, where there is memory here.
-TEST(FillIndexList, TooFewEnabled_ReportsTheAccessPastTheView)
-{
-	for (const EFill fill : kBoth)
-	{
-		const Model::SFillCall call = MakeCompactingCall({0, 1, 0, 0, 0, 1});
-		CFillMemory memory(fill, call);
-		memory.m_SourceCount = memory.m_EnabledCount = 5; // of six in memory
-		CReportRecorder reports;
-		memory.Run();
-		ExpectReports(reports, {"_CanAccess(0)"});
-		EXPECT_TRUE(SameRecords(ModelRecords(fill, call), memory.Records()));
-	}
-}
-
-// Broken input that stays inside memory: the records come out as if the view had been long enough.
-TEST(FillIndexList, MoreRecordsThanPositions_IsReported)
-{
-	const Model::SFillCall call = MakeFillCall(9);
-	CFillMemory memory(EFill::PositionsByList, call);
-	memory.m_SourceCount = 7; // of nine in memory
-	CReportRecorder reports;
-	memory.Run();
-	ExpectReports(reports, {"positions.Virtual() || srcPos == positions.DataEnd()"});
-	EXPECT_TRUE(SameRecords(ModelRecords(EFill::PositionsByList, call), memory.Records()));
-}
-
-// At 4 modulo 16 the head step does not reach a 16-byte boundary. Up to four records no aligned store follows.
-TEST(FillIndexList, ListAt4Modulo16_IsReportedTwice)
-{
-	for (u32 count = 1; count <= 4; ++count)
-	{
-		SCOPED_TRACE(count);
-		Model::SFillCall call = MakeFillCall(count);
-		call.m_RecordsAddressMod16 = 4;
-		const CFillMemory memory(EFill::PositionsByList, call);
-		CReportRecorder reports;
-		memory.Run();
-		ExpectReports(reports, {"Mem::IsAligned<0x8>(packedPtr)", "Mem::IsAligned<0x10>(packedPtr)"});
-		EXPECT_TRUE(SameRecords(ModelRecords(EFill::PositionsByList, call), memory.Records()));
-		EXPECT_TRUE(memory.SurroundingsIntact());
-	}
 }

@@ -188,6 +188,12 @@ Model::SFillCall MakeCompactingCall(const std::vector<u8> &enabled)
 	return MakeFillCall(u32(enabled.size()) - u32(std::count(enabled.begin(), enabled.end(), u8(0))), enabled);
 }
 
+Model::SFillCall WithStride(Model::SFillCall call, u32 stride)
+{
+	call.m_Page.m_Positions.m_Stride = call.m_Page.m_Values.m_Stride = stride;
+	return call;
+}
+
 void ExpectAsModel(EFill fill, const Model::SFillCall &call, CGuardedMemory::EFlush flush)
 {
 	Model::SWarnings expected;

@@ -82,6 +82,8 @@ std::vector<Model::SRecord> ModelRecords(EFill fill, const Model::SFillCall &cal
 Model::SFillCall MakeFillCall(Vexmoor::u32 recordCount, const std::vector<Vexmoor::u8> &enabled = {});
 /// A particle per byte, a record per byte that is not 0.
 Model::SFillCall MakeCompactingCall(const std::vector<Vexmoor::u8> &enabled);
+/// The call with positions and values at another stride.
+Model::SFillCall WithStride(Model::SFillCall call, Vexmoor::u32 stride);
 
 /// Runs the call: the records and warnings are the model's, no other byte is written, nothing is reported.
 void ExpectAsModel(EFill fill, const Model::SFillCall &call, CGuardedMemory::EFlush flush = CGuardedMemory::FlushEnd);
