@@ -63,19 +63,95 @@ u8 *Address(const volatile void *p)
 {
 	return reinterpret_cast<u8 *>(reinterpret_cast<ureg>(p));
 }
-} // namespace
 
-TEST(MemoryView, DefaultConstructed_IsEmpty)
+// A slice outside is reported and made all the same: pointer and count are as asked for. The view is of eight elements.
+template<typename _View>
+void ExpectSlices(const _View &view, const char *text, u32 stepsPerElement)
+{
+	const struct
+	{
+		u32 m_Begin, m_Count;
+		bool m_Reports;
+	} cases[] = {
+		{0, 0,           false},
+        {0, 8,           false},
+        {3, 5,           false},
+        {8, 0,           false},
+        {0, 9,           true },
+        {8, 1,           true },
+        {9, 0,           true },
+		{4, 0xFFFFFFFEu, false}, // the sum is taken in 32 bits: 2
+		{4, 0xFFFFFFFBu, true }, // 0xFFFFFFFF
+	};
+	for (const auto &row : cases)
+	{
+		SCOPED_TRACE(testing::Message() << "Slice(" << row.m_Begin << ", " << row.m_Count << ")");
+		CExpectReports reports(row.m_Reports ? std::vector<std::string>{text} : std::vector<std::string>{});
+		const _View slice = view.Slice(row.m_Begin, row.m_Count);
+		EXPECT_EQ(slice.Data(), view.Data() + row.m_Begin * stepsPerElement);
+		EXPECT_EQ(slice.Count(), row.m_Count);
+	}
+
+	CExpectReports reports{text};
+	EXPECT_EQ(view.SliceIFP(3, 4).Data(), view.Data() + 3 * stepsPerElement);
+	EXPECT_EQ(view.SliceIFP(3, 4).Count(), 4u);
+	EXPECT_EQ(view.SliceIFP(8, 1).Count(), 1u); // outside like any slice
+}
+
+// What both kinds of view say of nothing.
+template<typename _View>
+void ExpectEmpty(const _View &view)
 {
 	CExpectReports noReports;
-	const TMemoryView<u32> view;
 	EXPECT_TRUE(view.Empty());
 	EXPECT_EQ(view.Data(), nullptr);
 	EXPECT_EQ(view.DataEnd(), nullptr);
 	EXPECT_EQ(view.Count(), 0u);
 	EXPECT_EQ(view.CoveredBytes(), 0u);
+	EXPECT_TRUE(view.Slice(0, 0).Empty());
+	EXPECT_TRUE(view.SliceIFP(3, 4).Empty());
+	EXPECT_EQ(view.SliceIFP(3, 4).Data(), nullptr);
+}
+
+template<typename _View>
+void ExpectOneElement()
+{
+	u32 element = 7;
+	const _View view(element);
+	EXPECT_EQ(view.Data(), &element);
+	EXPECT_EQ(view.Count(), 1u);
+	EXPECT_EQ(&view[0], &element);
+}
+} // namespace
+
+TEST(MemoryView, DefaultConstructed_IsEmpty)
+{
+	const TMemoryView<u32> view;
+	ExpectEmpty(view);
 	EXPECT_EQ(view.Begin(), view.End());
 	EXPECT_EQ(sizeof(view), 2 * sizeof(void *));
+}
+
+TEST(StridedMemoryView, DefaultConstructed_IsEmpty)
+{
+	ExpectEmpty(TStridedMemoryView<const u32>());
+	EXPECT_EQ(TStridedMemoryView<const u32>().Stride(), 0u);
+}
+
+TEST(MemoryView, OneElement_HasCountOne)
+{
+	ExpectOneElement<TMemoryView<u32>>();
+	ExpectOneElement<TStridedMemoryView<u32>>();
+}
+
+TEST(MemoryView, Empty_IsNoDataOrNoCount)
+{
+	u32 element = 0;
+	EXPECT_TRUE(TMemoryView<u32>(null, 3).Empty());
+	EXPECT_TRUE(TMemoryView<u32>(&element, 0).Empty());
+	EXPECT_FALSE(TMemoryView<u32>(&element, 1).Empty());
+	EXPECT_TRUE(TMemoryView<u32>(&element, 0).SliceIFP(3, 4).Empty());
+	EXPECT_EQ(TStridedMemoryView<u32>(&element, 0, 4).SliceIFP(3, 4).Data(), nullptr);
 }
 
 TEST(MemoryView, EmptyAndNull_SliceOfNothingIsValidAndEmpty)
@@ -85,16 +161,6 @@ TEST(MemoryView, EmptyAndNull_SliceOfNothingIsValidAndEmpty)
 	EXPECT_TRUE(slice.Empty());
 	EXPECT_EQ(slice.Data(), nullptr);
 	EXPECT_EQ(slice.Count(), 0u);
-}
-
-TEST(MemoryView, OneElement_HasCountOne)
-{
-	u32 element = 7;
-	const TMemoryView<u32> view(element);
-	EXPECT_EQ(view.Data(), &element);
-	EXPECT_EQ(view.Count(), 1u);
-	EXPECT_EQ(&view.First(), &element);
-	EXPECT_EQ(&view.Last(), &element);
 }
 
 TEST(MemoryView, PointerAndCount_CoverTheElements)
@@ -143,35 +209,10 @@ TEST(MemoryView, MutableView_ConvertsToConstAndNotBack)
 	EXPECT_EQ(view.Count(), 3u);
 }
 
-// A slice outside is reported and made all the same: pointer and count are as asked for.
 TEST(MemoryView, Slice_ReportsWhatLeavesTheView)
 {
-	struct SCase
-	{
-		u32 m_Begin;
-		u32 m_Count;
-		bool m_Reports;
-	};
-	const SCase cases[] = {
-		{0, 0,           false},
-        {0, 8,           false},
-        {3, 5,           false},
-        {8, 0,           false},
-        {0, 9,           true },
-        {8, 1,           true },
-        {9, 0,           true },
-		{4, 0xFFFFFFFEu, false}, // the sum is taken in 32 bits: 2
-		{4, 0xFFFFFFFBu, true }, // 0xFFFFFFFF
-	};
 	u32 elements[9];
-	for (const SCase &row : cases)
-	{
-		SCOPED_TRACE(testing::Message() << "Slice(" << row.m_Begin << ", " << row.m_Count << ")");
-		CExpectReports reports(row.m_Reports ? std::vector<std::string>{kSliceText} : std::vector<std::string>{});
-		const TMemoryView<u32> slice = TMemoryView<u32>(elements, 8).Slice(row.m_Begin, row.m_Count);
-		EXPECT_EQ(slice.Data(), elements + row.m_Begin);
-		EXPECT_EQ(slice.Count(), row.m_Count);
-	}
+	ExpectSlices(TMemoryView<u32>(elements, 8), kSliceText, 1);
 }
 
 TEST(MemoryView, SliceWithoutCount_RunsToTheEnd)
@@ -184,20 +225,6 @@ TEST(MemoryView, SliceWithoutCount_RunsToTheEnd)
 		EXPECT_EQ(slice.Data(), elements + begin);
 		EXPECT_EQ(slice.DataEnd(), elements + 8);
 	}
-}
-
-TEST(MemoryView, SliceIFP_OfAnEmptyViewIsEmptyAndElseASlice)
-{
-	CExpectReports reports{kSliceText};
-	u32 elements[8];
-	EXPECT_TRUE(TMemoryView<u32>(null, 3).Empty());
-	EXPECT_TRUE(TMemoryView<u32>(elements, 0).Empty());
-	EXPECT_FALSE(TMemoryView<u32>(elements, 1).Empty());
-	EXPECT_TRUE(TMemoryView<u32>().SliceIFP(3, 4).Empty());
-	const TMemoryView<u32> view(elements, 8);
-	EXPECT_EQ(view.SliceIFP(3, 4).Data(), elements + 3);
-	EXPECT_EQ(view.SliceIFP(3, 4).Count(), 4u);
-	EXPECT_EQ(view.SliceIFP(8, 1).Count(), 1u); // outside like any slice
 }
 
 // The views are narrower than the array behind them, so the reported accesses have an element to reach.
@@ -216,25 +243,25 @@ TEST(MemoryView, AccessFromTheCountOn_ReportsAndReachesTheElement)
 // A view of null has no element to reach: these leave the access where it would be made. Two reports come before it,
 // of two sites.
 #if VX_ASSERTIONS
-TEST(MemoryView, AccessToAnEmptyView_ReportsDataBeforeIndex)
+template<typename _Access>
+static void ExpectReportsOfAnEmptyView(const _Access &access, const std::vector<std::string> &texts)
 {
 	CLeaveAtReport leave(2);
-	EXPECT_THROW((TMemoryView<u32>()[0]), SAccessReported);
-	EXPECT_EQ(leave.Texts(), (std::vector<std::string>{"m_Data != null", "index < m_Count"}));
+	EXPECT_THROW(access(), SAccessReported);
+	EXPECT_EQ(leave.Texts(), texts);
 }
 
-TEST(MemoryView, LastOfAnEmptyView_ReportsLikeAnyAccess)
+TEST(MemoryView, AccessToAnEmptyView_ReportsDataBeforeIndex)
 {
-	CLeaveAtReport leave(2);
-	EXPECT_THROW((TMemoryView<u32>().Last()), SAccessReported);
-	EXPECT_EQ(leave.Texts(), (std::vector<std::string>{"m_Data != null", "index < m_Count"}));
+	const std::vector<std::string> texts = {"m_Data != null", "index < m_Count"};
+	ExpectReportsOfAnEmptyView([] { return TMemoryView<u32>()[0]; }, texts);
+	ExpectReportsOfAnEmptyView([] { return TMemoryView<u32>().Last(); }, texts);
 }
 
 TEST(StridedMemoryView, AccessToAnEmptyView_ReportsDataBeforeIndex)
 {
-	CLeaveAtReport leave(2);
-	EXPECT_THROW((TStridedMemoryView<u32>()[0]), SAccessReported);
-	EXPECT_EQ(leave.Texts(), (std::vector<std::string>{"m_Storage.m_RawDataPtr != null", "index < m_Storage.m_Count"}));
+	ExpectReportsOfAnEmptyView(
+		[] { return TStridedMemoryView<u32>()[0]; }, {"m_Storage.m_RawDataPtr != null", "index < m_Storage.m_Count"});
 }
 #endif
 
@@ -260,19 +287,6 @@ TEST(StridedMemoryView, Storage_IsAddressCountStride)
 	EXPECT_EQ(offsetof(SStridedMemoryViewRawStorage, m_Count), 8u);
 	EXPECT_EQ(offsetof(SStridedMemoryViewRawStorage, m_Stride), 12u);
 	EXPECT_EQ(sizeof(TStridedMemoryView<u32>), 16u);
-}
-
-TEST(StridedMemoryView, DefaultConstructed_IsEmpty)
-{
-	CExpectReports noReports;
-	const TStridedMemoryView<const u32> view;
-	EXPECT_TRUE(view.Empty());
-	EXPECT_EQ(view.Data(), nullptr);
-	EXPECT_EQ(view.DataEnd(), nullptr);
-	EXPECT_EQ(view.Count(), 0u);
-	EXPECT_EQ(view.Stride(), 0u);
-	EXPECT_TRUE(view.Slice(0, 0).Empty());
-	EXPECT_TRUE(view.SliceIFP(3, 4).Empty());
 }
 
 TEST(StridedMemoryView, Empty_IsNoDataOrNoCount)
@@ -324,15 +338,6 @@ TEST(StridedMemoryView, ContiguousView_KeepsDataCountAndElementSize)
 	EXPECT_EQ(view.DataEnd(), elements + 5);
 	for (u32 i = 0; i < 5; ++i)
 		EXPECT_EQ(view[i], i);
-}
-
-TEST(StridedMemoryView, OneElement_HasCountOne)
-{
-	u32 element = 7;
-	const TStridedMemoryView<u32> view(element);
-	EXPECT_EQ(view.Data(), &element);
-	EXPECT_EQ(view.Count(), 1u);
-	EXPECT_EQ(view[0], 7u);
 }
 
 TEST(StridedMemoryView, MutableViews_ConvertToConstAndNotBack)
@@ -409,34 +414,10 @@ TEST(StridedMemoryView, ElementsBehindHalfTheOffsets_LieBehindTheFirst)
 
 TEST(StridedMemoryView, Slice_ReportsWhatLeavesTheView)
 {
-	struct SCase
-	{
-		u32 m_Begin;
-		u32 m_Count;
-		bool m_Reports;
-	};
-	const SCase cases[] = {
-		{0, 0,           false},
-        {0, 8,           false},
-        {3, 5,           false},
-        {8, 0,           false},
-        {0, 9,           true },
-        {8, 1,           true },
-        {9, 0,           true },
-		{4, 0xFFFFFFFEu, false}, // the sum is taken in 32 bits: 2
-		{4, 0xFFFFFFFBu, true }, // 0xFFFFFFFF
-	};
 	u32 elements[27];
-	for (const SCase &row : cases)
-	{
-		SCOPED_TRACE(testing::Message() << "Slice(" << row.m_Begin << ", " << row.m_Count << ")");
-		CExpectReports reports(
-			row.m_Reports ? std::vector<std::string>{kStridedSliceText} : std::vector<std::string>{});
-		const TStridedMemoryView<u32> slice = TStridedMemoryView<u32>(elements, 8, 12).Slice(row.m_Begin, row.m_Count);
-		EXPECT_EQ(slice.Data(), elements + 3 * row.m_Begin);
-		EXPECT_EQ(slice.Count(), row.m_Count);
-		EXPECT_EQ(slice.Stride(), 12u);
-	}
+	const TStridedMemoryView<u32> view(elements, 8, 12);
+	ExpectSlices(view, kStridedSliceText, 3);
+	EXPECT_EQ(view.Slice(3, 5).Stride(), 12u);
 }
 
 // Slices are built like any view: the stride is looked at again.
@@ -446,18 +427,6 @@ TEST(StridedMemoryView, SliceOfABadStride_ReportsRangeThenStride)
 	CExpectReports reports{kStrideText, kStridedSliceText, kStrideText};
 	const TStridedMemoryView<u32> view(&element, 2, 3);
 	EXPECT_EQ(view.Slice(0, 3).Stride(), 3u);
-}
-
-TEST(StridedMemoryView, SliceIFP_OfAnEmptyViewIsEmptyAndElseASlice)
-{
-	CExpectReports reports{kStridedSliceText};
-	u32 elements[9];
-	EXPECT_TRUE(TStridedMemoryView<u32>(elements, 0, 4).SliceIFP(3, 4).Empty());
-	EXPECT_EQ(TStridedMemoryView<u32>(elements, 0, 4).SliceIFP(3, 4).Data(), nullptr);
-	const TStridedMemoryView<u32> view(elements, 8, 4);
-	EXPECT_EQ(view.SliceIFP(3, 4).Data(), elements + 3);
-	EXPECT_EQ(view.SliceIFP(3, 4).Count(), 4u);
-	EXPECT_EQ(view.SliceIFP(8, 1).Count(), 1u);
 }
 
 TEST(StridedMemoryView, AccessFromTheCountOn_ReportsAndReachesTheElement)
