@@ -6,6 +6,7 @@
 #include "diagnostics.h"
 #include "random_scene.h"
 #include "scene_memory.h"
+#include "sort_drivers.h"
 #include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -191,50 +192,19 @@ TEST(PointSort, NullWorkingBuffer_TakesEightTimesTheSizeAndGivesItBack)
 	for (const auto &[particleCount, size] : {std::pair(1000u, 128000u), std::pair(1001u, 128256u)})
 	{
 		const Model::SScene scene = OnePage(particleCount);
-		CSceneMemory memory(scene, WithoutWorkingBuffer());
-		CExpectReports reports{};
-		CAllocationRecorder allocator;
-		memory.Sort();
-		EXPECT_TRUE(memory.Holds(Model::PointSort(scene)));
-
-		ASSERT_EQ(allocator.Allocations().size(), 1u);
-		const SRecordedAllocation &allocation = allocator.Allocations()[0];
-		EXPECT_EQ(allocation.m_Size, size);
-		EXPECT_EQ(allocation.m_Alignment, 16u);
-		EXPECT_EQ(allocation.m_Type, Mem::AllocType_Generic);
-		EXPECT_EQ(allocation.m_Origin, Mem::Origin_Alloc);
-		EXPECT_EQ(allocation.m_Module, "Kernel|Mem|Default");
-		EXPECT_EQ(allocation.m_File, kSorterFile);
-		EXPECT_NE(allocation.m_Function.find("CTriangleSorter::SortPoints_AutogenIndices("), std::string::npos);
-		EXPECT_TRUE(allocation.m_Freed);
-		EXPECT_NE(allocation.m_FreedByFile.find("kr_mem"), std::string::npos);
+		ExpectScratchOfSize(scene, size, Model::PointSort(scene));
 	}
 }
 
 TEST(PointSort, GivenWorkingBuffer_AllocatesNothing)
 {
 	for (const Model::EGeometry geometry : kPointGeometries)
-	{
-		CSceneMemory memory(OnePage(1000, 6, geometry));
-		CWarningRecorder warnings;
-		CAllocationRecorder allocator;
-		memory.Sort();
-		EXPECT_TRUE(allocator.Allocations().empty());
-	}
+		ExpectNothingAllocated(OnePage(1000, 6, geometry));
 }
 
 TEST(PointSort, RefusedAllocation_ReturnsInSilence)
 {
-	CSceneMemory memory(OnePage(1000), WithoutWorkingBuffer());
-	CExpectReports reports{};
-	CWarningRecorder warnings;
-	CScopeRecorder scopes;
-	CAllocationRecorder allocator(true);
-	memory.Sort();
-	EXPECT_EQ(allocator.Allocations().size(), 1u);
-	EXPECT_TRUE(memory.OutputUntouched());
-	EXPECT_TRUE(scopes.Events().empty());
-	EXPECT_EQ(warnings.Hazards(), 0u);
+	ExpectSilenceWithoutMemory(OnePage(1000));
 }
 
 TEST(PointSort, EmptyRenderedCounts_EndTheCallAndKeepTheBlock)
@@ -276,15 +246,6 @@ TEST(PointSort, NothingSetUp_AsksForABlockOfNoBytesAndReportsTheCounts)
 }
 
 // Scopes.
-
-static void ExpectNode(const Profiler::SNodeDescriptor &node, const char *name, float red, float green, float blue)
-{
-	EXPECT_STREQ(node.m_Name, name);
-	EXPECT_FLOAT_EQ(node.m_Color.x(), red) << name;
-	EXPECT_FLOAT_EQ(node.m_Color.y(), green) << name;
-	EXPECT_FLOAT_EQ(node.m_Color.z(), blue) << name;
-	EXPECT_EQ(node.m_Flags, 0u) << name;
-}
 
 TEST(PointSort, Scopes_FollowEachOtherWithTheirColours)
 {

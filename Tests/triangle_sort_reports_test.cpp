@@ -4,6 +4,7 @@
 
 #include "diagnostics.h"
 #include "scene_memory.h"
+#include "sort_drivers.h"
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -125,15 +126,8 @@ TEST(TriangleSortReports, UnknownIndexType_SortsNothingAndFreesTheBlock)
 	EXPECT_TRUE(scopes.Events().empty());
 	ASSERT_EQ(allocator.Allocations().size(), 1u);
 	EXPECT_TRUE(allocator.Allocations()[0].m_Freed);
-
-	ASSERT_EQ(reports.Reports().size(), VX_ASSERTIONS ? 1u : 0u);
-	for (const SRecordedReport &report : reports.Reports())
-	{
-		EXPECT_EQ(report.m_Message, "Uninitialized or invalid indice type");
-		EXPECT_EQ(report.m_ConditionText, "false");
-		EXPECT_EQ(report.m_File, kSorterFile);
-		EXPECT_NE(report.m_Function.find("CTriangleSorter::SortTriangles_AutogenIndices("), std::string::npos);
-	}
+	ExpectReportsOfDriver(
+		reports, 1, "Uninitialized or invalid indice type", "CTriangleSorter::SortTriangles_AutogenIndices(");
 }
 
 // Eight bytes off, every page starts on the other parity.

@@ -6,6 +6,7 @@
 #include "diagnostics.h"
 #include "random_scene.h"
 #include "scene_memory.h"
+#include "sort_drivers.h"
 #include <algorithm>
 #include <bitset>
 #include <cstring>
@@ -448,61 +449,25 @@ TEST(TriangleSort, NullWorkingBuffer_TakesTheExactSizeAndGivesItBack)
 		{
 			Model::SScene scene = Pages({{triangleCount}});
 			scene.m_IndexType = indexType;
-			CSceneMemory memory(scene, WithoutWorkingBuffer());
-			CExpectReports reports{};
-			CAllocationRecorder allocator;
-			memory.Sort();
-			EXPECT_TRUE(memory.Holds(Model::TriangleSort(scene)));
-
-			ASSERT_EQ(allocator.Allocations().size(), 1u);
-			const SRecordedAllocation &allocation = allocator.Allocations()[0];
-			EXPECT_EQ(allocation.m_Size, size);
-			EXPECT_EQ(allocation.m_Alignment, 16u);
-			EXPECT_EQ(allocation.m_Type, Mem::AllocType_Generic);
-			EXPECT_EQ(allocation.m_Origin, Mem::Origin_Alloc);
-			EXPECT_EQ(allocation.m_Module, "Kernel|Mem|Default");
-			EXPECT_EQ(allocation.m_File, kSorterFile);
-			EXPECT_NE(allocation.m_Function.find("CTriangleSorter::SortTriangles_AutogenIndices("), std::string::npos);
-			EXPECT_TRUE(allocation.m_Freed);
-			EXPECT_NE(allocation.m_FreedByFile.find("kr_mem"), std::string::npos);
+			ExpectScratchOfSize(scene, size, Model::TriangleSort(scene));
 		}
 	}
 }
 
 TEST(TriangleSort, GivenWorkingBuffer_AllocatesNothing)
 {
-	CSceneMemory memory(Pages({
+	ExpectNothingAllocated(Pages({
 		{50, 2},
         {90, 1}
     }));
-	CWarningRecorder warnings;
-	CAllocationRecorder allocator;
-	memory.Sort();
-	EXPECT_TRUE(allocator.Allocations().empty());
 }
 
 TEST(TriangleSort, RefusedAllocation_ReturnsInSilence)
 {
-	CSceneMemory memory(Pages({{10}}), WithoutWorkingBuffer());
-	CExpectReports reports{};
-	CScopeRecorder scopes;
-	CAllocationRecorder allocator(true);
-	memory.Sort();
-	EXPECT_EQ(allocator.Allocations().size(), 1u);
-	EXPECT_TRUE(memory.OutputUntouched());
-	EXPECT_TRUE(scopes.Events().empty());
+	ExpectSilenceWithoutMemory(Pages({{10}}));
 }
 
 // Scopes.
-
-static void ExpectNode(const Profiler::SNodeDescriptor &node, const char *name, float red, float green, float blue)
-{
-	EXPECT_STREQ(node.m_Name, name);
-	EXPECT_FLOAT_EQ(node.m_Color.x(), red) << name;
-	EXPECT_FLOAT_EQ(node.m_Color.y(), green) << name;
-	EXPECT_FLOAT_EQ(node.m_Color.z(), blue) << name;
-	EXPECT_EQ(node.m_Flags, 0u) << name;
-}
 
 TEST(TriangleSort, Scopes_FollowEachOtherWithTheirColours)
 {
