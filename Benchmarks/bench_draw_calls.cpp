@@ -6,14 +6,13 @@
 #include "bench_pairs.h"
 #include "bench_registry.h"
 #include "billboards.h"
+#include "two_cores.h"
 #include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <new>
 #include <tbb/blocked_range.h>
-#include <tbb/global_control.h>
 #include <tbb/parallel_for.h>
-#include <tbb/task_arena.h>
 #include <vector>
 
 namespace
@@ -46,7 +45,6 @@ namespace
 	constexpr u32 kFramesPerTurn = 32;
 	constexpr double kFewestParticles = 50;
 	constexpr double kMostParticles = 5000;
-	constexpr u32 kThreads = 2;
 	constexpr size_t kDrawCallsPerTask = 4; // so little that no core waits long for the other at the end
 
 	void *CountedAlloc(
@@ -75,37 +73,6 @@ namespace
 		static size_t Count() { return s_Allocations.load(std::memory_order_relaxed); }
 	};
 
-	// One sorter and what it sorts. Sorters stay from frame to frame, as a renderer's do.
-	struct SSorter
-	{
-		CTriangleSorter m_Sorter;
-		TStridedMemoryView<const CFloat3> m_Page;
-		TStridedMemoryView<const u8> m_NoEnableds;
-		u32 m_Count;
-		CBuffer<u32> m_Indices;
-		CBuffer<u8> m_Scratch;
-		u32 m_Pattern[kIndicesPerQuad] = {0, 1, 2, 0, 2, 3};
-
-		SSorter(const CFloat3 *positions, u32 count)
-			: m_Page(positions, count, u32(sizeof(CFloat3)))
-			, m_Count(count)
-			, m_Indices(size_t(count) * kIndicesPerQuad)
-			, m_Scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(count))
-		{
-		}
-
-		void Draw(const CFloat3 &camera)
-		{
-			m_Sorter.Setup_OutputIndexBuffer(
-				TMemoryView<u32>(m_Indices.Data(), u32(m_Indices.Count())), m_Count * kVerticesPerQuad);
-			m_Sorter.Setup_InputPageCache(TMemoryView<const TStridedMemoryView<const CFloat3>>(m_Page),
-				TMemoryView<const TStridedMemoryView<const u8>>(m_NoEnableds), TMemoryView<const u32>(m_Count), m_Count,
-				camera);
-			m_Sorter.Setup_Geometry(TMemoryView<u32>(m_Pattern, kIndicesPerQuad), kVerticesPerQuad);
-			m_Sorter.SortPoints_AutogenIndices(m_Scratch.Data());
-		}
-	};
-
 	struct SFrame
 	{
 		SFrame()
@@ -119,7 +86,8 @@ namespace
 				const double place = double(i * 211 % kDrawCalls) / double(kDrawCalls - 1);
 				const u32 count =
 					u32(std::lround(kFewestParticles * std::pow(kMostParticles / kFewestParticles, place)));
-				m_Sorters.emplace_back(positions.Data() + first, count);
+				m_Sorters.emplace_back(
+					positions.Data() + first, count, CTriangleSorter::GetAutogenIndicesWorkingBufferSize(count));
 				first += (count + 3) & ~3u; // pages start at multiples of 16 bytes
 				m_ParticleCount += count;
 			}
@@ -127,48 +95,45 @@ namespace
 
 		bool IsDrawn(const CFloat3 &camera) const
 		{
-			for (const SSorter &sorter : m_Sorters)
+			for (const SOnePage &sorter : m_Sorters)
 			{
-				const SDrawCall call = {sorter.m_Page.Data(), 0, sorter.m_Count};
-				if (!IsDrawnBackToFront(call, camera, sorter.m_Indices.Data(), true))
+				if (!IsDrawnBackToFront(sorter.Call(), camera, sorter.m_Indices.Data(), true))
 					return false;
 			}
 			return true;
 		}
 
-		std::vector<SSorter> m_Sorters;
+		std::vector<SOnePage> m_Sorters;
 		u32 m_ParticleCount = 0;
 	};
 
-	void DrawOnOneThread(SFrame &frame, const CFloat3 &camera)
+	void Draw(SOnePage &sorter, const CFloat3 &camera)
 	{
-		for (SSorter &sorter : frame.m_Sorters)
-			sorter.Draw(camera);
+		sorter.SetUp(camera);
+		sorter.Sort();
 	}
 
-	class CTwoThreads
+	void DrawOnOneThread(SFrame &frame, const CFloat3 &camera)
 	{
-	public:
-		void Draw(SFrame &frame, const CFloat3 &camera)
-		{
-			m_Arena.execute(
-				[&]
-				{
-					tbb::parallel_for(
-						tbb::blocked_range<size_t>(0, frame.m_Sorters.size(), kDrawCallsPerTask),
-						[&](const tbb::blocked_range<size_t> &range)
-						{
-							for (size_t i = range.begin(); i < range.end(); ++i)
-								frame.m_Sorters[i].Draw(camera);
-						},
-						tbb::simple_partitioner());
-				});
-		}
+		for (SOnePage &sorter : frame.m_Sorters)
+			Draw(sorter, camera);
+	}
 
-	private:
-		tbb::global_control m_Limit{tbb::global_control::max_allowed_parallelism, kThreads};
-		tbb::task_arena m_Arena{kThreads};
-	};
+	void DrawOnTwoThreads(CTwoCores &cores, SFrame &frame, const CFloat3 &camera)
+	{
+		cores.Execute(
+			[&]
+			{
+				tbb::parallel_for(
+					tbb::blocked_range<size_t>(0, frame.m_Sorters.size(), kDrawCallsPerTask),
+					[&](const tbb::blocked_range<size_t> &range)
+					{
+						for (size_t i = range.begin(); i < range.end(); ++i)
+							Draw(frame.m_Sorters[i], camera);
+					},
+					tbb::simple_partitioner());
+			});
+	}
 
 	void RunOneThread(benchmark::State &state)
 	{
@@ -200,12 +165,12 @@ namespace
 		SFrame frame;
 		u32 frameId = 0;
 		CFloat3 camera = CameraOfFrame(frameId);
-		CTwoThreads threads;
-		threads.Draw(frame, camera);
+		CTwoCores cores;
+		DrawOnTwoThreads(cores, frame, camera);
 		for (auto _ : state)
 		{
 			camera = CameraOfFrame(++frameId);
-			threads.Draw(frame, camera);
+			DrawOnTwoThreads(cores, frame, camera);
 			benchmark::ClobberMemory();
 		}
 		if (!frame.IsDrawn(camera))
@@ -221,7 +186,7 @@ namespace
 		SFrame frame;
 		u32 frameId = 0;
 		CFloat3 camera;
-		CTwoThreads threads;
+		CTwoCores cores;
 		const auto turn = [&](const auto &draw)
 		{
 			for (u32 i = 0; i < kFramesPerTurn; ++i)
@@ -231,7 +196,7 @@ namespace
 			}
 		};
 		const auto drawOnOneThread = [&] { DrawOnOneThread(frame, camera); };
-		const auto drawOnTwoThreads = [&] { threads.Draw(frame, camera); };
+		const auto drawOnTwoThreads = [&] { DrawOnTwoThreads(cores, frame, camera); };
 		turn(drawOnTwoThreads);
 		RunPairs<WallTime>(
 			state, [&] { turn(drawOnOneThread); }, [&] { turn(drawOnTwoThreads); });
@@ -252,8 +217,8 @@ namespace
 		for (auto _ : state)
 		{
 			camera = CameraOfFrame(++frameId);
-			for (SSorter &sorter : frame.m_Sorters)
-				user.Draw(0, {sorter.m_Page.Data(), 0, sorter.m_Count}, camera, sorter.m_Indices.Data());
+			for (SOnePage &sorter : frame.m_Sorters)
+				user.Draw(0, sorter.Call(), camera, sorter.m_Indices.Data());
 			benchmark::ClobberMemory();
 		}
 		if (!frame.IsDrawn(camera))

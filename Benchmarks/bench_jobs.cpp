@@ -8,110 +8,50 @@
 #include "billboards.h"
 #include "quads.h"
 #include "sort_competitors.h"
+#include "two_cores.h"
 #include <algorithm>
 #include <boost/sort/block_indirect_sort/block_indirect_sort.hpp>
 #include <boost/sort/parallel_stable_sort/parallel_stable_sort.hpp>
 #include <cstring>
 #include <execution>
 #include <functional>
-#include <tbb/blocked_range.h>
-#include <tbb/global_control.h>
-#include <tbb/parallel_for.h>
+#include <string>
 #include <tbb/parallel_sort.h>
-#include <tbb/task_arena.h>
-#include <vector>
 
 namespace VexmoorBench
 {
 namespace
 {
-	constexpr u32 kThreads = 2;
-	constexpr u32 kMaxJobCount = kThreads;
-
-	/// Two threads, for everything that is measured here.
-	class CTwoCores
+	void SortInJobs(SOnePage &page)
 	{
-	public:
-		template<typename _Run>
-		void Execute(const _Run &run)
-		{
-			m_Arena.execute(run);
-		}
+		page.m_Sorter.SortPoints_AutogenIndices(page.m_Scratch.Data(), page.m_Scratch.Count(), CTwoCores::Jobs());
+	}
 
-		static SSortJobs Jobs()
-		{
-			SSortJobs jobs = {};
-			jobs.m_MaxJobCount = kMaxJobCount;
-			jobs.m_Run = [](void *, u32 jobCount, SSortJobs::CbJob job, void *context)
-			{
-				tbb::parallel_for(
-					0u, jobCount, [=](u32 jobIndex) { job(context, jobIndex); }, tbb::simple_partitioner());
-			};
-			return jobs;
-		}
-
-		// Both halves of a loop over particles.
-		template<typename _Body>
-		static void ForHalves(u32 count, const _Body &body)
-		{
-			tbb::parallel_for(0u, kThreads,
-				[&](u32 half) { body(u32(u64(count) * half / kThreads), u32(u64(count) * (half + 1) / kThreads)); });
-		}
-
-	private:
-		tbb::global_control m_Limit{tbb::global_control::max_allowed_parallelism, kThreads};
-		tbb::task_arena m_Arena{int(kThreads)};
-	};
-
-	/// A call of billboards or of triangles, set up once.
-	struct SCall
+	SOnePage PageForJobs(EShape shape, u32 count)
 	{
-		SCall(EShape shape, u32 count)
-			: m_Count(count)
-			, m_Page(Positions(shape, count).Data(), count, u32(sizeof(CFloat3)))
-			, m_Indices(size_t(count) * kIndicesPerQuad)
-			, m_Scratch(size_t(CTriangleSorter::GetJobsWorkingBufferSize(count, kMaxJobCount)))
-		{
-		}
+		return SOnePage(Positions(shape, count).Data(), count,
+			CTriangleSorter::GetJobsWorkingBufferSize(count, CTwoCores::kMaxJobCount));
+	}
 
-		void SetUp(const CFloat3 &camera)
-		{
-			m_Sorter.Setup_OutputIndexBuffer(
-				TMemoryView<u32>(m_Indices.Data(), u32(m_Indices.Count())), m_Count * kVerticesPerQuad);
-			m_Sorter.Setup_InputPageCache(TMemoryView<const TStridedMemoryView<const CFloat3>>(m_Page),
-				TMemoryView<const TStridedMemoryView<const u8>>(m_NoEnableds), TMemoryView<const u32>(m_Count), m_Count,
-				camera);
-			m_Sorter.Setup_Geometry(TMemoryView<u32>(m_Pattern, kIndicesPerQuad), kVerticesPerQuad);
-		}
-		void SortOnOneCore() { m_Sorter.SortPoints_AutogenIndices(m_Scratch.Data()); }
-		void SortInJobs()
-		{
-			m_Sorter.SortPoints_AutogenIndices(m_Scratch.Data(), m_Scratch.Count(), CTwoCores::Jobs());
-		}
+	// So far away that all keys share their leading bits: a ball of 10 m, seen from 330 m.
+	CFloat3 FarCamera()
+	{
+		return CFloat3(330.0f, 4.0f, 0.0f);
+	}
 
-		u32 m_Count;
-		TStridedMemoryView<const CFloat3> m_Page;
-		TStridedMemoryView<const u8> m_NoEnableds;
-		CBuffer<u32> m_Indices;
-		CBuffer<u8> m_Scratch;
-		u32 m_Pattern[kIndicesPerQuad] = {0, 1, 2, 0, 2, 3};
-		CTriangleSorter m_Sorter;
-	};
-
-	void RunPairOfCores(benchmark::State &state, EShape shape, u32 count)
+	void RunPairOfCores(benchmark::State &state, EShape shape, u32 count, const CFloat3 &camera)
 	{
 		CTwoCores cores;
-		SCall call(shape, count);
-		const CFloat3 camera = Camera();
-		call.SetUp(camera);
+		SOnePage page = PageForJobs(shape, count);
+		page.SetUp(camera);
 		cores.Execute(
 			[&]
 			{
 				RunPairs<WallTime>(
-					state, [&] { call.SortOnOneCore(); }, [&] { call.SortInJobs(); });
-				call.SortInJobs();
+					state, [&] { page.Sort(); }, [&] { SortInJobs(page); });
+				SortInJobs(page);
 			});
-		if (!IsDrawnBackToFront({call.m_Page.Data(), 0, count}, camera, call.m_Indices.Data(), true))
+		if (!IsDrawnBackToFront(page.Call(), camera, page.m_Indices.Data(), true))
 			state.SkipWithError("not sorted");
 		DescribeIteration(state, u64(kPairsPerIteration) * 2, count);
 	}
@@ -160,7 +100,8 @@ namespace
 		static constexpr const char *kName = "block_indirect_sort";
 		static void Run(SIndexAndDepth *records, u32 count)
 		{
-			boost::sort::block_indirect_sort(records, records + count, std::less<SIndexAndDepth>(), kThreads);
+			boost::sort::block_indirect_sort(
+				records, records + count, std::less<SIndexAndDepth>(), CTwoCores::kThreads);
 		}
 	};
 
@@ -169,7 +110,8 @@ namespace
 		static constexpr const char *kName = "parallel_stable_sort";
 		static void Run(SIndexAndDepth *records, u32 count)
 		{
-			boost::sort::parallel_stable_sort(records, records + count, std::less<SIndexAndDepth>(), kThreads);
+			boost::sort::parallel_stable_sort(
+				records, records + count, std::less<SIndexAndDepth>(), CTwoCores::kThreads);
 		}
 	};
 
@@ -178,12 +120,12 @@ namespace
 	void RunPeerPair(benchmark::State &state, EShape shape, u32 count)
 	{
 		CTwoCores cores;
-		SCall call(shape, count);
+		SOnePage page = PageForJobs(shape, count);
 		const CFloat3 camera = Camera();
-		call.SetUp(camera);
+		page.SetUp(camera);
 		CBuffer<SIndexAndDepth> records(count);
 		CBuffer<u32> indices(size_t(count) * kIndicesPerQuad);
-		const CFloat3 *const positions = call.m_Page.Data();
+		const CFloat3 *const positions = page.m_Page.Data();
 		const auto drawWithPeer = [&]
 		{
 			CTwoCores::ForHalves(count,
@@ -204,7 +146,7 @@ namespace
 			[&]
 			{
 				RunPairs<WallTime>(
-					state, [&] { call.SortInJobs(); }, drawWithPeer);
+					state, [&] { SortInJobs(page); }, drawWithPeer);
 			});
 		if (!IsDrawnBackToFront({positions, 0, count}, camera, indices.Data(), true))
 			state.SkipWithError("not sorted");
@@ -232,13 +174,16 @@ void RegisterJobs()
 	for (const EShape shape : {EShape::Ball, EShape::Curve})
 	{
 		for (const u32 count : {1000u, 10000u, 20000u, 50000u, 100000u, 300000u, 1000000u, 4000000u})
-			Register(
-				Name(shape), "one_core", count, [=](benchmark::State &state) { RunPairOfCores(state, shape, count); });
+			Register(Name(shape), "one_core", count,
+				[=](benchmark::State &state) { RunPairOfCores(state, shape, count, Camera()); });
 		RegisterPeer<STbbParallelSort>(shape, 1000000);
 		RegisterPeer<SStdParallelSort>(shape, 1000000);
 		RegisterPeer<SBlockIndirectSort>(shape, 1000000);
 		RegisterPeer<SParallelStableSort>(shape, 1000000);
 	}
+	for (const u32 count : {10000u, 100000u, 1000000u})
+		Register("far_ball", "one_core", count,
+			[=](benchmark::State &state) { RunPairOfCores(state, EShape::Ball, count, FarCamera()); });
 	for (const u32 count : {100000u, 1000000u, 4000000u})
 		Register("traffic", "one_core", count, [=](benchmark::State &state) { RunTrafficPair(state, count); });
 }

@@ -4,8 +4,10 @@
 
 #include "bench_inputs.h"
 #include "bench_moves.h"
+#include "bench_pairs.h"
 #include "bench_registry.h"
 #include "bench_whole.h"
+#include "two_cores.h"
 #include <algorithm>
 #include <cmath>
 #include <string>
@@ -67,7 +69,8 @@ namespace
 
 		explicit CVexmoorTriangles(const SScene &scene)
 			: m_Scene(scene)
-			, m_Scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize_tri(scene.m_IndexCount))
+			, m_Scratch(
+				  size_t(CTriangleSorter::GetJobsWorkingBufferSize_tri(scene.m_IndexCount, CTwoCores::kMaxJobCount)))
 		{
 			for (const SPage &page : scene.m_Pages)
 			{
@@ -82,14 +85,21 @@ namespace
 
 		void Draw(const CFloat3 &camera, u32 *out)
 		{
+			SetUp(camera, out);
+			Sort();
+		}
+
+		void SetUp(const CFloat3 &camera, u32 *out)
+		{
 			m_Sorter.Setup_OutputIndexBuffer(TMemoryView<u32>(out, m_Scene.m_IndexCount), m_Scene.m_VertexCount);
-			u32 particleCount = 0;
-			for (const u32 count : m_RenderedCounts)
-				particleCount += count;
 			m_Sorter.Setup_InputPageCache(
-				View(m_Positions), View(m_Enableds), View(m_RenderedCounts), particleCount, camera);
+				View(m_Positions), View(m_Enableds), View(m_RenderedCounts), m_Scene.m_Count, camera);
 			m_Sorter.Setup_Geometry(View(m_Patterns), View(m_VertexCounts), m_Scene.m_IndexCount);
-			m_Sorter.SortTriangles_AutogenIndices(m_Scratch.Data());
+		}
+		void Sort() { m_Sorter.SortTriangles_AutogenIndices(m_Scratch.Data()); }
+		void SortInJobs()
+		{
+			m_Sorter.SortTriangles_AutogenIndices(m_Scratch.Data(), m_Scratch.Count(), CTwoCores::Jobs());
 		}
 
 	private:
@@ -269,10 +279,35 @@ namespace
 		}
 		return true;
 	}
+
+	void RunPairOfCores(benchmark::State &state, u32 count)
+	{
+		const SScene scene(count);
+		const CFloat3 camera = Camera();
+		CBuffer<u32> indices(scene.m_IndexCount);
+		CVexmoorTriangles triangles(scene);
+		triangles.SetUp(camera, indices.Data());
+		CTwoCores cores;
+		cores.Execute(
+			[&]
+			{
+				RunPairs<WallTime>(
+					state, [&] { triangles.Sort(); }, [&] { triangles.SortInJobs(); });
+				triangles.SortInJobs();
+			});
+		if (!IsDrawnBackToFront(scene, camera, indices.Data()))
+			state.SkipWithError("not sorted");
+		DescribeIteration(state, u64(kPairsPerIteration) * 2, count);
+	}
 } // namespace
 
 void RegisterTriangles()
 {
+	for (const u32 count : {10000u, 100000u, 1000000u})
+		benchmark::RegisterBenchmark(CaseName({"jobs", "triangles", "one_core", std::to_string(count)}).c_str(),
+			[count](benchmark::State &state) { RunPairOfCores(state, count); })
+			->UseRealTime()
+			->Iterations(1);
 	for (const u32 count : kWholeCounts)
 		RegisterWhole<SScene, CVexmoorTriangles, CUserTriangles, CSameTraffic>("triangles_u32_ball", count);
 }

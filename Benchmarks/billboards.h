@@ -39,6 +39,39 @@ constexpr u32 kMaxParticlesPerCall = ~0u;
 template<>
 inline constexpr u32 kMaxParticlesPerCall<u16> = 15 * 1024;
 
+/// One page of particles, none disabled, and the sorter that is kept for it from frame to frame.
+struct SOnePage
+{
+	SOnePage(const CFloat3 *positions, u32 count, u64 scratchSizeInBytes)
+		: m_Count(count)
+		, m_Page(positions, count, u32(sizeof(CFloat3)))
+		, m_Indices(size_t(count) * kIndicesPerQuad)
+		, m_Scratch(size_t(scratchSizeInBytes))
+	{
+	}
+
+	void SetUp(const CFloat3 &camera)
+	{
+		m_Sorter.Setup_OutputIndexBuffer(
+			TMemoryView<u32>(m_Indices.Data(), u32(m_Indices.Count())), m_Count * kVerticesPerQuad);
+		m_Sorter.Setup_InputPageCache(TMemoryView<const TStridedMemoryView<const CFloat3>>(m_Page),
+			TMemoryView<const TStridedMemoryView<const u8>>(m_NoEnableds), TMemoryView<const u32>(m_Count), m_Count,
+			camera);
+		m_Sorter.Setup_Geometry(TMemoryView<u32>(m_Pattern, kIndicesPerQuad), kVerticesPerQuad);
+	}
+	void Sort() { m_Sorter.SortPoints_AutogenIndices(m_Scratch.Data()); }
+
+	SDrawCall Call() const { return {m_Page.Data(), 0, m_Count}; }
+
+	u32 m_Count;
+	TStridedMemoryView<const CFloat3> m_Page;
+	TStridedMemoryView<const u8> m_NoEnableds;
+	CBuffer<u32> m_Indices;
+	CBuffer<u8> m_Scratch;
+	u32 m_Pattern[kIndicesPerQuad] = {0, 1, 2, 0, 2, 3};
+	CTriangleSorter m_Sorter;
+};
+
 /// The library. The caller's part is in the time as well: the three set-up calls, every time.
 template<typename _Index, u32 _ParticlesPerPage>
 class CVexmoorBillboards

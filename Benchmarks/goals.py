@@ -33,6 +33,8 @@ SMALL_GOALS = {8: 2, 16: 2, 32: 3, 64: 3, 109: 2.5, 110: 2.5}  # 110: where the 
 TRIANGLES_GOALS = {100000: 1.2, 1000000: 1.2}
 TUBES_GOALS = {1000: 3, 10000: 3, 100000: 2}
 JOBS_GOALS = {1000: 0.98, 10000: 0.98, 20000: 0.98, 50000: 0.98, 100000: 1.6, 300000: 1.6, 1000000: 1.85, 4000000: 1.85}
+JOBS_TRIANGLES_GOALS = {10000: 0.98, 100000: 0.98, 1000000: 1.8}
+JOBS_FAR_GOALS = {10000: 0.98, 100000: 1.6, 1000000: 1.85}
 JOBS_PEERS_GOAL, JOBS_PEERS_SIZE = 4, 1000000
 SCENE_GOAL = 1
 COLD_SIZE, COLD_GOAL = 100, 1.5
@@ -148,11 +150,13 @@ def frame_goals(results):
 	threads = results.turns("draw_calls", "pairs", "vexmoor_two_threads", 500)
 	ahead = 1 / threads if threads else None
 	yield "draw calls, ahead of one thread", "two threads", 500, AT_LEAST, TWO_CORES_GOAL, ahead
-	for shape in SHAPES:
-		for size, goal in JOBS_GOALS.items():
-			two_cores = results.turns("jobs", shape, "one_core", size)
-			yield ("one draw call on two cores, ahead of one", shape, size, AT_LEAST, goal,
+	for what, jobs_goals in (
+			("ball", JOBS_GOALS), ("curve", JOBS_GOALS), ("far_ball", JOBS_FAR_GOALS), ("triangles", JOBS_TRIANGLES_GOALS)):
+		for size, goal in jobs_goals.items():
+			two_cores = results.turns("jobs", what, "one_core", size)
+			yield ("one draw call on two cores, ahead of one", what, size, AT_LEAST, goal,
 				1 / two_cores if two_cores else None)
+	for shape in SHAPES:
 		for who in results.values(2, stage="jobs", what=shape):
 			if who != "one_core":
 				ratio = results.turns("jobs", shape, who, JOBS_PEERS_SIZE)
