@@ -32,9 +32,14 @@ EXPAND_GOALS = {"u32": 1.05, "u16": 1.1}
 SMALL_GOALS = {8: 2, 16: 2, 32: 3, 64: 3, 109: 2.5, 110: 2.5}  # 110: where the other sort takes over, as far ahead
 TRIANGLES_GOALS = {100000: 1.2, 1000000: 1.2}
 TUBES_GOALS = {1000: 3, 10000: 3, 100000: 2}
-JOBS_GOALS = {1000: 0.98, 10000: 0.98, 20000: 0.98, 50000: 0.98, 100000: 1.6, 300000: 1.6, 1000000: 1.85, 4000000: 1.85}
-JOBS_TRIANGLES_GOALS = {10000: 0.98, 100000: 0.98, 1000000: 1.8}
-JOBS_FAR_GOALS = {10000: 0.98, 100000: 1.6, 1000000: 1.85}
+JOBS_SHAPE_GOALS = {
+	1000: 0.98, 10000: 0.98, 20000: 0.98, 50000: 0.98, 100000: 1.6, 300000: 1.6, 1000000: 1.85, 4000000: 1.85}
+JOBS_GOALS = {
+	"ball": JOBS_SHAPE_GOALS,
+	"curve": JOBS_SHAPE_GOALS,
+	"far_ball": {10000: 0.98, 100000: 1.6, 1000000: 1.85},
+	"triangles": {10000: 0.98, 100000: 0.98, 1000000: 1.8},
+}
 JOBS_PEERS_GOAL, JOBS_PEERS_SIZE = 4, 1000000
 SCENE_GOAL = 1
 COLD_SIZE, COLD_GOAL = 100, 1.5
@@ -150,8 +155,7 @@ def frame_goals(results):
 	threads = results.turns("draw_calls", "pairs", "vexmoor_two_threads", 500)
 	ahead = 1 / threads if threads else None
 	yield "draw calls, ahead of one thread", "two threads", 500, AT_LEAST, TWO_CORES_GOAL, ahead
-	for what, jobs_goals in (
-			("ball", JOBS_GOALS), ("curve", JOBS_GOALS), ("far_ball", JOBS_FAR_GOALS), ("triangles", JOBS_TRIANGLES_GOALS)):
+	for what, jobs_goals in JOBS_GOALS.items():
 		for size, goal in jobs_goals.items():
 			two_cores = results.turns("jobs", what, "one_core", size)
 			yield ("one draw call on two cores, ahead of one", what, size, AT_LEAST, goal,

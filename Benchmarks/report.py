@@ -74,13 +74,13 @@ first AVX-512 instructions, even where the processor has newer ones, so a later 
 WEB = """\
 ## In JavaScript
 
-The [package for JavaScript](../Web/package/README.md) in node: from positions in its memory to point numbers in drawing order, of
-a generated cloud that is shaped like a captured scene, while the camera circles it. All sorts take turns in one run, and every
-result is checked. Numbers are medians of processor time, and how many times as long as the package with SIMD the others take;
-bold where they are faster.
+The [package for JavaScript](../Web/package/README.md) in node: from positions in its memory to point numbers in drawing
+order, of a generated cloud that is shaped like a captured scene, while the camera circles it. All sorts take turns in
+one run, and every result is checked. Numbers are medians of processor time, and how many times as long as the package
+with SIMD the others take; bold where they are faster.
 
-- A counting sort by depth along the view axis, in 65,536 steps, is what most viewers do: its order is approximate, and the
-  package's is exact. It is measured in JavaScript, and in C compiled to WebAssembly with SIMD.
+- A counting sort by depth along the view axis, in 65,536 steps, is what most viewers do: its order is approximate, and
+  the package's is exact. It is measured in JavaScript, and in C compiled to WebAssembly with SIMD.
 - Keys packed with numbers into 64 bits are sorted by `BigUint64Array.prototype.sort`, numbers alone by
   `Uint32Array.prototype.sort` with a function that compares distances.
 - The native sort is this library with 128-bit registers, in a program of its own.
@@ -88,8 +88,8 @@ bold where they are faster.
 `./Tools/web.sh --bench --write Web/bench/results/NAME.json` measures, and `./Tools/bench.sh --pages` writes this page.
 """
 WEB_LIMIT = """\
-Beyond 100,000 points memory decides. An exact order moves records of 8 bytes three times, where a counting sort of 65,536 steps
-moves numbers of 4 bytes once.
+Beyond 100,000 points memory decides. An exact order moves records of 8 bytes three times, where a counting sort of
+65,536 steps moves numbers of 4 bytes once.
 """
 DETAILS = """\
 ## Details

@@ -348,8 +348,9 @@ def web_table(web):
 		rows.append([title, *cells])
 	turns = ", ".join(str(case["turns"]) for case in cases.values())
 	return [*table(["", *(size_name(int(size)) for size in cases)], rows),
-		f"node {machine['node']} (V8 {machine['v8']}), {machine['compilers']}, {machine['cores']} cores, {machine['memory']} of "
-		f"memory, {machine['date']}, beside other work. Medians of {turns} turns; of 3 for the last two rows.\n"]
+		f"node {machine['node']} (V8 {machine['v8']}), {machine['compilers']}, {machine['cores']} cores, "
+		f"{machine['memory']} of memory, {machine['date']}, beside other work. "
+		f"Medians of {turns} turns; of 3 for the last two rows.\n"]
 
 
 def two_threads_lead(results):

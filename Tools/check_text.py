@@ -21,7 +21,7 @@ ROOT = Path(__file__).resolve().parent.parent
 COLUMNS, TAB = 120, 4
 
 TEXTS = re.compile(
-	r"\.(c|h|cpp|hpp|py|sh|cmake|rs|md|txt|in|vert|frag|gdb|natvis|json|map|dict)$"
+	r"\.(c|h|cpp|hpp|py|sh|cmake|rs|js|mjs|ts|css|md|txt|in|vert|frag|gdb|natvis|json|map|dict)$"
 	r"|(^|/)(run|Doxyfile|COPYRIGHT|\.clang-format|\.clang-tidy|\.editorconfig|\.gitignore)$")
 # What programs write, and what they are compared with.
 WRITTEN = re.compile(
@@ -31,11 +31,11 @@ WRITTEN = re.compile(
 # broken.
 FORMATTED = re.compile(r"\.(c|h|cpp|json|natvis)$")
 COMMENT = {
-	"//": re.compile(r"^(\s*(?:///<|///|//!|//) )(\s*)(\S.*)$"),
+	"//": re.compile(r"^(\s*(?:///<|///|//!|//|\*) )(\s*)(\S.*)$"),
 	"#": re.compile(r"^(\s*# )(\s*)(\S.*)$"),
 }
 COMMENT_OF = [
-	(re.compile(r"\.(c|h|cpp|rs|vert|frag)$"), "//"),
+	(re.compile(r"\.(c|h|cpp|rs|js|mjs|ts|vert|frag)$"), "//"),
 	(re.compile(r"\.(sh|cmake|py|gdb|txt|in)$|/run$|clang-tidy$"), "#"),
 ]
 

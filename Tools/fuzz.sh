@@ -21,8 +21,8 @@ case "${1:-}" in
 *) seconds=$1 ;;
 esac
 
-Tools/install_packages.sh clang libclang-rt-14-dev cmake ninja-build libgtest-dev nlohmann-json3-dev python3 pkg-config \
-	zlib1g-dev libzip-dev libwebp-dev
+Tools/install_packages.sh clang libclang-rt-14-dev cmake ninja-build libgtest-dev nlohmann-json3-dev python3 \
+	pkg-config zlib1g-dev libzip-dev libwebp-dev
 
 build=build/fuzz
 cmake -S . -B $build -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \

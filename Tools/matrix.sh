@@ -224,7 +224,8 @@ add_simde_rows()
 	done
 }
 
-# WebAssembly under node, with SIMD and without, for which there are scalar lanes. With VEXMOOR_SIMDE it goes without these.
+# WebAssembly under node, with SIMD and without, for which there are scalar lanes. With VEXMOOR_SIMDE it goes without
+# these.
 add_wasm_rows()
 {
 	local level

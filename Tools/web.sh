@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Installs what is missing and builds the sorter for JavaScript, with and without WebAssembly's SIMD, as a package that npm
-# installs: build/web/package, and the same packed.
+# Installs what is missing and builds the sorter for JavaScript, with and without WebAssembly's SIMD, as a package that
+# npm installs: build/web/package, and the same packed.
 #
 #   ./Tools/web.sh                  builds and packs, and puts the page of Web/page into build/web/page
 #   ./Tools/web.sh --test           and passes the tests of the package, and of the page in a browser
-#   ./Tools/web.sh --bench          and measures it in node beside other sorts; what follows is handed to Web/bench/bench.mjs
-#   ./Tools/web.sh --serve          and serves the page of Web/page on 127.0.0.1, at port 8000 or at the one that follows
+#   ./Tools/web.sh --bench          and measures it in node beside other sorts; Web/bench/bench.mjs gets what follows
+#   ./Tools/web.sh --serve          and serves the page of Web/page on 127.0.0.1, at port 8000 or that which follows
 #   ./Tools/web.sh --picture        and takes the picture of the page in Docs/images
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -43,8 +43,8 @@ Tools/install_packages.sh "${packages[@]}"
 build=build/web
 includes=(-I Runtime/include -I Runtime/vx_maths/include -I Runtime/vx_kernel/include -I Runtime/vx_geometrics/include)
 compiling=(-std=c++17 -DNDEBUG -DVX_ASSERTIONS=0 -fno-exceptions -fno-rtti -Wall -Wextra "${includes[@]}")
-# No main and no JavaScript of emscripten's: a few imports, which vexmoor.js knows. The stack holds the radix sort's 22 KB of
-# counters several times over.
+# No main and no JavaScript of emscripten's: a few imports, which vexmoor.js knows. The stack holds the radix sort's 22
+# KB of counters several times over.
 linking=(--no-entry -sSTANDALONE_WASM=1 -sMALLOC=emmalloc -sALLOW_MEMORY_GROWTH=1 -sMAXIMUM_MEMORY=4GB
 	-sINITIAL_MEMORY=1MB -sTOTAL_STACK=128KB)
 export NODE_PATH=/usr/share/nodejs # where emscripten finds the packages that it asks node for
@@ -60,8 +60,8 @@ quietly()
 	exit 1
 }
 
-# Compiles the library into an archive, so that the linker takes from it what the module needs, and links the module with the
-# flags given. Only where a source, or how it is compiled, has changed.
+# Compiles the library into an archive, so that the linker takes from it what the module needs, and links the module
+# with the flags given. Only where a source, or how it is compiled, has changed.
 build_module()
 {
 	local name=$1
@@ -79,7 +79,8 @@ build_module()
 	rm -rf "$objects"
 	mkdir -p "$objects"
 	find Runtime -name '*.cpp' -print0 | quietly xargs -0 -n 1 -P "$(nproc)" \
-		bash -c 'em++ "${@:2:$#-2}" -c "${*: -1}" -o "$1/$(basename "${*: -1}" .cpp).o"' _ "$objects" "${compiling[@]}" "$@"
+		bash -c 'em++ "${@:2:$#-2}" -c "${*: -1}" -o "$1/$(basename "${*: -1}" .cpp).o"' \
+		_ "$objects" "${compiling[@]}" "$@"
 	quietly emar rcs "$objects/library.a" "$objects"/*.o
 	quietly em++ "${compiling[@]}" "$@" Web/package/src/*.cpp "$objects/library.a" "${linking[@]}" -o "$build/$name"
 	printf '%s\n' "$state" >"$objects/state"
@@ -102,8 +103,9 @@ build_package()
 # What the package is measured beside: a counting sort in C, compiled like the module, and the library's native code.
 build_peers()
 {
-	quietly emcc -O3 -msimd128 -mbulk-memory -mnontrapping-fptoint -Wall -Wextra Web/bench/counting_sort.c --no-entry -sSTANDALONE_WASM=1 \
-		-sINITIAL_MEMORY=1MB -sTOTAL_STACK=64KB -sALLOW_MEMORY_GROWTH=1 -sMAXIMUM_MEMORY=4GB -o "$build/counting_sort.wasm"
+	quietly emcc -O3 -msimd128 -mbulk-memory -mnontrapping-fptoint -Wall -Wextra Web/bench/counting_sort.c \
+		--no-entry -sSTANDALONE_WASM=1 -sINITIAL_MEMORY=1MB -sTOTAL_STACK=64KB -sALLOW_MEMORY_GROWTH=1 \
+		-sMAXIMUM_MEMORY=4GB -o "$build/counting_sort.wasm"
 	build_native_program Web/bench/native.cpp "$build/native"
 }
 
@@ -111,8 +113,8 @@ build_peers()
 build_native_program()
 {
 	local source=$1 program=$2
-	quietly cmake -S . -B "$build/native-library" -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF \
-		-DVEXMOOR_BUILD_SAMPLES=OFF
+	quietly cmake -S . -B "$build/native-library" -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=Release \
+		-DBUILD_TESTING=OFF -DVEXMOOR_BUILD_SAMPLES=OFF
 	quietly cmake --build "$build/native-library" --parallel "$(nproc)"
 	quietly g++ -std=c++17 -O3 -DNDEBUG -DVX_ASSERTIONS=0 -Wall -Wextra "${includes[@]}" "$source" \
 		"$build"/native-library/Runtime/vx_{geometrics/libvx_geometrics,kernel/libvx_kernel}.a -o "$program"

@@ -1,6 +1,7 @@
-// Fuzzes the viewer's readers of points and splats. The input is a file: either it is refused with one printable sentence,
-// or the cloud is whole, finite and no larger than the file accounts for. Chance does not find checksums, so an input that
-// starts like an .spz file without its gzip stream gets one, and one that starts like a meta.json gets a .sog archive.
+// Fuzzes the viewer's readers of points and splats. The input is a file: either it is refused with one printable
+// sentence, or the cloud is whole, finite and no larger than the file accounts for. Chance does not find checksums, so
+// an input that starts like an .spz file without its gzip stream gets one, and one that starts like a meta.json gets a
+// .sog archive.
 
 #include "cloud_file.h"
 #include "packers.h"

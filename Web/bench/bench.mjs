@@ -1,12 +1,13 @@
-// Measures the package in node beside what pages write themselves and beside the library's native code: one cloud, one run,
-// everybody in turns, every result checked. Tools/web.sh --bench builds what is measured and starts this.
+// Measures the package in node beside what pages write themselves and beside the library's native code: one cloud, one
+// run, everybody in turns, every result checked. Tools/web.sh --bench builds what is measured and starts this.
 //
 //   --sizes 10000,100000   numbers of points; by default those of kSizes
 //   --write FILE           the medians, as JSON, into a file that Benchmarks/report.py reads
 //
-// Times are processor times, of which other work on the machine takes none; everybody sorts on one thread. In a turn everybody sorts as many frames as it says
-// in kSizes, after one that is not measured, as the camera goes round. A sort that compares in JavaScript or packs takes
-// fewer frames and turns. Medians are those of turns; ratios are formed within a turn.
+// Times are processor times, of which other work on the machine takes none; everybody sorts on one thread. In a turn
+// everybody sorts as many frames as it says in kSizes, after one that is not measured, as the camera goes round. A sort
+// that compares in JavaScript or packs takes fewer frames and turns. Medians are those of turns; ratios are formed
+// within a turn.
 
 import { spawn } from "node:child_process";
 import { mkdirSync, readFileSync, writeFileSync } from "node:fs";
@@ -43,8 +44,7 @@ class InNode {
 
 	async sort(cameras) {
 		const begin = process.cpuUsage();
-		for (const position of cameras)
-			this.sorter.sort(position);
+		for (const position of cameras) this.sorter.sort(position);
 		const { user, system } = process.cpuUsage(begin);
 		return 1000 * (user + system); // given in microseconds
 	}
@@ -81,7 +81,9 @@ async function packageSorter(simd, positions) {
 	sorter.positions.set(positions);
 	return {
 		sort: (position) => sorter.sort(positions.length / 3, position),
-		get indices() { return sorter.indices; },
+		get indices() {
+			return sorter.indices;
+		},
 	};
 }
 
@@ -110,16 +112,14 @@ async function countingSortInC(positions) {
 // As in native.cpp.
 function hash(indices) {
 	let value = 2166136261;
-	for (const index of indices)
-		value = Math.imul(value ^ index, 16777619);
+	for (const index of indices) value = Math.imul(value ^ index, 16777619);
 	return value >>> 0;
 }
 
 function checkPermutation(name, indices) {
 	const seen = new Uint8Array(indices.length);
 	for (const index of indices) {
-		if (index >= seen.length || seen[index]++ !== 0)
-			fail(`${name} has left out a point, or has it twice`);
+		if (index >= seen.length || seen[index]++ !== 0) fail(`${name} has left out a point, or has it twice`);
 	}
 }
 
@@ -130,22 +130,23 @@ function exactOrder(name, positions, position) {
 		checkPermutation(name, indices);
 		let last = Infinity;
 		for (const index of indices) {
-			const x = f(positions[3 * index] - position[0]), y = f(positions[3 * index + 1] - position[1]),
+			const x = f(positions[3 * index] - position[0]),
+				y = f(positions[3 * index + 1] - position[1]),
 				z = f(positions[3 * index + 2] - position[2]);
 			const distance = f(f(f(x * x) + f(y * y)) + f(z * z));
-			if (distance > last)
-				fail(`${name} is not in order`);
+			if (distance > last) fail(`${name} is not in order`);
 			last = distance;
 		}
 	};
 }
 
-// Distances that JavaScript rounds once, where the library rounds every sum, may differ in their last bits; depths in steps by
-// as much as a step.
+// Distances that JavaScript rounds once, where the library rounds every sum, may differ in their last bits; depths in
+// steps by as much as a step.
 function approximateOrder(name, positions, key, tolerance) {
 	return (indices) => {
 		checkPermutation(name, indices);
-		let least = Infinity, most = -Infinity;
+		let least = Infinity,
+			most = -Infinity;
 		for (let i = 0; i < indices.length; ++i) {
 			const value = key(positions[3 * i], positions[3 * i + 1], positions[3 * i + 2]);
 			least = Math.min(least, value);
@@ -154,8 +155,7 @@ function approximateOrder(name, positions, key, tolerance) {
 		let last = -Infinity;
 		for (const index of indices) {
 			const value = key(positions[3 * index], positions[3 * index + 1], positions[3 * index + 2]);
-			if (value < last - tolerance * (most - least))
-				fail(`${name} is not in order`);
+			if (value < last - tolerance * (most - least)) fail(`${name} is not in order`);
 			last = Math.max(last, value);
 		}
 	};
@@ -180,15 +180,26 @@ async function measure(count, { frames, turns }) {
 	const competitors = [
 		simd,
 		new Native(positions, (value) => {
-			if (value !== hash(simd.sorter.indices))
-				fail("native code has another order");
+			if (value !== hash(simd.sorter.indices)) fail("native code has another order");
 		}),
-		new InNode("counting_c", await countingSortInC(positions), approximateOrder("counting_c", positions, depth, 1.01 / 65535)),
-		new InNode("counting_js", new CountingSort16(positions),
-			approximateOrder("counting_js", positions, depth, 1.01 / 65535)),
+		new InNode(
+			"counting_c",
+			await countingSortInC(positions),
+			approximateOrder("counting_c", positions, depth, 1.01 / 65535)
+		),
+		new InNode(
+			"counting_js",
+			new CountingSort16(positions),
+			approximateOrder("counting_js", positions, depth, 1.01 / 65535)
+		),
 		new InNode("no_simd", await packageSorter(false, positions), exactOrder("no_simd", positions, last)),
 		new InNode("packed", new PackedSort(positions), approximateOrder("packed", positions, nearness, 1e-6), true),
-		new InNode("comparator", new ComparatorSort(positions), approximateOrder("comparator", positions, nearness, 1e-6), true),
+		new InNode(
+			"comparator",
+			new ComparatorSort(positions),
+			approximateOrder("comparator", positions, nearness, 1e-6),
+			true
+		),
 	];
 
 	const times = new Map(competitors.map(({ name }) => [name, []]));
@@ -197,21 +208,23 @@ async function measure(count, { frames, turns }) {
 		const cameras = Array.from({ length: frames }, (_, frame) => camera(turn * frames + frame + 1));
 		let ours;
 		for (const competitor of competitors) {
-			if (competitor.isSlow && turn < turns - kSlow.turns)
-				continue;
+			if (competitor.isSlow && turn < turns - kSlow.turns) continue;
 			const measured = competitor.isSlow ? cameras.slice(-kSlow.frames) : cameras;
 			await competitor.sort([cameras[0]]);
-			const nanoseconds = await competitor.sort(measured) / measured.length;
+			const nanoseconds = (await competitor.sort(measured)) / measured.length;
 			ours ??= nanoseconds;
 			times.get(competitor.name).push(nanoseconds);
 			ratios.get(competitor.name).push(nanoseconds / ours);
 		}
 	}
-	for (const competitor of competitors)
-		competitor.check();
+	for (const competitor of competitors) competitor.check();
 	competitors[1].end();
-	return Object.fromEntries(competitors.map(({ name }) => [name,
-		{ ns: Math.round(median(times.get(name))), ratio: Number(median(ratios.get(name)).toPrecision(4)) }]));
+	return Object.fromEntries(
+		competitors.map(({ name }) => [
+			name,
+			{ ns: Math.round(median(times.get(name))), ratio: Number(median(ratios.get(name)).toPrecision(4)) },
+		])
+	);
 }
 
 // What Benchmarks/report.py asks of a machine.
@@ -248,10 +261,12 @@ for (const count of wanted) {
 }
 const cases = {};
 for (const count of wanted) {
-	cases[count] = { turns: kSizes[count].turns, ...await measure(count, kSizes[count]) };
+	cases[count] = { turns: kSizes[count].turns, ...(await measure(count, kSizes[count])) };
 	for (const [name, { ns, ratio }] of Object.entries(cases[count])) {
 		if (name !== "turns")
-			console.log(`${String(count).padStart(8)}  ${name.padEnd(12)} ${(ns / 1e6).toFixed(3).padStart(9)} ms  x${ratio}`);
+			console.log(
+				`${String(count).padStart(8)}  ${name.padEnd(12)} ${(ns / 1e6).toFixed(3).padStart(9)} ms  x${ratio}`
+			);
 	}
 }
 if (write !== undefined) {

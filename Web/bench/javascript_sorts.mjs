@@ -1,9 +1,9 @@
-// The sorts that pages write in JavaScript: packed positions and a camera in, numbers of points out, the farthest first.
-// All memory is taken once.
+// The sorts that pages write in JavaScript: packed positions and a camera in, numbers of points out, the farthest
+// first. All memory is taken once.
 
 /**
- * What viewers of splats do: depths along the view axis, from the camera to the origin, in 65,536 equal steps between the
- * farthest and the nearest, and one counting sort over the steps. The order is approximate.
+ * What viewers of splats do: depths along the view axis, from the camera to the origin, in 65,536 equal steps between
+ * the farthest and the nearest, and one counting sort over the steps. The order is approximate.
  */
 export class CountingSort16 {
 	#depths;
@@ -19,17 +19,18 @@ export class CountingSort16 {
 
 	sort(camera) {
 		const { positions, indices } = this;
-		const depths = this.#depths, steps = this.#steps, counters = this.#counters;
+		const depths = this.#depths,
+			steps = this.#steps,
+			counters = this.#counters;
 		const count = indices.length;
 		const [x, y, z] = camera;
-		let lowest = Infinity, highest = -Infinity;
+		let lowest = Infinity,
+			highest = -Infinity;
 		for (let i = 0, j = 0; i < count; ++i, j += 3) {
 			const depth = positions[j] * x + positions[j + 1] * y + positions[j + 2] * z; // of the farthest, the lowest
 			depths[i] = depth;
-			if (depth > highest)
-				highest = depth;
-			if (depth < lowest)
-				lowest = depth;
+			if (depth > highest) highest = depth;
+			if (depth < lowest) lowest = depth;
 		}
 		lowest = Math.fround(lowest);
 		const stepsPerUnit = 65535 / (Math.fround(highest) - lowest);
@@ -45,15 +46,16 @@ export class CountingSort16 {
 			counters[step] = sum;
 			sum += stepCount;
 		}
-		for (let i = 0; i < count; ++i)
-			indices[counters[steps[i]]++] = i;
+		for (let i = 0; i < count; ++i) indices[counters[steps[i]]++] = i;
 	}
 }
 
 function fillDistances(positions, camera, distances) {
 	const [x, y, z] = camera;
 	for (let i = 0, j = 0; i < distances.length; ++i, j += 3) {
-		const dx = positions[j] - x, dy = positions[j + 1] - y, dz = positions[j + 2] - z;
+		const dx = positions[j] - x,
+			dy = positions[j + 1] - y,
+			dz = positions[j + 2] - z;
 		distances[i] = dx * dx + dy * dy + dz * dz;
 	}
 }
@@ -71,15 +73,14 @@ export class ComparatorSort {
 	sort(camera) {
 		const distances = this.#distances;
 		fillDistances(this.positions, camera, distances);
-		for (let i = 0; i < this.indices.length; ++i)
-			this.indices[i] = i;
+		for (let i = 0; i < this.indices.length; ++i) this.indices[i] = i;
 		this.indices.sort((a, b) => distances[b] - distances[a]);
 	}
 }
 
 /**
- * BigUint64Array.prototype.sort of keys packed with point numbers: the inverted bits of the squared distance, which is never
- * negative, over the number. The engine sorts them without a function.
+ * BigUint64Array.prototype.sort of keys packed with point numbers: the inverted bits of the squared distance, which is
+ * never negative, over the number. The engine sorts them without a function.
  */
 export class PackedSort {
 	#packed;
@@ -98,14 +99,14 @@ export class PackedSort {
 
 	sort(camera) {
 		const { indices } = this;
-		const words = this.#words, bits = this.#bits;
+		const words = this.#words,
+			bits = this.#bits;
 		fillDistances(this.positions, camera, this.#distances);
 		for (let i = 0; i < indices.length; ++i) {
 			words[2 * i] = i;
 			words[2 * i + 1] = ~bits[i];
 		}
 		this.#packed.sort();
-		for (let i = 0; i < indices.length; ++i)
-			indices[i] = words[2 * i];
+		for (let i = 0; i < indices.length; ++i) indices[i] = words[2 * i];
 	}
 }

@@ -1,9 +1,9 @@
-// The same sort in a native program, with 128-bit registers alone, as WebAssembly has them. bench.mjs starts it, and has it
-// sort in turns with the sorts in node:
+// The same sort in a native program, with 128-bit registers alone, as WebAssembly has them. bench.mjs starts it, and
+// has it sort in turns with the sorts in node:
 //
 //   native POSITIONS   positions as packed floats, in a file
 //   input              a line for each turn: how many sorts, and the camera of each, three numbers
-//   output             a line for each turn: nanoseconds of processor time of all sorts, and a hash of the last one's indices
+//   output             a line for each turn: nanoseconds of processor time of all sorts, a hash of the last indices
 
 #include "ge_mesh_triangle_sorter.h"
 

@@ -28,8 +28,8 @@ export interface Vexmoor {
 	readonly simd: boolean;
 
 	/**
-	 * Takes memory for a draw call of up to `capacity` particles. All memory that its sorts use is taken here, so views of
-	 * other sorters' arrays become detached: read the properties again, they are up to date.
+	 * Takes memory for a draw call of up to `capacity` particles. All memory that its sorts use is taken here, so views
+	 * of other sorters' arrays become detached: read the properties again, they are up to date.
 	 * Throws an Error where an option is wrong or there is no memory: 2 GB for a sorter, and 4 GB for all of a module.
 	 */
 	createPointSorter(options: PointSorterOptions & { indexType: "uint16" }): PointSorter<Uint16Array>;
@@ -53,7 +53,10 @@ export interface PointSorterOptions {
 	 * `[0, 1, 2, 0, 2, 3]`. By default `[0]`: the output is the sorted list of particles' numbers.
 	 */
 	pattern?: ArrayLike<number>;
-	/** Vertices of a particle; particle i has those from `i * verticesPerParticle` on. By default the pattern's largest index, plus 1. */
+	/**
+	 * Vertices of a particle; particle i has those from `i * verticesPerParticle` on. By default the pattern's largest
+	 * index, plus 1.
+	 */
 	verticesPerParticle?: number;
 	/**
 	 * Whether there is a byte per particle that says if it is drawn; by default false. Particles are numbered without
@@ -74,9 +77,9 @@ export interface PointSorter<Indices extends Uint32Array | Uint16Array = Uint32A
 	readonly indices: Indices;
 
 	/**
-	 * Sorts the first `count` particles and returns a view of the indices written, in drawing order. It stays valid until
-	 * the next sort. Nothing is allocated; the view is the same object as long as as many indices are written and the
-	 * memory has not grown.
+	 * Sorts the first `count` particles and returns a view of the indices written, in drawing order. It stays valid
+	 * until the next sort. Nothing is allocated; the view is the same object as long as as many indices are written and
+	 * the memory has not grown.
 	 * @param camera x, y and z, in the space of the positions; not looked at by a sorter by value.
 	 * Throws an Error, and writes nothing, where an argument is wrong.
 	 */

@@ -1,10 +1,10 @@
 // The particle sorter as a WebAssembly module, for node, browsers and workers. vexmoor.d.ts says what is exported. Here
 // the module is loaded, arguments are checked, and views of the module's memory are kept.
 
-const kMaxCount = 0xFFFFFFFF; // what the sorter counts in 32 bits
+const kMaxCount = 0xffffffff; // what the sorter counts in 32 bits
 const kIndexTypes = {
-	uint32: { Array: Uint32Array, endOfIndices: 0xFFFFFFFF },
-	uint16: { Array: Uint16Array, endOfIndices: 0xFFFF },
+	uint32: { Array: Uint32Array, endOfIndices: 0xffffffff },
+	uint16: { Array: Uint16Array, endOfIndices: 0xffff },
 };
 const kNoFloats = new Float32Array(0);
 
@@ -15,10 +15,10 @@ const kNoFloats = new Float32Array(0);
 //   function    section 3: one function of type 0
 //   code        section 10: i32.const 0 (41 00), i8x16.splat (FD 0F), i8x16.popcnt (FD 62), end (0B)
 const kSimdModule = new Uint8Array([
-	0x00, 0x61, 0x73, 0x6D, 0x01, 0x00, 0x00, 0x00,
-	0x01, 0x05, 0x01, 0x60, 0x00, 0x01, 0x7B,
+	0x00, 0x61, 0x73, 0x6d, 0x01, 0x00, 0x00, 0x00,
+	0x01, 0x05, 0x01, 0x60, 0x00, 0x01, 0x7b,
 	0x03, 0x02, 0x01, 0x00,
-	0x0A, 0x0A, 0x01, 0x08, 0x00, 0x41, 0x00, 0xFD, 0x0F, 0xFD, 0x62, 0x0B,
+	0x0a, 0x0a, 0x01, 0x08, 0x00, 0x41, 0x00, 0xfd, 0x0f, 0xfd, 0x62, 0x0b,
 ]);
 
 export async function load(options = {}) {
@@ -27,22 +27,20 @@ export async function load(options = {}) {
 		throw new Error(`simd is true, false or "auto", not ${text(simd)}.`);
 	const usesSimd = simd === "auto" ? WebAssembly.validate(kSimdModule) : simd;
 	// Bundlers look for addresses of just this form.
-	const source = module ?? (usesSimd
-		? new URL("./vexmoor-simd.wasm", import.meta.url)
-		: new URL("./vexmoor.wasm", import.meta.url));
+	const source =
+		module ??
+		(usesSimd ? new URL("./vexmoor-simd.wasm", import.meta.url) : new URL("./vexmoor.wasm", import.meta.url));
 	// Memory only grows where create asks for it, and the views notice by themselves.
 	const imports = { env: { emscripten_notify_memory_growth() {} } };
 	const instance = await instantiate(source, imports);
 	const { create, _initialize } = instance.exports;
-	if (create === undefined || _initialize === undefined)
-		throw new Error("The module is not one of this package.");
+	if (create === undefined || _initialize === undefined) throw new Error("The module is not one of this package.");
 	_initialize();
 	return new Vexmoor(instance.exports);
 }
 
 async function instantiate(source, imports) {
-	if (source instanceof WebAssembly.Module)
-		return WebAssembly.instantiate(source, imports);
+	if (source instanceof WebAssembly.Module) return WebAssembly.instantiate(source, imports);
 	if (typeof source !== "string" && !(source instanceof URL))
 		return (await WebAssembly.instantiate(source, imports)).instance;
 
@@ -91,10 +89,16 @@ class PointSorter {
 		const { capacity, byPosition, hasEnabled, indexType, pattern, verticesPerParticle } = settings;
 		this.#exports = exports;
 		this.#settings = settings;
-		this.#address = exports.create(capacity, byPosition, hasEnabled, indexType === kIndexTypes.uint16, pattern.length,
-			verticesPerParticle) >>> 0;
-		if (this.#address === 0)
-			throw new Error(`There is no memory for a sorter of ${capacity} particles.`);
+		this.#address =
+			exports.create(
+				capacity,
+				byPosition,
+				hasEnabled,
+				indexType === kIndexTypes.uint16,
+				pattern.length,
+				verticesPerParticle
+			) >>> 0;
+		if (this.#address === 0) throw new Error(`There is no memory for a sorter of ${capacity} particles.`);
 		this.#update();
 		new Uint32Array(this.#buffer, exports.pattern(this.#address) >>> 0, pattern.length).set(pattern);
 	}
@@ -120,20 +124,22 @@ class PointSorter {
 		this.#update();
 		const { capacity, byPosition, pattern } = this.#settings;
 		if (!Number.isInteger(count) || count < 0 || count > capacity)
-			throw new Error(`count is a whole number from 0 to the sorter's capacity, ${capacity}, not ${text(count)}.`);
+			throw new Error(
+				`count is a whole number from 0 to the sorter's capacity, ${capacity}, not ${text(count)}.`
+			);
 		if (byPosition && !(camera?.length >= 3))
 			throw new Error("A sorter by position takes a camera, three numbers: x, y and z.");
-		const x = byPosition ? camera[0] : 0, y = byPosition ? camera[1] : 0, z = byPosition ? camera[2] : 0;
+		const x = byPosition ? camera[0] : 0,
+			y = byPosition ? camera[1] : 0,
+			z = byPosition ? camera[2] : 0;
 		const drawnCount = this.#exports.sort(this.#address, count, x, y, z) >>> 0;
 		const indexCount = drawnCount * pattern.length;
-		if (this.#drawn.length !== indexCount)
-			this.#drawn = this.#indices.subarray(0, indexCount);
+		if (this.#drawn.length !== indexCount) this.#drawn = this.#indices.subarray(0, indexCount);
 		return this.#drawn;
 	}
 
 	dispose() {
-		if (this.#address === 0)
-			return;
+		if (this.#address === 0) return;
 		this.#exports.release(this.#address);
 		this.#address = 0;
 		this.#buffer = this.#sortKeys = this.#enabled = this.#indices = this.#drawn = null;
@@ -141,15 +147,17 @@ class PointSorter {
 
 	// Makes the views again if the memory has grown, which replaces its buffer and detaches all views of it.
 	#update() {
-		if (this.#address === 0)
-			throw new Error("This sorter has been disposed of.");
+		if (this.#address === 0) throw new Error("This sorter has been disposed of.");
 		const exports = this.#exports;
 		const buffer = exports.memory.buffer;
-		if (this.#buffer === buffer)
-			return;
+		if (this.#buffer === buffer) return;
 		const { capacity, byPosition, hasEnabled, indexType, pattern } = this.#settings;
 		this.#buffer = buffer;
-		this.#sortKeys = new Float32Array(buffer, exports.sort_keys(this.#address) >>> 0, capacity * (byPosition ? 3 : 1));
+		this.#sortKeys = new Float32Array(
+			buffer,
+			exports.sort_keys(this.#address) >>> 0,
+			capacity * (byPosition ? 3 : 1)
+		);
 		this.#enabled = new Uint8Array(buffer, exports.enabled(this.#address) >>> 0, hasEnabled ? capacity : 0);
 		this.#indices = new indexType.Array(buffer, exports.indices(this.#address) >>> 0, capacity * pattern.length);
 		this.#drawn = this.#indices.subarray(0, 0);
@@ -161,12 +169,10 @@ function checkedOptions(options) {
 	const { capacity, by = "position", indexType = "uint32", pattern = [0], enabled = false } = options ?? {};
 	if (!Number.isInteger(capacity) || capacity < 0 || capacity > kMaxCount)
 		throw new Error(`capacity is a whole number of particles up to ${kMaxCount}, not ${text(capacity)}.`);
-	if (by !== "position" && by !== "value")
-		throw new Error(`by is "position" or "value", not ${text(by)}.`);
+	if (by !== "position" && by !== "value") throw new Error(`by is "position" or "value", not ${text(by)}.`);
 	if (indexType !== "uint32" && indexType !== "uint16")
 		throw new Error(`indexType is "uint32" or "uint16", not ${text(indexType)}.`);
-	if (typeof enabled !== "boolean")
-		throw new Error(`enabled is true or false, not ${text(enabled)}.`);
+	if (typeof enabled !== "boolean") throw new Error(`enabled is true or false, not ${text(enabled)}.`);
 
 	const entries = Array.from(pattern ?? []);
 	const isWhole = entries.length > 0 && entries.every((entry) => isIndex(entry));
@@ -179,10 +185,18 @@ function checkedOptions(options) {
 	const { endOfIndices } = kIndexTypes[indexType];
 	const lastIndex = Math.max(capacity - 1, 0) * verticesPerParticle + largest;
 	if (lastIndex >= endOfIndices)
-		throw new Error(`The last particle would draw index ${lastIndex}, but an index of type ${indexType} has to be ` +
-			`below ${endOfIndices}.`);
-	return { capacity, byPosition: by === "position", hasEnabled: enabled, indexType: kIndexTypes[indexType],
-		pattern: entries, verticesPerParticle };
+		throw new Error(
+			`The last particle would draw index ${lastIndex}, but an index of type ${indexType} has to be ` +
+				`below ${endOfIndices}.`
+		);
+	return {
+		capacity,
+		byPosition: by === "position",
+		hasEnabled: enabled,
+		indexType: kIndexTypes[indexType],
+		pattern: entries,
+		verticesPerParticle,
+	};
 }
 
 function isIndex(value) {
@@ -190,7 +204,6 @@ function isIndex(value) {
 }
 
 function text(value) {
-	if (Array.isArray(value) || ArrayBuffer.isView(value))
-		return `[${Array.from(value).join(", ")}]`;
+	if (Array.isArray(value) || ArrayBuffer.isView(value)) return `[${Array.from(value).join(", ")}]`;
 	return typeof value === "string" ? `"${value}"` : String(value);
 }

@@ -38,8 +38,9 @@ export class Camera {
 	}
 
 	/**
-	 * What the orders and the renderer need of the camera as it is now: eye, forward (of length 1), and, for a picture of
-	 * width by height pixels, worldToClip, a matrix in columns whose depth is 0 everywhere, since nothing is tested for it.
+	 * What the orders and the renderer need of the camera as it is now: eye, forward (of length 1), and, for a picture
+	 * of width by height pixels, worldToClip, a matrix in columns whose depth is 0 everywhere, since nothing is tested
+	 * for it.
 	 */
 	view(width, height) {
 		const { right, up, forward } = this.#axes();

@@ -33,8 +33,7 @@ export class CameraInput {
 
 	#pointerMove(event) {
 		const pointer = this.pointers.get(event.pointerId);
-		if (pointer === undefined)
-			return;
+		if (pointer === undefined) return;
 		const before = this.#fingers();
 		const dx = event.clientX - pointer.x;
 		const dy = event.clientY - pointer.y;
@@ -56,8 +55,7 @@ export class CameraInput {
 
 	// The middle of the first two fingers and how far they are apart; null where there is one.
 	#fingers() {
-		if (this.pointers.size < 2)
-			return null;
+		if (this.pointers.size < 2) return null;
 		const [a, b] = this.pointers.values();
 		return { x: (a.x + b.x) / 2, y: (a.y + b.y) / 2, distance: Math.hypot(a.x - b.x, a.y - b.y) };
 	}
@@ -70,16 +68,13 @@ export class CameraInput {
 	}
 
 	#keyDown(event) {
-		if (event.ctrlKey || event.metaKey || event.altKey)
-			return;
+		if (event.ctrlKey || event.metaKey || event.altKey) return;
 		const { camera } = this;
 		const arrows = { ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, 1], ArrowDown: [0, -1] };
 		if (event.key in arrows) {
 			const [right, up] = arrows[event.key];
-			if (event.shiftKey)
-				camera.pan(right * kPanPerKey, up * kPanPerKey);
-			else
-				camera.turn(right * kTurnPerKey, up * kTurnPerKey);
+			if (event.shiftKey) camera.pan(right * kPanPerKey, up * kPanPerKey);
+			else camera.turn(right * kTurnPerKey, up * kTurnPerKey);
 		} else if (event.key === "+" || event.key === "=") {
 			camera.zoom(kZoomPerKey);
 		} else if (event.key === "-") {

@@ -29,8 +29,7 @@ const kLogScaleSteps = 65535 / (2 * kLogScaleRange);
 export class CloudBuilder {
 	/** @param count Splats to come, at most. */
 	constructor(count) {
-		if (count === 0)
-			throw new CloudError("there is no splat in it.");
+		if (count === 0) throw new CloudError("there is no splat in it.");
 		try {
 			this.positions = new Float32Array(3 * (count + 1));
 			this.splats = new Uint32Array(kWordsPerSplat * (count + 1));
@@ -40,7 +39,9 @@ export class CloudBuilder {
 		this.count = 0;
 		this.first = [0, 0, 0];
 
-		/** The splat to add, filled by the caller. Colour and alpha are from 0 to 1. Rotations have any length but 0. */
+		/**
+		 * The splat to add, filled by the caller. Colour and alpha are from 0 to 1. Rotations have any length but 0.
+		 */
 		this.position = new Float64Array(3);
 		this.colour = new Float64Array(4);
 		this.logScales = new Float64Array(3);
@@ -50,25 +51,21 @@ export class CloudBuilder {
 	/** Adds the splat. Returns what is wrong with it, or null. */
 	add() {
 		const { position, colour, logScales, rotation, first, count } = this;
-		if (count === 0)
-			first.splice(0, 3, ...position);
+		if (count === 0) first.splice(0, 3, ...position);
 		for (let axis = 0; axis < 3; ++axis) {
 			const coordinate = Math.fround(position[axis] - first[axis]);
-			if (!Number.isFinite(coordinate))
-				return "is farther from the first one than a float can say";
+			if (!Number.isFinite(coordinate)) return "is farther from the first one than a float can say";
 			this.positions[3 * count + axis] = coordinate;
 		}
 		const length = Math.sqrt(rotation[0] ** 2 + rotation[1] ** 2 + rotation[2] ** 2 + rotation[3] ** 2);
-		if (length === 0)
-			return "has a rotation of length 0";
+		if (length === 0) return "has a rotation of length 0";
 
 		const at = kWordsPerSplat * count;
 		for (let channel = 0; channel < 4; ++channel)
 			this.splats[at + 3] |= Math.floor(clamp(colour[channel], 0, 1) * 255 + 0.5) << (8 * channel);
 		for (let i = 0; i < 4; ++i)
 			this.splats[at + 4 + (i >> 1)] |= (Math.round((rotation[i] / length) * 32767) & 0xffff) << (16 * (i & 1));
-		for (let i = 0; i < 3; ++i)
-			this.splats[at + 6 + (i >> 1)] |= packedLogScale(logScales[i]) << (16 * (i & 1));
+		for (let i = 0; i < 3; ++i) this.splats[at + 6 + (i >> 1)] |= packedLogScale(logScales[i]) << (16 * (i & 1));
 		this.count = count + 1;
 		return null;
 	}
@@ -85,8 +82,7 @@ export class CloudBuilder {
 		const words = new Float32Array(splats.buffer);
 		for (let splat = 0; splat < count; ++splat) {
 			const at = kWordsPerSplat * splat;
-			for (let axis = 0; axis < 3; ++axis)
-				words[at + axis] = positions[3 * splat + axis];
+			for (let axis = 0; axis < 3; ++axis) words[at + axis] = positions[3 * splat + axis];
 			for (let i = 0; i < 3; ++i) {
 				const word = at + 6 + (i >> 1);
 				const bit = 16 * (i & 1);
@@ -143,11 +139,12 @@ function colourOfHeight(y) {
 	return ramp[segment].reduce(
 		(colour, low, channel) =>
 			colour | (Math.round(low + (ramp[segment + 1][channel] - low) * along) << (8 * channel)),
-		0,
+		0
 	);
 }
 
-// Moves and scales positions so that all but a few stragglers lie within a distance of 1 from the origin. Returns the scale.
+// Moves and scales positions so that all but a few stragglers lie within a distance of 1 from the origin. Returns the
+// scale.
 function place(positions, count) {
 	const stragglers = 0.01; // the share of splats that may lie farther out
 	const farthestAllowed = 1e6; // so far at most: squares of distances stay finite, and precise
@@ -155,8 +152,7 @@ function place(positions, count) {
 
 	const values = new Float64Array(sampleCount);
 	const quantiles = (valueOf) => {
-		for (let i = 0; i < sampleCount; ++i)
-			values[i] = valueOf(Math.floor((i * count) / sampleCount));
+		for (let i = 0; i < sampleCount; ++i) values[i] = valueOf(Math.floor((i * count) / sampleCount));
 		values.sort();
 		return [stragglers, 1 - stragglers].map((share) => values[Math.round((sampleCount - 1) * share)]);
 	};
@@ -172,14 +168,12 @@ function place(positions, count) {
 	};
 	const radius = quantiles(distance)[1];
 	let farthest = 0;
-	for (let splat = 0; splat < count; ++splat)
-		farthest = Math.max(farthest, distance(splat));
+	for (let splat = 0; splat < count; ++splat) farthest = Math.max(farthest, distance(splat));
 	if (farthest === 0 && count > 1)
 		throw new CloudError(`all ${grouped(count)} splats lie at one and the same position.`);
 
 	const unit = Math.max(radius, farthest / farthestAllowed);
 	const scale = unit > 0 ? 1 / unit : 1;
-	for (let i = 0; i < 3 * count; ++i)
-		positions[i] = (positions[i] - centre[i % 3]) * scale;
+	for (let i = 0; i < 3 * count; ++i) positions[i] = (positions[i] - centre[i % 3]) * scale;
 	return scale;
 }

@@ -20,7 +20,7 @@ serveCalls(
 			return movedCloud(readCloud(file.name, bytes));
 		},
 	},
-	(error) => error instanceof CloudError,
+	(error) => error instanceof CloudError
 );
 
 function movedCloud({ count, positions, splats }) {

@@ -8,10 +8,8 @@
  * camera.eye and camera.forward have three numbers each; forward has length 1.
  */
 export function writeDepths(positions, count, camera, by, depths) {
-	if (by === "depth")
-		writeViewDepths(positions, count, camera.eye, camera.forward, depths);
-	else
-		writeDistances(positions, count, camera.eye, depths);
+	if (by === "depth") writeViewDepths(positions, count, camera.eye, camera.forward, depths);
+	else writeDistances(positions, count, camera.eye, depths);
 }
 
 /** Writes the depths along the view axis, each with its sign turned: the lowest value is the deepest. */
@@ -27,8 +25,8 @@ function writeViewDepths(positions, count, eye, forward, depths) {
 		depths[i] = x * positions[at] + y * positions[at + 1] + z * positions[at + 2] + offset;
 }
 
-// The library compares squared distances in single precision, with each product and sum rounded. A root keeps their order;
-// two neighbouring squares may have one root in single precision, and then count as equal.
+// The library compares squared distances in single precision, with each product and sum rounded. A root keeps their
+// order; two neighbouring squares may have one root in single precision, and then count as equal.
 function writeDistances(positions, count, eye, depths) {
 	const round = Math.fround;
 	const [eyeX, eyeY, eyeZ] = Float32Array.from(eye);

@@ -14,8 +14,7 @@ export class Divider {
 			event.preventDefault();
 		});
 		element.addEventListener("pointermove", (event) => {
-			if (!element.hasPointerCapture(event.pointerId))
-				return;
+			if (!element.hasPointerCapture(event.pointerId)) return;
 			const { left, width } = element.parentElement.getBoundingClientRect();
 			this.#moveTo((event.clientX - left) / width);
 		});
@@ -26,8 +25,7 @@ export class Divider {
 				Home: 0,
 				End: 1,
 			};
-			if (!(event.key in targets))
-				return;
+			if (!(event.key in targets)) return;
 			event.preventDefault();
 			this.#moveTo(targets[event.key]);
 		});

@@ -6,7 +6,8 @@ export class ExactOrder {
 	/**
 	 * @param vexmoor A loaded module.
 	 * @param capacity The most splats of one sort.
-	 * @param by "distance": the library makes keys from positions. "depth": of values, the negated depth along the view axis.
+	 * @param by "distance": the library makes keys from positions. "depth": of values, the negated depth along the view
+	 * axis.
 	 */
 	constructor(vexmoor, capacity, by) {
 		this.by = by;
@@ -21,20 +22,17 @@ export class ExactOrder {
 	/** Takes over the splats' positions. */
 	setPositions(positions) {
 		this.positions = positions;
-		if (this.by === "distance")
-			this.sorter.positions.set(positions);
+		if (this.by === "distance") this.sorter.positions.set(positions);
 	}
 
 	/** Takes over one splat's position, which has changed. */
 	setPosition(splat, position) {
-		if (this.by === "distance")
-			this.sorter.positions.set(position, 3 * splat);
+		if (this.by === "distance") this.sorter.positions.set(position, 3 * splat);
 	}
 
 	/** The numbers of the first `count` splats, the farthest first: a view that the next sort writes again. */
 	sort(count, camera) {
-		if (this.by === "distance")
-			return this.sorter.sort(count, camera.eye);
+		if (this.by === "distance") return this.sorter.sort(count, camera.eye);
 		writeNegatedViewDepths(this.positions, count, camera, this.sorter.values);
 		return this.sorter.sort(count);
 	}

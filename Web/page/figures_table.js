@@ -5,7 +5,7 @@ const kTimesKept = 15;
 export class FiguresTable {
 	constructor(table) {
 		this.cells = Object.fromEntries(
-			[...table.querySelectorAll("[data-figure]")].map((cell) => [cell.dataset.figure, cell]),
+			[...table.querySelectorAll("[data-figure]")].map((cell) => [cell.dataset.figure, cell])
 		);
 		this.clear();
 	}
@@ -18,8 +18,7 @@ export class FiguresTable {
 	/** An order's sort took some milliseconds. */
 	addTime(name, milliseconds) {
 		this.times[name].push(milliseconds);
-		if (this.times[name].length > kTimesKept)
-			this.times[name].shift();
+		if (this.times[name].length > kTimesKept) this.times[name].shift();
 	}
 
 	/** Shows the median of the latest times, and how many frames there were in the last second; 0 at rest. */
@@ -35,8 +34,7 @@ export class FiguresTable {
 	showFigures(name, figures) {
 		const cell = (figure) => this.cells[`${name} ${figure}`];
 		if (figures === null) {
-			for (const figure of ["backtrack", "middleBacktrack", "pairs"])
-				cell(figure).textContent = "";
+			for (const figure of ["backtrack", "middleBacktrack", "pairs"]) cell(figure).textContent = "";
 			this.times[name] = [];
 			return;
 		}
@@ -51,20 +49,17 @@ export class FiguresTable {
 
 // What is written anew is laid out anew, even if it says the same: at rest nothing is.
 function write(cell, text) {
-	if (cell.textContent !== text)
-		cell.textContent = text;
+	if (cell.textContent !== text) cell.textContent = text;
 }
 
 function counted(number) {
-	if (number < 1e6)
-		return number.toLocaleString("en-US");
+	if (number < 1e6) return number.toLocaleString("en-US");
 	const [unit, name] = number < 1e9 ? [1e6, "million"] : [1e9, "billion"];
 	return `${Number((number / unit).toPrecision(3)).toLocaleString("en-US")} ${name}`;
 }
 
 function percentage(part, whole) {
-	if (part === 0)
-		return "0";
+	if (part === 0) return "0";
 	const percent = (100 * part) / whole;
 	return `${percent.toLocaleString("en-US", { maximumSignificantDigits: 2 })} %`;
 }

@@ -16,10 +16,12 @@ serveCalls({
 		figures = new OrderFigures(positions.length / 3);
 	},
 
-	/** Measures each of the orders of the first `count` splats, sorted with the outlier there; null where an order is null. */
+	/**
+	 * Measures each of the orders of the first `count` splats, sorted with the outlier there; null where an order is
+	 * null.
+	 */
 	measure({ count, outlier, camera, by, orders }) {
-		if (outlier !== null)
-			positions.set(outlier, positions.length - 3);
+		if (outlier !== null) positions.set(outlier, positions.length - 3);
 		writeDepths(positions, count, camera, by, depths);
 		return orders.map((order) => (order === null ? null : figures.measure(depths, order, count)));
 	},

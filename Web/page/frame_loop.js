@@ -51,8 +51,7 @@ export class FrameLoop {
 			this.sorter.call("setCloud", cloud.positions),
 			this.figures.call("setCloud", cloud.positions),
 		]);
-		if (cloudNumber !== this.cloudNumber)
-			return false;
+		if (cloudNumber !== this.cloudNumber) return false;
 		this.module = module;
 		this.cloud = cloud;
 		this.changed();
@@ -69,8 +68,7 @@ export class FrameLoop {
 	setDivider(divider) {
 		this.divider = divider;
 		this.isDrawn = false;
-		if (!this.#isSortedFor(this.shown))
-			this.changed();
+		if (!this.#isSortedFor(this.shown)) this.changed();
 	}
 
 	/** Something that the order depends on has changed. */
@@ -94,15 +92,13 @@ export class FrameLoop {
 			this.camera.turn(kTurnPerSecond * seconds, 0);
 			this.changed();
 		}
-		if (this.sorted !== null)
-			this.#takeSorted();
+		if (this.sorted !== null) this.#takeSorted();
 		if (!this.isDrawn && this.#isSortedFor(this.shown)) {
 			this.renderer.draw(this.shown.view, this.divider);
 			this.isDrawn = true;
 			this.frameTimes.push(time);
 		}
-		if (this.isChanged && !this.isSorting && this.cloud !== null)
-			this.#sort().catch(this.onFailure);
+		if (this.isChanged && !this.isSorting && this.cloud !== null) this.#sort().catch(this.onFailure);
 		this.#measure(time);
 		this.#showTimes(time);
 		this.#showState();
@@ -110,7 +106,11 @@ export class FrameLoop {
 
 	// Whether a frame has the orders that the divider shows.
 	#isSortedFor(frame) {
-		return frame !== null && (this.divider === 0 || frame.exact !== null) && (this.divider === 1 || frame.sixteen !== null);
+		return (
+			frame !== null &&
+			(this.divider === 0 || frame.exact !== null) &&
+			(this.divider === 1 || frame.sixteen !== null)
+		);
 	}
 
 	async #sort() {
@@ -120,7 +120,7 @@ export class FrameLoop {
 		const density = Math.min(devicePixelRatio, kDensest);
 		const view = this.camera.view(
 			Math.max(Math.round(clientWidth * density), 1),
-			Math.max(Math.round(clientHeight * density), 1),
+			Math.max(Math.round(clientHeight * density), 1)
 		);
 		const { cloudNumber, by, outlier } = this;
 		const count = this.cloud.count + (outlier === null ? 0 : 1);
@@ -144,10 +144,8 @@ export class FrameLoop {
 			this.renderer.updateSplat(this.cloud, this.cloud.count);
 		}
 		for (const name of ["exact", "sixteen"]) {
-			if (this.shown !== null && this.shown[name] !== null)
-				this.freeIndices.push(this.shown[name]);
-			if (this.sorted[name] === null)
-				continue;
+			if (this.shown !== null && this.shown[name] !== null) this.freeIndices.push(this.shown[name]);
+			if (this.sorted[name] === null) continue;
 			this.renderer.setOrder(name, this.sorted[name], this.sorted.count);
 			this.table.addTime(name, this.sorted[`${name}Time`]);
 		}
@@ -159,8 +157,7 @@ export class FrameLoop {
 	// Copies the orders on the screen to the worker that measures, every now and then.
 	#measure(time) {
 		const { shown } = this;
-		if (shown === null || shown.isMeasured || this.isMeasuring || time - this.lastMeasured < kMeasurePause)
-			return;
+		if (shown === null || shown.isMeasured || this.isMeasuring || time - this.lastMeasured < kMeasurePause) return;
 		shown.isMeasured = true;
 		this.isMeasuring = true;
 		this.lastMeasured = time;
@@ -168,11 +165,14 @@ export class FrameLoop {
 		const { cloudNumber } = this;
 		const orders = [exact, sixteen].map((order) => order && order.slice(0, count));
 		this.figures
-			.call("measure", { count, outlier, camera, by, orders }, orders.filter(Boolean).map((order) => order.buffer))
+			.call(
+				"measure",
+				{ count, outlier, camera, by, orders },
+				orders.filter(Boolean).map((order) => order.buffer)
+			)
 			.then((figures) => {
 				this.isMeasuring = false;
-				if (cloudNumber !== this.cloudNumber)
-					return;
+				if (cloudNumber !== this.cloudNumber) return;
 				this.table.showFigures("exact", figures[0]);
 				this.table.showFigures("sixteen", figures[1]);
 			})
@@ -180,17 +180,16 @@ export class FrameLoop {
 	}
 
 	#showTimes(time) {
-		while (this.frameTimes.length > 0 && this.frameTimes[0] <= time - 1000)
-			this.frameTimes.shift();
+		while (this.frameTimes.length > 0 && this.frameTimes[0] <= time - 1000) this.frameTimes.shift();
 		this.table.showTimes(this.frameTimes.length);
 	}
 
 	// For styles and tests: "busy" until all that was changed is drawn, "drawn" until it is measured, then "settled".
 	#showState() {
-		const isDrawn = !this.isChanged && !this.isSorting && this.sorted === null && this.isDrawn && this.shown !== null;
+		const isDrawn =
+			!this.isChanged && !this.isSorting && this.sorted === null && this.isDrawn && this.shown !== null;
 		const isMeasured = isDrawn && this.shown.isMeasured && !this.isMeasuring;
 		const state = isMeasured ? "settled" : isDrawn ? "drawn" : "busy";
-		if (document.documentElement.dataset.state !== state)
-			document.documentElement.dataset.state = state;
+		if (document.documentElement.dataset.state !== state) document.documentElement.dataset.state = state;
 	}
 }

@@ -1,5 +1,6 @@
 // The bundled cloud: a still life of splats on a round table, generated the same every time. Surfaces are covered with
-// flat splats, fur with long ones, and smoke is a heap of large faint ones. As in trained clouds, splats lie in no order.
+// flat splats, fur with long ones, and smoke is a heap of large faint ones. As in trained clouds, splats lie in no
+// order.
 
 import { CloudBuilder } from "./cloud.js";
 
@@ -46,7 +47,13 @@ function addTable(scene) {
 			const light = 1 - darkness * Math.exp(-(dx * dx + dz * dz) / (size * size));
 			colour = colour.map((channel) => channel * light);
 		}
-		scene.addFlat([x, kTableHeight, z], [0, 1, 0], 0.0058, colour.map((channel) => channel * 0.95), 0.97);
+		scene.addFlat(
+			[x, kTableHeight, z],
+			[0, 1, 0],
+			0.0058,
+			colour.map((channel) => channel * 0.95),
+			0.97
+		);
 	}
 
 	// A table has an underside, too, which nobody sees from above as long as the order is right.
@@ -55,7 +62,13 @@ function addTable(scene) {
 		const radius = Math.sqrt((i + 0.5) / undersideCount);
 		const [x, z] = [radius * Math.cos(i * goldenAngle), radius * Math.sin(i * goldenAngle)];
 		const grain = 0.8 + 0.2 * Math.sin(40 * z + 3 * Math.sin(5 * x));
-		scene.addFlat([x, kTableHeight - kTableThickness, z], [0, -1, 0], 0.009, [0.5 * grain, 0.2 * grain, 0.1 * grain], 0.97);
+		scene.addFlat(
+			[x, kTableHeight - kTableThickness, z],
+			[0, -1, 0],
+			0.009,
+			[0.5 * grain, 0.2 * grain, 0.1 * grain],
+			0.97
+		);
 	}
 	for (let i = 0; i < 6000; ++i) {
 		const angle = kTau * scene.random();
@@ -119,7 +132,7 @@ function addGlassBall(scene) {
 			normal,
 			0.007,
 			[0.35 + 0.65 * glint, 0.6 + 0.4 * glint, 1],
-			0.06 + 0.85 * glint,
+			0.06 + 0.85 * glint
 		);
 	}
 }

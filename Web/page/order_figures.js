@@ -16,8 +16,7 @@ export class OrderFigures {
 	 * middleRange      the same of the splats but for the nearest and the farthest hundredth.
 	 */
 	measure(depths, order, count) {
-		for (let i = 0; i < count; ++i)
-			this.drawn[i] = depths[order[i]];
+		for (let i = 0; i < count; ++i) this.drawn[i] = depths[order[i]];
 
 		let worstBacktrack = 0;
 		let nearest = Infinity;

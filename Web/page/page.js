@@ -43,21 +43,18 @@ export class Page {
 			if (cloud.count + 1 > this.loop.renderer.maxSplats)
 				throw new CloudError(
 					`${name}: it has ${grouped(cloud.count)} splats, and this device draws ` +
-						`${grouped(this.loop.renderer.maxSplats - 1)} at most.`,
+						`${grouped(this.loop.renderer.maxSplats - 1)} at most.`
 				);
-			if (!(await this.loop.setCloud(cloud)))
-				return;
+			if (!(await this.loop.setCloud(cloud))) return;
 			this.loop.camera.reset();
 			$("#scene").textContent = `${name}, ${grouped(cloud.count)} splats`;
 			this.#showModule();
 		} catch (error) {
-			if (!(error instanceof CloudError || error instanceof RefusedCall))
-				throw error;
+			if (!(error instanceof CloudError || error instanceof RefusedCall)) throw error;
 			refuse(error.message);
 			this.loop.changed();
 		}
-		if (loading === this.loading)
-			$("#status").textContent = "";
+		if (loading === this.loading) $("#status").textContent = "";
 	}
 
 	showBundled() {
@@ -93,7 +90,7 @@ export class Page {
 		document.addEventListener("keydown", (event) => this.#keyDown(event));
 		this.#connectDrop();
 		canvas.addEventListener("webglcontextlost", () =>
-			refuse("The browser has taken the graphics memory away; load the page again."),
+			refuse("The browser has taken the graphics memory away; load the page again.")
 		);
 	}
 
@@ -113,15 +110,12 @@ export class Page {
 	}
 
 	#open(file) {
-		if (file === undefined)
-			refuse("What was dropped is no file.");
-		else
-			this.show(file.name, () => this.clouds.call("read", file)).catch(this.onFailure);
+		if (file === undefined) refuse("What was dropped is no file.");
+		else this.show(file.name, () => this.clouds.call("read", file)).catch(this.onFailure);
 	}
 
 	#keyDown(event) {
-		if (event.ctrlKey || event.metaKey || event.altKey || event.repeat)
-			return;
+		if (event.ctrlKey || event.metaKey || event.altKey || event.repeat) return;
 		const actions = {
 			1: () => $('input[value="exact"]').click(),
 			2: () => $('input[value="both"]').click(),

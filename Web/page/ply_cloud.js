@@ -23,8 +23,8 @@ export function readPlyFile(bytes) {
 	const has = (name) => file.findNumber(name) >= 0;
 	if (has("packed_position") && !has("x"))
 		throw new CloudError(
-			"the header: its vertices are packed in chunks ('packed_position'), which is not read; save it as a PLY file " +
-				"of plain splats.",
+			"the header: its vertices are packed in chunks ('packed_position'), which is not read; save it as a PLY " +
+				"of plain splats."
 		);
 	return ["f_dc_0", "scale_0", "rot_0"].some(has) ? readSplats(file) : readPoints(file);
 }
@@ -33,7 +33,9 @@ function columns(file, what, names) {
 	return names.map((name) => {
 		const column = file.findNumber(name);
 		if (column < 0)
-			throw new CloudError(`the header: ${what} has to have a number '${name}', and the vertices here have none.`);
+			throw new CloudError(
+				`the header: ${what} has to have a number '${name}', and the vertices here have none.`
+			);
 		return column;
 	});
 }
@@ -48,8 +50,7 @@ function readSplats(file) {
 			builder.logScales[i] = values[7 + i];
 		}
 		builder.colour[3] = 1 / (1 + Math.exp(-values[6]));
-		for (let i = 0; i < 4; ++i)
-			builder.rotation[i] = values[10 + i];
+		for (let i = 0; i < 4; ++i) builder.rotation[i] = values[10 + i];
 		return builder.add();
 	});
 	return builder.finish();
@@ -67,8 +68,7 @@ function readPoints(file) {
 	file.readVertices([...position, ...colour], (values) => {
 		builder.position.set(values.subarray(0, 3));
 		builder.colour.fill(1);
-		for (let i = 0; i < colour.length; ++i)
-			builder.colour[named.length === 0 ? 3 : i] = values[3 + i] * scales[i];
+		for (let i = 0; i < colour.length; ++i) builder.colour[named.length === 0 ? 3 : i] = values[3 + i] * scales[i];
 		return builder.add();
 	});
 	return builder.finish({ areColoured: named.length > 0 });

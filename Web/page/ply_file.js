@@ -38,7 +38,12 @@ const kMaxProperties = 1000; // of an element; splats have 62
 
 /** Whether a file's first letters are those of a PLY file. */
 export function startsAsPly(file) {
-	return file[0] === 0x70 && file[1] === 0x6c && file[2] === 0x79 && (file[3] === kNewline || file[3] === kCarriageReturn);
+	return (
+		file[0] === 0x70 &&
+		file[1] === 0x6c &&
+		file[2] === 0x79 &&
+		(file[3] === kNewline || file[3] === kCarriageReturn)
+	);
 }
 
 /** A file whose header has been read and checked. Sentences of its errors start with the place in the file. */
@@ -65,30 +70,30 @@ export class PlyFile {
 	}
 
 	/**
-	 * Reads the body from end to end. onVertex receives a vertex's values of the named properties, all finite in 32 bits,
-	 * in an array that is used again, and returns what is wrong with them, or null.
+	 * Reads the body from end to end. onVertex receives a vertex's values of the named properties, all finite in 32
+	 * bits, in an array that is used again, and returns what is wrong with them, or null.
 	 */
 	readVertices(properties, onVertex) {
 		const body =
-			this.header.format === "ascii" ? new AsciiBody(this.file, this.header) : new BinaryBody(this.file, this.header);
+			this.header.format === "ascii"
+				? new AsciiBody(this.file, this.header)
+				: new BinaryBody(this.file, this.header);
 		const values = new Float64Array(properties.length);
 		for (const element of this.header.elements) {
 			body.beginElement(element);
 			for (let row = 0; row < element.count; ++row) {
 				body.nextRow();
-				if (element !== this.vertices)
-					continue;
+				if (element !== this.vertices) continue;
 				for (let i = 0; i < properties.length; ++i) {
 					values[i] = body.value(properties[i]);
 					if (!Number.isFinite(Math.fround(values[i])))
 						fail(
 							body.where(),
-							`vertex ${grouped(row)} has no finite '${element.properties[properties[i]].name}'`,
+							`vertex ${grouped(row)} has no finite '${element.properties[properties[i]].name}'`
 						);
 				}
 				const complaint = onVertex(values);
-				if (complaint !== null)
-					fail(body.where(), `vertex ${grouped(row)} ${complaint}`);
+				if (complaint !== null) fail(body.where(), `vertex ${grouped(row)} ${complaint}`);
 			}
 		}
 		body.endFile();
@@ -115,8 +120,7 @@ function quoted(text) {
 
 function textOf(bytes) {
 	let text = "";
-	for (const byte of bytes)
-		text += String.fromCharCode(byte);
+	for (const byte of bytes) text += String.fromCharCode(byte);
 	return text;
 }
 
@@ -133,8 +137,7 @@ class HeaderReader {
 	read() {
 		this.readMagic();
 		while (this.readLine()) {}
-		if (this.header.format === null)
-			this.failHere("the header ends without a 'format'");
+		if (this.header.format === null) this.failHere("the header ends without a 'format'");
 		this.checkLastElement();
 		return this.header;
 	}
@@ -142,7 +145,10 @@ class HeaderReader {
 	// The first line also shows how lines end: '\n', which a '\r' may precede, or '\r' alone.
 	readMagic() {
 		if (!startsAsPly(this.file))
-			fail(atByte(0), `a PLY file starts with a line 'ply', this one with ${quoted(textOf(this.file.subarray(0, 16)))}`);
+			fail(
+				atByte(0),
+				`a PLY file starts with a line 'ply', this one with ${quoted(textOf(this.file.subarray(0, 16)))}`
+			);
 		const isReturn = this.file[3] === kCarriageReturn;
 		const isFollowed = isReturn && this.file[4] === kNewline;
 		this.header.lineEnd = isReturn && !isFollowed ? kCarriageReturn : kNewline;
@@ -155,22 +161,17 @@ class HeaderReader {
 		++this.header.lineCount;
 		const start = this.header.size;
 		const end = this.file.indexOf(this.header.lineEnd, start);
-		if (end < 0)
-			this.failHere("the file ends before 'end_header'");
+		if (end < 0) this.failHere("the file ends before 'end_header'");
 		if (end - start > kMaxLineLength)
 			this.failHere(`a line of ${grouped(end - start)} letters is none of a header`);
 		this.header.size = end + 1;
 
 		const [keyword = "", ...rest] = words(textOf(this.file.subarray(start, end)));
-		if (keyword === "comment" || keyword === "obj_info")
-			return true;
+		if (keyword === "comment" || keyword === "obj_info") return true;
 		const readers = { format: this.readFormat, element: this.readElement, property: this.readProperty };
-		if (Object.hasOwn(readers, keyword))
-			readers[keyword].call(this, rest);
-		else if (keyword !== "end_header")
-			this.failHere(`${quoted(keyword)} is no keyword of a PLY header`);
-		if (rest.length > 0)
-			this.failHere(`${quoted(rest[0])} is one word too many`);
+		if (Object.hasOwn(readers, keyword)) readers[keyword].call(this, rest);
+		else if (keyword !== "end_header") this.failHere(`${quoted(keyword)} is no keyword of a PLY header`);
+		if (rest.length > 0) this.failHere(`${quoted(rest[0])} is one word too many`);
 		return keyword !== "end_header";
 	}
 
@@ -181,8 +182,7 @@ class HeaderReader {
 		if (!["ascii", "binary_little_endian", "binary_big_endian"].includes(format))
 			this.failHere(`'format' takes ascii, binary_little_endian or binary_big_endian, not ${quoted(format)}`);
 		const version = rest.shift() ?? "";
-		if (version !== "1.0")
-			this.failHere(`the version is 1.0 in every PLY file, not ${quoted(version)}`);
+		if (version !== "1.0") this.failHere(`the version is 1.0 in every PLY file, not ${quoted(version)}`);
 		this.header.format = format;
 	}
 
@@ -191,11 +191,12 @@ class HeaderReader {
 		const name = this.takeName(rest, "element");
 		const count = rest.shift() ?? "";
 		if (!/^[0-9]+$/.test(count) || !Number.isSafeInteger(Number(count)))
-			this.failHere(`the element ${quoted(name)} has a count of ${quoted(count)}, which is no whole number of 53 bits`);
+			this.failHere(
+				`the element ${quoted(name)} has a count of ${quoted(count)}, which is no whole number of 53 bits`
+			);
 		if (this.header.elements.some((other) => other.name === name))
 			this.failHere(`there are two elements ${quoted(name)}`);
-		if (this.header.elements.length === kMaxElements)
-			this.failHere(`there are more than ${kMaxElements} elements`);
+		if (this.header.elements.length === kMaxElements) this.failHere(`there are more than ${kMaxElements} elements`);
 		this.header.elements.push({ name, count: Number(count), properties: [] });
 	}
 
@@ -208,14 +209,12 @@ class HeaderReader {
 
 	readProperty(rest) {
 		const element = this.header.elements.at(-1);
-		if (element === undefined)
-			this.failHere("there is a property before the first element");
+		if (element === undefined) this.failHere("there is a property before the first element");
 		let countType = null;
 		if (rest[0] === "list") {
 			rest.shift();
 			countType = this.takeType(rest);
-			if (!countType.isInteger)
-				this.failHere("a list's count is of a type of whole numbers");
+			if (!countType.isInteger) this.failHere("a list's count is of a type of whole numbers");
 		}
 		const type = this.takeType(rest);
 		const name = this.takeName(rest, "property");
@@ -229,15 +228,13 @@ class HeaderReader {
 	takeType(rest) {
 		const name = rest.shift() ?? "";
 		const type = kTypesByName.get(name);
-		if (type === undefined)
-			this.failHere(`${quoted(name)} is no type of a PLY file`);
+		if (type === undefined) this.failHere(`${quoted(name)} is no type of a PLY file`);
 		return type;
 	}
 
 	takeName(rest, keyword) {
 		const name = rest.shift();
-		if (name === undefined)
-			this.failHere(`the ${keyword} has no name`);
+		if (name === undefined) this.failHere(`the ${keyword} has no name`);
 		return name;
 	}
 
@@ -254,7 +251,7 @@ function hasLists(element) {
 function minRowSize(element, isAscii) {
 	return element.properties.reduce(
 		(size, property) => size + (isAscii ? 2 : (property.countType ?? property.type).size),
-		0,
+		0
 	);
 }
 
@@ -263,8 +260,7 @@ function checkCounts(header, fileSize) {
 	let offset = header.size;
 	let isExact = !isAscii; // neither lists nor text before: this is where the element starts
 	for (const element of header.elements) {
-		if (element.count === 0)
-			continue;
+		if (element.count === 0) continue;
 		const isFixed = !isAscii && !hasLists(element);
 		const rowSize = minRowSize(element, isAscii);
 		const fitting = Math.floor((fileSize - offset + (isAscii ? 1 : 0)) / rowSize); // the last line may lack its end
@@ -273,7 +269,7 @@ function checkCounts(header, fileSize) {
 				atByte(offset),
 				`the header promises ${grouped(element.count)} of the element ${quoted(element.name)}, of ` +
 					`${isFixed ? "" : "at least "}${grouped(rowSize)} bytes each; from here on there are ` +
-					`${isExact ? "" : "at most "}${grouped(fileSize - offset)} bytes, room for ${grouped(fitting)}`,
+					`${isExact ? "" : "at most "}${grouped(fileSize - offset)} bytes, room for ${grouped(fitting)}`
 			);
 		offset += element.count * rowSize - (isAscii ? 1 : 0);
 		isExact = isExact && isFixed;
@@ -302,19 +298,14 @@ class AsciiBody {
 		const { properties } = this.element;
 		for (let i = 0; i < properties.length; ++i) {
 			const { name, type, countType } = properties[i];
-			if (at === line.length)
-				this.failHere(`ends before its '${name}'`);
+			if (at === line.length) this.failHere(`ends before its '${name}'`);
 			this.numbers[i] = this.number(line[at++], countType ?? type, name);
-			if (countType === null)
-				continue;
-			if (this.numbers[i] < 0)
-				this.failHere(`has a negative count of '${name}'`);
-			if (this.numbers[i] > line.length - at)
-				this.failHere(`ends before its '${name}'`);
+			if (countType === null) continue;
+			if (this.numbers[i] < 0) this.failHere(`has a negative count of '${name}'`);
+			if (this.numbers[i] > line.length - at) this.failHere(`ends before its '${name}'`);
 			at += this.numbers[i];
 		}
-		if (at < line.length)
-			this.failHere(`goes on after its values, with ${quoted(line[at])}`);
+		if (at < line.length) this.failHere(`goes on after its values, with ${quoted(line[at])}`);
 	}
 
 	value(property) {
@@ -327,8 +318,7 @@ class AsciiBody {
 
 	endFile() {
 		while (this.next < this.file.length)
-			if (this.readLine().length > 0)
-				fail(this.where(), "the file goes on after all that its header promises");
+			if (this.readLine().length > 0) fail(this.where(), "the file goes on after all that its header promises");
 	}
 
 	// The words of the next line that has any.
@@ -338,11 +328,10 @@ class AsciiBody {
 				fail(
 					this.where(),
 					`the file ends after ${grouped(this.rowCount)} of the ${grouped(this.element.count)} that its ` +
-						`header promises of the element ${quoted(this.element.name)}`,
+						`header promises of the element ${quoted(this.element.name)}`
 				);
 			const line = this.readLine();
-			if (line.length > 0)
-				return line;
+			if (line.length > 0) return line;
 		}
 	}
 
@@ -358,8 +347,7 @@ class AsciiBody {
 	number(word, type, name) {
 		const isNumber = /^[+-]?([0-9]+\.?[0-9]*|\.[0-9]+)(e[+-]?[0-9]+)?$/i.test(word);
 		const isNotFinite = /^[+-]?(nan|inf|infinity)$/i.test(word); // which the vertices' reader refuses by its place
-		if (!isNumber && !isNotFinite)
-			this.failHere(`has a '${name}' of ${quoted(word)}, which is no number`);
+		if (!isNumber && !isNotFinite) this.failHere(`has a '${name}' of ${quoted(word)}, which is no number`);
 		const number = isNumber ? Number(word) : NaN;
 		if (type.isInteger && !(Number.isInteger(number) && number >= type.lowest && number <= type.largest))
 			this.failHere(`has a '${name}' of ${quoted(word)}, which is no whole number of its type`);
@@ -384,8 +372,7 @@ class BinaryBody {
 		this.rowCount = 0;
 		this.offsets = new Array(element.properties.length).fill(0); // of each property in the row
 		this.rowSize = hasLists(element) ? null : minRowSize(element, false);
-		if (this.rowSize === null)
-			return;
+		if (this.rowSize === null) return;
 		let offset = 0;
 		element.properties.forEach((property, i) => {
 			this.offsets[i] = offset;
@@ -397,10 +384,8 @@ class BinaryBody {
 
 	nextRow() {
 		this.row = this.next;
-		if (this.rowSize !== null)
-			this.next += this.rowSize;
-		else
-			this.walkRow();
+		if (this.rowSize !== null) this.next += this.rowSize;
+		else this.walkRow();
 		++this.rowCount;
 	}
 
@@ -416,7 +401,7 @@ class BinaryBody {
 		if (this.next !== this.data.byteLength)
 			fail(
 				atByte(this.next),
-				`the file goes on after all that its header promises, up to ${atByte(this.data.byteLength)}`,
+				`the file goes on after all that its header promises, up to ${atByte(this.data.byteLength)}`
 			);
 	}
 
@@ -433,23 +418,22 @@ class BinaryBody {
 			if (count < 0)
 				fail(
 					atByte(start),
-					`${quoted(this.element.name)} ${grouped(this.rowCount)} has a negative count of '${name}'`,
+					`${quoted(this.element.name)} ${grouped(this.rowCount)} has a negative count of '${name}'`
 				);
 			this.advance(count * type.size);
 		});
 	}
 
 	advance(size) {
-		if (size > this.data.byteLength - this.next)
-			this.failShort(this.rowCount);
+		if (size > this.data.byteLength - this.next) this.failShort(this.rowCount);
 		this.next += size;
 	}
 
 	failShort(rowCount) {
 		fail(
 			atByte(this.data.byteLength),
-			`the file ends after ${grouped(rowCount)} of the ${grouped(this.element.count)} that its header promises of ` +
-				`the element ${quoted(this.element.name)}`,
+			`the file ends after ${grouped(rowCount)} of the ${grouped(this.element.count)} that its header promises ` +
+				`of the element ${quoted(this.element.name)}`
 		);
 	}
 

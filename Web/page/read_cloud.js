@@ -12,12 +12,10 @@ import { readSplatFile } from "./splat_file.js";
  */
 export function readCloud(name, file) {
 	try {
-		if (file.length === 0)
-			throw new CloudError("it is empty.");
+		if (file.length === 0) throw new CloudError("it is empty.");
 		return startsAsPly(file) || /\.ply$/i.test(name) ? readPlyFile(file) : readSplatFile(file);
 	} catch (error) {
-		if (error instanceof CloudError)
-			throw new CloudError(`${name}: ${error.message}`);
+		if (error instanceof CloudError) throw new CloudError(`${name}: ${error.message}`);
 		throw error;
 	}
 }

@@ -1,6 +1,6 @@
 // Draws a cloud's splats in a given order with WebGL 2, side by side with another order of the same cloud. Seen by a
-// camera, a Gaussian in space is an ellipse; a quad around it fades out from its middle, and is blended over what was drawn
-// before: colours are a screen's, premultiplied.
+// camera, a Gaussian in space is an ellipse; a quad around it fades out from its middle, and is blended over what was
+// drawn before: colours are a screen's, premultiplied.
 
 import { kWordsPerSplat } from "./cloud.js";
 
@@ -75,7 +75,8 @@ void main() {
 	vec2 first = abs(xy) > 1e-6 * mean
 		? normalize(vec2(xy, mean + spread - xx))
 		: (xx >= yy ? vec2(1.0, 0.0) : vec2(0.0, 1.0));
-	float extent = sqrt(2.0 * log(max(255.0 * colour.a, 1.0))); // deviations after which less than a step of a screen is left
+	// deviations after which less than a step of a screen is left
+	float extent = sqrt(2.0 * log(max(255.0 * colour.a, 1.0)));
 	vec2 lengths = min(extent * sqrt(vec2(mean + spread, max(mean - spread, blur))), longest);
 	vec2 toClip = middle.w / halfPicture;
 	vec2 reach = (abs(first) * lengths.x + abs(first.yx) * lengths.y) * toClip;
@@ -108,12 +109,11 @@ export class Renderer {
 	constructor(canvas) {
 		this.canvas = canvas;
 		const gl = canvas.getContext("webgl2", { alpha: false, antialias: false, depth: false });
-		if (gl === null)
-			throw new Error("This browser has no WebGL 2, which the page draws with.");
+		if (gl === null) throw new Error("This browser has no WebGL 2, which the page draws with.");
 		this.gl = gl;
 		this.program = linked(gl);
 		this.uniforms = Object.fromEntries(
-			["worldToClip", "halfPicture"].map((name) => [name, gl.getUniformLocation(this.program, name)]),
+			["worldToClip", "halfPicture"].map((name) => [name, gl.getUniformLocation(this.program, name)])
 		);
 		this.textureWidth = Math.min(gl.getParameter(gl.MAX_TEXTURE_SIZE), 4096);
 		this.texture = gl.createTexture();
@@ -144,10 +144,8 @@ export class Renderer {
 			gl.texSubImage2D(gl.TEXTURE_2D, 0, x, row, width, height, gl.RGBA_INTEGER, gl.UNSIGNED_INT, words);
 		const fullRows = Math.floor(cloud.splats.length / wordsPerRow);
 		const rest = cloud.splats.subarray(fullRows * wordsPerRow);
-		if (fullRows > 0)
-			upload(cloud.splats.subarray(0, fullRows * wordsPerRow), 0, 0, textureWidth, fullRows);
-		if (rest.length > 0)
-			upload(rest, 0, fullRows, rest.length / kWordsPerTexel, 1);
+		if (fullRows > 0) upload(cloud.splats.subarray(0, fullRows * wordsPerRow), 0, 0, textureWidth, fullRows);
+		if (rest.length > 0) upload(rest, 0, fullRows, rest.length / kWordsPerTexel, 1);
 	}
 
 	/** Takes over one splat that has changed. */
@@ -166,8 +164,8 @@ export class Renderer {
 	}
 
 	/**
-	 * Draws the exact order left of a divider and that of 16 bits right of it. The divider is a share of the width: at 1
-	 * only the exact order shows, at 0 only the other.
+	 * Draws the exact order left of a divider and that of 16 bits right of it. The divider is a share of the width: at
+	 * 1 only the exact order shows, at 0 only the other.
 	 */
 	draw(view, divider) {
 		const { gl, canvas } = this;
@@ -188,8 +186,7 @@ export class Renderer {
 	}
 
 	#drawPart(order, left, right, height) {
-		if (left >= right)
-			return;
+		if (left >= right) return;
 		this.gl.scissor(left, 0, right - left, height);
 		order.draw();
 	}

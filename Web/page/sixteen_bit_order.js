@@ -1,5 +1,5 @@
-// The order of common viewers: depths between the least and the greatest are cut into 65,536 equal steps, and a counting
-// sort puts the steps in order. Splats of one step stay as they lie in the file.
+// The order of common viewers: depths between the least and the greatest are cut into 65,536 equal steps, and a
+// counting sort puts the steps in order. Splats of one step stay as they lie in the file.
 
 const kStepCount = 65536;
 
@@ -17,10 +17,8 @@ export class SixteenBitOrder {
 		let greatest = -Infinity;
 		for (let i = 0; i < count; ++i) {
 			const depth = depths[i];
-			if (depth < least)
-				least = depth;
-			if (depth > greatest)
-				greatest = depth;
+			if (depth < least) least = depth;
+			if (depth > greatest) greatest = depth;
 		}
 
 		// Step 0 is the farthest.
@@ -37,7 +35,6 @@ export class SixteenBitOrder {
 			starts[step] = start;
 			start += size;
 		}
-		for (let i = 0; i < count; ++i)
-			indices[starts[steps[i]]++] = i;
+		for (let i = 0; i < count; ++i) indices[starts[steps[i]]++] = i;
 	}
 }

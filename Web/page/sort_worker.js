@@ -29,24 +29,31 @@ async function setCloud(newPositions) {
 	return { version: vexmoor.version, simd: vexmoor.simd };
 }
 
-// The first calls run code that the browser has not compiled for speed yet. They should not be the first that are timed.
+// The first calls run code that the browser has not compiled for speed yet. They should not be the first that are
+// timed.
 function warmUp() {
 	const count = Math.min(positions.length / 3, kWarmUpCount);
 	const indices = new Uint32Array(count);
 	for (const by of ["distance", "depth"])
 		for (let i = 0; i < kWarmUpSorts; ++i)
-			sort({ count, outlier: null, camera: { eye: [0, 0, i], forward: [0, 0, -1] }, by, exact: indices, sixteen: indices });
+			sort({
+				count,
+				outlier: null,
+				camera: { eye: [0, 0, i], forward: [0, 0, -1] },
+				by,
+				exact: indices,
+				sixteen: indices,
+			});
 }
 
 /**
- * Sorts the first `count` splats by "depth" or "distance", in the exact order, in that of 16 bits, or in both. The last one
- * is put where `outlier` says, unless it is null.
- * The indices go into buffers that come with the call and move back with the result, so none are allocated from frame to
- * frame; an order that is not asked for is null. Times are milliseconds from positions to indices.
+ * Sorts the first `count` splats by "depth" or "distance", in the exact order, in that of 16 bits, or in both. The last
+ * one is put where `outlier` says, unless it is null.
+ * The indices go into buffers that come with the call and move back with the result, so none are allocated from frame
+ * to frame; an order that is not asked for is null. Times are milliseconds from positions to indices.
  */
 function sort({ count, outlier, camera, by, exact, sixteen }) {
-	if (outlier !== null)
-		positions.set(outlier, positions.length - 3);
+	if (outlier !== null) positions.set(outlier, positions.length - 3);
 	const result = { exact: null, exactTime: 0, sixteen: null, sixteenTime: 0 };
 	if (exact !== null) {
 		const order = exactOrderBy(by);
@@ -66,7 +73,7 @@ function sort({ count, outlier, camera, by, exact, sixteen }) {
 	}
 	return moved(
 		result,
-		[exact, sixteen].filter((indices) => indices !== null).map((indices) => indices.buffer),
+		[exact, sixteen].filter((indices) => indices !== null).map((indices) => indices.buffer)
 	);
 }
 

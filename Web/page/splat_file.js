@@ -1,5 +1,5 @@
-// Reads .splat files: 32 bytes a splat, little-endian, and nothing else. With neither header nor magic number, what tells
-// a foreign file is its size, its letters, and numbers that no splat has.
+// Reads .splat files: 32 bytes a splat, little-endian, and nothing else. With neither header nor magic number, what
+// tells a foreign file is its size, its letters, and numbers that no splat has.
 
 import { CloudBuilder, CloudError, grouped } from "./cloud.js";
 
@@ -19,8 +19,8 @@ export function readSplatFile(file) {
 	const count = Math.floor(file.length / kSplatSize);
 	if (file.length % kSplatSize !== 0)
 		throw new CloudError(
-			`byte ${grouped(count * kSplatSize)}: a splat takes 32 bytes, and after ${grouped(count)} of them there are ` +
-				`${file.length % kSplatSize} left.`,
+			`byte ${grouped(count * kSplatSize)}: a splat takes 32 bytes, and after ${grouped(count)} of them there ` +
+				`are ${file.length % kSplatSize} left.`
 		);
 
 	const data = new DataView(file.buffer, file.byteOffset, file.byteLength);
@@ -32,28 +32,22 @@ export function readSplatFile(file) {
 		};
 		for (let i = 0; i < 6; ++i) {
 			const number = data.getFloat32(at + 4 * i, true);
-			if (!Number.isFinite(number))
-				fail(`has no finite '${kFloatNames[i]}'`);
-			if (i >= 3 && number < 0)
-				fail(`has a negative '${kFloatNames[i]}'`);
-			if (i < 3)
-				builder.position[i] = number;
-			else
-				builder.logScales[i - 3] = Math.log(number); // of 0, the least that is packed
+			if (!Number.isFinite(number)) fail(`has no finite '${kFloatNames[i]}'`);
+			if (i >= 3 && number < 0) fail(`has a negative '${kFloatNames[i]}'`);
+			if (i < 3) builder.position[i] = number;
+			else builder.logScales[i - 3] = Math.log(number); // of 0, the least that is packed
 		}
 		for (let i = 0; i < 4; ++i) {
 			builder.colour[i] = file[at + 24 + i] / 255;
 			builder.rotation[i] = file[at + 28 + i] - 128;
 		}
 		const complaint = builder.add();
-		if (complaint !== null)
-			fail(complaint);
+		if (complaint !== null) fail(complaint);
 	}
 	return builder.finish();
 }
 
 function refuseText(file) {
 	const isText = file.every((byte) => (byte >= 0x20 && byte <= 0x7e) || (byte >= 0x09 && byte <= 0x0d));
-	if (isText && file.length > 0)
-		throw new CloudError("byte 0: this is text, and neither a .splat nor a .ply file.");
+	if (isText && file.length > 0) throw new CloudError("byte 0: this is text, and neither a .splat nor a .ply file.");
 }

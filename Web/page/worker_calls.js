@@ -10,17 +10,13 @@ export class WorkerCalls {
 		this.worker.onmessage = ({ data: { id, result, refusal, failure } }) => {
 			const { resolve, reject } = this.waiting.get(id);
 			this.waiting.delete(id);
-			if (refusal !== undefined)
-				reject(new RefusedCall(refusal));
-			else if (failure !== undefined)
-				reject(new Error(failure));
-			else
-				resolve(result);
+			if (refusal !== undefined) reject(new RefusedCall(refusal));
+			else if (failure !== undefined) reject(new Error(failure));
+			else resolve(result);
 		};
 		this.worker.onerror = (event) => {
 			const error = new Error(event.message ?? "a worker could not be loaded");
-			for (const { reject } of this.waiting.values())
-				reject(error);
+			for (const { reject } of this.waiting.values()) reject(error);
 			this.waiting.clear();
 		};
 	}
@@ -48,10 +44,8 @@ export function serveCalls(functions, isRefusal = () => false) {
 		last = last.then(async () => {
 			try {
 				const result = await functions[name](argument);
-				if (result instanceof Moved)
-					self.postMessage({ id, result: result.value }, result.transfer);
-				else
-					self.postMessage({ id, result });
+				if (result instanceof Moved) self.postMessage({ id, result: result.value }, result.transfer);
+				else self.postMessage({ id, result });
 			} catch (error) {
 				self.postMessage(isRefusal(error) ? { id, refusal: error.message } : { id, failure: String(error) });
 			}

@@ -27,8 +27,18 @@ const [tarball] = readdirSync(kBuild).filter((name) => name.endsWith(".tgz"));
 
 test("what is in it", () => {
 	const files = run("tar", "--list", "--file", join(kBuild, tarball)).trim().split("\n").sort();
-	assert.deepEqual(files, ["COPYRIGHT", "README.md", "package.json", "vexmoor-simd.wasm", "vexmoor.d.ts", "vexmoor.js", "vexmoor.wasm"]
-		.map((name) => `package/${name}`));
+	assert.deepEqual(
+		files,
+		[
+			"COPYRIGHT",
+			"README.md",
+			"package.json",
+			"vexmoor-simd.wasm",
+			"vexmoor.d.ts",
+			"vexmoor.js",
+			"vexmoor.wasm",
+		].map((name) => `package/${name}`)
+	);
 });
 
 test("its version is the library's", async () => {
@@ -38,11 +48,17 @@ test("its version is the library's", async () => {
 });
 
 test("installed by npm, it is imported by its name, and the README's example runs", () => {
-	writeFileSync(join(folder, "package.json"), '{ "name": "user", "version": "1.0.0", "private": true, "type": "module" }');
+	writeFileSync(
+		join(folder, "package.json"),
+		'{ "name": "user", "version": "1.0.0", "private": true, "type": "module" }'
+	);
 	run("npm", "install", "--offline", "--no-audit", "--no-fund", join(kBuild, tarball));
 	const readme = readFileSync(`${kBuild}/package/README.md`, "utf8");
 	const [, example] = readme.match(/```js\n(.*?)```/s);
-	writeFileSync(join(folder, "example.js"), `${example}\nconsole.log(drawn.length, drawn.constructor.name, vexmoor.simd);`);
+	writeFileSync(
+		join(folder, "example.js"),
+		`${example}\nconsole.log(drawn.length, drawn.constructor.name, vexmoor.simd);`
+	);
 	assert.equal(run("node", "example.js"), "600000 Uint32Array true\n");
 });
 
@@ -52,27 +68,41 @@ test("types: right uses compile, and wrong ones do not", () => {
 		const vexmoor: Vexmoor = await load({ simd: "auto", module: new URL("https://localhost/vexmoor.wasm") });
 		const wide = vexmoor.createPointSorter({ capacity: 10, by: "value", pattern: [0, 1, 2] });
 		const drawn: Uint32Array = wide.sort(10);
-		const narrow: PointSorter<Uint16Array> = vexmoor.createPointSorter({ capacity: 10, indexType: "uint16", enabled: true });
+		const narrow: PointSorter<Uint16Array> =
+			vexmoor.createPointSorter({ capacity: 10, indexType: "uint16", enabled: true });
 		const halves: Uint16Array = narrow.sort(10, new Float32Array(3));
 		const either: PointSorter = drawn.length > 3 ? wide : narrow;
 		either.positions.set([1, 2, 3]);
 		either.dispose();
 		export const lengths: number[] = [halves.length, either.indices.length];`;
 	const wrong = [
-		'vexmoor.createPointSorter({});',
+		"vexmoor.createPointSorter({});",
 		'vexmoor.createPointSorter({ capacity: 1, by: "age" });',
 		'vexmoor.createPointSorter({ capacity: 1, indexType: "uint8" });',
-		'vexmoor.createPointSorter({ capacity: 1 }).positions = new Float32Array(3);',
-		'const drawn: Uint16Array = vexmoor.createPointSorter({ capacity: 1 }).sort(1, [0, 0, 0]);',
-		'vexmoor.createPointSorter({ capacity: 1 }).sort();',
+		"vexmoor.createPointSorter({ capacity: 1 }).positions = new Float32Array(3);",
+		"const drawn: Uint16Array = vexmoor.createPointSorter({ capacity: 1 }).sort(1, [0, 0, 0]);",
+		"vexmoor.createPointSorter({ capacity: 1 }).sort();",
 		'vexmoor.version = "2";',
 	];
-	const compiler = ["--strict", "--noEmit", "--target", "es2022", "--module", "node16", "--moduleResolution", "node16",
-		"--lib", "es2022,dom"];
+	const compiler = [
+		"--strict",
+		"--noEmit",
+		"--target",
+		"es2022",
+		"--module",
+		"node16",
+		"--moduleResolution",
+		"node16",
+		"--lib",
+		"es2022,dom",
+	];
 	writeFileSync(join(folder, "right.mts"), right);
 	run("tsc", ...compiler, "right.mts");
 	const lines = wrong.map((line) => `\t// @ts-expect-error\n\t{ ${line} }\n`);
-	writeFileSync(join(folder, "wrong.mts"), `import type { Vexmoor } from "vexmoor";\nexport function wrong(vexmoor: Vexmoor) {\n${lines.join("")}}\n`);
+	writeFileSync(
+		join(folder, "wrong.mts"),
+		`import type { Vexmoor } from "vexmoor";\nexport function wrong(vexmoor: Vexmoor) {\n${lines.join("")}}\n`
+	);
 	run("tsc", ...compiler, "wrong.mts");
 });
 
@@ -85,7 +115,8 @@ for (const name of ["vexmoor-simd.wasm", "vexmoor.wasm"]) {
 }
 
 test("the module without SIMD needs nothing that the first engines did not have", () => {
-	const check = (name) => run("wasm-opt", "--mvp-features", join(kBuild, "package", name), "-o", join(folder, "checked.wasm"));
+	const check = (name) =>
+		run("wasm-opt", "--mvp-features", join(kBuild, "package", name), "-o", join(folder, "checked.wasm"));
 	check("vexmoor.wasm");
 	assert.throws(() => check("vexmoor-simd.wasm"));
 });
@@ -93,7 +124,8 @@ test("the module without SIMD needs nothing that the first engines did not have"
 test("the modules import what vexmoor.js gives", () => {
 	for (const name of ["vexmoor-simd.wasm", "vexmoor.wasm"]) {
 		const module = new WebAssembly.Module(readFileSync(`${kBuild}/package/${name}`));
-		assert.deepEqual(WebAssembly.Module.imports(module),
-			[{ module: "env", name: "emscripten_notify_memory_growth", kind: "function" }]);
+		assert.deepEqual(WebAssembly.Module.imports(module), [
+			{ module: "env", name: "emscripten_notify_memory_growth", kind: "function" },
+		]);
 	}
 });

@@ -69,7 +69,8 @@ namespace
 				m_View.Do(action);
 		}
 
-		// The left button turns, and the others pan. A pixel is a step; the wheel's clicks are steps of zooming, which some wheels give in fractions.
+		// The left button turns, and the others pan. A pixel is a step; the wheel's clicks are steps of zooming, which
+		// some wheels give in fractions.
 		void TakeMouse()
 		{
 			const ImGuiIO &io = ImGui::GetIO();

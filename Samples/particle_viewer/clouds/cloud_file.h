@@ -9,8 +9,8 @@
 
 namespace Viewer
 {
-/// Reads a file of any of the formats below, which it is told by its content. What is wrong with a file, or what else it
-/// is, is a CFailure whose sentence starts with the place in it.
+/// Reads a file of any of the formats below, which it is told by its content. What is wrong with a file, or what else
+/// it is, is a CFailure whose sentence starts with the place in it.
 SPointCloud ReadCloud(std::string_view file, const SCloudOptions &options);
 
 // Of one format each.

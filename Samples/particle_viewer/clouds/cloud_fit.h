@@ -1,6 +1,7 @@
 #pragma once
 
-// Where the body of a cloud is: what a camera should show when most of the points are one thing, and a few float far from it.
+// Where the body of a cloud is: what a camera should show when most of the points are one thing, and a few float far
+// from it.
 
 #include "vx_defs.h"
 #include "vx_maths_vector.h"

@@ -1,11 +1,11 @@
 // A splat's four words, with the high bits first:
 //
-//   packed_position, packed_scale   11 bits of x, 10 of y, 11 of z: fractions of the way from the chunk's minimum to its
-//                                   maximum; scales are natural logarithms
+//   packed_position, packed_scale   11 bits of x, 10 of y, 11 of z: fractions of the way from the chunk's minimum to
+//                                   its maximum; scales are natural logarithms
 //   packed_rotation                 2 bits that say which of w, x, y, z is the largest, then 10 for each other one, in
 //                                   that order, from -sqrt(1/2) to sqrt(1/2)
-//   packed_color                    8 bits each of red, green, blue and alpha; of the first three, fractions of what the
-//                                   chunk spans where it says that, and colours otherwise
+//   packed_color                    8 bits each of red, green, blue and alpha; of the first three, fractions of what
+//                                   the chunk spans where it says that, and colours otherwise
 //
 // An element 'sh' has a row per splat, 8 bits a coefficient of spherical harmonics, from -4 to 4.
 

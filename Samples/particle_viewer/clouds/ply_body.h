@@ -44,7 +44,7 @@ struct SPlyRequest
 	std::function<void(const SPlyRow &row)> m_OnRow;
 };
 
-/// Reads the body from end to end, and gives the requests their rows in the order of the file. A file that was cut short,
-/// or has more than its header promises, is refused: rows given until then are part of a damaged file.
+/// Reads the body from end to end, and gives the requests their rows in the order of the file. A file that was cut
+/// short, or has more than its header promises, is refused: rows given until then are part of a damaged file.
 void ReadPlyBody(std::string_view file, const SPlyHeader &header, const std::vector<SPlyRequest> &requests);
 } // namespace Viewer

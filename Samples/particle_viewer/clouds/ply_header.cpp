@@ -1,4 +1,5 @@
-// Read from the end up: ReadPlyHeader reads the lines with CHeaderReader, and then holds the counts against the file's size.
+// Read from the end up: ReadPlyHeader reads the lines with CHeaderReader, and then holds the counts against the file's
+// size.
 
 #include "ply_header.h"
 

@@ -2,12 +2,12 @@
 //
 //   version  2
 //   count    how many splats
-//   means    'mins' and 'maxs' of three logarithms; two images with the high and the low byte of a fraction between them
+//   means    'mins' and 'maxs' of three logarithms; two images, of the high and the low byte of a fraction
 //   scales   a 'codebook' of 256 natural logarithms; an image of three entries of it
-//   quats    an image: three components but the largest, from -sqrt(1/2) to sqrt(1/2); 252 and which of w, x, y, z that is
-//   sh0      a 'codebook' of 256 coefficients of the constant spherical harmonic; an image: three entries of it, and alpha
-//   shN      where there are others: 'bands', their degree; a palette of 'count' sets of coefficients, each an entry of a
-//            'codebook'; an image of the palette, 64 sets a row, and one that says which set a splat has
+//   quats    an image: three components but the largest, from -sqrt(1/2) to sqrt(1/2); 252 and which of w, x, y, z
+//   sh0      a 'codebook' of 256 coefficients of the constant spherical harmonic; an image: three entries, and alpha
+//   shN      where there are others: 'bands', their degree; a palette of 'count' sets of coefficients, each an entry of
+//            a 'codebook'; an image of the palette, 64 sets a row, and one that says which set a splat has
 
 #include "cloud_file.h"
 #include "smallest_three.h"

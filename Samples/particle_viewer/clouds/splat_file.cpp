@@ -1,4 +1,5 @@
-// .splat files have neither header nor magic number: what tells a foreign one is its size, and numbers that no splat has.
+// .splat files have neither header nor magic number: what tells a foreign one is its size, and numbers that no splat
+// has.
 
 #include "bytes.h"
 #include "cloud_file.h"

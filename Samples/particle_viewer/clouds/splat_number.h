@@ -6,8 +6,8 @@
 
 namespace Viewer
 {
-/// A position 'x', 'y', 'z'; a logarithm 'scale_0' to 'scale_2' of a standard deviation; 'red', 'green', 'blue', 'alpha',
-/// from 0 to 1; or 'rot_0' to 'rot_3', a quaternion w, x, y, z.
+/// A position 'x', 'y', 'z'; a logarithm 'scale_0' to 'scale_2' of a standard deviation; 'red', 'green', 'blue',
+/// 'alpha', from 0 to 1; or 'rot_0' to 'rot_3', a quaternion w, x, y, z.
 class CSplatNumber
 {
 public:

@@ -7,7 +7,8 @@
 //   13  bits behind the point of a position's numbers
 //   14  flags, which say how it was trained; one byte more
 //
-// and then all positions, all alphas, all colours, all scales, all rotations, all spherical harmonics. The y axis points up.
+// and then all positions, all alphas, all colours, all scales, all rotations, all spherical harmonics. The y axis
+// points up.
 
 #include "bytes.h"
 #include "cloud_file.h"

@@ -369,7 +369,8 @@ namespace
 			CPerfHotspotsRegistry::Registry()->Clear();
 	}
 
-	// From the camera that the order is for to what it looks at, as far as it lies in front of the one that is drawn with.
+	// From the camera that the order is for to what it looks at, as far as it lies in front of the one that is drawn
+	// with.
 	void ShowLineOfSight(const SCamera &sorted, const SCamera &drawn, const ImVec2 &size)
 	{
 		constexpr float kNearest = 0.05f;

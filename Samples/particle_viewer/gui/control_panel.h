@@ -21,8 +21,8 @@ public:
 	/// stands for is returned, for whoever does those of keys.
 	std::optional<EAction> Show(CLiveView &view, float width, const std::string &message);
 
-	/// One frame of what lies over the picture: how far a simulation is, what a frozen order is sorted for, a wipe's divider,
-	/// and all keys if they are asked for.
+	/// One frame of what lies over the picture: how far a simulation is, what a frozen order is sorted for, a wipe's
+	/// divider, and all keys if they are asked for.
 	static void ShowOverlay(const CLiveView &view, float panelWidth, bool showsKeys);
 
 private:

@@ -63,7 +63,8 @@ public:
 	/// What is about the view; the rest is the window's.
 	void Do(EAction action);
 	void SetSize(u32 width, u32 height);
-	/// Looks at what is drawn at a place of the picture, and goes nearer. x and y are from -1 to 1, rightwards and upwards.
+	/// Looks at what is drawn at a place of the picture, and goes nearer. x and y are from -1 to 1, rightwards and
+	/// upwards.
 	void FocusAt(float x, float y);
 	/// Moves the camera so that what is looked at follows a pointer: rightwards and upwards, in heights of the picture.
 	void Pan(float right, float up);

@@ -1,7 +1,8 @@
 #pragma once
 
-// A viewer's own look at a scene: turned about what is looked at, nearer or farther, and at something else. Turns and zooms
-// are kept as counts of small steps, so that the same steps in any number of pieces end at the same view, to the bit.
+// A viewer's own look at a scene: turned about what is looked at, nearer or farther, and at something else. Turns and
+// zooms are kept as counts of small steps, so that the same steps in any number of pieces end at the same view, to the
+// bit.
 
 #include "vx_defs.h"
 

@@ -27,8 +27,8 @@ struct SDrawn
 /// What a framebuffer shows, once the GPU has finished it; 0 is the window that is current.
 SPicture ReadFramebuffer(u32 framebuffer, u32 width, u32 height);
 
-/// A linked program, and where its uniforms are, asked for once. Those that it does not have are at -1, and OpenGL ignores
-/// what is set there.
+/// A linked program, and where its uniforms are, asked for once. Those that it does not have are at -1, and OpenGL
+/// ignores what is set there.
 struct SProgram
 {
 	u32 m_Program = 0;

@@ -73,8 +73,8 @@ namespace
 				m_SortValues.push_back(TMemoryView<const float>(m_Cloud->m_SortValues.data() + first, count));
 		}
 
-		// Files often lie in an order that looks right from one side. The camera begins where the file's order is the most
-		// wrong: where later points are farther, as the sum of place times distance along the view says.
+		// Files often lie in an order that looks right from one side. The camera begins where the file's order is the
+		// most wrong: where later points are farther, as the sum of place times distance along the view says.
 		float TurnOfWorstFileOrder() const
 		{
 			constexpr u32 kTurnCount = 16;

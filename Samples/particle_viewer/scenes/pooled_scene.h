@@ -1,7 +1,7 @@
 #pragma once
 
-// What every scene that simulates particles has in common: pools of particles that age, and a frame that tells the sorter
-// of the pools' pages. A scene itself says how its particles are born and move, and what they look like.
+// What every scene that simulates particles has in common: pools of particles that age, and a frame that tells the
+// sorter of the pools' pages. A scene itself says how its particles are born and move, and what they look like.
 
 #include "vx_defs.h"
 
@@ -26,8 +26,8 @@ protected:
 	/// A step in which particles have aged and died already: births and motion.
 	virtual void Simulate() = 0;
 	virtual SCamera Camera() const = 0;
-	/// Adds the geometry and the vertices of the particles alive, pool by pool in storage order, to a frame that has its
-	/// pages and its camera.
+	/// Adds the geometry and the vertices of the particles alive, pool by pool in storage order, to a frame that has
+	/// its pages and its camera.
 	virtual void Describe(SFrame &frame) = 0;
 
 	std::vector<CPagePool> m_Pools;

@@ -1,4 +1,5 @@
-// The basis that shaders run, against what defines spherical harmonics; and half floats, which coefficients are kept in.
+// The basis that shaders run, against what defines spherical harmonics; and half floats, which coefficients are kept
+// in.
 
 #include "half.h"
 #include "harmonics.h"

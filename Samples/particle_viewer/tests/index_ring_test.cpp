@@ -1,4 +1,5 @@
-// The ring of index memory, over a graphics driver that is made up: how often buffers are made, and what comes of a fence.
+// The ring of index memory, over a graphics driver that is made up: how often buffers are made, and what comes of a
+// fence.
 
 #include "failure.h"
 #include "index_ring.h"

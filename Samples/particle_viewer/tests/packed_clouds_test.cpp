@@ -1,5 +1,5 @@
-// Packed formats of splats: what is read of files that are written byte by byte here, what is left of made splats after a
-// round trip, and what is refused.
+// Packed formats of splats: what is read of files that are written byte by byte here, what is left of made splats after
+// a round trip, and what is refused.
 
 #include "cloud_file.h"
 #include "cloud_writers.h"
@@ -146,7 +146,8 @@ std::string PackedPly(const std::string &chunk,
 	header += more + "element vertex 2\n";
 	for (const char *name : {"packed_position", "packed_rotation", "packed_scale", "packed_color"})
 		header += "property " + wordType + " " + name + "\n";
-	// The least of all, unturned, opaque, of colour 0x204060; and the largest x and y, half a turn, half an alpha, white.
+	// The least of all, unturned, opaque, of colour 0x204060; and the largest x and y, half a turn, half an alpha,
+	// white.
 	return header + (sh.empty() ? "" : "element sh 2\n" + sh) + "end_header\n" + chunk +
 	       "\n0 537395712 0 541090047\n4294965248 2147484159 4294967295 4294967168\n";
 }
@@ -473,7 +474,8 @@ SBounds SogBounds(const SMadeSplats &splats)
 	return bounds;
 }
 
-// Numbers in a file are at most a bound off, and so the first one, which they are relative to. Floats take a little more.
+// Numbers in a file are at most a bound off, and so the first one, which they are relative to. Floats take a little
+// more.
 void ExpectNumbers(
 	const std::string &file, const char *name, const std::vector<double> &expected, const std::vector<double> &bounds)
 {

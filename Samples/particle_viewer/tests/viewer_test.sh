@@ -2,7 +2,8 @@
 # Runs the viewer as a user does and looks at what it prints and writes.
 #
 #   viewer_test.sh VIEWER CASE      CASE: smoke, same_seed, index_types, debris, sparks,
-#                                   tubes, rain, interleave, splats, packed, harmonics, bad_splat, points, colours, wipe, trace, capture, help or wrong_use
+#                                   tubes, rain, interleave, splats, packed, harmonics, bad_splat, points, colours,
+#                                   wipe, trace, capture, help or wrong_use
 set -euo pipefail
 
 viewer=$1
@@ -233,13 +234,15 @@ wipe()
 	columns_of "$folder/unsorted/unsorted.png" 0 38 | cmp -s - "$folder/left.ppm" || fail "unsorted is not on the left"
 	for kind in unsorted frozen; do
 		columns_of "$folder/$kind/wipe.png" 42 118 >"$folder/right.ppm"
-		columns_of "$folder/$kind/sorted.png" 42 118 | cmp -s - "$folder/right.ppm" || fail "$kind: not sorted on the right"
+		columns_of "$folder/$kind/sorted.png" 42 118 | cmp -s - "$folder/right.ppm" ||
+			fail "$kind: not sorted on the right"
 	done
 	for kind in 16-bit error; do
 		columns_of "$folder/$kind/wipe.png" 0 38 >"$folder/left.ppm"
 		columns_of "$folder/$kind/sorted.png" 0 38 | cmp -s - "$folder/left.ppm" || fail "$kind: not sorted on the left"
 		columns_of "$folder/$kind/wipe.png" 42 118 >"$folder/right.ppm"
-		! columns_of "$folder/$kind/sorted.png" 42 118 | cmp -s - "$folder/right.ppm" || fail "$kind: nothing on the right"
+		! columns_of "$folder/$kind/sorted.png" 42 118 | cmp -s - "$folder/right.ppm" ||
+			fail "$kind: nothing on the right"
 	done
 	columns_of "$folder/frozen/wipe.png" 0 38 >"$folder/left.ppm"
 	! columns_of "$folder/frozen/sorted.png" 0 38 | cmp -s - "$folder/left.ppm" || fail "frozen: nothing on the left"
@@ -248,7 +251,8 @@ wipe()
 trace()
 {
 	run --particles 2000 --trace "$folder/trace.json"
-	[ "$(ls -A "$folder")" = "$(printf 'complaint\nfigures\ntrace.json')" ] || fail "unexpected files: $(ls -A "$folder")"
+	[ "$(ls -A "$folder")" = "$(printf 'complaint\nfigures\ntrace.json')" ] ||
+		fail "unexpected files: $(ls -A "$folder")"
 	python3 - "$folder/trace.json" <<-'END' || fail "the trace is not what happened"
 		import json, sys
 		trace = json.load(open(sys.argv[1]))
@@ -344,8 +348,8 @@ packed()
 	grep -q 'other files that gzip has packed are not read' "$complaint" || fail "not what else it is"
 }
 
-# A large splat in the middle of the picture, whose coefficients are drawn by lot: its colour is that of the formulas, which
-# this computes from Legendre's polynomials, for the camera's first frame and half a turn later.
+# A large splat in the middle of the picture, whose coefficients are drawn by lot: its colour is that of the formulas,
+# which this computes from Legendre's polynomials, for the camera's first frame and half a turn later.
 harmonics()
 {
 	local degree frames
@@ -375,7 +379,8 @@ harmonics()
 
 				def harmonic(l, m, theta, phi):
 				    order = abs(m)
-				    length = math.sqrt((2 * l + 1) / (4 * math.pi) * math.factorial(l - order) / math.factorial(l + order))
+				    share = math.factorial(l - order) / math.factorial(l + order)
+				    length = math.sqrt((2 * l + 1) / (4 * math.pi) * share)
 				    around = math.sqrt(2) * (math.sin(order * phi) if m < 0 else math.cos(order * phi)) if m else 1.0
 				    return length * legendre(l, order, math.cos(theta)) * around
 
@@ -392,7 +397,9 @@ harmonics()
 				od -An -tu1 | tr -s ' ' '\n' | sed '/^$/d' >"$folder/found"
 			paste "$folder/expected" "$folder/found" |
 				awk '{ if ($1 - $2 > 2 || $2 - $1 > 2) bad = 1 } END { exit bad || NR != 3 }' ||
-				fail "degree $degree, $frames frames: not the colour of the formulas: $(paste -sd' ' "$folder/expected" "$folder/found")"
+				fail "degree $degree, $frames frames: not the colour of the formulas: $(
+					paste -sd' ' "$folder/expected" "$folder/found"
+				)"
 		done
 	done
 }
@@ -437,7 +444,9 @@ help()
 {
 	"$viewer" --help >"$figures" 2>"$complaint" || fail "--help fails"
 	[ ! -s "$complaint" ] || fail "--help complains"
-	for option in --scene FILE --ply --splat --sort-by --up --skip-bad --color --particles --frames --seed --width --height --index-type --threads --colour --wipe --wipe-at --out --trace --capture --replay --window --help; do
+	for option in --scene FILE --ply --splat --sort-by --up --skip-bad --color --particles \
+		--frames --seed --width --height --index-type --threads --colour --wipe --wipe-at \
+		--out --trace --capture --replay --window --help; do
 		grep -q -- "$option" "$figures" || fail "--help is silent about $option"
 	done
 }
@@ -515,7 +524,8 @@ wrong_use()
 }
 
 case ${2:-} in
-smoke | same_seed | index_types | debris | sparks | tubes | rain | interleave | splats | packed | harmonics | bad_splat | points | colours) "$2" ;;
+smoke | same_seed | index_types | debris | sparks | tubes | rain | interleave | splats | packed | harmonics | \
+	bad_splat | points | colours) "$2" ;;
 wipe | trace | capture | help | wrong_use) "$2" ;;
 *) fail "there is no case '${2:-}'" ;;
 esac

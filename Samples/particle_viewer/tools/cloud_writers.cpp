@@ -275,7 +275,8 @@ namespace
 		return std::copysign(std::log1p(std::abs(number)), number);
 	}
 
-	/// Version 2 has a byte for each of the first three components, version 3 a word of the smallest three of x, y, z, w.
+	/// Version 2 has a byte for each of the first three components, version 3 a word of the smallest three of x, y, z,
+	/// w.
 	void AppendSpzRotation(std::string &file, const float rotation[4], u32 version)
 	{
 		if (version < 3)

@@ -1,6 +1,7 @@
 #pragma once
 
-// Files of splats and points, one writer for each format that the viewer reads. Packed formats round to the nearest step.
+// Files of splats and points, one writer for each format that the viewer reads. Packed formats round to the nearest
+// step.
 
 #include "made_splats.h"
 #include <string>

@@ -181,8 +181,8 @@ namespace
         {-0.20f, 0.18f,  0.10f }
     };
 
-	// Colours that shimmer: sums of the polynomials of Legendre of the cosine between the line of sight and the normal. By
-	// the addition theorem, the coefficients of one are the basis in the normal's direction, but for a factor.
+	// Colours that shimmer: sums of the polynomials of Legendre of the cosine between the line of sight and the normal.
+	// By the addition theorem, the coefficients of one are the basis in the normal's direction, but for a factor.
 	void AddShimmer(const SVector &normal, u32 degree, std::vector<float> &harmonics)
 	{
 		float basis[16];

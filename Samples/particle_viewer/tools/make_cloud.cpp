@@ -1,4 +1,5 @@
-// make_cloud SHAPE COUNT FORMAT FILE [DEGREE]: writes points or splats to show in the viewer, the same bytes every time.
+// make_cloud SHAPE COUNT FORMAT FILE [DEGREE]: writes points or splats to show in the viewer, the same bytes every
+// time.
 //
 //   SHAPE    knot     a trefoil of glass, of splats that lie flat on its surface
 //            galaxy   spiral arms of stars and dust

@@ -29,7 +29,10 @@ export class Browser {
 		const browser = new Browser();
 		const { chromium } = createRequire(join(kBuild, "tests/package.json"))("playwright-core");
 		browser.server = await serve(join(kBuild, "page"));
-		browser.browser = await chromium.launch({ executablePath: kBrowsers.find((path) => existsSync(path)), args: kArguments });
+		browser.browser = await chromium.launch({
+			executablePath: kBrowsers.find((path) => existsSync(path)),
+			args: kArguments,
+		});
 		return browser;
 	}
 
@@ -53,7 +56,10 @@ export class Browser {
 			page.setDefaultTimeout(kTimeout);
 			const problems = [];
 			page.on("pageerror", (error) => problems.push(error.stack));
-			page.on("console", (message) => ["error", "warning"].includes(message.type()) && problems.push(message.text()));
+			page.on(
+				"console",
+				(message) => ["error", "warning"].includes(message.type()) && problems.push(message.text())
+			);
 			page.on("request", (request) => {
 				const url = request.url();
 				if (!url.startsWith(this.server.address) && !url.startsWith("data:") && !url.startsWith("blob:"))
@@ -105,7 +111,7 @@ class OpenPage {
 				for (const type of ["dragover", "drop"])
 					document.body.dispatchEvent(new DragEvent(type, { dataTransfer, bubbles: true, cancelable: true }));
 			},
-			[name, bytes],
+			[name, bytes]
 		);
 	}
 
@@ -125,7 +131,7 @@ class OpenPage {
 						style.visibility = visibility;
 					document.querySelector("#picture").style.outline = outline;
 				},
-				[visibility, outline],
+				[visibility, outline]
 			);
 		await setStyles("hidden", "none");
 		const picture = decodePng(await this.page.locator("#picture").screenshot());

@@ -1,8 +1,16 @@
 // Makes cloud files for tests, in every format that the page reads.
 
-/** A splat with defaults: round, white, in the origin. Scales are standard deviations, colours and alpha from 0 to 255. */
+/**
+ * A splat with defaults: round, white, in the origin. Scales are standard deviations, colours and alpha from 0 to 255.
+ */
 export function splat(fields = {}) {
-	return { position: [0, 0, 0], scales: [0.02, 0.02, 0.02], colour: [255, 255, 255, 255], rotation: [1, 0, 0, 0], ...fields };
+	return {
+		position: [0, 0, 0],
+		scales: [0.02, 0.02, 0.02],
+		colour: [255, 255, 255, 255],
+		rotation: [1, 0, 0, 0],
+		...fields,
+	};
 }
 
 /** A .splat file. */
@@ -11,7 +19,9 @@ export function splatFile(splats) {
 	splats.forEach(({ position, scales, colour, rotation }, i) => {
 		[...position, ...scales].forEach((number, j) => file.writeFloatLE(number, 32 * i + 4 * j));
 		colour.forEach((number, j) => file.writeUInt8(number, 32 * i + 24 + j));
-		rotation.forEach((number, j) => file.writeUInt8(Math.min(Math.round(number * 128 + 128), 255), 32 * i + 28 + j));
+		rotation.forEach((number, j) =>
+			file.writeUInt8(Math.min(Math.round(number * 128 + 128), 255), 32 * i + 28 + j)
+		);
 	});
 	return file;
 }
@@ -50,17 +60,24 @@ export function plyFile(format, elements, lineEnd = "\n") {
 	for (const { properties, rows } of elements)
 		for (const row of rows)
 			if (format === "ascii") {
-				parts.push(Buffer.from(row.map((value) => [value].flat()).map((value, i) =>
-					properties[i].startsWith("list") ? [value.length, ...value].join(" ") : value.join(" ")).join(" ") + lineEnd));
+				parts.push(
+					Buffer.from(
+						row
+							.map((value) => [value].flat())
+							.map((value, i) =>
+								properties[i].startsWith("list") ? [value.length, ...value].join(" ") : value.join(" ")
+							)
+							.join(" ") + lineEnd
+					)
+				);
 			} else {
 				row.forEach((value, i) => {
 					const types = properties[i].split(" ");
-					if (types[0] !== "list")
-						parts.push(binary(types[0], value, isLittle));
+					if (types[0] !== "list") parts.push(binary(types[0], value, isLittle));
 					else
 						parts.push(
 							binary(types[1], value.length, isLittle),
-							...value.map((number) => binary(types[2], number, isLittle)),
+							...value.map((number) => binary(types[2], number, isLittle))
 						);
 				});
 			}
@@ -75,7 +92,14 @@ export function trainedVertices(splats) {
 		const harmonics = colour.slice(0, 3).map((channel) => (channel / 255 - 0.5) / 0.28209479177387814);
 		const alpha = Math.min(Math.max(colour[3] / 255, 0.001), 0.999);
 		return [
-			...position, 0, 0, 0, ...harmonics, 0.25, Math.log(alpha / (1 - alpha)), ...scales.map(Math.log),
+			...position,
+			0,
+			0,
+			0,
+			...harmonics,
+			0.25,
+			Math.log(alpha / (1 - alpha)),
+			...scales.map(Math.log),
 			...rotation.map((number) => 3 * number), // of any length
 		];
 	});

@@ -14,7 +14,11 @@ export function nativeOrder(by, floats, camera = []) {
 	try {
 		const file = join(folder, "floats");
 		writeFileSync(file, floats);
-		const output = execFileSync(join(process.env.VEXMOOR_WEB_BUILD, "tests/native_order"), [by, file, ...camera.map(String)], { maxBuffer: 1 << 28 });
+		const output = execFileSync(
+			join(process.env.VEXMOOR_WEB_BUILD, "tests/native_order"),
+			[by, file, ...camera.map(String)],
+			{ maxBuffer: 1 << 28 }
+		);
 		return new Uint32Array(output.buffer.slice(output.byteOffset, output.byteOffset + output.byteLength));
 	} finally {
 		rmSync(folder, { recursive: true });

@@ -1,5 +1,5 @@
-// The orders and their figures: the exact order against the library built for this machine, that of 16 bits against what
-// it promises, and the figures against counting every pair.
+// The orders and their figures: the exact order against the library built for this machine, that of 16 bits against
+// what it promises, and the figures against counting every pair.
 
 import assert from "node:assert/strict";
 import { join } from "node:path";
@@ -26,7 +26,7 @@ function cameras() {
 	return Array.from({ length: 4 }, () => {
 		const forward = [next() - 0.5, next() - 0.5, next() - 0.5];
 		const length = Math.hypot(...forward);
-		return { eye: forward.map((x) => -2.5 * x / length), forward: forward.map((x) => x / length) };
+		return { eye: forward.map((x) => (-2.5 * x) / length), forward: forward.map((x) => x / length) };
 	});
 }
 
@@ -40,7 +40,8 @@ test("The exact order is the library's own, by distance and by depth", () => {
 		for (const camera of cameras()) {
 			const indices = order.sort(count, camera);
 			writeNegatedViewDepths(positions, count, camera, values);
-			const native = by === "distance" ? nativeOrder("position", positions, camera.eye) : nativeOrder("value", values);
+			const native =
+				by === "distance" ? nativeOrder("position", positions, camera.eye) : nativeOrder("value", values);
 			assert.deepEqual(indices, native, `by ${by}, from ${camera.eye}`);
 		}
 		order.dispose();
@@ -72,7 +73,10 @@ test("The order of 16 bits has every splat once, and is right down to a step of 
 	for (const camera of cameras()) {
 		writeDepths(positions, count, camera, "depth", depths);
 		order.sort(depths, count, indices);
-		assert.deepEqual(Uint32Array.from(indices).sort(), Uint32Array.from({ length: count }, (_, i) => i));
+		assert.deepEqual(
+			Uint32Array.from(indices).sort(),
+			Uint32Array.from({ length: count }, (_, i) => i)
+		);
 		const { worstBacktrack, range, pairsOutOfOrder } = new OrderFigures(count).measure(depths, indices, count);
 		assert.ok(worstBacktrack > 0 && worstBacktrack <= (1.001 * range) / 65535, `${worstBacktrack} of ${range}`);
 		assert.ok(pairsOutOfOrder > 0);

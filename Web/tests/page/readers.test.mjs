@@ -21,7 +21,9 @@ function decoded(cloud, scale, first) {
 		const logScales = new Uint16Array(halves.buffer);
 		const rotation = [...halves.subarray(8, 12)].map((number) => number / 32767);
 		return {
-			offset: [0, 1, 2].map((axis) => (cloud.positions[3 * i + axis] - cloud.positions[axis]) / scale + first[axis]),
+			offset: [0, 1, 2].map(
+				(axis) => (cloud.positions[3 * i + axis] - cloud.positions[axis]) / scale + first[axis]
+			),
 			scales: [...logScales.subarray(12, 15)].map((log) => Math.exp((log / 65535) * 64 - 32) / scale),
 			colour: [0, 8, 16, 24].map((bit) => (words[3] >>> bit) & 0xff),
 			rotation,
@@ -30,7 +32,9 @@ function decoded(cloud, scale, first) {
 }
 
 function assertNear(actual, expected, tolerance, what) {
-	actual.forEach((value, i) => assert.ok(Math.abs(value - expected[i]) <= tolerance, `${what} ${actual}, not ${expected}`));
+	actual.forEach((value, i) =>
+		assert.ok(Math.abs(value - expected[i]) <= tolerance, `${what} ${actual}, not ${expected}`)
+	);
 }
 
 function assertHolds(cloud, splats) {
@@ -71,10 +75,26 @@ for (const format of kFormats) {
 
 	test(`Points between lists and other elements are read from ${format} PLY`, () => {
 		const file = plyFile(format, [
-			{ name: "face", properties: ["list uchar int corners", "uchar kind"], rows: [[[0, 1, 2], 7], [[], 8], [[1, 2], 9]] },
+			{
+				name: "face",
+				properties: ["list uchar int corners", "uchar kind"],
+				rows: [
+					[[0, 1, 2], 7],
+					[[], 8],
+					[[1, 2], 9],
+				],
+			},
 			{
 				name: "vertex",
-				properties: ["list ushort float tags", "double x", "float y", "short z", "uchar red", "uchar green", "uchar blue"],
+				properties: [
+					"list ushort float tags",
+					"double x",
+					"float y",
+					"short z",
+					"uchar red",
+					"uchar green",
+					"uchar blue",
+				],
 				rows: [
 					[[0.5, 0.25], 4000000.5, 0, 1, 10, 20, 30],
 					[[], 4000001.5, 0, 1, 255, 0, 128],
@@ -122,17 +142,23 @@ test("Every shorter file is refused with a sentence, or is whole", () => {
 	for (const format of kFormats) {
 		files[`${format}.ply`] = plyFile(format, [trainedVertices(kSplats)]);
 		files[`${format}_lists.ply`] = plyFile(format, [
-			{ name: "vertex", properties: ["float x", "float y", "float z", "list uchar short tags"], rows: [[1, 2, 3, [4, 5]], [2, 3, 4, [5]]] },
+			{
+				name: "vertex",
+				properties: ["float x", "float y", "float z", "list uchar short tags"],
+				rows: [
+					[1, 2, 3, [4, 5]],
+					[2, 3, 4, [5]],
+				],
+			},
 		]);
 	}
 	for (const [name, file] of Object.entries(files))
 		for (let size = 0; size < file.length; ++size) {
 			const sentence = refusal(name, file.subarray(0, size));
-			const isWhole = name === "a.splat" ? size > 0 && size % 32 === 0 : /^ascii/.test(name) && size >= file.length - 2;
-			if (!isWhole)
-				assertSentence(sentence, `${name} cut to ${size} of ${file.length} bytes`);
-			else if (name === "a.splat")
-				assert.equal(sentence, null);
+			const isWhole =
+				name === "a.splat" ? size > 0 && size % 32 === 0 : /^ascii/.test(name) && size >= file.length - 2;
+			if (!isWhole) assertSentence(sentence, `${name} cut to ${size} of ${file.length} bytes`);
+			else if (name === "a.splat") assert.equal(sentence, null);
 		}
 });
 
@@ -145,8 +171,7 @@ test("Files with any one byte changed are read or refused with a sentence", () =
 				const changed = Uint8Array.from(file);
 				changed[at] = value;
 				const sentence = refusal("changed.ply", changed);
-				if (sentence !== null)
-					assertSentence(sentence, `byte ${at} as ${value}`);
+				if (sentence !== null) assertSentence(sentence, `byte ${at} as ${value}`);
 			}
 });
 
@@ -155,16 +180,41 @@ const kXyz = "property float x\nproperty float y\nproperty float z\n";
 const kRefused = [
 	["an empty file", "a.splat", "", /it is empty/],
 	["text", "a.splat", "Not a cloud of splats at all.\n", /byte 0: this is text/],
-	["a splat cut short", "a.splat", splatFile(kSplats).subarray(0, 70), /byte 64: a splat takes 32 bytes, and after 2 of them there are 6 left/],
-	["a position of NaN", "a.splat", splatFile([kSplats[0], splat({ position: [0, NaN, 0] })]), /byte 32: splat 1 has no finite 'y'/],
-	["an infinite scale", "a.splat", splatFile([splat({ scales: [1, Infinity, 1] })]), /byte 0: splat 0 has no finite 'scale_1'/],
+	[
+		"a splat cut short",
+		"a.splat",
+		splatFile(kSplats).subarray(0, 70),
+		/byte 64: a splat takes 32 bytes, and after 2 of them there are 6 left/,
+	],
+	[
+		"a position of NaN",
+		"a.splat",
+		splatFile([kSplats[0], splat({ position: [0, NaN, 0] })]),
+		/byte 32: splat 1 has no finite 'y'/,
+	],
+	[
+		"an infinite scale",
+		"a.splat",
+		splatFile([splat({ scales: [1, Infinity, 1] })]),
+		/byte 0: splat 0 has no finite 'scale_1'/,
+	],
 	["a negative scale", "a.splat", splatFile([splat({ scales: [1, 1, -1] })]), /splat 0 has a negative 'scale_2'/],
 	["no rotation", "a.splat", splatFile([splat({ rotation: [0, 0, 0, 0] })]), /splat 0 has a rotation of length 0/],
-	["splats that all lie together", "a.splat", splatFile([splat(), splat()]), /all 2 splats lie at one and the same position/],
+	[
+		"splats that all lie together",
+		"a.splat",
+		splatFile([splat(), splat()]),
+		/all 2 splats lie at one and the same position/,
+	],
 	["another format", "a.ply", "PLY\n", /byte 0: a PLY file starts with a line 'ply', this one with 'PLY\?'/],
 	["no format", "a.ply", "ply\nend_header\n", /line 2: the header ends without a 'format'/],
 	["a foreign format", "a.ply", "ply\nformat binary 1.0\n", /line 2: 'format' takes ascii, .* not 'binary'/],
-	["a foreign version", "a.ply", "ply\nformat ascii 2.0\n", /line 2: the version is 1.0 in every PLY file, not '2.0'/],
+	[
+		"a foreign version",
+		"a.ply",
+		"ply\nformat ascii 2.0\n",
+		/line 2: the version is 1.0 in every PLY file, not '2.0'/,
+	],
 	["a foreign keyword", "a.ply", `${kHeader}vertices 3\n`, /line 3: 'vertices' is no keyword/],
 	["a keyword of every object", "a.ply", `${kHeader}constructor\n`, /line 3: 'constructor' is no keyword/],
 	["a foreign type", "a.ply", `${kHeader}element vertex 1\nproperty real x\n`, /line 4: 'real' is no type/],
@@ -172,25 +222,123 @@ const kRefused = [
 	["no vertices", "a.ply", `${kHeader}end_header\n`, /line 3: the header ends without an element 'vertex'/],
 	["no vertex", "a.ply", `${kHeader}element vertex 0\n${kXyz}end_header\n`, /there is no splat in it/],
 	["an element twice", "a.ply", `${kHeader}element a 0\nelement a 0\n`, /line 4: there are two elements 'a'/],
-	["a property twice", "a.ply", `${kHeader}element a 0\nproperty int b\nproperty int b\n`, /line 5: there are two properties 'b'/],
-	["a property of nothing", "a.ply", `${kHeader}property int b\n`, /line 3: there is a property before the first element/],
-	["a count that is none", "a.ply", `${kHeader}element vertex -1\n`, /line 3: the element 'vertex' has a count of '-1'/],
-	["a list counted in fractions", "a.ply", `${kHeader}element a 0\nproperty list float int b\n`, /line 4: a list's count is of a type of whole numbers/],
-	["vertices without z", "a.ply", `${kHeader}element vertex 1\nproperty float x\nproperty float y\nend_header\n1 2\n`, /the header: a point has to have a number 'z'/],
-	["splats without opacity", "a.ply", `${kHeader}element vertex 1\n${kXyz}property float f_dc_0\nproperty float f_dc_1\nproperty float f_dc_2\nend_header\n1 2 3 4 5 6\n`, /the header: a splat has to have a number 'opacity'/],
-	["packed splats", "a.ply", `${kHeader}element vertex 1\nproperty uint packed_position\nend_header\n1\n`, /the header: its vertices are packed in chunks/],
-	["more vertices than bytes", "a.ply", `${kHeader}element vertex 4000000000\n${kXyz}end_header\n1 2 3\n`, /promises 4,000,000,000 of the element 'vertex', of at least 6 bytes each.* room for 1/],
-	["fewer rows than promised", "a.ply", `${kHeader}element vertex 3\n${kXyz}end_header\n11111 22222 33333\n1 2 3\n`, /line 9: the file ends after 2 of the 3/],
-	["a word that is no number", "a.ply", `${kHeader}element vertex 1\n${kXyz}end_header\n1 0x2 3\n`, /line 8: 'vertex' 0 has a 'y' of '0x2', which is no number/],
-	["a fraction in whole numbers", "a.ply", `${kHeader}element vertex 1\n${kXyz}property uchar red\nend_header\n1 2 3 4.5\n`, /line 9: 'vertex' 0 has a 'red' of '4.5', which is no whole number/],
-	["a number that is not finite", "a.ply", `${kHeader}element vertex 1\n${kXyz}end_header\n1 nan 3\n`, /line 8: vertex 0 has no finite 'y'/],
-	["a number beyond a float", "a.ply", `${kHeader}element vertex 1\n${kXyz.replaceAll("float", "double")}end_header\n1 1e39 3\n`, /vertex 0 has no finite 'y'/],
-	["a row with too much", "a.ply", `${kHeader}element vertex 1\n${kXyz}end_header\n1 2 3 4\n`, /line 8: 'vertex' 0 goes on after its values, with '4'/],
-	["a row with too little", "a.ply", `${kHeader}element vertex 1\n${kXyz}end_header\n11111 2\n`, /line 8: 'vertex' 0 ends before its 'z'/],
-	["rows after the last", "a.ply", `${kHeader}element vertex 1\n${kXyz}end_header\n1 2 3\n\n4 5 6\n`, /line 10: the file goes on/],
-	["bytes after the last", "a.ply", Buffer.concat([plyFile("binary_little_endian", [trainedVertices(kSplats)]), Buffer.from([1])]), /the file goes on after all that its header promises/],
-	["a list longer than the file", "a.ply", `ply\nformat binary_little_endian 1.0\nelement vertex 1\n${kXyz}property list uint double l\nend_header\n${"\0".repeat(12)}\xff\xff\xff\xff`, /the file ends after 0 of the 1/],
-	["a list of fewer than none", "a.ply", `ply\nformat binary_little_endian 1.0\nelement vertex 1\n${kXyz}property list char int l\nend_header\n${"\0".repeat(12)}\xff`, /'vertex' 0 has a negative count of 'l'/],
+	[
+		"a property twice",
+		"a.ply",
+		`${kHeader}element a 0\nproperty int b\nproperty int b\n`,
+		/line 5: there are two properties 'b'/,
+	],
+	[
+		"a property of nothing",
+		"a.ply",
+		`${kHeader}property int b\n`,
+		/line 3: there is a property before the first element/,
+	],
+	[
+		"a count that is none",
+		"a.ply",
+		`${kHeader}element vertex -1\n`,
+		/line 3: the element 'vertex' has a count of '-1'/,
+	],
+	[
+		"a list counted in fractions",
+		"a.ply",
+		`${kHeader}element a 0\nproperty list float int b\n`,
+		/line 4: a list's count is of a type of whole numbers/,
+	],
+	[
+		"vertices without z",
+		"a.ply",
+		`${kHeader}element vertex 1\nproperty float x\nproperty float y\nend_header\n1 2\n`,
+		/the header: a point has to have a number 'z'/,
+	],
+	[
+		"splats without opacity",
+		"a.ply",
+		`${kHeader}element vertex 1\n${kXyz}property float f_dc_0\nproperty float f_dc_1\n` +
+			"property float f_dc_2\nend_header\n1 2 3 4 5 6\n",
+		/the header: a splat has to have a number 'opacity'/,
+	],
+	[
+		"packed splats",
+		"a.ply",
+		`${kHeader}element vertex 1\nproperty uint packed_position\nend_header\n1\n`,
+		/the header: its vertices are packed in chunks/,
+	],
+	[
+		"more vertices than bytes",
+		"a.ply",
+		`${kHeader}element vertex 4000000000\n${kXyz}end_header\n1 2 3\n`,
+		/promises 4,000,000,000 of the element 'vertex', of at least 6 bytes each.* room for 1/,
+	],
+	[
+		"fewer rows than promised",
+		"a.ply",
+		`${kHeader}element vertex 3\n${kXyz}end_header\n11111 22222 33333\n1 2 3\n`,
+		/line 9: the file ends after 2 of the 3/,
+	],
+	[
+		"a word that is no number",
+		"a.ply",
+		`${kHeader}element vertex 1\n${kXyz}end_header\n1 0x2 3\n`,
+		/line 8: 'vertex' 0 has a 'y' of '0x2', which is no number/,
+	],
+	[
+		"a fraction in whole numbers",
+		"a.ply",
+		`${kHeader}element vertex 1\n${kXyz}property uchar red\nend_header\n1 2 3 4.5\n`,
+		/line 9: 'vertex' 0 has a 'red' of '4.5', which is no whole number/,
+	],
+	[
+		"a number that is not finite",
+		"a.ply",
+		`${kHeader}element vertex 1\n${kXyz}end_header\n1 nan 3\n`,
+		/line 8: vertex 0 has no finite 'y'/,
+	],
+	[
+		"a number beyond a float",
+		"a.ply",
+		`${kHeader}element vertex 1\n${kXyz.replaceAll("float", "double")}end_header\n1 1e39 3\n`,
+		/vertex 0 has no finite 'y'/,
+	],
+	[
+		"a row with too much",
+		"a.ply",
+		`${kHeader}element vertex 1\n${kXyz}end_header\n1 2 3 4\n`,
+		/line 8: 'vertex' 0 goes on after its values, with '4'/,
+	],
+	[
+		"a row with too little",
+		"a.ply",
+		`${kHeader}element vertex 1\n${kXyz}end_header\n11111 2\n`,
+		/line 8: 'vertex' 0 ends before its 'z'/,
+	],
+	[
+		"rows after the last",
+		"a.ply",
+		`${kHeader}element vertex 1\n${kXyz}end_header\n1 2 3\n\n4 5 6\n`,
+		/line 10: the file goes on/,
+	],
+	[
+		"bytes after the last",
+		"a.ply",
+		Buffer.concat([plyFile("binary_little_endian", [trainedVertices(kSplats)]), Buffer.from([1])]),
+		/the file goes on after all that its header promises/,
+	],
+	[
+		"a list longer than the file",
+		"a.ply",
+		`ply\nformat binary_little_endian 1.0\nelement vertex 1\n${kXyz}property list uint double l\n` +
+			`end_header\n${"\0".repeat(12)}\xff\xff\xff\xff`,
+		/the file ends after 0 of the 1/,
+	],
+	[
+		"a list of fewer than none",
+		"a.ply",
+		`ply\nformat binary_little_endian 1.0\nelement vertex 1\n${kXyz}property list char int l\n` +
+			`end_header\n${"\0".repeat(12)}\xff`,
+		/'vertex' 0 has a negative count of 'l'/,
+	],
 ];
 for (const [what, name, content, sentence] of kRefused)
 	test(`Refused: ${what}`, () => {

@@ -9,7 +9,8 @@ try {
 	await browser.withPage({ viewport }, async (open) => {
 		const { page } = open;
 		await open.settled();
-		for (let frame = 0; frame < 15; ++frame) // as many as times are kept
+		for (let frame = 0; frame < 15; ++frame)
+			// as many as times are kept
 			await open.pressed("picture", "ArrowLeft");
 		await open.pressed("picture", "Home");
 		await page.evaluate(() => document.activeElement.blur()); // no ring around the picture
