@@ -234,7 +234,7 @@ void CFrameSorter::SortTriangleCentres(const SFrame &frame, const SDrawCall &dra
 
 void CFrameSorter::Run(ESortEntry entry, const SDrawCall &drawCall, u8 *mappedIndices)
 {
-	const bool hasJobs = m_Threads != null;
+	const bool hasJobs = m_ThreadCount > 1;
 	const SSortJobs jobs = hasJobs ? m_Threads->Jobs() : SSortJobs();
 	const u64 scratchSize = hasJobs ? ScratchSize(entry, drawCall, jobs) : ScratchSize(entry, drawCall);
 	u8 *const scratch = Scratch(scratchSize);
@@ -341,10 +341,9 @@ void CFrameSorter::UpdateSortValues(const SFrame &frame)
 
 void CFrameSorter::SetThreadCount(u32 threadCount)
 {
-	if (threadCount == (m_Threads != null ? m_Threads->ThreadCount() : 1))
-		return;
-	m_Threads.reset();
-	if (threadCount > 1)
+	m_ThreadCount = threadCount;
+	const bool isAtHand = m_Threads != null && m_Threads->ThreadCount() == threadCount;
+	if (threadCount > 1 && !isAtHand)
 		m_Threads = std::make_unique<CThreadPool>(threadCount);
 }
 

@@ -100,7 +100,8 @@ private:
 	void *m_FindingUserData = null;
 	std::vector<u8> *m_Capture = null;
 	u32 m_KeyBits = 32;
-	std::unique_ptr<CThreadPool> m_Threads; // null: one thread, without jobs
+	u32 m_ThreadCount = 1;
+	std::unique_ptr<CThreadPool> m_Threads; // kept while sorts go without: threads take long to start
 	std::vector<u8> m_Scratch;
 	std::vector<float> m_Values;
 	std::vector<TStridedMemoryView<const float>> m_ValuePages;
