@@ -73,7 +73,7 @@ namespace
 		{
 			u32 bits;
 			std::memcpy(&bits, &values[i], sizeof(bits));
-			bits &= 0xFFFFFFFFu << (32 - keyBits);
+			bits &= ~(0xFFFFFFFFu >> keyBits);
 			std::memcpy(&values[i], &bits, sizeof(bits));
 		}
 	}
