@@ -215,7 +215,11 @@ TEST(SortJobs, PagesOfOtherSpansThanTheFirst_MatchTheModelOnOneJob)
 					if (!part.m_Enabled.empty())
 						part.m_Enabled.resize(part.m_RenderedCount);
 					for (u32 &bits : part.m_Values.m_Elements)
-						bits = 0x20000000u + random.Below(1u << (page == 0 ? bitsOfFirst : bitsOfOthers) % 31);
+					{
+						const u32 above = random.Below(1u << (page == 0 ? bitsOfFirst : bitsOfOthers) % 31);
+						bits =
+							bitsOfOthers == 24 ? 0xFF7FFFFFu - above : 0x20000000u + above; // next to far keys, or not
+					}
 					scene.m_Pages.push_back(part);
 				}
 				EXPECT_TRUE(SortsLikeTheModel(scene, WithJobs(1)))
