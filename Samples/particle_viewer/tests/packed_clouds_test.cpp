@@ -62,7 +62,7 @@ std::string Low(u32 number, u32 byteCount)
 {
 	std::string bytes;
 	for (u32 i = 0; i < byteCount; ++i)
-		bytes += char(number >> (8 * i) & 0xFF);
+		bytes += char(i < 4 ? number >> (8 * i) & 0xFF : 0);
 	return bytes;
 }
 
