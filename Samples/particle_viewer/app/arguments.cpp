@@ -156,7 +156,8 @@ namespace
 		add("--out", "DIR", texts.m_Out, "Folder for the pictures, made if need be; without it, only the figures");
 		app.add_flag("--window", texts.m_Window,
 			"Plays the scene in a window, where everything about its sort can be changed\n"
-			"and watched. With --out, F12 and the end of --frames write picture_N.png and\n"
+			"and watched. Files dropped on it are shown. With --out, F12 and the end of --frames write picture_N.png "
+			"and\n"
 			"window_N.png");
 	}
 
@@ -171,7 +172,7 @@ namespace
 			return AddSceneKind(ReadFileScene(texts.m_Files[0], {texts.m_SortBy, texts.m_SkipBad}));
 		if (app.count("--sort-by") != 0)
 			throw CFailure("--sort-by goes with a file, of which it names a property.");
-		if (texts.m_SkipBad)
+		if (texts.m_SkipBad && !texts.m_Window)
 			throw CFailure("--skip-bad goes with a file, of which it leaves points out.");
 		const SSceneKind *const scene = FindSceneKind(texts.m_Scene);
 		if (scene == null)
@@ -225,6 +226,7 @@ namespace
 		arguments.m_CaptureFile = texts.m_Capture;
 		arguments.m_ReplayFile = texts.m_Replay;
 		arguments.m_Scene = Scene(app, texts);
+		arguments.m_SkipBad = texts.m_SkipBad;
 		arguments.m_Up = arguments.m_Scene->m_Up;
 		if (up)
 			arguments.m_Up = *up;

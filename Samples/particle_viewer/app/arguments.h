@@ -17,6 +17,7 @@ using namespace Vexmoor;
 struct SArguments
 {
 	const SSceneKind *m_Scene = null;
+	bool m_SkipBad = false;  ///< Leaves out points of files that something is wrong with.
 	u32 m_ParticleCount = 0; ///< The scene's own number unless one was asked for.
 	bool m_InWindow = false;
 	u32 m_FrameCount = 24; ///< In a window, 0: until it is closed.

@@ -4,6 +4,7 @@
 
 #include "control_panel.h"
 #include "failure.h"
+#include "file_scene.h"
 #include "gui_window.h"
 #include "live_view.h"
 #include "picture.h"
@@ -34,6 +35,8 @@ namespace
 			{
 				m_Window.BeginFrame(m_View.SecondsToSpare());
 				TakeKeys();
+				for (const std::string &path : m_Window.TakeDroppedFiles())
+					TryToOpen(path);
 				TakeMouse();
 				const SSize size = m_Window.PictureSize();
 				m_View.SetSize(size.m_Width, size.m_Height);
@@ -49,6 +52,23 @@ namespace
 		}
 
 	private:
+		// What cannot be read does not end what is being looked at.
+		void TryToOpen(const std::string &path)
+		{
+			try
+			{
+				SViewSettings settings = m_View.Settings();
+				settings.m_Scene = AddSceneKind(ReadFileScene(path, {"", m_Arguments.m_SkipBad}));
+				settings.m_ParticleCount = settings.m_Scene->m_ParticleCount;
+				m_View.Change(settings);
+				m_Message.clear();
+			}
+			catch (const CFailure &failure)
+			{
+				m_Message = failure.what();
+			}
+		}
+
 		void TakeKeys()
 		{
 			for (const int key : m_Window.TakeKeys())

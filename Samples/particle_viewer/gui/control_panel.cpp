@@ -496,12 +496,17 @@ bool CControlPanel::ShowScene(SViewSettings &settings, const SViewFigures &figur
 	if (ImGui::BeginCombo("##scene", settings.m_Scene->m_Name))
 	{
 		for (const SSceneKind &kind : SceneKinds())
-			if (ImGui::Selectable(kind.m_Name, &kind == settings.m_Scene))
+		{
+			ImGui::PushID(&kind); // several files can have one name
+			const bool isChosen = ImGui::Selectable(kind.m_Name, &kind == settings.m_Scene);
+			ImGui::PopID();
+			if (isChosen)
 			{
 				settings.m_Scene = &kind;
 				settings.m_ParticleCount = kind.m_ParticleCount;
 				changed = true;
 			}
+		}
 		ImGui::EndCombo();
 	}
 

@@ -12,6 +12,7 @@
 #include <epoxy/gl.h>
 #include <filesystem>
 #include <imgui.h>
+#include <utility>
 
 namespace Viewer
 {
@@ -106,6 +107,7 @@ CGuiWindow::CGuiWindow(const std::string &title, const SSize &picture, u32 panel
 		m_Window, int(PanelWidth()) + int(kSmallestPicture), int(kSmallestPicture), GLFW_DONT_CARE, GLFW_DONT_CARE);
 	glfwSetWindowUserPointer(m_Window, this);
 	glfwSetKeyCallback(m_Window, OnKey); // before the widgets', which calls it
+	glfwSetDropCallback(m_Window, OnDrop);
 
 	ImGui::CreateContext();
 	ImGui::GetIO().IniFilename = nullptr; // no file is left behind
@@ -201,6 +203,17 @@ SPicture CGuiWindow::Read() const
 void CGuiWindow::Show()
 {
 	glfwSwapBuffers(m_Window);
+}
+
+void CGuiWindow::OnDrop(GLFWwindow *window, int count, const char **paths)
+{
+	CGuiWindow *const self = static_cast<CGuiWindow *>(glfwGetWindowUserPointer(window));
+	self->m_DroppedFiles.insert(self->m_DroppedFiles.end(), paths, paths + count);
+}
+
+std::vector<std::string> CGuiWindow::TakeDroppedFiles()
+{
+	return std::exchange(m_DroppedFiles, {});
 }
 
 void CGuiWindow::OnKey(GLFWwindow *window, int key, int, int event, int)

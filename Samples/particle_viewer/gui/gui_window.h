@@ -42,6 +42,8 @@ public:
 	void BeginFrame(double waitSeconds);
 	/// The keys pressed since the last frame, however briefly, as GLFW numbers them.
 	std::vector<int> TakeKeys();
+	/// The files dropped on the window since the last frame.
+	std::vector<std::string> TakeDroppedFiles();
 	/// An empty window to draw the picture to.
 	void Clear();
 	/// Draws the widgets.
@@ -53,9 +55,12 @@ public:
 private:
 	static void OnKey(GLFWwindow *window, int key, int scanCode, int event, int modifiers);
 
+	static void OnDrop(GLFWwindow *window, int count, const char **paths);
+
 	GLFWwindow *m_Window = null;
 	u32 m_PanelWidth;
 	float m_Scale = 1.0f; // of widgets and letters, for displays with small pixels
 	std::vector<int> m_Keys;
+	std::vector<std::string> m_DroppedFiles;
 };
 } // namespace Viewer

@@ -2,6 +2,8 @@
 
 #include "scene_list.h"
 
+#include "failure.h"
+
 namespace Viewer
 {
 namespace
@@ -23,9 +25,11 @@ namespace
 	const char *const kRain = "a million drops of rain around three lamps: what a large sort costs\n"
 							  "unsorted.png, sorted.png, comparison.png";
 
-	std::vector<SSceneKind> &Kinds()
+	constexpr size_t kMaxKindCount = 200; // for which there is room from the start, so that pointers stay valid
+
+	std::vector<SSceneKind> MakeKinds()
 	{
-		static std::vector<SSceneKind> kinds = {
+		std::vector<SSceneKind> kinds = {
 			{"smoke",      100000,  2500000, CreateSmokeScene,      kSmoke,      24},
 			{"debris",     1200,    200000,  CreateDebrisScene,     kDebris,     24},
 			{"interleave", 26,      400,     CreateInterleaveScene, kInterleave, 24},
@@ -33,6 +37,13 @@ namespace
 			{"tubes",      100,     50000,   CreateTubesScene,      kTubes,      24},
 			{"rain",       1000000, 2500000, CreateRainScene,       kRain,       4 },
 		};
+		kinds.reserve(kMaxKindCount);
+		return kinds;
+	}
+
+	std::vector<SSceneKind> &Kinds()
+	{
+		static std::vector<SSceneKind> kinds = MakeKinds();
 		return kinds;
 	}
 } // namespace
@@ -44,6 +55,8 @@ const std::vector<SSceneKind> &SceneKinds()
 
 const SSceneKind *AddSceneKind(const SSceneKind &kind)
 {
+	if (Kinds().size() == kMaxKindCount)
+		throw CFailure("So many files have been opened that there is no room for another.");
 	Kinds().push_back(kind);
 	return &Kinds().back();
 }

@@ -28,7 +28,7 @@ struct SSceneKind
 
 /// The first one is shown unless another is asked for.
 const std::vector<SSceneKind> &SceneKinds();
-/// Adds one to choose from, and returns it. Pointers to others are no longer valid.
+/// Adds one to choose from, and returns it. Pointers to others stay valid; where there is no room, it is a CFailure.
 const SSceneKind *AddSceneKind(const SSceneKind &kind);
 /// Null where no scene has this name.
 const SSceneKind *FindSceneKind(const std::string &name);

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Uses the viewer's window as a user does, with keys and clicks on a virtual display, and looks at its pictures.
 #
-#   window_test.sh VIEWER CASE      CASE: picture, keys, mouse, frozen, output, wipe, scenes or refused
+#   window_test.sh VIEWER CASE      CASE: picture, keys, mouse, frozen, output, wipe, scenes, drop or refused
 set -euo pipefail
 
 viewer=$1
@@ -287,6 +287,20 @@ scenes()
 	close_viewer
 }
 
+# A file dropped on the window is shown; one that is none leaves what is shown.
+drop()
+{
+	"$(dirname "$viewer")/make_cloud" knot 2000 spz "$folder/knot"
+	printf 'a text\n' >"$folder/text"
+	open_viewer
+	/usr/bin/python3 "$(dirname "$0")/drop_file.py" "$window" "$folder/knot"
+	await "the file" has_title '^particle_viewer: splats, .*playing$'
+	/usr/bin/python3 "$(dirname "$0")/drop_file.py" "$window" "$folder/text"
+	pause
+	has_title '^particle_viewer: splats, ' || fail "no file, and no splats any more"
+	close_viewer
+}
+
 # Exit code 2 and one sentence on standard error.
 expect_refused()
 {
@@ -315,6 +329,6 @@ refused()
 
 case ${2:-} in
 keys) keyboard ;;
-picture | mouse | frozen | output | wipe | scenes | refused) "$2" ;;
+picture | mouse | frozen | output | wipe | scenes | drop | refused) "$2" ;;
 *) fail "there is no case '${2:-}'" ;;
 esac
