@@ -61,8 +61,8 @@ done
 Tools/install_packages.sh g++ clang clang-format clang-tidy cppcheck valgrind libclang-rt-14-dev cmake ninja-build \
 	pkg-config libgtest-dev nlohmann-json3-dev python3 python3-matplotlib gdb libepoxy-dev libegl-dev libegl-mesa0 \
 	libgl1-mesa-dri libstb-dev libcli11-dev libtbb-dev libvulkan-dev mesa-vulkan-drivers vulkan-validationlayers \
-	glslang-tools assimp-testmodels libglfw3-dev libimgui-dev libglx-mesa0 xvfb xdotool python3-xlib netpbm qemu-user zlib1g-dev \
-	libzip-dev libwebp-dev
+	glslang-tools assimp-testmodels libglfw3-dev libimgui-dev libglx-mesa0 xvfb xdotool python3-xlib netpbm qemu-user \
+	zlib1g-dev libzip-dev libwebp-dev
 
 check_format()
 {

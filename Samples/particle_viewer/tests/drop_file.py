@@ -36,7 +36,11 @@ def await_message(name):
             got.requestor.change_property(got.property, uri_list, 8, uri)
             got.requestor.send_event(
                 event.SelectionNotify(
-                    time=got.time, requestor=got.requestor, selection=got.selection, target=got.target, property=got.property
+                    time=got.time,
+                    requestor=got.requestor,
+                    selection=got.selection,
+                    target=got.target,
+                    property=got.property,
                 )
             )
             connection.flush()

@@ -368,8 +368,9 @@ harmonics()
 				header += "".join("property float %s\n" % name for name in names) + "end_header\n"
 				with open(path, "wb") as file:
 				    file.write(header.encode())
-				    for x, size, opacity in ((0, -1, 12), (-1, -9, -9), (1, -9, -9)):
-				        numbers = [x, 0, 0, 0, 0, 0, opacity, size, size, size, 1, 0, 0, 0] + rest
+				    # From the front, the file's order is wrong.
+				    for z, size, opacity in ((0, -1, 12), (1, -9, -9), (-1, -9, -9)):
+				        numbers = [0, 0, z, 0, 0, 0, opacity, size, size, size, 1, 0, 0, 0] + rest
 				        file.write(struct.pack("<%df" % len(numbers), *numbers))
 
 				def legendre(l, m, x):
