@@ -245,11 +245,11 @@ public:
 	{
 		Name("size and the checksum");
 		const u64 size = Value<u64>();
+		if (HasRefused()) // where it stands, there may be no whole word
+			return;
 		if (size != m_Size)
 			m_Refusal.Say("The file is damaged or cut short: byte %llu says that it has %llu bytes, but it has %llu.",
 				Long(m_Offset - sizeof(size)), Long(size), Long(m_Size));
-		if (HasRefused()) // where it stands, there may be no whole word
-			return;
 		const u64 computed = SortCaptureChecksum(kSortCaptureChecksumStart, m_File, m_Offset);
 		const u64 checksum = Value<u64>();
 		if (m_Offset != m_Size)
