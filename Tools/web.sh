@@ -6,6 +6,7 @@
 #   ./Tools/web.sh --test           and passes the tests of the package, and of the page in a browser
 #   ./Tools/web.sh --bench          and measures it in node beside other sorts; Web/bench/bench.mjs gets what follows
 #   ./Tools/web.sh --serve          and serves the page of Web/page on 127.0.0.1, at port 8000 or that which follows
+#   ./Tools/web.sh --orders         and prints what 16-bit keys do to an order, the table of Docs/exact-order.md
 #   ./Tools/web.sh --picture        and takes the picture of the page in Docs/images
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -18,7 +19,7 @@ fail()
 
 mode=${1:-}
 case $mode in
-"" | --test | --picture)
+"" | --test | --orders | --picture)
 	[ $# -le 1 ] || fail "$mode takes no further argument, unlike \"$2\""
 	;;
 --serve)
@@ -29,7 +30,7 @@ case $mode in
 	fi
 	;;
 --bench) ;;
-*) fail "there is no option \"$mode\"; the options are: --test, --bench, --serve, --picture" ;;
+*) fail "there is no option \"$mode\"; the options are: --test, --bench, --serve, --orders, --picture" ;;
 esac
 
 packages=(emscripten python3)
@@ -154,6 +155,7 @@ case $mode in
 	VEXMOOR_WEB_COMPILERS="emscripten $(emcc -dumpversion), g++ $(g++ -dumpfullversion), -O3" \
 		VEXMOOR_WEB_BUILD=$PWD/$build node Web/bench/bench.mjs "${@:2}"
 	;;
+--orders) VEXMOOR_WEB_BUILD=$PWD/$build node Web/bench/compare_orders.mjs ;;
 --picture)
 	build_page_tests
 	VEXMOOR_WEB_BUILD=$PWD/$build node Web/tests/page/take_picture.mjs "$build/page.png"

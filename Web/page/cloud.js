@@ -4,6 +4,12 @@
 /** What is wrong with a file, in one sentence for its owner. */
 export class CloudError extends Error {}
 
+/**
+ * Where the page puts its outlier: down, and a little aside. A camera that looks down sees it at about the same depth
+ * wherever it turns.
+ */
+export const kToOutlier = [0.1, -0.99, 0.1];
+
 /** 32-bit words of a splat in Cloud.splats: two texels of four words. */
 export const kWordsPerSplat = 8;
 

@@ -1,13 +1,11 @@
 // What is shown and how: files and controls, and the frame loop that they change.
 
 import { CameraInput } from "./camera_input.js";
-import { CloudError, grouped } from "./cloud.js";
+import { CloudError, grouped, kToOutlier } from "./cloud.js";
 import { Divider } from "./divider.js";
 import { RefusedCall, WorkerCalls } from "./worker_calls.js";
 
 const kBundledName = "Bundled cloud";
-// Down, and a little aside: a camera that looks down sees the outlier at about the same depth wherever it turns.
-const kToOutlier = [0.1, -0.99, 0.1];
 
 const $ = (selector) => document.querySelector(selector);
 const canvas = $("#picture");
