@@ -117,14 +117,13 @@ private:
 	bool _IsRendered(u64 pageId) const { return pageId < m_RenderedCounts.size() && m_RenderedCounts[pageId] != 0; }
 
 	CRefusal &m_Refusal; // there while Read runs
-	u32 m_Version = 0;
 	CCapturedMemory m_Memory;
+	u32 m_Version = 0;
 
-	bool m_HasRecordedOutput = false;
 	CTriangleSorter::EIndexType m_IndexType = CTriangleSorter::IndexTypeUnknown;
 	u32 m_OutputCount = 0;
-	u64 m_OutputPlace = 0;
 	u32 m_OutputRegion = 0;
+	u64 m_OutputPlace = 0;
 	std::vector<u8> m_SpareOutput; // for a copy of the output
 	std::vector<u8> m_RecordedOutput;
 	u32 m_VertexCount = 0;
@@ -148,10 +147,11 @@ private:
 	std::vector<std::vector<u32>> m_PagePatterns;
 	SElements m_PageVertexCounts;
 
-	bool m_HasWorkingBuffer = false;
 	u64 m_WorkingBufferPlace = 0;
 	u64 m_WorkingBufferSize = 0;
 	u32 m_WorkingBufferRegion = 0;
+	bool m_HasWorkingBuffer = false;
+	bool m_HasRecordedOutput = false;
 
 	bool m_HasObjectsOfOtherSize = false;
 	u32 m_SorterRegion = 0;
@@ -223,9 +223,10 @@ public:
 	std::vector<u32> Words(u32 count)
 	{
 		const u8 *const bytes = Bytes(u64(count) * sizeof(u32));
-		std::vector<u32> words(bytes != null ? count : 0);
-		if (!words.empty())
-			std::memcpy(words.data(), bytes, count * sizeof(u32));
+		if (bytes == null || count == 0)
+			return {};
+		std::vector<u32> words(count);
+		std::memcpy(words.data(), bytes, count * sizeof(u32));
 		return words;
 	}
 	void SkipPadding()

@@ -794,12 +794,14 @@ namespace Expand
 			if (m_PrimsLeft < _Kernel::kPrims)
 				return;
 			const _Kernel kernel(pattern...);
-			for (; m_PrimsLeft >= _Kernel::kPrims; m_PrimsLeft -= _Kernel::kPrims)
+			const SIndexAndDepth *const end = m_Records + m_PrimsLeft / _Kernel::kPrims * _Kernel::kPrims;
+			do
 			{
 				write(kernel, m_Prims, m_Records);
 				m_Records += _Kernel::kPrims;
 				m_Prims += _Kernel::kPrims * _Kernel::kWidth;
-			}
+			} while (m_Records != end);
+			m_PrimsLeft %= _Kernel::kPrims;
 		}
 
 		const SIndexAndDepth *m_Records;
