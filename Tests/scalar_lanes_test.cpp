@@ -30,14 +30,16 @@ protected:
 			lane = m_Random() % 3 == 0 ? kSpecial[m_Random() % std::size(kSpecial)] : u32(m_Random());
 		return lanes;
 	}
-	// Numbers of a sum of squares, and no NaN: which of two is handed on is not the lanes' business.
+	// Numbers between 2^-7 and 2^13, and no NaN: which of two is handed on is not the lanes' business. They are made of
+	// bits: a product made here would be fused with the sum that is tested, where a host's flags allow it.
 	Lanes AnyFloats()
 	{
+		constexpr u32 kLeastExponent = 120, kExponents = 20;
 		Lanes lanes;
 		for (u32 &lane : lanes)
 		{
-			const float value = (float(m_Random() % 20001) - 10000.0f) * 0.37f;
-			std::memcpy(&lane, &value, sizeof(lane));
+			const u32 signAndFraction = u32(m_Random()) & 0x807FFFFFu;
+			lane = signAndFraction | (kLeastExponent + u32(m_Random()) % kExponents) << 23;
 		}
 		return lanes;
 	}
