@@ -2,6 +2,8 @@
 
 #include "pooled_scene.h"
 
+#include <algorithm>
+
 namespace Viewer
 {
 CPooledScene::CPooledScene(u32 poolCount, u32 particlesPerPage, u32 warmUpStepCount)
@@ -31,6 +33,14 @@ SFrame CPooledScene::Frame()
 		frame.m_ParticleCount += pool.AliveCount();
 	Describe(frame);
 	return frame;
+}
+
+u32 CPooledScene::BirthCount(u32 poolId, u32 targetCount, u32 meanLifetime, u32 refillSteps) const
+{
+	const u32 missing = targetCount - m_Pools[poolId].AliveCount();
+	if (m_Step + refillSteps >= m_WarmUpStepCount)
+		return missing;
+	return std::min(missing, (targetCount + meanLifetime - 1) / meanLifetime);
 }
 
 void CPooledScene::ListPages()

@@ -30,6 +30,10 @@ protected:
 	/// its pages and its camera.
 	virtual void Describe(SFrame &frame) = 0;
 
+	/// Births that make up for a pool's deaths. Until refillSteps before the end of the warm-up they are rationed,
+	/// so that ages are spread evenly.
+	u32 BirthCount(u32 poolId, u32 targetCount, u32 meanLifetime, u32 refillSteps) const;
+
 	std::vector<CPagePool> m_Pools;
 	u32 m_Step = 0;
 

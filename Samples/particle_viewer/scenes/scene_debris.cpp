@@ -162,11 +162,8 @@ namespace
 		void Emit(EKind kind)
 		{
 			const SMaterial &material = kMaterials[kind];
-			const u32 target = Target(kind);
 			const u32 meanLifetime = (material.m_MinLifetime + material.m_MaxLifetime) / 2;
-			u32 births = target - m_Pools[kind].AliveCount();
-			if (m_Step + kRefillSteps < kWarmUpStepCount)
-				births = std::min(births, (target + meanLifetime - 1) / meanLifetime);
+			const u32 births = BirthCount(kind, Target(kind), meanLifetime, kRefillSteps);
 			for (u32 i = 0; i < births; ++i)
 			{
 				SParticle particle;

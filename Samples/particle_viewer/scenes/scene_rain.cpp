@@ -46,12 +46,9 @@ namespace
 		{
 		}
 
-		// Births make up for deaths; at the start they are rationed, so that ages are spread evenly.
 		void Simulate() override
 		{
-			u32 births = m_ParticleCount - m_Pools[0].AliveCount();
-			if (m_Step + kRefillSteps < kWarmUpStepCount)
-				births = std::min(births, (m_ParticleCount + kMeanLifetime - 1) / kMeanLifetime);
+			const u32 births = BirthCount(0, m_ParticleCount, kMeanLifetime, kRefillSteps);
 			for (u32 i = 0; i < births; ++i)
 				AddDrop();
 			m_Pools[0].ForEachAlive(

@@ -100,15 +100,11 @@ namespace
 			return kind == Kind_Wisp ? wisps : kind == Kind_Puff ? puffs : m_ParticleCount - wisps - puffs;
 		}
 
-		// Births make up for deaths; at the start they are rationed, so that ages are spread evenly.
 		void Emit(EKind kind)
 		{
 			const SEmitter &emitter = kEmitters[kind];
-			const u32 target = Target(kind);
 			const u32 meanLifetime = (emitter.m_MinLifetime + emitter.m_MaxLifetime) / 2;
-			u32 births = target - m_Pools[kind].AliveCount();
-			if (m_Step + kRefillSteps < kWarmUpStepCount)
-				births = std::min(births, (target + meanLifetime - 1) / meanLifetime);
+			const u32 births = BirthCount(kind, Target(kind), meanLifetime, kRefillSteps);
 			for (u32 i = 0; i < births; ++i)
 			{
 				SParticle particle;
