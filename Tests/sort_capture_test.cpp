@@ -54,6 +54,34 @@ CFile CaptureOf(CCall &call, ESortCapture content = SortCapture_Input)
 	return file;
 }
 
+void *Past(const void *address, s64 byteCount)
+{
+	return reinterpret_cast<void *>(reinterpret_cast<ureg>(address) + ureg(byteCount));
+}
+
+// Calls action with the name and the address of each array that a call reads, the sorter among them.
+template<typename _Action>
+void ForEachArray(CCall &call, const _Action &action)
+{
+	action("sorter", &call.m_Sorter);
+	action("rendered counts", call.m_Counts);
+	action("views of the source", call.m_ByPosition ? static_cast<void *>(call.m_Positions) : call.m_Values);
+	for (const u32 page : {0, 2})
+		action(page == 0 ? "source of page 0" : "source of page 2",
+			call.m_ByPosition ? static_cast<const void *>(call.m_Positions[page].Data()) : call.m_Values[page].Data());
+	action("views of enabled bytes", call.m_Enableds);
+	action("enabled bytes", call.m_EnabledBytes);
+	if (call.m_Geometry == List || call.m_Geometry == Quads)
+		action("index list", call.m_Entries);
+	if (call.m_Geometry == Quads)
+		action("quad centres", call.m_QuadCenters.Data());
+	if (call.m_Geometry == Triangles)
+	{
+		action("index patterns", call.m_Patterns);
+		action("vertex counts", call.m_VertexCounts);
+	}
+}
+
 // The sentence with which a file is refused, or "" where it is read.
 std::string Refusal(const CFile &file, u64 memoryLimit = kMemoryLimit)
 {
@@ -394,37 +422,14 @@ TEST(SortCapture, BrokenCalls_KeepTheirFindingsAndAreNotSorted)
 // bytes than at its host.
 TEST(SortCapture, OverlapsWithOutputAndWorkingBuffer_AreNamedAsAtTheHost)
 {
-	const auto past = [](const void *address, s64 byteCount)
-	{ return reinterpret_cast<void *>(reinterpret_cast<ureg>(address) + ureg(byteCount)); };
 	for (const ECallGeometry geometry : kCallGeometries)
 	{
 		for (const bool byPosition : {false, true})
 		{
-			const auto forEachArray = [&](CCall &call, const auto &action)
-			{
-				action("sorter", &call.m_Sorter);
-				action("rendered counts", call.m_Counts);
-				action("views of the source", byPosition ? static_cast<void *>(call.m_Positions) : call.m_Values);
-				action("source of page 0",
-					byPosition ? static_cast<const void *>(call.m_Positions[0].Data()) : call.m_Values[0].Data());
-				action("source of page 2",
-					byPosition ? static_cast<const void *>(call.m_Positions[2].Data()) : call.m_Values[2].Data());
-				action("views of enabled bytes", call.m_Enableds);
-				action("enabled bytes", call.m_EnabledBytes);
-				if (geometry == List || geometry == Quads)
-					action("index list", call.m_Entries);
-				if (geometry == Quads)
-					action("quad centres", call.m_QuadCenters.Data());
-				if (geometry == Triangles)
-				{
-					action("index patterns", call.m_Patterns);
-					action("vertex counts", call.m_VertexCounts);
-				}
-			};
 			u32 arrayCount = 0;
 			{
 				CCall call(geometry);
-				forEachArray(call, [&arrayCount](const char *, const void *) { ++arrayCount; });
+				ForEachArray(call, [&arrayCount](const char *, const void *) { ++arrayCount; });
 			}
 			// The output and the working buffer, each over every array, and over each other: before it, at it, inside
 			// it.
@@ -440,7 +445,7 @@ TEST(SortCapture, OverlapsWithOutputAndWorkingBuffer_AreNamedAsAtTheHost)
 						const char *name = "working buffer";
 						const void *start = call.m_WorkingBuffer;
 						u32 left = array;
-						forEachArray(call,
+						ForEachArray(call,
 							[&](const char *arrayName, const void *arrayStart)
 							{
 								if (left-- == 0)
@@ -450,9 +455,9 @@ TEST(SortCapture, OverlapsWithOutputAndWorkingBuffer_AreNamedAsAtTheHost)
 								}
 							});
 						if (isOutput)
-							call.m_Output = past(start, distance);
+							call.m_Output = Past(start, distance);
 						else if (array != arrayCount)
-							call.m_WorkingBuffer = past(start, distance);
+							call.m_WorkingBuffer = Past(start, distance);
 						else
 							continue;
 						call.SetUp();
@@ -473,6 +478,53 @@ TEST(SortCapture, OverlapsWithOutputAndWorkingBuffer_AreNamedAsAtTheHost)
 						ASSERT_FALSE(Replay(capture).m_Sorted);
 					}
 				}
+			}
+		}
+	}
+}
+
+// Behind the last index that a sort writes, the output may lie over what the sort reads: nothing there is changed.
+TEST(SortCapture, OutputThatEndsOverTheInput_LeavesTheInput)
+{
+	for (const ECallGeometry geometry : kCallGeometries)
+	{
+		for (const bool byPosition : {false, true})
+		{
+			const auto replayed = [&](u32 array, const char *&name)
+			{
+				CCall call(geometry);
+				if (byPosition)
+					call.SortByPosition();
+				const u32 writtenSize = call.m_OutputCount * sizeof(u32);
+				name = "end of the input";
+				u32 left = array;
+				ForEachArray(call,
+					[&](const char *arrayName, const void *start)
+					{
+						if (left-- != 0)
+							return;
+						name = arrayName;
+						call.m_Output = Past(start, -s64(writtenSize + reinterpret_cast<ureg>(start) % 16));
+						call.m_OutputCount += 100;
+					});
+				call.SetUp();
+				CReadCapture capture(CaptureOf(call), kMemoryLimit);
+				EXPECT_STREQ(capture.Refusal(), "");
+				return Replay(capture);
+			};
+			const char *name = "";
+			const SReplay apart = replayed(~0u, name);
+			ASSERT_TRUE(apart.m_Sorted);
+			ASSERT_NE(apart.m_WrittenCount, 0u);
+			for (u32 array = 0;; ++array)
+			{
+				const SReplay replay = replayed(array, name);
+				if (std::strcmp(name, "end of the input") == 0)
+					break;
+				SCOPED_TRACE(name);
+				ASSERT_EQ(replay.m_Violations, std::vector<std::string>());
+				EXPECT_EQ(replay.m_WrittenCount, apart.m_WrittenCount);
+				EXPECT_EQ(replay.m_OutputHash, apart.m_OutputHash);
 			}
 		}
 	}

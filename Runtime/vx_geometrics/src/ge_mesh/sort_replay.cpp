@@ -2,14 +2,17 @@
 
 #include "ge_mesh_sort_replay.h"
 
+#include "include/pv_sort_validation.h"
+
 #include <cstring>
 
 namespace Vexmoor
 {
-static void SortOver(u8 byte, CCapturedSort &capture)
+// Behind writtenSize bytes the output may lie over the input, which stays as it is.
+static void SortOver(u8 byte, CCapturedSort &capture, u64 writtenSize)
 {
-	if (capture.OutputSize() != 0)
-		std::memset(capture.Output(), byte, capture.OutputSize());
+	if (writtenSize != 0)
+		std::memset(capture.Output(), byte, writtenSize);
 	capture.Sort();
 }
 
@@ -35,16 +38,18 @@ SSortReplay ReplaySort(CCapturedSort &capture, CbSortFinding handler, void *user
 	if (replay.m_ViolationCount != 0)
 		return replay;
 
-	SortOver(0xFF, capture);
+	const u32 writtenCount = u32(WrittenIndexCount(capture.Sorter()));
+	const u64 writtenSize = u64(writtenCount) * capture.IndexSize();
+	SortOver(0xFF, capture, writtenSize);
 	const u8 *const overOnes = capture._SpareOutput();
-	if (capture.OutputSize() != 0)
-		std::memcpy(capture._SpareOutput(), capture.Output(), capture.OutputSize());
-	SortOver(0x00, capture);
+	if (writtenSize != 0)
+		std::memcpy(capture._SpareOutput(), capture.Output(), writtenSize);
+	SortOver(0x00, capture, writtenSize);
 
 	replay.m_Sorted = true;
 	replay.m_Compared = capture.HasRecordedOutput();
 	replay.m_OutputHash = 0xCBF29CE484222325ull;
-	for (u32 place = 0; place < capture.OutputCount(); ++place)
+	for (u32 place = 0; place < writtenCount; ++place)
 	{
 		const u32 index = IndexAt(capture.Output(), place, capture.IndexSize());
 		if (index != IndexAt(overOnes, place, capture.IndexSize()))

@@ -6,6 +6,7 @@
 
 #include "include/pv_sort_elements.h"
 #include "include/pv_sort_scan.h"
+#include "include/pv_sort_validation.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -101,6 +102,7 @@ public:
 	}
 
 	u32 Run();
+	u64 WrittenIndexCount() const;
 
 	static ESortEntry EntryOf(const CTriangleSorter &sorter)
 	{
@@ -129,7 +131,6 @@ private:
 	bool _ReadsQuadCenters() const { return _HasQuadCenters() && _QuadCount() != 0; }
 
 	SElements _Output() const;
-	u64 _WrittenIndexCount() const;
 	SElements _RenderedCounts() const;
 	bool _HasRenderedCounts() const;
 	SElements _SourcePages() const;
@@ -306,15 +307,13 @@ void CSortValidation::_CheckPageViews(const SElements &views, const char *plural
 SElements CSortValidation::_Output() const
 {
 	if (_Has16BitIndices())
-		return SElements("output", kNoPage, m_Sorter.m_OutIndices16, sizeof(u16)).First(_WrittenIndexCount());
+		return SElements("output", kNoPage, m_Sorter.m_OutIndices16, sizeof(u16)).First(WrittenIndexCount());
 	if (m_Sorter.m_IndexType == CSorter::IndexTypeUint32)
-		return SElements("output", kNoPage, m_Sorter.m_OutIndices32, sizeof(u32)).First(_WrittenIndexCount());
+		return SElements("output", kNoPage, m_Sorter.m_OutIndices32, sizeof(u32)).First(WrittenIndexCount());
 	return {"output", kNoPage, null, 0, 0, 0, 1};
 }
 
-// The number of indices from the first one of the output to the last one that the sort writes. If the call is too
-// broken to tell, that is the whole output.
-u64 CSortValidation::_WrittenIndexCount() const
+u64 CSortValidation::WrittenIndexCount() const
 {
 	const u32 indexCount = m_Sorter.m_IndexCount;
 	const u32 width = m_Sorter.m_IndexPattern.Count();
@@ -1088,6 +1087,11 @@ u32 ValidateSort(const CTriangleSorter &sorter,
 	const SSortJobs *jobs)
 {
 	return CSortValidation(sorter, entry, workingBuffer, workingBufferSize, handler, userData, jobs).Run();
+}
+
+u64 WrittenIndexCount(const CTriangleSorter &sorter)
+{
+	return CSortValidation(sorter, CSortValidation::EntryOf(sorter), null, 0, null, null, null).WrittenIndexCount();
 }
 
 u32 ValidateSort(const CTriangleSorter &sorter,

@@ -1,0 +1,14 @@
+#pragma once
+
+// What a check of a sort knows of it before it runs, for those who run it.
+
+#include "vx_defs.h"
+
+namespace Vexmoor
+{
+class CTriangleSorter;
+
+/// The number of indices from the first one of the output to the last one that a sort writes. If the sort is too broken
+/// to tell, that is the whole output. What lies behind may be the input of the same sort.
+VX_LOCAL u64 WrittenIndexCount(const CTriangleSorter &sorter);
+} // namespace Vexmoor
