@@ -4,12 +4,14 @@
 #
 #   ./Tools/fuzz.sh            runs each target for 60 seconds
 #   ./Tools/fuzz.sh 600        runs each target for ten minutes
+#   ./Tools/fuzz.sh 15 1       runs each for 15 seconds, with the random numbers of seed 1: the same inputs in every run
 #   ./Tools/fuzz.sh --keep     replaces the committed corpora by the fewest inputs, of all that there are, that reach as
 #                              many edges
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 seconds=60
+seed=0 # another one in every run
 keep=false
 case "${1:-}" in
 "") ;;
@@ -20,6 +22,19 @@ case "${1:-}" in
 	;;
 *) seconds=$1 ;;
 esac
+case "${2:-}" in
+"") ;;
+*[!0-9]*)
+	printf 'fuzz.sh: "%s" is no seed, which is a number\n' "$2" >&2
+	exit 2
+	;;
+*) seed=$2 ;;
+esac
+# What is found also depends on addresses. Where they can be the same in every run, a seed's inputs are.
+fixedAddresses=()
+if [ $seed != 0 ] && setarch -R true 2>/dev/null; then
+	fixedAddresses=(setarch -R)
+fi
 
 Tools/install_packages.sh clang libclang-rt-14-dev cmake ninja-build libgtest-dev nlohmann-json3-dev python3 \
 	pkg-config zlib1g-dev libzip-dev libwebp-dev
@@ -58,9 +73,9 @@ fuzz()
 	[ ! -e "$dictionary" ] || words=(-dict="$dictionary")
 	mkdir -p "$build/corpus/$target" "$committed/$target"
 	rm -f "$finding"
-	if ! "$executable" "${words[@]}" -max_total_time="$seconds" -max_len=$maxLength -timeout=10 -rss_limit_mb=4096 \
-		-print_final_stats=1 -exact_artifact_path="$finding" "$build/corpus/$target" "$committed/$target" \
-		>"$log" 2>&1; then
+	if ! "${fixedAddresses[@]}" "$executable" "${words[@]}" -seed="$seed" -max_total_time="$seconds" \
+		-max_len=$maxLength -timeout=10 -rss_limit_mb=4096 -print_final_stats=1 -exact_artifact_path="$finding" \
+		"$build/corpus/$target" "$committed/$target" >"$log" 2>&1; then
 		tail -n 60 "$log"
 		if [ ! -e "$finding" ]; then
 			printf '\n%s: did not run\n' "$target" >&2
