@@ -5,7 +5,16 @@
 //
 // Particles go in blocks: the centres of a block are located, the kernel sorts each particle's quads (pv_quads.h), and
 // the quads are written, particle after particle. The next block is located before this one is sorted. Records in depth
-// order name particles in no order of memory, so locating also fetches the cache lines of the centres.
+// order name particles in no order of memory, so locating also fetches the cache lines of the centres:
+//
+//   block n      | locate | . . . . . . . . . | sort | write |
+//   block n + 1           | locate | . . . . . . . . . . . . . . . . | sort | write |
+//                            fetched meanwhile
+//
+// A particle whose first vertex is v has the centres [v / vpp * 16, + quadCount), where vpp is the number of vertices
+// per particle. Its pattern is quadCount quads of six entries. A quad's key is the key of its centre's distance with
+// the quad's number in the lowest four bits, so no two keys of a particle are equal, and a key says which entries to
+// write.
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -35,6 +44,9 @@ typedef TMemoryView<const CFloat4> CQuadCenters;
 //   row 1   |  o--o-----o-----
 //   row 2   o--|-----o--o-----
 //   row 3      o-----o--------
+//
+// Each pair is a comparison, after which the smaller key is in the upper row. Which rows are compared does not depend
+// on the keys, so lanes can sort as many particles at a time as they have room for.
 constexpr SQuadNetwork MakeQuadNetwork(u32 quadCount)
 {
 	constexpr u32 kHalf = kQuadSlotsPerParticle / 2;
@@ -60,6 +72,7 @@ constexpr SQuadNetwork MakeQuadNetwork(u32 quadCount)
 	return network;
 }
 
+// For each number of quads that a particle can have, made when the library is compiled.
 struct SQuadNetworks
 {
 	SQuadNetwork m_OfCount[kQuadSlotsPerParticle + 1];
@@ -96,6 +109,7 @@ public:
 			m_FirstVertices[i] = id;
 			m_Centers[i] = centers;
 		}
+		// The kernel reads whole groups: the rest of the last one reads the last particle again.
 		for (u32 i = recordCount; i < kQuadBlockCount; ++i)
 			m_Centers[i] = m_Centers[recordCount - 1];
 	}
@@ -156,6 +170,7 @@ VX_WRAPS static void ExpandWithTooManyQuads(const TMemoryView<const u32> &indexP
 			const u32 key = SDistanceKey::FromBits(camera.SquaredDistanceBits(quadCenter.Data()));
 			cameraDist[quadId] = (key & ~kQuadNumberMask) | quadId;
 		}
+		// Insertion sort: with keys that share slots, a network would report other accesses.
 		for (u32 quadId = 1; quadId < quadCount; ++quadId)
 		{
 			const u32 temp = cameraDist[quadId];
@@ -174,6 +189,7 @@ VX_WRAPS static void ExpandWithTooManyQuads(const TMemoryView<const u32> &indexP
 	}
 }
 
+// Writes a pattern for each of primCount records, the quads of each in ascending order of their keys, front to back.
 // Entries beyond the last whole quad are skipped, and their place in the output is left as it is.
 template<typename _Index>
 static void ExpandWithSortedQuads(const TMemoryView<const u32> &indexPattern,

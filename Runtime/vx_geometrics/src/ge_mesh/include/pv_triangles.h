@@ -2,6 +2,17 @@
 
 // Records of particles widened to records of triangles, and triangles gathered in the order of sorted records. Nothing
 // here reports but the views that it indexes.
+//
+// The P particles of a page, with T triangles each, make T blocks of P records. A record's index is then the number of
+// a triangle among all those that are drawn, and the unsorted indices of triangle n are 3 n, 3 n + 1 and 3 n + 2:
+//
+//   particles    key 0, vertex     | key 1, vertex   | key 2, vertex    | ...
+//   block 0      key 0, first      | key 1, first+T  | key 2, first+2T  | ...    in place of the particles
+//   block 1      key 0, first+1    | key 1, first+T+1| key 2, first+2T+1| ...    behind it, read from block 0
+//   block T-1    key 0, first+T-1  | ...
+//
+// Triangles of one particle have equal keys. A stable sort leaves them in the order of blocks, which is that of the
+// pattern.
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -17,8 +28,9 @@
 
 namespace Vexmoor
 {
-// Writes a block of records, one triangle of every particle, under the particles' keys: dst may be the particles. Four
-// records are read before four are written.
+// Writes a block of records, one triangle of every particle, under the particles' keys. The first record's triangle is
+// firstTriangle, and each next one is trianglePerPrimitive further on. dst may be the particles, because a group of
+// four records is read before it is written.
 static inline void WriteTriangleBlock(
 	const SIndexAndDepth *particles, SIndexAndDepth *dst, u32 primCount, u32 firstTriangle, u32 trianglePerPrimitive)
 {
@@ -35,6 +47,7 @@ static inline void WriteTriangleBlock(
 	}
 	triangles.Skip(groupCount * kRecordsPerGroup);
 
+	// The last group may have fewer records.
 	for (u32 left = primCount % kRecordsPerGroup; left != 0; --left)
 		*dst++ = {(particles++)->m_Depth, triangles.Next()};
 }
@@ -50,7 +63,8 @@ static inline EIndexStores StoresOfUnsorted(u64 indexCount)
 	return indexCount * sizeof(_Index) <= kMaxCachedInBytes ? EIndexStores::Cached : EIndexStores::Streamed;
 }
 
-// Makes the triangles [first, end) ones without area, and their records those of the farthest ones.
+// Makes the triangles [first, end) ones without area, because the host has asked for more than its pages draw. Their
+// records have the key of what is farthest, so they are drawn first.
 template<typename _Index>
 VX_WRAPS static void WriteMissingTriangles(SIndexAndDepth *records, _Index *indices, u32 first, u32 end)
 {
@@ -62,6 +76,9 @@ VX_WRAPS static void WriteMissingTriangles(SIndexAndDepth *records, _Index *indi
 	}
 }
 
+// Writes triCount triangles in the order of sorted records: three indices each, front to back, from where the records
+// say that they lie. Reads are in no order, so the unsorted indices are best in a cache (StoresOfUnsorted).
+//
 // The views are passed by value. A view of the caller's might lie in the output, and compilers would load it again for
 // every triangle.
 template<typename _Index>
