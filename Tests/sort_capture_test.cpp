@@ -234,6 +234,105 @@ TEST(SortCapture, EveryGeometryAndSortType_ReplaysACallWithoutFindings)
 	}
 }
 
+// Every element that the call reads, through the views of what was read, and no element of what it does not have.
+TEST(SortCapture, WhatACallReads_CanBeAskedFor)
+{
+	for (const ECallGeometry geometry : kCallGeometries)
+	{
+		for (const bool byPosition : {false, true})
+		{
+			CCall call(geometry);
+			call.m_Camera = CFloat3(1.0f, 2.0f, 3.0f);
+			if (byPosition)
+				call.SortByPosition();
+			call.SetUp();
+			const CReadCapture capture(CaptureOf(call), kMemoryLimit);
+			ASSERT_STREQ(capture.Refusal(), "");
+			EXPECT_EQ(capture.CameraPosition().z(), 3.0f);
+			for (u32 page = 0; page < CCall::kPageCount; ++page)
+			{
+				const bool perPage = geometry == Triangles;
+				EXPECT_EQ(capture.RenderedCount(page), call.m_Counts[page]);
+				EXPECT_EQ(capture.VerticesPerParticle(page), perPage            ? call.m_VertexCounts[page]
+															 : geometry == List ? 0
+																				: call.m_VerticesPerParticle);
+				const TMemoryView<const u32> found = capture.IndexPattern(page);
+				const TMemoryView<const u32> expected =
+					perPage ? TMemoryView<const u32>(call.m_Patterns[page])
+							: TMemoryView<const u32>(call.m_Pattern.data(), u32(call.m_Pattern.size()));
+				EXPECT_TRUE(std::equal(found.Data(), found.DataEnd(), expected.Data(), expected.DataEnd()));
+				if (call.m_Counts[page] == 0) // whose views may be anything
+					continue;
+				EXPECT_EQ(capture.Positions(page).Count(), byPosition ? call.m_Positions[page].Count() : 0);
+				EXPECT_EQ(capture.SortValues(page).Count(), byPosition ? 0 : call.m_Values[page].Count());
+				EXPECT_EQ(capture.Enableds(page).Count(), call.m_Enableds[page].Count());
+				for (u32 i = 0; i < capture.Enableds(page).Count(); ++i)
+					EXPECT_EQ(capture.Enableds(page)[i], call.m_Enableds[page][i]);
+				for (u32 i = 0; i < capture.Positions(page).Count(); ++i)
+					EXPECT_EQ(std::memcmp(capture.Positions(page).AddressOf(i), call.m_Positions[page].AddressOf(i),
+								  sizeof(CFloat3)),
+						0);
+				for (u32 i = 0; i < capture.SortValues(page).Count(); ++i)
+					EXPECT_EQ(std::memcmp(capture.SortValues(page).AddressOf(i), call.m_Values[page].AddressOf(i),
+								  sizeof(float)),
+						0);
+			}
+			const bool hasList = geometry == List || geometry == Quads;
+			ASSERT_EQ(capture.IndexList().Count(), hasList ? CCall::kParticleCount : 0);
+			for (u32 i = 0; i < capture.IndexList().Count(); ++i)
+				EXPECT_EQ(std::memcmp(capture.IndexList().AddressOf(i), &call.m_Entries[i], sizeof(u32)), 0);
+			EXPECT_EQ(capture.QuadCenters().Count(), geometry == Quads ? call.m_QuadCenters.Count() : 0);
+
+			EXPECT_EQ(capture.RenderedCount(CCall::kPageCount), 0u);
+			EXPECT_TRUE(capture.Positions(CCall::kPageCount).Empty());
+			EXPECT_TRUE(capture.SortValues(CCall::kPageCount).Empty());
+			EXPECT_TRUE(capture.Enableds(CCall::kPageCount).Empty());
+			if (geometry == Triangles)
+			{
+				EXPECT_TRUE(capture.IndexPattern(CCall::kPageCount).Empty());
+				EXPECT_EQ(capture.VerticesPerParticle(CCall::kPageCount), 0u);
+			}
+		}
+	}
+}
+
+// Room for more than the sort writes: where it writes nothing, there is no index.
+TEST(SortCapture, IndicesOfBothOutputs_AreThoseAtTheirPlaces)
+{
+	for (const bool with16Bits : {false, true})
+	{
+		CCall call(Constant);
+		if (with16Bits)
+			call.Output16();
+		call.m_ParticleCount -= 2; // those of the last page
+		call.m_Counts[3] = 0;
+		call.SetUp();
+		const CReportRecorder reports;
+		const CWarningRecorder warnings;
+		call.Sort();
+		CReadCapture capture(CaptureOf(call, SortCapture_InputAndOutput), kMemoryLimit);
+		ASSERT_STREQ(capture.Refusal(), "");
+		const SReplay replay = Replay(capture);
+		ASSERT_TRUE(replay.m_Sorted);
+		u32 writtenCount = 0;
+		for (u32 place = 0; place < capture.OutputCount(); ++place)
+		{
+			u32 recorded = 0;
+			std::memcpy(
+				&recorded, static_cast<const u8 *>(call.m_Output) + place * capture.IndexSize(), capture.IndexSize());
+			EXPECT_EQ(capture.RecordedIndex(place), recorded);
+			u32 index = 0;
+			if (!capture.ReplayedIndex(place, index))
+				continue;
+			EXPECT_EQ(index, recorded);
+			EXPECT_EQ(place, writtenCount);
+			++writtenCount;
+		}
+		EXPECT_EQ(writtenCount, replay.m_WrittenCount);
+		EXPECT_LT(writtenCount, capture.OutputCount());
+	}
+}
+
 // Byte by byte what the page in Docs says, for a call with something in every section that a sort of points has.
 TEST(SortCapture, File_IsAsDocumented)
 {

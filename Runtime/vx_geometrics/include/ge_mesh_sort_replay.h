@@ -62,6 +62,11 @@ public:
 	VX_GEOMETRICS_API bool HasRecordedOutput() const;
 	/// The host's output, as large as this one, with what lay there before where the sort wrote nothing.
 	VX_GEOMETRICS_API const u8 *RecordedOutput() const;
+	/// The index at a place of the host's output, which is below OutputCount(). There has to be a recorded output.
+	VX_GEOMETRICS_API u32 RecordedIndex(u32 place) const;
+	/// The index that the sort wrote at a place of the output. Call it after ReplaySort has sorted.
+	/// Returns  false if the sort writes nothing there, or has not been replayed
+	VX_GEOMETRICS_API bool ReplayedIndex(u32 place, u32 &index) const;
 
 	/// The numbers of the call.
 	///@{
@@ -75,13 +80,32 @@ public:
 	VX_GEOMETRICS_API u32 PageCountWithEnableds() const;
 	///@}
 
+	/// What the call reads. Of every view all elements can be read, also if the call breaks rules: they lie in memory
+	/// of this object. Elements lie at the host's addresses modulo 16, so copy one before it is used as its type. A
+	/// view that the call does not have is empty, and a number that it does not have is 0.
+	///@{
+	VX_GEOMETRICS_API CFloat3 CameraPosition() const;
+	VX_GEOMETRICS_API u32 RenderedCount(u32 pageId) const;
+	VX_GEOMETRICS_API TStridedMemoryView<const CFloat3, -1> Positions(u32 pageId) const;
+	VX_GEOMETRICS_API TStridedMemoryView<const float, -1> SortValues(u32 pageId) const;
+	VX_GEOMETRICS_API TStridedMemoryView<const u8, -1> Enableds(u32 pageId) const;
+	/// The page's own pattern, or the one that all pages share.
+	VX_GEOMETRICS_API TMemoryView<const u32> IndexPattern(u32 pageId) const;
+	/// Those of the page's particles, or of all. With an index list and without quad centres, the call has no such
+	/// number.
+	VX_GEOMETRICS_API u32 VerticesPerParticle(u32 pageId) const;
+	VX_GEOMETRICS_API TMemoryView<const u32> IndexList() const;
+	VX_GEOMETRICS_API TMemoryView<const CFloat4> QuadCenters() const;
+	///@}
+
 private:
 	class CContents;
 	friend SSortReplay ReplaySort(CCapturedSort &capture, CbSortFinding handler, void *userData);
 
-	VX_LOCAL u8 *_SpareOutput(); // as large as the output
+	VX_LOCAL u8 *_SpareOutput() const; // as large as the output
 
 	CContents *m_Contents = null;
+	u32 m_WrittenEnd = 0; // of the last replay: behind it, the sort writes nothing
 	char m_Refusal[256] = "";
 };
 

@@ -61,10 +61,20 @@ public:
 	u32 EmptyPageCount() const;
 	u32 PageCountWithEnableds() const;
 
-private:
-	class CCursor;
 	template<typename _Element>
 	using TView = TStridedMemoryView<const _Element, -1>;
+	CFloat3 CameraPosition() const { return m_Camera; }
+	u32 RenderedCount(u32 pageId) const { return pageId < m_RenderedCounts.size() ? m_RenderedCounts[pageId] : 0; }
+	TView<CFloat3> Positions(u32 pageId) const { return _ViewOfPage(m_Positions, pageId); }
+	TView<float> SortValues(u32 pageId) const { return _ViewOfPage(m_Values, pageId); }
+	TView<u8> Enableds(u32 pageId) const { return _ViewOfPage(m_Enableds, pageId); }
+	TMemoryView<const u32> IndexPattern(u32 pageId) const;
+	u32 VerticesPerParticle(u32 pageId) const;
+	TMemoryView<const u32> IndexList() const { return _ArrayOf<const u32>(m_IndexList); }
+	TMemoryView<const CFloat4> QuadCenters() const { return _ArrayOf<const CFloat4>(m_QuadCenters); }
+
+private:
+	class CCursor;
 	// Elements of the call, and the region that they lie in. Pages without elements have no region.
 	struct SElements
 	{
@@ -114,6 +124,12 @@ private:
 	TView<_Element> _ViewOf(const SElements &elements) const;
 	template<typename _Element>
 	TMemoryView<_Element> _ArrayOf(const SElements &elements) const;
+	// Not the entry of the call's array of views, which has none for a page that renders nothing.
+	template<typename _Element>
+	static TView<_Element> _ViewOfPage(const TPages<_Element> &pages, u32 pageId)
+	{
+		return pageId < pages.m_Views.size() ? pages.m_Views[pageId] : TView<_Element>();
+	}
 	bool _IsRendered(u64 pageId) const { return pageId < m_RenderedCounts.size() && m_RenderedCounts[pageId] != 0; }
 
 	CRefusal &m_Refusal; // there while Read runs
@@ -605,6 +621,24 @@ u32 CCapturedSort::CContents::PageCountWithEnableds() const
 		m_Enableds.m_Pages.begin(), m_Enableds.m_Pages.end(), [](const SElements &page) { return page.m_Count != 0; }));
 }
 
+TMemoryView<const u32> CCapturedSort::CContents::IndexPattern(u32 pageId) const
+{
+	static const std::vector<u32> kNone;
+	const bool perPage = m_GeometryType == CTriangleSorter::GeometryPerPage;
+	const std::vector<u32> &pattern = !perPage                         ? m_Pattern
+	                                  : pageId < m_PagePatterns.size() ? m_PagePatterns[pageId]
+	                                                                   : kNone;
+	return TMemoryView<const u32>(pattern.data(), u32(pattern.size()));
+}
+
+u32 CCapturedSort::CContents::VerticesPerParticle(u32 pageId) const
+{
+	if (m_GeometryType != CTriangleSorter::GeometryPerPage)
+		return m_VerticesPerParticle;
+	const TMemoryView<const u32> counts = _ArrayOf<const u32>(m_PageVertexCounts);
+	return pageId < counts.Count() ? counts[pageId] : 0;
+}
+
 CCapturedSort::CCapturedSort() = default;
 
 CCapturedSort::~CCapturedSort()
@@ -616,6 +650,7 @@ bool CCapturedSort::Read(const void *file, u64 sizeInBytes, u64 memoryLimit)
 {
 	delete m_Contents;
 	m_Contents = null;
+	m_WrittenEnd = 0;
 	m_Refusal[0] = '\0';
 	CRefusal refusal(m_Refusal, sizeof(m_Refusal));
 	VX_TRY
@@ -706,12 +741,57 @@ u32 CCapturedSort::PageCountWithEnableds() const
 	return m_Contents->PageCountWithEnableds();
 }
 
+CFloat3 CCapturedSort::CameraPosition() const
+{
+	return m_Contents->CameraPosition();
+}
+
+u32 CCapturedSort::RenderedCount(u32 pageId) const
+{
+	return m_Contents->RenderedCount(pageId);
+}
+
+TStridedMemoryView<const CFloat3, -1> CCapturedSort::Positions(u32 pageId) const
+{
+	return m_Contents->Positions(pageId);
+}
+
+TStridedMemoryView<const float, -1> CCapturedSort::SortValues(u32 pageId) const
+{
+	return m_Contents->SortValues(pageId);
+}
+
+TStridedMemoryView<const u8, -1> CCapturedSort::Enableds(u32 pageId) const
+{
+	return m_Contents->Enableds(pageId);
+}
+
+TMemoryView<const u32> CCapturedSort::IndexPattern(u32 pageId) const
+{
+	return m_Contents->IndexPattern(pageId);
+}
+
+u32 CCapturedSort::VerticesPerParticle(u32 pageId) const
+{
+	return m_Contents->VerticesPerParticle(pageId);
+}
+
+TMemoryView<const u32> CCapturedSort::IndexList() const
+{
+	return m_Contents->IndexList();
+}
+
+TMemoryView<const CFloat4> CCapturedSort::QuadCenters() const
+{
+	return m_Contents->QuadCenters();
+}
+
 void CCapturedSort::Sort()
 {
 	m_Contents->Sort();
 }
 
-u8 *CCapturedSort::_SpareOutput()
+u8 *CCapturedSort::_SpareOutput() const
 {
 	return m_Contents->SpareOutput();
 }

@@ -30,6 +30,19 @@ static VX_WRAPS u64 CarryOn(u64 hash, u32 index)
 	return hash;
 }
 
+u32 CCapturedSort::RecordedIndex(u32 place) const
+{
+	return IndexAt(RecordedOutput(), place, IndexSize());
+}
+
+bool CCapturedSort::ReplayedIndex(u32 place, u32 &index) const
+{
+	if (place >= m_WrittenEnd)
+		return false;
+	index = IndexAt(Output(), place, IndexSize());
+	return index == IndexAt(_SpareOutput(), place, IndexSize());
+}
+
 SSortReplay ReplaySort(CCapturedSort &capture, CbSortFinding handler, void *userData)
 {
 	SSortReplay replay;
@@ -41,23 +54,23 @@ SSortReplay ReplaySort(CCapturedSort &capture, CbSortFinding handler, void *user
 	const u32 writtenCount = u32(WrittenIndexCount(capture.Sorter()));
 	const u64 writtenSize = u64(writtenCount) * capture.IndexSize();
 	SortOver(0xFF, capture, writtenSize);
-	const u8 *const overOnes = capture._SpareOutput();
 	if (writtenSize != 0)
 		std::memcpy(capture._SpareOutput(), capture.Output(), writtenSize);
 	SortOver(0x00, capture, writtenSize);
+	capture.m_WrittenEnd = writtenCount;
 
 	replay.m_Sorted = true;
 	replay.m_Compared = capture.HasRecordedOutput();
 	replay.m_OutputHash = 0xCBF29CE484222325ull;
 	for (u32 place = 0; place < writtenCount; ++place)
 	{
-		const u32 index = IndexAt(capture.Output(), place, capture.IndexSize());
-		if (index != IndexAt(overOnes, place, capture.IndexSize()))
+		u32 index = 0;
+		if (!capture.ReplayedIndex(place, index))
 			continue;
 		++replay.m_WrittenCount;
 		replay.m_OutputHash = CarryOn(replay.m_OutputHash, index);
 
-		const u32 recorded = replay.m_Compared ? IndexAt(capture.RecordedOutput(), place, capture.IndexSize()) : index;
+		const u32 recorded = replay.m_Compared ? capture.RecordedIndex(place) : index;
 		if (recorded == index)
 			continue;
 		if (replay.m_DifferenceCount++ == 0)
