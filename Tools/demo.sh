@@ -27,6 +27,8 @@ printf 'Building in build/demo ...\n' >&2
 quietly cmake --preset release -B build/demo -DVEXMOOR_BUILD_SAMPLES=ON -DBUILD_TESTING=OFF
 quietly cmake --build build/demo --target particle_viewer
 
-build/demo/Samples/particle_viewer/particle_viewer --out out "$@"
+status=0 # 1 of a captured call that is not as recorded, of which there are pictures as well
+build/demo/Samples/particle_viewer/particle_viewer --out out "$@" || status=$?
 pictures=$(find "$PWD/out" -name '*.png' -newer "$log" 2>/dev/null | sort)
 [ -z "$pictures" ] || printf '\nThe pictures:\n%s\n' "$pictures"
+exit $status

@@ -17,3 +17,19 @@ draw smoke_order smoke "${small[@]}" --colour order
 draw interleave interleave "${small[@]}"
 draw sparks sparks "${small[@]}"
 draw tubes tubes "${small[@]}"
+
+# A captured call in the window, whose host has overwritten some of its indices.
+capture=build/pictures/knot.capture
+viewer=build/demo/Samples/particle_viewer
+Tools/install_packages.sh xvfb xauth python3
+cmake --build build/demo --target make_cloud >build/pictures/make_cloud.log
+"$viewer/make_cloud" knot 6000 splat build/pictures/knot.splat
+"$viewer/particle_viewer" build/pictures/knot.splat --frames 1 --capture "$capture" >build/pictures/capture.txt
+changes=(-2000 99999)
+for i in {1..24}; do
+	changes+=($((-480 * i - i * i * 52 % 400 / 4 * 4)) $((i * 211)))
+done
+Samples/particle_viewer/tests/alter_capture.py "$capture" "${changes[@]}"
+xvfb-run -a -s '-screen 0 1280x800x24' "$viewer/particle_viewer" "$capture" --window --frames 1 --first 5400 \
+	--width 700 --height 640 --out build/pictures/capture
+cp build/pictures/capture/window_1.png Docs/images/capture.png

@@ -37,8 +37,11 @@ namespace
 		"whole pages, each sorted by itself: the order then holds inside every draw call, not across them. The\n"
 		"figures say so. Scenes with an index list are not split.\n"
 		"\n"
-		"--replay takes a capture from any engine: it says whether the sort keeps the rules, sorts it, and\n"
-		"compares the indices with those that were recorded.\n"
+		"A capture from any engine, named like a file of points, is looked at: it is checked, sorted, and compared "
+		"with\n"
+		"what was recorded, and each primitive is drawn where its particle is, coloured by its number in the drawing\n"
+		"order; indices that differ are lit. With --out: unsorted.png, sorted_here.png, recorded.png where there is\n"
+		"one, and comparison.png. --replay says it in words alone.\n"
 		"\n"
 		"Exit code: 0; 1 where a replayed sort breaks a rule or writes other indices than recorded; or 2 with one\n"
 		"sentence on standard error; then nothing was written.";
@@ -72,6 +75,8 @@ namespace
 		std::string m_Colour = "light";
 		std::string m_Wipe = "none";
 		std::string m_WipeAt = "50";
+		std::string m_First;
+		std::string m_Shape = "triangles";
 		std::string m_Out;
 		std::string m_Trace;
 		std::string m_Capture;
@@ -126,8 +131,8 @@ namespace
 		app.footer(ScenesHelp() + KeysHelp() + "\n" + kDetails);
 		add("--scene", "NAME", texts.m_Scene, SceneNames() + "; " + SceneKinds().front().m_Name + " by default");
 		app.add_option("FILE,--ply,--splat", texts.m_Files,
-			   "Points or splats of a file instead of a scene: PLY, .splat, .spz or .sog, told by\n"
-			   "what is in it; or the same after --ply or --splat")
+			   "Points or splats of a file instead of a scene: PLY, .splat, .spz or .sog; or a\n"
+			   "captured draw call; told by what is in it; or the same after --ply or --splat")
 			->option_text(" ");
 		add("--sort-by", "NAME", texts.m_SortBy,
 			"A property of the file to sort by instead of the distance; the lowest value is drawn first");
@@ -147,7 +152,10 @@ namespace
 			"stood elsewhere), 16-bit (keys), error (picture and error) or none; writes wipe.png");
 		add("--wipe-at", "PERCENT", texts.m_WipeAt, "Where the divider stands, from the left; 50 by default");
 		add("--colour,--color", "NAME", texts.m_Colour,
-			"What colours show: light, order, overdraw or error; light by default");
+			"What colours show: light, order, overdraw or error; light by default, of a capture order");
+		add("--first", "N", texts.m_First, "Of a capture, the primitives to draw, from the first on; all by default");
+		add("--shape", "NAME", texts.m_Shape,
+			"Of a capture, what stands for a primitive: triangles, quads or points; triangles by default");
 		add("--trace", "FILE", texts.m_Trace,
 			"File for a trace of where every frame goes, for Perfetto or chrome://tracing");
 		add("--capture", "FILE", texts.m_Capture, "File for the sort of the last frame's first draw call");
@@ -180,6 +188,20 @@ namespace
 		return scene;
 	}
 
+	// A captured call is drawn as it is, but for how it is looked at.
+	void CheckCaptureOptions(const CLI::App &app, const SSceneKind &scene)
+	{
+		const bool isCapture = scene.m_Call != null;
+		for (const char *const option : {"--first", "--shape"})
+			if (!isCapture && app.count(option) != 0)
+				throw CFailure(std::string(option) + " goes with a captured draw call, named like a file.");
+		for (const char *const option : {"--sort-by", "--skip-bad", "--particles", "--seed", "--index-type",
+				 "--threads", "--wipe", "--trace", "--capture"})
+			if (isCapture && app.count(option) != 0)
+				throw CFailure(std::string(option) + " goes with scenes, points and splats: a captured draw call is as "
+													 "it was.");
+	}
+
 	SArguments Check(const CLI::App &app, const STexts &texts)
 	{
 		if (texts.m_IndexType != "16" && texts.m_IndexType != "32")
@@ -209,6 +231,10 @@ namespace
 		if (app.count("--up") != 0 && !up)
 			throw CFailure("--up takes y, -y, z, -z, x or -x, not '" + texts.m_Up + "'.");
 
+		const std::optional<EShape> shape = FindShape(texts.m_Shape);
+		if (!shape)
+			throw CFailure("--shape takes triangles, quads or points, not '" + texts.m_Shape + "'.");
+
 		SArguments arguments;
 		arguments.m_FrameCount = texts.m_Frames ? ParseNumber("--frames", *texts.m_Frames, 1, kMaxFrameCount) : 0;
 		arguments.m_InWindow = texts.m_Window;
@@ -225,7 +251,18 @@ namespace
 		arguments.m_TraceFile = texts.m_Trace;
 		arguments.m_CaptureFile = texts.m_Capture;
 		arguments.m_ReplayFile = texts.m_Replay;
+		arguments.m_Shape = *shape;
+		if (app.count("--first") != 0)
+			arguments.m_FirstCount = ParseNumber("--first", texts.m_First, 0, CCapturedCall::kMostPrimitives);
 		arguments.m_Scene = Scene(app, texts);
+		CheckCaptureOptions(app, *arguments.m_Scene);
+		if (arguments.m_Scene->m_Call != null)
+		{
+			arguments.m_Colour = app.count("--colour") != 0 ? *colour : EColour::Order;
+			arguments.m_FrameCount = std::min(arguments.m_FrameCount, 1u); // it is one
+			if (*colour == EColour::Error)
+				throw CFailure("A captured draw call has no exact answer, and so no errors to show.");
+		}
 		arguments.m_SkipBad = texts.m_SkipBad;
 		arguments.m_Up = arguments.m_Scene->m_Up;
 		if (up)

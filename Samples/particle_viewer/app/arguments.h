@@ -5,6 +5,7 @@
 #include "vx_defs.h"
 
 #include "colour.h"
+#include "scene_capture.h"
 #include "scene_list.h"
 #include "wipe.h"
 #include <optional>
@@ -29,6 +30,8 @@ struct SArguments
 	u32 m_ThreadCount = 1; ///< That share a sort.
 	EColour m_Colour = EColour::Light;
 	SWipe m_Wipe;
+	u32 m_FirstCount = kAllPrimitives; ///< Of a captured call, as many primitives are drawn.
+	EShape m_Shape = EShape::Triangles;
 	std::string m_OutFolder;   ///< Empty: no pictures are written.
 	std::string m_TraceFile;   ///< Empty: no scopes are recorded.
 	std::string m_CaptureFile; ///< Empty: no sort is captured.

@@ -2,6 +2,7 @@
 // how far each picture is from the exact answer; or plays the scene in a window.
 
 #include "arguments.h"
+#include "capture_run.h"
 #include "failure.h"
 #include "headless_run.h"
 #include "replay_run.h"
@@ -23,6 +24,8 @@ namespace
 			return 0;
 		if (!arguments->m_ReplayFile.empty())
 			return RunReplay(arguments->m_ReplayFile) ? 0 : kNotAsRecorded;
+		if (arguments->m_Scene->m_Call != null && !arguments->m_InWindow)
+			return RunCapture(*arguments) ? 0 : kNotAsRecorded;
 		if (arguments->m_InWindow)
 			RunWindow(*arguments);
 		else

@@ -2,11 +2,8 @@
 
 #include "replay_run.h"
 
-#include "ge_mesh_sort_replay.h"
-
+#include "capture_words.h"
 #include "failure.h"
-#include "findings.h"
-#include "library_reports.h"
 #include "report.h"
 #include "sort_times.h"
 #include "text.h"
@@ -19,7 +16,7 @@ namespace Viewer
 {
 namespace
 {
-	constexpr u64 kMemoryLimit = u64(4) << 30;
+	constexpr u64 kMemoryLimit = CCapturedCall::kMemoryLimit;
 	constexpr u32 kTimedSortCount = 15;
 
 	std::vector<u8> ReadFile(const std::string &fileName)
@@ -35,25 +32,6 @@ namespace
 		return bytes;
 	}
 
-	const char *IndexTypeName(CTriangleSorter::EIndexType type)
-	{
-		const char *const names[] = {"no output", "indices of 16 bits", "indices of 32 bits"};
-		return names[type];
-	}
-
-	const char *SortTypeName(CTriangleSorter::ESortType type)
-	{
-		const char *const names[] = {"no input", "by position", "by value"};
-		return names[type];
-	}
-
-	const char *GeometryName(CTriangleSorter::EGeometryType type)
-	{
-		const char *const names[] = {"no geometry", "one pattern", "one pattern and an index list",
-			"one pattern, an index list and sorted quads", "a pattern per page"};
-		return names[type];
-	}
-
 	// Of how many findings, and each of them once, for all of the pages that it is said of.
 	void PrintFindings(const char *name, const std::vector<SFinding> &findings)
 	{
@@ -65,9 +43,9 @@ namespace
 			std::printf("    %s\n", finding.Text().c_str());
 	}
 
-	void PrintInput(const std::string &fileName, size_t fileSize, const CCapturedSort &capture)
+	void PrintInput(const std::string &source, const CCapturedSort &capture)
 	{
-		std::printf("capture         %s, %s bytes\n", fileName.c_str(), Grouped(fileSize).c_str());
+		std::printf("capture         %s\n", source.c_str());
 		std::printf("sort            %s, %s, %s\n", SortTypeName(capture.SortType()),
 			GeometryName(capture.GeometryType()), IndexTypeName(capture.IndexType()));
 		std::printf("particles       %s\n", Grouped(capture.ParticleCount()).c_str());
@@ -104,17 +82,13 @@ namespace
 	}
 } // namespace
 
-bool RunReplay(const std::string &fileName)
+void PrintReplay(const std::string &source,
+	CCapturedSort &capture,
+	const CFindings &findings,
+	const SSortReplay &replay,
+	const CLibraryReports &libraryReports)
 {
-	const std::vector<u8> file = ReadFile(fileName);
-	const CLibraryReports libraryReports;
-	CCapturedSort capture;
-	if (!capture.Read(file.data(), file.size(), kMemoryLimit))
-		throw CFailure(capture.Refusal());
-	CFindings findings;
-	const SSortReplay replay = ReplaySort(capture, CFindings::Collect, &findings);
-
-	PrintInput(fileName, file.size(), capture);
+	PrintInput(source, capture);
 	PrintFindings("broken rules", findings.Of(true));
 	PrintFindings("advice", findings.Of(false));
 	if (replay.m_Sorted)
@@ -125,6 +99,19 @@ bool RunReplay(const std::string &fileName)
 	else
 		std::printf("not sorted      a sort that breaks a rule may touch what it must not\n");
 	PrintLibraryReports(u32(libraryReports.Assertions().size()), CLibraryReports::SlowPaths());
+}
+
+bool RunReplay(const std::string &fileName)
+{
+	const std::vector<u8> file = ReadFile(fileName);
+	const CLibraryReports libraryReports;
+	CCapturedSort capture;
+	if (!capture.Read(file.data(), file.size(), kMemoryLimit))
+		throw CFailure(capture.Refusal());
+	CFindings findings;
+	const SSortReplay replay = ReplaySort(capture, CFindings::Collect, &findings);
+
+	PrintReplay(fileName + ", " + Grouped(file.size()) + " bytes", capture, findings, replay, libraryReports);
 	if (std::fflush(stdout) != 0)
 		throw CFailure("The figures cannot be written to standard output.");
 	return replay.Good();

@@ -5,6 +5,7 @@
 
 #include "kr_log_unique.h"
 
+#include "capture_words.h"
 #include "panel_words.h"
 #include "text.h"
 #include "thread_pool.h"
@@ -87,7 +88,7 @@ namespace
 		ImGui::PopStyleColor();
 	}
 
-	std::optional<EAction> ShowButtons(const SViewSettings &settings)
+	std::optional<EAction> ShowButtons(const SViewSettings &settings, bool isCapture)
 	{
 		const float width = (ImGui::GetContentRegionAvail().x - ImGui::GetStyle().ItemSpacing.x) * 0.5f;
 		std::optional<EAction> action;
@@ -104,7 +105,11 @@ namespace
 		button("Step", EAction::Step, false);
 		button(settings.m_Sorting ? "Sorting on" : "Sorting off", EAction::Sorting, settings.m_Sorting);
 		ImGui::SameLine();
-		button(settings.m_FreezeOrder ? "Order frozen" : "Freeze order", EAction::FreezeOrder, settings.m_FreezeOrder);
+		if (isCapture)
+			button(("As " + std::string(ShapeName(settings.m_Shape))).c_str(), EAction::NextShape, false);
+		else
+			button(
+				settings.m_FreezeOrder ? "Order frozen" : "Freeze order", EAction::FreezeOrder, settings.m_FreezeOrder);
 		return action;
 	}
 
@@ -354,6 +359,54 @@ namespace
 		return changed;
 	}
 
+	/// Of a captured call's drawing order, how many primitives are drawn, and what the last of them is.
+	bool ShowScrubber(SViewSettings &settings, const CLiveView &view)
+	{
+		const u32 count = view.CaptureCount();
+		Label("First");
+		int first = int(std::min(settings.m_FirstCount, count));
+		const bool changed =
+			ImGui::SliderInt("##first", &first, 0, int(count), "%d primitives", ImGuiSliderFlags_AlwaysClamp);
+		if (changed)
+			settings.m_FirstCount = u32(first) == count ? kAllPrimitives : u32(first);
+		Label("Size");
+		int size = int(settings.m_SizePercent);
+		const bool isResized = ImGui::SliderInt(
+			"##size", &size, 10, 1000, "%d %%", ImGuiSliderFlags_Logarithmic | ImGuiSliderFlags_AlwaysClamp);
+		settings.m_SizePercent = u32(size);
+		if (first != 0)
+			ImGui::TextWrapped("%s", PrimitiveWords(*view.Capture(), view.CaptureOrder(), u32(first) - 1).c_str());
+		return changed || isResized;
+	}
+
+	void ShowCall(const CLiveView &view)
+	{
+		const CCaptureScene &scene = *view.Capture();
+		const ImVec4 &dim = ImGui::GetStyle().Colors[ImGuiCol_TextDisabled];
+		Heading("Outputs");
+		for (const SOutputSentence &sentence : OutputWords(scene, view.CaptureOrder()))
+			Paragraph(sentence.m_IsGood ? kGood : kBad, sentence.m_Sentence);
+		Paragraph(dim, PlaceWords(scene, view.CaptureOrder()));
+		if (!Section("The call"))
+			return;
+		for (const auto &[name, text] : CallLines(scene.Call().Sort()))
+		{
+			ImGui::TextDisabled("%s", name.c_str());
+			ImGui::SameLine(5.8f * Em());
+			ImGui::TextWrapped("%s", text.c_str());
+		}
+	}
+
+	void ShowCallFindings(const SViewFigures &figures)
+	{
+		if (!Section("What the validation finds"))
+			return;
+		if (figures.m_Findings.All().empty())
+			Paragraph(kGood, NoFindingsWords(true, true));
+		for (const SFinding &finding : figures.m_Findings.All())
+			Paragraph(finding.m_IsViolation ? kBad : kAdvice, finding.Text());
+	}
+
 	void ShowWarnings(const CLiveView &view)
 	{
 		if (!Section("What the library warned of"))
@@ -398,6 +451,27 @@ namespace
 		list->AddText(ImVec2(end.x + 10.0f, end.y - 0.5f * Em()), colour, "sorted for this line of sight");
 		list->PopClipRect();
 	}
+
+	// Around the last primitive that is drawn of a captured call, while not all are.
+	void ShowLastPrimitive(const CLiveView &view, const ImVec2 &size)
+	{
+		const u32 first = view.Settings().m_FirstCount;
+		if (first == 0 || first >= view.CaptureCount())
+			return;
+		const std::optional<CFloat3> place = view.Capture()->PlaceOf(view.CaptureOrder(), first - 1);
+		if (!place)
+			return;
+		const SClipPoint point = Projected(ViewTransform(view.Camera(), size.x / size.y), *place);
+		if (point.m_W <= 0.0f)
+			return;
+		const ImVec2 at((point.m_X / point.m_W + 1.0f) * 0.5f * size.x, (1.0f - point.m_Y / point.m_W) * 0.5f * size.y);
+		ImDrawList *const list = ImGui::GetBackgroundDrawList();
+		list->PushClipRect(ImVec2(0.0f, 0.0f), size);
+		list->AddCircle(at, 0.9f * Em(), IM_COL32_BLACK, 0, 4.0f);
+		list->AddCircle(at, 0.9f * Em(), IM_COL32_WHITE, 0, 2.0f);
+		list->PopClipRect();
+	}
+
 	// A text on a dark ground, so that it can be read over any picture. Ends at x, or starts there.
 	void ShowTag(float x, float y, const std::string &text, bool endsThere)
 	{
@@ -462,16 +536,27 @@ std::optional<EAction> CControlPanel::Show(CLiveView &view, float width, const s
 	ImGui::Begin("panel", nullptr, kFixed);
 
 	SViewSettings settings = view.Settings();
-	const std::optional<EAction> action = ShowButtons(settings);
-	bool changed = ShowScene(settings, view.Figures());
+	const bool isCapture = view.Capture() != null;
+	const std::optional<EAction> action = ShowButtons(settings, isCapture);
+	bool changed = ShowScene(settings, view.Figures(), isCapture);
 	changed |= ShowColours(settings, view.Renderer().MostLayers());
-	changed |= ShowWipe(settings);
-	Heading("Sort");
-	changed |= ShowOrder(settings, view.Scene());
-	changed |= ShowOutput(settings, view.Figures());
-	changed |= ShowThreads(settings);
-	ShowTimes(view);
-	changed |= ShowFindings(settings, view.Figures());
+	if (isCapture)
+	{
+		changed |= ShowOrder(settings, view.Scene());
+		changed |= ShowScrubber(settings, view);
+		ShowCall(view);
+		ShowCallFindings(view.Figures());
+	}
+	else
+	{
+		changed |= ShowWipe(settings);
+		Heading("Sort");
+		changed |= ShowOrder(settings, view.Scene());
+		changed |= ShowOutput(settings, view.Figures());
+		changed |= ShowThreads(settings);
+		ShowTimes(view);
+		changed |= ShowFindings(settings, view.Figures());
+	}
 	ShowWarnings(view);
 	ImGui::Dummy(ImVec2(0.0f, 0.15f * Em()));
 	Paragraph(ImGui::GetStyle().Colors[ImGuiCol_TextDisabled],
@@ -488,7 +573,7 @@ std::optional<EAction> CControlPanel::Show(CLiveView &view, float width, const s
 	return action;
 }
 
-bool CControlPanel::ShowScene(SViewSettings &settings, const SViewFigures &figures)
+bool CControlPanel::ShowScene(SViewSettings &settings, const SViewFigures &figures, bool isCapture)
 {
 	ImGui::Dummy(ImVec2(0.0f, 0.15f * Em()));
 	bool changed = false;
@@ -508,6 +593,11 @@ bool CControlPanel::ShowScene(SViewSettings &settings, const SViewFigures &figur
 			}
 		}
 		ImGui::EndCombo();
+	}
+	if (isCapture) // as it was
+	{
+		Paragraph(ImGui::GetStyle().Colors[ImGuiCol_TextDisabled], settings.m_Scene->m_Source);
+		return changed;
 	}
 
 	Label("Particles");
@@ -540,6 +630,8 @@ void CControlPanel::ShowOverlay(const CLiveView &view, float panelWidth, bool sh
 	}
 	else if (view.Settings().m_FreezeOrder)
 		ShowLineOfSight(view.SortCamera(), view.Camera(), size);
+	if (view.FrameCount() != 0 && view.Capture() != null)
+		ShowLastPrimitive(view, size);
 	if (view.FrameCount() != 0 && view.HasWipe())
 		ShowDivider(view.Settings().m_Wipe.m_Share, view.SideLabels(), size);
 	if (showsKeys)

@@ -26,7 +26,7 @@ public:
 	static void ShowOverlay(const CLiveView &view, float panelWidth, bool showsKeys);
 
 private:
-	bool ShowScene(SViewSettings &settings, const SViewFigures &figures);
+	bool ShowScene(SViewSettings &settings, const SViewFigures &figures, bool isCapture);
 
 	int m_EditedParticleCount = 0; // while its slider is held
 	bool m_IsEditing = false;

@@ -36,6 +36,23 @@ namespace
 			history.pop_front();
 	}
 
+	/// What a captured call, which is not sorted anew, has no use for.
+	bool IsAboutSorting(EAction action)
+	{
+		switch (action)
+		{
+		case EAction::FreezeOrder:
+		case EAction::NextWipe:
+		case EAction::IndexType:
+		case EAction::SmallerOutput:
+		case EAction::LargerOutput:
+		case EAction::MisalignOutput:
+			return true;
+		default:
+			return false;
+		}
+	}
+
 	/// The element after a value, and after the last one the first.
 	template<typename _Elements, typename _IsValue>
 	auto Next(const _Elements &elements, const _IsValue &isValue)
@@ -65,7 +82,22 @@ CLiveView::CLiveView(const SArguments &arguments)
 	m_Settings.m_ThreadCount = arguments.m_ThreadCount;
 	m_Settings.m_Up = arguments.m_Up;
 	m_Settings.m_Wipe = arguments.m_Wipe;
+	m_Settings.m_Shape = arguments.m_Shape;
 	Restart();
+	UseDefaultsOfScene();
+	m_Settings.m_FirstCount = arguments.m_FirstCount;
+	m_Settings.m_Colour = arguments.m_Colour;
+}
+
+// A capture is one frame, which is looked at for its order, from where its camera was.
+void CLiveView::UseDefaultsOfScene()
+{
+	const bool isCapture = Capture() != null;
+	m_Settings.m_FirstCount = kAllPrimitives;
+	m_Settings.m_Playing = !isCapture;
+	m_Settings.m_Colour = isCapture ? EColour::Order : EColour::Light;
+	if (isCapture)
+		m_Settings.m_Orbit = SOrbit();
 }
 
 void CLiveView::Restart()
@@ -90,8 +122,11 @@ void CLiveView::Change(const SViewSettings &settings)
 	m_Settings = settings;
 	if (before.m_Scene != settings.m_Scene)
 		m_Settings.m_Up = settings.m_Scene->m_Up;
+	const bool wasCapture = Capture() != null;
 	if (!SameScene(before, settings))
 		Restart();
+	if (before.m_Scene != settings.m_Scene && (wasCapture || Capture() != null))
+		UseDefaultsOfScene();
 	if (m_FrameCount == 0)
 		m_Settings.m_FreezeOrder = false; // there is no order yet
 	const auto freezes = [](const SViewSettings &each)
@@ -105,16 +140,37 @@ void CLiveView::Change(const SViewSettings &settings)
 
 void CLiveView::Do(EAction action)
 {
+	if (Capture() != null && IsAboutSorting(action))
+		return;
 	SViewSettings settings = m_Settings;
 	switch (action)
 	{
 	case EAction::PlayOrPause:
 		settings.m_Playing = !settings.m_Playing;
+		if (settings.m_Playing && Capture() != null && settings.m_FirstCount >= CaptureCount())
+			settings.m_FirstCount = 0;
 		break;
 	case EAction::Step:
 		settings.m_Playing = false;
-		if (m_FrameCount != 0)
+		if (Capture() != null)
+			ShowPrimitives(settings, 1);
+		else if (m_FrameCount != 0)
 			Advance();
+		break;
+	case EAction::MorePrimitives:
+		ShowPrimitives(settings, 1);
+		break;
+	case EAction::FewerPrimitives:
+		ShowPrimitives(settings, -1);
+		break;
+	case EAction::ManyMorePrimitives:
+		ShowPrimitives(settings, s64(CaptureCount() / 100) + 1);
+		break;
+	case EAction::ManyFewerPrimitives:
+		ShowPrimitives(settings, -s64(CaptureCount() / 100) - 1);
+		break;
+	case EAction::NextShape:
+		settings.m_Shape = NextShape(settings.m_Shape);
 		break;
 	case EAction::Sorting:
 		settings.m_Sorting = !settings.m_Sorting;
@@ -190,6 +246,26 @@ void CLiveView::Do(EAction action)
 		return;
 	}
 	Change(settings);
+}
+
+u32 CLiveView::CaptureCount() const
+{
+	return Capture() != null ? Capture()->Count(CaptureOrder()) : 0;
+}
+
+void CLiveView::ShowPrimitives(SViewSettings &settings, s64 more) const
+{
+	const s64 count = CaptureCount();
+	const s64 first = std::clamp(std::min(s64(settings.m_FirstCount), count) + more, s64(0), count);
+	settings.m_FirstCount = first == count ? kAllPrimitives : u32(first);
+}
+
+// From the first primitive to the last, in eight seconds.
+void CLiveView::PlayCapture()
+{
+	constexpr s64 kSteps = 240;
+	ShowPrimitives(m_Settings, s64(CaptureCount()) / kSteps + 1);
+	m_Settings.m_Playing = m_Settings.m_FirstCount != kAllPrimitives;
 }
 
 void CLiveView::Shift(SOrbit &orbit, float right, float up, float forward) const
@@ -299,6 +375,8 @@ void CLiveView::Advance()
 {
 	m_Scene->Advance();
 	m_Frame = m_Scene->Frame();
+	if (Capture() != null && m_FrameCount != 0)
+		PlayCapture();
 	if (m_FrameCount == 0)
 		m_FrozenCamera = Moved(SceneCamera(), m_Settings.m_Orbit);
 	++m_FrameCount;
@@ -310,6 +388,12 @@ void CLiveView::Draw()
 	m_Redraw = false;
 	m_Figures = SViewFigures();
 	NoteDraw();
+	if (CCaptureScene *const capture = m_Scene->Capture())
+	{
+		capture->SetLook({CaptureOrder(), m_Settings.m_Shape, m_Settings.m_SizePercent, m_Settings.m_FirstCount,
+			m_Settings.m_Colour == EColour::Order});
+		m_Frame = capture->Frame();
+	}
 	SFrame frame = m_Frame;
 	frame.m_Camera = Moved(SceneCamera(), m_Settings.m_Orbit);
 	try
@@ -319,7 +403,8 @@ void CLiveView::Draw()
 		m_Drawer.Sorter().SetFindingHandler(m_Settings.m_CheckCalls ? CFindings::Collect : null, &m_Figures.m_Findings);
 		// Errors are those of light.
 		const bool showsErrors = HasWipe() && m_Settings.m_Wipe.m_Kind == EWipe::Error;
-		m_Drawer.Renderer().SetColour(showsErrors ? EColour::Light : m_Settings.m_Colour);
+		const bool hasOwnColours = showsErrors || (Capture() != null && m_Settings.m_Colour == EColour::Order);
+		m_Drawer.Renderer().SetColour(hasOwnColours ? EColour::Light : m_Settings.m_Colour);
 		Count(DrawInOrder().m_DrawCalls);
 		if (HasWipe())
 			m_WipeDrawer.Join(m_Settings.m_Wipe);
@@ -345,6 +430,11 @@ void CLiveView::NoteDraw()
 
 SDrawn CLiveView::DrawInOrder()
 {
+	if (CCaptureScene *const capture = m_Scene->Capture())
+	{
+		m_Figures.m_Findings = capture->Call().Findings();
+		return m_Drawer.DrawIndices(capture->Indices());
+	}
 	if (!m_Settings.m_Sorting)
 		return m_Drawer.DrawIndices(CExactOrder(m_Drawer.Frame()).StorageIndices());
 

@@ -11,6 +11,7 @@
 #include "library_reports.h"
 #include "orbit.h"
 #include "panel_words.h"
+#include "scene_capture.h"
 #include "scene_list.h"
 #include "sort_times.h"
 #include "wipe.h"
@@ -42,6 +43,11 @@ struct SViewSettings
 	SWipe m_Wipe;          ///< Where sorting is on.
 	EUp m_Up = EUp::Y;
 	SOrbit m_Orbit;
+
+	// Of a captured call.
+	u32 m_FirstCount = kAllPrimitives; ///< Of its drawing order, as many are drawn.
+	EShape m_Shape = EShape::Triangles;
+	u32 m_SizePercent = 100; ///< Of shapes.
 };
 
 /// The colours that can be drawn without the exact answer.
@@ -76,6 +82,11 @@ public:
 
 	CRenderer &Renderer() { return m_Drawer.Renderer(); }
 	const IScene &Scene() const { return *m_Scene; }
+	/// The scene, if it is a captured call.
+	const CCaptureScene *Capture() const { return m_Scene->Capture(); }
+	/// Of a captured call, the order that is drawn, and how many of its primitives.
+	EOrder CaptureOrder() const { return m_Settings.m_Sorting ? m_Settings.m_Order : EOrder::Storage; }
+	u32 CaptureCount() const;
 	const SViewFigures &Figures() const { return m_Figures; }
 	/// Of the last sorts, the newest last; none where nothing is sorted.
 	const std::deque<SSortTimes> &History() const { return m_History; }
@@ -93,7 +104,10 @@ public:
 	/// What is on both sides of the divider.
 	SWipeLabels SideLabels() const;
 	const SCamera &SortCamera() const { return m_Settings.m_FreezeOrder ? m_FrozenCamera : Camera(); }
-	bool HasWipe() const { return m_Settings.m_Sorting && m_Settings.m_Wipe.m_Kind != EWipe::None; }
+	bool HasWipe() const
+	{
+		return m_Settings.m_Sorting && m_Settings.m_Wipe.m_Kind != EWipe::None && Capture() == null;
+	}
 	/// The scene and what is done with it, in a line.
 	std::string Title() const;
 
@@ -101,6 +115,9 @@ private:
 	typedef std::chrono::steady_clock CClock;
 
 	void Restart();
+	void UseDefaultsOfScene();
+	void ShowPrimitives(SViewSettings &settings, s64 more) const;
+	void PlayCapture();
 	void Shift(SOrbit &orbit, float right, float up, float forward) const;
 	void ForgetTimes();
 	void NoteDraw();

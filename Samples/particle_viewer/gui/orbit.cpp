@@ -26,9 +26,9 @@ SCamera Moved(const SCamera &scene, const SOrbit &orbit)
 	const float distance = std::sqrt(Dot(offset, offset));
 	const float longitude =
 		std::atan2(Dot(offset, east), Dot(offset, south)) + float(orbit.m_TurnSteps) * kRadiansPerStep;
-	const float latitude =
-		std::clamp(std::asin(Dot(offset, up) / distance) + float(orbit.m_TiltSteps) * kRadiansPerStep, -kMaxLatitude,
-			kMaxLatitude);
+	const float latitude = std::clamp(
+		std::asin(std::clamp(Dot(offset, up) / distance, -1.0f, 1.0f)) + float(orbit.m_TiltSteps) * kRadiansPerStep,
+		-kMaxLatitude, kMaxLatitude);
 	const float moved = distance * std::pow(kNearerPerStep, float(orbit.m_ZoomSteps));
 
 	const float flat = moved * std::cos(latitude);

@@ -53,9 +53,11 @@ EUp NextUp(EUp up)
 SCamera Upright(const SCamera &camera, EUp up)
 {
 	SCamera turned = camera;
+	turned.m_Up = Turned(camera.m_Up, up);
+	if (camera.m_IsPlaced)
+		return turned;
 	turned.m_Position = Turned(camera.m_Position, up);
 	turned.m_Target = Turned(camera.m_Target, up);
-	turned.m_Up = Turned(camera.m_Up, up);
 	return turned;
 }
 
@@ -66,13 +68,22 @@ CFloat3 Normalized(const CFloat3 &a)
 	return CFloat3(a.x() * scale, a.y() * scale, a.z() * scale);
 }
 
+static CFloat3 RightOf(const CFloat3 &back, const CFloat3 &up)
+{
+	constexpr float kAlong = 1e-4f; // sine of the angle between them, squared
+	const CFloat3 right = Cross(up, back);
+	if (Dot(right, right) > kAlong * Dot(up, up))
+		return Normalized(right);
+	return Normalized(Cross(std::abs(up.z()) > 0.5f ? CFloat3(0.0f, 1.0f, 0.0f) : CFloat3(0.0f, 0.0f, 1.0f), back));
+}
+
 SViewTransform ViewTransform(const SCamera &camera, float aspect)
 {
 	constexpr float kNear = 0.05f;
 	constexpr float kFar = 100.0f;
 
 	const CFloat3 back = Normalized(Subtract(camera.m_Position, camera.m_Target));
-	const CFloat3 right = Normalized(Cross(camera.m_Up, back));
+	const CFloat3 right = RightOf(back, camera.m_Up);
 	const CFloat3 up = Cross(back, right);
 
 	// Rows of the product of projection and view: what a world position's x, y, z and 1 are weighed with.

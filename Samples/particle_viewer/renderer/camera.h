@@ -17,6 +17,7 @@ struct SCamera
 	CFloat3 m_Target;
 	float m_TanHalfFov = 0.364f; ///< Half the picture's height at distance 1.
 	CFloat3 m_Up = CFloat3(0.0f, 1.0f, 0.0f);
+	bool m_IsPlaced = false; ///< Stands where it stands, whatever points upwards.
 };
 
 /// What points upwards in a picture. Files have their own ideas of it.
@@ -58,9 +59,11 @@ std::optional<EUp> FindUp(const std::string &name);
 /// The one after it, and after the last the first.
 EUp NextUp(EUp up);
 
-/// A camera for a world in which y is up, turned with that world so that another axis is.
+/// A camera for a world in which y is up, turned with that world so that another axis is. One that is placed stays, and
+/// turns about its line of sight.
 SCamera Upright(const SCamera &camera, EUp up);
 
+/// Where the camera looks straight along its up vector, another axis is taken for up.
 SViewTransform ViewTransform(const SCamera &camera, float aspect);
 
 /// A point of clip space; on the screen it is at x / w and y / w, and w is its depth.

@@ -56,7 +56,8 @@ SDrawn CFrameDrawer::DrawIndices(const std::vector<u32> &indices)
 {
 	const SDrawCall drawCall = PlanReadyDrawCall(m_Frame, u32(indices.size()));
 	u8 *const mapped = m_Renderer.MapIndices(IndexMemorySize({drawCall}));
-	std::memcpy(mapped, indices.data(), indices.size() * sizeof(u32));
+	if (!indices.empty())
+		std::memcpy(mapped, indices.data(), indices.size() * sizeof(u32));
 	return m_Renderer.Draw({drawCall});
 }
 } // namespace Viewer

@@ -136,6 +136,8 @@ namespace
 			return {frame.m_MeshVertices.Data(), u64(frame.m_MeshVertices.Count()) * sizeof(SMeshVertex)};
 		case EVertices::Bands:
 			return {frame.m_BandVertices.Data(), u64(frame.m_BandVertices.Count()) * sizeof(SBandVertex)};
+		case EVertices::Marks:
+			return {frame.m_Marks.Data(), u64(frame.m_Marks.Count()) * sizeof(SMark)};
 		default:
 			return {frame.m_Billboards.Data(), u64(frame.m_Billboards.Count()) * sizeof(SBillboard)};
 		}
@@ -165,6 +167,7 @@ CRenderer::CRenderer(u32 width, u32 height)
 	m_BillboardProgram = LinkProgram(kBillboardVertexShader, kBillboardFragmentShader);
 	m_MeshProgram = LinkProgram(kMeshVertexShader, kMeshFragmentShader);
 	m_BandProgram = LinkProgram(kBandVertexShader, kBandFragmentShader);
+	m_MarkProgram = LinkProgram(kMarkVertexShader, kMarkFragmentShader);
 	const std::string cloudVertexShader =
 		std::string(kCloudVertexShaderStart) + kHarmonicBasisCode + kCloudVertexShader;
 	m_CloudProgram = LinkProgram(cloudVertexShader.c_str(), kCloudFragmentShader, kCloudGeometryShader);
@@ -176,8 +179,8 @@ CRenderer::CRenderer(u32 width, u32 height)
 
 CRenderer::~CRenderer()
 {
-	for (const SProgram *const program :
-		{&m_BackgroundProgram, &m_BillboardProgram, &m_MeshProgram, &m_BandProgram, &m_CloudProgram, &m_ResolveProgram})
+	for (const SProgram *const program : {&m_BackgroundProgram, &m_BillboardProgram, &m_MeshProgram, &m_BandProgram,
+			 &m_MarkProgram, &m_CloudProgram, &m_ResolveProgram})
 		glDeleteProgram(program->m_Program);
 	const GLuint targets[] = {m_LightTarget, m_PictureTarget, m_KeptTarget};
 	glDeleteFramebuffers(3, targets);
@@ -216,6 +219,8 @@ const SProgram &CRenderer::ParticleProgram() const
 		return m_MeshProgram;
 	case EVertices::Bands:
 		return m_BandProgram;
+	case EVertices::Marks:
+		return m_MarkProgram;
 	case EVertices::Cloud:
 		return m_CloudProgram;
 	default:
@@ -225,7 +230,8 @@ const SProgram &CRenderer::ParticleProgram() const
 
 void CRenderer::CreateTargets()
 {
-	const bool hasEdges = m_VertexKind == EVertices::Mesh || m_VertexKind == EVertices::Bands;
+	const bool hasEdges =
+		m_VertexKind == EVertices::Mesh || m_VertexKind == EVertices::Bands || m_VertexKind == EVertices::Marks;
 	const u32 samples = hasEdges ? kEdgeSamples : 1;
 	if (samples == m_Samples)
 		return;
@@ -369,7 +375,8 @@ void CRenderer::Resolve()
 	glProgramUniform1i(program.m_Program, program.m_Samples, GLint(m_Samples));
 	glProgramUniform1i(program.m_Program, program.m_Colouring, Colouring(m_Colour));
 	glProgramUniform1i(program.m_Program, program.m_MostLayers, GLint(m_MostLayers));
-	glProgramUniform1i(program.m_Program, program.m_ScreenColours, m_VertexKind == EVertices::Cloud ? 1 : 0);
+	const bool hasScreenColours = m_VertexKind == EVertices::Cloud || m_VertexKind == EVertices::Marks;
+	glProgramUniform1i(program.m_Program, program.m_ScreenColours, hasScreenColours ? 1 : 0);
 	glUseProgram(program.m_Program);
 	glBindTextureUnit(0, m_LightTexture);
 	glDrawArrays(GL_TRIANGLES, 0, 3);

@@ -100,7 +100,7 @@ private:
 
 	u32 m_Width = 0;
 	u32 m_Height = 0;
-	u32 m_Samples = 0; // per pixel and axis: meshes and bands have edges to smooth, others none
+	u32 m_Samples = 0; // per pixel and axis: meshes, bands and marks have edges to smooth
 
 	u32 m_LightTexture = 0; // light before tone mapping
 	u32 m_LightTarget = 0;
@@ -124,6 +124,7 @@ private:
 	SProgram m_BillboardProgram;
 	SProgram m_MeshProgram;
 	SProgram m_BandProgram;
+	SProgram m_MarkProgram;
 	SProgram m_CloudProgram;
 	SProgram m_ResolveProgram;
 

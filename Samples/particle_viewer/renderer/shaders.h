@@ -185,6 +185,44 @@ void main()
 }
 )";
 
+inline constexpr const char *kMarkVertexShader = R"(#version 450 core
+struct SMark
+{
+	uvec4 positionAndColour;
+	vec4 offsetAndRoundness;
+};
+layout(std430, binding = 0) readonly buffer Marks { SMark marks[]; };
+uniform mat4 worldToClip;
+uniform vec3 right;
+uniform vec3 up;
+out vec2 roundness;
+flat out vec4 colour;
+
+void main()
+{
+	SMark mark = marks[gl_VertexID];
+	vec3 side = right * mark.offsetAndRoundness.x + up * mark.offsetAndRoundness.y;
+	gl_Position = worldToClip * vec4(uintBitsToFloat(mark.positionAndColour.xyz) + side, 1.0);
+	roundness = mark.offsetAndRoundness.zw;
+	colour = unpackUnorm4x8(mark.positionAndColour.w);
+}
+)";
+
+inline constexpr const char *kMarkFragmentShader = R"(#version 450 core
+in vec2 roundness;
+flat in vec4 colour;
+out vec4 light;
+
+vec4 Coloured(vec4 light);
+
+void main()
+{
+	if (dot(roundness, roundness) > 1.0)
+		discard;
+	light = Coloured(vec4(colour.rgb * colour.a, colour.a));
+}
+)";
+
 // Light gets filmic tone mapping, a darker rim, and noise of half a step against banding: a function of the pixel, so
 // that equal light gives equal pictures. Colours of the ramp stay as they are; layers get theirs here.
 inline constexpr const char *kResolveFragmentShader = R"(#version 450 core

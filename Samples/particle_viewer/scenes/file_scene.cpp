@@ -1,9 +1,11 @@
 #include "file_scene.h"
 
+#include "captured_call.h"
 #include "cloud_file.h"
 #include "deterministic.h"
 #include "failure.h"
 #include "mapped_file.h"
+#include "scene_capture.h"
 #include "text.h"
 #include <algorithm>
 #include <chrono>
@@ -160,9 +162,31 @@ namespace
 	}
 } // namespace
 
+static SSceneKind CaptureScene(const std::string &path, std::string_view bytes)
+{
+	SSceneKind kind = {};
+	try
+	{
+		kind.m_Call = std::make_shared<CCapturedCall>(bytes);
+	}
+	catch (const CFailure &failure)
+	{
+		throw CFailure("The capture " + Quoted(path) + " cannot be shown. " + failure.what());
+	}
+	kind.m_Name = "capture";
+	kind.m_ParticleCount = kind.m_MaxParticleCount = std::max(u32(kind.m_Call->Particles().size()), 1u);
+	kind.m_Create = [call = kind.m_Call](u32, u32) { return std::make_unique<CCaptureScene>(call); };
+	kind.m_Details = "";
+	kind.m_FrameCount = 1;
+	kind.m_Source = Quoted(path) + ", " + Grouped(bytes.size()) + " bytes";
+	return kind;
+}
+
 SSceneKind ReadFileScene(const std::string &path, const SCloudOptions &options)
 {
 	const CMappedFile file(path);
+	if (CCapturedCall::IsCapture(file.Bytes()))
+		return CaptureScene(path, file.Bytes());
 	const auto start = std::chrono::steady_clock::now();
 	const std::shared_ptr<const SPointCloud> cloud = Read(path, file.Bytes(), options);
 	const std::chrono::duration<double> duration = std::chrono::steady_clock::now() - start;

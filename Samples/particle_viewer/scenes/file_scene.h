@@ -1,6 +1,7 @@
 #pragma once
 
-// A scene out of a file: the camera goes around points or splats that stay where they are.
+// A scene out of a file: points or splats that stay where they are, and the camera goes around them; or a captured draw
+// call.
 
 #include "point_cloud.h"
 #include "scene_list.h"
@@ -8,6 +9,7 @@
 
 namespace Viewer
 {
-/// Reads a file of any format that there is a reader for. What is wrong with it is a CFailure that names it.
+/// Reads a file of any format that there is a reader for, which it is told by its content. Options are those of points
+/// and splats. What is wrong with it is a CFailure that names it.
 SSceneKind ReadFileScene(const std::string &path, const SCloudOptions &options);
 } // namespace Viewer

@@ -48,6 +48,16 @@ struct SBandVertex
 };
 static_assert(sizeof(SBandVertex) == 48, "three vectors of the shader's layout");
 
+/// A vertex of a mark: a flat shape around a position, which faces the camera.
+struct SMark
+{
+	CFloat3 m_Position;
+	u32 m_Colour;         ///< Red in the lowest byte, then green, blue, alpha; as a screen has them.
+	float m_Offset[2];    ///< From the position to the right and upwards.
+	float m_Roundness[2]; ///< From -1 to 1 across a disc, of which nothing beyond 1 is drawn; 0 where all is.
+};
+static_assert(sizeof(SMark) == 32, "two vectors of the shader's layout");
+
 struct SPointCloud;
 
 enum class EVertices
@@ -55,7 +65,8 @@ enum class EVertices
 	Billboards,
 	Mesh,
 	Bands,
-	Cloud
+	Cloud,
+	Marks
 };
 
 /// One frame. Everything viewed stays valid until the scene advances or is asked for another frame.
@@ -91,6 +102,7 @@ struct SFrame
 	TMemoryView<const SBillboard> m_Billboards;
 	TMemoryView<const SMeshVertex> m_MeshVertices;
 	TMemoryView<const SBandVertex> m_BandVertices;
+	TMemoryView<const SMark> m_Marks;
 	const SPointCloud *m_Cloud = null; ///< A vertex per point. The same cloud has the same points.
 	u32 m_VertexCount = 0;
 };
@@ -103,7 +115,9 @@ enum class EOrder
 	ByValue,    ///< Sorted by values of 0 - squared distance, quads inside a particle as well.
 	WholeTubes, ///< The same, but quads inside a particle lie as the pattern has them.
 	ByProperty, ///< Sorted by the scene's own values.
-	ByTriangle  ///< Triangle by triangle, by the distance of their middles.
+	ByTriangle, ///< Triangle by triangle, by the distance of their middles.
+	Replayed,   ///< Of a captured call: as it is sorted here.
+	Recorded    ///< Of a captured call: as its host has drawn it.
 };
 
 struct SPictureOfOrder
@@ -113,10 +127,15 @@ struct SPictureOfOrder
 	const char *m_Label;
 };
 
+class CCaptureScene;
+
 class IScene
 {
 public:
 	virtual ~IScene() = default;
+
+	/// The scene, if it is a captured draw call. Such a scene is one frame, which is drawn with indices of its own.
+	virtual CCaptureScene *Capture() { return null; }
 
 	/// Steps until the scene looks as it goes on looking.
 	virtual u32 WarmUpStepCount() const = 0;

@@ -14,6 +14,8 @@ namespace Viewer
 {
 using namespace Vexmoor;
 
+class CCapturedCall;
+
 struct SSceneKind
 {
 	const char *m_Name;
@@ -24,6 +26,7 @@ struct SSceneKind
 	u32 m_FrameCount = 24;     ///< Unless another is asked for; fewer where one takes long.
 	std::string m_Source = {}; ///< Of a scene out of a file, where it comes from.
 	EUp m_Up = EUp::Y;
+	std::shared_ptr<CCapturedCall> m_Call = {}; ///< Of a captured draw call; otherwise null.
 };
 
 /// The first one is shown unless another is asked for.

@@ -3,7 +3,7 @@
 #
 #   viewer_test.sh VIEWER CASE      CASE: smoke, same_seed, index_types, debris, sparks,
 #                                   tubes, rain, interleave, splats, packed, harmonics, bad_splat, points, colours,
-#                                   wipe, trace, capture, help or wrong_use
+#                                   wipe, trace, capture, captured, help or wrong_use
 set -euo pipefail
 
 viewer=$1
@@ -295,6 +295,72 @@ capture()
 	refused --replay "$viewer"
 }
 
+# How many pixels of a picture have a colour, within some steps of each channel.
+pixels_like()
+{
+	pngtopnm "$1" | tail -n +4 | od -An -v -tu1 -w3 |
+		awk -v r="$2" -v g="$3" -v b="$4" '($1-r)^2 < 900 && ($2-g)^2 < 900 && ($3-b)^2 < 900 { ++n } END { print n+0 }'
+}
+
+# A captured draw call, named like a file, is looked at.
+captured()
+{
+	local scene kept=$folder/kept look=(--width 200 --height 120 --out "$folder/out")
+	for scene in smoke debris sparks tubes interleave; do
+		run --scene "$scene" --frames 1 --capture "$kept"
+		run "$kept" --out "$folder/out"
+		expect_only comparison.png recorded.png sorted_here.png unsorted.png
+		cmp -s "$folder/out/recorded.png" "$folder/out/sorted_here.png" || fail "$scene: not drawn as recorded"
+		! cmp -s "$folder/out/recorded.png" "$folder/out/unsorted.png" || fail "$scene: drawn as in memory"
+		[ "$(figure 'as recorded')" = "yes, every index" ] || fail "$scene: not as recorded"
+		[ "$(pixels_like "$folder/out/recorded.png" 255 41 184)" = 0 ] || fail "$scene: something is lit"
+		run "$kept" --first 0 --out "$folder/out"
+		[ "$(pixels_like "$folder/out/recorded.png" 5 5 8)" = $((320 * 180)) ] || fail "$scene: the first 0 are some"
+	done
+	for shape in triangles quads points; do
+		run "$kept" --shape $shape --out "$folder/$shape"
+	done
+	! cmp -s "$folder/points/recorded.png" "$folder/quads/recorded.png" || fail "points are quads"
+	! cmp -s "$folder/triangles/recorded.png" "$folder/quads/recorded.png" || fail "triangles are quads"
+	for colour in light overdraw; do
+		run "$kept" --colour $colour --out "$folder/$colour"
+		! cmp -s "$folder/$colour/recorded.png" "$folder/triangles/recorded.png" || fail "$colour is order"
+	done
+
+	# The last primitive of the host has other indices, of which one is that of no vertex.
+	python3 "$(dirname "$0")/alter_capture.py" "$kept" -4 0xFFFFFFFF -8 1
+	local code=0
+	"$viewer" "$kept" "${look[@]}" >"$figures" 2>"$complaint" || code=$?
+	[ "$code" = 1 ] || fail "exit code $code of a call that is not as recorded"
+	grep -q '^    2 indices differ, in 1 primitive, lit. The first is at place ' "$figures" || fail "nothing differs"
+	grep -q '1 primitive has indices that none of the call has, lit white' "$figures" || fail "nothing is lost"
+	[ "$(pixels_like "$folder/out/sorted_here.png" 255 41 184)" -gt 0 ] || fail "the difference is not lit"
+	[ "$(pixels_like "$folder/out/recorded.png" 255 41 184)" -gt 0 ] || fail "the lost one is not lit"
+
+	# A call that breaks a rule: what it has, in grey.
+	python3 "$(dirname "$0")/alter_capture.py" "$kept" 52 7
+	code=0
+	rm -r "$folder/out"
+	"$viewer" "$kept" "${look[@]}" >"$figures" 2>"$complaint" || code=$?
+	[ "$code" = 1 ] || fail "exit code $code of a call that breaks a rule"
+	expect_only comparison.png unsorted.png
+	[ "$(pixels_like "$folder/out/unsorted.png" 128 128 128)" -gt 100 ] || fail "its particles are not shown in grey"
+	grep -q 'but the particle count is 7' "$figures" || fail "silent about the rule"
+	rm -r "$folder/out"
+
+	refused "${look[@]}" "$kept" --wipe unsorted
+	refused "${look[@]}" "$kept" --particles 3
+	refused "${look[@]}" "$kept" --sort-by x
+	refused "${look[@]}" "$kept" --colour error
+	refused "${look[@]}" "$kept" --first x
+	refused "${look[@]}" "$kept" --shape round
+	refused "${look[@]}" --first 3
+	refused "${look[@]}" --shape quads
+	head -c -1 "$kept" >"$kept.short"
+	refused "${look[@]}" "$kept.short"
+	grep -q 'kept.short. cannot be shown. The file is damaged' "$complaint" || fail "not what is damaged"
+}
+
 # A file that make_cloud, which lies beside the viewer, has written.
 cloud()
 {
@@ -448,7 +514,7 @@ help()
 	[ ! -s "$complaint" ] || fail "--help complains"
 	for option in --scene FILE --ply --splat --sort-by --up --skip-bad --color --particles \
 		--frames --seed --width --height --index-type --threads --colour --wipe --wipe-at \
-		--out --trace --capture --replay --window --help; do
+		--first --shape --out --trace --capture --replay --window --help; do
 		grep -q -- "$option" "$figures" || fail "--help is silent about $option"
 	done
 }
@@ -528,6 +594,6 @@ wrong_use()
 case ${2:-} in
 smoke | same_seed | index_types | debris | sparks | tubes | rain | interleave | splats | packed | harmonics | \
 	bad_splat | points | colours) "$2" ;;
-wipe | trace | capture | help | wrong_use) "$2" ;;
+wipe | trace | capture | captured | help | wrong_use) "$2" ;;
 *) fail "there is no case '${2:-}'" ;;
 esac

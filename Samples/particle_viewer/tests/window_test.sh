@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Uses the viewer's window as a user does, with keys and clicks on a virtual display, and looks at its pictures.
 #
-#   window_test.sh VIEWER CASE      CASE: picture, keys, mouse, frozen, output, wipe, scenes, drop or refused
+#   window_test.sh VIEWER CASE      CASE: picture, keys, mouse, frozen, output, wipe, scenes, drop, captured or refused
 set -euo pipefail
 
 viewer=$1
@@ -301,6 +301,37 @@ drop()
 	close_viewer
 }
 
+# A captured call dropped on the window is looked at, and a scene plays again after it.
+captured()
+{
+	"$viewer" --scene interleave --frames 1 --capture "$folder/kept" >/dev/null
+	open_viewer
+	/usr/bin/python3 "$(dirname "$0")/drop_file.py" "$window" "$folder/kept"
+	await "the call" has_title '^particle_viewer: capture, as recorded, paused$'
+	shoot
+	local all=$picture
+	keys j
+	shoot
+	expect_other "$all" "$picture" "a hundredth less looks like all"
+	keys l g
+	shoot
+	expect_other "$all" "$picture" "quads look like triangles"
+	keys g g o
+	await "the other output" has_title '^particle_viewer: capture, as sorted here, paused$'
+	shoot
+	expect_same "$all" "$picture" "sorted here is not as recorded"
+	keys Right
+	shoot
+	expect_other "$all" "$picture" "the camera does not turn"
+	keys Home s
+	await "the order of memory" has_title '^particle_viewer: capture, unsorted, paused$'
+	shoot
+	expect_other "$all" "$picture" "unsorted looks like sorted"
+	keys s w f i m Tab Tab # what is about sorting is none of a capture's
+	await "a scene" has_title '^particle_viewer: debris, sorted.* playing$'
+	close_viewer
+}
+
 # Exit code 2 and one sentence on standard error.
 expect_refused()
 {
@@ -329,6 +360,6 @@ refused()
 
 case ${2:-} in
 keys) keyboard ;;
-picture | mouse | frozen | output | wipe | scenes | drop | refused) "$2" ;;
+picture | mouse | frozen | output | wipe | scenes | drop | captured | refused) "$2" ;;
 *) fail "there is no case '${2:-}'" ;;
 esac
