@@ -24,7 +24,7 @@ namespace
 		CWindowRun(const SArguments &arguments, COutputFolder *folder)
 			: m_Arguments(arguments)
 			, m_Folder(folder)
-			, m_Window("particle_viewer", {arguments.m_Width, arguments.m_Height}, CControlPanel::kWidth)
+			, m_Window("particle_viewer", {arguments.m_Width, arguments.m_Height})
 			, m_View(arguments)
 		{
 		}

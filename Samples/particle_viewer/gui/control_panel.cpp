@@ -216,7 +216,7 @@ namespace
 		int percent = int(settings.m_OutputPercent);
 		changed |= ImGui::SliderInt("##output", &percent, 0, 100, "%d %% of the output", ImGuiSliderFlags_AlwaysClamp);
 		settings.m_OutputPercent = u32(percent);
-		changed |= ImGui::Checkbox("Output starts off a vector's boundary", &settings.m_MisalignOutput);
+		changed |= ImGui::Checkbox("Output is not aligned", &settings.m_MisalignOutput);
 
 		const std::string lost = LostWords(figures.m_Primitives);
 		if (!lost.empty())
@@ -611,7 +611,7 @@ bool CControlPanel::ShowScene(SViewSettings &settings, const SViewFigures &figur
 		settings.m_ParticleCount = u32(m_EditedParticleCount);
 		changed = true;
 	}
-	ImGui::TextDisabled("%s", DrawnWords(figures).c_str());
+	Paragraph(ImGui::GetStyle().Colors[ImGuiCol_TextDisabled], DrawnWords(figures));
 	return changed;
 }
 

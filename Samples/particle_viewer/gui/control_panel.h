@@ -15,8 +15,6 @@ using namespace Vexmoor;
 class CControlPanel
 {
 public:
-	static constexpr u32 kWidth = 360; // units of widgets
-
 	/// One frame of the panel, at the right edge of the window. Settings are changed in place; an action that a button
 	/// stands for is returned, for whoever does those of keys.
 	std::optional<EAction> Show(CLiveView &view, float width, const std::string &message);

@@ -21,6 +21,24 @@ namespace
 	constexpr float kFontHeight = 15.0f;
 	constexpr u32 kSmallestPicture = 16;
 
+	// Of a window, both in units of widgets that are not scaled. The picture gets most of every window that is wide
+	// enough for the panel's buttons.
+	u32 PanelWidthIn(u32 windowWidth)
+	{
+		constexpr u32 kSmallest = 280;
+		constexpr u32 kLargest = 360;
+		return std::clamp(windowWidth * 2 / 5, kSmallest, kLargest);
+	}
+
+	// The window grows by 0 or 1 more than its panel does, so one of all widths leaves just the picture.
+	u32 WindowWidthFor(u32 pictureWidth)
+	{
+		u32 width = pictureWidth;
+		while (width - std::min(width, PanelWidthIn(width)) < pictureWidth)
+			++width;
+		return width;
+	}
+
 	ImVec4 Grey(float brightness, float alpha = 1.0f)
 	{
 		return ImVec4(brightness, brightness * 1.02f, brightness * 1.07f, alpha);
@@ -80,8 +98,7 @@ namespace
 	}
 } // namespace
 
-CGuiWindow::CGuiWindow(const std::string &title, const SSize &picture, u32 panelWidth)
-	: m_PanelWidth(panelWidth)
+CGuiWindow::CGuiWindow(const std::string &title, const SSize &picture)
 {
 	if (glfwInit() != GLFW_TRUE)
 		throw CFailure(
@@ -91,7 +108,7 @@ CGuiWindow::CGuiWindow(const std::string &title, const SSize &picture, u32 panel
 	glfwWindowHint(GLFW_OPENGL_PROFILE, GLFW_OPENGL_CORE_PROFILE);
 	glfwWindowHint(GLFW_SCALE_TO_MONITOR, GLFW_TRUE);
 	m_Window =
-		glfwCreateWindow(int(picture.m_Width + panelWidth), int(picture.m_Height), title.c_str(), nullptr, nullptr);
+		glfwCreateWindow(int(WindowWidthFor(picture.m_Width)), int(picture.m_Height), title.c_str(), nullptr, nullptr);
 	if (m_Window == nullptr)
 	{
 		const std::string error = LastError();
@@ -103,8 +120,8 @@ CGuiWindow::CGuiWindow(const std::string &title, const SSize &picture, u32 panel
 	glfwMakeContextCurrent(m_Window);
 	glfwSwapInterval(1);
 	glfwGetWindowContentScale(m_Window, &m_Scale, nullptr);
-	glfwSetWindowSizeLimits(
-		m_Window, int(PanelWidth()) + int(kSmallestPicture), int(kSmallestPicture), GLFW_DONT_CARE, GLFW_DONT_CARE);
+	glfwSetWindowSizeLimits(m_Window, int(float(WindowWidthFor(kSmallestPicture)) * m_Scale), int(kSmallestPicture),
+		GLFW_DONT_CARE, GLFW_DONT_CARE);
 	glfwSetWindowUserPointer(m_Window, this);
 	glfwSetKeyCallback(m_Window, OnKey); // before the widgets', which calls it
 	glfwSetDropCallback(m_Window, OnDrop);
@@ -143,7 +160,9 @@ void CGuiWindow::SetTitle(const std::string &title)
 
 float CGuiWindow::PanelWidth() const
 {
-	return float(m_PanelWidth) * m_Scale;
+	int width = 0;
+	glfwGetWindowSize(m_Window, &width, nullptr);
+	return float(PanelWidthIn(u32(float(width) / m_Scale))) * m_Scale;
 }
 
 SSize CGuiWindow::PictureSize() const

@@ -25,7 +25,7 @@ class CGuiWindow
 {
 public:
 	/// As large as a picture with a panel to its right, if the display has room.
-	CGuiWindow(const std::string &title, const SSize &picture, u32 panelWidth);
+	CGuiWindow(const std::string &title, const SSize &picture);
 	~CGuiWindow();
 	CGuiWindow(const CGuiWindow &) = delete;
 	CGuiWindow &operator=(const CGuiWindow &) = delete;
@@ -33,7 +33,7 @@ public:
 	bool IsClosing() const;
 	void Close();
 	void SetTitle(const std::string &title);
-	/// In units of widgets, which may be larger than pixels.
+	/// In units of widgets, which may be larger than pixels: less of a small window than of a large one.
 	float PanelWidth() const;
 	/// What the panel leaves of the window, in pixels.
 	SSize PictureSize() const;
@@ -58,7 +58,6 @@ private:
 	static void OnDrop(GLFWwindow *window, int count, const char **paths);
 
 	GLFWwindow *m_Window = null;
-	u32 m_PanelWidth;
 	float m_Scale = 1.0f; // of widgets and letters, for displays with small pixels
 	std::vector<int> m_Keys;
 	std::vector<std::string> m_DroppedFiles;

@@ -278,7 +278,8 @@ void CLiveView::Shift(SOrbit &orbit, float right, float up, float forward) const
 void CLiveView::Pan(float right, float up)
 {
 	SViewSettings settings = m_Settings;
-	const float height = 2.0f * Camera().m_TanHalfFov; // of the picture, at distance 1
+	const float aspect = float(m_Arguments.m_Width) / float(m_Arguments.m_Height);
+	const float height = 2.0f * HalfHeight(Camera(), aspect); // of the picture, at distance 1
 	Shift(settings.m_Orbit, -right * height, -up * height, 0.0f);
 	Change(settings);
 }

@@ -87,8 +87,8 @@ SViewTransform ViewTransform(const SCamera &camera, float aspect)
 	const CFloat3 up = Cross(back, right);
 
 	// Rows of the product of projection and view: what a world position's x, y, z and 1 are weighed with.
-	const float sx = 1.0f / (camera.m_TanHalfFov * aspect);
-	const float sy = 1.0f / camera.m_TanHalfFov;
+	const float sy = 1.0f / HalfHeight(camera, aspect);
+	const float sx = sy / aspect;
 	const float sz = (kFar + kNear) / (kNear - kFar);
 	const float tz = 2.0f * kFar * kNear / (kNear - kFar);
 	const CFloat3 &eye = camera.m_Position;

@@ -15,7 +15,7 @@ struct SCamera
 {
 	CFloat3 m_Position;
 	CFloat3 m_Target;
-	float m_TanHalfFov = 0.364f; ///< Half the picture's height at distance 1.
+	float m_TanHalfFov = 0.364f; ///< Half the picture's height, or its width if that is less, at distance 1.
 	CFloat3 m_Up = CFloat3(0.0f, 1.0f, 0.0f);
 	bool m_IsPlaced = false; ///< Stands where it stands, whatever points upwards.
 };
@@ -62,6 +62,13 @@ EUp NextUp(EUp up);
 /// A camera for a world in which y is up, turned with that world so that another axis is. One that is placed stays, and
 /// turns about its line of sight.
 SCamera Upright(const SCamera &camera, EUp up);
+
+/// Half the picture's height at distance 1. A picture that is higher than wide shows as much from left to right as one
+/// that is a square.
+inline float HalfHeight(const SCamera &camera, float aspect)
+{
+	return aspect < 1.0f ? camera.m_TanHalfFov / aspect : camera.m_TanHalfFov;
+}
 
 /// Where the camera looks straight along its up vector, another axis is taken for up.
 SViewTransform ViewTransform(const SCamera &camera, float aspect);

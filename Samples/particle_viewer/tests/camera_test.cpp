@@ -73,6 +73,51 @@ TEST(Camera, Upright_HasTheAxisUpwards)
 	}
 }
 
+// A picture as wide as high, and one twice as high, show as much from left to right.
+TEST(Camera, HighPicture_ShowsTheWidthOfASquare)
+{
+	SCamera camera;
+	camera.m_Position = CFloat3(0.0f, 0.0f, 10.0f);
+	const CFloat3 point(2.0f, 1.0f, 0.0f);
+	const SClipPoint inSquare = Projected(ViewTransform(camera, 1.0f), point);
+	const SClipPoint inHigh = Projected(ViewTransform(camera, 0.5f), point);
+	const SClipPoint inWide = Projected(ViewTransform(camera, 2.0f), point);
+	EXPECT_FLOAT_EQ(inHigh.m_X, inSquare.m_X);
+	EXPECT_FLOAT_EQ(inHigh.m_Y, 0.5f * inSquare.m_Y);
+	EXPECT_FLOAT_EQ(inWide.m_X, 0.5f * inSquare.m_X);
+	EXPECT_FLOAT_EQ(inWide.m_Y, inSquare.m_Y);
+}
+
+TEST(Camera, LookAlongUp_StillHasAPicture)
+{
+	for (u32 axis = 0; axis < 3; ++axis)
+	{
+		SCamera camera;
+		camera.m_Up = CFloat3();
+		camera.m_Up[axis] = 1.0f;
+		camera.m_Position = CFloat3();
+		camera.m_Position[axis] = 5.0f;
+		const SViewTransform view = ViewTransform(camera, 1.0f);
+		EXPECT_FLOAT_EQ(Dot(view.m_Right, view.m_Right), 1.0f);
+		EXPECT_FLOAT_EQ(Dot(view.m_Up, view.m_Up), 1.0f);
+		EXPECT_FLOAT_EQ(Dot(view.m_Up, view.m_Right), 0.0f);
+		SOrbit turned;
+		turned.m_TurnSteps = 100;
+		EXPECT_EQ(Moved(camera, turned).m_Position.x(), Moved(camera, turned).m_Position.x()); // a number
+	}
+}
+
+// One that is placed looks from where it stands, whatever is up.
+TEST(Camera, PlacedCamera_OnlyTurnsItsUp)
+{
+	SCamera camera;
+	camera.m_Position = CFloat3(1.0f, 2.0f, 3.0f);
+	camera.m_IsPlaced = true;
+	const SCamera upright = Upright(camera, EUp::Z);
+	EXPECT_EQ(upright.m_Position.y(), 2.0f);
+	EXPECT_EQ(upright.m_Up.z(), 1.0f);
+}
+
 TEST(Orbit, Nothing_IsTheScenesOwnCamera)
 {
 	const SCamera camera = Moved(SceneCamera(), SOrbit());

@@ -188,7 +188,7 @@ mouse()
 	xdotool mousemove --window "$window" 100 100 click 4
 	await "a nearer picture" shows_other_than "$before"
 	xdotool windowsize --sync "$window" 700 300
-	await "a picture of another size" shows_size 340 300
+	await "a picture of another size" shows_size 420 300
 	close_viewer
 }
 
