@@ -18,11 +18,17 @@ draw interleave interleave "${small[@]}"
 draw sparks sparks "${small[@]}"
 draw tubes tubes "${small[@]}"
 
+# Short keys, where one splat is far away.
+viewer=build/demo/Samples/particle_viewer
+cmake --build build/demo --target make_cloud >build/pictures/make_cloud.log
+"$viewer/make_cloud" knot 100000 splat build/pictures/large_knot.splat
+"$viewer/particle_viewer" build/pictures/large_knot.splat --frames 1 --wipe 16-bit --outlier 50000 \
+	--out build/pictures/short_keys >build/pictures/short_keys.txt
+cp build/pictures/short_keys/wipe.png Docs/images/short_keys.png
+
 # A captured call in the window, whose host has overwritten some of its indices.
 capture=build/pictures/knot.capture
-viewer=build/demo/Samples/particle_viewer
 Tools/install_packages.sh xvfb xauth python3
-cmake --build build/demo --target make_cloud >build/pictures/make_cloud.log
 "$viewer/make_cloud" knot 6000 splat build/pictures/knot.splat
 "$viewer/particle_viewer" build/pictures/knot.splat --frames 1 --capture "$capture" >build/pictures/capture.txt
 changes=(-2000 99999)

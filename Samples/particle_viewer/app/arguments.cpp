@@ -19,6 +19,7 @@ namespace
 	constexpr u32 kMinSide = 16;
 	constexpr u32 kMaxSide = 8192;
 	constexpr u32 kMaxThreadCount = 256;
+	constexpr u32 kMaxOutlierDistance = 1000000;
 
 	const char *const kAbout =
 		"Draws transparent particles unsorted and sorted, without a display, and says what the sort cost and how far\n"
@@ -64,6 +65,7 @@ namespace
 		std::vector<std::string> m_Files;
 		std::string m_SortBy;
 		bool m_SkipBad = false;
+		std::string m_Outlier;
 		std::string m_Particles;
 		std::string m_Up;
 		std::optional<std::string> m_Frames;
@@ -140,6 +142,8 @@ namespace
 			"What points upwards: y, -y, z, -z, x or -x; -y by default for splats but those of .spz, otherwise y");
 		app.add_flag("--skip-bad", texts.m_SkipBad,
 			"Leaves out points of the file that something is wrong with, and says how many");
+		add("--outlier", "RADII", texts.m_Outlier,
+			"Adds a last point to those of the file, so many radii away, which stretches the range of 16-bit keys");
 		add("--particles", "N", texts.m_Particles, ParticlesHelp());
 		add("--frames", "N", texts.m_Frames, FramesHelp());
 		add("--seed", "N", texts.m_Seed, "Seed of all randomness: the same seed, the same index buffers; 1 by default");
@@ -149,7 +153,7 @@ namespace
 		add("--threads", "N", texts.m_Threads, "Threads that share a sort: the same indices, sooner; 1 by default");
 		add("--wipe", "NAME", texts.m_Wipe,
 			"Two ways to draw under a divider: unsorted (and sorted), frozen (sorted for a camera that\n"
-			"stood elsewhere), 16-bit (keys), error (picture and error) or none; writes wipe.png");
+			"stood elsewhere), 16-bit (keys, and of 32 bits), error (picture and error) or none; writes wipe.png");
 		add("--wipe-at", "PERCENT", texts.m_WipeAt, "Where the divider stands, from the left; 50 by default");
 		add("--colour,--color", "NAME", texts.m_Colour,
 			"What colours show: light, order, overdraw or error; light by default, of a capture order");
@@ -169,7 +173,7 @@ namespace
 			"window_N.png");
 	}
 
-	const SSceneKind *Scene(const CLI::App &app, const STexts &texts)
+	const SSceneKind *Scene(const CLI::App &app, const STexts &texts, const SCloudOptions &cloudOptions)
 	{
 		if (texts.m_Files.size() > 1)
 			throw CFailure("Of files only one can be shown, not both " + Quoted(texts.m_Files[0]) + " and " +
@@ -177,11 +181,13 @@ namespace
 		if (!texts.m_Files.empty() && app.count("--scene") != 0)
 			throw CFailure("Either a scene can be shown or a file, not both.");
 		if (!texts.m_Files.empty())
-			return AddSceneKind(ReadFileScene(texts.m_Files[0], {texts.m_SortBy, texts.m_SkipBad}));
+			return AddSceneKind(ReadFileScene(texts.m_Files[0], cloudOptions));
 		if (app.count("--sort-by") != 0)
 			throw CFailure("--sort-by goes with a file, of which it names a property.");
 		if (texts.m_SkipBad && !texts.m_Window)
 			throw CFailure("--skip-bad goes with a file, of which it leaves points out.");
+		if (cloudOptions.m_OutlierDistance != 0 && !texts.m_Window)
+			throw CFailure("--outlier goes with a file, to whose points it adds one.");
 		const SSceneKind *const scene = FindSceneKind(texts.m_Scene);
 		if (scene == null)
 			throw CFailure("--scene takes " + SceneNames() + ", not '" + texts.m_Scene + "'.");
@@ -195,8 +201,8 @@ namespace
 		for (const char *const option : {"--first", "--shape"})
 			if (!isCapture && app.count(option) != 0)
 				throw CFailure(std::string(option) + " goes with a captured draw call, named like a file.");
-		for (const char *const option : {"--sort-by", "--skip-bad", "--particles", "--seed", "--index-type",
-				 "--threads", "--wipe", "--trace", "--capture"})
+		for (const char *const option : {"--sort-by", "--skip-bad", "--outlier", "--particles", "--seed",
+				 "--index-type", "--threads", "--wipe", "--trace", "--capture"})
 			if (isCapture && app.count(option) != 0)
 				throw CFailure(std::string(option) + " goes with scenes, points and splats: a captured draw call is as "
 													 "it was.");
@@ -254,7 +260,10 @@ namespace
 		arguments.m_Shape = *shape;
 		if (app.count("--first") != 0)
 			arguments.m_FirstCount = ParseNumber("--first", texts.m_First, 0, CCapturedCall::kMostPrimitives);
-		arguments.m_Scene = Scene(app, texts);
+		arguments.m_CloudOptions = {texts.m_SortBy, texts.m_SkipBad,
+			app.count("--outlier") != 0 ? ParseNumber("--outlier", texts.m_Outlier, 1, kMaxOutlierDistance) : 0};
+		arguments.m_Scene = Scene(app, texts, arguments.m_CloudOptions);
+		arguments.m_CloudOptions.m_SortBy.clear(); // another file may not have the property
 		CheckCaptureOptions(app, *arguments.m_Scene);
 		if (arguments.m_Scene->m_Call != null)
 		{
@@ -263,7 +272,6 @@ namespace
 			if (*colour == EColour::Error)
 				throw CFailure("A captured draw call has no exact answer, and so no errors to show.");
 		}
-		arguments.m_SkipBad = texts.m_SkipBad;
 		arguments.m_Up = arguments.m_Scene->m_Up;
 		if (up)
 			arguments.m_Up = *up;

@@ -5,6 +5,7 @@
 #include "vx_defs.h"
 
 #include "colour.h"
+#include "point_cloud.h"
 #include "scene_capture.h"
 #include "scene_list.h"
 #include "wipe.h"
@@ -18,8 +19,8 @@ using namespace Vexmoor;
 struct SArguments
 {
 	const SSceneKind *m_Scene = null;
-	bool m_SkipBad = false;  ///< Leaves out points of files that something is wrong with.
-	u32 m_ParticleCount = 0; ///< The scene's own number unless one was asked for.
+	SCloudOptions m_CloudOptions; ///< How files that are dropped are read.
+	u32 m_ParticleCount = 0;      ///< The scene's own number unless one was asked for.
 	bool m_InWindow = false;
 	u32 m_FrameCount = 24; ///< In a window, 0: until it is closed.
 	u32 m_Seed = 1;

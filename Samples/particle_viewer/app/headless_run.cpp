@@ -216,10 +216,20 @@ namespace
 			SOrbit elsewhere;
 			elsewhere.m_TurnSteps = kTurnSteps;
 			CWipeDrawer drawer(m_Drawer);
-			drawer.DrawOther(wipe.m_Kind, right.m_Order, {}, Moved(m_Drawer.Frame().m_Camera, elsewhere));
-			m_Drawer.DrawSorted(right.m_Order);
-			drawer.Join(wipe);
+			std::vector<u32> otherIndices;
+			drawer.DrawOther(
+				wipe.m_Kind, right.m_Order, {}, Moved(m_Drawer.Frame().m_Camera, elsewhere), &otherIndices);
+			const SDrawn drawn = m_Drawer.DrawSorted(right.m_Order);
 			const SWipeLabels labels = WipeLabels(wipe.m_Kind, right.m_Label);
+			if (wipe.m_Kind == EWipe::KeyBits && right.m_Order != EOrder::ByProperty)
+			{
+				const CExactOrder exact(m_Drawer.Frame());
+				m_Report.m_Orders = {
+					{labels.m_Left,  MeasurePairs(exact.DistancesOf(m_Drawer.Renderer().ReadIndices(drawn)))},
+					{labels.m_Right, MeasurePairs(exact.DistancesOf(otherIndices))                          }
+                };
+			}
+			drawer.Join(wipe);
 			m_Wipe = WithDivider(m_Drawer.Renderer().ReadPicture(), DividerColumn(wipe, m_Arguments.m_Width),
 				labels.m_Left, labels.m_Right);
 		}

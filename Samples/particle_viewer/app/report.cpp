@@ -2,6 +2,7 @@
 
 #include "report.h"
 
+#include "panel_words.h"
 #include "text.h"
 #include <cinttypes>
 #include <cstdio>
@@ -101,6 +102,8 @@ void Print(const SReport &report)
 	PrintScene(report);
 	PrintTimes(report.m_Times, report.m_ParticleCount, report.m_FrameTime);
 	PrintPictures(report);
+	for (const auto &[name, figures] : report.m_Orders)
+		std::printf("%-16s %s\n", name.c_str(), PairWords(figures).c_str());
 	PrintLibraryReports(report.m_AssertionCount, report.m_SlowPaths);
 }
 } // namespace Viewer

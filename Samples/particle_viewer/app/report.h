@@ -6,10 +6,12 @@
 
 #include "arguments.h"
 #include "exact_order.h"
+#include "order_pairs.h"
 #include "picture.h"
 #include "sort_times.h"
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Viewer
@@ -40,7 +42,8 @@ struct SReport
 	double m_FrameTime = 0.0; ///< The median of whole frames, in microseconds.
 	u64 m_IndexHash = 0;
 	std::vector<SPictureFigures> m_Pictures;
-	std::vector<std::string> m_SlowPaths; ///< Warnings of the library, once each.
+	std::vector<std::pair<std::string, SPairFigures>> m_Orders; ///< Of short keys beside long ones: each and its name.
+	std::vector<std::string> m_SlowPaths;                       ///< Warnings of the library, once each.
 	u32 m_AssertionCount = 0;
 };
 

@@ -58,7 +58,7 @@ namespace
 			try
 			{
 				SViewSettings settings = m_View.Settings();
-				settings.m_Scene = AddSceneKind(ReadFileScene(path, {"", m_Arguments.m_SkipBad}));
+				settings.m_Scene = AddSceneKind(ReadFileScene(path, m_Arguments.m_CloudOptions));
 				settings.m_ParticleCount = settings.m_Scene->m_ParticleCount;
 				m_View.Change(settings);
 				m_Message.clear();

@@ -192,4 +192,20 @@ void CPointCloudBuilder::ColourByHeight()
 		m_Cloud.m_Colours[i] = PackColour(colour);
 	}
 }
+
+void AddOutlier(SPointCloud &cloud, u32 distance)
+{
+	const auto repeatFirst = [](auto &elements, u32 count)
+	{
+		for (u32 i = 0; i < count && !elements.empty(); ++i)
+			elements.push_back(elements[i]);
+	};
+	const float up = cloud.m_YPointsDown ? -1.0f : 1.0f;
+	cloud.m_Positions.push_back(CFloat3(0.0f, up * float(distance), 0.0f));
+	repeatFirst(cloud.m_Colours, 1);
+	repeatFirst(cloud.m_Shapes, 1);
+	repeatFirst(cloud.m_SortValues, 1);
+	for (std::vector<u32> &harmonics : cloud.m_Harmonics)
+		repeatFirst(harmonics, HarmonicWords(cloud.m_HarmonicDegree));
+}
 } // namespace Viewer

@@ -83,7 +83,11 @@ struct SCloudOptions
 {
 	std::string m_SortBy;   ///< A number that every point has, to sort by instead of the distance; none is named by "".
 	bool m_SkipBad = false; ///< Points with something wrong are left out, and counted; otherwise they refuse the file.
+	u32 m_OutlierDistance = 0; ///< So many radii away a point is added, the last one; 0: none is.
 };
+
+/// Adds a point behind all others, above the cloud, which looks as the first one does. The cloud is placed.
+void AddOutlier(SPointCloud &cloud, u32 distance);
 
 /// Something is wrong with a single point.
 class CBadPoint : public CFailure

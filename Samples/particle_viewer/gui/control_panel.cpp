@@ -550,6 +550,8 @@ std::optional<EAction> CControlPanel::Show(CLiveView &view, float width, const s
 	else
 	{
 		changed |= ShowWipe(settings);
+		for (const auto &[name, figures] : view.Figures().m_Orders)
+			Paragraph(ImGui::GetStyle().Colors[ImGuiCol_Text], name + ": " + PairWords(figures));
 		Heading("Sort");
 		changed |= ShowOrder(settings, view.Scene());
 		changed |= ShowOutput(settings, view.Figures());

@@ -114,6 +114,8 @@ void CLiveView::ForgetTimes()
 {
 	m_History.clear();
 	m_HistoryOfOneThread.clear();
+	m_Orders.clear();
+	m_NextMeasurement = CClock::time_point();
 }
 
 void CLiveView::Change(const SViewSettings &settings)
@@ -445,14 +447,37 @@ SDrawn CLiveView::DrawInOrder()
 	trial.m_MisalignedOutput = m_Settings.m_MisalignOutput;
 	const bool onOneThread = m_Settings.m_ThreadCount > 1 && m_SortCount++ % kSortsPerSortOnOneThread == 0;
 	m_Drawer.Sorter().SetThreadCount(onOneThread ? 1 : m_Settings.m_ThreadCount);
-	if (HasWipe())
-	{
-		m_WipeDrawer.DrawOther(m_Settings.m_Wipe.m_Kind, m_Settings.m_Order, trial, m_FrozenCamera);
-		m_Clock.EndFrame(); // times are those of the sort that is chosen
-		m_Figures.m_Findings = CFindings();
-	}
-	const SDrawn drawn = m_Drawer.DrawSorted(m_Settings.m_Order, trial);
+	const SDrawn drawn = HasWipe() ? DrawWithWipe(trial) : m_Drawer.DrawSorted(m_Settings.m_Order, trial);
 	Keep(onOneThread ? m_HistoryOfOneThread : m_History, m_Clock.EndFrame());
+	return drawn;
+}
+
+// Short keys are measured beside long ones, over all pairs. That takes a while, so it is not done for every frame:
+// while a scene plays, for what takes a tenth of the time.
+SDrawn CLiveView::DrawWithWipe(const STrial &trial)
+{
+	constexpr std::chrono::milliseconds kPause(500);
+	const bool isOfKeys = m_Settings.m_Wipe.m_Kind == EWipe::KeyBits && m_Settings.m_Order != EOrder::ByProperty;
+	const bool measures = isOfKeys && trial.m_OutputShare == 1.0f && CClock::now() >= m_NextMeasurement;
+	std::vector<u32> indices;
+	m_WipeDrawer.DrawOther(
+		m_Settings.m_Wipe.m_Kind, m_Settings.m_Order, trial, m_FrozenCamera, measures ? &indices : null);
+	m_Clock.EndFrame(); // times are those of the sort that is chosen
+	m_Figures.m_Findings = CFindings();
+	const SDrawn drawn = m_Drawer.DrawSorted(m_Settings.m_Order, trial);
+	if (measures)
+	{
+		const CClock::time_point start = CClock::now();
+		const CExactOrder exact(m_Drawer.Frame());
+		const SWipeLabels labels = SideLabels();
+		m_Orders = {
+			{labels.m_Left,  MeasurePairs(exact.DistancesOf(m_Drawer.Renderer().ReadIndices(drawn)))},
+			{labels.m_Right, MeasurePairs(exact.DistancesOf(indices))                               }
+        };
+		m_NextMeasurement = CClock::now() + std::max<CClock::duration>(kPause, 9 * (CClock::now() - start));
+	}
+	if (isOfKeys)
+		m_Figures.m_Orders = m_Orders;
 	return drawn;
 }
 

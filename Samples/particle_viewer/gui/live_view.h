@@ -127,6 +127,7 @@ private:
 	SCamera SceneCamera() const { return Upright(m_Frame.m_Camera, m_Settings.m_Up); }
 	void Draw();
 	SDrawn DrawInOrder();
+	SDrawn DrawWithWipe(const STrial &trial);
 	void Count(const std::vector<SDrawCall> &drawCalls);
 
 	SArguments m_Arguments;
@@ -149,5 +150,8 @@ private:
 	std::deque<SSortTimes> m_HistoryOfOneThread;
 	std::deque<CClock::time_point> m_DrawTimes;
 	u32 m_SortCount = 0;
+
+	std::vector<std::pair<std::string, SPairFigures>> m_Orders; // measured of late
+	CClock::time_point m_NextMeasurement;
 };
 } // namespace Viewer

@@ -76,6 +76,13 @@ std::string GainWords(u32 threadCount, double microseconds, double microsecondsO
 	       Printed("%.1f times as fast", microsecondsOfOneThread / microseconds);
 }
 
+std::string PairWords(const SPairFigures &figures)
+{
+	const double percent = 100.0 * figures.m_WorstBacktrack;
+	return "worst backtrack " + Printed(percent < 10.0 ? "%.2g %%" : "%.0f %%", percent) + ", " +
+	       Grouped(figures.m_OutOfOrder) + " of " + Grouped(figures.m_PairCount) + " pairs out of order";
+}
+
 std::string FrameRateWords(double framesPerSecond)
 {
 	return framesPerSecond > 0.0 ? Printed("%.1f frames a second", framesPerSecond) : "nothing moves";

@@ -5,10 +5,12 @@
 #include "vx_defs.h"
 
 #include "findings.h"
+#include "order_pairs.h"
 #include "scene.h"
 #include "sort_frame.h"
 #include "sort_times.h"
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Viewer
@@ -23,6 +25,7 @@ struct SViewFigures
 	u32 m_DrawCallCount = 0;
 	SPrimitiveCounts m_Primitives;
 	CFindings m_Findings;
+	std::vector<std::pair<std::string, SPairFigures>> m_Orders; ///< Of short keys beside long ones: each and its name.
 	std::string m_Trouble; ///< Why the settings cannot be drawn; empty where they were.
 };
 
@@ -47,6 +50,8 @@ std::vector<STimeLine> TimeLines(const SSortTimes &median, u32 particleCount);
 std::string TimesNote(const SSortTimes &median);
 /// How much faster the sort is on several threads; empty for one, and until both were measured.
 std::string GainWords(u32 threadCount, double microseconds, double microsecondsOfOneThread);
+/// How far an order is from that of distances: its worst backtrack, and its pairs out of order.
+std::string PairWords(const SPairFigures &figures);
 /// "29.9 frames a second", or that nothing moves.
 std::string FrameRateWords(double framesPerSecond);
 /// What is said where the validation finds nothing.

@@ -18,7 +18,7 @@ struct STrial
 {
 	const SCamera *m_SortCamera = null; ///< Sorted for this camera instead of the one that is drawn with.
 	float m_OutputShare = 1.0f;         ///< The share of its primitives that a draw call's output has room for.
-	u32 m_KeyBits = 32;                 ///< Of the keys that are sorted by; of 16, they are the upper halves of floats.
+	u32 m_KeyBits = 32;                 ///< Of the keys that are sorted by: see CFrameSorter::SetKeyBits.
 	bool m_MisalignedOutput = false;    ///< The output starts an index late, off every vector's boundary.
 };
 

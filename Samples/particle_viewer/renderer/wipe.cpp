@@ -52,8 +52,15 @@ u32 DividerColumn(const SWipe &wipe, u32 width)
 	return u32(std::clamp(wipe.m_Share, 0.0f, 1.0f) * float(width) + 0.5f);
 }
 
-void CWipeDrawer::DrawOther(EWipe wipe, EOrder order, const STrial &trial, const SCamera &frozenCamera)
+void CWipeDrawer::DrawOther(
+	EWipe wipe, EOrder order, const STrial &trial, const SCamera &frozenCamera, std::vector<u32> *indices)
 {
+	const auto drawSorted = [&](const STrial &other)
+	{
+		const SDrawn drawn = m_Drawer.DrawSorted(order, other);
+		if (indices != null)
+			*indices = m_Drawer.Renderer().ReadIndices(drawn);
+	};
 	STrial other = trial;
 	switch (wipe)
 	{
@@ -62,11 +69,11 @@ void CWipeDrawer::DrawOther(EWipe wipe, EOrder order, const STrial &trial, const
 		break;
 	case EWipe::Frozen:
 		other.m_SortCamera = &frozenCamera;
-		m_Drawer.DrawSorted(order, other);
+		drawSorted(other);
 		break;
 	case EWipe::KeyBits:
 		other.m_KeyBits = kFewKeyBits;
-		m_Drawer.DrawSorted(order, other);
+		drawSorted(other);
 		break;
 	case EWipe::Error:
 		m_Drawer.DrawIndices(CExactOrder(m_Drawer.Frame()).SortedIndices());

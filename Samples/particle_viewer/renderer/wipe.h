@@ -17,7 +17,7 @@ enum class EWipe
 	None,
 	Unsorted, ///< Unsorted, and sorted.
 	Frozen,   ///< Sorted for a camera that stood elsewhere, and for the one that is drawn with.
-	KeyBits,  ///< Sorted by keys of 32 bits, and of 16.
+	KeyBits,  ///< Sorted by keys of 32 bits, and of 16, as common viewers of splats have them.
 	Error     ///< The picture, and how far it is from the exact answer.
 };
 
@@ -52,8 +52,10 @@ public:
 	{
 	}
 
-	/// Draws the drawer's frame in the other way, and keeps it. frozenCamera is that of EWipe::Frozen.
-	void DrawOther(EWipe wipe, EOrder order, const STrial &trial, const SCamera &frozenCamera);
+	/// Draws the drawer's frame in the other way, and keeps it. frozenCamera is that of EWipe::Frozen. Indices that are
+	/// asked for are read back, if that way has sorted any.
+	void DrawOther(
+		EWipe wipe, EOrder order, const STrial &trial, const SCamera &frozenCamera, std::vector<u32> *indices = null);
 	/// Then, when the frame has been drawn as it is: puts what was kept beside it.
 	void Join(const SWipe &wipe);
 

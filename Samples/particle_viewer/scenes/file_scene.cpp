@@ -134,7 +134,10 @@ namespace
 		const std::string start = "The file " + Quoted(path) + ", ";
 		try
 		{
-			return std::make_shared<const SPointCloud>(ReadCloud(bytes, options));
+			SPointCloud cloud = ReadCloud(bytes, options);
+			if (options.m_OutlierDistance != 0)
+				AddOutlier(cloud, options.m_OutlierDistance);
+			return std::make_shared<const SPointCloud>(std::move(cloud));
 		}
 		catch (const CBadPoint &failure)
 		{
@@ -159,6 +162,12 @@ namespace
 			return "";
 		return "; left out: " + Grouped(cloud.m_LeftOutCount) + " of " +
 		       Grouped(cloud.m_LeftOutCount + cloud.m_Positions.size()) + ", the first at " + cloud.m_FirstLeftOut;
+	}
+
+	std::string Added(const SCloudOptions &options)
+	{
+		return options.m_OutlierDistance == 0 ? ""
+		                                      : "; a point added " + Grouped(options.m_OutlierDistance) + " radii away";
 	}
 } // namespace
 
@@ -201,7 +210,7 @@ SSceneKind ReadFileScene(const std::string &path, const SCloudOptions &options)
 	kind.m_Details = "";
 	kind.m_Up = cloud->m_YPointsDown ? EUp::MinusY : EUp::Y;
 	kind.m_Source = Quoted(path) + ", " + Grouped(file.Bytes().size()) + " bytes read in " + seconds + " s" +
-	                FarPoints(*cloud) + LeftOut(*cloud);
+	                FarPoints(*cloud) + LeftOut(*cloud) + Added(options);
 	return kind;
 }
 } // namespace Viewer

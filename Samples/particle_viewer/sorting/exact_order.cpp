@@ -169,6 +169,14 @@ std::vector<u32> CExactOrder::SortedIndices() const
 	return sorted;
 }
 
+std::vector<float> CExactOrder::DistancesOf(const std::vector<u32> &drawnIndices) const
+{
+	std::vector<float> distances(drawnIndices.size() / m_IndicesPerPrimitive);
+	for (u32 primitive = 0; primitive < distances.size(); ++primitive)
+		distances[primitive] = std::sqrt(0.0f - OwnerOf(drawnIndices, primitive).m_Value);
+	return distances;
+}
+
 bool CExactOrder::IsComplete(const std::vector<u32> &drawnIndices) const
 {
 	return drawnIndices.size() == m_Indices.size() &&

@@ -39,6 +39,8 @@ public:
 	/// All indices, the farthest primitive first.
 	std::vector<u32> SortedIndices() const;
 
+	/// The distances by which the sorter orders the primitives of some indices, as floats, in the order of the indices.
+	std::vector<float> DistancesOf(const std::vector<u32> &drawnIndices) const;
 	/// Judges the indices of draw calls that were sorted in some order, base vertices added.
 	SOrderFigures Measure(
 		EOrder order, const std::vector<SDrawCall> &drawCalls, const std::vector<u32> &drawnIndices) const;

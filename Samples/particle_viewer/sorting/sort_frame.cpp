@@ -9,8 +9,9 @@
 #include "failure.h"
 #include "output_file.h"
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
-#include <cstring>
+#include <limits>
 
 namespace Viewer
 {
@@ -67,15 +68,15 @@ namespace
 		           : CTriangleSorter::GetJobsWorkingBufferSize(drawCall.m_ParticleCount, jobs.m_MaxJobCount);
 	}
 
-	void Shorten(TMemoryView<float> values, u32 keyBits)
+	float DistanceOf(float value)
 	{
-		for (u32 i = 0; i < values.Count(); ++i)
-		{
-			u32 bits;
-			std::memcpy(&bits, &values[i], sizeof(bits));
-			bits &= ~(0xFFFFFFFFu >> keyBits);
-			std::memcpy(&values[i], &bits, sizeof(bits));
-		}
+		return std::sqrt(0.0f - value);
+	}
+
+	bool IsRendered(const SFrame &frame, u32 page, u32 i)
+	{
+		const bool hasDisabled = frame.m_RenderedCounts[page] < frame.m_Positions[page].Count();
+		return !hasDisabled || frame.m_Enableds[page].Empty() || frame.m_Enableds[page][i] != 0;
 	}
 
 	// A draw call starts where the one before it ends.
@@ -332,11 +333,31 @@ void CFrameSorter::UpdateSortValues(const SFrame &frame)
 		const u32 count = frame.m_Positions[page].Count();
 		const TMemoryView<float> values(next, count);
 		ComputeSortValues(values, frame.m_Positions[page], frame.m_Camera.m_Position);
-		if (m_KeyBits < 32)
-			Shorten(values, m_KeyBits);
 		m_ValuePages[page] = TStridedMemoryView<const float>(values);
 		next += (count + kLanes - 1) / kLanes * kLanes;
 	}
+	if (m_KeyBits < 32)
+		ShortenSortValues(frame);
+}
+
+// As common viewers of splats shorten their keys: the distances between the nearest and the farthest particle are cut
+// into equal steps, and the numbers of the steps are the values. Step 0 is the farthest.
+void CFrameSorter::ShortenSortValues(const SFrame &frame)
+{
+	float least = std::numeric_limits<float>::max();
+	float greatest = 0.0f;
+	for (u32 page = 0; page < m_ValuePages.size(); ++page)
+		for (u32 i = 0; i < m_ValuePages[page].Count(); ++i)
+			if (IsRendered(frame, page, i))
+			{
+				least = std::min(least, DistanceOf(m_ValuePages[page][i]));
+				greatest = std::max(greatest, DistanceOf(m_ValuePages[page][i]));
+			}
+	const double mostStep = double((u64(1) << m_KeyBits) - 1);
+	const double stepsPerUnit = greatest > least ? mostStep / (double(greatest) - double(least)) : 0.0;
+	for (float &value : m_Values)
+		value =
+			std::floor(float(std::clamp((double(greatest) - double(DistanceOf(value))) * stepsPerUnit, 0.0, mostStep)));
 }
 
 void CFrameSorter::SetThreadCount(u32 threadCount)

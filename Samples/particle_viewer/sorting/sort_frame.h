@@ -68,7 +68,8 @@ public:
 	/// The threads that share a large draw call, the calling one among them: 1 unless set. The indices are the same.
 	void SetThreadCount(u32 threadCount);
 
-	/// Whether distances are sorted by all bits of their floats, 32, or by the upper 16: what short keys cost.
+	/// Distances are sorted by all bits of their floats, 32, or by fewer: as numbers of so many bits, of equal steps
+	/// between the nearest and the farthest particle of the frame.
 	void SetKeyBits(u32 keyBits) { m_KeyBits = keyBits; }
 
 	/// The next call to be sorted is appended as a capture, output and all.
@@ -91,6 +92,7 @@ private:
 	void SetOutput(const SDrawCall &drawCall, u8 *start);
 	void SetPages(const SFrame &frame, EOrder order, const SDrawCall &drawCall);
 	void UpdateSortValues(const SFrame &frame);
+	void ShortenSortValues(const SFrame &frame);
 	u8 *Scratch(u64 sizeInBytes);
 
 	static CbSortFinding DefaultFindingHandler();

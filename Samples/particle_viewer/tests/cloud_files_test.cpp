@@ -171,6 +171,25 @@ std::vector<std::vector<double>> ReadValues(const std::string &file, const std::
 
 // What is read.
 
+TEST(PointCloud, Outlier_IsTheFirstPointFarAway)
+{
+	SPointCloud cloud;
+	cloud.m_Positions = {CFloat3(1.0f, 2.0f, 3.0f), CFloat3(4.0f, 5.0f, 6.0f)};
+	cloud.m_Colours = {7, 8};
+	cloud.m_HarmonicDegree = 1;
+	for (std::vector<u32> &harmonics : cloud.m_Harmonics)
+		harmonics = {1, 2, 3, 4};
+	ASSERT_EQ(HarmonicWords(1), 2u);
+	cloud.m_YPointsDown = true;
+	AddOutlier(cloud, 500);
+	ASSERT_EQ(cloud.m_Positions.size(), 3u);
+	EXPECT_EQ(cloud.m_Positions[2].y(), -500.0f);
+	EXPECT_EQ(cloud.m_Colours, (std::vector<u32>{7, 8, 7}));
+	EXPECT_EQ(cloud.m_Harmonics[2], (std::vector<u32>{1, 2, 3, 4, 1, 2}));
+	EXPECT_TRUE(cloud.m_Shapes.empty());
+	EXPECT_TRUE(cloud.m_SortValues.empty());
+}
+
 TEST(PlyFile, EveryTypeInEveryFormat_ComesBackAsWritten)
 {
 	struct SCase

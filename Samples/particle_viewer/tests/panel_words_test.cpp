@@ -99,6 +99,14 @@ TEST(PanelWords, Gain_NeedsBothTimesAndSeveralThreads)
 	EXPECT_EQ(GainWords(4, 2000.0, 0.0), "");
 }
 
+TEST(PanelWords, Pairs_SayWhatIsOutOfOrder)
+{
+	EXPECT_EQ(PairWords({4999950000, 302160203, 0.0987}),
+		"worst backtrack 9.9 %, 302,160,203 of 4,999,950,000 pairs out of order");
+	EXPECT_EQ(PairWords({10, 9, 1.234}), "worst backtrack 123 %, 9 of 10 pairs out of order");
+	EXPECT_EQ(PairWords({10, 0, 0.0}), "worst backtrack 0 %, 0 of 10 pairs out of order");
+}
+
 TEST(PanelWords, FrameRate_IsNoneWhileNothingMoves)
 {
 	EXPECT_EQ(FrameRateWords(29.94), "29.9 frames a second");

@@ -1,9 +1,13 @@
 // A frame sorted without a renderer: the same indices on any number of threads.
 
 #include "deterministic.h"
+#include "order_pairs.h"
 #include "sort_frame.h"
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 #include <gtest/gtest.h>
+#include <set>
 
 using namespace Viewer;
 
@@ -85,6 +89,74 @@ TEST(SortFrame, AnyNumberOfThreads_GivesTheSameIndices)
 		}
 	}
 	EXPECT_EQ(violations, std::vector<std::string>());
+}
+
+// Keys of few bits are numbers of equal steps of distance, step 0 at the farthest rendered particle.
+TEST(SortFrame, FewKeyBits_SortByEqualStepsOfDistance)
+{
+	CTwoPages pages(3000);
+	const SFrame frame = pages.Frame();
+	CFrameSorter sorter;
+	for (const u32 keyBits : {4u, 16u})
+	{
+		sorter.SetKeyBits(keyBits);
+		const std::vector<u8> bytes = Sorted(sorter, frame, EOrder::ByPosition);
+		std::vector<float> distances; // of the rendered particles
+		for (u32 page = 0; page < 2; ++page)
+			for (u32 i = 0; i < frame.m_Positions[page].Count(); ++i)
+			{
+				if (page == 0 && frame.m_Enableds[0][i] == 0)
+					continue;
+				float value = 0.0f;
+				ComputeSortValues(TMemoryView<float>(value),
+					TStridedMemoryView<const CFloat3>(frame.m_Positions[page][i]), frame.m_Camera.m_Position);
+				distances.push_back(std::sqrt(-value));
+			}
+		const auto [least, greatest] = std::minmax_element(distances.begin(), distances.end());
+		const double steps = std::exp2(double(keyBits)) - 1.0;
+		std::set<u32> distinct;
+		u32 last = 0;
+		for (u32 place = 0; place < frame.m_ParticleCount; ++place)
+		{
+			u32 index = 0;
+			std::memcpy(&index, &bytes[place * 6 * sizeof(u32)], sizeof(index));
+			const double share =
+				(double(*greatest) - double(distances[index / 4])) / (double(*greatest) - double(*least));
+			const u32 step = u32(std::floor(share * steps + 1e-9));
+			EXPECT_GE(step + (share * steps - step > 1.0 - 1e-6 ? 1 : 0), last) << place;
+			last = std::max(last, step);
+			distinct.insert(step);
+		}
+		EXPECT_EQ(last, u32(steps));
+		EXPECT_EQ(distinct.size() <= 16, keyBits == 4);
+	}
+}
+
+TEST(OrderPairs, AreThoseOfASearchThroughAllPairs)
+{
+	for (u64 seed = 0; seed < 60; ++seed)
+	{
+		CRandom random(seed);
+		std::vector<float> distances(1 + random.Below(300));
+		for (float &distance : distances)
+			distance = float(random.Below(seed % 2 == 0 ? 10 : 100000));
+		u64 outOfOrder = 0;
+		float worst = 0.0f;
+		for (size_t i = 0; i < distances.size(); ++i)
+			for (size_t j = i + 1; j < distances.size(); ++j)
+			{
+				outOfOrder += distances[j] > distances[i] ? 1 : 0;
+				worst = std::max(worst, distances[j] - distances[i]);
+			}
+		const SPairFigures figures = MeasurePairs(distances);
+		EXPECT_EQ(figures.m_PairCount, u64(distances.size()) * (distances.size() - 1) / 2);
+		EXPECT_EQ(figures.m_OutOfOrder, outOfOrder);
+		std::sort(distances.rbegin(), distances.rend());
+		const size_t tail = (distances.size() - 1) / 100;
+		const float range = distances[tail] - distances[distances.size() - 1 - tail];
+		EXPECT_NEAR(figures.m_WorstBacktrack, range > 0.0f ? double(worst / range) : 0.0, 1e-6);
+	}
+	EXPECT_EQ(MeasurePairs({}).m_PairCount, 0u);
 }
 
 // All of them run, on any number of threads, and all have returned when the call does.

@@ -226,10 +226,21 @@ columns_of()
 wipe()
 {
 	local kind options=(--particles 2000 --frames 1 --width 160 --height 90)
-	for kind in unsorted frozen 16-bit error; do
+	for kind in unsorted frozen error; do
 		run "${options[@]}" --wipe "$kind" --wipe-at 25 --out "$folder/$kind"
 		expect_png "$folder/$kind/wipe.png"
 	done
+	# What short keys do shows where one point is far away, which the figures say too.
+	cloud knot 5000 splat
+	run "$folder/cloud" --width 160 --height 90 --wipe 16-bit --wipe-at 25 --out "$folder/16-bit"
+	grep -q '^keys of 32 bits  worst backtrack 0 %, 0 of 12,497,500 pairs out of order$' "$figures" || fail "not exact"
+	grep -q '^keys of 16 bits  worst backtrack 0.00[0-9]* %, ' "$figures" || fail "no few pairs out of order"
+	rm -r "$folder/16-bit"
+	run "$folder/cloud" --outlier 20000 --width 160 --height 90 --wipe 16-bit --wipe-at 25 --out "$folder/16-bit"
+	figure source | grep -q '; a point added 20,000 radii away$' || fail "silent about the point that was added"
+	[ "$(figure particles)" = 5,001 ] || fail "no point was added"
+	grep -q '^keys of 32 bits  worst backtrack 0 %, 0 of 12,502,500 pairs out of order$' "$figures" || fail "not exact"
+	grep -Eq '^keys of 16 bits  worst backtrack [1-9][0-9]* %, [0-9,]*,[0-9]{3} of ' "$figures" || fail "no many pairs"
 	columns_of "$folder/unsorted/wipe.png" 0 38 >"$folder/left.ppm"
 	columns_of "$folder/unsorted/unsorted.png" 0 38 | cmp -s - "$folder/left.ppm" || fail "unsorted is not on the left"
 	for kind in unsorted frozen; do
@@ -514,7 +525,7 @@ help()
 	[ ! -s "$complaint" ] || fail "--help complains"
 	for option in --scene FILE --ply --splat --sort-by --up --skip-bad --color --particles \
 		--frames --seed --width --height --index-type --threads --colour --wipe --wipe-at \
-		--first --shape --out --trace --capture --replay --window --help; do
+		--first --shape --outlier --out --trace --capture --replay --window --help; do
 		grep -q -- "$option" "$figures" || fail "--help is silent about $option"
 	done
 }
@@ -569,6 +580,8 @@ wrong_use()
 	refused --out /proc/pictures
 	refused "${out[@]}" --sort-by x
 	refused "${out[@]}" --skip-bad
+	refused "${out[@]}" --outlier 100
+	refused "${out[@]}" "$folder/cloud" --outlier 0
 	refused "${out[@]}" ''
 	refused "${out[@]}" --ply ''
 	refused "${out[@]}" --ply
