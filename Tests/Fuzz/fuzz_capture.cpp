@@ -54,6 +54,37 @@ static std::vector<std::string> Findings(const Support::SReplay &replay)
 	return sentences;
 }
 
+template<typename _View>
+static void ReadEveryElement(const _View &view)
+{
+	for (u32 i = 0; i < view.Count(); ++i)
+	{
+		const volatile u8 *const bytes = reinterpret_cast<const volatile u8 *>(view.AddressOf(i));
+		for (u32 byte = 0; byte < sizeof(view[i]); ++byte)
+			static_cast<void>(bytes[byte]);
+	}
+}
+
+// Whatever rules the call breaks, what it is said to read can be read.
+static void ReadWhatTheCallReads(const CCapturedSort &capture)
+{
+	constexpr u32 kMostElements = 1 << 16; // a view of a small file may have billions of elements, all the same one
+	for (u32 page = 0; page <= capture.PageCount(); ++page)
+	{
+		if (capture.Positions(page).Count() <= kMostElements)
+			ReadEveryElement(capture.Positions(page));
+		if (capture.SortValues(page).Count() <= kMostElements)
+			ReadEveryElement(capture.SortValues(page));
+		if (capture.Enableds(page).Count() <= kMostElements)
+			ReadEveryElement(capture.Enableds(page));
+		ReadEveryElement(capture.IndexPattern(page));
+		static_cast<void>(capture.RenderedCount(page));
+		static_cast<void>(capture.VerticesPerParticle(page));
+	}
+	ReadEveryElement(capture.IndexList());
+	ReadEveryElement(capture.QuadCenters());
+}
+
 static void Read(const std::vector<u8> &file)
 {
 	constexpr u64 kMemoryLimit = 1 << 20;
@@ -64,6 +95,7 @@ static void Read(const std::vector<u8> &file)
 			std::printf("%s\n", capture.Refusal());
 		return;
 	}
+	ReadWhatTheCallReads(capture);
 	const std::vector<u8> written = Written(capture);
 	Support::CReadCapture same(written, 2 * kMemoryLimit);
 	// Elements may lie where the sorter or a view has addresses, which are others in the next memory.

@@ -162,18 +162,23 @@ void CCapturedCall::AddParticle(u32 page, u32 number)
 	m_Particles.push_back(particle);
 }
 
-// One after the other, or as the index list says.
+// One after the other, or as the index list says. Particles of geometry that all share are drawn with vertex 0 if the
+// vertex count has no room for them.
 void CCapturedCall::CollectFirstVertices()
 {
 	const TMemoryView<const u32> list = m_Sort.IndexList();
+	const bool perPage = m_Sort.GeometryType() == CTriangleSorter::GeometryPerPage;
 	const bool hasList = m_Sort.GeometryType() == CTriangleSorter::GeometryConstantAndIndexList ||
 	                     m_Sort.GeometryType() == CTriangleSorter::GeometryConstantAndIndexListAndQuadCenters;
+	const u64 vertexCount = m_Sort.VertexCount();
 	u64 next = 0;
 	for (u32 particle = 0; particle < m_Particles.size(); ++particle)
 	{
 		const u32 listed = hasList && particle < list.Count() ? At(list, particle) : 0;
-		m_FirstVertices.push_back(hasList ? listed : u32(next));
+		const u64 first = hasList ? listed : next;
 		next += m_Sort.VerticesPerParticle(m_Particles[particle].m_Page);
+		const bool isInside = perPage || (hasList ? first < vertexCount : next <= vertexCount);
+		m_FirstVertices.push_back(isInside ? u32(first) : 0);
 	}
 }
 

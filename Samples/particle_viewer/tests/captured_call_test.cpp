@@ -382,6 +382,28 @@ TEST(CapturedCall, ParticlesWithTheSameVertices_AreFoundInTurn)
 	EXPECT_EQ(found->Replayed().m_Primitives.size(), call.m_ParticleCount);
 }
 
+// Their patterns are those of vertex 0, which is no other particle's here.
+TEST(CapturedCall, ParticlesBeyondTheVertexCount_AreFoundAtVertex0)
+{
+	const CLibraryReports reports;
+	CTestCall listed(CTriangleSorter::GeometryConstantAndIndexList, true, 3);
+	for (u32 &entry : listed.m_List)
+		entry += 4;
+	listed.m_List[1] = listed.m_List[7] = listed.m_VertexCount;
+	listed.Sort();
+	CTestCall inSequence(CTriangleSorter::GeometryConstant, false, 3);
+	inSequence.m_VertexCount = (inSequence.m_ParticleCount - 5) * 4 + 3; // room for all but the last five
+	inSequence.Sort();
+	for (CTestCall *const call : {&listed, &inSequence})
+	{
+		const std::shared_ptr<CCapturedCall> found = Replayed(call->Capture());
+		EXPECT_EQ(found->Replayed().m_Primitives.size(), call->m_ParticleCount);
+		EXPECT_EQ(found->Replayed().m_LostCount, 0u);
+		EXPECT_EQ(found->Replayed().m_AgainCount, 0u);
+		EXPECT_EQ(found->Replayed().m_MissingCount, 0u);
+	}
+}
+
 TEST(CapturedCall, DamagedFile_IsRefusedInASentence)
 {
 	const CLibraryReports reports;
