@@ -121,10 +121,11 @@ private:
 
 	VX_LOCAL bool _Count(const char *siteKey);
 	VX_LOCAL void _Add(const char *siteKey, const char *message);
+	VX_LOCAL void _PassOn() const;
 
 	CWarningBatch *m_Outer;
 	bool m_IsSilent;
-	Profiler::CHazards *m_Hazards; // the thread's
+	Profiler::CHazards *m_Hazards = null; // the thread's; set with the first site
 	u32 m_SiteCount = 0;
 	SSite m_Sites[kMaxSites];
 };

@@ -105,7 +105,8 @@ namespace Profiler
 	private:
 		void _Notify(const SNodeDescriptor &node, bool entering)
 		{
-			if (const CbScope handler = m_Handler.load(std::memory_order_acquire))
+			const CbScope handler = m_Handler.load(std::memory_order_acquire);
+			if (VX_UNLIKELY(handler != null))
 				handler(node, entering, m_UserData.load(std::memory_order_relaxed));
 		}
 
@@ -113,7 +114,9 @@ namespace Profiler
 		std::atomic<void *> m_UserData = null;
 	};
 
-	/// The process-wide profiler, never null.
+	/// The process-wide profiler.
+	VX_API extern CProfiler s_MainEngineProfiler;
+	/// Its address, never null.
 	VX_API CProfiler *MainEngineProfiler();
 
 	/// A scope: entered where it is constructed, left where it is destroyed.
@@ -149,7 +152,7 @@ namespace Profiler
 	static const ::Vexmoor::Profiler::SNodeDescriptor VX_JOIN(vxNode, __LINE__)(   \
 		_name, __FILE__, __VA_ARGS__, ::Vexmoor::Profiler::SNodeDescriptor::None); \
 	const ::Vexmoor::Profiler::CScopedNode VX_JOIN(vxScope, __LINE__)(             \
-		::Vexmoor::Profiler::MainEngineProfiler(), VX_JOIN(vxNode, __LINE__), true)
+		&::Vexmoor::Profiler::s_MainEngineProfiler, VX_JOIN(vxNode, __LINE__), true)
 
 /// The same, with a colour made from the name.
 #define VX_PROFILE_SCOPE(_name) VX_PROFILE_SCOPE_COLOR(_name, ::Vexmoor::Profiler::SNodeDescriptor::AutogenColor(_name))

@@ -193,7 +193,6 @@ void WarnAtSite(const char *siteKey, const char *message)
 CWarningBatch::CWarningBatch(EMode mode)
 	: m_Outer(s_Batch)
 	, m_IsSilent(mode == Mode_Silent || (m_Outer != null && m_Outer->m_IsSilent))
-	, m_Hazards(&Profiler::CHazards::CurrentThreadHazards())
 {
 	s_Batch = this;
 }
@@ -201,6 +200,13 @@ CWarningBatch::CWarningBatch(EMode mode)
 CWarningBatch::~CWarningBatch()
 {
 	s_Batch = m_Outer;
+	if (VX_UNLIKELY(m_SiteCount != 0))
+		_PassOn();
+}
+
+// Passes what was added up on to the collection. It is not inlined, because most batches have no warnings.
+VX_NOINLINE void CWarningBatch::_PassOn() const
+{
 	for (u32 i = 0; i < m_SiteCount; ++i)
 	{
 		const SSite &site = m_Sites[i];
@@ -232,6 +238,7 @@ void CWarningBatch::_Add(const char *siteKey, const char *message)
 {
 	if (m_SiteCount == kMaxSites)
 		return;
+	m_Hazards = &Profiler::CHazards::CurrentThreadHazards();
 	SSite &site = m_Sites[m_SiteCount++];
 	const std::string_view cutMessage = Cut(message, kMaxMessageLength);
 	site.m_Key = siteKey;

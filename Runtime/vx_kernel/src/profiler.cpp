@@ -18,10 +18,11 @@ namespace Profiler
 		m_Handler.store(handler, std::memory_order_release);
 	}
 
+	CProfiler s_MainEngineProfiler;
+
 	CProfiler *MainEngineProfiler()
 	{
-		static CProfiler s_Profiler;
-		return &s_Profiler;
+		return &s_MainEngineProfiler;
 	}
 } // namespace Profiler
 } // namespace Vexmoor
