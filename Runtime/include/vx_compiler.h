@@ -145,6 +145,15 @@
 	#define VX_PREFETCH_TO_WRITE(_address) __builtin_prefetch(_address, 1)
 #endif
 
+/// Asks for the cache line at the address of a readable byte, which is written to soon. WebAssembly has no instruction
+/// that asks, so the byte is loaded there.
+#if VX_WASM
+	#define VX_FETCH_TO_WRITE(_address) \
+		static_cast<void>(*static_cast<const volatile unsigned char *>(static_cast<const void *>(_address)))
+#else
+	#define VX_FETCH_TO_WRITE(_address) VX_PREFETCH_TO_WRITE(_address)
+#endif
+
 /// Asks the processor for the cache line at an address, which is read soon. Any address will do.
 #if VX_COMPILER_MSVC && VX_X86
 	#define VX_PREFETCH_TO_READ(_address) \

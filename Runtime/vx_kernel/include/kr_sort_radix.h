@@ -540,7 +540,7 @@ private:
 			for (u32 k = 0; k < kRecordsPerStep; ++k)
 			{
 				if (!_BeyondCaches && (i + k) % kRecordsPerLine<_Record> == 0)
-					VX_PREFETCH_TO_WRITE(sorted + i + k);
+					VX_FETCH_TO_WRITE(sorted + i + k);
 			}
 			if constexpr (_AlikeSteps)
 			{
