@@ -1,6 +1,6 @@
 // The functions that the module exports. vexmoor.js calls them and has checked every argument before. A sorter is one
 // block of memory that is taken once, so a sort takes none. A sort is a point sort of one page: its records are filled,
-// sorted and expanded, each by the sorter's public function for that stage.
+// sorted and expanded, each by the sorter's public function for that stage; millions of them part by part.
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -9,6 +9,8 @@
 
 #include "kr_memoryviews.h"
 #include "kr_sort.h"
+
+#include "pv_particle_split.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -28,8 +30,9 @@ enum EArray
 	Array_SortKeys, // three floats per particle by position, one by value
 	Array_Enableds, // a byte per particle, or nothing
 	Array_Indices,
-	Array_Sorted,  // records in drawing order
-	Array_Records, // records as they are filled
+	Array_Sorted,   // records in drawing order
+	Array_Records,  // records as they are filled
+	Array_Counters, // of digits, where a sort may be split
 	Array_Count
 };
 
@@ -87,6 +90,7 @@ SPointSorter *create(
 		RoundedUp(particleCount * patternCount * (has16BitIndices ? sizeof(u16) : sizeof(u32))),
 		recordsSize,
 		recordsSize,
+		capacity >= kMinSplitCount ? kSplitDigitCount * sizeof(u32) : 0,
 	};
 	SPointSorter sorter = {byPosition, hasEnableds, has16BitIndices, patternCount, verticesPerParticle, {}};
 	u64 size = RoundedUp(sizeof(SPointSorter));
@@ -131,30 +135,63 @@ VX_WEB_EXPORT(indices) void *indices(SPointSorter *sorter)
 	return sorter->Array<void>(Array_Indices);
 }
 
+namespace
+{
+// Makes records of as many particles, from the first one on. There are more particles than records only where some of
+// them are disabled.
+void Fill(SPointSorter *sorter,
+	const CFloat3 &cameraPosition,
+	u32 first,
+	u32 particleCount,
+	const TMemoryView<SIndexAndDepth> &records)
+{
+	const bool hasDisabled = particleCount != records.Count();
+	const TStridedMemoryView<const u8> enableds(
+		sorter->Array<u8>(Array_Enableds) + first, hasDisabled ? particleCount : 0, sizeof(u8));
+	const u32 firstVertex = first * sorter->m_VerticesPerParticle;
+	if (sorter->m_ByPosition)
+		CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(records,
+			TStridedMemoryView<const CFloat3>(
+				sorter->Array<CFloat3>(Array_SortKeys) + first, particleCount, sizeof(CFloat3)),
+			cameraPosition, enableds, firstVertex, sorter->m_VerticesPerParticle);
+	else
+		CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(records,
+			TStridedMemoryView<const float>(sorter->Array<float>(Array_SortKeys) + first, particleCount, sizeof(float)),
+			enableds, firstVertex, sorter->m_VerticesPerParticle);
+}
+
+// Writes the indices of sorted records, behind those of as many records as come before.
+void Expand(SPointSorter *sorter, u32 first, const SIndexAndDepth *records, u32 count)
+{
+	const TMemoryView<const u32> drawnPattern(sorter->Array<u32>(Array_Pattern), sorter->m_PatternCount);
+	const ureg firstIndex = ureg(first) * sorter->m_PatternCount;
+	if (sorter->m_Has16BitIndices)
+		CTriangleSorter::ExpandIndices(drawnPattern, records, sorter->Array<u16>(Array_Indices) + firstIndex, count);
+	else
+		CTriangleSorter::ExpandIndices(drawnPattern, records, sorter->Array<u32>(Array_Indices) + firstIndex, count);
+}
+} // namespace
+
 // Sorts the first count particles. Returns how many of them are drawn.
 VX_WEB_EXPORT(sort) u32 sort(SPointSorter *sorter, u32 count, float cameraX, float cameraY, float cameraZ)
 {
 	const u8 *const enableds = sorter->Array<u8>(Array_Enableds);
 	const u32 drawnCount = sorter->m_HasEnableds ? count - u32(std::count(enableds, enableds + count, u8(0))) : count;
-	const TMemoryView<SIndexAndDepth> records(sorter->Array<SIndexAndDepth>(Array_Records), drawnCount);
-	const TMemoryView<SIndexAndDepth> sorted(sorter->Array<SIndexAndDepth>(Array_Sorted), drawnCount);
-	const TStridedMemoryView<const u8> enabledView(enableds, sorter->m_HasEnableds ? count : 0, sizeof(u8));
+	SIndexAndDepth *const records = sorter->Array<SIndexAndDepth>(Array_Records);
+	SIndexAndDepth *const sorted = sorter->Array<SIndexAndDepth>(Array_Sorted);
+	const CFloat3 cameraPosition(cameraX, cameraY, cameraZ);
 
-	if (sorter->m_ByPosition)
-		CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(records,
-			TStridedMemoryView<const CFloat3>(sorter->Array<CFloat3>(Array_SortKeys), count, sizeof(CFloat3)),
-			CFloat3(cameraX, cameraY, cameraZ), enabledView, 0, sorter->m_VerticesPerParticle);
-	else
-		CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(records,
-			TStridedMemoryView<const float>(sorter->Array<float>(Array_SortKeys), count, sizeof(float)), enabledView, 0,
-			sorter->m_VerticesPerParticle);
-
-	Sort<SSortKeyExtractor_TriangleIndexAndDepth>(records.Begin(), records.End(), sorted.Begin());
-
-	const TMemoryView<const u32> drawnPattern(sorter->Array<u32>(Array_Pattern), sorter->m_PatternCount);
-	if (sorter->m_Has16BitIndices)
-		CTriangleSorter::ExpandIndices(drawnPattern, sorted.Data(), sorter->Array<u16>(Array_Indices), drawnCount);
-	else
-		CTriangleSorter::ExpandIndices(drawnPattern, sorted.Data(), sorter->Array<u32>(Array_Indices), drawnCount);
+	if (count >= kMinSplitCount && drawnCount == count)
+	{
+		const auto fill = [=](u32 first, const TMemoryView<SIndexAndDepth> &block)
+		{ Fill(sorter, cameraPosition, first, block.Count(), block); };
+		const auto expand = [=](u32 first, const SIndexAndDepth *part, u32 partCount)
+		{ Expand(sorter, first, part, partCount); };
+		if (SplitSort(count, sorter->Array<u32>(Array_Counters), records, sorted, fill, expand))
+			return drawnCount;
+	}
+	Fill(sorter, cameraPosition, 0, count, TMemoryView<SIndexAndDepth>(records, drawnCount));
+	Sort<SSortKeyExtractor_TriangleIndexAndDepth>(records, records + drawnCount, sorted);
+	Expand(sorter, 0, sorted, drawnCount);
 	return drawnCount;
 }
