@@ -169,22 +169,81 @@ TEST(SortJobs, KeysThatShareTheirLeadingDigits_MatchTheModel)
 	}
 }
 
+// Counts of one job alone, whose counters have 16 bits for the first one and 32 for the other one.
+constexpr u32 kCountsOfOneJob[] = {500, 1400};
+static_assert(kCountsOfOneJob[0] <= VEXMOOR_MAX_IN_SHORT_COUNTERS);
+
 // One job alone takes two passes where the upper digit of keys allows it, and three where it does not.
 TEST(SortJobs, KeysOfEverySpan_MatchTheModelOnOneJob)
 {
-	constexpr u32 kCount = 1400;
-	for (u32 bits = 14; bits <= 31; ++bits)
+	for (const u32 count : kCountsOfOneJob)
 	{
-		for (const u32 lowest : {0u, 0x1FFFu, 0x3FF12345u})
+		for (u32 bits = 12; bits <= 31; ++bits)
 		{
-			Model::CRandom random(bits);
-			std::vector<u32> keys;
-			for (u32 i = 0; i < kCount; ++i)
-				keys.push_back(std::min(lowest + random.Below(1u << bits), 0x7F800000u));
-			EXPECT_TRUE(SortsLikeTheModel(WithKeys(keys), WithJobs(1))) << bits << " bits above " << lowest;
-			for (u32 i = 0; i < kCount; ++i)
-				keys[i] = keys[i - i % 20];
-			EXPECT_TRUE(SortsLikeTheModel(WithKeys(keys), WithJobs(1))) << "runs, " << bits << " bits above " << lowest;
+			for (const u32 lowest : {0u, 0x1FFFu, 0x3FF12345u})
+			{
+				Model::CRandom random(bits);
+				std::vector<u32> keys;
+				for (u32 i = 0; i < count; ++i)
+					keys.push_back(std::min(lowest + random.Below(1u << bits), 0x7F800000u));
+				EXPECT_TRUE(SortsLikeTheModel(WithKeys(keys), WithJobs(1)))
+					<< count << " of " << bits << " bits above " << lowest;
+				for (u32 i = 0; i < count; ++i)
+					keys[i] = keys[i - i % 20];
+				EXPECT_TRUE(SortsLikeTheModel(WithKeys(keys), WithJobs(1)))
+					<< count << " in runs, " << bits << " bits above " << lowest;
+			}
+		}
+	}
+}
+
+// One job alone packs an index with a digit where both fit a word.
+TEST(SortJobs, IndicesOfEveryHeight_MatchTheModelOnOneJob)
+{
+	for (const u32 count : kCountsOfOneJob)
+	{
+		for (u32 bits = 16; bits <= 22; ++bits)
+		{
+			for (const u32 indexEnd : {(1u << bits) - 1, 1u << bits, (1u << bits) + 1})
+			{
+				Model::CRandom random(bits);
+				std::vector<u32> keys;
+				for (u32 i = 0; i < count; ++i)
+					keys.push_back(0x3F800000u + random.Below(1u << 26));
+				SScene scene = WithKeys(keys);
+				scene.m_VertexCount = indexEnd;
+				for (u32 &entry : scene.m_IndexList)
+					entry = indexEnd - 1 - random.Below(count);
+				EXPECT_TRUE(SortsLikeTheModel(scene, WithJobs(1))) << count << " indices below " << indexEnd;
+
+				scene.m_Geometry = Model::EGeometry::Constant;
+				for (const u32 step : {1u, 2u, 3u, 4u, 6u, 12u})
+				{
+					scene.m_VerticesPerParticle = step;
+					EXPECT_TRUE(SortsLikeTheModel(scene, WithJobs(1)))
+						<< count << " indices below " << indexEnd << " in steps of " << step;
+				}
+			}
+		}
+	}
+}
+
+// With more records than 16 bits count, indices are as high as words hold them, and multiples of 4.
+TEST(SortJobs, ManyParticlesOnOneJob_MatchTheModel)
+{
+	for (const Model::EGeometry geometry : {Model::EGeometry::Constant, Model::EGeometry::PerPage})
+	{
+		for (const u32 count : {65536u, 65537u, 131072u, 262144u, 262145u})
+		{
+			const u32 particleCount = geometry == Model::EGeometry::PerPage ? count / 2 : count;
+			SScene scene = ManyParticles(geometry, particleCount);
+			scene.m_SortType = Model::ESortType::ByValue;
+			scene.m_VertexCount = particleCount * 4;
+			scene.m_VerticesPerParticle = 4;
+			Model::CRandom random(count);
+			for (u32 &bits : scene.m_Pages[0].m_Values.m_Elements)
+				bits = 0x3F800000u + random.Below(1u << 26);
+			EXPECT_TRUE(SortsLikeTheModel(scene, WithJobs(1))) << count << " records";
 		}
 	}
 }

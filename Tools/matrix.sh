@@ -328,7 +328,8 @@ compile()
 	# Jobs share out small scenes too.
 	# shellcheck disable=SC2086 # a command, with its target
 	$compiler $standard "${runtime[@]}" -DVX_ASSERTIONS="$assertions" -DVEXMOOR_MIN_RECORDS_PER_JOB=16 \
-		-DVEXMOOR_MIN_PART_SIZE=8 "${includes[@]}" -I Tests/Model "$@"
+		-DVEXMOOR_MIN_PART_SIZE=8 -DVEXMOOR_MIN_RECORDS_OF_ONE_JOB=110 -DVEXMOOR_MIN_PAGE_SIZE_OF_ONE_JOB=1 \
+		"${includes[@]}" -I Tests/Model "$@"
 }
 
 generator_object()

@@ -31,7 +31,11 @@ constexpr u32 kMinRecordsPerJob = VEXMOOR_MIN_RECORDS_PER_JOB;
 constexpr u32 kMinRecordCount = std::max<u32>(VEXMOOR_MIN_RECORDS_OF_ONE_JOB, kMaxQuickSortCount + 1);
 constexpr u32 kMinPageSizeOfOneJob = VEXMOOR_MIN_PAGE_SIZE_OF_ONE_JOB;
 constexpr u32 kMinSplitByOneJob = VEXMOOR_MIN_SPLIT_BY_ONE_JOB;
-constexpr u32 kMaxInTwoPasses = std::min<u32>(CTwoDigitSort::kMaxCount, kMinSplitByOneJob - 1);
+
+// If many keys are equal, a split and the sorts of its parts take up to three times as long as the radix sort, because
+// records wait for the position that the record before them has stored. So up to three jobs leave such keys to one
+// thread.
+constexpr u32 kMaxJobsForRuns = 3;
 
 // Outputs of different jobs meet at multiples of this many records, which keeps every worker's blocks whole and its
 // output at one alignment: eight records of any width are a multiple of 16 bytes.
@@ -42,7 +46,7 @@ u64 CSortJobs::MemorySize(u32 recordCount, u32 maxJobCount)
 	const u32 jobCount = CJobs::CountFor(recordCount, kMinRecordsPerJob, maxJobCount);
 	if (recordCount < kMinRecordCount)
 		return 0;
-	const u64 counterCount = std::max<u64>(u64(jobCount) * CSplitSort::kCountersPerJob, CTwoDigitSort::kWordCount);
+	const u64 counterCount = std::max<u64>(u64(jobCount) * CSplitSort::kCountersPerJob, TwoDigitWordCount(recordCount));
 	return offsetof(SMemory, m_Counters) + counterCount * sizeof(u32);
 }
 
@@ -71,6 +75,7 @@ CSortJobs::CSortJobs(
 		  m_Memory->m_Levels,
 		  m_Memory->m_Counters)
 {
+	std::fill_n(m_Shares, m_JobCount + 1, SShare{});
 }
 
 // Runs what warns, and returns how many hazards that has counted. They are taken back from this thread, since they
@@ -191,7 +196,6 @@ bool CSortJobs::_SortTriangles(_Index *indices)
 		else
 			_FillTriangles(triangles, m_Sorter.m_InSortKeys);
 		WriteMissingTriangles(m_Filled, triangles, m_FilledCount, m_RecordCount);
-		_EndTwoPasses();
 	}
 	{
 		VX_PROFILE_SCOPE_COLOR("Sort", CFloat3(0.2f, 0.08f, 0.9f));
@@ -215,42 +219,58 @@ bool CSortJobs::_SortTriangles(_Index *indices)
 
 bool CSortJobs::_PaysForOneJob() const
 {
-	return m_JobCount != 1 || ((m_RecordCount <= kMaxInTwoPasses || m_RecordCount >= kMinSplitByOneJob) &&
+	return m_JobCount != 1 || ((_IsNotSplit() || m_RecordCount >= kMinSplitByOneJob) &&
 								  m_Sorter.m_InRenderedParticleCounts.Count() <= m_RecordCount / kMinPageSizeOfOneJob);
 }
 
 // Whether one job sorts all records as they are, in two passes or three.
 bool CSortJobs::_IsNotSplit() const
 {
-	return m_JobCount == 1 && m_RecordCount <= kMaxInTwoPasses;
+	if (m_JobCount != 1 || m_RecordCount > kMaxInTwoPasses || m_RecordCount >= kMinSplitByOneJob)
+		return false;
+	return m_RecordCount <= kMaxInShortCounters || TPackedWord<0>::Holds(_IndexEnd(), _IndexStep()) ||
+	       TPackedWord<2>::Holds(_IndexEnd(), _IndexStep());
 }
 
-// Looks at the keys of particles that have just been filled, each of which makes a number of records. Returns their
-// span. If the keys of the first page are not for two passes, nothing is counted: the first page stands for all pages,
-// and counting in vain would take a twelfth of the sort.
-SKeySpan CSortJobs::_LookAt(const SIndexAndDepth *particles, u32 count, u32 recordsPerParticle)
+// What the indices of all records are below, and what they are multiples of.
+u32 CSortJobs::_IndexEnd() const
 {
-	if (_IsNotSplit() && !m_SortsInTwoPasses)
-		return {0, ~0u};
-	const SKeySpan span = SpanOf(particles, count);
-	if (particles == m_Filled && m_SortsInTwoPasses)
-	{
-		m_SortsInTwoPasses = CTwoDigitSort::IsFor(span, particles, count);
-		if (m_SortsInTwoPasses)
-			CTwoDigitSort(m_Memory->m_Counters).Begin();
-	}
-	if (m_SortsInTwoPasses)
-		CTwoDigitSort(m_Memory->m_Counters)
-			.Count(particles, m_Sorted + (particles - m_Filled), count, recordsPerParticle);
+	return m_SortsTriangles ? m_RecordCount : m_Sorter.m_VertexCount;
+}
+u32 CSortJobs::_IndexStep() const
+{
+	return m_Sorter.m_GeometryType == CSorter::GeometryConstant ? m_Sorter.m_PrimiteVertexCount : 1;
+}
+
+// Looks at the keys of particles that have just been filled, and returns their span. One job alone stops looking where
+// it sees that they are not for two passes, which the first page tells for all pages.
+SKeySpan CSortJobs::_LookAt(const SIndexAndDepth *particles, u32 count)
+{
+	if (!_IsNotSplit())
+		return SpanOf(particles, count);
+	if (particles == m_Filled)
+		m_SortsInTwoPasses = SuitTwoPasses(SKeySample::Of(particles, count));
+	const SKeySpan span = m_SortsInTwoPasses ? SpanOf(particles, count) : SKeySpan{0, ~0u};
+	m_SortsInTwoPasses = UpperBitCount(span) <= kMaxUpperBits;
 	return span;
 }
 
-// Counts the records behind those that pages have filled.
-void CSortJobs::_EndTwoPasses()
+void CSortJobs::_SortInTwoPasses(const SKeySpan &span) const
 {
-	if (m_SortsInTwoPasses)
-		CTwoDigitSort(m_Memory->m_Counters)
-			.Count(m_Filled + m_FilledCount, m_Sorted + m_FilledCount, m_RecordCount - m_FilledCount, 1);
+	u32 *const counters = m_Memory->m_Counters;
+	u16 *const shortCounters = reinterpret_cast<u16 *>(counters);
+	const bool isPacked = TPackedWord<0>::Holds(_IndexEnd(), _IndexStep());
+	if (m_RecordCount > kMaxInShortCounters)
+	{
+		if (isPacked)
+			SortInTwoPasses<TPackedWord<0>>(m_Filled, m_Sorted, m_RecordCount, span, counters);
+		else
+			SortInTwoPasses<TPackedWord<2>>(m_Filled, m_Sorted, m_RecordCount, span, counters);
+	}
+	else if (isPacked)
+		SortInTwoPasses<TPackedWord<0>>(m_Filled, m_Sorted, m_RecordCount, span, shortCounters);
+	else
+		SortInTwoPasses<SWholeWord>(m_Filled, m_Sorted, m_RecordCount, span, shortCounters);
 }
 
 // What is checked first: that nothing of the sort has anything to report, nor reads beyond what it is given.
@@ -435,7 +455,7 @@ bool CSortJobs::_SharePages(const TPages<_Element> &pages)
 	u32 job = 0;
 	const auto nextCut = [&]
 	{ return job < m_JobCount ? u64(FirstUnitOfJob(m_FilledCount, job, m_JobCount)) : ~u64(0); };
-	SPage page;
+	SPage page = {};
 	for (; m_SortsTriangles ? page.m_Id != pageCount : page.m_FirstRecord < m_FilledCount; _Leave(page))
 	{
 		if (page.m_Id == pageCount)
@@ -546,18 +566,21 @@ void CSortJobs::_FillShare(u32 job, const _FillPart &fillPart)
 	SPage page = share.m_Page;
 	u32 first = share.m_FirstParticle;
 	u32 offset = share.m_OffsetInPage;
+	SKeySpan span;
 	const auto isLeft = [&]
 	{ return page.m_Id < stop.m_Page.m_Id || (page.m_Id == stop.m_Page.m_Id && first < stop.m_FirstParticle); };
 	while (isLeft())
 	{
 		const u32 end = page.m_Id == stop.m_Page.m_Id ? stop.m_FirstParticle : page.m_ParticleCount;
 		if (first < end)
-			share.m_Span = share.m_Span.With(fillPart(page, first, end - first, offset));
+			span = span.With(fillPart(page, first, end - first, offset));
 		_Leave(page);
 		first = offset = 0;
 		if (isLeft())
 			_Enter(page);
 	}
+	share.m_LowestKey = span.m_Lowest;
+	share.m_HighestKey = span.m_Highest;
 }
 
 template<typename _Element, typename... _Camera>
@@ -586,13 +609,11 @@ void CSortJobs::_FillPoints(const TPages<_Element> &pages, const _Camera &...cam
 		else
 			FillPart(records, source, offset, camera...,
 				CVertexBases_Sequence(page.m_FirstVertex + first * increment, increment));
-		return _LookAt(records.Data(), count, 1);
+		return _LookAt(records.Data(), count);
 	};
-	m_SortsInTwoPasses = _IsNotSplit();
 	m_Jobs.Run(m_JobCount, [&](u32 job) { _FillShare(job, fillPart); });
 	if (m_FilledCount != m_RecordCount)
 		FillFarRecords(CRecordList(m_Filled + m_FilledCount, m_RecordCount - m_FilledCount));
-	_EndTwoPasses();
 }
 
 // Warns of pages, reports them and enters their scopes, page by page as the sort without jobs does: each step is called
@@ -604,7 +625,7 @@ void CSortJobs::_TellOfPages(_Index *triangles, const TPages<_Element> &pages)
 	const EIndexStores stores = StoresOfUnsorted<_Index>(m_Sorter.m_IndexCount_fromBB);
 	const SPage &stop = m_Shares[m_JobCount].m_Page;
 	u32 job = 0;
-	for (SPage page; page.m_Id < stop.m_Id; _Leave(page))
+	for (SPage page = {}; page.m_Id < stop.m_Id; _Leave(page))
 	{
 		_Enter(page);
 		if (page.m_ParticleCount == 0)
@@ -645,7 +666,7 @@ void CSortJobs::_FillTriangles(_Index *triangles, const TPages<_Element> &pages,
 		SIndexAndDepth *const particles = m_Filled + page.m_FirstRecord + first;
 		FillPart(CRecordList(particles, count), source, offset, camera...,
 			CVertexBases_Sequence(page.m_FirstVertex + first * vertexCount, vertexCount));
-		const SKeySpan span = _LookAt(particles, count, recordsPerParticle);
+		const SKeySpan span = _LookAt(particles, count);
 		CSorter::_ExpandByWidth(m_Sorter.m_IndexPatternCollection[page.m_Id], particles,
 			triangles + ureg(firstTriangle) * 3, count, stores);
 		for (u32 triangle = 0; triangle < recordsPerParticle; ++triangle)
@@ -653,7 +674,6 @@ void CSortJobs::_FillTriangles(_Index *triangles, const TPages<_Element> &pages,
 				firstTriangle + triangle, recordsPerParticle);
 		return span;
 	};
-	m_SortsInTwoPasses = _IsNotSplit();
 	m_Jobs.Run(m_JobCount, [&](u32 job) { _FillShare(job, fillPart); });
 }
 
@@ -663,14 +683,21 @@ void CSortJobs::_Split()
 {
 	SKeySpan span;
 	for (u32 job = 0; job < m_JobCount; ++job)
-		span = span.With(m_Shares[job].m_Span);
+		span = span.With({m_Shares[job].m_LowestKey, m_Shares[job].m_HighestKey});
 	if (m_FilledCount != m_RecordCount)
 		span = span.With({SValueKey::kFar, SValueKey::kFar});
-	if (m_JobCount != 1 || (!_IsNotSplit() && !CTwoDigitSort::ComeInRuns(m_Filled, m_RecordCount)))
-		return m_Split.Split(span);
-	m_SortsInTwoPasses = m_SortsInTwoPasses && CTwoDigitSort::IsFor(span, m_Filled, m_RecordCount);
+	if (!_IsNotSplit())
+	{
+		if (span.BitCount() == 0)
+			return m_Split.TakeSorted(true);
+		const bool isForRuns = m_JobCount <= kMaxJobsForRuns && SKeySample::Of(m_Filled, m_RecordCount).HasEqualKeys();
+		if (!isForRuns)
+			return m_Split.Split(span);
+	}
+	m_SortsInTwoPasses = m_SortsInTwoPasses && UpperBitCount(span) <= kMaxUpperBits &&
+	                     SuitTwoPasses(SKeySample::Of(m_Filled, m_RecordCount));
 	if (m_SortsInTwoPasses)
-		CTwoDigitSort(m_Memory->m_Counters).Sort(m_Filled, m_Sorted, m_RecordCount, span);
+		_SortInTwoPasses(span);
 	else
 		Sort<SSortKeyExtractor_TriangleIndexAndDepth>(m_Filled, m_Filled + m_RecordCount, m_Sorted);
 	m_Split.TakeSorted(m_SortsInTwoPasses);

@@ -59,10 +59,10 @@ private:
 	// A page, in a walk over all pages.
 	struct SPage
 	{
-		u32 m_Id = 0;
-		u32 m_FirstRecord = 0; // behind those of the pages before
-		u32 m_FirstVertex = 0;
-		u32 m_ParticleCount = 0; // that are drawn
+		u32 m_Id;
+		u32 m_FirstRecord; // behind those of the pages before
+		u32 m_FirstVertex;
+		u32 m_ParticleCount; // that are drawn
 	};
 
 	enum EPageState
@@ -72,20 +72,24 @@ private:
 		PageState_Unsound // and reported
 	};
 
-	// What a job fills: from a particle of a page to where the next share begins.
+	// What a job fills: from a particle of a page to where the next share begins. Nothing here has an initial value,
+	// because few of the shares that there is room for are used.
 	struct SShare
 	{
 		SPage m_Page;
-		u32 m_FirstParticle = 0; // of those that are drawn
-		u32 m_OffsetInPage = 0;
-		u32 m_HazardCount = 0; // of the slow pages that begin here
-		SKeySpan m_Span;       // of its records
+		u32 m_FirstParticle; // of those that are drawn
+		u32 m_OffsetInPage;
+		u32 m_HazardCount; // of the slow pages that begin here
+		u32 m_LowestKey;
+		u32 m_HighestKey;
 	};
 
 	bool _PaysForOneJob() const;
 	bool _IsNotSplit() const;
-	SKeySpan _LookAt(const SIndexAndDepth *particles, u32 count, u32 recordsPerParticle);
-	void _EndTwoPasses();
+	u32 _IndexEnd() const;
+	u32 _IndexStep() const;
+	void _SortInTwoPasses(const SKeySpan &span) const;
+	SKeySpan _LookAt(const SIndexAndDepth *particles, u32 count);
 
 	bool _PointsAreSound() const;
 	bool _QuadsAreSound() const;

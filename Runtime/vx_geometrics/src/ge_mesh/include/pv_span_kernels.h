@@ -5,25 +5,31 @@
 
 #include "simd/lanes_shared.h"
 
+#include "pv_depth_keys.h"
 #include "pv_fill.h"
 
 namespace Vexmoor
 {
-// Widens a span by the keys of records. Each lane keeps the lowest and the highest of its own keys.
+// Widens a span by the keys of records. Each lane keeps the lowest and the highest of its own keys. Lanes are sorted as
+// signed numbers, which with flipped sign bits have the order of unsigned ones.
 template<typename _Lanes>
 static void WidenSpanInLanes(const SIndexAndDepth *records, u32 count, u32 &lowest, u32 &highest)
 {
 	typedef typename _Lanes::Register Register;
 	constexpr u32 kLanes = _Lanes::kLanes;
-	Register lowestOfLanes = _Lanes::Splat(lowest);
-	Register highestOfLanes = _Lanes::Splat(highest);
+	const Register signs = _Lanes::Splat(kSignBit);
+	Register lowestOfLanes = _Lanes::Splat(lowest ^ kSignBit);
+	Register highestOfLanes = _Lanes::Splat(highest ^ kSignBit);
 	for (; count >= kLanes; count -= kLanes)
 	{
-		const Register keys = _Lanes::LoadEvenLanes(reinterpret_cast<const u8 *>(records));
-		lowestOfLanes = _Lanes::Select(_Lanes::LessUnsigned(keys, lowestOfLanes), keys, lowestOfLanes);
-		highestOfLanes = _Lanes::Select(_Lanes::LessUnsigned(highestOfLanes, keys), keys, highestOfLanes);
+		Register keys = _Lanes::Xor(_Lanes::LoadEvenLanes(reinterpret_cast<const u8 *>(records)), signs);
+		Register keysAgain = keys;
+		_Lanes::SortTwo(lowestOfLanes, keysAgain);
+		_Lanes::SortTwo(keys, highestOfLanes);
 		records += kLanes;
 	}
+	lowestOfLanes = _Lanes::Xor(lowestOfLanes, signs);
+	highestOfLanes = _Lanes::Xor(highestOfLanes, signs);
 	u32 lows[kLanes], highs[kLanes];
 	_Lanes::Store(lows, lowestOfLanes);
 	_Lanes::Store(highs, highestOfLanes);

@@ -64,6 +64,10 @@ static VX_INLINE u32 KeyOf(u64 record)
 {
 	return VX_LITTLE_ENDIAN ? u32(record) : u32(record >> 32);
 }
+static VX_INLINE u32 IndexOf(u64 record)
+{
+	return VX_LITTLE_ENDIAN ? u32(record >> 32) : u32(record);
+}
 
 // How the bits above the lowest key are cut into digits: passCount of them, the lowest one first, of digitBits each.
 struct SSpanDigits

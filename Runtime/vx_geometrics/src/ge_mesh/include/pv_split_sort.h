@@ -96,13 +96,18 @@ public:
 	// Moves all records to their parts. The span contains their keys.
 	void Split(const SKeySpan &span) { _Split({0, m_RecordCount, span, true}, 0); }
 
-	// In place of Split: records are sorted already, and make one part.
+	// In place of Split: records are sorted already, in either array, and make a part for each job.
 	void TakeSorted(bool inFilled)
 	{
-		m_Parts[m_PartCount++] = {
-			0, m_RecordCount, {0, 0},
-              inFilled
-        };
+		for (; m_PartCount < m_JobCount; ++m_PartCount)
+		{
+			const u32 first = FirstUnitOfJob(m_RecordCount, m_PartCount, m_JobCount);
+			const u32 end = FirstUnitOfJob(m_RecordCount, m_PartCount + 1, m_JobCount);
+			m_Parts[m_PartCount] = {
+				first, end - first, {0, 0},
+                    inFilled
+            };
+		}
 		m_EndsInFilled = inFilled;
 	}
 

@@ -5,9 +5,14 @@
 //   key     | what all keys share | upper digit, less the lowest one | lower digit |
 //                                   up to 14 bits                     13 bits
 //
-// The lower digit is the low bits of keys as they are, so that it can be counted page by page, while the filled records
-// are in a first-level cache. The upper digit is counted by the pass that moves records by the lower one: there the
-// records are loaded anyway. With 12 and 11 bits for the lower digit the sort took 1.01 to 1.05 and 1.1 times as long.
+// The second pass needs no more of a record than its upper digit and its index. Where both fit 32 bits, the first pass
+// stores them alone, and half as many cache lines:
+//
+//   records   | key, index | key, index | key, index | ...        8 bytes each
+//                 first pass: moves by the lower digit, and counts the upper one
+//   words     | upper digit, index | upper digit, index | ...     4 bytes each
+//                 second pass: moves by the upper digit
+//   records   |      index |      index |      index | ...        8 bytes each
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -20,114 +25,156 @@
 #include "pv_jobs.h"
 #include "pv_span_sort.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace Vexmoor
 {
-class CTwoDigitSort
+// With 12 and 11 bits for the lower digit, the sort took 1.01 to 1.05 and 1.1 times as long.
+constexpr u32 kLowerBits = 13;
+constexpr u32 kLowerMask = (1u << kLowerBits) - 1;
+constexpr u32 kMaxUpperBits = 14;
+
+// Counters of 16 bits count no more. A position behind the last of so many records wraps to 0, and is not read. With
+// counters of 32 bits, words of so many records fit a second-level cache of a megabyte.
+constexpr u32 kMaxInShortCounters = VEXMOOR_MAX_IN_SHORT_COUNTERS;
+constexpr u32 kMaxInTwoPasses = 1u << 18;
+
+// How many words of memory the counters of both digits take.
+static inline u32 TwoDigitWordCount(u32 recordCount)
 {
-public:
-	static constexpr u32 kLowerBits = 13;
-	static constexpr u32 kMinUpperBits = VEXMOOR_MIN_UPPER_BITS_OF_ONE_JOB;
-	static constexpr u32 kMaxUpperBits = 14;
-	static constexpr u32 kWordCount =
-		((1u << kLowerBits) + (1u << kMaxUpperBits)) / 2; // two counters to a word of memory
+	constexpr u32 kCounters = (1u << kLowerBits) + (1u << kMaxUpperBits);
+	return recordCount <= kMaxInShortCounters ? kCounters / 2 : kCounters;
+}
 
-	// Counters of 16 bits count no more. A position behind the last of so many records wraps to 0, and is not read.
-	static constexpr u32 kMaxCount = 1u << 16;
+// What 16 places that are spread evenly over records tell of all keys. Of fewer than 128 records it tells nothing.
+struct SKeySample
+{
+	SKeySpan m_Span;      // a part of the span of all keys
+	u32 m_EqualCount;     // at how many places the first key and the eighth are equal
+	u32 m_SameLowerCount; // at how many places the first two keys have the same lower digit
+	u32 m_SameUpperCount; // at how many places the first two keys have the same bits above the lower digit
 
-	// counters  memory of kWordCount words
-	explicit CTwoDigitSort(u32 *counters)
-		: m_Lower(reinterpret_cast<u16 *>(counters))
-		, m_Upper(m_Lower + (1u << kLowerBits))
+	static constexpr u32 kPlaces = 16;
+	static constexpr u32 kRecordsPerPlace = 8;
+
+	static SKeySample Of(const SIndexAndDepth *records, u32 count)
 	{
-	}
-
-	// Comes before all calls of Count.
-	void Begin() const { std::memset(m_Lower, 0, sizeof(u16) << kLowerBits); }
-
-	// Counts the lower digits of records, each of which stands for a number of records with its key. Fetches as many
-	// records' lines from others on, which have lain idle since the last frame.
-	void Count(const SIndexAndDepth *__restrict records, const SIndexAndDepth *others, u32 count, u32 weight) const
-	{
-		u16 *__restrict const lower = m_Lower;
-		ForEachRecord(count,
-			[=](u32 i)
-			{
-				if (i % kRecordsPerLine<SIndexAndDepth> == 0)
-					VX_PREFETCH_TO_WRITE(others + i);
-				u16 &counter = lower[records[i].m_Depth & kLowerMask];
-				counter = u16(counter + weight);
-			});
-	}
-
-	// Whether two passes do for these keys, and are faster than the sort of three passes: that one moves runs of equal
-	// keys at once, and copies where keys share their top bits.
-	static bool IsFor(const SKeySpan &span, const SIndexAndDepth *records, u32 count)
-	{
-		const u32 upperBits = _UpperBitsOf(span);
-		return upperBits >= kMinUpperBits && upperBits <= kMaxUpperBits && !ComeInRuns(records, count);
-	}
-
-	// Looks at places spread evenly over the records: whether at an eighth of them eight keys in a row are equal.
-	static bool ComeInRuns(const SIndexAndDepth *records, u32 count)
-	{
-		constexpr u32 kLooks = 16;
-		constexpr u32 kRecordsPerLook = 8;
-		const u32 distance = count / kLooks;
-		u32 runs = 0;
-		for (u32 look = 0; look < kLooks && distance >= kRecordsPerLook; ++look)
+		SKeySample sample = {{}, 0, 0, 0};
+		const u32 distance = count / kPlaces;
+		for (u32 place = 0; place < kPlaces && distance >= kRecordsPerPlace; ++place)
 		{
-			const SIndexAndDepth *const first = records + look * distance;
-			runs += first[0] == first[kRecordsPerLook / 2 - 1] && first[0] == first[kRecordsPerLook - 1];
+			const SIndexAndDepth *const first = records + place * distance;
+			const u32 key = first->m_Depth;
+			const u32 differing = key ^ first[1].m_Depth;
+			sample.m_Span = sample.m_Span.With({key, key});
+			sample.m_EqualCount += key == first[kRecordsPerPlace - 1].m_Depth;
+			sample.m_SameLowerCount += (differing & kLowerMask) == 0;
+			sample.m_SameUpperCount += differing >> kLowerBits == 0;
 		}
-		return runs >= kLooks / 8;
+		return sample;
 	}
 
-	// Sorts all records in ascending order of their keys, equal keys in the order that they come in, through the other
-	// array and back. All of them have been counted. The span contains their keys.
-	void Sort(
-		SIndexAndDepth *__restrict records, SIndexAndDepth *__restrict others, u32 count, const SKeySpan &span) const
-	{
-		u16 *__restrict const lower = m_Lower;
-		u16 *__restrict const upper = m_Upper;
-		const u32 upperCount = 1u << _UpperBitsOf(span);
-		const u32 lowestUpper = span.m_Lowest >> kLowerBits;
-		std::memset(upper, 0, upperCount * sizeof(u16));
-		SortLanes::SumCounters(lower, 1u << kLowerBits);
-		ForEachRecord(count,
-			[=](u32 i)
-			{
-				const u64 record = LoadRecord(records + i);
-				u16 &counter = upper[(KeyOf(record) >> kLowerBits) - lowestUpper];
-				counter = u16(counter + 1);
-				_Move(record, others, lower[KeyOf(record) & kLowerMask]);
-			});
-		SortLanes::SumCounters(upper, upperCount);
-		ForEachRecord(count,
-			[=](u32 i)
-			{
-				const u64 record = LoadRecord(others + i);
-				_Move(record, records, upper[(KeyOf(record) >> kLowerBits) - lowestUpper]);
-			});
-	}
-
-private:
-	static constexpr u32 kLowerMask = (1u << kLowerBits) - 1;
-
-	static u32 _UpperBitsOf(const SKeySpan &span)
-	{
-		return SKeySpan{span.m_Lowest >> kLowerBits, span.m_Highest >> kLowerBits}.BitCount();
-	}
-
-	static VX_INLINE void _Move(u64 record, SIndexAndDepth *destination, u16 &position)
-	{
-		const u32 place = position;
-		position = u16(place + 1);
-		StoreRecord(destination + place, record);
-	}
-
-	u16 *m_Lower;
-	u16 *m_Upper;
+	// Whether keys come in runs, or are few. Then the radix sort is fast, which moves runs at once.
+	bool HasEqualKeys() const { return m_EqualCount >= kPlaces / 8; }
 };
+
+// How many bits the upper digits of a span's keys have. Two passes take up to kMaxUpperBits.
+static inline u32 UpperBitCount(const SKeySpan &span)
+{
+	return SKeySpan{span.m_Lowest >> kLowerBits, span.m_Highest >> kLowerBits}.BitCount();
+}
+
+// Whether two passes may sort such keys, and are faster than the radix sort. They are not where neighbours often share
+// a digit: then a record waits for the position that the record before it has stored.
+static inline bool SuitTwoPasses(const SKeySample &keys)
+{
+	const bool isWide = keys.m_Span.m_Lowest < keys.m_Span.m_Highest && UpperBitCount(keys.m_Span) > kMaxUpperBits;
+	return !isWide && keys.m_SameLowerCount < SKeySample::kPlaces / 8 &&
+	       keys.m_SameUpperCount < SKeySample::kPlaces - 1;
+}
+
+// What the first pass leaves of a record for the second: its upper digit and its index without _ZeroBits low bits,
+// which have to be 0.
+template<u32 _ZeroBits>
+struct TPackedWord
+{
+	static constexpr u32 kIndexBits = 32 - kMaxUpperBits;
+
+	// Whether words hold multiples of indexStep below indexEnd.
+	static bool Holds(u32 indexEnd, u32 indexStep)
+	{
+		return indexEnd <= 1u << (kIndexBits + _ZeroBits) && indexStep % (1u << _ZeroBits) == 0;
+	}
+	static VX_INLINE TPackedWord Of(u64 record, u32 upper)
+	{
+		return {upper << kIndexBits | IndexOf(record) >> _ZeroBits};
+	}
+	VX_INLINE u32 Upper(u32) const { return m_Word >> kIndexBits; }
+	VX_INLINE void StoreTo(SIndexAndDepth *record) const
+	{
+		record->m_Index = (m_Word & ((1u << kIndexBits) - 1)) << _ZeroBits;
+	}
+
+	u32 m_Word;
+};
+
+// The whole record, where its index is too high.
+struct SWholeWord
+{
+	static VX_INLINE SWholeWord Of(u64 record, u32) { return {record}; }
+	VX_INLINE u32 Upper(u32 lowestUpper) const { return (KeyOf(m_Word) >> kLowerBits) - lowestUpper; }
+	VX_INLINE void StoreTo(SIndexAndDepth *record) const { StoreRecord(record, m_Word); }
+
+	u64 m_Word;
+};
+
+// Adds one to a counter, and returns what it was.
+template<typename _Counter>
+static VX_INLINE u32 CountOneMore(_Counter &counter)
+{
+	const u32 before = counter;
+	counter = _Counter(before + 1);
+	return before;
+}
+
+// Sorts records in ascending order of their keys, equal keys in the order that they come in, through words in the other
+// array and back. Keys are unspecified afterwards. The span contains all keys, and has no more than kMaxUpperBits.
+// counters  TwoDigitWordCount(count) words of memory
+template<typename _Word, typename _Counter>
+static void SortInTwoPasses(
+	SIndexAndDepth *__restrict records, SIndexAndDepth *others, u32 count, const SKeySpan &span, _Counter *counters)
+{
+	_Word *__restrict const words = reinterpret_cast<_Word *>(others);
+	_Counter *__restrict const lower = counters;
+	_Counter *__restrict const upper = counters + (1u << kLowerBits);
+	const u32 lowestUpper = span.m_Lowest >> kLowerBits;
+	constexpr u32 kMinUpperBits = 4; // a step of the prefix sums
+	const u32 upperCount = 1u << std::max(UpperBitCount(span), kMinUpperBits);
+	std::memset(lower, 0, sizeof(_Counter) << kLowerBits);
+	std::memset(upper, 0, sizeof(_Counter) * upperCount);
+	ForEachRecord(count,
+		[=](u32 i)
+		{
+			if (i % kRecordsPerLine<_Word> == 0)
+				VX_PREFETCH_TO_WRITE(words + i); // this line has lain idle since the last frame
+			CountOneMore(lower[records[i].m_Depth & kLowerMask]);
+		});
+	SortLanes::SumCounters(lower, 1u << kLowerBits);
+	ForEachRecord(count,
+		[=](u32 i)
+		{
+			const u64 record = LoadRecord(records + i);
+			const u32 digit = (KeyOf(record) >> kLowerBits) - lowestUpper;
+			CountOneMore(upper[digit]);
+			words[CountOneMore(lower[KeyOf(record) & kLowerMask])] = _Word::Of(record, digit);
+		});
+	SortLanes::SumCounters(upper, upperCount);
+	ForEachRecord(count,
+		[=](u32 i)
+		{
+			const _Word word = words[i];
+			word.StoreTo(records + CountOneMore(upper[word.Upper(lowestUpper)]));
+		});
+}
 } // namespace Vexmoor
