@@ -78,6 +78,57 @@ namespace
 		DescribeIteration(state, u64(kPairsPerIteration) * 2, count);
 	}
 
+	// What more cores would take is computed from jobs that run one after the other: the time that no job runs, and of
+	// each run the longest job.
+	struct SJobTimes
+	{
+		double m_Jobs = 0;
+		double m_Longest = 0;
+
+		SSortJobs OneByOne(u32 maxJobCount)
+		{
+			SSortJobs jobs = {};
+			jobs.m_MaxJobCount = maxJobCount;
+			jobs.m_UserData = this;
+			jobs.m_Run = [](void *userData, u32 jobCount, SSortJobs::CbJob job, void *context)
+			{
+				SJobTimes &times = *static_cast<SJobTimes *>(userData);
+				double longest = 0;
+				for (u32 i = 0; i < jobCount; ++i)
+				{
+					const double seconds = Seconds([&] { job(context, i); });
+					times.m_Jobs += seconds;
+					longest = std::max(longest, seconds);
+				}
+				times.m_Longest += longest;
+			};
+			return jobs;
+		}
+	};
+
+	void RunJobTimes(benchmark::State &state, EShape shape, u32 count, u32 jobCount)
+	{
+		const u64 scratchSize = CTriangleSorter::GetJobsWorkingBufferSize(count, jobCount);
+		SOnePage page(Positions(shape, count).Data(), count, scratchSize);
+		page.SetUp(Camera());
+		SJobTimes times;
+		RunTimedPairs(
+			state, [&] { return Seconds([&] { page.Sort(); }); },
+			[&]
+			{
+				times = SJobTimes();
+				const double all = Seconds(
+					[&] {
+						page.m_Sorter.SortPoints_AutogenIndices(
+							page.m_Scratch.Data(), scratchSize, times.OneByOne(jobCount));
+					});
+				return all - times.m_Jobs + times.m_Longest;
+			});
+		if (!IsDrawnBackToFront(page.Call(), Camera(), page.m_Indices.Data(), true))
+			state.SkipWithError("not sorted");
+		DescribeIteration(state, u64(kPairsPerIteration) * 2, count);
+	}
+
 	// Peers, on both cores.
 
 	struct STbbParallelSort
@@ -153,10 +204,17 @@ namespace
 		DescribeIteration(state, u64(kPairsPerIteration) * 2, count);
 	}
 
-	template<typename _Run>
+	enum class EStage
+	{
+		Jobs,
+		JobTimes
+	};
+
+	template<EStage _Stage = EStage::Jobs, typename _Run>
 	void Register(const char *what, const char *who, u32 count, const _Run &run)
 	{
-		benchmark::RegisterBenchmark(CaseName({"jobs", what, who, std::to_string(count)}).c_str(), run)
+		benchmark::RegisterBenchmark(
+			CaseName({_Stage == EStage::Jobs ? "jobs" : "job_times", what, who, std::to_string(count)}).c_str(), run)
 			->UseRealTime()
 			->Iterations(1);
 	}
@@ -184,6 +242,12 @@ void RegisterJobs()
 	for (const u32 count : {10000u, 100000u, 1000000u})
 		Register("far_ball", "one_core", count,
 			[=](benchmark::State &state) { RunPairOfCores(state, EShape::Ball, count, FarCamera()); });
+	for (const u32 count : {100000u, 1000000u, 4000000u})
+	{
+		for (const u32 jobCount : {2u, 4u, 8u, 16u})
+			Register<EStage::JobTimes>(Name(EShape::Ball), (std::to_string(jobCount) + "_jobs").c_str(), count,
+				[=](benchmark::State &state) { RunJobTimes(state, EShape::Ball, count, jobCount); });
+	}
 	for (const u32 count : {100000u, 1000000u, 4000000u})
 		Register("traffic", "one_core", count, [=](benchmark::State &state) { RunTrafficPair(state, count); });
 }

@@ -60,6 +60,15 @@ the limit, a second core helps less; the rows of bytes moved are a loop that mov
 much. The second table has packaged parallel sorts on the same two threads, with the library's loops before and after
 them. More than two cores were not measured.
 """
+JOBS_MODEL = """\
+**A model** says how far more cores would be ahead. No machine with so many was measured. The jobs of a sort run one
+after the other on one core, and each is timed. Of every run of jobs the longest one counts, since the others would run
+beside it, and so does the time between runs, when one thread works alone. A sort starts and joins four runs. What the
+two cores above took longer than the model at the least count is added to every cell as their cost, which grows with the
+number of threads in a way that the model does not know. A sort asks for a job per 16,384 particles, so 100,000
+particles make six at most. The last column is a bound: one core's time over that of moving as many bytes on two cores.
+If more cores get no more from memory than two did, no number of cores is further ahead.
+"""
 LOSSES = """\
 ## Where it loses
 
@@ -222,6 +231,10 @@ def overview(page, of_processors, links, of_web):
 		page.add(JOBS)
 		for processor, results in of_processors.items():
 			page.add([f"### {processor}, two cores\n", *tables.jobs_table(results), *tables.jobs_peer_table(results)])
+		if any(tables.jobs_model_table(results) for results in of_processors.values()):
+			page.add(JOBS_MODEL)
+		for processor, results in of_processors.items():
+			page.add([*tables.jobs_model_table(results)])
 	if of_web:
 		page.add(WEB)
 		for web in of_web:

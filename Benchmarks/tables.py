@@ -150,6 +150,27 @@ def jobs_peer_table(results):
 	return table(["", "", "particles", "takes as long as the library"], rows) if rows else []
 
 
+def jobs_model_table(results):
+	"""How many times as long one core takes as many: a model, made of jobs that were timed one after the other."""
+	sizes = sorted(results.values(3, stage="job_times", what="ball"))
+	measured = {size: results.get("jobs", "ball", "one_core", size) for size in sizes}
+	if not sizes or not all(measured.values()):
+		return []
+	least = sizes[0]
+	of_two = results.get("job_times", "ball", "2_jobs", least)
+	join_ns = measured[least].counter("plain_ns") * max(measured[least].counter("ratio") - of_two.counter("ratio"), 0)
+	who = results.values(2, stage="job_times", what="ball")
+	rows = []
+	for size, one_core in measured.items():
+		one_core_ns = one_core.counter("plain_ns")
+		cases = [results.get("job_times", "ball", each, size) for each in who]
+		row = [times(1 / (case.counter("ratio") + join_ns / one_core_ns)) if case else "" for case in cases]
+		moved = results.get("jobs", "traffic", "one_core", size)
+		bound = times(one_core_ns / (moved.counter("plain_ns") * moved.counter("ratio"))) if moved else ""
+		rows.append(["ball", size_name(size), *row, bound])
+	return table(["", "particles", *(each.replace("_", " ") for each in who), "bound by memory"], rows)
+
+
 MOST_NAMED = 4  # counts at which somebody else is ahead; more are summed up
 
 
