@@ -83,5 +83,8 @@ if [ $mode != pages ]; then
 fi
 
 $python Benchmarks/report.py $results/*.json "${page[@]}"
+if [ $mode = all ] || [ $mode = pages ]; then
+	Tools/check_text.py --wrap >/dev/null
+fi
 printf 'the page is %s\n' "${page[1]}"
 [ $mode = quick ] || $python Benchmarks/goals.py $results/*.json
