@@ -67,7 +67,7 @@ sed -i 's/^VX_API void WarnOnce(.*;/&\nVX_API void WarnAgain(const char *key);/'
 sed -i 's/^void WarnOnce(/void WarnAgain(const char *key)\n{\n\tWarnOnce(key, key);\n}\n\n&/' $source
 expect_of_both "a new function" 0 "libvx_kernel.so: has more than before" "has more than before: 1 line"
 
-sed -i '/src\/ge_mesh\/sort_validation.cpp/d' Runtime/vx_geometrics/CMakeLists.txt
+sed -i '/src\/ge_mesh\/sort_\(validation\|replay\).cpp/d' Runtime/vx_geometrics/CMakeLists.txt
 expect_of_both "a function gone" 1 "\[D\].*ValidateSort" "no longer: .*ValidateSort"
 
 sed -i 's/^\tu32 m_IndexCount_fromBB = 0;/&\n\tu32 m_More[16] = {};/' $sorter
@@ -97,7 +97,7 @@ sed -i -e 's/^VX_WRAPS u64 SortCaptureChecksum\(.*\)/VX_WRAPS u32 SortCaptureChe
 	Runtime/vx_geometrics/src/ge_mesh/sort_capture.cpp
 expect_of_both "another return type" 1 "SortCaptureChecksum" "no longer: .*SortCaptureChecksum.* -> unsigned long"
 
-sed -i '/src\/ge_mesh\/sort_validation.cpp/d' Runtime/vx_geometrics/CMakeLists.txt
+sed -i '/src\/ge_mesh\/sort_\(validation\|replay\).cpp/d' Runtime/vx_geometrics/CMakeLists.txt
 sed -i 's/\(define \(VX\|VEXMOOR\)_VERSION_MAJOR\) .*/\1 2/' \
 	Runtime/include/vx_defs.h Runtime/vx_geometrics/include/vexmoor.h
 expect_of_both "a function gone from a new major version" 0 "libvx_geometrics.so.1 is now libvx_geometrics.so.2" \
