@@ -1,5 +1,12 @@
 // How one sort is shared out among a host's jobs, top down: the two sorts; what they check before they start; shares of
-// the pages; the fill; the sort and the output.
+// the pages; the fill; the sort and the output. A sort by several jobs, in the order of time:
+//
+//   this thread   | share pages |      |       | make parts |         |                | seams |
+//   the jobs      |             | fill | count |            | scatter | sort and write |       |
+//                                      '-- for each part that is split -'
+//
+// Between two runs of jobs this thread works alone, so what it does there is kept short: pages are looked at and not
+// filled, digits are summed up and not counted.
 
 #include "kr_log_unique.h"
 #include "kr_mem.h"
@@ -132,6 +139,9 @@ bool CSortJobs::SortPoints()
 	return true;
 }
 
+// Writes the pattern of each sorted record. If the output has room for fewer, the first records, which are the
+// farthest, are skipped. Warnings are made before the jobs run, by a call of the same worker for no records: what it
+// counts as hazards is charged to the thread of the first job, which writes the first records.
 template<typename _Index>
 void CSortJobs::_WritePoints(_Index *indices)
 {
@@ -179,6 +189,8 @@ bool CSortJobs::SortTriangles()
 	return false;
 }
 
+// The working buffer is that of the sort without jobs: two arrays of records, and behind them the unsorted triangles.
+// Jobs fill both by pages, a particle's triangles where its number says, so no job waits for another one's.
 template<typename _Index>
 bool CSortJobs::_SortTriangles(_Index *indices)
 {
@@ -255,6 +267,7 @@ SKeySpan CSortJobs::_LookAt(const SIndexAndDepth *particles, u32 count)
 	return span;
 }
 
+// With the narrowest words and counters that the indices and the count allow.
 void CSortJobs::_SortInTwoPasses(const SKeySpan &span) const
 {
 	u32 *const counters = m_Memory->m_Counters;
@@ -452,7 +465,7 @@ bool CSortJobs::_SharePages(const TPages<_Element> &pages)
 	if (m_SortsTriangles && !_PagesAgree(pages.Count()))
 		return false;
 	const u32 pageCount = m_Sorter.m_InRenderedParticleCounts.Count();
-	u32 job = 0;
+	u32 job = 0; // the next one whose share has no beginning yet
 	const auto nextCut = [&]
 	{ return job < m_JobCount ? u64(FirstUnitOfJob(m_FilledCount, job, m_JobCount)) : ~u64(0); };
 	SPage page = {};
@@ -483,6 +496,7 @@ bool CSortJobs::_SharePages(const TPages<_Element> &pages)
 		if (VX_ASSERTIONS && isOff)
 			return false; // records off a multiple of 16 bytes are reported
 
+		// Shares that begin with the page.
 		for (; nextCut() <= page.m_FirstRecord; ++job)
 			m_Shares[job].m_Page = page;
 		m_Shares[job - 1].m_HazardCount += source.IsSlow();
@@ -492,6 +506,8 @@ bool CSortJobs::_SharePages(const TPages<_Element> &pages)
 		const u32 perCut = !m_SortsTriangles                                           ? 1
 		                   : isOff && m_Sorter.m_IndexType == CSorter::IndexTypeUint16 ? ~0u
 		                                                                               : kRecordsPerSeam;
+		// Shares that begin inside the page. With disabled particles, where the next enabled ones lie is counted up
+		// from the cut before.
 		u32 cut = 0;
 		u32 offset = 0;
 		for (; nextCut() < stopRecord; ++job)
@@ -679,6 +695,12 @@ void CSortJobs::_FillTriangles(_Index *triangles, const TPages<_Element> &pages,
 
 // The sort and the output.
 
+// Sorts all records, or splits them into parts that jobs will sort. Chooses between three ways by the span of the keys
+// and by a sample of them:
+//
+//   one key                       nothing is left to sort
+//   one job, or keys in runs      this thread sorts, in two passes if the keys suit them
+//   otherwise                     split
 void CSortJobs::_Split()
 {
 	SKeySpan span;

@@ -80,7 +80,8 @@ struct SSpanDigits
 
 constexpr u32 kMaxSpanPasses = 4;
 
-// The cheapest way to cut that room for counters allows. A pass moves every record, and clears and sums its counters;
+// The cheapest way to cut that room for counters allows. Keys that differ in 20 bits, for example, take three digits of
+// 7 bits with 100 records, and two of 10 with 500. A pass moves every record, and clears and sums its counters;
 // eight counters take about as long as a record.
 static inline SSpanDigits CutSpan(u32 bitCount, u32 recordCount, u32 counterRoom)
 {
@@ -118,6 +119,9 @@ static VX_INLINE void ForEachRecord(u32 count, const _Body &body)
 		body(i);
 }
 
+// Counts all digits of all keys in one sweep: the counters of each digit lie behind those of the digit below.
+//
+//   counters   | digit 0: 2^digitBits | digit 1 | ... one for each pass
 template<u32 _PassCount>
 static void CountSpanDigits(
 	const SIndexAndDepth *__restrict records, u32 count, u32 lowest, u32 digitBits, u32 *__restrict counters)
@@ -198,7 +202,7 @@ static inline SIndexAndDepth *SortBySpan(
 	const u32 mask = (1u << digits.m_DigitBits) - 1;
 	for (u32 pass = 0; pass < digits.m_PassCount; ++pass)
 	{
-		u32 *const positions = counters + (pass << digits.m_DigitBits);
+		u32 *const positions = counters + (pass << digits.m_DigitBits); // once they are summed up
 		SortLanes::SumCounters(positions, mask + 1);
 		ScatterBySpanDigit(records, others, count, span.m_Lowest, pass * digits.m_DigitBits, mask, positions);
 		std::swap(records, others);

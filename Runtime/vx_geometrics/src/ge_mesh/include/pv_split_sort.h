@@ -214,6 +214,7 @@ inline void CSplitSort::_Split(const SSortPart &whole, u32 levelId)
 	}
 }
 
+// Histogram of the leading digits of a job's share.
 inline void CSplitSort::_CountDigits(
 	const SIndexAndDepth *__restrict records, u32 count, const SDigits &digits, u32 *__restrict counters)
 {
@@ -243,7 +244,8 @@ inline void CSplitSort::_ScatterToParts(const SIndexAndDepth *__restrict source,
 		});
 }
 
-// Makes parts of the digits that all jobs have counted, and returns how many. Firsts are those in the whole.
+// Makes parts of the digits that all jobs have counted, and returns how many. Neighbouring digits go together until the
+// next one would make a part larger than a part's size; a single digit may be larger. Firsts are those in the whole.
 inline u32 CSplitSort::_MakeParts(const SSortPart &whole, const SDigits &digits, SLevel &level) const
 {
 	const u32 highestDigit = digits.Of(whole.m_Span.m_Highest);
@@ -270,7 +272,12 @@ inline u32 CSplitSort::_MakeParts(const SSortPart &whole, const SDigits &digits,
 	return partCount;
 }
 
-// Gives each job its positions of each part, behind those of the jobs before it.
+// Gives each job its positions of each part, behind those of the jobs before it, so that jobs write side by side and
+// equal keys keep their order:
+//
+//   part       |     part 0     |         part 1         |
+//   records    | job 0 | job 1  | job 0 | job 1  | job 2 |
+//               ^       ^        ^       ^        ^          where each job's first record of the part goes
 inline void CSplitSort::_ShareParts(u32 partCount, SLevel &level) const
 {
 	for (u32 part = 0; part < partCount; ++part)
