@@ -66,7 +66,7 @@ void ForEachArray(CCall &call, const _Action &action)
 	action("sorter", &call.m_Sorter);
 	action("rendered counts", call.m_Counts);
 	action("views of the source", call.m_ByPosition ? static_cast<void *>(call.m_Positions) : call.m_Values);
-	for (const u32 page : {0, 2})
+	for (const u32 page : {0u, 2u})
 		action(page == 0 ? "source of page 0" : "source of page 2",
 			call.m_ByPosition ? static_cast<const void *>(call.m_Positions[page].Data()) : call.m_Values[page].Data());
 	action("views of enabled bytes", call.m_Enableds);
