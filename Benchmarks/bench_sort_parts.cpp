@@ -22,25 +22,10 @@ namespace
 	constexpr u32 kDigits[kPasses] = {2048, 2048, 1024};
 	constexpr u32 kHistogramStride = 2240;
 	constexpr u32 kCounters = 2 * kHistogramStride + 1024;
-	constexpr u32 kRecordsPerStep = 8; // as the sort walks, and faster than one by one
 
 	u32 Digit(u32 key, u32 pass)
 	{
 		return (key >> kShifts[pass]) & (kDigits[pass] - 1);
-	}
-
-	// Calls a function with every number below a count, in steps that compilers unroll.
-	template<typename _Function>
-	void ForEach(u32 count, const _Function &function)
-	{
-		const u32 inWholeSteps = count - count % kRecordsPerStep;
-		for (u32 i = 0; i < inWholeSteps; i += kRecordsPerStep)
-		{
-			for (u32 k = 0; k < kRecordsPerStep; ++k)
-				function(i + k);
-		}
-		for (u32 i = inWholeSteps; i < count; ++i)
-			function(i);
 	}
 
 	// The histograms of three digits. Records take turns at two of the top digit.
@@ -54,7 +39,7 @@ namespace
 		{
 			_Counter *const counters = m_Counters.Data();
 			_Counter *const oddCounters = counters + kCounters;
-			ForEach(count,
+			ForEachRecord(count,
 				[=](u32 i)
 				{
 					const u32 key = records[i].m_Depth;
@@ -130,7 +115,7 @@ namespace
 		_Counter *positions) // NOLINT(readability-non-const-parameter): written where a position is stored
 	{
 		const u32 *const destination = destinations.Data();
-		ForEach(u32(destinations.Count()),
+		ForEachRecord(u32(destinations.Count()),
 			[=](u32 i)
 			{
 				if constexpr (_FetchesNextLine)

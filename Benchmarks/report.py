@@ -61,13 +61,13 @@ much. The second table has packaged parallel sorts on the same two threads, with
 them. More than two cores were not measured.
 """
 JOBS_MODEL = """\
-**A model** says how far more cores would be ahead. No machine with so many was measured. The jobs of a sort run one
-after the other on one core, and each is timed. Of every run of jobs the longest one counts, since the others would run
-beside it, and so does the time between runs, when one thread works alone. A sort starts and joins four runs. What the
-two cores above took longer than the model at the least count is added to every cell as their cost, which grows with the
-number of threads in a way that the model does not know. A sort asks for a job per 16,384 particles, so 100,000
-particles make six at most. The last column is a bound: one core's time over that of moving as many bytes on two cores.
-If more cores get no more from memory than two did, no number of cores is further ahead.
+**A model** says how many times as long one core would take as several. No machine with more than two was measured. The
+jobs of a sort run one after the other on one core, and each is timed. Of every run of jobs the longest job counts,
+since the others would run beside it, and so does the time between runs, when one thread works alone. Starting and
+joining runs is not in these times: for it, every cell has what the two cores above took longer, at the least count,
+than their jobs. With more threads it takes longer, in a way that the model does not know. A sort asks for a job per
+16,384 particles, so 100,000 particles make six at most. The last column is a bound: one core's time over that of moving
+as many bytes on two cores. If more cores get no more from memory than two did, no number of cores is further ahead.
 """
 LOSSES = """\
 ## Where it loses

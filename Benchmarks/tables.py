@@ -151,7 +151,7 @@ def jobs_peer_table(results):
 
 
 def jobs_model_table(results):
-	"""How many times as long one core takes as many: a model, made of jobs that were timed one after the other."""
+	"""How many times as long one core takes as several: a model, made of jobs that were timed one after the other."""
 	sizes = sorted(results.values(3, stage="job_times", what="ball"))
 	measured = {size: results.get("jobs", "ball", "one_core", size) for size in sizes}
 	if not sizes or not all(measured.values()):

@@ -30,7 +30,8 @@ case "${2:-}" in
 	;;
 *) seed=$2 ;;
 esac
-# What is found also depends on addresses. Where they can be the same in every run, a seed's inputs are.
+# What is found also depends on addresses. If the system lets a process have the same ones in every run, a seed's inputs
+# are the same too.
 fixedAddresses=()
 if [ $seed != 0 ] && setarch -R true 2>/dev/null; then
 	fixedAddresses=(setarch -R)

@@ -91,8 +91,8 @@ public:
 	VX_GEOMETRICS_API TStridedMemoryView<const u8, -1> Enableds(u32 pageId) const;
 	/// The page's own pattern, or the one that all pages share.
 	VX_GEOMETRICS_API TMemoryView<const u32> IndexPattern(u32 pageId) const;
-	/// Those of the page's particles, or of all. With an index list and without quad centres, the call has no such
-	/// number.
+	/// The number of vertices per particle: the page's own, or that of all pages. With an index list and without quad
+	/// centres, the call has no such number.
 	VX_GEOMETRICS_API u32 VerticesPerParticle(u32 pageId) const;
 	VX_GEOMETRICS_API TMemoryView<const u32> IndexList() const;
 	VX_GEOMETRICS_API TMemoryView<const CFloat4> QuadCenters() const;

@@ -16,6 +16,22 @@ namespace Vexmoor
 template<typename _Record>
 constexpr u32 kRecordsPerLine = sizeof(_Record) < 64 ? 64 / sizeof(_Record) : 1;
 
+/// Calls body(i) for each record, from the first to the last. Eight of them follow each other without a test in
+/// between, so that the processor sees more of the independent ones ahead.
+template<typename _Body>
+VX_INLINE void ForEachRecord(u32 count, const _Body &body)
+{
+	constexpr u32 kRecordsPerStep = 8;
+	const u32 inWholeSteps = count - count % kRecordsPerStep;
+	for (u32 i = 0; i < inWholeSteps; i += kRecordsPerStep)
+	{
+		for (u32 k = 0; k < kRecordsPerStep; ++k)
+			body(i + k);
+	}
+	for (u32 i = inWholeSteps; i < count; ++i)
+		body(i);
+}
+
 /// True if the ranges [a, a + count) and [b, b + count) have no byte in common.
 /// Addresses are compared as numbers, since the two may belong to different objects.
 template<typename _Type>

@@ -31,7 +31,7 @@ struct SArguments
 	u32 m_ThreadCount = 1; ///< That share a sort.
 	EColour m_Colour = EColour::Light;
 	SWipe m_Wipe;
-	u32 m_FirstCount = kAllPrimitives; ///< Of a captured call, as many primitives are drawn.
+	u32 m_FirstCount = kAllPrimitives; ///< Primitives of a captured call to draw, from the first on.
 	EShape m_Shape = EShape::Triangles;
 	std::string m_OutFolder;   ///< Empty: no pictures are written.
 	std::string m_TraceFile;   ///< Empty: no scopes are recorded.

@@ -14,11 +14,6 @@ namespace
 		return text;
 	}
 
-	const SDrawnOutput &OutputOf(const CCaptureScene &scene, EOrder order)
-	{
-		return order == EOrder::Recorded ? scene.Call().Recorded() : scene.Call().Replayed();
-	}
-
 	std::string Primitives(u32 count)
 	{
 		return Grouped(count) + (count == 1 ? " primitive" : " primitives");
@@ -96,7 +91,7 @@ std::vector<SOutputSentence> OutputWords(const CCaptureScene &scene, EOrder orde
 			{false, "The call breaks a rule, so it is not sorted: its particles are grey, as they lie in memory."}
         };
 	std::vector<SOutputSentence> sentences;
-	const SDrawnOutput &output = OutputOf(scene, order);
+	const SDrawnOutput &output = scene.OutputOf(order);
 	if (!result.m_Compared)
 		sentences.push_back({true, "The capture has no recorded output to compare with."});
 	else if (result.m_DifferenceCount == 0)

@@ -32,6 +32,7 @@ namespace
 	{
 		return std::isfinite(place.x()) && std::isfinite(place.y()) && std::isfinite(place.z());
 	}
+
 	// Places on a ring for the vertices of a pattern. A triangle that shares an edge of the ring puts its third vertex
 	// between the two, so that triangles of a polygon, however it is cut, do not overlap. The first vertices have such
 	// places, and more lie as they come.
@@ -213,30 +214,26 @@ std::vector<SPictureOfOrder> CCaptureScene::Pictures() const
 	return pictures;
 }
 
+const SDrawnOutput &CCaptureScene::OutputOf(EOrder order) const
+{
+	return order == EOrder::Recorded ? m_Call->Recorded() : m_Call->Replayed();
+}
+
+static bool IsOutput(EOrder order)
+{
+	return order == EOrder::Replayed || order == EOrder::Recorded;
+}
+
 u32 CCaptureScene::Count(EOrder order) const
 {
-	switch (order)
-	{
-	case EOrder::Replayed:
-		return u32(m_Call->Replayed().m_Primitives.size());
-	case EOrder::Recorded:
-		return u32(m_Call->Recorded().m_Primitives.size());
-	default:
-		return u32(IsBroken() ? m_Call->Particles().size() : m_Call->Primitives().size());
-	}
+	if (IsOutput(order))
+		return u32(OutputOf(order).m_Primitives.size());
+	return u32(IsBroken() ? m_Call->Particles().size() : m_Call->Primitives().size());
 }
 
 SDrawnPrimitive CCaptureScene::At(EOrder order, u32 number) const
 {
-	switch (order)
-	{
-	case EOrder::Replayed:
-		return m_Call->Replayed().m_Primitives[number];
-	case EOrder::Recorded:
-		return m_Call->Recorded().m_Primitives[number];
-	default:
-		return {number, 0, false};
-	}
+	return IsOutput(order) ? OutputOf(order).m_Primitives[number] : SDrawnPrimitive{number, 0, false};
 }
 
 std::optional<CFloat3> CCaptureScene::PlaceOfPrimitive(u32 primitive) const

@@ -29,10 +29,11 @@ enum class EShape
 	Points
 };
 
-/// "triangles", "quads" or "points"; nothing where none has this name.
+/// "triangles", "quads" or "points".
 const char *ShapeName(EShape shape);
+/// The shape of this name, if there is one.
 std::optional<EShape> FindShape(const std::string &name);
-/// The one after it, and after the last the first.
+/// The next shape, and after the last one the first.
 EShape NextShape(EShape shape);
 
 constexpr u32 kAllPrimitives = 0xFFFFFFFFu;
@@ -43,7 +44,7 @@ struct SCaptureLook
 	EOrder m_Order = EOrder::Storage;
 	EShape m_Shape = EShape::Triangles;
 	u32 m_SizePercent = 100;
-	u32 m_FirstCount = kAllPrimitives; ///< Of the drawing order, as many are drawn.
+	u32 m_FirstCount = kAllPrimitives; ///< Primitives to draw, from the first one of the order on.
 	bool m_ColoursAreOrder = true;     ///< Otherwise all have one colour. What differs is lit all the same.
 };
 
@@ -56,7 +57,7 @@ public:
 	CCaptureScene *Capture() override { return this; }
 	u32 WarmUpStepCount() const override { return 0; }
 	void Advance() override {}
-	/// As the look is that was set last.
+	/// The marks, as SetLook has chosen them.
 	SFrame Frame() override;
 	/// A call that breaks a rule has one order, that of its memory.
 	std::vector<SPictureOfOrder> Pictures() const override;
@@ -67,7 +68,9 @@ public:
 
 	const CCapturedCall &Call() const { return *m_Call; }
 	bool IsBroken() const { return !m_Call->Result().m_Sorted; }
-	/// Primitives that an order draws.
+	/// What was drawn: by the host if the order is Recorded, otherwise by this machine.
+	const SDrawnOutput &OutputOf(EOrder order) const;
+	/// How many primitives an order draws.
 	u32 Count(EOrder order) const;
 	/// A primitive by its number in an order; without an index where the order is that of memory. Of a call that breaks
 	/// a rule, particles are primitives.
@@ -75,7 +78,7 @@ public:
 	/// Where a primitive of an order is drawn; nothing where its position is not finite. A lost one is drawn where the
 	/// primitive is that this machine draws in its place.
 	std::optional<CFloat3> PlaceOf(EOrder order, u32 number) const;
-	/// Of an order, those that are drawn nowhere.
+	/// How many primitives of an order are drawn nowhere, because their positions are not finite.
 	u32 UnplacedCount(EOrder order) const;
 	/// Where there are too many to draw: the number of the first that is drawn.
 	u32 FirstDrawn() const { return m_FirstDrawn; }

@@ -23,7 +23,7 @@ struct SCapturedParticle
 	CFloat3 m_Position;   ///< Of a call that is sorted by position; otherwise 0.
 	float m_Value = 0.0f; ///< What orders it, the lowest first: its value, or 0 - its squared distance.
 	u32 m_Page = 0;
-	u32 m_Number = 0; ///< In its page, disabled particles counted.
+	u32 m_Number = 0; ///< Its place in its page, disabled particles counted.
 };
 
 /// What is drawn as one: the whole pattern of a particle; or a triangle of it where pages have patterns of their own,
@@ -48,9 +48,9 @@ struct SDrawnPrimitive
 struct SDrawnOutput
 {
 	std::vector<SDrawnPrimitive> m_Primitives;
-	u32 m_LostCount = 0;    ///< Whose indices are those of no primitive of the call.
-	u32 m_AgainCount = 0;   ///< Drawn more often than the call has them.
-	u32 m_MissingCount = 0; ///< Of the call, but not drawn.
+	u32 m_LostCount = 0;    ///< Primitives whose indices no primitive of the call has.
+	u32 m_AgainCount = 0;   ///< Primitives drawn more often than the call has them.
+	u32 m_MissingCount = 0; ///< Primitives of the call that are not drawn.
 	u32 m_DifferentCount = 0;
 };
 

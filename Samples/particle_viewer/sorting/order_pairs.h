@@ -19,6 +19,6 @@ struct SPairFigures
 	double m_WorstBacktrack = 0.0;
 };
 
-/// Of distances in drawing order. They are numbers.
+/// Measures an order by the distances of its primitives, that of the first one drawn first. None is a NaN.
 SPairFigures MeasurePairs(std::vector<float> distances);
 } // namespace Viewer

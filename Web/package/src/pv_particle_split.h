@@ -18,6 +18,7 @@
 
 #include "kr_memoryviews.h"
 #include "kr_sort.h"
+#include "kr_sort_records.h"
 
 #include <algorithm>
 #include <cstring>
@@ -39,21 +40,6 @@ static_assert(kSplitBlock % 4 == 0, "whole groups of records");
 // Neighbouring digits are sorted together up to this many records: the radix sort has counters to clear and to sum up
 // whatever the count.
 constexpr u32 kSplitPart = 4096;
-
-// Loops over records take 8 of them without a test in between, as those of the radix sort do.
-template<typename _Body>
-VX_INLINE void ForEachOfSplit(u32 count, const _Body &body)
-{
-	constexpr u32 kRecordsPerStep = 8;
-	const u32 inWholeSteps = count - count % kRecordsPerStep;
-	for (u32 i = 0; i < inWholeSteps; i += kRecordsPerStep)
-	{
-		for (u32 k = 0; k < kRecordsPerStep; ++k)
-			body(i + k);
-	}
-	for (u32 i = inWholeSteps; i < count; ++i)
-		body(i);
-}
 
 // Fills block by block into the records at block, and calls use(records in the block) after each.
 template<typename _Fill, typename _Use>
@@ -87,7 +73,7 @@ bool SplitSort(u32 count,
 	std::memset(counters, 0, kSplitDigitCount * sizeof(u32));
 	FillInBlocks(count, block, fill,
 		[=](u32 countInBlock)
-		{ ForEachOfSplit(countInBlock, [=](u32 i) { ++counters[block[i].m_Depth >> kSplitShift]; }); });
+		{ ForEachRecord(countInBlock, [=](u32 i) { ++counters[block[i].m_Depth >> kSplitShift]; }); });
 	if (*std::max_element(counters, counters + kSplitDigitCount) >= count / 2)
 		return false;
 
@@ -103,7 +89,7 @@ bool SplitSort(u32 count,
 	FillInBlocks(count, block, fill,
 		[=](u32 countInBlock)
 		{
-			ForEachOfSplit(countInBlock,
+			ForEachRecord(countInBlock,
 				[=](u32 i)
 				{
 					u64 record; // moved as one word

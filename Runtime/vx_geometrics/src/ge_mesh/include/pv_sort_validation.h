@@ -9,6 +9,6 @@ namespace Vexmoor
 class CTriangleSorter;
 
 /// The number of indices from the first one of the output to the last one that a sort writes. If the sort is too broken
-/// to tell, that is the whole output. What lies behind may be the input of the same sort.
+/// to tell, that is the whole output. The output behind that index may lie over the input of the same sort.
 VX_LOCAL u64 WrittenIndexCount(const CTriangleSorter &sorter);
 } // namespace Vexmoor

@@ -13,6 +13,7 @@
 #include "vx_defs.h"
 
 #include "kr_sort_lanes.h"
+#include "kr_sort_records.h"
 
 #include "pv_fill_groups.h"
 
@@ -101,22 +102,6 @@ static inline SSpanDigits CutSpan(u32 bitCount, u32 recordCount, u32 counterRoom
 		}
 	}
 	return best;
-}
-
-// Loops over records take 8 of them without a test in between: then the processor sees more of the independent ones
-// ahead.
-template<typename _Body>
-static VX_INLINE void ForEachRecord(u32 count, const _Body &body)
-{
-	constexpr u32 kRecordsPerStep = 8;
-	const u32 inWholeSteps = count - count % kRecordsPerStep;
-	for (u32 i = 0; i < inWholeSteps; i += kRecordsPerStep)
-	{
-		for (u32 k = 0; k < kRecordsPerStep; ++k)
-			body(i + k);
-	}
-	for (u32 i = inWholeSteps; i < count; ++i)
-		body(i);
 }
 
 // Counts all digits of all keys in one sweep: the counters of each digit lie behind those of the digit below.
