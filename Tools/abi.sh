@@ -10,16 +10,16 @@
 # The record, Tests/Abi/recorded_interface.txt, is readable text. Two revisions are compared by abidiff. The exit code
 # is 1 if built programs break although the libraries keep their names. What is merely new is not reported.
 set -euo pipefail
+source "$(dirname "$0")/arguments.sh"
+answer_help "$@"
 
 if [[ $# -gt 2 || ${1:-} == -* && ${1:-} != --record || ${1:-} == --record && $# -gt 1 ]]; then
-	printf 'abi.sh: it takes --record, or up to two revisions: ./Tools/abi.sh [--record | OLD [NEW]]\n' >&2
-	exit 2
+	fail "it takes --record, or up to two revisions: ./Tools/abi.sh [--record | OLD [NEW]]"
 fi
 cd "$(dirname "$0")/.."
 for revision in "$@"; do
 	if [ "$revision" != --record ] && ! git rev-parse --verify --quiet "$revision^{commit}" >/dev/null 2>&1; then
-		printf 'abi.sh: there is no revision "%s"\n' "$revision" >&2
-		exit 2
+		fail "there is no revision \"$revision\""
 	fi
 done
 

@@ -14,13 +14,9 @@
 # The exit code is 0 if all goals are kept, 1 if one is missed or a check failed, and 2 for a bad argument. --quick
 # checks no goals.
 set -euo pipefail
+source "$(dirname "$0")/arguments.sh"
+answer_help "$@"
 cd "$(dirname "$0")/.."
-
-fail()
-{
-	printf 'bench.sh: %s\n' "$1" >&2
-	exit 2
-}
 
 build=build/bench
 mode=all

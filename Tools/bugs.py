@@ -26,7 +26,6 @@ build/bugs/verdicts.jsonl says what became of each bug, and which test caught it
 without an explanation, does not apply, or does not compile.
 """
 
-import argparse
 import collections
 import concurrent.futures
 import glob
@@ -39,6 +38,7 @@ import sys
 import threading
 import time
 
+from arguments import ArgumentParser
 from trial_builds import (CONFIGURATIONS, ROOT, SUITE, Job, Suite, copy_tree, files_of_runtime, read_text,
 	show_progress)
 
@@ -175,7 +175,7 @@ def summary(verdicts):
 
 
 def main():
-	parser = argparse.ArgumentParser(description=__doc__.split("\n\n", maxsplit=1)[0])
+	parser = ArgumentParser(__doc__)
 	parser.add_argument("--only", metavar="NAME", nargs="+", help="try these bugs only")
 	parser.add_argument("--in", metavar="FILE", nargs="+", dest="groups",
 		help="try the bugs of these files of Tests/Bugs only")

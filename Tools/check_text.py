@@ -11,17 +11,18 @@ Columns count a tab as four. What has no place to break may pass column 120: row
 clang-format aligns, and what programs write.
 """
 
-import argparse
 import re
 import subprocess
 import sys
 from pathlib import Path
 
+from arguments import ArgumentParser
+
 ROOT = Path(__file__).resolve().parent.parent
 COLUMNS, TAB = 120, 4
 
 TEXTS = re.compile(
-	r"\.(c|h|cpp|hpp|py|sh|cmake|rs|js|mjs|ts|css|md|txt|in|vert|frag|gdb|natvis|json|map|dict)$"
+	r"\.(c|h|cpp|hpp|inl|py|sh|cmake|rs|js|mjs|ts|css|html|md|txt|in|vert|frag|gdb|natvis|json|map|dict)$"
 	r"|(^|/)(run|Doxyfile|COPYRIGHT|\.clang-format|\.clang-tidy|\.editorconfig|\.gitignore)$")
 # What programs write, and what they are compared with.
 WRITTEN = re.compile(
@@ -177,9 +178,11 @@ def columns(name, lines):
 			continue
 		isCode = kind == "fenced" or kind == "code" and not parts(kind, comment_of(name), line)
 		hasSpace = " " in line.strip()
+		withoutStrings = re.sub(r'"(\\.|[^"\\])*"', '""', line)
 		if isCode and FORMATTED.search(name):
-			withoutStrings = re.sub(r'"(\\.|[^"\\])*"', '""', line)
 			hasSpace = not line.lstrip().startswith("{") and re.search(r"//.* ", withoutStrings) is not None
+		elif name.endswith(".html"):
+			hasSpace = " " in withoutStrings.strip()
 		if isCode and hasSpace or not isCode and breakable(name, kind, line):
 			yield f"{name}:{number}: {width(line)} columns, of {COLUMNS}"
 
@@ -247,7 +250,7 @@ def check_commits(since):
 
 
 def main():
-	parser = argparse.ArgumentParser(description="Looks at columns, tabs and spaces, ends of lines, words and commits.")
+	parser = ArgumentParser(__doc__)
 	parser.add_argument("--wrap", action="store_true", help="first move words beyond column 120 to the next line")
 	parser.add_argument("--commits", nargs="?", const="", metavar="SINCE",
 		help="look at the messages of commits instead")

@@ -9,6 +9,9 @@
 # these. The library is compiled without exceptions, since otherwise every call would count as a branch. The script
 # fails if fewer lines or branches are reached than leastLines and leastBranches say.
 set -euo pipefail
+source "$(dirname "$0")/arguments.sh"
+answer_help "$@"
+[ $# = 0 ] || fail "it takes no arguments, unlike \"$1\""
 cd "$(dirname "$0")/.."
 
 leastLines=100

@@ -1,6 +1,12 @@
 #!/usr/bin/env bash
-# Installs what is missing and makes the API reference from the headers. Fails if something public has no comment.
+# Installs what is missing and makes the API reference from the headers, in build/docs/html. Fails if something public
+# has no comment.
+#
+#   ./Tools/docs.sh
 set -euo pipefail
+source "$(dirname "$0")/arguments.sh"
+answer_help "$@"
+[ $# = 0 ] || fail "it takes no arguments, unlike \"$1\""
 cd "$(dirname "$0")/.."
 
 Tools/install_packages.sh doxygen graphviz python3

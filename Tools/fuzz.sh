@@ -8,6 +8,8 @@
 #   ./Tools/fuzz.sh --keep     replaces the committed corpora by the fewest inputs, of all that there are, that reach as
 #                              many edges
 set -euo pipefail
+source "$(dirname "$0")/arguments.sh"
+answer_help "$@"
 cd "$(dirname "$0")/.."
 
 seconds=60
@@ -17,16 +19,14 @@ case "${1:-}" in
 "") ;;
 --keep) keep=true ;;
 *[!0-9]*)
-	printf 'fuzz.sh: "%s" is no number of seconds, and the one option is --keep\n' "$1" >&2
-	exit 2
+	fail "\"$1\" is no number of seconds, and the one option is --keep"
 	;;
 *) seconds=$1 ;;
 esac
 case "${2:-}" in
 "") ;;
 *[!0-9]*)
-	printf 'fuzz.sh: "%s" is no seed, which is a number\n' "$2" >&2
-	exit 2
+	fail "\"$2\" is no seed, which is a number"
 	;;
 *) seed=$2 ;;
 esac

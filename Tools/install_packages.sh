@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# Installs those of the named Debian packages that are missing, as root or through sudo, and says which.
+# Installs the named Debian packages that are missing, as root or through sudo, and says which they are.
 #
 #   Tools/install_packages.sh g++ cmake
 set -euo pipefail
+source "$(dirname "$0")/arguments.sh"
+answer_help "$@"
 
 missing=()
 for package in "$@"; do

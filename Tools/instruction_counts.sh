@@ -13,14 +13,15 @@
 # Flags are fixed. With another version of a compiler than the recorded one, counts mean nothing, so the script says so
 # and does not compare.
 set -euo pipefail
+source "$(dirname "$0")/arguments.sh"
+answer_help "$@"
 cd "$(dirname "$0")/.."
 
 mode=${1:-}
 case "$mode" in
 "" | --record) ;;
 *)
-	printf 'instruction_counts.sh: there is no option "%s"; the one option is: --record\n' "$mode" >&2
-	exit 2
+	fail "there is no option \"$mode\"; the one option is: --record"
 	;;
 esac
 

@@ -11,16 +11,18 @@
 #
 # A row's executable is built again only when a source file, this script or the row has changed.
 set -euo pipefail
+source "$(dirname "$0")/arguments.sh"
+answer_help "$@"
 cd "$(dirname "$0")/.."
 
 mode=${1:-}
 case "$mode" in
 "" | --short | --record | --only) ;;
 *)
-	printf 'matrix.sh: there is no option "%s"; the options are: --short, --only TEXT, --record\n' "$mode" >&2
-	exit 2
+	fail "there is no option \"$mode\"; the options are: --short, --only TEXT, --record"
 	;;
 esac
+[[ $mode != --only || -n ${2:-} ]] || fail "--only takes a text that rows contain, as in --only aarch64"
 
 newer_clangs=(clang++-19 clang++-22)
 
@@ -474,11 +476,8 @@ else
 	add_microsoft_rows
 fi
 if [ "$mode" = --only ]; then
-	mapfile -t rows < <(printf '%s\n' "${rows[@]}" | grep -F -- "${2:-}")
-	if [ ${#rows[@]} = 0 ]; then
-		printf 'matrix.sh: no row contains "%s"\n' "${2:-}" >&2
-		exit 2
-	fi
+	mapfile -t rows < <(printf '%s\n' "${rows[@]}" | grep -F -- "$2")
+	[ ${#rows[@]} != 0 ] || fail "no row contains \"$2\""
 fi
 
 build_generators

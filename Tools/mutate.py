@@ -17,7 +17,6 @@ fails. If no test fails, the mutant survives: either a test is missing, or no re
 The verdicts are in build/mutation/verdicts.jsonl, and the report in build/mutation/report.md.
 """
 
-import argparse
 import bisect
 import collections
 import concurrent.futures
@@ -27,6 +26,7 @@ import queue
 import random
 import re
 
+from arguments import ArgumentParser
 from trial_builds import ROOT, SUITE, Job, Suite, copy_tree, files_of_runtime, read_text, show_progress
 
 WORK = os.path.join(ROOT, "build", "mutation")
@@ -232,7 +232,7 @@ def write_report(verdicts):
 
 
 def main():
-	parser = argparse.ArgumentParser(description=__doc__.split("\n\n", maxsplit=1)[0])
+	parser = ArgumentParser(__doc__)
 	parser.add_argument("--count", type=int, help="how many mutants to draw, evenly from all; by default all of them")
 	parser.add_argument("--seed", type=int, default=0, help="which mutants to draw: another number draws others")
 	parser.add_argument("--jobs", type=int, default=1, help="how many mutants to try at a time")

@@ -8,10 +8,11 @@
 # As root, the script installs the Debian packages with apt and removes them again. Otherwise, or if the machine has
 # them already, it unpacks them instead.
 set -euo pipefail
+source "$(dirname "$0")/arguments.sh"
+answer_help "$@"
 
 if [[ $# -gt 1 || ${1:-} == -* ]]; then
-	printf 'package.sh: it takes a folder for the packages, or nothing\n' >&2
-	exit 2
+	fail "it takes a folder for the packages, or nothing"
 fi
 packages=$(realpath -m "${1:-$(dirname "$0")/../build/packages}")
 cd "$(dirname "$0")/.."

@@ -1,6 +1,12 @@
 #!/usr/bin/env bash
-# Draws the pictures of Docs/images again. With the same graphics driver they are the same, to the byte.
+# Draws the pictures of Docs/images again, except that of the page in a browser, which ./Tools/web.sh --picture takes.
+# With the same graphics driver, the files have the same bytes.
+#
+#   ./Tools/pictures.sh
 set -euo pipefail
+source "$(dirname "$0")/arguments.sh"
+answer_help "$@"
+[ $# = 0 ] || fail "it takes no arguments, unlike \"$1\""
 cd "$(dirname "$0")/.."
 
 # name, scene, and further options of particle_viewer

@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the library, and passes every test: in all sections, or in those named.
+# Installs what is missing, builds the library, and runs all sections of tests, or the sections that are named.
 #
-#   ./Tools/test.sh                 everything, as on a new machine
-#   ./Tools/test.sh debug           one section
-#   ./Tools/test.sh --verbose ...   with the output of compilers and tests, which else goes to build/test-logs
-#   ./Tools/test.sh --list          what sections there are
+#   ./Tools/test.sh                 runs everything; a new machine needs no preparation
+#   ./Tools/test.sh debug           runs one section
+#   ./Tools/test.sh --verbose ...   shows the output of compilers and tests, which otherwise goes to build/test-logs
+#   ./Tools/test.sh --list          prints the names of the sections
 #
-# Says first what it will do and how long that takes, and ends with a line for each section and the number of those that
-# have passed and failed. The first section that fails ends the run, and its output is shown.
+# First, the script says what it will do and how long that takes. At the end it prints a line for each section, and how
+# many sections have passed and failed. The first section that fails ends the run, and its output is shown.
 set -euo pipefail
+source "$(dirname "$0")/arguments.sh"
+answer_help "$@"
 cd "$(dirname "$0")/.."
 
 # Each section and what it looks at.
@@ -44,17 +46,14 @@ while [[ ${1:-} == --* ]]; do
 		;;
 	--verbose) verbose=true ;;
 	*)
-		printf 'test.sh: there is no option "%s"; the options are: --verbose, --list\n' "$1" >&2
-		exit 2
+		fail "there is no option \"$1\"; the options are: --verbose, --list"
 		;;
 	esac
 	shift
 done
 for section in "$@"; do
-	if ! printf '%s\n' "${sections[@]}" | grep -qx -- "$section"; then
-		printf 'test.sh: there is no section "%s"; the sections are: %s\n' "$section" "${sections[*]}" >&2
-		exit 2
-	fi
+	printf '%s\n' "${sections[@]}" | grep -qx -- "$section" ||
+		fail "there is no section \"$section\"; the sections are: ${sections[*]}"
 done
 [ $# -gt 0 ] || set -- "${sections[@]}"
 

@@ -1,21 +1,20 @@
 #!/usr/bin/env bash
-# Installs what is missing and builds the sorter for JavaScript, with and without WebAssembly's SIMD, as a package that
-# npm installs: build/web/package, and the same packed.
+# Installs what is missing and builds the sorter for JavaScript, with and without WebAssembly's SIMD. The result is a
+# package for npm, as a folder, build/web/package, and as an archive beside it; and the page of Web/page, in
+# build/web/page. With an option, the script does something more:
 #
-#   ./Tools/web.sh                  builds and packs, and puts the page of Web/page into build/web/page
-#   ./Tools/web.sh --test           and passes the tests of the package, and of the page in a browser
-#   ./Tools/web.sh --bench          and measures it in node beside other sorts; Web/bench/bench.mjs gets what follows
-#   ./Tools/web.sh --serve          and serves the page of Web/page on 127.0.0.1, at port 8000 or that which follows
-#   ./Tools/web.sh --orders         and prints what 16-bit keys do to an order, the table of Docs/exact-order.md
-#   ./Tools/web.sh --picture        and takes the picture of the page in Docs/images
+#   ./Tools/web.sh                     builds the package and the page
+#   ./Tools/web.sh --test              runs the tests of the package in node, and those of the page in a browser
+#   ./Tools/web.sh --bench             measures the package in node beside other sorts, and goes with two more options:
+#                                      --sizes 10000,100000 names the numbers of points, and --write FILE writes the
+#                                      medians into a file that Benchmarks/report.py reads
+#   ./Tools/web.sh --serve [PORT]      serves the page on 127.0.0.1, at port 8000 if none is named
+#   ./Tools/web.sh --orders            prints what 16-bit keys do to an order: a table of Docs/exact-order.md
+#   ./Tools/web.sh --picture           takes the picture of the page in Docs/images
 set -euo pipefail
+source "$(dirname "$0")/arguments.sh"
+answer_help "$@"
 cd "$(dirname "$0")/.."
-
-fail()
-{
-	printf 'web.sh: %s\n' "$1" >&2
-	exit 2
-}
 
 mode=${1:-}
 case $mode in

@@ -8,8 +8,10 @@ import sys
 from pathlib import Path
 from urllib.parse import unquote
 
-FOLDERS = ("Benchmarks", "Docs", "Runtime", "Samples", "Tests", "Tools", "cmake")
+FOLDERS = ("Benchmarks", "Docs", "Runtime", "Samples", "Tests", "Tools", "Web", "cmake")
 CODE = re.compile(r"^```.*?^```", re.S | re.M)
+# Behind a text in brackets, in a definition at the beginning of a line, or in an attribute.
+LINK = re.compile(r"\]\(([^)\s]+)\)|^\[[^]]+\]: (\S+)|\b(?:src|href)=\"([^\"]+)\"", re.M)
 
 
 def anchors_of(document):
@@ -32,7 +34,8 @@ def main():
     for document in sorted(documents):
         name = document.relative_to(root)
         text = CODE.sub("", document.read_text(encoding="utf-8"))
-        links = [unquote(link) for link in re.findall(r"\]\(([^)\s]+)\)", text) if not re.match(r"[a-z]+:", link)]
+        links = [unquote("".join(link)) for link in LINK.findall(text)]
+        links = [link for link in links if not re.match(r"[a-z]+:", link)]
         for link in links:
             path, _, anchor = link.partition("#")
             target = (document.parent / path).resolve() if path else document

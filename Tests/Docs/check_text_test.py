@@ -54,6 +54,8 @@ class Look(unittest.TestCase):
         self.assertEqual(self.found("a.md", "| " + WORD + "|\n"), [])
         self.assertEqual(self.found("a.md", "[" + "x" * 150 + "](y)\n"), [])
         self.assertEqual(self.found("a.cpp", '\t{"' + WORD + '", 1}, // row\n'), [])
+        self.assertEqual(self.found("a.html", '\ttitle="' + WORD + '"\n'), [])
+        self.assertEqual(self.found("a.html", WORD.strip() + "\n"), ["149 columns, of 120"])
 
     def test_spaces(self):
         self.assertEqual(self.found("a.md", "a \n"), ["blanks at the end"])

@@ -1,8 +1,8 @@
 // Text that is GLSL as well as C++, so that tests check what shaders run: VIEWER_SHADER_CODE makes a string of it, or
 // nothing but itself.
 //
-// The real spherical harmonics up to degree 3 in a direction of length 1, with the signs and in the order in which files
-// of splats have them: 0 is the colour's own place, then -m to m of each degree. Each is a polynomial in x, y, z.
+// The real spherical harmonics up to degree 3 in a direction of length 1, with the signs and in the order in which
+// files of splats have them: 0 is the colour's own place, then -m to m of each degree. Each is a polynomial in x, y, z.
 VIEWER_SHADER_CODE(void HarmonicBasis(float x, float y, float z, out float basis[16])
 {
 	float xx = x * x;

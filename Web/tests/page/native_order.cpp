@@ -34,7 +34,8 @@ int main(int argc, char **argv)
 	const std::vector<float> floats = byPosition || byValue ? ReadFloats(argv[2]) : std::vector<float>();
 	if (floats.empty())
 	{
-		std::fprintf(stderr, "native_order: takes \"position FILE X Y Z\" or \"value FILE\", and the file has floats in it.\n");
+		std::fprintf(
+			stderr, "native_order: takes \"position FILE X Y Z\" or \"value FILE\", and the file has floats in it.\n");
 		return 2;
 	}
 
