@@ -23,8 +23,8 @@ namespace
 
 	const char *const kAbout =
 		"Draws transparent particles unsorted and sorted, without a display, and says what the sort cost and how far\n"
-		"each picture is from the exact answer: the same frame in an order sorted in double precision. Or plays the\n"
-		"scene in a window.";
+		"each picture is from the exact answer, which is the same frame, sorted in double precision. With --window,\n"
+		"it plays the scene instead.";
 
 	const char *const kDetails =
 		"Colours\n"
@@ -38,13 +38,13 @@ namespace
 		"whole pages, each sorted by itself: the order then holds inside every draw call, not across them. The\n"
 		"figures say so. Scenes with an index list are not split.\n"
 		"\n"
-		"A capture from any engine, named like a file of points, is looked at: it is checked, sorted, and compared\n"
-		"with what was recorded. Each primitive is drawn where its particle is, coloured by its number in the\n"
-		"drawing order; indices that differ are lit. With --out: unsorted.png, sorted_here.png, comparison.png, and\n"
-		"recorded.png if there is a recorded output. --replay says it in words alone.\n"
+		"FILE may be a capture from any engine. It is checked, sorted, and compared with what was recorded. Each\n"
+		"primitive is drawn where its particle is, coloured by its number in the drawing order; indices that differ\n"
+		"are lit. With --out, the pictures are unsorted.png, sorted_here.png, comparison.png, and recorded.png if\n"
+		"the capture has an output. --replay gives the same result in words, without pictures.\n"
 		"\n"
-		"Exit code: 0; 1 where a replayed sort breaks a rule or writes other indices than recorded; or 2 with one\n"
-		"sentence on standard error; then nothing was written.";
+		"Exit code: 0 if all went well; 1 if a captured sort breaks a rule or writes other indices than recorded; 2\n"
+		"if the run failed: then standard error has one sentence, and no file was written.";
 
 	u32 ParseNumber(const std::string &option, const std::string &text, u32 low, u32 high)
 	{
@@ -106,7 +106,7 @@ namespace
 		for (const SSceneKind &kind : SceneKinds())
 			if (kind.m_FrameCount != most)
 				text += ", " + std::to_string(kind.m_FrameCount) + " of " + kind.m_Name;
-		return text + ".\nThe last is shown. A window closes after so many, if they are given";
+		return text + ".\nThe last one is shown. With this option, a window closes after the last frame";
 	}
 
 	// A scene's name stands before the first of its lines.
@@ -132,44 +132,54 @@ namespace
 		app.footer(ScenesHelp() + KeysHelp() + "\n" + kDetails);
 		add("--scene", "NAME", texts.m_Scene, SceneNames() + "; " + SceneKinds().front().m_Name + " by default");
 		app.add_option("FILE,--ply,--splat", texts.m_Files,
-			   "Points or splats of a file instead of a scene: PLY, .splat, .spz or .sog; or a\n"
-			   "captured draw call; told by what is in it; or the same after --ply or --splat")
+			   "A file to show instead of a scene: points or splats (PLY, .splat, .spz or .sog), or a\n"
+			   "captured draw call. Its contents tell the format, so --ply and --splat mean the same")
 			->option_text(" ");
 		add("--sort-by", "NAME", texts.m_SortBy,
 			"A property of the file to sort by instead of the distance; the lowest value is drawn first");
 		add("--up", "AXIS", texts.m_Up,
-			"What points upwards: y, -y, z, -z, x or -x; -y by default for splats but those of .spz, otherwise y");
+			"The axis that points upwards: y, -y, z, -z, x or -x. By default it is -y for splats,\n"
+			"except those of .spz, and otherwise y");
 		app.add_flag("--skip-bad", texts.m_SkipBad,
-			"Leaves out points of the file that something is wrong with, and says how many");
+			"Leaves out the points of the file that are damaged, and says how many there are");
 		add("--outlier", "RADII", texts.m_Outlier,
-			"Adds a last point to those of the file, so many radii away, which stretches the range of 16-bit keys");
+			"Adds a point to those of the file, so many radii of the cloud away from it, which\n"
+			"stretches the range of 16-bit keys");
 		add("--particles", "N", texts.m_Particles, ParticlesHelp());
 		add("--frames", "N", texts.m_Frames, FramesHelp());
-		add("--seed", "N", texts.m_Seed, "Seed of all randomness: the same seed, the same index buffers; 1 by default");
+		add("--seed", "N", texts.m_Seed,
+			"Seed of all randomness: one seed always gives the same index buffers; 1 by default");
 		add("--width", "N", texts.m_Width, "Width of a picture in pixels; 640 by default, 960 in a window");
 		add("--height", "N", texts.m_Height, "Height of a picture in pixels; 360 by default, 860 in a window");
 		add("--index-type", "BITS", texts.m_IndexType, "Bits of an index, 16 or 32; 32 by default");
-		add("--threads", "N", texts.m_Threads, "Threads that share a sort: the same indices, sooner; 1 by default");
+		add("--threads", "N", texts.m_Threads,
+			"Threads that share a sort, which writes the same indices; 1 by default");
 		add("--wipe", "NAME", texts.m_Wipe,
-			"Two ways to draw under a divider: unsorted (and sorted), frozen (sorted for a camera that\n"
-			"stood elsewhere), 16-bit (keys, and of 32 bits), error (picture and error) or none; writes wipe.png");
+			"Draws a frame in two ways, left and right of a divider, and writes wipe.png:\n"
+			"unsorted and sorted (unsorted), sorted for another camera and for this one (frozen), by\n"
+			"keys of 32 and of 16 bits (16-bit), the picture and its error (error); or none");
 		add("--wipe-at", "PERCENT", texts.m_WipeAt, "Where the divider stands, from the left; 50 by default");
 		add("--colour,--color", "NAME", texts.m_Colour,
-			"What colours show: light, order, overdraw or error; light by default, of a capture order");
-		add("--first", "N", texts.m_First, "Of a capture, the primitives to draw, from the first on; all by default");
+			"What colours show: light, order, overdraw or error. By default light; order for a\n"
+			"capture");
+		add("--first", "N", texts.m_First,
+			"For a capture: how many primitives to draw, from the first on; all by default");
 		add("--shape", "NAME", texts.m_Shape,
-			"Of a capture, what stands for a primitive: triangles, quads or points; triangles by default");
+			"For a capture: what stands for a primitive, triangles, quads or points; triangles by\n"
+			"default");
 		add("--trace", "FILE", texts.m_Trace,
-			"File for a trace of where every frame goes, for Perfetto or chrome://tracing");
-		add("--capture", "FILE", texts.m_Capture, "File for the sort of the last frame's first draw call");
+			"Writes how long each stage of every frame takes to this file, for Perfetto or\n"
+			"chrome://tracing");
+		add("--capture", "FILE", texts.m_Capture, "Writes the first draw call of the last frame to this file");
 		add("--replay", "FILE", texts.m_Replay,
-			"Sorts what was captured instead of drawing; other options have no effect");
-		add("--out", "DIR", texts.m_Out, "Folder for the pictures, made if need be; without it, only the figures");
+			"Sorts a captured draw call and compares it with the record, instead of drawing; other\n"
+			"options have no effect");
+		add("--out", "DIR", texts.m_Out,
+			"Folder for the pictures, which is made if need be; by default there are only figures");
 		app.add_flag("--window", texts.m_Window,
-			"Plays the scene in a window, where everything about its sort can be changed\n"
-			"and watched. Files dropped on it are shown. With --out, F12 and the end of --frames write picture_N.png "
-			"and\n"
-			"window_N.png");
+			"Plays the scene in a window, where you can change and watch everything about its sort.\n"
+			"Files dropped on it are shown. With --out, F12 and the end of --frames write\n"
+			"picture_N.png and window_N.png");
 	}
 
 	const SSceneKind *Scene(const CLI::App &app, const STexts &texts, const SCloudOptions &cloudOptions)
