@@ -1,7 +1,7 @@
-// What a radix sort of three passes cannot do without, part by part and each as fast as known: clearing and summing the
-// counters, the sweep that counts all digits, and a scatter that is told every destination beforehand. Their sum leaves
-// out that positions are counted on while records move; so the scatter comes with the stores of positions as well, and
-// last there are all nine stores that a record takes, and nothing besides.
+// The work that every radix sort of three passes has to do, each part in the fastest loop known: clearing and summing
+// the counters, the sweep that counts all digits, and a scatter that is told every destination beforehand. These parts
+// leave out one thing: while records move, positions are counted up. So there is also a scatter with the stores of
+// positions, and a loop with all nine stores that a record takes and nothing else.
 
 #include "bench_inputs.h"
 #include "bench_registry.h"

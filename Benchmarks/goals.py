@@ -76,9 +76,13 @@ def fill_over_traffic(results, size):
 
 def whole_ahead(results, shape, pages, peer, size):
 	"""How many times as long as the library a peer takes for whole sorts: timed in turns where they were, or None."""
-	own = f"vexmoor_pages_of_{pages}"
-	in_turns = results.turns("whole_pairs", f"{shape}_{own}", peer, size)
-	return in_turns or results.ratio("whole", f"billboards_u32_{shape}", peer, own, size)
+	return whole_ratio(results, f"billboards_u32_{shape}", peer, f"vexmoor_pages_of_{pages}", size)
+
+
+def whole_ratio(results, what, peer, own, size):
+	"""How many times as long as a kind of the library a peer takes for a whole sort: in turns where they took turns."""
+	shape = what.removeprefix("billboards_u32_")
+	return results.turns("whole_pairs", f"{shape}_{own}", peer, size) or results.ratio("whole", what, peer, own, size)
 
 
 def sum_of_parts(results, keys, scatter, size):

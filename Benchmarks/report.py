@@ -55,25 +55,27 @@ JOBS = """\
 ## One large draw call on two cores
 
 The sort with a host's [jobs](integration.md#one-draw-call-on-many-cores), here run by oneTBB on two threads, took turns
-with the sort on one core. Both are timed by the wall clock. Fewer than 32,768 particles run no jobs. Where memory is
-the limit, a second core helps less; the rows of bytes moved are a loop that moves as many bytes as a sort, and show how
-much. The second table has packaged parallel sorts on the same two threads, with the library's loops before and after
-them. More than two cores were not measured.
+with the sort on one core. Both are timed by the wall clock. Fewer than 32,768 particles run no jobs: from 4,000 on, the
+sort with jobs is ahead there because it takes fewer passes, on one core. Where memory is the limit, a second core helps
+less. The rows of bytes moved show how much: they are a loop that moves as many bytes as a sort. The second table has
+packaged parallel sorts on the same two threads, with the library's loops before and after them. More than two cores
+were not measured.
 """
 JOBS_MODEL = """\
 **A model** says how many times as long one core would take as several. No machine with more than two was measured. The
-jobs of a sort run one after the other on one core, and each is timed. Of every run of jobs the longest job counts,
-since the others would run beside it, and so does the time between runs, when one thread works alone. Starting and
-joining runs is not in these times: for it, every cell has what the two cores above took longer, at the least count,
-than their jobs. With more threads it takes longer, in a way that the model does not know. A sort asks for a job per
-16,384 particles, so 100,000 particles make six at most. The last column is a bound: one core's time over that of moving
-as many bytes on two cores. If more cores get no more from memory than two did, no number of cores is further ahead.
+jobs of a sort run one after the other on one core, and each is timed. The modelled time is that of the longest job of
+each run of jobs, since the other jobs would run beside it, plus the time between runs, when one thread works alone. To
+start and join the jobs takes time as well. For that, the model adds what the two cores above took longer than their
+jobs, at the lowest count of the table. With more threads this takes longer, in a way that the model does not know. A
+sort asks for a job per 16,384 particles, so 100,000 particles make six at most. The last column is a bound: one core's
+time over that of moving as many bytes on two cores. If more cores get no more from memory than two did, no number of
+cores is further ahead.
 """
 LOSSES = """\
 ## Where it loses
 
-Each line names what is faster than the library, at which counts, and in brackets how many times as long it takes, below
-1. `counting_16bit` gives an approximate order.
+Each line names what is faster than the library, and the counts at which it is. In brackets stands how many times as
+long it takes, which is below 1. `counting_16bit` gives an approximate order.
 """
 VQSORT = """\
 In whole sorts, the name of a sort stands for the loop with that sort in place of `std::sort`; `same_traffic` only moves
@@ -83,22 +85,24 @@ first AVX-512 instructions, even where the processor has newer ones, so a later 
 WEB = """\
 ## In JavaScript
 
-The [package for JavaScript](../Web/package/README.md) in node: from positions in its memory to point numbers in drawing
-order, of a generated cloud that is shaped like a captured scene, while the camera circles it. All sorts take turns in
-one run, and every result is checked. Numbers are medians of processor time, and how many times as long as the package
-with SIMD the others take; bold where they are faster.
+The [package for JavaScript](../Web/package/README.md) in node, from positions in its memory to point numbers in drawing
+order. The points are a generated cloud that is shaped like a captured scene, and the camera circles it. All sorts take
+turns in one run, and every result is checked. Each cell has the median of processor time, and how many times as long as
+the package with SIMD the sort takes. Where the sort is faster than the package, the number is bold.
 
 - A counting sort by depth along the view axis, in 65,536 steps, is what most viewers do: its order is approximate, and
   the package's is exact. It is measured in JavaScript, and in C compiled to WebAssembly with SIMD.
-- Keys packed with numbers into 64 bits are sorted by `BigUint64Array.prototype.sort`, numbers alone by
-  `Uint32Array.prototype.sort` with a function that compares distances.
+- Two sorts are JavaScript's own. Keys that are packed with point numbers into 64 bits are sorted by
+  `BigUint64Array.prototype.sort`. Point numbers are sorted by `Uint32Array.prototype.sort` with a function that
+  compares distances.
 - The native sort is this library with 128-bit registers, in a program of its own.
 
 `./Tools/web.sh --bench --write Web/bench/results/NAME.json` measures, and `./Tools/bench.sh --pages` writes this page.
 """
 WEB_LIMIT = """\
-What exact costs shows beside the same counting sort in C: it moves numbers of 4 bytes once, by 16 bits of a depth. An
-exact order moves records of 8 bytes three times, by 32 bits. Beyond the caches, those passes are what is slower.
+The counting sort in C shows what an exact order costs. It moves numbers of 4 bytes once, by 16 bits of a depth. An
+exact sort moves records of 8 bytes three times, by 32 bits. If the records do not fit the caches, these passes take the
+additional time.
 
 No exact sort that was tried is twice as fast as the counting sort in JavaScript from a million points on, and the
 counting sort in C is not either. [What was tried](../Benchmarks/tried.md#webassembly)
@@ -107,23 +111,24 @@ DETAILS = """\
 ## Details
 
 A page for each processor has every stage beside its peers, and how the processor was measured.
-[Benchmarks](../Benchmarks/README.md) says what is compared, how to measure another processor, and which goals a run is
-held to. [What was tried and lost](../Benchmarks/tried.md) is there as well.
+[Benchmarks](../Benchmarks/README.md) says what is compared, how to measure another processor, and where the goals are
+that a run is checked against. It also has [what was tried and lost](../Benchmarks/tried.md).
 """
 SORT = """\
 ## Sort stage
 
-Records in, records in key order out. Each cell has nanoseconds per record: the median, half the range between the
-quartiles, and how many times as long as this library the peer takes. Where the peer is faster, the number is bold.
-counting_16bit gives an approximate order. vexmoor_4_lanes is this library held to four lanes. Small sorts rotate
-different inputs.
+The input is records, and the output is the same records in key order. Each cell has nanoseconds per record: the median,
+half the range between the quartiles, and how many times as long as this library the peer takes. Where the peer is
+faster, the number is bold. counting_16bit gives an approximate order. vexmoor_4_lanes is this library limited to four
+lanes. Small sorts get different inputs in turns.
 """
 PARTS = """\
 ## Parts of the radix sort
 
-Nanoseconds per record of what a radix sort cannot do without: clearing and summing the counters, the counting sweep,
-and three scatters that know every destination beforehand. A second kind of scatter also stores the next position of a
-digit with every record, as a sort has to. The stores are the nine stores of a record alone, in the first cache.
+Nanoseconds per record of the work that every radix sort has to do: clearing and summing the counters, the counting
+sweep, and three scatters that know every destination beforehand. A second kind of scatter also stores the next position
+of a digit with every record, as a sort has to. The row of stores has only the nine stores that each record takes, into
+the first-level cache.
 """
 FILL = """\
 ## Fill
@@ -132,8 +137,8 @@ Nanoseconds per particle. The brackets have two ratios. The first is to the fast
 bytes per particle and do nothing else (same_traffic_16 and same_traffic_32, named by their width in bytes). The second
 is to a copy that reads and writes as many bytes together. Layouts other than positions at a stride of 12 move other
 amounts of memory, so their ratios only place them on the same scale. The items of compaction are all particles of a
-page, disabled ones too. Packed positions are filled 16 at a time where the processor can; 8_lanes and 4_lanes are held
-to less.
+page, disabled ones too. If the processor has 512-bit registers, 16 packed positions are filled at a time; 8_lanes and
+4_lanes are limited to fewer.
 """
 EXPAND = """\
 ## Expansion
@@ -146,20 +151,22 @@ WHOLE = """\
 ## Whole sorts beside peers
 
 Each cell has nanoseconds per particle: the median, half the range between the quartiles, and how many times as long as
-this library the peer takes. user is what a renderer does without a library. The name of a sort stands for the same loop
-with that sort in it. 16-bit indices reach 15,360 quads; more are drawn in several calls, each sorted by itself.
+this library the peer takes. user is what a renderer does without a library: distances, `std::sort` and a loop. The name
+of a sort stands for the same loops around that sort. ogre_way sorts a list of pointers by a radix sort of floats,
+sort_of_structures sorts whole particles, and comparator_computes_depth computes two distances in each comparison.
+16-bit indices reach 15,360 quads; more are drawn in several calls, each sorted by itself.
 """
 SMALL_PAGES = """\
 ## Small pages
 
-A whole sort of particles in small pages, over a whole sort of the same particles in pages of 1,000, in turns. Strides
-of 16 warn once per page.
+How many times as long a whole sort of particles in small pages takes as a whole sort of the same particles in pages of
+1,000, measured in turns. A stride of 16 warns once per page.
 """
 THREADS = """\
 ## Many draw calls
 
-A frame of 500 sorters of 50 to 5,000 particles each, evenly spread on a logarithmic scale. Two threads are two of
-oneTBB, and are timed by the wall clock.
+A frame of 500 sorters of 50 to 5,000 particles each, whose counts are spread evenly on a logarithmic scale. The two
+threads are oneTBB's, and are timed by the wall clock.
 """
 DIAGNOSTICS = """\
 ## Diagnostics

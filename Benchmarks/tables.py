@@ -2,7 +2,7 @@
 
 import statistics
 
-from goals import RECORD_KEYS, fill_over_traffic, over_parts, size_name
+from goals import RECORD_KEYS, fill_over_traffic, over_parts, size_name, whole_ratio
 
 FRAME_NS = 1e9 / 60
 SCENE_SIZES = [100, 1000, 10000, 100000, 1000000, 4000000]
@@ -186,6 +186,13 @@ def slower_at(ratios_by_size):
 	return "at " + ", ".join(f"{size_name(size)} (×{number(ratio)})" for size, ratio in slower)
 
 
+def ratio_to(results, own, stage, what, who, size):
+	"""How many times as long as a kind of the library a peer takes: in turns where they took turns."""
+	if stage == "whole":
+		return whole_ratio(results, what, who, own, size)
+	return results.ratio(stage, what, who, own, size)
+
+
 def losses(results):
 	"""List items that say where others are ahead: the loop in draw calls, then peers."""
 	lines = []
@@ -205,7 +212,7 @@ def losses(results):
 			whos = results.values(2, stage=stage, what=what)
 			own = next((who for who in owns if who in whos), None)
 			counts = results.values(3, stage=stage, what=what)
-			slower = {who: slower_at((size, results.ratio(stage, what, who, own, size)) for size in counts)
+			slower = {who: slower_at((size, ratio_to(results, own, stage, what, who, size)) for size in counts)
 				for who in whos if own and not who.startswith("vexmoor")}
 			named = [f"{who} {counts}" for who, counts in slower.items() if counts]
 			if named:

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Holds goals.py to what it says of results, and to its exit code.
+"""Tests what goals.py says of results, and its exit code.
 
 goals_test.py FOLDER_OF_BENCHMARKS
 """

@@ -7,10 +7,12 @@ report_test.py FOLDER_OF_BENCHMARKS
 import json
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
 import unittest
+import unittest.mock
 
 BENCHMARKS = sys.argv.pop(1)
 sys.path.insert(0, BENCHMARKS)
@@ -100,6 +102,22 @@ class ReportTest(unittest.TestCase):
 		answer = subprocess.run([sys.executable, f"{BENCHMARKS}/report.py", path, "--page", self.folder / "page.md"],
 			capture_output=True, text=True, check=False)
 		self.assertEqual((answer.returncode, len(answer.stderr.splitlines())), (2, 1), answer.stderr)
+
+	def test_the_pages_of_the_documents_are_what_the_results_make(self):
+		root = pathlib.Path(BENCHMARKS).resolve().parent
+		pages = [root / "README.md", *root.glob("Docs/performance*.md"), *root.glob("Docs/performance/*.md")]
+		made = self.folder / "Docs" / "performance.md"
+		made.parent.mkdir()
+		shutil.copy(root / "README.md", self.folder)
+		arguments = ["report.py", *root.glob("Benchmarks/results/*.json"), "--page", made, "--readme",
+			self.folder / "README.md", "--web", *root.glob("Web/bench/results/*.json")]
+		with unittest.mock.patch.object(sys, "argv", [str(argument) for argument in arguments]), \
+				unittest.mock.patch.object(report, "plots"):
+			report.main()
+		for page in pages:
+			# Lines are wrapped after the pages are written.
+			words = [path.read_text(encoding="utf-8").split() for path in (page, self.folder / page.relative_to(root))]
+			self.assertTrue(words[0] == words[1], f"{page}: ./Tools/bench.sh --pages writes it anew")
 
 
 if __name__ == "__main__":

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Holds what is kept of a run to what the benchmarks said.
+"""Tests that results.py keeps what the benchmarks measured.
 
 results_test.py FOLDER_OF_BENCHMARKS
 """

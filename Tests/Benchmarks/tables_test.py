@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Holds the tables of the pages to the numbers they are made of.
+"""Tests that the tables of the pages have the numbers that they are made of.
 
 tables_test.py FOLDER_OF_BENCHMARKS
 """
@@ -9,7 +9,7 @@ import unittest
 
 sys.path.insert(0, sys.argv.pop(1))
 import tables
-from example import example, timed
+from example import example, in_turns, timed
 
 
 def rows(lines):
@@ -59,6 +59,14 @@ class TablesTest(unittest.TestCase):
 			"- The loop, by value, 99 % disabled: at 1k (×0.50).",
 			"- Sorts of records alone, uniform: vqsort_best at 1k (×0.75).",
 		])
+
+	def test_whole_sorts_that_took_turns_are_losses_by_their_turns(self):
+		for who, ns in (("vexmoor_pages_of_1k", 1000.0), ("vqsort_best", 1100.0)):
+			self.results.cases[("whole", "billboards_u32_ball", who, 1000)] = timed(ns, 1000)
+		self.assertNotIn("Whole sorts", "\n".join(tables.losses(self.results)))
+		pair = ("whole_pairs", "ball_vexmoor_pages_of_1k", "vqsort_best", 1000)
+		self.results.cases[pair] = in_turns(0.9, 1000.0, 1000)
+		self.assertIn("- Whole sorts, billboards u32 ball: vqsort_best at 1k (×0.90).", tables.losses(self.results))
 
 	def test_many_losses_are_summed_up(self):
 		self.assertEqual(tables.slower_at([(8, 0.9), (16, 1.0), (32, 0.999)]), "at 8 (×0.90), 32 (×1.00)")
