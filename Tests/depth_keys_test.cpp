@@ -1,5 +1,5 @@
-// The keys themselves, bit for bit: what each float and each distance is keyed by, that every loop of every fill
-// function agrees on it, and that no floating-point mode of the calling thread has a say.
+// The keys themselves, bit for bit: which key each float and each distance has, that every loop of every fill function
+// makes the same key, and that the calling thread's floating-point mode does not change it.
 
 #include "kr_sort.h"
 

@@ -1,7 +1,7 @@
 // What the library does when an allocation fails: each call runs again and again, and each time another of its
 // allocations is the one that fails, until none does. No exception leaves, no block is lost, what is written is whole
-// or untouched, and the same call works afterwards. And how many there are: a sort takes the scratch that it was not
-// given, and nothing else.
+// or untouched, and the same call works afterwards. The tests also count allocations: a sort takes the scratch that it
+// was not given, and nothing else.
 
 #include "ge_mesh_sort_capture.h"
 #include "ge_mesh_sort_replay.h"

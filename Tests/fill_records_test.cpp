@@ -1,6 +1,6 @@
 // Records of one page, by all four fill functions: the bytes that no loop may touch, every loop and compaction against
-// the model, and what all of them warn of and report. What is particular to vertex bases that are a sequence, or come
-// from a list, is in the two files beside this one.
+// the model, and what all of them warn of and report. Vertex bases that are a sequence are in
+// fill_no_index_list_test.cpp, those from a list in fill_index_list_test.cpp.
 
 #include "ge_mesh_triangle_sorter.h"
 

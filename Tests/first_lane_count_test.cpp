@@ -1,6 +1,6 @@
-// The first question for the registers, while the host limits them: it is the first in a fresh process alone, so this
-// comes before the other tests of threads, and in no program whose tests have to keep to the registers of a command
-// line.
+// Threads that ask for the instruction set for the first time while the host limits it. Only a fresh process has a
+// first time, so this test comes before the other tests of threads, and it is not in a program whose command line
+// chooses the instruction set.
 
 #include "kr_cpu.h"
 

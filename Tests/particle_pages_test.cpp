@@ -1,4 +1,5 @@
-// Pages as a range of structures: a sort set up with them is the sort set up with a view per page.
+// Pages as a range of structures: a sort that is set up with them writes what a sort writes that is set up with a view
+// per page.
 
 #include "ge_mesh_pages.h"
 #include "ge_mesh_triangle_sorter.h"

@@ -1,4 +1,5 @@
-// The wide paths and the 128-bit ones, by themselves: each against plain loops, and the host's word on which is taken.
+// The functions for wide and for 128-bit registers, called directly: each against plain loops, and how the host chooses
+// among them.
 
 #include "ge_mesh_triangle_sorter.h"
 

@@ -1,4 +1,4 @@
-// The sizes and regions of the working buffer. They are arithmetic in 32 bits, on any address: nothing here is read.
+// The sizes and regions of the working buffer. They are computed in 32 bits, from any address: no memory is read.
 
 #include "ge_mesh_triangle_sorter.h"
 

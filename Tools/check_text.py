@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Holds every text of the tree to what an editor cannot show: columns, tabs and spaces, ends of lines, and words.
+"""Checks in every text of the tree what an editor does not show: columns, tabs and spaces, ends of lines, and words.
 
   ./Tools/check_text.py            names every line that is not as it should be, and fails if there is one
   ./Tools/check_text.py --wrap     first moves words of comments and of documents that pass column 120 to the next line
   ./Tools/check_text.py --commits [SINCE]
-                                   looks at the messages of commits instead: those after SINCE, or those that the
-                                   upstream of the branch has not, or where there are none the last 30
+                                   looks at the messages of commits instead: those after SINCE; by default those that
+                                   the upstream of the branch does not have, or the last 30
 
 Columns count a tab as four. What has no place to break may pass column 120: rows of tables, links, addresses, rows that
 clang-format aligns, and what programs write.

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Holds Tools/check_text.py to what it says of columns, spaces, words and commits. Called with the folder of Tools."""
+"""Tests what Tools/check_text.py says of columns, spaces, words and commits. Called with the folder of Tools."""
 import pathlib
 import shutil
 import subprocess

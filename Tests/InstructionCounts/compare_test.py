@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Feeds compare.py doctored counts and holds it to its answers.
+"""Tests what compare.py says of made-up counts.
 
 compare_test.py COMPARE RECORDED
 """

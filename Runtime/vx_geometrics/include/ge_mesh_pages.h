@@ -20,7 +20,7 @@ template<typename _Element>
 struct VX_API_INLINE TParticlePage
 {
 	TStridedMemoryView<const _Element> m_Elements; ///< A position, or a value, of every particle, drawn or not.
-	TStridedMemoryView<const u8> m_Enableds; ///< A byte of every particle, not 0 if it is drawn. Empty: no matter.
+	TStridedMemoryView<const u8> m_Enableds; ///< A byte per particle, 0 if it is disabled. Empty: none is disabled.
 	u32 m_RenderedCount = 0;                 ///< Particles drawn.
 
 	/// No particles.
@@ -47,8 +47,8 @@ struct VX_API_INLINE TParticlePage
 typedef TParticlePage<CFloat3> CPositionPage; ///< Sorted by distance to the camera.
 typedef TParticlePage<float> CSortKeyPage;    ///< Sorted by value, the lowest drawn first.
 
-/// Particles drawn of all pages: what sizes of outputs and of working buffers are computed from. The count is 2^32 - 1
-/// if there are more.
+/// The number of particles that all pages draw, from which the sizes of output and working buffer are computed. It is
+/// 2^32 - 1 if there are more.
 template<typename _Element>
 u32 RenderedParticleCount(const TMemoryView<const TParticlePage<_Element>> &pages)
 {
@@ -59,8 +59,8 @@ u32 RenderedParticleCount(const TMemoryView<const TParticlePage<_Element>> &page
 }
 
 ///@{
-/// CTriangleSorter::Setup_InputPageCache of a range of pages. The pages stay where they are, as they are, until the
-/// sort returns: SetupInputPages(sorter, ViewOf(pages), camera). Returns the number of particles drawn.
+/// Calls CTriangleSorter::Setup_InputPageCache with a range of pages, which has to stay unchanged in its place until
+/// the sort returns: SetupInputPages(sorter, ViewOf(pages), camera). Returns the number of particles drawn.
 inline u32 SetupInputPages(
 	CTriangleSorter &sorter, const TMemoryView<const CPositionPage> &pages, const CFloat3 &cameraPosition)
 {

@@ -1,8 +1,9 @@
 #pragma once
 
 // Checks of every rule of a sort, before the sort runs: of a sorter as it is set up, its working buffer and its output.
-// Each broken rule is told in a sentence, to the author of the call. ValidateSort only checks, for debug builds of a
-// host. The checked sorts check and then sort, for content that nobody vouches for: editors, tools, user-made effects.
+// Each broken rule is told in a sentence that the author of the call understands. ValidateSort only checks, for debug
+// builds of a host. The checked sorts check and then sort, for content that may break rules: of editors, tools and
+// users.
 //
 // No check can see memory that is not there (a dangling pointer, a view that counts more elements than lie behind it, a
 // working buffer smaller than the size given with it), nor memory that another thread changes meanwhile.
@@ -40,9 +41,9 @@ enum ESortEntry : u32
 /// Checks the sort that entry names and returns the number of violations. Geometry of the other sort is a violation.
 /// Each rule gives one finding, or one per page. If several particles of a page break a rule, the finding names the
 /// first one, by its number among the rendered particles of all pages.
-/// Only what the sort touches is checked. Of a page that renders nothing, that is its vertex count. Of the output, it
-/// is the part that is written; of positions and values without enabled bytes, the elements that are read. The rest of
-/// these views may be anything.
+/// Only what the sort touches is checked: of a page that renders nothing, its vertex count; of the output, the part
+/// that is written; of positions and values without enabled bytes, the elements that are read. The rest of these views
+/// may be anything.
 /// workingBuffer      what the sort will get; null if the sort is to allocate
 /// workingBufferSize  its bytes; 0 with null
 /// jobs               null for the sort without jobs; otherwise the sort with these jobs follows, and its buffer is

@@ -156,8 +156,8 @@ public:
 	///                         12) are fast, any other stride is correct, and a stride of 0 places all particles of a
 	///                         page at one position
 	/// enableds                one view per page, of contiguous bytes, one for each particle. The view of a page
-	///                         without disabled particles may be empty, but it has to be there, also if the views of
-	///                         all pages are empty. A missing view is reported, and taken for an empty one
+	///                         without disabled particles may be empty, but it must not be missing, even if the views
+	///                         of all pages are empty. A missing view is reported, and taken for an empty one
 	/// renderedParticleCounts  per page the number of particles drawn
 	/// particleCount           the sum of renderedParticleCounts
 	/// cameraPosition          in the space of the positions
@@ -309,7 +309,7 @@ public:
 	/// Equal keys      always have the same order for the same input: above 109 records that of the records, up to 109
 	///                 the quick sort's own.
 	/// Reports         assertions and warnings as the class says. An empty view of rendered counts ends the call, and a
-	///                 block that was taken for it is not given back.
+	///                 block that the sort has taken is not given back.
 	void SortPoints_AutogenIndices(void *__restrict _workingBuffer);
 
 	/// Sorts the triangles of geometry that each page has of its own and writes them into the output.
@@ -343,12 +343,12 @@ public:
 	/// Makes a record of each particle of a page: the key, and indexStart + k * indexIncrement for record k.
 	/// outList    as many records as are made; 8-byte aligned. Whole groups of four records are stored in the order
 	///            2, 3, 0, 1, which shows only in the order of equal keys.
-	/// positions  as many as there are records, or more; then as many bytes of enableds as there are records are not 0.
-	///            Nothing is read beyond the last position's 12th byte.
+	/// positions  at least as many as records. If there are more, exactly as many bytes of enableds are not 0 as there
+	///            are records. Nothing is read beyond the last position's 12th byte.
 	/// enableds   contiguous; read only if there are more positions than records
 	/// Keys       ascending keys draw the farthest first: the inverted bits of the squared distance. If there are more
-	///            positions than records, the key is that of the value 0 - squared distance, below every key of the
-	///            other kind.
+	///            positions than records, the key is that of the value 0 - squared distance, which is below every key
+	///            of a distance.
 	static void FillSortingIndirectionsListPoint_NoIndices(const TMemoryView<SIndexAndDepth> &outList,
 		const TStridedMemoryView<const CFloat3> &positions,
 		const CFloat3 &cameraPosition,
@@ -404,10 +404,10 @@ public:
 	///               place in the output is left as it is.
 	/// quadCenters   16 slots per particle, the particle's number being m_Index / vpp
 	/// dstPrims      primCount * width indices
-	/// vpp           vertices per particle, not 0 where there is a quad
-	/// Reads          x, y and z of each quad's centre, unless a particle has only one quad
-	/// Writes         with ordinary stores and no fence
-	/// Reports        a log-once warning at every call: a sort without quad centres takes less time
+	/// vpp           vertices per particle, not 0 if the pattern has a quad
+	/// Reads         x, y and z of each quad's centre, unless a particle has only one quad
+	/// Writes        with ordinary stores and no fence
+	/// Reports       a log-once warning at every call: a sort without quad centres takes less time
 	static void ExpandAndSortIndices(const TMemoryView<const u32> &indexPattern,
 		const TMemoryView<const CFloat4> &quadCenters,
 		const CFloat3 &cameraPosition,
@@ -447,12 +447,12 @@ public:
 private:
 	friend class CSortCapture;    // reads what is set up, see ge_mesh_sort_capture.h
 	friend class CSortFromC;      // borrows the pattern, see vexmoor.h
-	friend class CSortJobs;       // sorts it
-	friend class CSortValidation; // the same, see ge_mesh_sort_validation.h
+	friend class CSortJobs;       // reads what is set up, and sorts it on a host's jobs
+	friend class CSortValidation; // reads what is set up, see ge_mesh_sort_validation.h
 
 	VX_WRAPS static u32 _AlignedRecordCount(u32 recordCount) { return (recordCount + 1) & ~1u; }
 
-	// What the public functions of like names return, without their end at 32 bits.
+	// What the public functions with similar names return, in 64 bits.
 	static u64 _PointWorkingBufferSize(u32 elementCount)
 	{
 		return ((u64(elementCount) + 1) & ~u64(1)) * sizeof(SIndexAndDepth) * 2;
@@ -462,7 +462,7 @@ private:
 		return _PointWorkingBufferSize(indexCount / 3) + ((u64(indexCount) + 1) & ~u64(1)) * sizeof(u32);
 	}
 
-	// These five are no VX_LOCAL: tests ask a shared library for them too.
+	// These five are not marked VX_LOCAL, because tests call them in a shared library, too.
 	void _GetParticleIdxInPageCache(
 		u32 renderedParticleId, u32 &pageId, u32 &offsetInPage, u32 &offsetInRenderedBuffer) const;
 

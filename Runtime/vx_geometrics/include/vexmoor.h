@@ -119,7 +119,7 @@ typedef struct vexmoor_call
 {
 	uint32_t struct_size; ///< sizeof(vexmoor_call).
 
-	/// Bytes of an index: 4, or 2, with which every index has to be below 0xFFFF. 0: 4.
+	/// Bytes of an index: 4 or 2. With 2, every index has to be below 0xFFFF. 0 means 4.
 	uint32_t index_size;
 	/// The output. Whole patterns, or triangles, are written from the first index on, front to back, each index once,
 	/// and never read: fit for mapped, write-combined memory. Aligned like its indices; a multiple of 16 bytes is fast.
@@ -137,7 +137,7 @@ typedef struct vexmoor_call
 	const vexmoor_view *positions;
 	const vexmoor_view *values; ///< See positions.
 	/// A view per page of bytes (a stride of 1), one for each particle, 0 for a disabled one, which is not drawn. The
-	/// view of a page without disabled particles may be empty. Null: none is disabled, on every page.
+	/// view of a page without disabled particles may be empty. Null: no particle of any page is disabled.
 	const vexmoor_view *enabled;
 	/// Per page, how many particles are drawn: with enabled bytes, as many as are not 0; without, all or the first
 	/// ones. Null, which calls with enabled bytes may not have: all elements of the page's view.
@@ -228,9 +228,9 @@ enum
 typedef void(VEXMOOR_CALL *vexmoor_finding_handler)(void *user_data, vexmoor_finding_kind kind, const char *sentence);
 
 /// Checks a call by every rule of its sort, of triangles if it has page_patterns, of points otherwise, and sorts it if
-/// none is broken: for calls whose numbers nobody vouches for. With VEXMOOR_ERROR_VIOLATION, as with every error,
-/// nothing is written.
-/// handler    receives each finding in turn; null: none is told
+/// none is broken: for calls whose numbers may be wrong. With VEXMOOR_ERROR_VIOLATION, as with every error, nothing is
+/// written.
+/// handler    receives each finding in turn. Null: nobody receives them
 /// user_data  handed to it
 /// Limits     cannot see memory that is not there: a dangling pointer, or a count of more elements than there are
 /// Cost       one pass over the enabled bytes and the index list; nothing is allocated for it

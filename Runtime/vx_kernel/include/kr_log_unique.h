@@ -1,7 +1,7 @@
 #pragma once
 
-// Log-once warnings: every call site has a key, the first touch of a key records and shows its message, later ones
-// count. The default is one line on stderr at a key's first touch.
+// Log-once warnings: every call site has a key. The first touch of a key records its message and shows it, by default
+// as a line on stderr. Later touches are counted.
 
 #include "vx_defs.h"
 

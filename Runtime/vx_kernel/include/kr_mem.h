@@ -54,7 +54,7 @@ namespace Mem
 	/// a block goes back to the allocator in force when it is freed.
 	VX_API void SetAllocator(const SAllocator *allocator);
 
-	/// A block of at least size bytes at a multiple of alignment, or null on failure; of 0 bytes, a block too.
+	/// A block of at least size bytes at a multiple of alignment, or null on failure. A size of 0 gets a block, too.
 	/// module, file, line and function say who asks, for hosts that keep count.
 	VX_API void *_RawAlloc(u64 size,
 		u32 alignment,

@@ -128,7 +128,7 @@ namespace Views
 	}
 
 	///@{
-	/// The same view with a stride, whatever it was.
+	/// The same view as one with a stride, if it had none.
 	template<typename _Type>
 	TStridedMemoryView<_Type> Strided(const TMemoryView<_Type> &view)
 	{

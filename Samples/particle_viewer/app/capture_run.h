@@ -1,6 +1,7 @@
 #pragma once
 
-// A captured draw call without a window: in words as a replay, and in a picture of each of its orders.
+// A run that shows a captured draw call without a window: it prints what a replay says, and draws a picture of each
+// order.
 
 #include "arguments.h"
 

@@ -1,6 +1,7 @@
 #pragma once
 
-// A run without a display: so many frames, then the last one in every order worth seeing, beside the exact answer.
+// A run without a display: sorts and draws the frames, then draws the last one in every order worth seeing, and
+// compares it with the exact answer.
 
 #include "arguments.h"
 

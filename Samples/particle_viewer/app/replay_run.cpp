@@ -1,4 +1,4 @@
-// Plain text in columns, as the figures of a drawn run.
+// Prints plain text in columns, like the figures of a run that draws.
 
 #include "replay_run.h"
 

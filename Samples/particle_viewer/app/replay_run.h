@@ -1,6 +1,6 @@
 #pragma once
 
-// A run that draws nothing: replays a captured sort and says what became of it.
+// A run that draws nothing: it replays a captured sort and prints the result.
 
 #include "ge_mesh_sort_replay.h"
 

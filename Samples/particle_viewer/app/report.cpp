@@ -1,4 +1,4 @@
-// Plain text in columns, for people first; the first word of a line tells scripts which one it is.
+// Prints plain text in columns for people. Scripts can tell the lines by their first words.
 
 #include "report.h"
 

@@ -1,4 +1,5 @@
-// Files are told by how they start. A .splat file starts with any bytes: it is what nothing else is.
+// The first bytes of a file tell its format. A .splat file may start with any bytes, so a file of no other known format
+// is read as one.
 
 #include "cloud_file.h"
 

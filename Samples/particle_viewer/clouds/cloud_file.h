@@ -1,8 +1,8 @@
 #pragma once
 
-// Files of points and splats. A file is trusted in nothing: each size that it claims is held against the bytes that are
-// there before anything is made of it, and all of it is read, so that a file that was cut short, or has been changed on
-// its way, is refused and not drawn in part.
+// Reads files of points and splats. Nothing in a file is trusted: each size is compared with the bytes that are there
+// before it is used, and the whole file is read before anything is drawn. So a file that was cut short or damaged is
+// refused, and not drawn in part.
 
 #include "point_cloud.h"
 #include <string_view>

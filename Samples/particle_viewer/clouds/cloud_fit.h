@@ -1,7 +1,6 @@
 #pragma once
 
-// Where the body of a cloud is: what a camera should show when most of the points are one thing, and a few float far
-// from it.
+// Finds the body of a cloud, which a camera should show: most of the points form it, and a few may float far from it.
 
 #include "vx_defs.h"
 #include "vx_maths_vector.h"

@@ -1,6 +1,7 @@
 #pragma once
 
-// Unpacks a gzip stream piece by piece, so that what it starts with decides how much is taken of it.
+// Unpacks a gzip stream piece by piece, so that a reader can look at the first bytes before it decides how much to
+// unpack.
 
 #include "vx_defs.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// Spherical harmonics: how the colour of a splat depends on the side that it is seen from. The colour is the one that
-// it has from all sides plus the sum of coefficients times basis; the direction goes from the eye to the splat.
+// Spherical harmonics: how the colour of a splat depends on the side from which it is seen. The colour is a constant
+// plus a sum of coefficients times basis functions of a direction, which goes from the eye to the splat.
 
 namespace Viewer
 {

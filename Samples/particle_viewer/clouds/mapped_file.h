@@ -1,7 +1,7 @@
 #pragma once
 
-// A file as a range of memory, which costs none: pages come and go as they are read. The file has to keep its size
-// while it is mapped.
+// Maps a file into memory. The system reads its pages when they are touched and may drop them again, so that a large
+// file does not fill the memory. The file has to keep its size while it is mapped.
 
 #include "vx_defs.h"
 

@@ -1,6 +1,7 @@
 #pragma once
 
-// PLY files whose splats are packed: 256 in a chunk, four words of 32 bits each, in fractions of what the chunk spans.
+// Reads PLY files with packed splats. A chunk has 256 splats, each of four 32-bit words, whose numbers are fractions of
+// the chunk's range.
 
 #include "ply_header.h"
 #include "point_cloud.h"

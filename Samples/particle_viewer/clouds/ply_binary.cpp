@@ -1,4 +1,5 @@
-// Rows of bytes. Rows without lists are all of one size, which is held against the file's size before they are read.
+// Rows of bytes. Rows without lists all have one size, so their total is compared with the file's size before they are
+// read.
 
 #include "ply_body.h"
 #include "text.h"

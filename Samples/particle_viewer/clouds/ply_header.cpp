@@ -1,4 +1,4 @@
-// Read from the end up: ReadPlyHeader reads the lines with CHeaderReader, and then holds the counts against the file's
+// Read from the end up: ReadPlyHeader reads the lines with CHeaderReader, and then compares the counts with the file's
 // size.
 
 #include "ply_header.h"

@@ -1,4 +1,4 @@
-// Rows of text. Each word is held against the type that the header gives it.
+// Rows of text. Each word is checked against the type that the header gives it.
 
 #include "ply_body.h"
 #include "text.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-// Rotations without their largest component: it follows from the length 1, and its sign can be had positive, since a
-// quaternion and its negative turn the same way.
+// Rotations that are stored as a quaternion without its largest component. That component follows from the length 1. It
+// may be taken as positive, because a quaternion and its negative are the same rotation.
 
 #include "vx_defs.h"
 

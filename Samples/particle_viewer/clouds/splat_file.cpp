@@ -1,5 +1,5 @@
-// .splat files have neither header nor magic number: what tells a foreign one is its size, and numbers that no splat
-// has.
+// .splat files have neither a header nor a magic number. A file of another format is recognised by its size, or by
+// numbers that no splat has.
 
 #include "bytes.h"
 #include "cloud_file.h"

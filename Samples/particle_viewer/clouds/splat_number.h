@@ -1,6 +1,6 @@
 #pragma once
 
-// The numbers of a splat by which can be sorted, in formats that have no names of their own for them.
+// The numbers of a splat that can be sorted by, for formats that have no names of their own for them.
 
 #include "point_cloud.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// What may come out of a compressed file. Compression can turn a thousand zeros into one byte, so a small file can ask
-// for more memory than there is.
+// Limits how much may be unpacked from a compressed file. Compression can turn a thousand zeros into one byte, so a
+// small file can ask for more memory than there is.
 
 #include "vx_defs.h"
 

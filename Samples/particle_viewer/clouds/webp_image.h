@@ -1,6 +1,6 @@
 #pragma once
 
-// Images as tables of bytes: WebP without loss.
+// Reads lossless WebP images as tables of bytes.
 
 #include "vx_defs.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// What can be done in the window by a key or a button: one table for the keyboard, the buttons and the help.
+// The actions of the window that a key or a button starts: one table for the keyboard, the buttons and the help.
 
 #include "vx_defs.h"
 

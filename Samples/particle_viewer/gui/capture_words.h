@@ -1,6 +1,6 @@
 #pragma once
 
-// What is said of a captured call that is looked at, without the widgets that show it.
+// The texts that the window shows about a captured call, made without widgets.
 
 #include "vx_defs.h"
 

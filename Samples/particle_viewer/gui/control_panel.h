@@ -1,6 +1,6 @@
 #pragma once
 
-// The widgets: what can be done with a view, and what came of it, beside the picture and over it.
+// The widgets beside the picture and over it: the settings of a view, and its results.
 
 #include "vx_defs.h"
 

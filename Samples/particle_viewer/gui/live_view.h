@@ -1,7 +1,7 @@
 #pragma once
 
-// A scene that is watched: played, paused and stepped, and sorted in whatever way the settings say. Knows nothing of
-// windows and widgets.
+// A scene as the window shows it: played, paused and stepped, and sorted as the settings say. This class knows nothing
+// of windows and widgets.
 
 #include "vx_defs.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// A viewer's own look at a scene: turned about what is looked at, nearer or farther, and at something else. Turns and
+// A camera that the user moves: it turns around a target, goes nearer and farther, and takes another target. Turns and
 // zooms are kept as counts of small steps, so that the same steps in any number of pieces end at the same view, to the
 // bit.
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// What the panel says: every text and number of it that depends on the view, without the widgets that show them.
+// The texts and numbers of the panel that depend on the view, made without widgets.
 
 #include "vx_defs.h"
 

@@ -1,7 +1,8 @@
 #pragma once
 
-// The shaders of points and splats. A vertex is a Gaussian in space; seen by a camera it is an ellipse, which a quad
-// around it fades out from its middle. Colours are a screen's, and blended as such: what trained splats are made for.
+// The shaders of points and splats. A splat is a Gaussian in space, which a camera sees as an ellipse. It is drawn as a
+// quad whose opacity falls off from its middle. Colours are blended as colours of the screen and not as light, because
+// splats are trained for that.
 
 namespace Viewer
 {

@@ -1,4 +1,4 @@
-// One ramp for all of them.
+// One ramp of colours shows every kind of number.
 
 #include "colour.h"
 

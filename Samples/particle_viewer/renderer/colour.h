@@ -1,6 +1,6 @@
 #pragma once
 
-// What the colours of a picture stand for, and the ramp of those that stand for a number.
+// What the colours of a picture mean, and the ramp of colours for those that show a number.
 
 #include "vx_defs.h"
 

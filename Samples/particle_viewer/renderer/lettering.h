@@ -1,6 +1,6 @@
 #pragma once
 
-// Text in pictures, in a font that most desktops have; where it is not installed, in plain strokes.
+// Text in pictures, in a font that most desktops have, or in plain strokes if that font is not installed.
 
 #include "vx_defs.h"
 

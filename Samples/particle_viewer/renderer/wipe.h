@@ -1,6 +1,6 @@
 #pragma once
 
-// A frame drawn in two ways, side by side under a divider: what is left of it shows one, what is right of it the other.
+// A frame drawn in two ways: one left of a divider, and the other right of it.
 
 #include "vx_defs.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// A scene out of a file: points or splats that stay where they are, and the camera goes around them; or a captured draw
+// A scene made of a file: points or splats that stay in place while the camera goes around them, or a captured draw
 // call.
 
 #include "point_cloud.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 // What the viewer draws: a scene simulates particles in pages, and describes every frame twice, once for the sorter and
-// once for the renderer. All else, how it is sorted, drawn and measured, knows no particular scene.
+// once for the renderer. The rest of the viewer, which sorts, draws and measures, knows no particular scene.
 
 #include "ge_mesh_triangle_sorter.h"
 

@@ -1,4 +1,4 @@
-// First where everything lies, once; then the marks, whenever the look has changed.
+// Places are computed once. Marks are made again whenever their look changes.
 
 #include "scene_capture.h"
 

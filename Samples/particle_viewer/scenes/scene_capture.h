@@ -2,9 +2,10 @@
 
 // A captured draw call as a scene: each primitive of an output as a mark where its particle is, in drawing order.
 //
-// Exact are which particle a primitive draws, its number in the drawing order, its position and the camera. Shapes and
-// sizes only stand for it: a capture has no vertices. A call that is sorted by values and has no quad centres has no
-// positions either; its particles lie in a chart, from left to right as in memory, and upwards by their values.
+// These are exact: which particle a primitive draws, its number in the drawing order, its position, and the camera.
+// Shapes and sizes only stand for the real ones, because a capture has no vertices. A call that is sorted by values and
+// has no quad centres has no positions either; its particles lie in a chart, from left to right as in memory, and
+// upwards by their values.
 
 #include "vx_defs.h"
 

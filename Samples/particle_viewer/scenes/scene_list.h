@@ -1,6 +1,6 @@
 #pragma once
 
-// The scenes that there are to choose from.
+// The list of scenes.
 
 #include "vx_defs.h"
 

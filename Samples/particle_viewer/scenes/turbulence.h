@@ -1,6 +1,7 @@
 #pragma once
 
-// A swirling velocity field without sources or sinks: what carries smoke and embers about. The same bits everywhere.
+// A swirling velocity field without sources or sinks, which carries smoke and embers. It has the same bits on every
+// machine.
 
 #include "vx_maths_vector.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
-// A draw call out of a capture, as it is looked at: its particles, and which of them each primitive of an output draws.
-// Nobody vouches for the file: a call that breaks rules is not sorted, and whatever its numbers say, only elements that
-// the file has are read.
+// A captured draw call, prepared to be shown: its particles, and which of them each primitive of an output draws. The
+// file may have any bytes. So a call that breaks rules is not sorted, and only elements that the file has are read,
+// whatever its numbers say.
 
 #include "ge_mesh_sort_replay.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// What a validation finds, as it is told to people: what repeats itself for page after page is said once.
+// The findings of a validation, worded for people: a finding that repeats itself page after page is told once.
 
 #include "ge_mesh_sort_validation.h"
 

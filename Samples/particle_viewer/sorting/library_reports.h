@@ -1,6 +1,6 @@
 #pragma once
 
-// What the library has to say while the viewer runs: assertions are counted, and warnings of slow paths collected.
+// Receives what the library reports while the viewer runs: counts assertions, and collects warnings of slow paths.
 
 #include "vx_assert.h"
 #include "vx_defs.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-// The sorter in a renderer: what an engine writes to have a frame's particles sorted straight into mapped index memory.
+// The sorter in a renderer: sorts a frame's particles straight into mapped index memory, as an engine would.
 
 #include "ge_mesh_sort_validation.h"
 #include "ge_mesh_triangle_sorter.h"

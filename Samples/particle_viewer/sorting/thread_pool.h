@@ -1,7 +1,7 @@
 #pragma once
 
-// Threads of a host's own, and what the sorter is told of them: any pool will do that runs a function a number of times
-// and waits until all have returned.
+// A host's own pool of threads, and how it is described to the sorter. Any pool will do that runs a function a number
+// of times and waits until all calls have returned.
 
 #include "ge_mesh_triangle_sorter.h"
 
