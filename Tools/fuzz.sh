@@ -5,8 +5,8 @@
 #   ./Tools/fuzz.sh            runs each target for 60 seconds
 #   ./Tools/fuzz.sh 600        runs each target for ten minutes
 #   ./Tools/fuzz.sh 15 1       runs each for 15 seconds, with the random numbers of seed 1: the same inputs in every run
-#   ./Tools/fuzz.sh --keep     replaces the committed corpora by the fewest inputs, of all that there are, that reach as
-#                              many edges
+#   ./Tools/fuzz.sh --keep     replaces each committed corpus by the fewest inputs, of all that there are, that together
+#                              reach every edge that any of them reaches
 set -euo pipefail
 source "$(dirname "$0")/arguments.sh"
 answer_help "$@"
