@@ -196,7 +196,7 @@ namespace
 		return record == records.Count();
 	}
 
-	// Enabled bytes of a page of which so many per cent are disabled, scattered.
+	// Enabled bytes of a page. disabledPercent of the particles, in random places, are disabled.
 	CBuffer<u8> Enableds(u32 count, u32 disabledPercent, u32 &enabledCount)
 	{
 		const CBuffer<SIndexAndDepth> &random = Records(EKeys::Uniform, count);

@@ -47,7 +47,7 @@ void RunTimedPairs(
 	state.counters["plain_ns"] = Median(plainSeconds) * 1e9;
 }
 
-/// The same of whole calls.
+/// RunTimedPairs of two functions that do not time themselves.
 template<double (*_Now)() = ThreadTime, typename _Plain, typename _Other>
 void RunPairs(benchmark::State &state, const _Plain &plain, const _Other &other)
 {

@@ -24,7 +24,7 @@ inline std::string CaseName(std::initializer_list<std::string> parts)
 	return name;
 }
 
-/// Says what one iteration holds: that many calls, each of so many items. The report divides by them.
+/// Says how many calls one iteration makes, and how many items each call has. The report divides by both.
 inline void DescribeIteration(benchmark::State &state, u64 calls, u64 items)
 {
 	state.counters["calls"] = double(calls);

@@ -22,7 +22,7 @@ namespace
 	constexpr u32 kFewestInCall = 100;
 	constexpr u32 kMostInCall = 2000;
 
-	// One frame of all calls is one turn. The time is that of so many calls of so many items as the caller says.
+	// One frame of all calls is one turn. The report divides the time by calls and itemsPerCall.
 	void RunScene(
 		benchmark::State &state, const SSceneKind &kind, const std::vector<u32> &counts, u32 calls, u32 itemsPerCall)
 	{

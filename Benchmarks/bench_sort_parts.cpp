@@ -202,7 +202,7 @@ namespace
 			registered->UseManualTime();
 	}
 
-	// Counters are as wide as the sort has them for so many records, and lines are fetched where it fetches them.
+	// Counters are as wide as those of the sort for this count, and lines are fetched where the sort fetches them.
 	template<typename _Counter, bool _FetchesNextLine>
 	void RegisterParts(EKeys keys, u32 count)
 	{

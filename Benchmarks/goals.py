@@ -86,7 +86,7 @@ def whole_ratio(results, what, peer, own, size):
 
 
 def sum_of_parts(results, keys, scatter, size):
-	"""Nanoseconds that the parts of a radix sort of so many records take, or None."""
+	"""Nanoseconds that the parts of a radix sort of size records take, or None."""
 	cases = [results.get("sort_parts", keys, part, size) for part in ("clear_and_sum", "count", scatter)]
 	return sum(case.per_item() for case in cases) * size if all(cases) else None
 

@@ -66,7 +66,7 @@ def table(head, rows):
 
 
 def times(ratio):
-	"""How many times as long somebody else takes: bold where that is shorter."""
+	"""How many times as long a peer takes, in bold if it is faster than the library."""
 	return f"×{number(ratio)}" if ratio >= 1 else f"**×{number(ratio)}**"
 
 

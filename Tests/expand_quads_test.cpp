@@ -449,7 +449,8 @@ TYPED_TEST(ExpandQuadsTest, CentersOutOfViewOfManyRecords_EachReportedOnce)
 
 TYPED_TEST(ExpandQuadsTest, MoreThan16Quads_ReportedAndNothingOutsideIsTouched)
 {
-	// With so many that a key beyond its array would not find the stack's slack, but what the function returns with.
+	// With 128 quads, a key written beyond its array would not fall into unused stack, but would overwrite the return
+	// address.
 	for (const u32 quadCount : {17u, 32u, 128u})
 	{
 		CReportRecorder reports;

@@ -426,7 +426,8 @@ TEST(FailingAllocation, SortsInABuffer_TakeNothing)
 		});
 }
 
-// Checks need no room, and whoever has none to sort in is told as by a bare sort: by an output that is untouched.
+// Checks allocate nothing. If there is no memory for the working buffer, a checked sort does what a bare sort does: it
+// leaves the output untouched.
 TEST(FailingAllocation, CheckedSorts_TakeWhatBareOnesDo)
 {
 	ForEverySort(
@@ -515,7 +516,7 @@ TEST(FailingAllocation, Collections_LeaveOutWhatFindsNoRoom)
 }
 #endif
 
-// Who takes from the heap is noticed, by whichever way.
+// Every way of taking memory from the heap is counted, and can be made to fail.
 TEST(FailingAllocation, Heap_FailsAndCountsEveryWay)
 {
 	bool newHasThrown = false;

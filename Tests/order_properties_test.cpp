@@ -211,7 +211,8 @@ TEST(Order, EqualKeys_LieAsRecordsDoOrAsTheQuickSortLeavesThem)
 		});
 }
 
-// Neither the addresses of views and output, nor who provides the working buffer, nor what lay in it.
+// The order does not depend on the addresses of views and output, on who provides the working buffer, or on what lay in
+// it.
 TEST(Order, OneInput_HasOneOrder)
 {
 	ForEachSeed(500,

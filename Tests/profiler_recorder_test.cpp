@@ -42,7 +42,7 @@ private:
 	u8 *m_Start;
 };
 
-// A recorder with room for so many blocks, and a profiler that feeds it.
+// A recorder with room for a number of blocks, and a profiler that feeds it.
 class CRecording
 {
 public:
@@ -513,7 +513,7 @@ TEST(TraceRecorder, ManyThreadsAtOnce_LoseNothing)
         }));
 }
 
-// What is recorded and what is dropped adds up, whoever gets the last blocks.
+// The recorded and the dropped scopes add up, whichever threads get the last blocks.
 TEST(TraceRecorder, ManyThreadsInLittleMemory_CountWhatTheyDrop)
 {
 	constexpr u32 kThreads = 6;

@@ -472,7 +472,7 @@ TEST(SortCapture, WhatASortDoesNotRead_IsNotWritten)
 	EXPECT_FALSE(replay.m_Compared);
 }
 
-// A call that breaks rules is captured as it is: who replays it reads what its host would have read.
+// A call that breaks rules is captured as it is, so a replay reads what its host would have read.
 TEST(SortCapture, BrokenCalls_KeepTheirFindingsAndAreNotSorted)
 {
 	const SBrokenCall brokenCalls[] = {

@@ -8,7 +8,7 @@
 using namespace Vexmoor;
 using namespace Support;
 
-// One page of so many particles at one value, over memory that is not there.
+// One page of count particles, all at one value, over memory that is not there.
 static void RenderOnly(CCall &call, u32 count)
 {
 	std::fill(call.m_Counts, call.m_Counts + 4, 0u);

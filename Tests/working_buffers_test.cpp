@@ -245,7 +245,7 @@ TEST(WorkingBuffers, Reports_NameTheSorterAndTheCarving)
 	}
 }
 
-// The flags of the library's sites outlive whoever sets them, so they are set in a process of their own.
+// The flags of the library's sites outlive the test that sets them, so they are set in a process of their own.
 TEST(WorkingBuffersDeathTest, EachOverload_HasItsOwnIgnoreFlag)
 {
 	const auto reportsOfThreeRounds = []

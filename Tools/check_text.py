@@ -44,8 +44,8 @@ INDENTED_BY_TABS = re.compile(r"(\.sh|\.cmake|CMakeLists\.txt|/run)$")
 LAST = 30
 SUBJECT = re.compile(r"^[\w./-]+(, [\w./-]+)*: [A-Z]\S* .*[^.]$")
 
-# Words of planning, which say nothing of the library: they belong into a tracker. The marks of unfinished work have a
-# letter in brackets, so that who searches the tree for them does not find this line.
+# Words of planning, which say nothing of the library: they belong in a tracker. The marks of unfinished work have a
+# letter in brackets, so that a search of the tree for them does not find this line.
 PLANNING = re.compile(
 	r"\b(TO[D]O|FIX[M]E|X[X]X|HA[C]K|sprint|backlog|milestones?|deliverables?|user story|pull request|code review"
 	r"|(goal|target|objective)s? (was|were|is|are|has been|have been)? ?(reached|met|achieved)"

@@ -6,8 +6,8 @@
 #   ./Tools/instruction_counts.sh --record    counts and records, for a commit that says why the counts changed
 #
 # Only the code of the program, which contains the library, is counted. The C library's is not, because how it fills and
-# copies memory depends on the processor. On x86-64, Callgrind counts inside the measured calls. The library is held to
-# 128-bit lanes there. If the processor has 256-bit lanes, some cases are counted with these as well. On AArch64, an
+# copies memory depends on the processor. On x86-64, Callgrind counts inside the measured calls. The library is limited
+# to 128-bit lanes there. If the processor has 256-bit lanes, some cases are counted with these as well. On AArch64, an
 # emulator logs what it executes.
 #
 # Flags are fixed. With another version of a compiler than the recorded one, counts mean nothing, so the script says so

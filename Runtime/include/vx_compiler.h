@@ -222,7 +222,7 @@
 #if VX_HAS_ASM
 	/// Makes compilers forget what they know about the value of lanes. It is no instruction.
 	#define VX_OPAQUE(_lanes) __asm__("" : "+" VX_LANES_REGISTER(_lanes))
-	/// Likewise, of the value of an integer.
+	/// Makes compilers forget what they know about the value of an integer.
 	#define VX_OPAQUE_WORD(_word) __asm__("" : "+r"(_word))
 #endif
 

@@ -25,7 +25,8 @@ static void Sort(const std::vector<CFloat3> &positions, std::vector<u32> &indice
 	sorter.SortPoints_AutogenIndices(scratch.data());
 }
 
-// The nearest of the particles, at most so many: what a renderer draws, with its first index and count of indices.
+// Sorts into an output with room for budget particles, and returns the nearest ones, which a renderer draws with a
+// first index and a count of indices.
 static std::vector<u32> DrawNearest(const std::vector<CFloat3> &positions, u32 budget)
 {
 	const u32 count = u32(positions.size());

@@ -68,7 +68,7 @@ step "the README's example" readme_compiles
 step "bare sources" bare
 step "bare sources, a host's flags" bare -O3 -march=native -ffast-math -flto -fno-exceptions -fno-rtti -DNDEBUG
 
-# The linker's message names the value that the client asks for, also where it drops what nobody uses.
+# The linker's message names the value that the client asks for, even if the linker drops unused sections.
 objects=$workDir/objects
 mkdir -p "$objects"
 compile_library()

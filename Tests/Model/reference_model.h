@@ -48,8 +48,8 @@ bool operator!=(const SWarning &a, const SWarning &b);
 using SWarnings = std::vector<SWarning>;
 
 // Source elements, one per particle of the view (disabled ones included). With stride 0 the view is virtual: the
-// element at 0 stands for all of them, and the size is still the view's count. The address of the first byte
-// modulo 16 is for whoever lays the view out in memory: it never shows in a result.
+// element at 0 stands for all of them, and the size is still the view's count. The address of the first byte modulo 16
+// is for the code that lays the view out in memory: it never shows in a result.
 struct SPositions
 {
 	std::vector<SFloat3> m_Elements;

@@ -14,8 +14,8 @@ static thread_local s64 s_BlockCount = 0;
 static thread_local bool s_IsDry = false;
 static thread_local u64 s_FailingNumber = kNone;
 
-// To a compiler that sees through a whole program, malloc neither reads nor writes these. Who sets them or looks at
-// them makes it forget that.
+// A compiler that sees the whole program knows that malloc neither reads nor writes these variables. Code that sets or
+// reads them calls this function, so that the compiler forgets it.
 static void ExpectUseByMalloc()
 {
 	__asm__ volatile("" : : : "memory");

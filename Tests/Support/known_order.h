@@ -104,7 +104,7 @@ public:
 		Refuses
 	};
 
-	// Of a block, only the first of so many parts may be touched.
+	// Only the first of partCount equal parts of a block may be touched.
 	CScratchHost(EAnswer answer, u32 partCount);
 	~CScratchHost();
 	CScratchHost(const CScratchHost &) = delete;

@@ -32,8 +32,9 @@ namespace Vexmoor
 // NOLINTNEXTLINE(misc-redundant-expression): two numbers, as long as one is not forgotten
 static_assert(VEXMOOR_VERSION == VX_VERSION, "a library and its C header are of one version");
 
-// What built programs count on. A field's place is so many 32-bit words and so many pointers from the start: no field
-// needs padding, on 32-bit processors either, and none ends in the middle of a pointer's size.
+// Built programs depend on the places of fields. The place of a field is given as a number of 32-bit words and a number
+// of pointers before it. No field needs padding, on 32-bit processors either, and none ends in the middle of a
+// pointer's size.
 #define VX_ASSERT_PLACE(_struct, _field, _words, _pointers)                               \
 	static_assert(offsetof(_struct, _field) == (_words)*4 + (_pointers) * sizeof(void *), \
 		#_struct "." #_field " lies where version 1.0 had it")

@@ -1,6 +1,7 @@
 // The recorder. A thread owns the blocks it has taken and writes its scopes into them in the order in which they are
-// entered. It publishes a scope by the count of its block, a block by its link, itself by the list of threads; whoever
-// writes the trace follows what is published, and meets nothing that is still being written but lengths.
+// entered. It publishes a scope by the count of its block, a block by its link, itself by the list of threads; the
+// function that writes the trace follows what is published. So it reads nothing that is still being written, except
+// lengths.
 
 #include "kr_profiler_recorder.h"
 

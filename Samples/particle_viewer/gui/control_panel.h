@@ -15,8 +15,8 @@ using namespace Vexmoor;
 class CControlPanel
 {
 public:
-	/// One frame of the panel, at the right edge of the window. Settings are changed in place; an action that a button
-	/// stands for is returned, for whoever does those of keys.
+	/// One frame of the panel, at the right edge of the window. Settings are changed in place; if a button is pressed,
+	/// its action is returned, for the function that also carries out the actions of keys.
 	std::optional<EAction> Show(CLiveView &view, float width, const std::string &message);
 
 	/// One frame of what lies over the picture: how far a simulation is, what a frozen order is sorted for, a wipe's

@@ -26,6 +26,6 @@ struct SBandPoint
 void WriteBand(
 	SBandVertex *vertices, const CFloat3 &before, TMemoryView<const SBandPoint> points, const CFloat3 &after);
 
-/// The index pattern of so many quads of a band.
+/// The index pattern of quadCount quads of a band.
 std::vector<u32> BandPattern(u32 quadCount);
 } // namespace Viewer

@@ -83,8 +83,7 @@ struct SFrame
 	u32 m_VerticesPerParticle = 0;
 	/// The first vertex of each rendered particle, in storage order. Empty: vertices lie as the particles do.
 	TMemoryView<const u32> m_IndexList;
-	/// With an index list, for patterns of several quads: where each quad is, 16 slots for so many vertices as a
-	/// particle has.
+	/// With an index list, for patterns of several quads: the centre of each quad, in 16 slots per particle.
 	TMemoryView<const CFloat4> m_QuadCentres;
 	TMemoryView<const CTriangleSorter::CIndexPattern> m_PagePatterns;
 	TMemoryView<const u32> m_PageVerticesPerParticle;

@@ -107,8 +107,8 @@ namespace
 			m_Positions.push_back(OnAxis(direction, shard, float(segmentCount) * 0.5f));
 		}
 
-		// Where a shard's middle line is after so many segments. Measured in crossings, shard i of one direction
-		// crosses shard j of the other at j, over it where i + j is even.
+		// The point of a shard's middle line after the given number of segments. Measured in crossings, shard i of one
+		// direction crosses shard j of the other at j, over it where i + j is even.
 		CFloat3 OnAxis(u32 direction, u32 shard, float segment) const
 		{
 			const float crossing = segment / float(kSegmentsPerCrossing) - 1.0f;

@@ -68,8 +68,8 @@ public:
 	/// The threads that share a large draw call, the calling one among them: 1 unless set. The indices are the same.
 	void SetThreadCount(u32 threadCount);
 
-	/// Distances are sorted by all bits of their floats, 32, or by fewer: as numbers of so many bits, of equal steps
-	/// between the nearest and the farthest particle of the frame.
+	/// How many bits a key has. With 32, distances are sorted by all bits of their floats. With fewer, they are sorted
+	/// by the numbers of equal steps between the nearest and the farthest particle of the frame.
 	void SetKeyBits(u32 keyBits) { m_KeyBits = keyBits; }
 
 	/// The next call to be sorted is appended as a capture, output and all.

@@ -216,7 +216,7 @@ colours()
 	colours_of per_particle.png per_triangle.png --scene interleave
 }
 
-# The columns of a wipe from one on, and so many, without what stands above it.
+# A number of columns of a wipe, from the given one on, without the caption above the picture.
 columns_of()
 {
 	pngtopnm "$1" | pamcut -top $(($(pngtopnm "$1" | sed -n '2s/.* //p') - 90)) -left "$2" -width "$3"

@@ -29,7 +29,7 @@ namespace SortLanes
 		u32 m_MaxCountWorthRanking;
 	};
 
-	// A table for each file that is compiled for its own instruction set. Who calls a function of another table than
+	// A table for each file that is compiled for its own instruction set. A caller of a function of another table than
 	// the baseline's has asked kr_cpu.h before whether the processor has these instructions.
 	extern const SKernels kKernels_Baseline;
 #if VX_X86

@@ -23,7 +23,8 @@ public:
 	{
 	}
 
-	/// Keeps the first sentence, and leaves it for any that follow. Returns false, so that who refuses can return it.
+	/// Keeps the first sentence; later sentences change nothing. Returns false, for callers that refuse the file in the
+	/// same statement.
 	bool Say(const char *format, ...) VX_PRINTF_LIKE(2, 3);
 	bool IsSaid() const { return m_IsSaid; }
 

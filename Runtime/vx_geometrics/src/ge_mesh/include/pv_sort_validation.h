@@ -1,6 +1,6 @@
 #pragma once
 
-// What a check of a sort knows of it before it runs, for those who run it.
+// What a check knows of a sort before the sort runs, for the functions that run it.
 
 #include "vx_defs.h"
 
