@@ -229,8 +229,8 @@ say_plan()
 	if [ $elsewhere -eq 0 ]; then
 		printf ', as when they last passed on this machine.\n'
 	else
-		printf '; %d have not passed on this machine yet and stand with the time of two idle cores' $elsewhere
-		[ $unknown -eq 0 ] || printf ', %d of them without one' $unknown
+		printf '. %d have not passed on this machine yet; their time is that of two idle cores' $elsewhere
+		[ $unknown -eq 0 ] || printf ', which is not known of %d' $unknown
 		printf '.\n'
 	fi
 	for section in "$@"; do
