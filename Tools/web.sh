@@ -42,7 +42,10 @@ Tools/install_packages.sh "${packages[@]}"
 
 build=build/web
 includes=(-I Runtime/include -I Runtime/vx_maths/include -I Runtime/vx_kernel/include -I Runtime/vx_geometrics/include)
-compiling=(-std=c++17 -DNDEBUG -DVX_ASSERTIONS=0 -fno-exceptions -fno-rtti -Wall -Wextra "${includes[@]}")
+# The module's sort on threads uses what the library's sort with jobs is made of.
+includes+=(-I Runtime/vx_geometrics/src/ge_mesh/include)
+compiling=(-std=c++17 -DNDEBUG -DVX_ASSERTIONS=0 -fno-exceptions -fno-rtti -Wall -Wextra -Wno-unused-function
+	"${includes[@]}")
 # No main and no JavaScript of emscripten's: a few imports, which vexmoor.js knows. The stack holds the radix sort's 22
 # KB of counters several times over.
 linking=(--no-entry -sSTANDALONE_WASM=1 -sMALLOC=emmalloc -sALLOW_MEMORY_GROWTH=1 -sMAXIMUM_MEMORY=4GB
@@ -82,20 +85,49 @@ build_module()
 		bash -c 'em++ "${@:2:$#-2}" -c "${*: -1}" -o "$1/$(basename "${*: -1}" .cpp).o"' \
 		_ "$objects" "${compiling[@]}" "$@"
 	quietly emar rcs "$objects/library.a" "$objects"/*.o
-	quietly em++ "${compiling[@]}" "$@" Web/package/src/*.cpp "$objects/library.a" "${linking[@]}" -o "$build/$name"
+	if [ "$name" = vexmoor-threads.wasm ]; then
+		link_with_threads "$name" "$objects" "$@"
+	else
+		quietly em++ "${compiling[@]}" -DVEXMOOR_WEB_THREADS=0 "$@" Web/package/src/{module,services}.cpp \
+			"$objects/library.a" "${linking[@]}" -o "$build/$name"
+	fi
 	printf '%s\n' "$state" >"$objects/state"
+}
+
+# Links the module that workers share a memory with. Emscripten does so only with its own JavaScript for threads, so the
+# linker and the optimiser are called here as emscripten calls them. The limits of memory are those of
+# vexmoor-threads.js.
+link_with_threads()
+{
+	local name=$1 objects=$2 source
+	shift 2
+	local libraries
+	libraries=$(em-config CACHE)/sysroot/lib/wasm32-emscripten
+	for source in module services threads; do
+		quietly em++ "${compiling[@]}" -DVEXMOOR_WEB_THREADS=1 "$@" -c "Web/package/src/$source.cpp" \
+			-o "$objects/$source.web.o"
+	done
+	quietly wasm-ld --shared-memory --import-memory --initial-memory=1048576 --max-memory=4294967296 \
+		--stack-first -z stack-size=131072 --entry=_initialize --export=__stack_pointer --export=__wasm_init_tls \
+		--allow-undefined --gc-sections --strip-all "$libraries/crt1_reactor.o" "$objects"/*.web.o \
+		"$objects/library.a" "$libraries"/lib{c-mt,emmalloc-mt,c++abi-mt-noexcept,compiler_rt-mt}.a \
+		"$libraries/libstandalonewasm-memgrow.a" -o "$objects/linked.wasm"
+	quietly wasm-opt -O3 --enable-threads --enable-bulk-memory --enable-simd --enable-mutable-globals \
+		--enable-sign-ext "$objects/linked.wasm" -o "$build/$name"
 }
 
 build_package()
 {
 	# Every engine that has SIMD also has instructions that copy and fill memory.
 	build_module vexmoor-simd.wasm -O3 -msimd128 -mbulk-memory
+	build_module vexmoor-threads.wasm -O3 -msimd128 -mbulk-memory -pthread
 	build_module vexmoor.wasm -O3
 
 	local package=$build/package
 	rm -rf "$package"
 	mkdir -p "$package"
-	cp COPYRIGHT Web/package/{package.json,README.md,vexmoor.js,vexmoor.d.ts} "$build"/vexmoor{,-simd}.wasm "$package"
+	cp COPYRIGHT Web/package/{package.json,README.md,vexmoor.d.ts,vexmoor.js,vexmoor-threads.js,vexmoor-worker.js} \
+		"$build"/vexmoor{,-simd,-threads}.wasm "$package"
 	rm -f "$build"/*.tgz
 	(cd "$package" && quietly npm pack --offline --pack-destination ..)
 }

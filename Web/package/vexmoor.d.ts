@@ -12,29 +12,46 @@ export interface LoadOptions {
 	 * posted to a worker. `simd` is then not looked at. By default it lies beside vexmoor.js.
 	 */
 	module?: BufferSource | URL | string | WebAssembly.Module;
+	/**
+	 * How many threads sort together, the calling one among them: from 1, the default, to 32. The others are workers.
+	 * The indices are the same. Threads need shared memory, which pages have if they are isolated from other origins,
+	 * and SIMD. Where something is missing, or workers cannot be started, fewer threads sort: `Vexmoor.threads` says
+	 * how many.
+	 */
+	threads?: number;
+	/** The module for several threads, or its address, as `module` is that for one. By default it lies beside it. */
+	threadsModule?: BufferSource | URL | string | WebAssembly.Module;
 }
 
 /**
- * Loads a module with a memory of its own.
- * Rejects with an Error where the file cannot be had or is no such module.
+ * Loads a module with a memory of its own, and starts workers if there are to be several threads.
+ * Rejects with an Error where the file cannot be had or is no such module, or an option is wrong.
  */
 export function load(options?: LoadOptions): Promise<Vexmoor>;
 
-/** A loaded module. It belongs to the thread that loaded it. */
+/** A loaded module. It belongs to the thread that loaded it, which is the one that calls it. */
 export interface Vexmoor {
 	/** The library's version, such as "1.0.0". */
 	readonly version: string;
 	/** Whether the module has 128-bit SIMD. */
 	readonly simd: boolean;
+	/**
+	 * How many threads sort together: 1, or up to as many as were asked for. Above 1, arrays are views of a
+	 * SharedArrayBuffer.
+	 */
+	readonly threads: number;
 
 	/**
 	 * Takes memory for a draw call of up to `capacity` particles. All memory that its sorts use is taken here, so views
-	 * of other sorters' arrays become detached: read the properties again, they are up to date.
+	 * of other sorters' arrays may become detached: read the properties again, they are up to date.
 	 * Throws an Error where an option is wrong or there is no memory: 2 GB for a sorter, and 4 GB for all of a module.
 	 */
 	createPointSorter(options: PointSorterOptions & { indexType: "uint16" }): PointSorter<Uint16Array>;
 	createPointSorter(options: PointSorterOptions & { indexType?: "uint32" }): PointSorter<Uint32Array>;
 	createPointSorter(options: PointSorterOptions): PointSorter;
+
+	/** Stops the workers. Sorters stay, and sort on the calling thread alone. Does nothing where there is one thread. */
+	endThreads(): void;
 }
 
 /** What a sorter is made for. */

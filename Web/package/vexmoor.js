@@ -1,6 +1,7 @@
 // The particle sorter as a WebAssembly module, for node, browsers and workers. vexmoor.d.ts says what is exported. Here
 // the module is loaded, arguments are checked, and views of the module's memory are kept.
 
+const kMaxThreads = 32;
 const kMaxCount = 0xffffffff; // what the sorter counts in 32 bits
 const kIndexTypes = {
 	uint32: { Array: Uint32Array, endOfIndices: 0xffffffff },
@@ -22,56 +23,78 @@ const kSimdModule = new Uint8Array([
 ]);
 
 export async function load(options = {}) {
-	const { simd = "auto", module } = options;
+	const { simd = "auto", module, threads = 1, threadsModule } = options;
 	if (simd !== "auto" && typeof simd !== "boolean")
 		throw new Error(`simd is true, false or "auto", not ${text(simd)}.`);
+	if (!Number.isInteger(threads) || threads < 1 || threads > kMaxThreads)
+		throw new Error(`threads is a whole number from 1 to ${kMaxThreads}, not ${text(threads)}.`);
 	const usesSimd = simd === "auto" ? WebAssembly.validate(kSimdModule) : simd;
+	if (threads > 1 && usesSimd && canShareMemory()) {
+		const { startThreads } = await import("./vexmoor-threads.js");
+		const source = threadsModule ?? new URL("./vexmoor-threads.wasm", import.meta.url);
+		const team = await startThreads(await compile(source), threads);
+		if (team !== null) return new Vexmoor(team.exports, team);
+	}
+
 	// Bundlers look for addresses of just this form.
 	const source =
 		module ??
 		(usesSimd ? new URL("./vexmoor-simd.wasm", import.meta.url) : new URL("./vexmoor.wasm", import.meta.url));
 	// Memory only grows where create asks for it, and the views notice by themselves.
 	const imports = { env: { emscripten_notify_memory_growth() {} } };
-	const instance = await instantiate(source, imports);
-	const { create, _initialize } = instance.exports;
-	if (create === undefined || _initialize === undefined) throw new Error("The module is not one of this package.");
-	_initialize();
-	return new Vexmoor(instance.exports);
+	const { exports } = await WebAssembly.instantiate(await compile(source), imports);
+	if (exports.create === undefined || exports._initialize === undefined)
+		throw new Error("The module is not one of this package.");
+	exports._initialize();
+	return new Vexmoor(exports, null);
 }
 
-async function instantiate(source, imports) {
-	if (source instanceof WebAssembly.Module) return WebAssembly.instantiate(source, imports);
-	if (typeof source !== "string" && !(source instanceof URL))
-		return (await WebAssembly.instantiate(source, imports)).instance;
+// Pages share memory if they are isolated from those of other origins, and node always does.
+function canShareMemory() {
+	return typeof SharedArrayBuffer === "function" && globalThis.crossOriginIsolated !== false;
+}
+
+async function compile(source) {
+	if (source instanceof WebAssembly.Module) return source;
+	if (typeof source !== "string" && !(source instanceof URL)) return WebAssembly.compile(source);
 
 	// In node a path or a file's address is read, since fetch takes none.
 	const isInNode = globalThis.process?.versions?.node !== undefined;
 	const address = String(source);
 	if (isInNode && !/^(https?|data|blob):/.test(address)) {
 		const { readFile } = await import(/* webpackIgnore: true */ /* @vite-ignore */ "node:fs/promises");
-		const file = address.startsWith("file:") ? new URL(address) : address;
-		return (await WebAssembly.instantiate(await readFile(file), imports)).instance;
+		return WebAssembly.compile(await readFile(address.startsWith("file:") ? new URL(address) : address));
 	}
 	const response = await fetch(source);
 	if (!response.ok)
 		throw new Error(`${address} cannot be fetched: ${response.status} ${response.statusText}`.trim() + ".");
 	// Servers that do not know the type application/wasm are common, and streaming insists on it.
-	return (await WebAssembly.instantiate(await response.arrayBuffer(), imports)).instance;
+	return WebAssembly.compile(await response.arrayBuffer());
 }
 
 class Vexmoor {
 	#exports;
+	#team; // the threads that sort together, or null
 
-	constructor(exports) {
+	constructor(exports, team) {
 		this.#exports = exports;
+		this.#team = team;
 		const number = exports.version();
 		this.version = `${Math.floor(number / 10000)}.${Math.floor(number / 100) % 100}.${number % 100}`;
 		this.simd = exports.has_simd() !== 0;
 		Object.freeze(this);
 	}
 
+	get threads() {
+		return this.#team?.threadCount ?? 1;
+	}
+
 	createPointSorter(options) {
 		return new PointSorter(this.#exports, checkedOptions(options));
+	}
+
+	endThreads() {
+		this.#team?.end();
 	}
 }
 

@@ -10,7 +10,7 @@ import { gzipSync } from "node:zlib";
 
 import { kBuild, load } from "./package.mjs";
 
-const kMaxBytes = 30000; // of the script and a module, compressed
+const kMaxBytes = 30000; // of a module and its scripts, compressed
 
 const folder = mkdtempSync(join(tmpdir(), "vexmoor-web-"));
 after(() => rmSync(folder, { recursive: true }));
@@ -34,6 +34,9 @@ test("what is in it", () => {
 			"README.md",
 			"package.json",
 			"vexmoor-simd.wasm",
+			"vexmoor-threads.js",
+			"vexmoor-threads.wasm",
+			"vexmoor-worker.js",
 			"vexmoor.d.ts",
 			"vexmoor.js",
 			"vexmoor.wasm",
@@ -66,6 +69,9 @@ test("types: right uses compile, and wrong ones do not", () => {
 	const right = `
 		import { load, type PointSorter, type Vexmoor } from "vexmoor";
 		const vexmoor: Vexmoor = await load({ simd: "auto", module: new URL("https://localhost/vexmoor.wasm") });
+		const team: Vexmoor = await load({ threads: 4, threadsModule: "vexmoor-threads.wasm" });
+		const threadCount: number = team.threads;
+		team.endThreads();
 		const wide = vexmoor.createPointSorter({ capacity: 10, by: "value", pattern: [0, 1, 2] });
 		const drawn: Uint32Array = wide.sort(10);
 		const narrow: PointSorter<Uint16Array> =
@@ -74,7 +80,7 @@ test("types: right uses compile, and wrong ones do not", () => {
 		const either: PointSorter = drawn.length > 3 ? wide : narrow;
 		either.positions.set([1, 2, 3]);
 		either.dispose();
-		export const lengths: number[] = [halves.length, either.indices.length];`;
+		export const lengths: number[] = [threadCount, halves.length, either.indices.length];`;
 	const wrong = [
 		"vexmoor.createPointSorter({});",
 		'vexmoor.createPointSorter({ capacity: 1, by: "age" });',
@@ -83,6 +89,7 @@ test("types: right uses compile, and wrong ones do not", () => {
 		"const drawn: Uint16Array = vexmoor.createPointSorter({ capacity: 1 }).sort(1, [0, 0, 0]);",
 		"vexmoor.createPointSorter({ capacity: 1 }).sort();",
 		'vexmoor.version = "2";',
+		"vexmoor.threads = 2;",
 	];
 	const compiler = [
 		"--strict",
@@ -106,10 +113,17 @@ test("types: right uses compile, and wrong ones do not", () => {
 	run("tsc", ...compiler, "wrong.mts");
 });
 
-for (const name of ["vexmoor-simd.wasm", "vexmoor.wasm"]) {
-	test(`${name} and the script are below ${kMaxBytes / 1000} KB, compressed`, () => {
-		const bytes = (file) => gzipSync(readFileSync(`${kBuild}/package/${file}`), { level: 9 }).length;
-		const sum = bytes(name) + bytes("vexmoor.js");
+const kLoaded = {
+	"vexmoor-simd.wasm": ["vexmoor.js"],
+	"vexmoor.wasm": ["vexmoor.js"],
+	"vexmoor-threads.wasm": ["vexmoor.js", "vexmoor-threads.js", "vexmoor-worker.js"],
+};
+for (const [module, scripts] of Object.entries(kLoaded)) {
+	test(`${module} and its scripts are below ${kMaxBytes / 1000} KB, compressed`, () => {
+		const sizes = [module, ...scripts].map(
+			(file) => gzipSync(readFileSync(`${kBuild}/package/${file}`), { level: 9 }).length
+		);
+		const sum = sizes.reduce((a, b) => a + b);
 		assert.ok(sum < kMaxBytes, `${sum} bytes`);
 	});
 }
@@ -121,11 +135,16 @@ test("the module without SIMD needs nothing that the first engines did not have"
 	assert.throws(() => check("vexmoor-simd.wasm"));
 });
 
-test("the modules import what vexmoor.js gives", () => {
-	for (const name of ["vexmoor-simd.wasm", "vexmoor.wasm"]) {
-		const module = new WebAssembly.Module(readFileSync(`${kBuild}/package/${name}`));
-		assert.deepEqual(WebAssembly.Module.imports(module), [
-			{ module: "env", name: "emscripten_notify_memory_growth", kind: "function" },
-		]);
-	}
+test("the modules import what the scripts give", () => {
+	const importsOf = (name) =>
+		WebAssembly.Module.imports(new WebAssembly.Module(readFileSync(`${kBuild}/package/${name}`)))
+			.map(({ module, name, kind }) => `${module}.${name}: ${kind}`)
+			.sort();
+	for (const name of ["vexmoor-simd.wasm", "vexmoor.wasm"])
+		assert.deepEqual(importsOf(name), ["env.emscripten_notify_memory_growth: function"]);
+	assert.deepEqual(importsOf("vexmoor-threads.wasm"), [
+		"env.emscripten_notify_memory_growth: function",
+		"env.go_on_waiting: function",
+		"env.memory: memory",
+	]);
 });

@@ -1,6 +1,7 @@
 // The functions that the module exports. vexmoor.js calls them and has checked every argument before. A sorter is one
 // block of memory that is taken once, so a sort takes none. A sort is a point sort of one page: its records are filled,
-// sorted and expanded, each by the sorter's public function for that stage; millions of them part by part.
+// sorted and expanded, each by the sorter's public function for that stage; millions of them part by part, and, in the
+// module that has threads, many of them by all threads together.
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -10,16 +11,16 @@
 #include "kr_memoryviews.h"
 #include "kr_sort.h"
 
+#include "pv_export.h"
 #include "pv_particle_split.h"
+#include "pv_thread_sort.h"
+#include "pv_threads.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
 using namespace Vexmoor;
-
-// Before a function: JavaScript finds it under this name.
-#define VX_WEB_EXPORT(_name) extern "C" __attribute__((export_name(#_name)))
 
 namespace
 {
@@ -32,7 +33,7 @@ enum EArray
 	Array_Indices,
 	Array_Sorted,   // records in drawing order
 	Array_Records,  // records as they are filled
-	Array_Counters, // of digits, where a sort may be split
+	Array_Counters, // of digits, where a sort may be split or shared out
 	Array_Count
 };
 
@@ -60,6 +61,14 @@ constexpr u64 kMaxBlockSize = (u64(1) << 31) - (1u << 20); // with room for the 
 u64 RoundedUp(u64 bytes)
 {
 	return (bytes + kAlignment - 1) / kAlignment * kAlignment;
+}
+
+// Bytes of counters, for the way that a large sort of the module takes.
+u64 CountersSize(u32 capacity)
+{
+	if constexpr (kHasThreads)
+		return CThreadSort::MemorySize(capacity, ThreadCount());
+	return capacity >= kMinSplitCount ? kSplitDigitCount * sizeof(u32) : 0;
 }
 } // namespace
 
@@ -90,7 +99,7 @@ SPointSorter *create(
 		RoundedUp(particleCount * patternCount * (has16BitIndices ? sizeof(u16) : sizeof(u32))),
 		recordsSize,
 		recordsSize,
-		capacity >= kMinSplitCount ? kSplitDigitCount * sizeof(u32) : 0,
+		RoundedUp(CountersSize(capacity)),
 	};
 	SPointSorter sorter = {byPosition, hasEnableds, has16BitIndices, patternCount, verticesPerParticle, {}};
 	u64 size = RoundedUp(sizeof(SPointSorter));
@@ -137,18 +146,19 @@ VX_WEB_EXPORT(indices) void *indices(SPointSorter *sorter)
 
 namespace
 {
-// Makes records of as many particles, from the first one on. There are more particles than records only where some of
-// them are disabled.
+// Makes records of as many particles, from the first one on, behind firstRecord others. There are more particles than
+// records only where some of them are disabled.
 void Fill(SPointSorter *sorter,
 	const CFloat3 &cameraPosition,
 	u32 first,
 	u32 particleCount,
+	u32 firstRecord,
 	const TMemoryView<SIndexAndDepth> &records)
 {
 	const bool hasDisabled = particleCount != records.Count();
 	const TStridedMemoryView<const u8> enableds(
 		sorter->Array<u8>(Array_Enableds) + first, hasDisabled ? particleCount : 0, sizeof(u8));
-	const u32 firstVertex = first * sorter->m_VerticesPerParticle;
+	const u32 firstVertex = firstRecord * sorter->m_VerticesPerParticle;
 	if (sorter->m_ByPosition)
 		CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(records,
 			TStridedMemoryView<const CFloat3>(
@@ -180,17 +190,33 @@ VX_WEB_EXPORT(sort) u32 sort(SPointSorter *sorter, u32 count, float cameraX, flo
 	SIndexAndDepth *const records = sorter->Array<SIndexAndDepth>(Array_Records);
 	SIndexAndDepth *const sorted = sorter->Array<SIndexAndDepth>(Array_Sorted);
 	const CFloat3 cameraPosition(cameraX, cameraY, cameraZ);
+	const auto expand = [=](u32 first, const SIndexAndDepth *part, u32 partCount)
+	{ Expand(sorter, first, part, partCount); };
 
-	if (count >= kMinSplitCount && drawnCount == count)
+	if constexpr (kHasThreads)
+	{
+		if (ThreadCount() > 1 && drawnCount >= CThreadSort::kMinRecordCount)
+		{
+			const SSortJobs jobs = JobsOfThreads();
+			CThreadSort(jobs, records, sorted, drawnCount, sorter->Array<void>(Array_Counters))
+				.Run(
+					enableds, count,
+					[=](u32 first, u32 particleCount, u32 firstRecord, const TMemoryView<SIndexAndDepth> &share)
+					{ Fill(sorter, cameraPosition, first, particleCount, firstRecord, share); },
+					expand);
+			return drawnCount;
+		}
+	}
+	// The module with threads leaves this out: it sorts so many on the calling thread alone only after losing the
+	// others.
+	if (!kHasThreads && count >= kMinSplitCount && drawnCount == count)
 	{
 		const auto fill = [=](u32 first, const TMemoryView<SIndexAndDepth> &block)
-		{ Fill(sorter, cameraPosition, first, block.Count(), block); };
-		const auto expand = [=](u32 first, const SIndexAndDepth *part, u32 partCount)
-		{ Expand(sorter, first, part, partCount); };
+		{ Fill(sorter, cameraPosition, first, block.Count(), first, block); };
 		if (SplitSort(count, sorter->Array<u32>(Array_Counters), records, sorted, fill, expand))
 			return drawnCount;
 	}
-	Fill(sorter, cameraPosition, 0, count, TMemoryView<SIndexAndDepth>(records, drawnCount));
+	Fill(sorter, cameraPosition, 0, count, 0, TMemoryView<SIndexAndDepth>(records, drawnCount));
 	Sort<SSortKeyExtractor_TriangleIndexAndDepth>(records, records + drawnCount, sorted);
 	Expand(sorter, 0, sorted, drawnCount);
 	return drawnCount;
