@@ -193,7 +193,6 @@ case $mode in
 	pngquant --force --speed 1 --output Docs/images/web-page.png 256 "$build/page.png"
 	;;
 --serve)
-	printf 'The page: http://127.0.0.1:%s/\n' "$port"
-	exec python3 -m http.server --bind 127.0.0.1 --directory "$build/page" "$port"
+	exec node Web/server/main.mjs "$build/page" "$port"
 	;;
 esac

@@ -42,15 +42,15 @@ export interface Vexmoor {
 	readonly threads: number;
 
 	/**
-	 * Takes memory for a draw call of up to `capacity` particles. All memory that its sorts use is taken here, so views
-	 * of other sorters' arrays may become detached: read the properties again, they are up to date.
+	 * Takes memory for a draw call of up to `capacity` particles, with all that its sorts use. Views of other sorters'
+	 * arrays may become detached by this: read the properties again, they are up to date.
 	 * Throws an Error where an option is wrong or there is no memory: 2 GB for a sorter, and 4 GB for all of a module.
 	 */
 	createPointSorter(options: PointSorterOptions & { indexType: "uint16" }): PointSorter<Uint16Array>;
 	createPointSorter(options: PointSorterOptions & { indexType?: "uint32" }): PointSorter<Uint32Array>;
 	createPointSorter(options: PointSorterOptions): PointSorter;
 
-	/** Stops the workers. Sorters stay, and sort on the calling thread alone. Does nothing where there is one thread. */
+	/** Stops the workers. Sorters go on with the calling thread alone. Does nothing where there is one thread. */
 	endThreads(): void;
 }
 

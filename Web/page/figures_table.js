@@ -15,6 +15,11 @@ export class FiguresTable {
 		this.times = { exact: [], sixteen: [] };
 	}
 
+	/** The exact order is sorted by so many threads together. */
+	showThreads(count) {
+		this.cells["exact threads"].textContent = String(count);
+	}
+
 	/** An order's sort took some milliseconds. */
 	addTime(name, milliseconds) {
 		this.times[name].push(milliseconds);

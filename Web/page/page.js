@@ -152,7 +152,8 @@ export class Page {
 	}
 
 	#showModule() {
-		const { version, simd } = this.loop.module;
+		const { version, simd, threads } = this.loop.module;
+		this.loop.table.showThreads(threads);
 		$("#build").textContent = `Library ${version}, WebAssembly ${simd ? "with" : "without"} SIMD.`;
 	}
 }

@@ -6,6 +6,7 @@ import { ExactOrder } from "./exact_order.js";
 import { SixteenBitOrder } from "./sixteen_bit_order.js";
 import { moved, serveCalls } from "./worker_calls.js";
 
+const kMostThreads = 4;
 const kWarmUpSorts = 5;
 const kWarmUpCount = 100000;
 
@@ -19,14 +20,14 @@ serveCalls({ setCloud, sort });
 
 /** The positions of all splats, the outlier's last. Returns what the module is. */
 async function setCloud(newPositions) {
-	vexmoor ??= await load();
+	vexmoor ??= await load({ threads: Math.min(navigator.hardwareConcurrency, kMostThreads) });
 	positions = newPositions;
 	depths = new Float32Array(positions.length / 3);
 	sixteenBitOrder = new SixteenBitOrder(positions.length / 3);
 	exactOrder?.dispose();
 	exactOrder = null;
 	warmUp();
-	return { version: vexmoor.version, simd: vexmoor.simd };
+	return { version: vexmoor.version, simd: vexmoor.simd, threads: vexmoor.threads };
 }
 
 // The first calls run code that the browser has not compiled for speed yet. They should not be the first that are

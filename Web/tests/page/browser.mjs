@@ -4,8 +4,8 @@ import assert from "node:assert/strict";
 import { existsSync } from "node:fs";
 import { createRequire } from "node:module";
 import { join } from "node:path";
+import { serve } from "../../server/static_server.mjs";
 import { decodePng } from "./png.mjs";
-import { serve } from "./server.mjs";
 
 const kBuild = process.env.VEXMOOR_WEB_BUILD;
 const kBrowsers = ["/usr/bin/chromium", "/usr/bin/chromium-browser", "/usr/bin/google-chrome"];
@@ -28,7 +28,10 @@ export class Browser {
 	static async start() {
 		const browser = new Browser();
 		const { chromium } = createRequire(join(kBuild, "tests/package.json"))("playwright-core");
-		browser.server = await serve(join(kBuild, "page"));
+		browser.servers = {
+			plain: await serve(join(kBuild, "page"), { isIsolated: false }),
+			isolated: await serve(join(kBuild, "page")),
+		};
 		browser.browser = await chromium.launch({
 			executablePath: kBrowsers.find((path) => existsSync(path)),
 			args: kArguments,
@@ -38,14 +41,16 @@ export class Browser {
 
 	async close() {
 		await this.browser?.close();
-		this.server?.close();
+		for (const server of Object.values(this.servers ?? {})) server.close();
 	}
 
 	/**
 	 * Opens the page and hands it to a test. Afterwards no error was said, and nothing was fetched from elsewhere.
 	 * @param options Of the browser's context. Unless told otherwise, the page is small and does not turn by itself.
+	 * With `isIsolated` it is isolated from other origins and may share memory.
 	 */
-	async withPage(options, runTest) {
+	async withPage({ isIsolated = false, ...options }, runTest) {
+		const { address } = isIsolated ? this.servers.isolated : this.servers.plain;
 		const context = await this.browser.newContext({
 			viewport: { width: 960, height: 440 },
 			reducedMotion: "reduce",
@@ -62,10 +67,10 @@ export class Browser {
 			);
 			page.on("request", (request) => {
 				const url = request.url();
-				if (!url.startsWith(this.server.address) && !url.startsWith("data:") && !url.startsWith("blob:"))
+				if (!url.startsWith(address) && !url.startsWith("data:") && !url.startsWith("blob:"))
 					problems.push(`fetched ${url}`);
 			});
-			await page.goto(this.server.address);
+			await page.goto(address);
 			await runTest(new OpenPage(page, context));
 			assert.deepEqual(problems, []);
 		} finally {

@@ -39,6 +39,37 @@ const kRow = kColours.map((colour, i) =>
 );
 const kRowFile = splatFile(kRow);
 
+// Sorts the bundled cloud by the page's worker, and compares the order with that of the library on this machine.
+async function isOrderOfLibrary(open) {
+	const eye = [0.3, 1.5, 2];
+	const base64 = await open.page.evaluate(async (eye) => {
+		const { WorkerCalls } = await import("./worker_calls.js");
+		const clouds = new WorkerCalls(new URL("cloud_worker.js", location));
+		const sorter = new WorkerCalls(new URL("sort_worker.js", location));
+		const { count, positions } = await clouds.call("generate");
+		await sorter.call("setCloud", positions);
+		const camera = { eye, forward: [-0.12, -0.588, -0.8] };
+		const exact = new Uint32Array(count);
+		const sorted = await sorter.call(
+			"sort",
+			{ count, outlier: null, camera, by: "distance", exact, sixteen: null },
+			[exact.buffer]
+		);
+		const texts = [positions.subarray(0, 3 * count), sorted.exact].map(
+			(array) =>
+				new Promise((resolve) => {
+					const reader = new FileReader();
+					reader.onload = () => resolve(reader.result.replace(/^.*,/, ""));
+					reader.readAsDataURL(new Blob([array]));
+				})
+		);
+		return Promise.all(texts);
+	}, eye);
+	const [positions, exact] = base64.map((text) => new Uint8Array(Buffer.from(text, "base64")).buffer);
+	assert.ok(exact.byteLength > 400000);
+	assert.deepEqual(new Uint32Array(exact), nativeOrder("position", new Float32Array(positions), eye));
+}
+
 onPage(
 	"With the bundled cloud",
 	{},
@@ -49,6 +80,7 @@ onPage(
 			assert.match(await open.text("#scene"), /^Bundled cloud, 1\d\d,\d\d\d splats$/);
 			assert.match(await open.text("#build"), /^Library \d+\.\d+\.\d+, WebAssembly with SIMD\.$/);
 			assert.equal(await open.text("#status"), "");
+			assert.equal(await open.figure("exact threads"), "1", "the page is not isolated");
 
 			// By the figures.
 			for (const name of ["pairs", "backtrack", "middleBacktrack"])
@@ -86,33 +118,56 @@ onPage(
 		},
 
 		async "The worker's order is that of the library on this machine"(open) {
-			const eye = [0.3, 1.5, 2];
-			const base64 = await open.page.evaluate(async (eye) => {
-				const { WorkerCalls } = await import("./worker_calls.js");
-				const clouds = new WorkerCalls(new URL("cloud_worker.js", location));
-				const sorter = new WorkerCalls(new URL("sort_worker.js", location));
-				const { count, positions } = await clouds.call("generate");
-				await sorter.call("setCloud", positions);
-				const camera = { eye, forward: [-0.12, -0.588, -0.8] };
-				const exact = new Uint32Array(count);
-				const sorted = await sorter.call(
-					"sort",
-					{ count, outlier: null, camera, by: "distance", exact, sixteen: null },
-					[exact.buffer]
-				);
-				const texts = [positions.subarray(0, 3 * count), sorted.exact].map(
-					(array) =>
-						new Promise((resolve) => {
-							const reader = new FileReader();
-							reader.onload = () => resolve(reader.result.replace(/^.*,/, ""));
-							reader.readAsDataURL(new Blob([array]));
-						})
-				);
-				return Promise.all(texts);
-			}, eye);
-			const [positions, exact] = base64.map((text) => new Uint8Array(Buffer.from(text, "base64")).buffer);
-			assert.ok(exact.byteLength > 400000);
-			assert.deepEqual(new Uint32Array(exact), nativeOrder("position", new Float32Array(positions), eye));
+			await isOrderOfLibrary(open);
+		},
+	}
+);
+
+onPage(
+	"On a page that is isolated from other origins",
+	{ isIsolated: true },
+	{
+		async "Threads sort together, in exact order, by both keys"(open) {
+			await open.settled();
+			const [isIsolated, coreCount] = await open.page.evaluate(() => [
+				crossOriginIsolated,
+				navigator.hardwareConcurrency,
+			]);
+			assert.ok(isIsolated);
+			assert.equal(await open.figure("exact threads"), String(Math.min(coreCount, 4)));
+			for (const key of ["distance", "depth"]) {
+				await open.choose("key", key);
+				for (const name of ["pairs", "backtrack", "middleBacktrack"])
+					assert.equal(await open.figure(`exact ${name}`), "0");
+				assert.match(await open.figure("sixteen pairs"), /^[\d.]+ (million|billion)[\d.]+ % of all$/);
+			}
+			await isOrderOfLibrary(open);
+		},
+
+		async "On the page's main thread, threads write the bytes of one"(open) {
+			const counts = await open.page.evaluate(async () => {
+				const { load } = await import("./vexmoor/vexmoor.js");
+				const capacity = 150001;
+				const one = (await load()).createPointSorter({ capacity });
+				const { positions } = one;
+				for (let i = 0; i < positions.length; ++i) positions[i] = Math.sin(i * i) * 50;
+				const threadCounts = [];
+				for (const threads of [1, 2, 3, 4]) {
+					const team = await load({ threads });
+					threadCounts.push(team.threads);
+					const sorter = team.createPointSorter({ capacity });
+					sorter.positions.set(positions);
+					for (const count of [0, 109, 32767, 32768, 32769, 100000, capacity]) {
+						const camera = [count, 3, -count];
+						const expected = one.sort(count, camera);
+						if (sorter.sort(count, camera).some((index, i) => index !== expected[i]))
+							throw new Error(`${count} with ${threads} threads`);
+					}
+					team.endThreads();
+				}
+				return threadCounts;
+			});
+			assert.deepEqual(counts, [1, 2, 3, 4]);
 		},
 	}
 );
