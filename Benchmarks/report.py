@@ -87,8 +87,9 @@ WEB = """\
 
 The [package for JavaScript](../Web/package/README.md) in node, from positions in its memory to point numbers in drawing
 order. The points are a generated cloud that is shaped like a captured scene, and the camera circles it. All sorts take
-turns in one run, and every result is checked. Each cell has the median of processor time, and how many times as long as
-the package with SIMD the sort takes. Where the sort is faster than the package, the number is bold.
+turns in one run, and every result is checked. Each cell has the median of processor time, on two threads of the time
+that passes, and how many times as long as the package with SIMD on one thread the sort takes. Where the sort is faster
+than the package on one thread, the number is bold.
 
 - A counting sort by depth along the view axis, in 65,536 steps, is what most viewers do: its order is approximate, and
   the package's is exact. It is measured in JavaScript, and in C compiled to WebAssembly with SIMD.
@@ -96,6 +97,7 @@ the package with SIMD the sort takes. Where the sort is faster than the package,
   `BigUint64Array.prototype.sort`. Point numbers are sorted by `Uint32Array.prototype.sort` with a function that
   compares distances.
 - The native sort is this library with 128-bit registers, in a program of its own.
+- On two threads, the package's sort is shared by the calling thread and a worker: `load({ threads: 2 })`.
 
 `./Tools/web.sh --bench --write Web/bench/results/NAME.json` measures, and `./Tools/bench.sh --pages` writes this page.
 """
@@ -104,8 +106,8 @@ The counting sort in C shows what an exact order costs. It moves numbers of 4 by
 exact sort moves records of 8 bytes three times, by 32 bits. If the records do not fit the caches, these passes take the
 additional time.
 
-No exact sort that was tried is twice as fast as the counting sort in JavaScript from a million points on, and the
-counting sort in C is not either. [What was tried](../Benchmarks/tried.md#webassembly)
+No exact sort on one thread that was tried is twice as fast as the counting sort in JavaScript from a million points on,
+and the counting sort in C is not either. [What was tried](../Benchmarks/tried.md#webassembly)
 """
 DETAILS = """\
 ## Details

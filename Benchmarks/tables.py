@@ -357,6 +357,7 @@ def machine_table(machine):
 
 WEB_SORTS = {
 	"simd": "the package, with SIMD",
+	"two_threads": "the package, on two threads",
 	"no_simd": "the package, without SIMD",
 	"native": "the library, native",
 	"counting_js": "counting sort in JavaScript",
@@ -370,7 +371,10 @@ def web_table(web):
 	"""What Web/bench/bench.mjs has measured on a processor."""
 	machine, cases = web["machine"], web["cases"]
 	rows = []
+	is_measured = all("two_threads" in case for case in cases.values()) # not on a single core
 	for name, title in WEB_SORTS.items():
+		if name == "two_threads" and not is_measured:
+			continue
 		cells = [duration(case[name]["ns"]) + ("" if name == "simd" else f", {times(case[name]['ratio'])}")
 			for case in cases.values()]
 		rows.append([title, *cells])
@@ -378,7 +382,19 @@ def web_table(web):
 	return [*table(["", *(size_name(int(size)) for size in cases)], rows),
 		f"node {machine['node']} (V8 {machine['v8']}), {machine['compilers']}, {machine['cores']} cores, "
 		f"{machine['memory']} of memory, {machine['date']}, beside other work. "
-		f"Medians of {turns} turns; of 3 for the last two rows.\n"]
+		f"Medians of {turns} turns; of 3 for the last two rows.\n",
+		*(web_two_threads(cases) if is_measured else [])]
+
+
+def web_two_threads(cases):
+	"""How many times as long as the package on two threads the others take on one."""
+	rows = [[WEB_SORTS[name], *(times(case[name]["ratio_to_two_threads"]) for case in cases.values())]
+		for name in ("simd", "native", "counting_js", "counting_c")]
+	return [
+		"Two threads are two cores against one. Their row has the time that passes, where the others have processor "
+		"time. Fewer than 32,768 points stay on one thread. Beside two threads, the others take, each on one:\n",
+		*table(["", *(size_name(int(size)) for size in cases)], rows),
+	]
 
 
 def two_threads_lead(results):

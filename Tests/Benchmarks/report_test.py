@@ -66,17 +66,31 @@ class ReportTest(unittest.TestCase):
 	def test_losses_are_on_the_page(self):
 		self.assertIn("- The loop, by value, 99 % disabled: at 1k (×0.50).", self.write(example()))
 
-	def test_sorts_in_javascript_have_a_table_and_losses_are_bold(self):
+	def write_web(self, cases):
 		machine = example().machine | {"node": "v20", "v8": "11", "compilers": "emscripten 3"}
-		cases = {name: {"ns": 2e6, "ratio": 2.0} for name in tables.WEB_SORTS} | {"turns": 5}
-		cases["counting_c"] = {"ns": 5e5, "ratio": 0.5}
 		path = self.folder / "web.json"
 		path.write_text(json.dumps({"machine": machine, "cases": {"1000000": cases}}), encoding="utf-8")
-		page = self.write(example(), options=("--web", path))
+		return self.write(example(), options=("--web", path))
+
+	def test_sorts_in_javascript_have_a_table_and_losses_are_bold(self):
+		case = {"ns": 2e6, "ratio": 2.0, "ratio_to_two_threads": 4.0}
+		cases = {name: case for name in tables.WEB_SORTS} | {"turns": 5}
+		cases["counting_c"] = {"ns": 5e5, "ratio": 0.5, "ratio_to_two_threads": 0.75}
+		page = self.write_web(cases)
 		self.assertIn("## In JavaScript", page)
 		self.assertIn("| the package, with SIMD | 2.00 ms |", page)
 		self.assertIn("| counting sort in C | 500 µs, **×0.50** |", page)
+		self.assertIn("| the package, on two threads | 2.00 ms, ×2.00 |", page)
+		self.assertIn("| counting sort in JavaScript | ×4.00 |", page)
+		self.assertIn("| counting sort in C | **×0.75** |", page)
 		self.assertNotIn("## In JavaScript", self.write(example()))
+
+	def test_sorts_in_javascript_on_a_single_core_have_no_row_for_two_threads(self):
+		case = {"ns": 2e6, "ratio": 2.0, "ratio_to_two_threads": None}
+		cases = {name: case for name in tables.WEB_SORTS if name != "two_threads"} | {"turns": 5}
+		page = self.write_web(cases)
+		self.assertIn("| counting sort in C | 2.00 ms, ×2.00 |", page)
+		self.assertNotIn("two threads |", page)
 
 	def test_a_readme_gets_its_figures(self):
 		whole = example()
