@@ -121,7 +121,12 @@ async function startWorker(data) {
 function workerInBrowser(data) {
 	// Bundlers look for workers of just this form.
 	const worker = new Worker(new URL("./vexmoor-worker.js", import.meta.url), { type: "module" });
-	worker.postMessage(data);
+	try {
+		worker.postMessage(data);
+	} catch (error) {
+		worker.terminate();
+		throw error; // shared memory may not be posted here
+	}
 	return {
 		onReady: (listener) => (worker.onmessage = listener),
 		onFailure: (listener) => (worker.onerror = worker.onmessageerror = listener),

@@ -1,7 +1,7 @@
 // The particle sorter as a WebAssembly module, for node, browsers and workers. vexmoor.d.ts says what is exported. Here
 // the module is loaded, arguments are checked, and views of the module's memory are kept.
 
-const kMaxThreads = 32;
+const kMaxThreads = 32; // CThreadSort::kMaxThreadCount
 const kMaxCount = 0xffffffff; // what the sorter counts in 32 bits
 const kIndexTypes = {
 	uint32: { Array: Uint32Array, endOfIndices: 0xffffffff },

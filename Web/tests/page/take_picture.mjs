@@ -6,7 +6,7 @@ const [file, width = "1280", height = "800"] = process.argv.slice(2);
 const browser = await Browser.start();
 try {
 	const viewport = { width: Number(width), height: Number(height) };
-	await browser.withPage({ viewport }, async (open) => {
+	await browser.withPage({ viewport, isIsolated: true }, async (open) => {
 		const { page } = open;
 		await open.settled();
 		for (let frame = 0; frame < 15; ++frame)
