@@ -46,7 +46,7 @@ export async function startThreads(module, threadCount) {
 
 	function setThreadCount() {
 		team.threadCount = workers.length + 1;
-		exports.set_thread_count(team.threadCount);
+		exports.set_threads(team.threadCount, maySleep());
 	}
 
 	// Nothing that a sort reads is changed by one that was given up, so the calling thread can start again.
@@ -66,6 +66,16 @@ export async function startThreads(module, threadCount) {
 /** What the module imports. */
 export function importsOf(memory, goOnWaiting = () => {}) {
 	return { env: { memory, emscripten_notify_memory_growth() {}, go_on_waiting: goOnWaiting } };
+}
+
+// The main thread of a page may not.
+function maySleep() {
+	try {
+		Atomics.wait(new Int32Array(new SharedArrayBuffer(4)), 0, 1);
+		return true;
+	} catch {
+		return false;
+	}
 }
 
 function sharedMemory() {

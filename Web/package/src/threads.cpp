@@ -26,11 +26,13 @@ namespace
 {
 constexpr u32 kCacheLine = 64;
 
-// A worker looks for a new run as often as this before it sleeps: for some 100 microseconds.
+// A thread that waits looks as often as this before it sleeps: for some 100 microseconds.
 constexpr u32 kLooksBeforeSleep = 100000;
 
-// The sorting thread asks JavaScript as often as this whether it should go on waiting: every millisecond or so.
+// The sorting thread asks JavaScript whether to go on waiting: after so many looks, or after so many nanoseconds
+// asleep.
 constexpr u32 kLooksBetweenQuestions = 1000000;
+constexpr s64 kLongestSleep = 50000000;
 
 // A job uses up to 64 KiB of it, and what calls the job some hundred bytes.
 constexpr u32 kStackSize = 96 * 1024;
@@ -45,6 +47,7 @@ struct STicket
 };
 
 u32 s_ThreadCount = 1;
+bool s_SorterMaySleep = false; // not the main thread of a page
 
 // Of the run. They are written before its ticket, and stay until all jobs that were taken have returned.
 SSortJobs::CbJob s_Job;
@@ -54,7 +57,14 @@ void *s_Context;
 alignas(kCacheLine) std::atomic<u64> s_Ticket;
 alignas(kCacheLine) std::atomic<u32> s_UnfinishedCount; // of the run's jobs
 alignas(kCacheLine) std::atomic<u32> s_RunNumber;       // what workers look at and sleep on
-alignas(kCacheLine) std::atomic<u32> s_SleeperCount;
+alignas(kCacheLine) std::atomic<u32> s_SleeperCount;    // of workers
+alignas(kCacheLine) std::atomic<bool> s_SorterSleeps;   // on the count of unfinished jobs
+
+// The address of a number, as instructions that sleep and wake up take it.
+int *AddressOf(std::atomic<u32> &number)
+{
+	return reinterpret_cast<int *>(&number);
+}
 
 // Takes the next job and runs it. Returns false if there is none.
 bool RunNextJob()
@@ -65,16 +75,12 @@ bool RunNextJob()
 		if (!s_Ticket.compare_exchange_weak(ticket.m_Bits, ticket.m_Bits + 1, std::memory_order_acq_rel))
 			continue;
 		s_Job(s_Context, ticket.NextJob());
-		s_UnfinishedCount.fetch_sub(1, std::memory_order_release);
+		if (s_UnfinishedCount.fetch_sub(1, std::memory_order_seq_cst) == 1 &&
+			s_SorterSleeps.load(std::memory_order_seq_cst))
+			__builtin_wasm_memory_atomic_notify(AddressOf(s_UnfinishedCount), 1);
 		return true;
 	}
 	return false;
-}
-
-// The address of a number, as instructions that sleep and wake up take it.
-int *AddressOf(std::atomic<u32> &number)
-{
-	return reinterpret_cast<int *>(&number);
 }
 
 // Sleeps while the number of the run is the one given. A worker counts itself before it looks at the number for the
@@ -103,13 +109,39 @@ void StartRun(u32 jobCount, SSortJobs::CbJob job, void *context)
 // a job.
 extern "C" __attribute__((import_module("env"), import_name("go_on_waiting"))) void go_on_waiting(bool isFirstQuestion);
 
-// Waits by looking, since the main thread of a page may not sleep.
+// Looks whether all jobs have returned, as often as lookCount says.
+static bool SeesEndOfRun(u32 lookCount)
+{
+	for (; lookCount != 0; --lookCount)
+	{
+		if (s_UnfinishedCount.load(std::memory_order_acquire) == 0)
+			return true;
+	}
+	return false;
+}
+
+// Sleeps until all jobs have returned, but not for long. It says so before it looks for the last time.
+static void SleepUntilEndOfRun()
+{
+	s_SorterSleeps.store(true, std::memory_order_seq_cst);
+	const u32 unfinishedCount = s_UnfinishedCount.load(std::memory_order_seq_cst);
+	if (unfinishedCount != 0)
+		__builtin_wasm_memory_atomic_wait32(AddressOf(s_UnfinishedCount), int(unfinishedCount), kLongestSleep);
+	s_SorterSleeps.store(false, std::memory_order_relaxed);
+}
+
+// On a busy machine, a worker may need the core on which this thread looks, so this thread sleeps if it may.
 static void WaitForJobsOfOthers()
 {
-	for (u32 lookCount = 1; s_UnfinishedCount.load(std::memory_order_acquire) != 0; ++lookCount)
+	if (SeesEndOfRun(kLooksBeforeSleep))
+		return;
+	for (bool isFirstQuestion = true;; isFirstQuestion = false)
 	{
-		if (lookCount % kLooksBetweenQuestions == 0)
-			go_on_waiting(lookCount == kLooksBetweenQuestions);
+		if (s_SorterMaySleep)
+			SleepUntilEndOfRun();
+		if (SeesEndOfRun(s_SorterMaySleep ? 1 : kLooksBetweenQuestions))
+			return;
+		go_on_waiting(isFirstQuestion);
 	}
 }
 
@@ -132,10 +164,11 @@ SSortJobs Vexmoor::JobsOfThreads()
 	return {RunJobs, null, s_ThreadCount};
 }
 
-// How many threads sort from now on, with the one that calls.
-VX_WEB_EXPORT(set_thread_count) void set_thread_count(u32 threadCount)
+// How many threads sort from now on, with the one that calls, and whether that one may sleep.
+VX_WEB_EXPORT(set_threads) void set_threads(u32 threadCount, bool sorterMaySleep)
 {
 	s_ThreadCount = threadCount;
+	s_SorterMaySleep = sorterMaySleep;
 }
 
 // Takes memory for a worker, and returns where its stack begins, which grows down; the worker's thread-local variables
