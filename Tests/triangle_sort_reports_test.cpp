@@ -270,6 +270,21 @@ TEST(TriangleSortReports, PatternThatIsNotOfTriangles_IsReported)
 	EXPECT_EQ(pages.Output(), CIndices({0, 0, 0, 3, 4, 5}));
 }
 
+// Its particles have no triangle either, and the expansion reports that its width is 0.
+TEST(TriangleSortReports, PatternWithoutEntries_IsReportedTwice)
+{
+	u32 entries[] = {0, 1, 2};
+	STwoPages pages;
+	pages.m_Patterns[0] = TMemoryView<u32>(entries, 0);
+	pages.SetUp(Model::ESortType::ByValue);
+	CExpectReports reports{"m_IndexPatternCollection[pageId].Count() % 3 == 0 && "
+						   "m_IndexPatternCollection[pageId].Count() >= 3",
+		"patternWidth > 0"};
+	CWarningRecorder warnings;
+	pages.Sort();
+	EXPECT_EQ(pages.Output(), CIndices({0, 0, 0, 3, 4, 5}));
+}
+
 TEST(TriangleSortReports, MoreTrianglesThanTheListHolds_AreReportedByTheViews)
 {
 	STwoPages pages;
