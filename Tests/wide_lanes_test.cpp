@@ -7,6 +7,8 @@
 #include "kr_first_answer.h"
 #include "kr_sort.h"
 
+#include "diagnostics.h"
+#include "guarded_memory.h"
 #include "lane_width.h"
 #include <algorithm>
 #include <cstring>
@@ -178,6 +180,75 @@ u32 DistanceKey(const CFloat3 &position, const CFloat3 &camera)
 	u32 bits;
 	std::memcpy(&bits, &len2, sizeof(bits));
 	return ~bits;
+}
+
+namespace
+{
+	typedef std::vector<u64> CRecords; // the key in the low half, which lies first in memory
+
+	void SortByKeyBits(CRecords &records, u32 bits)
+	{
+		std::stable_sort(
+			records.begin(), records.end(), [bits](u64 a, u64 b) { return (u32(a) & bits) < (u32(b) & bits); });
+	}
+
+	CRecords RecordsAt(const Support::CGuardedMemory &memory, u32 count)
+	{
+		CRecords records(count);
+		std::memcpy(records.data(), memory.Data(), count * sizeof(u64));
+		return records;
+	}
+} // namespace
+
+// Both orders of every count, in memory that ends with the last record or begins with the first, at multiples of 8.
+// Keys are random, equal in the bits of one of the two sorts or in all, or equal by chance.
+TEST_P(WideLanesTest, NetworksSortEveryCountStablyByBothParts)
+{
+	constexpr u32 kLowBits = 0x003FFFFFu;
+	const bool haveNetworks = Cpu::LaneCount() > 4;
+	for (u32 count = 1; count <= SortLanes::kMaxNetworkCount; ++count)
+	{
+		for (const u32 mask : {0xFFFFFFFFu, kLowBits, ~kLowBits, 0x00C00003u, 0u})
+		{
+			SCOPED_TRACE(::testing::Message() << count << " records, mixed bits " << mask);
+			CRecords records(count);
+			for (u32 i = 0; i < count; ++i)
+				records[i] = u64(i) << 32 | (u32(m_Random()) & mask) | (0x9ABCDEF0u & ~mask);
+			CRecords expectedByLowBits = records;
+			SortByKeyBits(expectedByLowBits, kLowBits);
+			CRecords expected = records;
+			SortByKeyBits(expected, ~0u);
+
+			const std::size_t size = count * sizeof(u64);
+			const Support::CGuardedMemory input(size, size % 16);
+			const Support::CGuardedMemory byLowBits(size, size % 16);
+			const Support::CGuardedMemory sorted(size, 0, Support::CGuardedMemory::FlushStart);
+			std::memcpy(input.Data(), records.data(), size);
+			ASSERT_EQ(SortLanes::SortByNetwork(input.Data(), count, byLowBits.Data(), sorted.Data()), haveNetworks);
+			if (!haveNetworks)
+				return;
+			ASSERT_EQ(RecordsAt(input, count), records) << "the input is left";
+			ASSERT_EQ(RecordsAt(byLowBits, count), expectedByLowBits);
+			ASSERT_EQ(RecordsAt(sorted, count), expected);
+			SortLanes::SortByNetwork(input.Data(), count, input.Data(), sorted.Data());
+			ASSERT_EQ(RecordsAt(input, count), expectedByLowBits) << "in place";
+			ASSERT_EQ(RecordsAt(sorted, count), expected) << "in place";
+			ASSERT_TRUE(input.SurroundingsIntact() && byLowBits.SurroundingsIntact() && sorted.SurroundingsIntact());
+		}
+	}
+}
+
+TEST_P(WideLanesTest, MoreRecordsThanNetworksTake_AreReportedAndLeft)
+{
+	const bool haveNetworks = Cpu::LaneCount() > 4;
+	CRecords records(SortLanes::kMaxNetworkCount + 1, 1);
+	CRecords sorted(records.size(), 2);
+	const Support::CExpectReports reports(
+		haveNetworks ? std::vector<std::string>{"count <= kMaxNetworkCount"} : std::vector<std::string>());
+	for (const u32 count : {u32(records.size()), 0u})
+		EXPECT_EQ(SortLanes::SortByNetwork(records.data(), count, records.data(), sorted.data()), haveNetworks);
+	EXPECT_EQ(records, CRecords(records.size(), 1));
+	EXPECT_EQ(sorted, CRecords(sorted.size(), 2));
 }
 
 TEST_P(WideLanesTest, FillPutsEveryRecordOfEveryCountInItsPlace)

@@ -10,11 +10,12 @@ namespace Vexmoor
 /// The parts of the sorts that work in lanes. Every lane width gives the same numbers.
 namespace SortLanes
 {
-	constexpr u32 kStepInBytes = 32;     ///< Of prefix sums: a histogram's size is a multiple of it.
-	constexpr u32 kColumns = 32;         ///< 8-bit counters in a row of SumColumns: two registers of 128 bits.
-	constexpr u32 kRanksPerStep = 8;     ///< Of CountLowerKeys: room for ranks is a multiple of it.
-	constexpr u32 kRankedSize = 8;       ///< Bytes of a record that is ranked.
-	constexpr u32 kMaxRankedCount = 112; ///< Room for ranks: kMaxQuickSortCount (kr_sort.h) in whole steps.
+	constexpr u32 kStepInBytes = 32;      ///< Of prefix sums: a histogram's size is a multiple of it.
+	constexpr u32 kColumns = 32;          ///< 8-bit counters in a row of SumColumns: two registers of 128 bits.
+	constexpr u32 kRanksPerStep = 8;      ///< Of CountLowerKeys: room for ranks is a multiple of it.
+	constexpr u32 kRankedSize = 8;        ///< Bytes of a record that is ranked, or sorted by a network.
+	constexpr u32 kMaxRankedCount = 112;  ///< Room for ranks: kMaxQuickSortCount (kr_sort.h) in whole steps.
+	constexpr u32 kMaxNetworkCount = 256; ///< A record's place takes 8 bits.
 
 	///@{
 	/// Replaces counters by their exclusive prefix sums. Counters of 8 and 16 bits count up to 2^8 and 2^16 records: a
@@ -48,7 +49,15 @@ namespace SortLanes
 	/// ranks    the counts, 16-byte aligned, with room for whole steps: what fills up the last one is written as well
 	VX_API void CountLowerKeys(const void *records, u32 count, u32 *ranks);
 
-	/// Up to how many records ranking takes less time than the radix sort, in registers as wide as are in use.
+	/// Up to how many records ranking takes less time than other sorts, in registers as wide as are in use.
 	VX_API u32 MaxCountWorthRanking();
+
+	/// Sorts up to kMaxNetworkCount records by sorting networks, which take the same time whatever the keys. Returns
+	/// false, and does nothing, in registers of 128 bits, where the radix sort is faster.
+	/// records    as for CountLowerKeys; apart from sorted. A higher count is reported, and nothing is read or written
+	/// byLowBits  is given the records in stable ascending order of their keys' low 22 bits; may be the records
+	///            themselves, and is apart from sorted
+	/// sorted     is given the records in stable ascending order of their keys
+	VX_API bool SortByNetwork(const void *records, u32 count, void *byLowBits, void *sorted);
 } // namespace SortLanes
 } // namespace Vexmoor

@@ -95,7 +95,8 @@ public:
 	/// as unsigned. Records with equal keys keep their order.
 	/// first, last  contiguous records, left in the order of their keys' low 22 bits
 	/// output       as many records, apart from the input
-	/// Four sweeps over the records whatever their keys, 22 KB of stack, no heap. No records: nothing is written.
+	/// Up to four sweeps over the records, whatever their keys, and 22 KB of stack; no heap. No records: nothing is
+	/// written. Up to kMaxCountIn8Bits records of two words are sorted by networks where registers are wide.
 	template<typename _KeyExtractor, typename _Iterator>
 	static void Sort11(_Iterator first, _Iterator last, _Iterator output, const _KeyExtractor &keyExtractor)
 	{
@@ -109,10 +110,8 @@ public:
 		// records, most of the time goes into clearing and summing the counters, so they are as narrow as the count
 		// allows. With 4,000 to 65,536 records, 32-bit counters in place of 16-bit ones take 1.03 to 1.07 times as long
 		// for uniform keys and for a ball, on an Intel Xeon with AVX-512.
-		if (elementCount <= kMaxCountIn8Bits && SortLanes::SumsFasterInColumns())
-			_SortWith<_SInColumns, false>(&*first, &*output, elementCount, keyExtractor);
-		else if (elementCount <= kMaxCountIn8Bits)
-			_SortWith<_TInARow<u8, _BaseBits>, false>(&*first, &*output, elementCount, keyExtractor);
+		if (elementCount <= kMaxCountIn8Bits)
+			_SortFew(&*first, &*output, elementCount, keyExtractor);
 		else if (elementCount <= kMaxCountIn16Bits)
 			_SortWith<_TInARow<u16, _BaseBits>, false>(&*first, &*output, elementCount, keyExtractor);
 		else if (elementCount <= kMaxCountInCaches)
@@ -290,6 +289,24 @@ private:
 			ends[kLastRow + kColumns - 1] = u8(elementCount);
 		}
 	};
+
+	// Sorts up to kMaxCountIn8Bits records: two words each by networks where registers are wide, and with 8-bit
+	// counters otherwise. For 110 to 256 records networks take 0.24 to 0.63 of the time that counters take, on an Intel
+	// Xeon with AVX-512, with its registers of 256 bits.
+	template<typename _Record, typename _KeyExtractor>
+	static VX_INLINE void _SortFew(
+		_Record *records, _Record *sorted, u32 elementCount, const _KeyExtractor &keyExtractor)
+	{
+		if constexpr (kKeyIsFirstOfTwoWords<_KeyExtractor>)
+		{
+			if (!SortLanes::SortByNetwork(records, elementCount, records, sorted))
+				_SortWith<_SInColumns, false>(records, sorted, elementCount, keyExtractor);
+		}
+		else if (SortLanes::SumsFasterInColumns())
+			_SortWith<_SInColumns, false>(records, sorted, elementCount, keyExtractor);
+		else
+			_SortWith<_TInARow<u8, _BaseBits>, false>(records, sorted, elementCount, keyExtractor);
+	}
 
 	// How a pass moves records to their digits' positions.
 	enum EScatter

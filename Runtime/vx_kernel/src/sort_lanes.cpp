@@ -87,5 +87,17 @@ namespace SortLanes
 			return;
 		Kernels().m_CountLowerKeys(static_cast<const u8 *>(records), count, ranks);
 	}
+
+	bool SortByNetwork(const void *records, u32 count, void *byLowBits, void *sorted)
+	{
+		const SKernels &kernels = Kernels();
+		if (kernels.m_SortByNetwork == nullptr)
+			return false;
+		VX_ASSERT(count <= kMaxNetworkCount);
+		if (count != 0 && count <= kMaxNetworkCount)
+			kernels.m_SortByNetwork(
+				static_cast<const u8 *>(records), count, static_cast<u8 *>(byLowBits), static_cast<u8 *>(sorted));
+		return true;
+	}
 } // namespace SortLanes
 } // namespace Vexmoor

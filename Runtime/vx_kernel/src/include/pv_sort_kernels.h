@@ -10,6 +10,7 @@
 #include "kr_sort_lanes.h"
 
 #include "pv_sort_lanes.h"
+#include "pv_sort_network.h"
 
 namespace Vexmoor
 {
@@ -236,6 +237,16 @@ namespace SortLanes
 			RankBlock<_Lanes, kRegistersPerStep>(keys, filledCount, keys + i, ranks + i);
 	}
 
+	// The sort by networks, in registers of two groups.
+	template<typename _Lanes>
+	constexpr auto NetworkInLanes() -> void (*)(const u8 *, u32, u8 *, u8 *)
+	{
+		if constexpr (_Lanes::kGroups == 2)
+			return &SortByNetworkInLanes<_Lanes>;
+		else
+			return nullptr;
+	}
+
 	// The table for one target, in the order of SKernels.
 	template<typename _Lanes>
 	constexpr SKernels kKernelsInLanes = {
@@ -249,6 +260,7 @@ namespace SortLanes
 		kSumsFasterInColumns<_Lanes>,
 		&CountLowerKeysInLanes<_Lanes>,
 		kMaxCountWorthRanking<_Lanes>,
+		NetworkInLanes<_Lanes>(),
 	};
 } // namespace SortLanes
 } // namespace Vexmoor

@@ -27,6 +27,8 @@ namespace SortLanes
 		void (*m_CountLowerKeys)(const u8 *records, u32 count, u32 *ranks);
 		// Above this many records the radix sort takes less time than ranking.
 		u32 m_MaxCountWorthRanking;
+		// Null if the radix sort takes less time. count is from 1 to SortLanes::kMaxNetworkCount.
+		void (*m_SortByNetwork)(const u8 *records, u32 count, u8 *byLowBits, u8 *sorted);
 	};
 
 	// A table for each file that is compiled for its own instruction set. A caller of a function of another table than

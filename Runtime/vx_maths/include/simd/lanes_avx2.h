@@ -223,7 +223,34 @@ struct SLanesAvx2
 	#endif
 	}
 
-	// Own to this target: the ragged end of keys that are ranked.
+	// Own to this target: words that are sorted by a network.
+
+	template<u32 _Count>
+	static VX_INLINE Register ShiftLeft(Register r)
+	{
+		return _mm256_slli_epi32(r, _Count);
+	}
+	/// The higher one of both in every lane, as signed numbers.
+	static VX_INLINE Register HigherSigned(Register a, Register b) { return _mm256_max_epi32(a, b); }
+	/// Lanes change places in pairs, each with the lane whose number differs by _Distance:
+	///
+	///   lane      0   1   2   3  | 4   5   6   7
+	///   by 1      r1  r0  r3  r2 | r5  r4  r7  r6
+	///   by 2      r2  r3  r0  r1 | r6  r7  r4  r5
+	///   by 4      r4  r5  r6  r7 | r0  r1  r2  r3
+	template<u32 _Distance>
+	static VX_INLINE Register SwapLanes(Register r)
+	{
+		static_assert(_Distance == 1 || _Distance == 2 || _Distance == 4, "a bit of the lane's number");
+		if constexpr (_Distance == 1)
+			return _mm256_shuffle_epi32(r, _MM_SHUFFLE(2, 3, 0, 1));
+		else if constexpr (_Distance == 2)
+			return _mm256_shuffle_epi32(r, _MM_SHUFFLE(1, 0, 3, 2));
+		else
+			return _mm256_permute4x64_epi64(r, _MM_SHUFFLE(1, 0, 3, 2));
+	}
+
+	// Own to this target: the ragged end of keys that are ranked, or sorted by a network.
 
 	/// LoadEvenLanes of those pairs alone whose lane in signs is negative; the others are not touched, and give 0.
 	/// The signs are widened to 64 bits, one to a pair, which is what the instruction that loads selected pairs asks
