@@ -32,7 +32,7 @@ namespace Vexmoor
 {
 namespace SortLanes
 {
-	// Rows make four blocks of equal height. A block fits registers, and its network is a table of pairs of rows.
+	// Rows make four blocks of equal height. The rows of a block fit the registers of a processor with 16 of them.
 	constexpr u32 kBlocks = 4;
 	constexpr u32 kMinBlockRows = 4;
 	constexpr u32 kMaxBlockRows = 8;
@@ -294,7 +294,7 @@ namespace SortLanes
 		blocks.m_Order(words, kBlocks);
 	}
 
-	// The words of a register of keys, and in the lanes that have no record, the highest word of all.
+	// Which bits of the keys a network sorts by.
 	enum EKeyBits
 	{
 		kLow22Bits,
@@ -302,8 +302,11 @@ namespace SortLanes
 	};
 	constexpr u32 kPlaceBits = 8;
 	constexpr u32 kPlaceMask = (1u << kPlaceBits) - 1;
-	constexpr u32 kHighestWord = 0x7FFFFFFFu; // as signed
 
+	// Lanes compare as signed. No record's word uses the two highest bits, so this one is higher than all.
+	constexpr u32 kHighestWord = 0x7FFFFFFFu;
+
+	// Words as the head of this file has them, their places left 0.
 	template<typename _Lanes, EKeyBits _Bits>
 	static VX_INLINE typename _Lanes::Register KeyBitsOfWords(typename _Lanes::Register keys)
 	{
@@ -314,8 +317,8 @@ namespace SortLanes
 				_Lanes::template ShiftRightSigned<22 - kPlaceBits>(keys), _Lanes::Splat(0x000003FFu << kPlaceBits));
 	}
 
-	// Makes the words of all records in rows of one height of blocks, complemented for SortWords. Returns whether any
-	// two records differ in these bits of their keys: if none do, they are in order.
+	// Makes the words of all records, fills them up to wordCount with the highest word, and complements them as
+	// SortWords takes them. Returns false if the records agree in these bits of their keys: then they are in order.
 	template<typename _Lanes, EKeyBits _Bits>
 	static VX_NOINLINE bool MakeWords(const u8 *records, u32 count, u32 *words, u32 wordCount)
 	{
@@ -357,7 +360,7 @@ namespace SortLanes
 		std::memcpy(destination, &record, sizeof(record));
 	}
 
-	// Copies records in the order of sorted words, down one column after the other. Columns are whole blocks high, so
+	// Copies records in the order of sorted words, down one column after the other. Columns are four blocks high, so
 	// four records at a time never cross the end of a column.
 	template<typename _Lanes>
 	static VX_NOINLINE void CopyInOrder(const u32 *words, u32 blockRows, const u8 *source, u32 count, u8 *destination)
@@ -378,7 +381,8 @@ namespace SortLanes
 			CopyRecordOf(*word, source, destination);
 	}
 
-	// Sorts by some bits of the keys, from source to destination.
+	// Sorts by some bits of the keys, from source to destination. Blocks are as high as the count needs, at least four
+	// rows.
 	template<typename _Lanes, EKeyBits _Bits>
 	static VX_INLINE void SortByKeyBits(const u8 *source, u32 count, u8 *destination)
 	{
