@@ -1,6 +1,7 @@
-// One large draw call on two cores: the sort with jobs of oneTBB, beside the sort on one core, and beside the packaged
-// parallel sorts with the same loops around them, which run on both cores, too. All take turns with the sort with jobs,
-// by the wall clock. What two threads can do at all is measured by a loop that moves the bytes of a sort.
+// One large draw call on two cores: the sort with jobs, of oneTBB and of a thread pool, beside the sort on one core,
+// and beside the packaged parallel sorts with the same loops around them, which run on both cores, too. All take turns
+// with the sort with jobs, by the wall clock. What two threads can do at all is measured by a loop that moves the bytes
+// of a sort.
 
 #include "bench_inputs.h"
 #include "bench_pairs.h"
@@ -22,9 +23,9 @@ namespace VexmoorBench
 {
 namespace
 {
-	void SortInJobs(SOnePage &page)
+	void SortInJobs(SOnePage &page, const SSortJobs &jobs)
 	{
-		page.m_Sorter.SortPoints_AutogenIndices(page.m_Scratch.Data(), page.m_Scratch.Count(), CTwoCores::Jobs());
+		page.m_Sorter.SortPoints_AutogenIndices(page.m_Scratch.Data(), page.m_Scratch.Count(), jobs);
 	}
 
 	SOnePage PageForJobs(EShape shape, u32 count)
@@ -39,18 +40,13 @@ namespace
 		return CFloat3(330.0f, 4.0f, 0.0f);
 	}
 
+	template<typename _JobSystem>
 	void RunPairOfCores(benchmark::State &state, EShape shape, u32 count, const CFloat3 &camera)
 	{
-		CTwoCores cores;
 		SOnePage page = PageForJobs(shape, count);
 		page.SetUp(camera);
-		cores.Execute(
-			[&]
-			{
-				RunPairs<WallTime>(
-					state, [&] { page.Sort(); }, [&] { SortInJobs(page); });
-				SortInJobs(page);
-			});
+		RunPairsOfCores<_JobSystem>(
+			state, [&] { page.Sort(); }, [&](const SSortJobs &jobs) { SortInJobs(page, jobs); });
 		if (!IsDrawnBackToFront(page.Call(), camera, page.m_Indices.Data(), true))
 			state.SkipWithError("not sorted");
 		DescribeIteration(state, u64(kPairsPerIteration) * 2, count);
@@ -59,7 +55,6 @@ namespace
 	// The bytes of a sort, moved by nothing but copies: records written and read, and indices written.
 	void RunTrafficPair(benchmark::State &state, u32 count)
 	{
-		CTwoCores cores;
 		CBuffer<u64> records(count), others(count), indices(size_t(count) * kIndicesPerQuad / 2);
 		const auto move = [&](u32 first, u32 end)
 		{
@@ -69,12 +64,8 @@ namespace
 					sweep % 2 == 0 ? &records[first] : &others[first], bytes);
 			std::fill(&indices[size_t(first) * 3], &indices[0] + size_t(end) * 3, u64(first));
 		};
-		cores.Execute(
-			[&]
-			{
-				RunPairs<WallTime>(
-					state, [&] { move(0, count); }, [&] { CTwoCores::ForHalves(count, move); });
-			});
+		RunPairsOfCores<CTwoCores>(
+			state, [&] { move(0, count); }, [&](const SSortJobs &) { CTwoCores::ForHalves(count, move); });
 		DescribeIteration(state, u64(kPairsPerIteration) * 2, count);
 	}
 
@@ -197,7 +188,7 @@ namespace
 			[&]
 			{
 				RunPairs<WallTime>(
-					state, [&] { SortInJobs(page); }, drawWithPeer);
+					state, [&] { SortInJobs(page, CTwoCores::Jobs()); }, drawWithPeer);
 			});
 		if (!IsDrawnBackToFront({positions, 0, count}, camera, indices.Data(), true))
 			state.SkipWithError("not sorted");
@@ -219,6 +210,14 @@ namespace
 			->Iterations(1);
 	}
 
+	void RegisterPairsOfCores(const char *what, EShape shape, u32 count, const CFloat3 &camera)
+	{
+		Register(what, CTwoCores::kName, count,
+			[=](benchmark::State &state) { RunPairOfCores<CTwoCores>(state, shape, count, camera); });
+		Register(what, CPoolOfTwo::kName, count,
+			[=](benchmark::State &state) { RunPairOfCores<CPoolOfTwo>(state, shape, count, camera); });
+	}
+
 	template<typename _Peer>
 	void RegisterPeer(EShape shape, u32 count)
 	{
@@ -232,16 +231,14 @@ void RegisterJobs()
 	for (const EShape shape : {EShape::Ball, EShape::Curve})
 	{
 		for (const u32 count : {1000u, 10000u, 20000u, 50000u, 100000u, 300000u, 1000000u, 4000000u})
-			Register(Name(shape), "one_core", count,
-				[=](benchmark::State &state) { RunPairOfCores(state, shape, count, Camera()); });
+			RegisterPairsOfCores(Name(shape), shape, count, Camera());
 		RegisterPeer<STbbParallelSort>(shape, 1000000);
 		RegisterPeer<SStdParallelSort>(shape, 1000000);
 		RegisterPeer<SBlockIndirectSort>(shape, 1000000);
 		RegisterPeer<SParallelStableSort>(shape, 1000000);
 	}
 	for (const u32 count : {10000u, 100000u, 1000000u})
-		Register("far_ball", "one_core", count,
-			[=](benchmark::State &state) { RunPairOfCores(state, EShape::Ball, count, FarCamera()); });
+		RegisterPairsOfCores("far_ball", EShape::Ball, count, FarCamera());
 	for (const u32 count : {100000u, 1000000u, 4000000u})
 	{
 		for (const u32 jobCount : {2u, 4u, 8u, 16u})
@@ -249,6 +246,6 @@ void RegisterJobs()
 				[=](benchmark::State &state) { RunJobTimes(state, EShape::Ball, count, jobCount); });
 	}
 	for (const u32 count : {100000u, 1000000u, 4000000u})
-		Register("traffic", "one_core", count, [=](benchmark::State &state) { RunTrafficPair(state, count); });
+		Register("traffic", CTwoCores::kName, count, [=](benchmark::State &state) { RunTrafficPair(state, count); });
 }
 } // namespace VexmoorBench

@@ -97,9 +97,9 @@ namespace
 			m_Sorter.Setup_Geometry(View(m_Patterns), View(m_VertexCounts), m_Scene.m_IndexCount);
 		}
 		void Sort() { m_Sorter.SortTriangles_AutogenIndices(m_Scratch.Data()); }
-		void SortInJobs()
+		void SortInJobs(const SSortJobs &jobs)
 		{
-			m_Sorter.SortTriangles_AutogenIndices(m_Scratch.Data(), m_Scratch.Count(), CTwoCores::Jobs());
+			m_Sorter.SortTriangles_AutogenIndices(m_Scratch.Data(), m_Scratch.Count(), jobs);
 		}
 
 	private:
@@ -280,6 +280,7 @@ namespace
 		return true;
 	}
 
+	template<typename _JobSystem>
 	void RunPairOfCores(benchmark::State &state, u32 count)
 	{
 		const SScene scene(count);
@@ -287,27 +288,30 @@ namespace
 		CBuffer<u32> indices(scene.m_IndexCount);
 		CVexmoorTriangles triangles(scene);
 		triangles.SetUp(camera, indices.Data());
-		CTwoCores cores;
-		cores.Execute(
-			[&]
-			{
-				RunPairs<WallTime>(
-					state, [&] { triangles.Sort(); }, [&] { triangles.SortInJobs(); });
-				triangles.SortInJobs();
-			});
+		RunPairsOfCores<_JobSystem>(
+			state, [&] { triangles.Sort(); }, [&](const SSortJobs &jobs) { triangles.SortInJobs(jobs); });
 		if (!IsDrawnBackToFront(scene, camera, indices.Data()))
 			state.SkipWithError("not sorted");
 		DescribeIteration(state, u64(kPairsPerIteration) * 2, count);
+	}
+
+	template<typename _JobSystem>
+	void RegisterPairOfCores(u32 count)
+	{
+		benchmark::RegisterBenchmark(CaseName({"jobs", "triangles", _JobSystem::kName, std::to_string(count)}).c_str(),
+			[count](benchmark::State &state) { RunPairOfCores<_JobSystem>(state, count); })
+			->UseRealTime()
+			->Iterations(1);
 	}
 } // namespace
 
 void RegisterTriangles()
 {
 	for (const u32 count : {10000u, 100000u, 1000000u})
-		benchmark::RegisterBenchmark(CaseName({"jobs", "triangles", "one_core", std::to_string(count)}).c_str(),
-			[count](benchmark::State &state) { RunPairOfCores(state, count); })
-			->UseRealTime()
-			->Iterations(1);
+	{
+		RegisterPairOfCores<CTwoCores>(count);
+		RegisterPairOfCores<CPoolOfTwo>(count);
+	}
 	for (const u32 count : kWholeCounts)
 		RegisterWhole<SScene, CVexmoorTriangles, CUserTriangles, CSameTraffic>("triangles_u32_ball", count);
 }

@@ -161,12 +161,14 @@ def frame_goals(results):
 	yield "draw calls, ahead of one thread", "two threads", 500, AT_LEAST, TWO_CORES_GOAL, ahead
 	for what, jobs_goals in JOBS_GOALS.items():
 		for size, goal in jobs_goals.items():
-			two_cores = results.turns("jobs", what, "one_core", size)
-			yield ("one draw call on two cores, ahead of one", what, size, AT_LEAST, goal,
-				1 / two_cores if two_cores else None)
+			# A host chooses its job system; the library's part of the cost is in either.
+			ahead = results.two_cores(what, size)
+			best = max(ahead, key=ahead.get, default=None)
+			of = f"{what}, {measured.JOB_SYSTEMS.get(best)}"
+			yield "one draw call on two cores, ahead of one", of, size, AT_LEAST, goal, ahead.get(best)
 	for shape in SHAPES:
 		for who in results.values(2, stage="jobs", what=shape):
-			if who != "one_core":
+			if who not in measured.JOB_SYSTEMS:
 				ratio = results.turns("jobs", shape, who, JOBS_PEERS_SIZE)
 				title = f"one draw call on two cores, ahead of {who}"
 				yield title, shape, JOBS_PEERS_SIZE, AT_LEAST, JOBS_PEERS_GOAL, ratio

@@ -54,18 +54,20 @@ ahead. If several small draw calls can be one, with a page each, they wait only 
 JOBS = """\
 ## One large draw call on two cores
 
-The sort with a host's [jobs](integration.md#one-draw-call-on-many-cores), here run by oneTBB on two threads, took turns
-with the sort on one core. Both are timed by the wall clock. Fewer than 32,768 particles run no jobs: from 4,000 on, the
-sort with jobs is ahead there because it takes fewer passes, on one core. Where memory is the limit, a second core helps
-less. The rows of bytes moved show how much: they are a loop that moves as many bytes as a sort. The second table has
-packaged parallel sorts on the same two threads, with the library's loops before and after them. More than two cores
+The sort with a host's [jobs](integration.md#one-draw-call-on-many-cores) took turns with the sort on one core. Its two
+threads are those of oneTBB, or of [a thread pool](../Samples/minimal/thread_pool.h) whose threads look for work for 0.1
+ms before they sleep. Right before each turn, both threads work for 0.1 ms, as they do in a frame with other jobs. All
+turns are timed by the wall clock. Fewer than 32,768 particles run no jobs: from 4,000 on, the sort with jobs is ahead
+there because it takes fewer passes, on one core. Where memory is the limit, a second core helps less. The rows of bytes
+moved show how much: they are a loop that moves as many bytes as a sort. The second table has packaged parallel sorts on
+oneTBB's two threads, with the library's loops before and after them. More than two cores
 were not measured.
 """
 JOBS_MODEL = """\
 **A model** says how many times as long one core would take as several. No machine with more than two was measured. The
 jobs of a sort run one after the other on one core, and each is timed. The modelled time is that of the longest job of
 each run of jobs, since the other jobs would run beside it, plus the time between runs, when one thread works alone. To
-start and join the jobs takes time as well. For that, the model adds what the two cores above took longer than their
+start and join the jobs takes time as well. For that, the model adds what two threads of oneTBB above took longer than their
 jobs, at the lowest count of the table. With more threads this takes longer, in a way that the model does not know. A
 sort asks for a job per 16,384 particles, so 100,000 particles make six at most. The last column is a bound: one core's
 time over that of moving as many bytes on two cores. If more cores get no more from memory than two did, no number of

@@ -18,6 +18,8 @@ PACKAGES = [
 ]
 # Counters of which the least, the median and the most of all repetitions are kept.
 COUNTERS = ("ratio", "plain_ns", "allocations", "worst_ratio", "worst_count", "uneven_steps")
+# What runs a sort's jobs on two cores, and what the pages call it.
+JOB_SYSTEMS = {"tbb": "oneTBB", "thread_pool": "a thread pool"}
 
 
 class ArgumentParser(argparse.ArgumentParser):
@@ -73,6 +75,11 @@ class Results:
 		"""The median ratio of a case whose sides took turns, or None."""
 		case = self.get(stage, what, who, size)
 		return case.counter("ratio") if case else None
+
+	def two_cores(self, what, size):
+		"""Job system -> how many times as long as on two cores a sort takes on one."""
+		ratios = {who: self.turns("jobs", what, who, size) for who in JOB_SYSTEMS}
+		return {who: 1 / ratio for who, ratio in ratios.items() if ratio}
 
 
 def spread_of(times):

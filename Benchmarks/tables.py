@@ -3,6 +3,7 @@
 import statistics
 
 from goals import RECORD_KEYS, fill_over_traffic, over_parts, size_name, whole_ratio
+from results import JOB_SYSTEMS
 
 FRAME_NS = 1e9 / 60
 SCENE_SIZES = [100, 1000, 10000, 100000, 1000000, 4000000]
@@ -132,11 +133,15 @@ def jobs_table(results):
 	"""One draw call on one core, and how far two cores are ahead; beside them a loop that moves as many bytes."""
 	rows = []
 	for what in results.values(1, stage="jobs"):
-		for size in sorted(results.values(3, stage="jobs", what=what, who="one_core")):
-			case = results.get("jobs", what, "one_core", size)
-			title = "as many bytes moved" if what == "traffic" else what
-			rows.append([title, size_name(size), duration(case.counter("plain_ns")), times(1 / case.counter("ratio"))])
-	return table(["", "particles", "one core", "times as long as on two"], rows) if rows else []
+		for size in sorted(results.values(3, stage="jobs", what=what)):
+			ahead = results.two_cores(what, size)
+			cases = [results.get("jobs", what, who, size) for who in ahead]
+			if cases:
+				title = "as many bytes moved" if what == "traffic" else what
+				cells = [times(ahead[who]) if who in ahead else "" for who in JOB_SYSTEMS]
+				rows.append([title, size_name(size), duration(cases[0].counter("plain_ns")), *cells])
+	heads = [f"times as long as on two, {system}" for system in JOB_SYSTEMS.values()]
+	return table(["", "particles", "one core", *heads], rows) if rows else []
 
 
 def jobs_peer_table(results):
@@ -144,7 +149,7 @@ def jobs_peer_table(results):
 	rows = []
 	for what in results.values(1, stage="jobs"):
 		for who in results.values(2, stage="jobs", what=what):
-			if who != "one_core":
+			if who not in JOB_SYSTEMS:
 				for size in results.values(3, stage="jobs", what=what, who=who):
 					rows.append([who, what, size_name(size), times(results.turns("jobs", what, who, size))])
 	return table(["", "", "particles", "takes as long as the library"], rows) if rows else []
@@ -153,7 +158,7 @@ def jobs_peer_table(results):
 def jobs_model_table(results):
 	"""How many times as long one core takes as several: a model, made of jobs that were timed one after the other."""
 	sizes = sorted(results.values(3, stage="job_times", what="ball"))
-	measured = {size: results.get("jobs", "ball", "one_core", size) for size in sizes}
+	measured = {size: results.get("jobs", "ball", "tbb", size) for size in sizes}
 	if not sizes or not all(measured.values()):
 		return []
 	least = sizes[0]
@@ -165,7 +170,7 @@ def jobs_model_table(results):
 		one_core_ns = one_core.counter("plain_ns")
 		cases = [results.get("job_times", "ball", each, size) for each in who]
 		row = [times(1 / (case.counter("ratio") + join_ns / one_core_ns)) if case else "" for case in cases]
-		moved = results.get("jobs", "traffic", "one_core", size)
+		moved = results.get("jobs", "traffic", "tbb", size)
 		bound = times(one_core_ns / (moved.counter("plain_ns") * moved.counter("ratio"))) if moved else ""
 		rows.append(["ball", size_name(size), *row, bound])
 	return table(["", "particles", *(each.replace("_", " ") for each in who), "bound by memory"], rows)

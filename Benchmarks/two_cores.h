@@ -1,9 +1,13 @@
 #pragma once
 
-// Two cores: oneTBB's threads for what is measured on both, held to two.
+// Two cores: the threads of a job system for what is measured on both. Engines have job systems of two kinds, so there
+// are two here: oneTBB's, and a plain pool whose threads look for work before they sleep.
 
 #include "ge_mesh_triangle_sorter.h"
 
+#include "bench_clock.h"
+#include "bench_pairs.h"
+#include "thread_pool.h"
 #include <tbb/global_control.h>
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
@@ -12,9 +16,11 @@ namespace VexmoorBench
 {
 using namespace Vexmoor;
 
+/// oneTBB's threads, held to two.
 class CTwoCores
 {
 public:
+	static constexpr const char *kName = "tbb";
 	static constexpr u32 kThreads = 2;
 	static constexpr u32 kMaxJobCount = kThreads;
 
@@ -50,4 +56,63 @@ private:
 	tbb::global_control m_Limit{tbb::global_control::max_allowed_parallelism, kThreads};
 	tbb::task_arena m_Arena{int(kThreads)};
 };
+
+/// The thread pool of Samples/minimal, with two threads.
+class CPoolOfTwo
+{
+public:
+	static constexpr const char *kName = "thread_pool";
+
+	template<typename _Run>
+	void Execute(const _Run &run)
+	{
+		run();
+	}
+
+	SSortJobs Jobs()
+	{
+		SSortJobs jobs = {};
+		jobs.m_MaxJobCount = CTwoCores::kMaxJobCount;
+		jobs.m_UserData = &m_Pool;
+		jobs.m_Run = [](void *userData, u32 jobCount, SSortJobs::CbJob job, void *context)
+		{ static_cast<Minimal::CThreadPool *>(userData)->Run(jobCount, job, context); };
+		return jobs;
+	}
+
+private:
+	Minimal::CThreadPool m_Pool{CTwoCores::kThreads};
+};
+
+/// What else a frame does: jobs of 100 microseconds, one for each core.
+inline void RunOtherJobs(const SSortJobs &jobs)
+{
+	const auto beBusy = [](void *, u32)
+	{
+		for (const double end = WallTime() + 100e-6; WallTime() < end;)
+		{
+		}
+	};
+	jobs.m_Run(jobs.m_UserData, CTwoCores::kThreads, beBusy, nullptr);
+}
+
+/// Lets onOneCore() and inJobs(jobs) take turns by the wall clock, as RunPairs does. Other jobs run right before each
+/// turn: in a frame of a renderer, threads are awake when a sort begins.
+template<typename _JobSystem, typename _OnOneCore, typename _InJobs>
+void RunPairsOfCores(benchmark::State &state, const _OnOneCore &onOneCore, const _InJobs &inJobs)
+{
+	_JobSystem cores;
+	cores.Execute(
+		[&]
+		{
+			const SSortJobs jobs = cores.Jobs();
+			const auto inAFrame = [&](const auto &turn)
+			{
+				RunOtherJobs(jobs);
+				return Seconds<WallTime>(turn);
+			};
+			RunTimedPairs(
+				state, [&] { return inAFrame(onOneCore); }, [&] { return inAFrame([&] { inJobs(jobs); }); });
+			inJobs(jobs);
+		});
+}
 } // namespace VexmoorBench

@@ -54,6 +54,11 @@ class GoalsTest(unittest.TestCase):
 	def test_two_threads_are_over_one(self):
 		self.assertEqual(find(self.found, "draw calls, ahead of one thread", 500).value, 2.0)
 
+	def test_two_cores_are_those_of_the_faster_job_system(self):
+		title = "one draw call on two cores, ahead of one"
+		of_cores = [(goal.what, goal.value, goal.kept) for goal in self.found if goal.title == title]
+		self.assertEqual(of_cores, [("ball, a thread pool", 2.0, True), ("curve, oneTBB", 1.25, False)])
+
 	def test_whole_sorts_go_by_turns_where_there_are_some(self):
 		with_turns = example()
 		with_turns.cases[("whole", "billboards_u32_ball", "vexmoor_pages_of_1k", 1000)] = timed(5000.0, 1000)

@@ -43,6 +43,11 @@ class TablesTest(unittest.TestCase):
 		lines = rows(tables.draw_call_table({"one": self.results, "two": self.results}))
 		self.assertEqual([len(line) for line in lines], [7, 7])
 
+	def test_two_cores_have_a_column_for_each_job_system(self):
+		lines = rows(tables.jobs_table(self.results))
+		self.assertEqual(lines, [
+			["ball", "100k", "600 µs", "×1.25", "×2.00"], ["curve", "100k", "600 µs", "×1.25", ""]])
+
 	def test_a_scene_is_a_row_of_times_a_particle(self):
 		lines = {line[0]: line[1:] for line in rows(tables.scene_table(self.results))}
 		self.assertEqual(lines["by position, pages of 1,000"], ["7.00, ×4.00", "6.00, ×7.00", "", "", "", ""])
