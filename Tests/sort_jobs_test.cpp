@@ -202,14 +202,15 @@ TEST(SortJobs, IndicesOfEveryHeight_MatchTheModelOnOneJob)
 {
 	for (const u32 count : kCountsOfOneJob)
 	{
-		for (u32 bits = 16; bits <= 22; ++bits)
+		for (u32 bits = 16; bits <= 23; ++bits)
 		{
 			for (const u32 indexEnd : {(1u << bits) - 1, 1u << bits, (1u << bits) + 1})
 			{
 				Model::CRandom random(bits);
 				std::vector<u32> keys;
+				const u32 keyBits = 25 + random.Below(2); // of which the upper digit has 12 or 13
 				for (u32 i = 0; i < count; ++i)
-					keys.push_back(0x3F800000u + random.Below(1u << 26));
+					keys.push_back(0x3F800000u + random.Below(1u << keyBits));
 				SScene scene = WithKeys(keys);
 				scene.m_VertexCount = indexEnd;
 				for (u32 &entry : scene.m_IndexList)
@@ -221,7 +222,8 @@ TEST(SortJobs, IndicesOfEveryHeight_MatchTheModelOnOneJob)
 				{
 					scene.m_VerticesPerParticle = step;
 					EXPECT_TRUE(SortsLikeTheModel(scene, WithJobs(1)))
-						<< count << " indices below " << indexEnd << " in steps of " << step;
+						<< count << " indices below " << indexEnd << " in steps of " << step << ", " << keyBits
+						<< " bits";
 				}
 			}
 		}
@@ -233,7 +235,7 @@ TEST(SortJobs, ManyParticlesOnOneJob_MatchTheModel)
 {
 	for (const Model::EGeometry geometry : {Model::EGeometry::Constant, Model::EGeometry::PerPage})
 	{
-		for (const u32 count : {65536u, 65537u, 131072u, 262144u, 262145u})
+		for (const u32 count : {65536u, 65537u, 131072u, 262144u, 262145u, 524289u})
 		{
 			const u32 particleCount = geometry == Model::EGeometry::PerPage ? count / 2 : count;
 			SScene scene = ManyParticles(geometry, particleCount);
@@ -242,7 +244,7 @@ TEST(SortJobs, ManyParticlesOnOneJob_MatchTheModel)
 			scene.m_VerticesPerParticle = 4;
 			Model::CRandom random(count);
 			for (u32 &bits : scene.m_Pages[0].m_Values.m_Elements)
-				bits = 0x3F800000u + random.Below(1u << 26);
+				bits = 0x3F800000u + random.Below(count > 262144 ? 1u << 25 : 1u << 26);
 			EXPECT_TRUE(SortsLikeTheModel(scene, WithJobs(1))) << count << " records";
 		}
 	}

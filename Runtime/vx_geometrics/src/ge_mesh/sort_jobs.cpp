@@ -238,10 +238,13 @@ bool CSortJobs::_PaysForOneJob() const
 // Whether one job sorts all records as they are, in two passes or three.
 bool CSortJobs::_IsNotSplit() const
 {
-	if (m_JobCount != 1 || m_RecordCount > kMaxInTwoPasses || m_RecordCount >= kMinSplitByOneJob)
-		return false;
-	return m_RecordCount <= kMaxInShortCounters || TPackedWord<0>::Holds(_IndexEnd(), _IndexStep()) ||
-	       TPackedWord<2>::Holds(_IndexEnd(), _IndexStep());
+	return m_JobCount == 1 && m_RecordCount < kMinSplitByOneJob && _MaxUpperBitCount() != 0;
+}
+
+// Of keys that two passes sort.
+u32 CSortJobs::_MaxUpperBitCount() const
+{
+	return MaxUpperBitCount(m_RecordCount, _IndexEnd(), _IndexStep());
 }
 
 // What the indices of all records are below, and what they are multiples of.
@@ -261,29 +264,10 @@ SKeySpan CSortJobs::_LookAt(const SIndexAndDepth *particles, u32 count)
 	if (!_IsNotSplit())
 		return SpanOf(particles, count);
 	if (particles == m_Filled)
-		m_SortsInTwoPasses = SuitTwoPasses(SKeySample::Of(particles, count));
+		m_SortsInTwoPasses = SuitTwoPasses(SKeySample::Of(particles, count), _MaxUpperBitCount());
 	const SKeySpan span = m_SortsInTwoPasses ? SpanOf(particles, count) : SKeySpan{0, ~0u};
-	m_SortsInTwoPasses = UpperBitCount(span) <= kMaxUpperBits;
+	m_SortsInTwoPasses = UpperBitCount(span) <= _MaxUpperBitCount();
 	return span;
-}
-
-// With the narrowest words and counters that the indices and the count allow.
-void CSortJobs::_SortInTwoPasses(const SKeySpan &span) const
-{
-	u32 *const counters = m_Memory->m_Counters;
-	u16 *const shortCounters = reinterpret_cast<u16 *>(counters);
-	const bool isPacked = TPackedWord<0>::Holds(_IndexEnd(), _IndexStep());
-	if (m_RecordCount > kMaxInShortCounters)
-	{
-		if (isPacked)
-			SortInTwoPasses<TPackedWord<0>>(m_Filled, m_Sorted, m_RecordCount, span, counters);
-		else
-			SortInTwoPasses<TPackedWord<2>>(m_Filled, m_Sorted, m_RecordCount, span, counters);
-	}
-	else if (isPacked)
-		SortInTwoPasses<TPackedWord<0>>(m_Filled, m_Sorted, m_RecordCount, span, shortCounters);
-	else
-		SortInTwoPasses<SWholeWord>(m_Filled, m_Sorted, m_RecordCount, span, shortCounters);
 }
 
 // What is checked first: that nothing of the sort has anything to report, nor reads beyond what it is given.
@@ -716,10 +700,10 @@ void CSortJobs::_Split()
 		if (!isForRuns)
 			return m_Split.Split(span);
 	}
-	m_SortsInTwoPasses = m_SortsInTwoPasses && UpperBitCount(span) <= kMaxUpperBits &&
-	                     SuitTwoPasses(SKeySample::Of(m_Filled, m_RecordCount));
+	m_SortsInTwoPasses = m_SortsInTwoPasses && UpperBitCount(span) <= _MaxUpperBitCount() &&
+	                     SuitTwoPasses(SKeySample::Of(m_Filled, m_RecordCount), _MaxUpperBitCount());
 	if (m_SortsInTwoPasses)
-		_SortInTwoPasses(span);
+		SortInTwoPasses(m_Filled, m_Sorted, m_RecordCount, span, _IndexEnd(), _IndexStep(), m_Memory->m_Counters);
 	else
 		Sort<SSortKeyExtractor_TriangleIndexAndDepth>(m_Filled, m_Filled + m_RecordCount, m_Sorted);
 	m_Split.TakeSorted(m_SortsInTwoPasses);

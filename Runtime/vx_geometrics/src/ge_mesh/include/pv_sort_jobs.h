@@ -86,9 +86,9 @@ private:
 
 	bool _PaysForOneJob() const;
 	bool _IsNotSplit() const;
+	u32 _MaxUpperBitCount() const;
 	u32 _IndexEnd() const;
 	u32 _IndexStep() const;
-	void _SortInTwoPasses(const SKeySpan &span) const;
 	SKeySpan _LookAt(const SIndexAndDepth *particles, u32 count);
 
 	bool _PointsAreSound() const;

@@ -35,10 +35,14 @@ constexpr u32 kLowerBits = 13;
 constexpr u32 kLowerMask = (1u << kLowerBits) - 1;
 constexpr u32 kMaxUpperBits = 14;
 
-// Counters of 16 bits count no more. A position behind the last of so many records wraps to 0, and is not read. With
-// counters of 32 bits, words of so many records fit a second-level cache of a megabyte.
+// With so few upper bits, a word has more room for the index. Distances between d and 2 d have fewer.
+constexpr u32 kFewUpperBits = 12;
+
+// Counters of 16 bits count no more. A position behind the last of so many records wraps to 0, and is not read.
 constexpr u32 kMaxInShortCounters = VEXMOOR_MAX_IN_SHORT_COUNTERS;
-constexpr u32 kMaxInTwoPasses = 1u << 18;
+
+// With more records, words with few upper bits hold no index of a particle with four vertices.
+constexpr u32 kMaxInTwoPasses = 1u << 20;
 
 // How many words of memory the counters of both digits take.
 static inline u32 TwoDigitWordCount(u32 recordCount)
@@ -79,7 +83,7 @@ struct SKeySample
 	bool HasEqualKeys() const { return m_EqualCount >= kPlaces / 8; }
 };
 
-// How many bits the upper digits of a span's keys have. Two passes take up to kMaxUpperBits.
+// How many bits the upper digits of a span's keys have.
 static inline u32 UpperBitCount(const SKeySpan &span)
 {
 	return SKeySpan{span.m_Lowest >> kLowerBits, span.m_Highest >> kLowerBits}.BitCount();
@@ -87,19 +91,19 @@ static inline u32 UpperBitCount(const SKeySpan &span)
 
 // Whether two passes may sort such keys, and are faster than the radix sort. They are not where neighbours often share
 // a digit: then a record waits for the position that the record before it has stored.
-static inline bool SuitTwoPasses(const SKeySample &keys)
+static inline bool SuitTwoPasses(const SKeySample &keys, u32 maxUpperBits)
 {
-	const bool isWide = keys.m_Span.m_Lowest < keys.m_Span.m_Highest && UpperBitCount(keys.m_Span) > kMaxUpperBits;
+	const bool isWide = keys.m_Span.m_Lowest < keys.m_Span.m_Highest && UpperBitCount(keys.m_Span) > maxUpperBits;
 	return !isWide && keys.m_SameLowerCount < SKeySample::kPlaces / 8 &&
 	       keys.m_SameUpperCount < SKeySample::kPlaces - 1;
 }
 
-// What the first pass leaves of a record for the second: its upper digit and its index without _ZeroBits low bits,
-// which have to be 0.
-template<u32 _ZeroBits>
+// What the first pass leaves of a record for the second: its upper digit, of up to _UpperBits, and its index without
+// _ZeroBits low bits, which have to be 0.
+template<u32 _UpperBits, u32 _ZeroBits>
 struct TPackedWord
 {
-	static constexpr u32 kIndexBits = 32 - kMaxUpperBits;
+	static constexpr u32 kIndexBits = 32 - _UpperBits;
 
 	// Whether words hold multiples of indexStep below indexEnd.
 	static bool Holds(u32 indexEnd, u32 indexStep)
@@ -129,6 +133,27 @@ struct SWholeWord
 	u64 m_Word;
 };
 
+// Whether one of the words with so many upper bits holds multiples of indexStep below indexEnd.
+template<u32 _UpperBits>
+static bool PackedWordsHold(u32 indexEnd, u32 indexStep)
+{
+	return TPackedWord<_UpperBits, 0>::Holds(indexEnd, indexStep) ||
+	       TPackedWord<_UpperBits, 2>::Holds(indexEnd, indexStep);
+}
+
+// How many upper bits keys may have, so that two passes are faster than the radix sort; 0 if they never are. Whole
+// records as words pay as long as counters are short.
+static inline u32 MaxUpperBitCount(u32 recordCount, u32 indexEnd, u32 indexStep)
+{
+	if (recordCount <= kMaxInShortCounters)
+		return kMaxUpperBits;
+	if (recordCount > kMaxInTwoPasses)
+		return 0;
+	return PackedWordsHold<kMaxUpperBits>(indexEnd, indexStep)   ? kMaxUpperBits
+	       : PackedWordsHold<kFewUpperBits>(indexEnd, indexStep) ? kFewUpperBits
+	                                                             : 0;
+}
+
 // Adds one to a counter, and returns what it was.
 template<typename _Counter>
 static VX_INLINE u32 CountOneMore(_Counter &counter)
@@ -139,10 +164,10 @@ static VX_INLINE u32 CountOneMore(_Counter &counter)
 }
 
 // Sorts records in ascending order of their keys, equal keys in the order that they come in, through words in the other
-// array and back. Keys are unspecified afterwards. The span contains all keys, and has no more than kMaxUpperBits.
+// array and back. Keys are unspecified afterwards. The span contains all keys, and has no more upper bits than words.
 // counters  TwoDigitWordCount(count) words of memory
 template<typename _Word, typename _Counter>
-static void SortInTwoPasses(
+static void SortThroughWords(
 	SIndexAndDepth *__restrict records, SIndexAndDepth *others, u32 count, const SKeySpan &span, _Counter *counters)
 {
 	_Word *__restrict const words = reinterpret_cast<_Word *>(others);
@@ -176,5 +201,35 @@ static void SortInTwoPasses(
 			const _Word word = words[i];
 			word.StoreTo(records + CountOneMore(upper[word.Upper(lowestUpper)]));
 		});
+}
+
+// Sorts records so with the narrowest words and counters. The span has no more than MaxUpperBitCount of these records
+// and their indices, which are multiples of indexStep below indexEnd.
+static inline void SortInTwoPasses(SIndexAndDepth *records,
+	SIndexAndDepth *others,
+	u32 count,
+	const SKeySpan &span,
+	u32 indexEnd,
+	u32 indexStep,
+	u32 *counters)
+{
+	const auto sort = [&](auto word, auto *countersOfWord)
+	{ SortThroughWords<decltype(word)>(records, others, count, span, countersOfWord); };
+	u16 *const shortCounters = reinterpret_cast<u16 *>(counters);
+	if (count <= kMaxInShortCounters)
+	{
+		if (TPackedWord<kMaxUpperBits, 0>::Holds(indexEnd, indexStep))
+			sort(TPackedWord<kMaxUpperBits, 0>(), shortCounters);
+		else
+			sort(SWholeWord(), shortCounters);
+	}
+	else if (TPackedWord<kMaxUpperBits, 0>::Holds(indexEnd, indexStep))
+		sort(TPackedWord<kMaxUpperBits, 0>(), counters);
+	else if (TPackedWord<kMaxUpperBits, 2>::Holds(indexEnd, indexStep))
+		sort(TPackedWord<kMaxUpperBits, 2>(), counters);
+	else if (TPackedWord<kFewUpperBits, 0>::Holds(indexEnd, indexStep))
+		sort(TPackedWord<kFewUpperBits, 0>(), counters);
+	else
+		sort(TPackedWord<kFewUpperBits, 2>(), counters);
 }
 } // namespace Vexmoor
