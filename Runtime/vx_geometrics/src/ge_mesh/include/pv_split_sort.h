@@ -65,7 +65,7 @@ public:
 	struct SLevel
 	{
 		SSortPart m_Parts[kMaxPartsPerSplit];
-		u32 m_Positions[kMaxPartsPerSplit];
+		u16 m_EndDigits[kMaxPartsPerSplit]; // behind the digits of each part
 		u16 m_PartOfDigit[kDigitCount];
 	};
 
@@ -159,8 +159,9 @@ private:
 		const SDigits &digits,
 		const u16 *__restrict partOfDigit,
 		u32 *__restrict positions);
+	void _SumUpJobs() const;
 	u32 _MakeParts(const SSortPart &whole, const SDigits &digits, SLevel &level) const;
-	void _ShareParts(u32 partCount, SLevel &level) const;
+	void _ShareParts(u32 partCount, const SLevel &level) const;
 
 	const CJobs &m_Jobs;
 	const u32 m_JobCount;
@@ -197,6 +198,7 @@ inline void CSplitSort::_Split(const SSortPart &whole, u32 levelId)
 			std::memset(counters, 0, kDigitCount * sizeof(u32));
 			_CountDigits(shareOf(job), u32(shareOf(job + 1) - shareOf(job)), digits, counters);
 		});
+	_SumUpJobs();
 	const u32 partCount = _MakeParts(whole, digits, level);
 	_ShareParts(partCount, level);
 	m_Jobs.Run(m_JobCount,
@@ -244,30 +246,51 @@ inline void CSplitSort::_ScatterToParts(const SIndexAndDepth *__restrict source,
 		});
 }
 
-// Makes parts of the digits that all jobs have counted, and returns how many. Neighbouring digits go together until the
-// next one would make a part larger than a part's size; a single digit may be larger. Firsts are those in the whole.
+// Adds to each job's counters those of the jobs before it, so the last job's are those of all records.
+inline void CSplitSort::_SumUpJobs() const
+{
+	for (u32 job = 1; job < m_JobCount; ++job)
+	{
+		const u32 *__restrict const before = _CountersOf(job - 1);
+		u32 *__restrict const counters = _CountersOf(job);
+		for (u32 digit = 0; digit < kDigitCount; ++digit)
+			counters[digit] += before[digit];
+	}
+}
+
+// Makes parts of the digits of all records, and returns how many. Neighbouring digits go together until the next one
+// would make a part larger than a part's size; a single digit may be larger. Firsts are those in the whole.
 inline u32 CSplitSort::_MakeParts(const SSortPart &whole, const SDigits &digits, SLevel &level) const
 {
+	const u32 *const counters = _CountersOf(m_JobCount - 1);
 	const u32 highestDigit = digits.Of(whole.m_Span.m_Highest);
-	u32 partCount = 0;
 	u32 first = 0;
-	for (u32 digit = 0; digit <= highestDigit; ++digit)
+	u32 partCount = 0;
+	for (u32 digit = 0; digit <= highestDigit;)
 	{
-		u32 count = 0;
-		for (u32 job = 0; job < m_JobCount; ++job)
-			count += _CountersOf(job)[digit];
-		if (count == 0)
+		if (counters[digit] == 0)
+		{
+			++digit;
 			continue;
-		if (partCount == 0 || u64(level.m_Parts[partCount - 1].m_Count) + count > m_PartSize)
-			level.m_Parts[partCount++] = {
-				first, 0, {digits.LowestKey(digit), 0},
-                  !whole.m_IsInFilled
-            };
-		SSortPart &part = level.m_Parts[partCount - 1];
-		part.m_Count += count;
-		part.m_Span.m_Highest = digit == highestDigit ? whole.m_Span.m_Highest : digits.LowestKey(digit + 1) - 1;
-		level.m_PartOfDigit[digit] = u16(partCount - 1);
-		first += count;
+		}
+		SSortPart &part = level.m_Parts[partCount];
+		part = {
+			first, 0, {digits.LowestKey(digit), 0},
+              !whole.m_IsInFilled
+        };
+		u32 lastDigit = digit;
+		do
+		{
+			part.m_Count += counters[digit];
+			level.m_PartOfDigit[digit] = u16(partCount);
+			lastDigit = counters[digit] != 0 ? digit : lastDigit;
+			++digit;
+		} while (digit <= highestDigit && u64(part.m_Count) + counters[digit] <= m_PartSize);
+		part.m_Span.m_Highest =
+			lastDigit == highestDigit ? whole.m_Span.m_Highest : digits.LowestKey(lastDigit + 1) - 1;
+		level.m_EndDigits[partCount] = u16(digit);
+		first += part.m_Count;
+		++partCount;
 	}
 	return partCount;
 }
@@ -278,18 +301,18 @@ inline u32 CSplitSort::_MakeParts(const SSortPart &whole, const SDigits &digits,
 //   part       |     part 0     |         part 1         |
 //   records    | job 0 | job 1  | job 0 | job 1  | job 2 |
 //               ^       ^        ^       ^        ^          where each job's first record of the part goes
-inline void CSplitSort::_ShareParts(u32 partCount, SLevel &level) const
+inline void CSplitSort::_ShareParts(u32 partCount, const SLevel &level) const
 {
-	for (u32 part = 0; part < partCount; ++part)
-		level.m_Positions[part] = level.m_Parts[part].m_First;
 	for (u32 job = 0; job < m_JobCount; ++job)
 	{
-		u32 *const counters = _CountersOf(job);
-		std::memcpy(counters + kDigitCount, level.m_Positions, partCount * sizeof(u32));
-		for (u32 digit = 0; digit < kDigitCount; ++digit)
+		u32 *const positions = _CountersOf(job) + kDigitCount;
+		u32 digit = 0;
+		for (u32 part = 0; part < partCount; ++part)
 		{
-			if (counters[digit] != 0)
-				level.m_Positions[level.m_PartOfDigit[digit]] += counters[digit];
+			u32 position = level.m_Parts[part].m_First;
+			for (; job != 0 && digit < level.m_EndDigits[part]; ++digit)
+				position += _CountersOf(job - 1)[digit];
+			positions[part] = position;
 		}
 	}
 }
