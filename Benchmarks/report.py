@@ -67,11 +67,11 @@ JOBS_MODEL = """\
 **A model** says how many times as long one core would take as several. No machine with more than two was measured. The
 jobs of a sort run one after the other on one core, and each is timed. The modelled time is that of the longest job of
 each run of jobs, since the other jobs would run beside it, plus the time between runs, when one thread works alone. To
-start and join the jobs takes time as well. For that, the model adds what two threads of oneTBB above took longer than their
-jobs, at the lowest count of the table. With more threads this takes longer, in a way that the model does not know. A
-sort asks for a job per 16,384 particles, so 100,000 particles make six at most. The last column is a bound: one core's
-time over that of moving as many bytes on two cores. If more cores get no more from memory than two did, no number of
-cores is further ahead.
+start and join the jobs takes time as well. For that, the model adds what two threads of oneTBB above took longer than
+their jobs, at the lowest count of the table. With more threads this takes longer, in a way that the model does not
+know. A sort asks for a job per 16,384 particles, so 100,000 particles make six at most. The last column is a bound: one
+core's time over that of moving as many bytes on two cores. If more cores get no more from memory than two did, no
+number of cores is further ahead.
 """
 LOSSES = """\
 ## Where it loses
