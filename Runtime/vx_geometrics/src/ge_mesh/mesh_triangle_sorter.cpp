@@ -1,5 +1,5 @@
-// The sort. Every report of the sorter stands here, because reports carry this file's name and their function's
-// signature; lane arithmetic, which reports nothing, stands in the private headers.
+// The sort. Every report of the sort without jobs stands here, because reports carry this file's name and their
+// function's signature; lane arithmetic, which reports nothing, stands in the private headers.
 //
 // From the whole to its parts: the two drivers, which fill records from pages, sort them and expand them into indices;
 // the pages; the fill of one page; the expansion; the widening of particles to triangles; the working buffer.
@@ -23,7 +23,6 @@
 #include "include/pv_fill_records.h"
 #include "include/pv_float_mode.h"
 #include "include/pv_mesh_triangle_sorter.h"
-#include "include/pv_sort_jobs.h"
 #include "include/pv_triangles.h"
 
 #include <algorithm>
@@ -155,32 +154,6 @@ void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
 		Mem::_FreeGeneric(_locallyAllocatedIDBuffer);
 }
 
-void CTriangleSorter::SortPoints_AutogenIndices(void *workingBuffer, u64 workingBufferSize, const SSortJobs &jobs)
-{
-	VX_ASSERT(jobs.m_Run != null && jobs.m_MaxJobCount != 0);
-	const u64 neededSize = GetJobsWorkingBufferSize(m_ParticleCount, jobs.m_MaxJobCount);
-	void *locallyAllocatedBuffer = null;
-	if (workingBuffer == null)
-	{
-		VX_ASSERT(workingBufferSize == 0);
-		locallyAllocatedBuffer = VX_ALLOC_GENERIC(neededSize);
-		if (locallyAllocatedBuffer == null)
-			return;
-		workingBuffer = locallyAllocatedBuffer;
-	}
-	else if (!VX_VERIFY(workingBufferSize >= neededSize))
-	{
-		return;
-	}
-
-	if (!CSortJobs::MayShare(workingBuffer, m_ParticleCount) ||
-		!CSortJobs(*this, workingBuffer, _PointWorkingBufferSize(m_ParticleCount), m_ParticleCount, jobs).SortPoints())
-		SortPoints_AutogenIndices(workingBuffer);
-
-	if (locallyAllocatedBuffer != null)
-		Mem::_FreeGeneric(locallyAllocatedBuffer);
-}
-
 // Triangle sort.
 
 void CTriangleSorter::SortTriangles_AutogenIndices(void *workingBuffer)
@@ -204,33 +177,6 @@ void CTriangleSorter::SortTriangles_AutogenIndices(void *workingBuffer)
 		_SortTriangles_AutogenIndices<u16>(workingBuffer);
 	else
 		VX_ASSERT_NOT_REACHED("Uninitialized or invalid indice type"); // the text is kept on purpose
-
-	if (locallyAllocatedBuffer != null)
-		Mem::_FreeGeneric(locallyAllocatedBuffer);
-}
-
-void CTriangleSorter::SortTriangles_AutogenIndices(void *workingBuffer, u64 workingBufferSize, const SSortJobs &jobs)
-{
-	VX_ASSERT(jobs.m_Run != null && jobs.m_MaxJobCount != 0);
-	const u64 neededSize = GetJobsWorkingBufferSize_tri(m_IndexCount_fromBB, jobs.m_MaxJobCount);
-	void *locallyAllocatedBuffer = null;
-	if (workingBuffer == null)
-	{
-		VX_ASSERT(workingBufferSize == 0);
-		locallyAllocatedBuffer = VX_ALLOC_GENERIC(neededSize);
-		if (locallyAllocatedBuffer == null)
-			return;
-		workingBuffer = locallyAllocatedBuffer;
-	}
-	else if (!VX_VERIFY(workingBufferSize >= neededSize))
-	{
-		return;
-	}
-
-	if (!CSortJobs::MayShare(workingBuffer, m_IndexCount_fromBB / 3) ||
-		!CSortJobs(*this, workingBuffer, _TriangleWorkingBufferSize(m_IndexCount_fromBB), m_IndexCount_fromBB / 3, jobs)
-			 .SortTriangles())
-		SortTriangles_AutogenIndices(workingBuffer);
 
 	if (locallyAllocatedBuffer != null)
 		Mem::_FreeGeneric(locallyAllocatedBuffer);
@@ -955,16 +901,6 @@ void CTriangleSorter::ApplySortingIndirectionsListTriangles(
 }
 
 // Working buffer.
-
-u64 CTriangleSorter::GetJobsWorkingBufferSize(u32 particleCount, u32 maxJobCount)
-{
-	return _PointWorkingBufferSize(particleCount) + CSortJobs::MemorySize(particleCount, maxJobCount);
-}
-
-u64 CTriangleSorter::GetJobsWorkingBufferSize_tri(u32 indexCount, u32 maxJobCount)
-{
-	return _TriangleWorkingBufferSize(indexCount) + CSortJobs::MemorySize(indexCount / 3, maxJobCount);
-}
 
 // Elements of the buffer behind skippedCount others. The address is computed as an integer: a carving of null is a
 // caller's fault that shows where it is used, not here.

@@ -1,5 +1,6 @@
-// How one sort is shared out among a host's jobs, top down: the two sorts; what they check before they start; shares of
-// the pages; the fill; the sort and the output. A sort by several jobs, in the order of time:
+// How one sort is shared out among a host's jobs, top down: the entry points, and the memory that they need; the two
+// sorts; what they check before they start; shares of the pages; the fill; the sort and the output. A sort by several
+// jobs, in the order of time:
 //
 //   this thread   | share pages |      |       | make parts |         |                | seams |
 //   the jobs      |             | fill | count |            | scatter | sort and write |       |
@@ -47,6 +48,72 @@ constexpr u32 kMaxJobsForRuns = 3;
 // Outputs of different jobs meet at multiples of this many records, which keeps every worker's blocks whole and its
 // output at one alignment: eight records of any width are a multiple of 16 bytes.
 constexpr u32 kRecordsPerSeam = 8;
+
+// The entry points.
+
+// Checks what both are given, hands a working buffer to sort, and gives it back if it was allocated here.
+template<typename _Sort>
+static void SortWithJobs(
+	void *workingBuffer, u64 workingBufferSize, u64 neededSize, const SSortJobs &jobs, const _Sort &sort)
+{
+	VX_ASSERT(jobs.m_Run != null && jobs.m_MaxJobCount != 0);
+	void *locallyAllocatedBuffer = null;
+	if (workingBuffer == null)
+	{
+		VX_ASSERT(workingBufferSize == 0);
+		locallyAllocatedBuffer = VX_ALLOC_GENERIC(neededSize);
+		if (locallyAllocatedBuffer == null)
+			return;
+		workingBuffer = locallyAllocatedBuffer;
+	}
+	else if (!VX_VERIFY(workingBufferSize >= neededSize))
+	{
+		return;
+	}
+
+	sort(workingBuffer);
+
+	if (locallyAllocatedBuffer != null)
+		Mem::_FreeGeneric(locallyAllocatedBuffer);
+}
+
+void CTriangleSorter::SortPoints_AutogenIndices(void *workingBuffer, u64 workingBufferSize, const SSortJobs &jobs)
+{
+	SortWithJobs(workingBuffer, workingBufferSize, GetJobsWorkingBufferSize(m_ParticleCount, jobs.m_MaxJobCount), jobs,
+		[&](void *memory)
+		{
+			const u64 sizeWithoutJobs = _PointWorkingBufferSize(m_ParticleCount);
+			if (!CSortJobs::MayShare(memory, m_ParticleCount) ||
+				!CSortJobs(*this, memory, sizeWithoutJobs, m_ParticleCount, jobs).SortPoints())
+				SortPoints_AutogenIndices(memory);
+		});
+}
+
+void CTriangleSorter::SortTriangles_AutogenIndices(void *workingBuffer, u64 workingBufferSize, const SSortJobs &jobs)
+{
+	const u64 neededSize = GetJobsWorkingBufferSize_tri(m_IndexCount_fromBB, jobs.m_MaxJobCount);
+	SortWithJobs(workingBuffer, workingBufferSize, neededSize, jobs,
+		[&](void *memory)
+		{
+			const u64 sizeWithoutJobs = _TriangleWorkingBufferSize(m_IndexCount_fromBB);
+			const u32 triangleCount = m_IndexCount_fromBB / 3;
+			if (!CSortJobs::MayShare(memory, triangleCount) ||
+				!CSortJobs(*this, memory, sizeWithoutJobs, triangleCount, jobs).SortTriangles())
+				SortTriangles_AutogenIndices(memory);
+		});
+}
+
+u64 CTriangleSorter::GetJobsWorkingBufferSize(u32 particleCount, u32 maxJobCount)
+{
+	return _PointWorkingBufferSize(particleCount) + CSortJobs::MemorySize(particleCount, maxJobCount);
+}
+
+u64 CTriangleSorter::GetJobsWorkingBufferSize_tri(u32 indexCount, u32 maxJobCount)
+{
+	return _TriangleWorkingBufferSize(indexCount) + CSortJobs::MemorySize(indexCount / 3, maxJobCount);
+}
+
+// The memory of jobs, and when they are worth it.
 
 u64 CSortJobs::MemorySize(u32 recordCount, u32 maxJobCount)
 {

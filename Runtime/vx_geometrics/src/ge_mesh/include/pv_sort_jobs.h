@@ -1,7 +1,7 @@
 #pragma once
 
-// One sort on a host's jobs. What the sort has to report and to warn of stands with the sort without jobs, in
-// mesh_triangle_sorter.cpp; this is how its work is shared out.
+// One sort on a host's jobs. Only the entry points report, of the memory and the jobs that they are given. What a sort
+// itself has to report and to warn of stands with the sort without jobs, in mesh_triangle_sorter.cpp.
 
 #include "ge_mesh_triangle_sorter.h"
 
