@@ -60,8 +60,7 @@ ms before they sleep. Right before each turn, both threads work for 0.1 ms, as t
 turns are timed by the wall clock. Fewer than 32,768 particles run no jobs: from 4,000 on, the sort with jobs is ahead
 there because it takes fewer passes, on one core. Where memory is the limit, a second core helps less. The rows of bytes
 moved show how much: they are a loop that moves as many bytes as a sort. The second table has packaged parallel sorts on
-oneTBB's two threads, with the library's loops before and after them. More than two cores
-were not measured.
+oneTBB's two threads, with the library's loops before and after them. More than two cores were not measured.
 """
 JOBS_MODEL = """\
 **A model** says how many times as long one core would take as several. No machine with more than two was measured. The
