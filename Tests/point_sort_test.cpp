@@ -118,6 +118,51 @@ TEST(PointSort, AllGeometriesAndTypes_MatchTheModel)
 	}
 }
 
+// Ordinary memory gets the same bytes, with the same reports and warnings, at every address.
+TEST(PointSort, OutputInOrdinaryMemory_MatchesTheModel)
+{
+	for (const Model::EIndexType indexType : kIndexTypes)
+	{
+		const u32 indexSize = indexType == Model::EIndexType::U16 ? sizeof(u16) : sizeof(u32);
+		for (const u32 width : {1u, 3u, 5u, 6u, 12u})
+		{
+			for (u32 address = 0; address < 16; address += indexSize)
+			{
+				const auto check = [&](u32 count)
+				{
+					Model::SScene scene = OnePage(count, width);
+					scene.m_IndexType = indexType;
+					scene.m_OutputAddressMod16 = address;
+					EXPECT_TRUE(SortsLikeTheModel(scene, WithCachedOutput())) << Model::Describe(scene);
+				};
+				const u32 step = address == 0 || (width == 12 && address == 8) ? 1 : 13;
+				for (u32 count = 0; count <= 130; count += step)
+					check(count);
+				check(1001);
+			}
+		}
+	}
+}
+
+TEST(PointSort, AllGeometriesInOrdinaryMemory_MatchTheModel)
+{
+	for (const Model::EGeometry geometry : kPointGeometries)
+	{
+		for (const Model::EIndexType indexType : kIndexTypes)
+		{
+			for (const Model::ESortType sortType : kSortTypes)
+			{
+				Model::SScene scene = OnePage(57, 12, geometry);
+				scene.m_IndexType = indexType;
+				scene.m_SortType = sortType;
+				EXPECT_TRUE(SortsLikeTheModel(scene, WithCachedOutput())) << Model::Describe(scene);
+				scene.m_IndexCapacity = 12 * 40 + 5;
+				EXPECT_TRUE(SortsLikeTheModel(scene, WithCachedOutput())) << Model::Describe(scene);
+			}
+		}
+	}
+}
+
 // The working buffer.
 
 // A list keeps the records in particle order, so that what the fill wrote is plain: keys of falling values.
@@ -182,6 +227,25 @@ TEST(PointSort, WorkingBufferAt8Mod16_IsReportedAndTheSortGoesOn)
 		memory.Sorter().SortPoints_AutogenIndices(workingBuffer.Data());
 		EXPECT_TRUE(memory.Holds(Model::PointSort(scene)));
 		EXPECT_TRUE(workingBuffer.SurroundingsIntact());
+	}
+}
+
+TEST(PointSort, WorkingBufferAt8Mod16WithOrdinaryOutput_IsReportedAlike)
+{
+	const Model::SScene scene = OnePage(21, 5);
+	SSceneLayout layout = WithCachedOutput();
+	layout.m_SorterAllocates = true;
+	CSceneMemory memory(scene, layout);
+	const CGuardedMemory workingBuffer(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(21), 8);
+	CWarningRecorder warnings;
+	CReportRecorder reports;
+	memory.Sorter().SortPoints_AutogenIndices(workingBuffer.Data());
+	EXPECT_TRUE(memory.Holds(Model::PointSort(scene)));
+	ASSERT_EQ(reports.Reports().size(), VX_ASSERTIONS ? 2u : 0u);
+	if (VX_ASSERTIONS)
+	{
+		EXPECT_EQ(reports.Reports()[1].m_ConditionText, "Mem::IsAligned<0x10>(it)");
+		EXPECT_NE(reports.Reports()[1].m_Function.find("CTriangleSorter::ExpandIndices("), std::string::npos);
 	}
 }
 

@@ -100,6 +100,8 @@ static SSceneLayout RandomLayout(std::uint64_t seed)
 	layout.m_MaxJobCount = kJobCounts[random.Below(u32(std::size(kJobCounts)))];
 	layout.m_JobOrder = EJobOrder(random.Below(4));
 #endif
+	if (random.Chance(30))
+		layout.m_OutputMemory = Vexmoor::CTriangleSorter::OutputMemory_Cached;
 	return layout;
 }
 

@@ -86,11 +86,17 @@ TEST(SortJobs, EveryKindOfSort_RunsJobs)
 				scene.m_SortType = sortType;
 				scene.m_IndexType = indexType;
 				const CWarningRecorder quiet;
-				CSceneMemory memory(scene, WithJobs(5));
-				memory.Sort();
-				EXPECT_TRUE(memory.Holds(ResultOf(scene))) << Describe(scene);
-				EXPECT_GT(memory.Jobs()->RunCount(), 0u) << Describe(scene);
-				EXPECT_EQ(memory.Jobs()->LargestJobCount(), 5u) << Describe(scene);
+				SSceneLayout layout = WithJobs(5);
+				for (const auto outputMemory :
+					{CTriangleSorter::OutputMemory_WriteCombined, CTriangleSorter::OutputMemory_Cached})
+				{
+					layout.m_OutputMemory = outputMemory;
+					CSceneMemory memory(scene, layout);
+					memory.Sort();
+					EXPECT_TRUE(memory.Holds(ResultOf(scene))) << Describe(scene);
+					EXPECT_GT(memory.Jobs()->RunCount(), 0u) << Describe(scene);
+					EXPECT_EQ(memory.Jobs()->LargestJobCount(), 5u) << Describe(scene);
+				}
 			}
 		}
 	}
@@ -408,16 +414,22 @@ template<typename _Break>
 void ExpectHeardAlike(const SScene &scene, bool runsJobs, const _Break &change)
 {
 	const SHeard without = Hear(scene, SSceneLayout(), change);
-	for (const EJobOrder order : {JobOrder_Reversed, JobOrder_Threads})
+	const auto expectAlike = [&](const SSceneLayout &layout)
 	{
-		const SHeard with = Hear(scene, WithJobs(4, order), change);
-		EXPECT_EQ(with.m_Reports, without.m_Reports);
-		EXPECT_EQ(with.m_Warnings, without.m_Warnings);
-		EXPECT_EQ(with.m_Scopes, without.m_Scopes);
-		EXPECT_EQ(with.m_Hazards, without.m_Hazards);
-		EXPECT_EQ(with.m_Output, without.m_Output);
-		EXPECT_EQ(with.m_RunCount != 0, runsJobs);
-	}
+		const SHeard heard = Hear(scene, layout, change);
+		EXPECT_EQ(heard.m_Reports, without.m_Reports);
+		EXPECT_EQ(heard.m_Warnings, without.m_Warnings);
+		EXPECT_EQ(heard.m_Scopes, without.m_Scopes);
+		EXPECT_EQ(heard.m_Hazards, without.m_Hazards);
+		EXPECT_EQ(heard.m_Output, without.m_Output);
+		EXPECT_EQ(heard.m_RunCount != 0, layout.m_MaxJobCount != 0 && runsJobs);
+	};
+	expectAlike(WithCachedOutput());
+	expectAlike(WithJobs(4, JobOrder_Reversed));
+	SSceneLayout layout = WithJobs(4, JobOrder_Threads);
+	expectAlike(layout);
+	layout.m_OutputMemory = CTriangleSorter::OutputMemory_Cached;
+	expectAlike(layout);
 }
 
 void ExpectHeardAlike(const SScene &scene, bool runsJobs = true)

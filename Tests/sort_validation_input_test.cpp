@@ -110,6 +110,22 @@ static const SBrokenCall kSetUp[] = {
 		Constant,
 		{"Advice: The output starts at 8 modulo 16: 0 is faster."},
 		[](CCall &call) { call.m_Output = BytesPast<void>(call.m_Output, 8); }),
+	SBrokenCall("OutputMemoryOfNoKind",
+		Constant,
+		{"The kind of output memory is 2, but the kinds are 0 and 1."},
+		[](CCall &call) { call.m_Sorter.Setup_OutputMemory(CTriangleSorter::EOutputMemory(2)); }),
+	SBrokenCall("OutputMemoryOfNoKindAndNoOutput",
+		Constant,
+		{"No output is set up.", "The kind of output memory is 4294967295, but the kinds are 0 and 1."},
+		[](CCall &call)
+		{
+			call.m_HasOutput = false;
+			call.m_Sorter.Setup_OutputMemory(CTriangleSorter::EOutputMemory(0xFFFFFFFFu));
+		}),
+	SBrokenCall("OutputInOrdinaryMemory",
+		Constant,
+		{},
+		[](CCall &call) { call.m_Sorter.Setup_OutputMemory(CTriangleSorter::OutputMemory_Cached); }),
 	SBrokenCall("TwelveWideOutputUnaligned",
 		Constant,
 		{"Advice: The output starts at 4 modulo 8: 0 is faster."},

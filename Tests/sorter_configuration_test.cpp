@@ -103,6 +103,9 @@ TEST(SorterConfiguration, Enumerators_Have32BitsAndTheirValues)
 	EXPECT_EQ(sizeof(CTriangleSorter::EIndexType), 4u);
 	EXPECT_EQ(sizeof(CTriangleSorter::ESortType), 4u);
 	EXPECT_EQ(sizeof(CTriangleSorter::EGeometryType), 4u);
+	EXPECT_EQ(sizeof(CTriangleSorter::EOutputMemory), 4u);
+	EXPECT_EQ(u32(CTriangleSorter::OutputMemory_WriteCombined), 0u);
+	EXPECT_EQ(u32(CTriangleSorter::OutputMemory_Cached), 1u);
 	EXPECT_EQ(u32(CTriangleSorter::IndexTypeUnknown), 0u);
 	EXPECT_EQ(u32(CTriangleSorter::IndexTypeUint16), 1u);
 	EXPECT_EQ(u32(CTriangleSorter::IndexTypeUint32), 2u);

@@ -190,19 +190,37 @@ TYPED_TEST(StoreOrder, GatheredTriangles_FrontToBackOnce)
 
 // Whole sorts: of random scenes, with too small outputs and too large ones among them.
 
+typedef CTriangleSorter::EOutputMemory EOutputMemory;
+
 template<typename _Index>
-static testing::AssertionResult SortsFrontToBack(const Model::SScene &scene)
+static testing::AssertionResult SortsFrontToBack(
+	const Model::SScene &scene, const SSceneLayout &layout, std::size_t &streamedByteCount)
 {
 	const bool triangles = scene.m_Geometry == Model::EGeometry::PerPage;
 	const Model::SSortResult result = triangles ? Model::TriangleSort(scene) : Model::PointSort(scene);
-	CSceneMemory memory(scene);
-	return WritesIndicesFrontToBack<_Index>(result.m_Output, scene.m_OutputAddressMod16,
+	CSceneMemory memory(scene, layout);
+	return WritesIndicesFrontToBack<_Index>(
+		result.m_Output, scene.m_OutputAddressMod16,
 		[&](_Index *output)
 		{
 			memory.Sorter().Setup_OutputIndexBuffer(
 				TMemoryView<_Index>(output, scene.m_IndexCapacity), scene.m_VertexCount);
 			memory.Sort();
-		});
+		},
+		&streamedByteCount);
+}
+
+// As the default says, and through the caches, where nothing is streamed.
+template<typename _Index>
+static testing::AssertionResult SortsFrontToBack(const Model::SScene &scene)
+{
+	std::size_t streamedByteCount = 0;
+	if (const auto result = SortsFrontToBack<_Index>(scene, SSceneLayout(), streamedByteCount); !result)
+		return result;
+	const testing::AssertionResult result = SortsFrontToBack<_Index>(scene, WithCachedOutput(), streamedByteCount);
+	if (result && streamedByteCount != 0)
+		return testing::AssertionFailure() << streamedByteCount << " bytes are streamed";
+	return result;
 }
 
 TYPED_TEST(StoreOrder, PointSorts_FrontToBackOnce)
@@ -222,6 +240,44 @@ TYPED_TEST(StoreOrder, PointSorts_FrontToBackOnce)
 	Model::SScene many = OnePage(301);
 	many.m_IndexType = kIndexType<TypeParam>;
 	ASSERT_TRUE(SortsFrontToBack<TypeParam>(many));
+}
+
+// Whole blocks of an output at a multiple of 16 are streamed, unless the output is said to be ordinary memory.
+TYPED_TEST(StoreOrder, KindOfMemory_SaysWhatIsStreamed)
+{
+	struct SWidth
+	{
+		u32 m_Width;
+		u32 m_BlockIn16, m_BlockIn32; // particles; 0: never streamed
+	};
+	constexpr SWidth kWidths[] = {
+		{1,  8, 4},
+        {3,  8, 4},
+        {5,  0, 0},
+        {6,  4, 2},
+        {12, 0, 1}
+    };
+	const bool is16 = sizeof(TypeParam) == sizeof(u16);
+	for (const SWidth &width : kWidths)
+	{
+		for (const u32 count : {1u, 2u, 7u, 8u, 9u, 130u})
+		{
+			SCOPED_TRACE(testing::Message() << "width " << width.m_Width << ", " << count << " particles");
+			Model::SScene scene = OnePage(count, width.m_Width);
+			scene.m_IndexType = kIndexType<TypeParam>;
+			const u32 block = is16 ? width.m_BlockIn16 : width.m_BlockIn32;
+			const u32 streamedCount = block == 0 ? 0 : count / block * block;
+			std::size_t streamedByteCount = 0;
+			SSceneLayout layout;
+			EXPECT_TRUE(SortsFrontToBack<TypeParam>(scene, layout, streamedByteCount));
+			EXPECT_EQ(streamedByteCount, std::size_t(streamedCount) * width.m_Width * sizeof(TypeParam));
+			layout.m_OutputMemory = EOutputMemory(2); // of no kind
+			EXPECT_TRUE(SortsFrontToBack<TypeParam>(scene, layout, streamedByteCount));
+			EXPECT_EQ(streamedByteCount, std::size_t(streamedCount) * width.m_Width * sizeof(TypeParam));
+			EXPECT_TRUE(SortsFrontToBack<TypeParam>(scene, WithCachedOutput(), streamedByteCount));
+			EXPECT_EQ(streamedByteCount, 0u);
+		}
+	}
 }
 
 TYPED_TEST(StoreOrder, TriangleSorts_FrontToBackOnce)
@@ -293,6 +349,27 @@ TEST_F(StoreWatch, InOrder_NothingToSay)
 				  },
 				  3),
 		"");
+}
+
+TEST_F(StoreWatch, StreamedBytes_AreCounted)
+{
+	const std::vector<std::optional<u32>> expected = {100, 101, 102, 103, 104, 105, 106, 107};
+	std::size_t streamedByteCount = 99;
+	EXPECT_TRUE(WritesIndicesFrontToBack<u32>(
+		expected, 0, [](volatile u32 *output) { Write(output, 0, kIndexCount); }, &streamedByteCount));
+	EXPECT_EQ(streamedByteCount, 0u);
+	EXPECT_TRUE(WritesIndicesFrontToBack<u32>(
+		expected, 0,
+		[](u32 *output)
+		{
+			_mm_stream_si128(reinterpret_cast<__m128i *>(output), _mm_setr_epi32(100, 101, 102, 103));
+			std::atomic_signal_fence(std::memory_order_seq_cst);
+			_mm_stream_si32(reinterpret_cast<int *>(output + 4), 104);
+			std::atomic_signal_fence(std::memory_order_seq_cst);
+			Write(output, 5, kIndexCount);
+		},
+		&streamedByteCount));
+	EXPECT_EQ(streamedByteCount, 20u);
 }
 
 TEST_F(StoreWatch, ReadBack_Told)

@@ -82,6 +82,7 @@ static void ExpectLikeTheModelForAllTypes(Model::SScene scene)
 			scene.m_IndexType = indexType;
 			scene.m_SortType = sortType;
 			EXPECT_TRUE(SortsLikeTheModel(scene)) << Model::Describe(scene);
+			EXPECT_TRUE(SortsLikeTheModel(scene, WithCachedOutput())) << Model::Describe(scene);
 		}
 	}
 }

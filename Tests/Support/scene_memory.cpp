@@ -78,6 +78,13 @@ SSceneLayout WithoutWorkingBuffer()
 	return layout;
 }
 
+SSceneLayout WithCachedOutput()
+{
+	SSceneLayout layout;
+	layout.m_OutputMemory = CTriangleSorter::OutputMemory_Cached;
+	return layout;
+}
+
 // Layout.
 
 CSceneMemory::CSceneMemory(const Model::SScene &scene, const SSceneLayout &layout)
@@ -96,6 +103,7 @@ CSceneMemory::CSceneMemory(const Model::SScene &scene, const SSceneLayout &layou
 	_AddGeometry();
 
 	m_Sorter = new (_AddInput(sizeof(CTriangleSorter), 0)) CTriangleSorter;
+	m_Sorter->Setup_OutputMemory(layout.m_OutputMemory); // no later call changes it
 	// What is kept where counts agree shows in one half of the scenes, and what is left where they do not in the other.
 	const u32 lastCountsMore = m_Scene.m_ParticleCount % 2;
 	_SetUpEarlierCall(1 - lastCountsMore);

@@ -23,9 +23,10 @@ struct SSceneLayout
 	Vexmoor::u32 m_RenderedCountStride = 4;
 	Vexmoor::u32 m_PageViewStride = 16; // of the arrays of views, one element per page
 	bool m_SorterAllocates = false;     // no working buffer is given
-	bool m_IsChecked = false;           // the checked sort sorts
-	bool m_IsThroughC = false;          // the interface for C sorts: the strides above stay as they are
-	Vexmoor::u32 m_MaxJobCount = 0;     // none: the sort without jobs
+	Vexmoor::CTriangleSorter::EOutputMemory m_OutputMemory = Vexmoor::CTriangleSorter::OutputMemory_WriteCombined;
+	bool m_IsChecked = false;       // the checked sort sorts
+	bool m_IsThroughC = false;      // the interface for C sorts: the strides above stay as they are
+	Vexmoor::u32 m_MaxJobCount = 0; // none: the sort without jobs
 	EJobOrder m_JobOrder = JobOrder_Natural;
 };
 
@@ -108,6 +109,8 @@ testing::AssertionResult SortsLikeTheModel(const Model::SScene &scene, const SSc
 
 /// For scenes whose sorter has to allocate.
 SSceneLayout WithoutWorkingBuffer();
+/// For outputs that are said to be ordinary memory.
+SSceneLayout WithCachedOutput();
 
 /// A scene to start from. Particle k of one page has the value k and lies k + 1 away from the camera: by value the
 /// order is 0, 1, 2, ..., by position the reverse. The pattern's entries are 0, 1, 2, 3, 0, 1, ...

@@ -39,14 +39,26 @@ namespace
 	{
 		bool m_Loads;
 		bool m_Stores;
+		bool m_Streams;         // past the caches
 		std::ptrdiff_t m_First; // the byte at which it faulted; with stores, the first one that changed
 		std::ptrdiff_t m_Stop;  // one behind the last that changed
 		bool m_HasGaps;         // bytes in between did not change
 	};
 
-	// Whether an instruction that faulted as a store does no more than that: mov and its relatives, of general and of
-	// vector registers, and the string instructions. Whatever else there is counts as reading what it writes.
-	bool IsPlainStore(const uint8_t *code)
+	// The opcode of an instruction, and the table that it is of: 0 has opcodes of one byte, 1 those behind 0F, 2 those
+	// behind 0F 38, and 3 those behind 0F 3A.
+	struct SOpcode
+	{
+		int m_Map;
+		uint8_t m_Byte;
+
+		bool IsOneOf(std::initializer_list<uint8_t> opcodes) const
+		{
+			return std::find(opcodes.begin(), opcodes.end(), m_Byte) != opcodes.end();
+		}
+	};
+
+	SOpcode OpcodeOf(const uint8_t *code)
 	{
 		constexpr uint8_t kPrefixes[] = {0x66, 0x67, 0xF2, 0xF3, 0x26, 0x2E, 0x36, 0x3E, 0x64, 0x65};
 		while (std::find(std::begin(kPrefixes), std::end(kPrefixes), *code) != std::end(kPrefixes))
@@ -54,44 +66,47 @@ namespace
 		if ((*code & 0xF0) == 0x40) // REX
 			++code;
 
-		int map = 0;
 		switch (*code)
 		{
 		case 0xC5: // VEX, two bytes
-			map = 1;
-			code += 2;
-			break;
+			return {1, code[2]};
 		case 0xC4: // VEX, three bytes
-			map = code[1] & 0x1F;
-			code += 3;
-			break;
+			return {code[1] & 0x1F, code[3]};
 		case 0x62: // EVEX
-			map = code[1] & 0x07;
-			code += 4;
-			break;
+			return {code[1] & 0x07, code[4]};
 		case 0x0F:
-			map = code[1] == 0x38 ? 2 : code[1] == 0x3A ? 3 : 1;
-			code += map == 1 ? 1 : 2;
-			break;
+			if (code[1] == 0x38 || code[1] == 0x3A)
+				return {code[1] == 0x38 ? 2 : 3, code[2]};
+			return {1, code[1]};
 		default:
-			break;
+			return {0, *code};
 		}
+	}
 
-		const auto isOneOf = [code](std::initializer_list<uint8_t> opcodes)
-		{ return std::find(opcodes.begin(), opcodes.end(), *code) != opcodes.end(); };
-		switch (map)
+	// Whether an instruction that faulted as a store does no more than that: mov and its relatives, of general and of
+	// vector registers, and the string instructions. Whatever else there is counts as reading what it writes.
+	bool IsPlainStore(const SOpcode &opcode)
+	{
+		switch (opcode.m_Map)
 		{
 		case 0:
-			return isOneOf({0x88, 0x89, 0xA4, 0xA5, 0xAA, 0xAB, 0xC6, 0xC7}); // mov, movs, stos
-		case 1:
-			return isOneOf({0x11, 0x13, 0x17, 0x29, 0x2B, 0x7E, 0x7F, 0xC3, 0xD6, 0xE7}); // of vectors, and movnti
+			return opcode.IsOneOf({0x88, 0x89, 0xA4, 0xA5, 0xAA, 0xAB, 0xC6, 0xC7}); // mov, movs, stos
+		case 1:                                                                      // of vectors, and movnti
+			return opcode.IsOneOf({0x11, 0x13, 0x17, 0x29, 0x2B, 0x7E, 0x7F, 0xC3, 0xD6, 0xE7});
 		case 2: // lanes made narrower, by three rules and in six widths each; movdiri
-			return (*code >= 0x10 && *code < 0x40 && (*code & 0x0F) <= 5) || *code == 0xF9;
+			return (opcode.m_Byte >= 0x10 && opcode.m_Byte < 0x40 && (opcode.m_Byte & 0x0F) <= 5) ||
+			       opcode.m_Byte == 0xF9;
 		case 3:
-			return isOneOf({0x14, 0x15, 0x16, 0x17, 0x19, 0x1B, 0x39, 0x3B}); // extractions
+			return opcode.IsOneOf({0x14, 0x15, 0x16, 0x17, 0x19, 0x1B, 0x39, 0x3B}); // extractions
 		default:
 			return false;
 		}
+	}
+
+	// movntps and movntpd, movnti, movntdq.
+	bool IsStreamingStore(const SOpcode &opcode)
+	{
+		return opcode.m_Map == 1 && opcode.IsOneOf({0x2B, 0xC3, 0xE7});
 	}
 
 	void Check(bool succeeded)
@@ -181,8 +196,10 @@ namespace
 
 			constexpr greg_t kFaultOfStore = 2;
 			const bool stores = (registers[REG_ERR] & kFaultOfStore) != 0;
-			const bool loads = !stores || !IsPlainStore(reinterpret_cast<const uint8_t *>(registers[REG_RIP]));
-			watch.m_Step = {loads, stores, std::ptrdiff_t(byte - watch.m_Block), 0, false};
+			const SOpcode opcode = OpcodeOf(reinterpret_cast<const uint8_t *>(registers[REG_RIP]));
+			const bool loads = !stores || !IsPlainStore(opcode);
+			watch.m_Step = {
+				loads, stores, stores && IsStreamingStore(opcode), std::ptrdiff_t(byte - watch.m_Block), 0, false};
 			watch.m_IsStepping = true;
 			watch._Protect(PROT_READ | PROT_WRITE);
 			registers[REG_EFL] |= kSingleStep;
@@ -277,10 +294,17 @@ const char *WhyStoresGoUnseen()
 
 testing::AssertionResult WritesFrontToBack(const std::vector<std::optional<uint8_t>> &expected,
 	std::size_t address,
-	const std::function<void(void *output)> &call)
+	const std::function<void(void *output)> &call,
+	std::size_t *streamedByteCount)
 {
 	CStoreWatch watch(expected, address);
 	watch.Run(call);
+	if (streamedByteCount != nullptr)
+	{
+		*streamedByteCount = 0;
+		for (const SAccess &access : watch.Accesses())
+			*streamedByteCount += access.m_Streams ? std::size_t(access.m_Stop - access.m_First) : 0;
+	}
 
 	const std::ptrdiff_t size = std::ptrdiff_t(expected.size());
 	std::ptrdiff_t next = 0;
@@ -329,8 +353,10 @@ const char *WhyStoresGoUnseen()
 	return "Single steps are for Linux on x86-64, without sanitizers.";
 }
 
-testing::AssertionResult WritesFrontToBack(
-	const std::vector<std::optional<std::uint8_t>> &, std::size_t, const std::function<void(void *output)> &)
+testing::AssertionResult WritesFrontToBack(const std::vector<std::optional<std::uint8_t>> &,
+	std::size_t,
+	const std::function<void(void *output)> &,
+	std::size_t *)
 {
 	return testing::AssertionFailure() << WhyStoresGoUnseen();
 }

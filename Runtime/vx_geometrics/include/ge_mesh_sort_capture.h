@@ -21,7 +21,7 @@ enum ESortCapture : u32
 /// Writes the sort that the sorter is set up for. Only what a sort reads is written: no byte between the elements of a
 /// strided view, and none of a page that renders nothing. Distances between the call's arrays are written too, so
 /// arrays that overlap by mistake also overlap in the replay. Capture such a call before it sorts, because its sort
-/// overwrites what it reads.
+/// overwrites what it reads. The kind of output memory is not written, since the indices do not depend on it.
 /// workingBuffer      what the sort gets, or has got; null if it allocates
 /// workingBufferSize  its bytes; 0 with null
 /// content            with the output, the output is read, which is slow in write-combined memory: sort once more into

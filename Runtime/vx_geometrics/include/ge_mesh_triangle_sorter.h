@@ -117,6 +117,13 @@ public:
 		GeometryPerPage = 4                             ///< A pattern per page, sorted triangle by triangle.
 	};
 
+	/// Set by Setup_OutputMemory.
+	enum EOutputMemory : u32
+	{
+		OutputMemory_WriteCombined = 0, ///< Mapped memory that the GPU reads: whole blocks bypass the caches.
+		OutputMemory_Cached = 1         ///< Ordinary memory that the CPU reads: every store goes through the caches.
+	};
+
 	/// The indices that one particle draws, relative to its first vertex.
 	typedef TArray<u32, TArrayStaticController<0, 8, 8, 0, 2>> CIndexPattern;
 
@@ -150,6 +157,15 @@ public:
 		m_IndexCount = outIndices.Count();
 		m_VertexCount = vertexCount;
 	}
+
+	/// Says which kind of memory the output is. It is optional, stays until it is called again, and leaves what the
+	/// other calls set up; the output buffer may change without it. The kind changes neither an index nor a report.
+	/// outputMemory  OutputMemory_WriteCombined, which is the default: streaming stores and a store fence.
+	///               OutputMemory_Cached: ordinary stores without a fence, for an array that a copy uploads, or that
+	///               the CPU reads next. A sort of few particles then takes a fraction of the time. In write-combined
+	///               memory the indices are right, too, but other threads may see them later than what the sorting
+	///               thread stores next. A value that is neither is taken for the default
+	void Setup_OutputMemory(EOutputMemory outputMemory) { m_OutputMemory = outputMemory; }
 
 	/// Sets up what is sorted, by distance to the camera.
 	/// positions               one view per page, with at least as many positions as are read. Packed ones (a stride of
@@ -498,6 +514,9 @@ private:
 	template<typename _Index>
 	VX_LOCAL void _SortTriangles_AutogenIndices(void *workingBuffer);
 
+	// How a point sort's expansion stores the output. Loops that do not stream are the same for both kinds of memory.
+	VX_LOCAL EIndexStores _StoresOfOutput() const;
+
 	// The expansions without their scopes and their assertions.
 	VX_LOCAL static void _ExpandByWidth(const TMemoryView<const u32> &indexPattern,
 		const SIndexAndDepth *__restrict it,
@@ -510,7 +529,7 @@ private:
 		u32 primCount,
 		EIndexStores stores);
 	template<typename _Index>
-	VX_LOCAL static void _ExpandUnsorted(const TMemoryView<const u32> &indexPattern,
+	VX_LOCAL static void _ExpandWithStores(const TMemoryView<const u32> &indexPattern,
 		const SIndexAndDepth *it,
 		_Index *dstPrims,
 		u32 primCount,
@@ -523,6 +542,7 @@ private:
 
 	// Output.
 	EIndexType m_IndexType = IndexTypeUnknown;
+	EOutputMemory m_OutputMemory = OutputMemory_WriteCombined;
 	TMemoryView<u32> m_OutIndices32;
 	TMemoryView<u16> m_OutIndices16;
 	u32 m_IndexCount = 0;

@@ -133,7 +133,7 @@ void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
 				ExpandAndSortIndices(
 					m_IndexPattern, m_QuadCenters, m_CameraPosition, it, indices, writeCount, m_PrimiteVertexCount);
 			else
-				ExpandIndices(m_IndexPattern, it, indices, writeCount);
+				_ExpandWithStores(m_IndexPattern, it, indices, writeCount, _StoresOfOutput());
 		};
 		if (m_IndexType == IndexTypeUint32)
 			expandTo(m_OutIndices32.Data());
@@ -152,6 +152,11 @@ void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
 
 	if (_locallyAllocatedIDBuffer != null)
 		Mem::_FreeGeneric(_locallyAllocatedIDBuffer);
+}
+
+EIndexStores CTriangleSorter::_StoresOfOutput() const
+{
+	return m_OutputMemory == OutputMemory_Cached ? EIndexStores::Cached : EIndexStores::Streamed;
 }
 
 // Triangle sort.
@@ -279,7 +284,8 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 		const CEnableds enableds = ViewOfPage(m_InEnableds, pageId);
 		FillSortingIndirectionsListPoint_NoIndices(particles,
 			OfferedElements(pages[pageId], enableds, localParticleCount), camera..., enableds, startIndex, vertexCount);
-		_ExpandUnsorted(indexPattern, particles.Data(), &workingBufferIndex[startPrim * 3], localParticleCount, stores);
+		_ExpandWithStores(
+			indexPattern, particles.Data(), &workingBufferIndex[startPrim * 3], localParticleCount, stores);
 		ExpandSortingIndirectionsListPoints_Triangles(
 			records.Slice(0, u32(localPrimitiveCount)), localParticleCount, trianglesPerParticle, startPrim);
 
@@ -292,13 +298,13 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 // Does what ExpandIndices does, and lets the caller choose the stores. What there is to report is left to
 // ExpandIndices, since reports carry its signature.
 template<typename _Index>
-void CTriangleSorter::_ExpandUnsorted(const TMemoryView<const u32> &indexPattern,
+void CTriangleSorter::_ExpandWithStores(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *it,
 	_Index *dstPrims,
 	u32 primCount,
 	EIndexStores stores)
 {
-	const bool isReported = (VX_ASSERTIONS && !Mem::IsAligned<0x10>(it)) || indexPattern.Empty();
+	const bool isReported = (VX_ASSERTIONS && !Mem::IsAligned<0x10>(it)) || indexPattern.Empty() || primCount == 0;
 	if (stores == EIndexStores::Streamed || isReported)
 		return ExpandIndices(indexPattern, it, dstPrims, primCount);
 	VX_PROFILE_SCOPE_COLOR(
@@ -635,14 +641,15 @@ static VX_INLINE void StreamOrWarn(
 
 // 32-bit.
 
-static void ExpandIndicesU32_x1(const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount)
+static void ExpandIndicesU32_x1(
+	const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount, EIndexStores stores)
 {
 	VX_ASSERT(indexPattern.Count() == 1);
 	VX_ASSERT_MESSAGE(indexPattern[0] == 0, "An index pattern of width 1 should have its indexPattern[0] to 0");
 	static_cast<void>(indexPattern);
 	StreamOrWarn<Expand::SStreamU32_x1, Expand::SU32_x1>(Site::kExpandU32_x1,
 		"Render sort: Index stream expansion (U32): sub-optimal path [1]: Unaligned dst memory",
-		Expand::TOutput<u32>(it, dstPrims, primCount));
+		Expand::TOutput<u32>(it, dstPrims, primCount, stores));
 }
 
 // The warning's text is the six-wide worker's: kept on purpose.
@@ -716,7 +723,7 @@ void CTriangleSorter::_ExpandByWidth(const TMemoryView<const u32> &indexPattern,
 	switch (indexPattern.Count())
 	{
 	case 1:
-		return ExpandIndicesU32_x1(indexPattern, it, dstPrims, primCount);
+		return ExpandIndicesU32_x1(indexPattern, it, dstPrims, primCount, stores);
 	case 3:
 		return ExpandIndicesU32_x3(indexPattern, it, dstPrims, primCount, stores);
 	case 6:
@@ -746,13 +753,14 @@ void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,
 // 16-bit. Sums are not checked: what becomes of one beyond 0xFFFF differs from loop to loop, and callers keep
 // every index below.
 
-static void ExpandIndicesU16_x1(const CPattern &indexPattern, CRecords it, CPrims16 dstPrims, u32 primCount)
+static void ExpandIndicesU16_x1(
+	const CPattern &indexPattern, CRecords it, CPrims16 dstPrims, u32 primCount, EIndexStores stores)
 {
 	VX_ASSERT(indexPattern.Count() == 1 && indexPattern[0] == 0);
 	static_cast<void>(indexPattern);
 	StreamOrWarn<Expand::SStreamU16_x1, Expand::SU16_x1_Eight, Expand::SU16_x1_Two, Expand::SU16_x1>(
 		Site::kExpandU16_x1, "Render sort: Index stream expansion (U16): sub-optimal path [1]: Unaligned dst memory",
-		Expand::TOutput<u16>(it, dstPrims, primCount));
+		Expand::TOutput<u16>(it, dstPrims, primCount, stores));
 }
 
 // The warning's text is the 32-bit six-wide worker's: kept on purpose.
@@ -800,7 +808,7 @@ void CTriangleSorter::_ExpandByWidth(const TMemoryView<const u32> &indexPattern,
 	switch (indexPattern.Count())
 	{
 	case 1:
-		return ExpandIndicesU16_x1(indexPattern, it, dstPrims, primCount);
+		return ExpandIndicesU16_x1(indexPattern, it, dstPrims, primCount, stores);
 	case 3:
 		return ExpandIndicesU16_x3(indexPattern, it, dstPrims, primCount, stores);
 	case 6:

@@ -233,14 +233,12 @@ void CSortJobs::_WritePoints(_Index *indices)
 	}
 	VX_PROFILE_SCOPE_COLOR(k16 ? "ExpandIndices<u16>" : "ExpandIndices<u32>", CFloat3(0.1f, 0.5f, 0.9f));
 	const bool isSilent = k16 && writeCount == 0;
+	const EIndexStores stores = m_Sorter._StoresOfOutput();
 	const u32 hazardCount =
-		isSilent ? 0
-				 : HazardsOf([&] { CSorter::_ExpandByWidth(pattern, records, indices, 0, EIndexStores::Streamed); });
+		isSilent ? 0 : HazardsOf([&] { CSorter::_ExpandByWidth(pattern, records, indices, 0, stores); });
 	_SortAndWrite(skippedCount, writeCount, hazardCount,
-		[&](u32 first, u32 count) {
-			CSorter::_ExpandByWidth(
-				pattern, records + first, indices + u64(first) * width, count, EIndexStores::Streamed);
-		});
+		[&](u32 first, u32 count)
+		{ CSorter::_ExpandByWidth(pattern, records + first, indices + u64(first) * width, count, stores); });
 }
 
 // Triangles.

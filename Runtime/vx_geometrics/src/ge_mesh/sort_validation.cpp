@@ -480,6 +480,8 @@ void CSortValidation::_CheckOutput()
 		_Violation("No output is set up.");
 	else
 		_CheckView(_Output());
+	if (m_Sorter.m_OutputMemory > CSorter::OutputMemory_Cached)
+		_Violation("The kind of output memory is %u, but the kinds are 0 and 1.", u32(m_Sorter.m_OutputMemory));
 }
 
 void CSortValidation::_CheckInput()

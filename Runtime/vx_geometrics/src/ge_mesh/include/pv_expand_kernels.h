@@ -23,7 +23,7 @@ namespace Vexmoor
 enum class EIndexStores : u32
 {
 	Streamed, // past the caches: an output that a GPU reads
-	Cached    // through the caches: indices that the sort itself reads again soon
+	Cached    // through the caches: indices that the CPU reads again soon
 };
 
 namespace Expand
