@@ -515,6 +515,7 @@ void MakeTriangles(SThree &three, vexmoor_call &call)
 }
 
 const SError kErrors[] = {
+	{"Reserved",                   VEXMOOR_ERROR_UNKNOWN_FIELD,   [](SThree &,      vexmoor_call &call) { call.reserved = 1; }                                 },
 	{"IndexSize1",                 VEXMOOR_ERROR_INDEX_SIZE,      [](SThree &,      vexmoor_call &call) { call.index_size = 1; }                               },
 	{"IndexSize3",                 VEXMOOR_ERROR_INDEX_SIZE,      [](SThree &,      vexmoor_call &call) { call.index_size = 3; }                               },
 	{"IndexSize8",                 VEXMOOR_ERROR_INDEX_SIZE,      [](SThree &,      vexmoor_call &call) { call.index_size = 8; }                               },
@@ -608,6 +609,20 @@ TEST(CInterface, SumOfCountsBeyond32Bits_IsTooLarge)
 	size_t size;
 	EXPECT_EQ(vexmoor_working_buffer_size(&call, &size), VEXMOOR_ERROR_TOO_LARGE);
 	EXPECT_EQ(vexmoor_sort_points(&call), VEXMOOR_ERROR_TOO_LARGE);
+}
+
+// Any number is taken by a sort, and a check knows two of them.
+TEST(CInterface, OutputMemory_ChangesNoIndex)
+{
+	for (const u32 memory : {u32(VEXMOOR_OUTPUT_WRITE_COMBINED), u32(VEXMOOR_OUTPUT_CACHED), 2u, 0xFFFFFFFFu})
+	{
+		SThree three;
+		vexmoor_call call = three.Numbers();
+		call.output_memory = memory;
+		EXPECT_EQ(vexmoor_check(&call, nullptr, nullptr), memory < 2 ? VEXMOOR_OK : VEXMOOR_ERROR_VIOLATION);
+		EXPECT_EQ(vexmoor_sort_points(&call), VEXMOOR_OK);
+		EXPECT_EQ(three.Written(), kNumbers);
+	}
 }
 
 TEST(CInterface, SortOfOtherGeometry_IsRefused)

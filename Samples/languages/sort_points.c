@@ -23,6 +23,7 @@ int main(void)
 	call.page_count = 1;
 	call.pattern = quad;
 	call.pattern_count = 6;
+	call.output_memory = VEXMOOR_OUTPUT_CACHED;               /* indices are an array, not a mapped buffer */
 	const vexmoor_result result = vexmoor_sort_points(&call); /* the camera is at 0, 0, 0 */
 	if (result != VEXMOOR_OK)
 	{

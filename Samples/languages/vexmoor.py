@@ -30,7 +30,7 @@ class _View(ctypes.Structure):
     _fields_ = [("data", ctypes.c_void_p), ("count", ctypes.c_uint32), ("stride", ctypes.c_uint32)]
 
 
-# The fields of vexmoor_call. Those at the end that this file does not need could be left out: struct_size says so.
+# The fields of vexmoor_call. Any at the end that this file does not need could be left out: struct_size says so.
 class _Call(ctypes.Structure):
     _fields_ = [
         ("struct_size", ctypes.c_uint32),
@@ -57,7 +57,13 @@ class _Call(ctypes.Structure):
         ("page_vertex_counts", ctypes.c_void_p),
         ("working_buffer", ctypes.c_void_p),
         ("working_buffer_size", ctypes.c_size_t),
+        ("jobs", ctypes.c_void_p),
+        ("output_memory", ctypes.c_uint32),
+        ("reserved", ctypes.c_uint32),
     ]
+
+
+_OUTPUT_CACHED = 1  # arrays of numpy are ordinary memory
 
 
 _FindingHandler = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_int32, ctypes.c_char_p)
@@ -180,6 +186,7 @@ def sort_points(positions=None, *, values=None, enabled=None, camera=(0.0, 0.0, 
     if len(out) < needed:
         raise ValueError(f"out has room for {len(out)} indices, but {needed} are drawn")
     call.indices, call.index_capacity, call.index_size = out.ctypes.data, len(out), out.itemsize
+    call.output_memory = _OUTPUT_CACHED
 
     size = ctypes.c_size_t()
     _raise_unless_ok(_library.vexmoor_working_buffer_size(call, size))

@@ -51,7 +51,13 @@ struct Call {
     page_vertex_counts: *const u32,
     working_buffer: *mut c_void,
     working_buffer_size: usize,
+    jobs: *const c_void,
+    output_memory: u32,
+    reserved: u32,
 }
+
+/// A slice is ordinary memory.
+const OUTPUT_CACHED: u32 = 1;
 
 type FindingHandler = extern "C" fn(user_data: *mut c_void, kind: i32, sentence: *const c_char);
 
@@ -199,6 +205,9 @@ pub fn sort_points<I: Index>(pages: &[Page], draw: &Draw, indices: &mut [I]) -> 
         page_vertex_counts: null(),
         working_buffer: null_mut(), // the library takes one and gives it back
         working_buffer_size: 0,
+        jobs: null(),
+        output_memory: OUTPUT_CACHED,
+        reserved: 0,
     };
     let mut findings: Vec<String> = Vec::new();
     // SAFETY: every pointer is a slice's, with the slice's length, and the library checks all that it can be told.

@@ -75,8 +75,8 @@ expect_of_both "a larger sorter" 1 "libvx_geometrics.so: breaks built programs" 
 	"no longer: Vexmoor::CTriangleSorter has 232 bytes"
 
 # The library's own assertion of the structure's size changes with it.
-sed -i 's/^\tconst vexmoor_jobs \*jobs;/&\n\tconst void *more;/' Runtime/vx_geometrics/include/vexmoor.h
-sed -i 's/sizeof(vexmoor_call) == 14 \* 4 + 13/sizeof(vexmoor_call) == 14 * 4 + 14/' \
+sed -i 's/^} vexmoor_call;/\tconst void *more;\n&/' Runtime/vx_geometrics/include/vexmoor.h
+sed -i 's/sizeof(vexmoor_call) == 16 \* 4 + 13/sizeof(vexmoor_call) == 16 * 4 + 14/' \
 	Runtime/vx_geometrics/src/vexmoor.cpp
 expect_of_both "a field more at the end of a call in C" 0 "libvx_geometrics.so: \(the same\|has more than before\)" \
 	"has more than before: 2 lines"

@@ -265,7 +265,7 @@ class Refused(unittest.TestCase):
 
 class Structure(unittest.TestCase):
     def test_it_is_the_librarys(self):
-        self.assertEqual(ctypes.sizeof(vexmoor._Call), 14 * 4 + 12 * ctypes.sizeof(ctypes.c_void_p))
+        self.assertEqual(ctypes.sizeof(vexmoor._Call), 16 * 4 + 13 * ctypes.sizeof(ctypes.c_void_p))
 
 
 if __name__ == "__main__":

@@ -54,6 +54,11 @@ static void SortPoints(void)
 	call.working_buffer_size = size;
 	EXPECT(vexmoor_sort_points(&call) == VEXMOOR_OK);
 	EXPECT(memcmp(indices, drawn, sizeof(drawn)) == 0);
+
+	memset(indices, 0, sizeof(indices));
+	call.output_memory = VEXMOOR_OUTPUT_CACHED;
+	EXPECT(vexmoor_sort_points(&call) == VEXMOOR_OK);
+	EXPECT(memcmp(indices, drawn, sizeof(drawn)) == 0);
 	free(workingBuffer);
 }
 

@@ -410,6 +410,7 @@ void CSceneMemory::_SortThroughC()
 	const SSortJobs hostJobs = m_Jobs != nullptr ? m_Jobs->Jobs() : SSortJobs();
 	const vexmoor_jobs jobs = {sizeof(jobs), hostJobs.m_MaxJobCount, hostJobs.m_Run, hostJobs.m_UserData};
 	call.jobs = m_Jobs != nullptr ? &jobs : nullptr;
+	call.output_memory = m_Layout.m_OutputMemory;
 
 	const auto collect = [](void *userData, vexmoor_finding_kind kind, const char *sentence)
 	{

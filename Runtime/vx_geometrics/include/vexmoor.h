@@ -101,6 +101,13 @@ typedef struct vexmoor_pattern
 /// One job of a sort. It uses up to 64 KiB of its thread's stack, and does not wait for other jobs.
 typedef void(VEXMOOR_CALL *vexmoor_job)(void *context, uint32_t job_index);
 
+/// The kinds of memory that an output lies in.
+enum
+{
+	VEXMOOR_OUTPUT_WRITE_COMBINED = 0, ///< Mapped memory that the GPU reads: whole blocks bypass the caches.
+	VEXMOOR_OUTPUT_CACHED = 1          ///< Ordinary memory that the CPU reads: every store goes through the caches.
+};
+
 /// How a host runs jobs, for one draw call of many particles on many cores.
 typedef struct vexmoor_jobs
 {
@@ -188,6 +195,12 @@ typedef struct vexmoor_call
 	/// Jobs that sort the call together, to the same indices; few particles are sorted without them. Null: the calling
 	/// thread sorts.
 	const vexmoor_jobs *jobs;
+
+	/// Which kind of memory the output is; the indices are the same. VEXMOOR_OUTPUT_CACHED is for an array that a copy
+	/// uploads, or that the CPU reads next: sorts of few particles then take a fraction of the time. 0: memory that may
+	/// be write-combined. A sort that is not checked takes any other number for 0.
+	uint32_t output_memory;
+	uint32_t reserved; ///< 0.
 } vexmoor_call;
 
 /// The version of the library that runs, as a number like VEXMOOR_VERSION.

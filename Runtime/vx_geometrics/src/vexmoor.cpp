@@ -74,7 +74,9 @@ VX_ASSERT_PLACE(vexmoor_call, page_vertex_counts, 14, 9);
 VX_ASSERT_PLACE(vexmoor_call, working_buffer, 14, 10);
 VX_ASSERT_PLACE(vexmoor_call, working_buffer_size, 14, 11);
 VX_ASSERT_PLACE(vexmoor_call, jobs, 14, 12);
-static_assert(sizeof(vexmoor_call) == 14 * 4 + 13 * sizeof(void *), "no padding ends what a next version appends to");
+VX_ASSERT_PLACE(vexmoor_call, output_memory, 14, 13);
+VX_ASSERT_PLACE(vexmoor_call, reserved, 15, 13);
+static_assert(sizeof(vexmoor_call) == 16 * 4 + 13 * sizeof(void *), "no padding ends what a next version appends to");
 
 VX_ASSERT_PLACE(vexmoor_jobs, max_job_count, 1, 0);
 VX_ASSERT_PLACE(vexmoor_jobs, run, 2, 0);
@@ -88,6 +90,10 @@ VX_ASSERT_PLACE(vexmoor_allocator, allocate, 2, 0);
 VX_ASSERT_PLACE(vexmoor_allocator, release, 2, 1);
 VX_ASSERT_PLACE(vexmoor_allocator, user_data, 2, 2);
 #undef VX_ASSERT_PLACE
+
+static_assert(VEXMOOR_OUTPUT_WRITE_COMBINED == int(CTriangleSorter::OutputMemory_WriteCombined) &&
+				  VEXMOOR_OUTPUT_CACHED == int(CTriangleSorter::OutputMemory_Cached),
+	"a kind of memory has one number in both languages");
 
 // What the sorter reads in place. Members lie in the order of their declaration, since both are of standard layout.
 typedef TStridedMemoryView<const CFloat3, -1> CPositionView;
@@ -182,6 +188,8 @@ static u64 SumOverPages(const vexmoor_call &call, const _Function &function)
 
 static vexmoor_result CheckFields(const vexmoor_call &call)
 {
+	if (call.reserved != 0)
+		return VEXMOOR_ERROR_UNKNOWN_FIELD;
 	if (call.index_size != 0 && call.index_size != sizeof(u16) && call.index_size != sizeof(u32))
 		return VEXMOOR_ERROR_INDEX_SIZE;
 	if (call.page_count == 0)
@@ -323,6 +331,7 @@ void CSortFromC::_SetUpOutput()
 	else
 		m_Sorter.Setup_OutputIndexBuffer(
 			TMemoryView<u32>(static_cast<u32 *>(m_Call.indices), m_Call.index_capacity), m_Call.vertex_count);
+	m_Sorter.Setup_OutputMemory(CTriangleSorter::EOutputMemory(m_Call.output_memory));
 }
 
 template<typename _View>
