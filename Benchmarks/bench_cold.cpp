@@ -121,10 +121,14 @@ namespace
 		return Median(seconds);
 	}
 
-	void RunCold(benchmark::State &state, const SSceneKind &kind, const SSwept &swept, u32 count)
+	void RunCold(benchmark::State &state,
+		const SSceneKind &kind,
+		const SSwept &swept,
+		u32 count,
+		CTriangleSorter::EOutputMemory outputMemory)
 	{
 		const CScene scene(kind, std::vector<u32>(kCalls, count));
-		CSceneByLibrary library(scene);
+		CSceneByLibrary library(scene, outputMemory);
 		CSceneByUser user(scene);
 		CBuffer<u32> libraryIndices(scene.IndexCount());
 		CBuffer<u32> userIndices(scene.IndexCount());
@@ -167,10 +171,13 @@ void RegisterCold()
 		{
 			for (const u32 count : kCounts)
 			{
-				benchmark::RegisterBenchmark(
-					CaseName({"cold", kind.m_Name + "_swept_" + swept.m_Name, "user", std::to_string(count)}).c_str(),
-					[=](benchmark::State &state) { RunCold(state, kind, swept, count); })
-					->Iterations(1);
+				for (const SOutputMemory &memory : kOutputMemories)
+				{
+					const std::string what = kind.m_Name + "_swept_" + swept.m_Name;
+					benchmark::RegisterBenchmark(CaseName({"cold", what, memory.m_Who, std::to_string(count)}).c_str(),
+						[=](benchmark::State &state) { RunCold(state, kind, swept, count, memory.m_Kind); })
+						->Iterations(1);
+				}
 			}
 		}
 	}

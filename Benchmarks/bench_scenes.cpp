@@ -13,7 +13,8 @@ namespace VexmoorBench
 namespace
 {
 	constexpr u32 kCounts[] = {100, 1000, 10000, 100000, 1000000};
-	constexpr u32 kMostParticles = 4000000; // of the kinds that are sorted in any number
+	constexpr u32 kMostParticles = 4000000;     // of the kinds that are sorted in any number
+	constexpr u32 kMostInOrdinaryMemory = 1000; // above it, the kind of memory changes times little
 	constexpr u32 kDisabledPercents[] = {1, 30, 50, 99};
 	constexpr u32 kMostInSmallPage = 300;
 	constexpr u32 kManyPages = 10000;
@@ -23,11 +24,15 @@ namespace
 	constexpr u32 kMostInCall = 2000;
 
 	// One frame of all calls is one turn. The report divides the time by calls and itemsPerCall.
-	void RunScene(
-		benchmark::State &state, const SSceneKind &kind, const std::vector<u32> &counts, u32 calls, u32 itemsPerCall)
+	void RunScene(benchmark::State &state,
+		const SSceneKind &kind,
+		const std::vector<u32> &counts,
+		u32 calls,
+		u32 itemsPerCall,
+		CTriangleSorter::EOutputMemory outputMemory = CTriangleSorter::OutputMemory_WriteCombined)
 	{
 		const CScene scene(kind, counts);
-		CFrames<CSceneByLibrary> library(scene);
+		CFrames<CSceneByLibrary> library(scene, outputMemory);
 		CFrames<CSceneByUser> user(scene);
 		const u32 pairs = std::clamp(kParticlesPerIteration / scene.ParticleCount(), 1u, kPairsPerIteration);
 		u32 frame = 0;
@@ -54,9 +59,15 @@ namespace
 	{
 		// As many calls as the second cache holds well, each of other particles.
 		const std::vector<u32> counts(BatchInputCount(count), count);
-		benchmark::RegisterBenchmark(CaseName({"scenes", kind.m_Name, "user", std::to_string(count)}).c_str(),
-			[=](benchmark::State &state) { RunScene(state, kind, counts, u32(counts.size()), count); })
-			->Iterations(1);
+		for (const SOutputMemory &memory : kOutputMemories)
+		{
+			if (memory.m_Kind == CTriangleSorter::OutputMemory_Cached && count > kMostInOrdinaryMemory)
+				continue;
+			benchmark::RegisterBenchmark(CaseName({"scenes", kind.m_Name, memory.m_Who, std::to_string(count)}).c_str(),
+				[=](benchmark::State &state)
+				{ RunScene(state, kind, counts, u32(counts.size()), count, memory.m_Kind); })
+				->Iterations(1);
+		}
 	}
 
 	void RegisterSizes(const SSceneKind &kind)

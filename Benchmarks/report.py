@@ -36,14 +36,16 @@ SCENES = """\
 
 Each cell has nanoseconds per particle, disabled ones included, and how many times as long the loop takes. Where the
 loop is faster, the number is bold. A row of 500 draw calls is a whole frame of them, with pages and disabled particles
-as in the row above it.
+as in the row above it. Every output here is ordinary memory, which the library is told in the rows of ordinary memory
+only.
 """
 COLD = """\
 ## Small draw calls, cold
 
 While a renderer does other work, a sort's code and data leave the caches. Here 20 sorters take turns, and the named
 caches are emptied before each draw call. Each cell has the time of a draw call, and how many times as long the loop
-takes.
+takes. Every output here is ordinary memory. The library takes it for write-combined memory, unless it is told that it
+is ordinary.
 """
 COLD_REASON = """\
 With all caches empty, a small sort mostly waits for its own code. A sort of 100 positions executes fewer instructions

@@ -220,11 +220,13 @@ bool CScene::IsDrawn(const SCall &call, const CFloat3 &camera, const u32 *indice
 	return true;
 }
 
-CSceneByLibrary::CSceneByLibrary(const CScene &scene)
+CSceneByLibrary::CSceneByLibrary(const CScene &scene, CTriangleSorter::EOutputMemory outputMemory)
 	: m_Scene(scene)
 	, m_Sorters(scene.Calls().size())
 	, m_Scratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(scene.MostRendered()))
 {
+	for (CTriangleSorter &sorter : m_Sorters)
+		sorter.Setup_OutputMemory(outputMemory);
 	for (const CScene::SPage &page : scene.Pages())
 	{
 		if (scene.Kind().IsByValue())

@@ -120,7 +120,9 @@ class CSceneByLibrary
 public:
 	static constexpr bool kIsLibrary = true;
 
-	explicit CSceneByLibrary(const CScene &scene);
+	/// Sorters are told the kind of memory once. All outputs here are ordinary memory, which the default does not know.
+	explicit CSceneByLibrary(
+		const CScene &scene, CTriangleSorter::EOutputMemory outputMemory = CTriangleSorter::OutputMemory_WriteCombined);
 	void Draw(u32 callId, const CFloat3 &camera, u32 *indices);
 	/// Calls visit(first byte, size) for what draw calls need beside the scene and the indices.
 	template<typename _Visit>
@@ -144,6 +146,17 @@ private:
 	std::vector<u32> m_RenderedCounts;
 	CBuffer<u8> m_Scratch;
 	u32 m_Pattern[kIndicesPerQuad] = {0, 1, 2, 0, 2, 3};
+};
+
+/// The kinds of output memory that the library is told of, and how the loop beside it is called then.
+struct SOutputMemory
+{
+	CTriangleSorter::EOutputMemory m_Kind;
+	const char *m_Who;
+};
+constexpr SOutputMemory kOutputMemories[] = {
+	{CTriangleSorter::OutputMemory_WriteCombined, "user"                },
+	{CTriangleSorter::OutputMemory_Cached,        "user_ordinary_memory"},
 };
 
 /// The same without the library: keys beside first vertices, std::sort, a loop. Memory stays from call to call.
@@ -180,9 +193,10 @@ template<typename _Side>
 class CFrames
 {
 public:
-	explicit CFrames(const CScene &scene)
+	template<typename... _Arguments>
+	explicit CFrames(const CScene &scene, _Arguments... ofSide)
 		: m_Scene(scene)
-		, m_Side(scene)
+		, m_Side(scene, ofSide...)
 		, m_Indices(scene.IndexCount())
 	{
 	}

@@ -30,6 +30,8 @@ SCENE_TITLES = {
 	"all_equal": "all equal",
 	"nearly_sorted": "nearly sorted",
 }
+# Whom a loop is called by -> what the library takes the output for.
+MEMORY_TITLES = {"user": "write-combined", "user_ordinary_memory": "ordinary"}
 SWEPT_TITLES = {
 	"nothing": "nothing, draw call after draw call",
 	"data": "the first- and second-level cache",
@@ -92,10 +94,10 @@ def draw_call_table(of_processors):
 	return table(head, rows)
 
 
-def scene_points(results, what):
+def scene_points(results, what, who="user"):
 	"""(count, case) of a scene. A frame's draw calls have some 1,000 particles each."""
-	for size in results.values(3, stage="scenes", what=what):
-		yield 1000 if what.endswith("_frame") else size, results.get("scenes", what, "user", size)
+	for size in results.values(3, stage="scenes", what=what, who=who):
+		yield 1000 if what.endswith("_frame") else size, results.get("scenes", what, who, size)
 
 
 def scene_ratios(results, what):
@@ -107,13 +109,14 @@ def scene_table(results):
 	"""Nanoseconds a particle, and how many times as long the loop takes."""
 	rows = []
 	for what in results.values(1, stage="scenes"):
-		cases = dict(scene_points(results, what))
-		cells = []
-		for size in SCENE_SIZES:
-			case = cases.get(size)
-			cells.append(
-				f"{number(case.counter('plain_ns') / case.items)}, {times(case.counter('ratio'))}" if case else "")
-		rows.append([scene_title(what)] + cells)
+		for who in results.values(2, stage="scenes", what=what):
+			cases = dict(scene_points(results, what, who))
+			cells = []
+			for size in SCENE_SIZES:
+				case = cases.get(size)
+				cells.append(
+					f"{number(case.counter('plain_ns') / case.items)}, {times(case.counter('ratio'))}" if case else "")
+			rows.append([scene_title(what) + (", ordinary memory" if who == "user_ordinary_memory" else "")] + cells)
 	return table(["ns a particle", *map(size_name, SCENE_SIZES)], rows) if rows else []
 
 
@@ -123,10 +126,14 @@ def cold_table(results):
 	sizes = results.values(3, stage="cold")
 	for what in results.values(1, stage="cold"):
 		by, _, swept = what.partition("_swept_")
-		cases = [results.get("cold", what, "user", size) for size in sizes]
-		rows.append([{"positions": "by position", "values": "by value"}.get(by, by), SWEPT_TITLES.get(swept, swept)] + [
-			f"{duration(case.counter('plain_ns'))}, {times(case.counter('ratio'))}" if case else "" for case in cases])
-	return table(["", "emptied before each", *map(size_name, sizes)], rows) if rows else []
+		for who in results.values(2, stage="cold", what=what):
+			cases = [results.get("cold", what, who, size) for size in sizes]
+			rows.append([
+				{"positions": "by position", "values": "by value"}.get(by, by), SWEPT_TITLES.get(swept, swept),
+				MEMORY_TITLES.get(who, who),
+			] + [f"{duration(case.counter('plain_ns'))}, {times(case.counter('ratio'))}" if case else ""
+				for case in cases])
+	return table(["", "emptied before each", "output taken for", *map(size_name, sizes)], rows) if rows else []
 
 
 def jobs_table(results):
@@ -201,16 +208,22 @@ def ratio_to(results, own, stage, what, who, size):
 def losses(results):
 	"""List items that say where others are ahead: the loop in draw calls, then peers."""
 	lines = []
+	def told(who):
+		return ", although the output is known to be ordinary memory" if who == "user_ordinary_memory" else ""
+
 	for what in results.values(1, stage="scenes"):
-		slower = slower_at((size, case.counter("ratio")) for size, case in scene_points(results, what))
-		if slower:
-			lines.append(f"- The loop, {scene_title(what)}: {slower}.")
+		for who in results.values(2, stage="scenes", what=what):
+			slower = slower_at((size, case.counter("ratio")) for size, case in scene_points(results, what, who))
+			if slower:
+				lines.append(f"- The loop, {scene_title(what)}{told(who)}: {slower}.")
 	for what in results.values(1, stage="cold"):
 		by, _, swept = what.partition("_swept_")
-		slower = slower_at((size, results.turns("cold", what, "user", size))
-			for size in results.values(3, stage="cold", what=what))
-		if slower:
-			lines.append(f"- The loop, by {by[:-1]}, with empty caches ({SWEPT_TITLES.get(swept, swept)}): {slower}.")
+		for who in results.values(2, stage="cold", what=what):
+			slower = slower_at((size, results.turns("cold", what, who, size))
+				for size in results.values(3, stage="cold", what=what, who=who))
+			if slower:
+				emptied = SWEPT_TITLES.get(swept, swept)
+				lines.append(f"- The loop, by {by[:-1]}, with empty caches ({emptied}){told(who)}: {slower}.")
 	for stage, title, owns in (("whole", "Whole sorts", ("vexmoor_pages_of_1k", "vexmoor")),
 			("sort", "Sorts of records alone", ("vexmoor",))):
 		for what in results.values(1, stage=stage):

@@ -34,6 +34,7 @@ def example():
 		("scenes", "values_disabled_99", "user", 1000): in_turns(0.5, 1500.0, 1000),
 		("scenes", "values_pages_1_to_300_disabled_30_frame", "user", 500): in_turns(5.0, 3e6, 500000),
 		("cold", "positions_swept_all_caches", "user", 100): in_turns(1.4, 3500.0, 100),
+		("cold", "positions_swept_all_caches", "user_ordinary_memory", 100): in_turns(1.45, 3400.0, 100),
 		("draw_calls", "pairs", "vexmoor_two_threads", 500): in_turns(0.5, 1e6, 500000),
 		("jobs", "ball", "tbb", 100000): in_turns(0.8, 6e5, 100000),
 		("jobs", "ball", "thread_pool", 100000): in_turns(0.5, 6e5, 100000),

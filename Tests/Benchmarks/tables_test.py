@@ -55,8 +55,18 @@ class TablesTest(unittest.TestCase):
 		self.assertEqual(lines["by value, 500 such draw calls of 100 to 2,000"], ["", "6.00, ×5.00", "", "", "", ""])
 
 	def test_small_draw_calls_say_what_was_swept(self):
-		self.assertEqual(
-			rows(tables.cold_table(self.results)), [["by position", "all caches, of code and data", "3.50 µs, ×1.40"]])
+		self.assertEqual(rows(tables.cold_table(self.results)), [
+			["by position", "all caches, of code and data", "write-combined", "3.50 µs, ×1.40"],
+			["by position", "all caches, of code and data", "ordinary", "3.40 µs, ×1.45"],
+		])
+
+	def test_a_scene_in_ordinary_memory_has_a_row_of_its_own(self):
+		self.results.cases[("scenes", "positions", "user_ordinary_memory", 100)] = in_turns(0.8, 350.0, 100)
+		lines = {line[0]: line[1:] for line in rows(tables.scene_table(self.results))}
+		self.assertEqual(lines["by position, pages of 1,000"][0], "7.00, ×4.00")
+		self.assertEqual(lines["by position, pages of 1,000, ordinary memory"], ["3.50, **×0.80**", "", "", "", "", ""])
+		self.assertIn("- The loop, by position, pages of 1,000, although the output is known to be ordinary memory: "
+			"at 100 (×0.80).", tables.losses(self.results))
 
 	def test_losses_are_named_with_their_counts(self):
 		lines = tables.losses(self.results)
@@ -81,8 +91,12 @@ class TablesTest(unittest.TestCase):
 
 	def test_a_cold_loss_is_one(self):
 		self.results.cases[("cold", "positions_swept_all_caches", "user", 100)].counters["ratio"] = [0.8, 0.9, 1.0]
-		self.assertIn("by position, with empty caches (all caches, of code and data): at 100 (×0.90).", "\n".join(
-			tables.losses(self.results)))
+		self.results.cases[("cold", "positions_swept_all_caches", "user_ordinary_memory", 100)].counters["ratio"] = [
+			0.6, 0.7, 0.8]
+		losses = "\n".join(tables.losses(self.results))
+		self.assertIn("by position, with empty caches (all caches, of code and data): at 100 (×0.90).", losses)
+		self.assertIn("caches, of code and data), although the output is known to be ordinary memory: at 100 (×0.70).",
+			losses)
 
 	def test_a_peer_has_a_ratio_and_the_library_none(self):
 		lines, series = tables.peer_table(self.results, "sort", "uniform", "vexmoor", "ns a record")
