@@ -4,8 +4,11 @@
 // by one. Nothing here reports.
 //
 // The sort of every draw call (kr_sort_radix.h) cuts whole keys into three digits, since its sweeps are part of what it
-// promises. Keys of one draw call differ in far fewer bits: of distances between d and 2 d, in 25. What the lowest key
-// is subtracted from has two digits, and often shorter ones.
+// promises. Keys of one draw call differ in far fewer bits: those of distances between d and 2 d in 25. If the lowest
+// key is subtracted from them first, fewer or shorter digits are enough:
+//
+//   key            | 32 bits                        |
+//   less lowest    | zeros     | digit 1 | digit 0  |      here two digits, so records move twice
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -129,7 +132,12 @@ static void CountSpanDigits(
 		});
 }
 
-// Moves the records to the positions of their digits, and these on behind them.
+// Moves the records to the positions of their digits. A position is then one higher, for the next record of its digit.
+//
+//   digits of source       2  0  2  1
+//   positions before       0: 0   1: 1   2: 2
+//   destination            the second record, the fourth, the first, the third
+//   positions afterwards   0: 1   1: 2   2: 4
 static inline void ScatterBySpanDigit(const SIndexAndDepth *__restrict source,
 	SIndexAndDepth *__restrict destination,
 	u32 count,
@@ -149,7 +157,8 @@ static inline void ScatterBySpanDigit(const SIndexAndDepth *__restrict source,
 		});
 }
 
-// Few records: each one moves down past those of higher keys.
+// Sorts few records: each one moves down past those of higher keys, and stops behind an equal one, so that equal keys
+// keep their order.
 static inline void InsertionSortRecords(SIndexAndDepth *records, u32 count)
 {
 	for (u32 i = 1; i < count; ++i)

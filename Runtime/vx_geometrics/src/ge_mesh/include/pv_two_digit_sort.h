@@ -203,8 +203,8 @@ static void SortThroughWords(
 		});
 }
 
-// Sorts records so with the narrowest words and counters. The span has no more than MaxUpperBitCount of these records
-// and their indices, which are multiples of indexStep below indexEnd.
+// Sorts records as SortThroughWords does, with the narrowest words and counters that hold them. The span has no more
+// than MaxUpperBitCount of these records and their indices, which are multiples of indexStep below indexEnd.
 static inline void SortInTwoPasses(SIndexAndDepth *records,
 	SIndexAndDepth *others,
 	u32 count,
