@@ -53,8 +53,11 @@ constexpr u32 kRecordsPerSeam = 8;
 
 // Checks what both are given, hands a working buffer to sort, and gives it back if it was allocated here.
 template<typename _Sort>
-static void SortWithJobs(
-	void *workingBuffer, u64 workingBufferSize, u64 neededSize, const SSortJobs &jobs, const _Sort &sort)
+static void SortWithJobs(void *workingBuffer,
+	u64 workingBufferSize,
+	u64 neededSize,
+	[[maybe_unused]] const SSortJobs &jobs, // that assertions look at
+	const _Sort &sort)
 {
 	VX_ASSERT(jobs.m_Run != null && jobs.m_MaxJobCount != 0);
 	void *locallyAllocatedBuffer = null;
