@@ -392,7 +392,7 @@ namespace SortLanes
 		alignas(64) u32 words[kMaxNetworkCount];
 		if (!MakeWords<_Lanes, _Bits>(source, count, words, blockRows * kWordsPerBlockRow))
 		{
-			std::memcpy(destination, source, ureg(count) * kRankedSize);
+			std::memmove(destination, source, ureg(count) * kRankedSize);
 			return;
 		}
 		SortWords<_Lanes>(words, blockRows);
@@ -401,10 +401,12 @@ namespace SortLanes
 
 	// The body behind SortByNetwork (kr_sort_lanes.h). The first sort reads a copy, because the records may be where
 	// its result goes.
+	//
+	// Memory is moved and not copied: an output over the input is reported, and spoils nothing but the result.
 	template<typename _Lanes>
 	static void SortByNetworkInLanes(const u8 *records, u32 count, u8 *byLowBits, u8 *sorted)
 	{
-		std::memcpy(sorted, records, ureg(count) * kRankedSize);
+		std::memmove(sorted, records, ureg(count) * kRankedSize);
 		SortByKeyBits<_Lanes, kLow22Bits>(sorted, count, byLowBits);
 		SortByKeyBits<_Lanes, kHigh10Bits>(byLowBits, count, sorted);
 	}
