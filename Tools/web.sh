@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs what is missing and builds the sorter for JavaScript, with and without WebAssembly's SIMD, and for
-# several threads. The result is a package for npm, as a folder, build/web/package, and as an archive beside it; and the
-# page of Web/page, in build/web/page. With an option, the script does something more:
+# Installs what is missing and builds the sorter for JavaScript, with and without WebAssembly's SIMD, and for several
+# threads. The result is a package for npm, as a folder, build/web/package, and as an archive beside it, and the page of
+# Web/page, in build/web/page. With an option, the script does something more:
 #
 #   ./Tools/web.sh                     builds the package and the page
 #   ./Tools/web.sh --test              runs the tests of the package in node, and those of the page in a browser

@@ -19,7 +19,7 @@ export interface LoadOptions {
 	 * how many.
 	 */
 	threads?: number;
-	/** The module for several threads, or its address, as `module` is that for one. By default it lies beside it. */
+	/** The module that sorts on several threads, or its address. By default it lies beside vexmoor.js. */
 	threadsModule?: BufferSource | URL | string | WebAssembly.Module;
 }
 

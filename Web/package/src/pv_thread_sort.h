@@ -18,7 +18,6 @@
 #include "pv_two_digit_sort.h"
 
 #include <algorithm>
-#include <cstddef>
 
 namespace Vexmoor
 {
@@ -35,7 +34,7 @@ public:
 	{
 		if (capacity < kMinRecordCount || threadCount == 1)
 			return 0;
-		return offsetof(SMemory, m_Counters) + u64(threadCount) * CSplitSort::kCountersPerJob * sizeof(u32);
+		return CSplitSort::MemorySize(u64(threadCount) * CSplitSort::kCountersPerJob);
 	}
 
 	// filled, sorted  as many records as are drawn, at multiples of 16 bytes
@@ -46,14 +45,7 @@ public:
 		, m_Filled(filled)
 		, m_Sorted(sorted)
 		, m_RecordCount(recordCount)
-		, m_Split(m_Jobs,
-			  m_JobCount,
-			  filled,
-			  sorted,
-			  recordCount,
-			  static_cast<SMemory *>(memory)->m_Parts,
-			  static_cast<SMemory *>(memory)->m_Levels,
-			  static_cast<SMemory *>(memory)->m_Counters)
+		, m_Split(m_Jobs, m_JobCount, filled, sorted, recordCount, *static_cast<CSplitSort::SMemory *>(memory))
 	{
 	}
 
@@ -64,21 +56,12 @@ public:
 	void Run(const u8 *enableds, u32 particleCount, const _Fill &fill, const _Expand &expand)
 	{
 		_SplitRecords(_FillAll(enableds, particleCount, fill));
-		_SortAndWrite(expand);
+		const auto enter = [](u32) { return 0; };
+		const auto write = [&](u32 first, u32 count) { expand(first, m_Split.Sorted() + first, count); };
+		m_Split.SortAndWrite(0, m_RecordCount, enter, write);
 	}
 
 private:
-	struct SMemory
-	{
-		SSortPart m_Parts[CSplitSort::kMaxPartCount];
-		CSplitSort::SLevel m_Levels[CSplitSort::kMaxLevelCount];
-		u32 m_Counters[1];
-	};
-
-	// Records that different jobs fill or write meet at multiples of this many. So groups of four records stay whole,
-	// and records and indices of any width begin at multiples of 16 bytes.
-	static constexpr u32 kRecordsPerSeam = 8;
-
 	// Particles of one job, and the place of its first record.
 	struct SFillShare
 	{
@@ -90,10 +73,6 @@ private:
 	};
 
 	u32 _SeamBefore(u32 record) const { return record == m_RecordCount ? record : record - record % kRecordsPerSeam; }
-	u32 _SeamBehind(u32 record) const
-	{
-		return std::min((record + kRecordsPerSeam - 1) / kRecordsPerSeam * kRecordsPerSeam, m_RecordCount);
-	}
 
 	// Returns the span of all keys.
 	template<typename _Fill>
@@ -157,55 +136,15 @@ private:
 		return shareCount;
 	}
 
-	// Moves the records to parts. If many keys are equal, up to three threads take longer for that than one takes to
-	// sort all records, so this thread does, and all write.
+	// Moves the records to parts. Many equal keys are sorted by this thread, and all write.
 	void _SplitRecords(const SKeySpan &span)
 	{
-		constexpr u32 kMaxThreadsForEqualKeys = 3;
 		if (span.BitCount() == 0)
 			return m_Split.TakeSorted(true);
-		if (m_JobCount > kMaxThreadsForEqualKeys || !SKeySample::Of(m_Filled, m_RecordCount).HasEqualKeys())
+		if (m_JobCount > kMaxJobsForRuns || !SKeySample::Of(m_Filled, m_RecordCount).HasEqualKeys())
 			return m_Split.Split(span);
 		Sort<SSortKeyExtractor_TriangleIndexAndDepth>(m_Filled, m_Filled + m_RecordCount, m_Sorted);
 		m_Split.TakeSorted(false);
-	}
-
-	// Each job sorts its parts, and writes from a seam on and up to a seam as soon as records are sorted. The records
-	// around the seams of two jobs are written here when both are done.
-	template<typename _Expand>
-	void _SortAndWrite(const _Expand &expand) const
-	{
-		const SIndexAndDepth *const records = m_Split.Sorted();
-		const auto write = [&](u32 first, u32 end)
-		{
-			if (first < end)
-				expand(first, records + first, end - first);
-		};
-		const auto firstRecordOf = [&](u32 job) { return m_Split.FirstRecordOfPart(m_Split.FirstPartOfJob(job)); };
-		m_Jobs.Run(m_JobCount,
-			[&](u32 job)
-			{
-				u32 written = _SeamBehind(firstRecordOf(job));
-				const u32 partEnd = m_Split.FirstPartOfJob(job + 1);
-				for (u32 part = m_Split.FirstPartOfJob(job); part < partEnd; ++part)
-				{
-					m_Split.SortPart(part, job);
-					const u32 ready = _SeamBefore(m_Split.FirstRecordOfPart(part + 1));
-					write(written, ready);
-					written = std::max(written, ready);
-				}
-			});
-		u32 written = 0;
-		for (u32 job = 0; job < m_JobCount; ++job)
-		{
-			const u32 first = _SeamBehind(firstRecordOf(job));
-			const u32 end = _SeamBefore(firstRecordOf(job + 1));
-			if (end <= first)
-				continue;
-			write(written, first);
-			written = end;
-		}
-		write(written, m_RecordCount);
 	}
 
 	const CJobs m_Jobs;

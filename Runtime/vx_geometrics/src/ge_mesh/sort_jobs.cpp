@@ -25,7 +25,6 @@
 #include "include/pv_two_digit_sort.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <utility>
 
 namespace Vexmoor
@@ -39,15 +38,6 @@ constexpr u32 kMinRecordsPerJob = VEXMOOR_MIN_RECORDS_PER_JOB;
 constexpr u32 kMinRecordCount = std::max<u32>(VEXMOOR_MIN_RECORDS_OF_ONE_JOB, kMaxQuickSortCount + 1);
 constexpr u32 kMinPageSizeOfOneJob = VEXMOOR_MIN_PAGE_SIZE_OF_ONE_JOB;
 constexpr u32 kMinSplitByOneJob = VEXMOOR_MIN_SPLIT_BY_ONE_JOB;
-
-// If many keys are equal, a split and the sorts of its parts take up to three times as long as the radix sort, because
-// records wait for the position that the record before them has stored. So up to three jobs leave such keys to one
-// thread.
-constexpr u32 kMaxJobsForRuns = 3;
-
-// Outputs of different jobs meet at multiples of this many records, which keeps every worker's blocks whole and its
-// output at one alignment: eight records of any width are a multiple of 16 bytes.
-constexpr u32 kRecordsPerSeam = 8;
 
 // The entry points.
 
@@ -123,8 +113,8 @@ u64 CSortJobs::MemorySize(u32 recordCount, u32 maxJobCount)
 	const u32 jobCount = CJobs::CountFor(recordCount, kMinRecordsPerJob, maxJobCount);
 	if (recordCount < kMinRecordCount)
 		return 0;
-	const u64 counterCount = std::max<u64>(u64(jobCount) * CSplitSort::kCountersPerJob, TwoDigitWordCount(recordCount));
-	return offsetof(SMemory, m_Counters) + counterCount * sizeof(u32);
+	return CSplitSort::MemorySize(
+		std::max<u64>(u64(jobCount) * CSplitSort::kCountersPerJob, TwoDigitWordCount(recordCount)));
 }
 
 bool CSortJobs::MayShare(const void *workingBuffer, u32 recordCount)
@@ -140,17 +130,10 @@ CSortJobs::CSortJobs(
 	, m_RecordCount(recordCount)
 	, m_Sorted(static_cast<SIndexAndDepth *>(workingBuffer))
 	, m_Filled(m_Sorted + (ureg(recordCount) + 1) / 2 * 2)
-	, m_Memory(reinterpret_cast<SMemory *>(static_cast<u8 *>(workingBuffer) + ureg(sizeWithoutJobs)))
+	, m_Memory(reinterpret_cast<CSplitSort::SMemory *>(static_cast<u8 *>(workingBuffer) + ureg(sizeWithoutJobs)))
 	, m_SortsTriangles(sorter.m_GeometryType == CSorter::GeometryPerPage)
 	, m_FilledCount(recordCount)
-	, m_Split(m_Jobs,
-		  m_JobCount,
-		  m_Filled,
-		  m_Sorted,
-		  recordCount,
-		  m_Memory->m_Parts,
-		  m_Memory->m_Levels,
-		  m_Memory->m_Counters)
+	, m_Split(m_Jobs, m_JobCount, m_Filled, m_Sorted, recordCount, *m_Memory)
 {
 	std::fill_n(m_Shares, m_JobCount + 1, SShare{});
 }
@@ -178,6 +161,12 @@ public:
 private:
 	const CWarningBatch m_Silence{CWarningBatch::Mode_Silent};
 };
+
+// The scopes of jobs that write. The first one is charged with the hazards of the output.
+static auto ScopesOfJobs(u32 hazardCount)
+{
+	return [=](u32 job) { return CJobScope(job == 0 ? hazardCount : 0); };
+}
 
 // Points.
 
@@ -226,7 +215,7 @@ void CSortJobs::_WritePoints(_Index *indices)
 		VX_PROFILE_SCOPE_COLOR(
 			k16 ? "ExpandAndSortIndices<u16>" : "ExpandAndSortIndices<u32>", CFloat3(0.1f, 0.6f, 0.9f));
 		const u32 hazardCount = writeCount == 0 ? 0 : HazardsOf(&CSorter::_WarnOfQuads<_Index>);
-		_SortAndWrite(skippedCount, writeCount, hazardCount,
+		m_Split.SortAndWrite(skippedCount, writeCount, ScopesOfJobs(hazardCount),
 			[&](u32 first, u32 count)
 			{
 				ExpandWithSortedQuads<_Index>(pattern, m_Sorter.m_QuadCenters, m_Sorter.m_CameraPosition,
@@ -239,7 +228,7 @@ void CSortJobs::_WritePoints(_Index *indices)
 	const EIndexStores stores = m_Sorter._StoresOfOutput();
 	const u32 hazardCount =
 		isSilent ? 0 : HazardsOf([&] { CSorter::_ExpandByWidth(pattern, records, indices, 0, stores); });
-	_SortAndWrite(skippedCount, writeCount, hazardCount,
+	m_Split.SortAndWrite(skippedCount, writeCount, ScopesOfJobs(hazardCount),
 		[&](u32 first, u32 count)
 		{ CSorter::_ExpandByWidth(pattern, records + first, indices + u64(first) * width, count, stores); });
 }
@@ -286,7 +275,7 @@ bool CSortJobs::_SortTriangles(_Index *indices)
 	const TMemoryView<const _Index> unsorted(triangles, m_Sorter.m_IndexCount_fromBB);
 	const u32 writeCount = std::min(m_RecordCount, m_Sorter.m_IndexCount / 3);
 	const u32 skippedCount = m_RecordCount - writeCount;
-	_SortAndWrite(skippedCount, writeCount, 0,
+	m_Split.SortAndWrite(skippedCount, writeCount, ScopesOfJobs(0),
 		[&](u32 first, u32 count)
 		{
 			const CRecordList records(m_Split.Sorted() + skippedCount + first, count);
@@ -309,7 +298,7 @@ bool CSortJobs::_IsNotSplit() const
 	return m_JobCount == 1 && m_RecordCount < kMinSplitByOneJob && _MaxUpperBitCount() != 0;
 }
 
-// Of keys that two passes sort.
+// How many upper bits keys may have so that two passes sort them. 0 if two passes never do.
 u32 CSortJobs::_MaxUpperBitCount() const
 {
 	return MaxUpperBitCount(m_RecordCount, _IndexEnd(), _IndexStep());
@@ -775,57 +764,5 @@ void CSortJobs::_Split()
 	else
 		Sort<SSortKeyExtractor_TriangleIndexAndDepth>(m_Filled, m_Filled + m_RecordCount, m_Sorted);
 	m_Split.TakeSorted(m_SortsInTwoPasses);
-}
-
-// Sorts the parts, and calls write(first, count) for each stretch of the output as soon as its records are sorted. The
-// output has writeCount records, numbered from 0: the sorted ones without the first skippedCount. Each job writes from
-// front to back. The records around a seam between two jobs are written by this thread, when both jobs have ended.
-template<typename _Write>
-void CSortJobs::_SortAndWrite(u32 skippedCount, u32 writeCount, u32 hazardCount, const _Write &write) const
-{
-	const auto inOutput = [&](u32 part)
-	{
-		const u32 record = m_Split.FirstRecordOfPart(part);
-		return record < skippedCount ? 0 : std::min(record - skippedCount, writeCount);
-	};
-	// Of what a job can write up to a record, whole seams; and where its own output starts.
-	const auto seamBefore = [&](u32 place) { return place == writeCount ? place : place - place % kRecordsPerSeam; };
-	const auto startOf = [&](u32 job)
-	{
-		const u64 place = inOutput(m_Split.FirstPartOfJob(job));
-		return u32(std::min<u64>((place + kRecordsPerSeam - 1) / kRecordsPerSeam * kRecordsPerSeam, writeCount));
-	};
-	const auto endOf = [&](u32 job) { return seamBefore(inOutput(m_Split.FirstPartOfJob(job + 1))); };
-
-	m_Jobs.Run(m_JobCount,
-		[&](u32 job)
-		{
-			const CJobScope scope(job == 0 ? hazardCount : 0);
-			const u32 partEnd = m_Split.FirstPartOfJob(job + 1);
-			u32 written = startOf(job);
-			for (u32 part = m_Split.FirstPartOfJob(job); part < partEnd; ++part)
-			{
-				m_Split.SortPart(part, job);
-				const u32 ready = seamBefore(inOutput(part + 1));
-				if (ready > written)
-				{
-					write(written, ready - written);
-					written = ready;
-				}
-			}
-		});
-
-	const CJobScope scope(0);
-	u32 written = 0;
-	for (u32 job = 0; job < m_JobCount; ++job)
-	{
-		if (endOf(job) <= startOf(job))
-			continue;
-		if (startOf(job) > written)
-			write(written, startOf(job) - written);
-		written = endOf(job);
-	}
-	if (writeCount > written)
-		write(written, writeCount - written);
 }
 } // namespace Vexmoor

@@ -48,14 +48,6 @@ private:
 	template<typename _Element>
 	using TPages = TStridedMemoryView<const TStridedMemoryView<const _Element>>;
 
-	// What lies behind the records. Counters are those of the jobs, one job after the other.
-	struct SMemory
-	{
-		SSortPart m_Parts[CSplitSort::kMaxPartCount];
-		CSplitSort::SLevel m_Levels[CSplitSort::kMaxLevelCount];
-		u32 m_Counters[1];
-	};
-
 	// A page, in a walk over all pages.
 	struct SPage
 	{
@@ -123,8 +115,6 @@ private:
 	void _TellOfPages(_Index *triangles, const TPages<_Element> &pages);
 
 	void _Split();
-	template<typename _Write>
-	void _SortAndWrite(u32 skippedCount, u32 writeCount, u32 hazardCount, const _Write &write) const;
 
 	const CSorter &m_Sorter;
 	const CJobs m_Jobs;
@@ -132,7 +122,7 @@ private:
 	const u32 m_RecordCount;
 	SIndexAndDepth *const m_Sorted;
 	SIndexAndDepth *const m_Filled;
-	SMemory *const m_Memory;
+	CSplitSort::SMemory *const m_Memory; // behind the records
 	const bool m_SortsTriangles;
 	bool m_CutPageIsCompacted = false;
 	bool m_SortsInTwoPasses = false; // so far: known when all keys are

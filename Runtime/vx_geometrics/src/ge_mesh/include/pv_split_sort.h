@@ -21,10 +21,20 @@
 #include "pv_span_sort.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 namespace Vexmoor
 {
+// Outputs of different jobs meet at multiples of this many records, which keeps every worker's blocks whole and its
+// output at one alignment: eight records of any width are a multiple of 16 bytes.
+constexpr u32 kRecordsPerSeam = 8;
+
+// If many keys are equal, a split and the sorts of its parts take up to three times as long as the radix sort, because
+// records wait for the position that the record before them has stored. So up to three jobs leave such keys to one
+// thread.
+constexpr u32 kMaxJobsForRuns = 3;
+
 // A range of records that is sorted by one job. Its keys are above those of the parts before it.
 struct SSortPart
 {
@@ -69,27 +79,32 @@ public:
 		u16 m_PartOfDigit[kDigitCount];
 	};
 
-	// filled    the records
-	// sorted    where they end; as many
-	// parts     room for kMaxPartCount
-	// levels    kMaxLevelCount of them
-	// counters  kCountersPerJob for each of jobCount jobs
+	// The counters of the jobs lie one job after the other: kCountersPerJob for each.
+	struct SMemory
+	{
+		SSortPart m_Parts[kMaxPartCount];
+		SLevel m_Levels[kMaxLevelCount];
+		u32 m_Counters[1];
+	};
+	static u64 MemorySize(u64 counterCount) { return offsetof(SMemory, m_Counters) + counterCount * sizeof(u32); }
+
+	// filled  the records
+	// sorted  where they end; as many
+	// memory  with counters for each of jobCount jobs
 	CSplitSort(const CJobs &jobs,
 		u32 jobCount,
 		SIndexAndDepth *filled,
 		SIndexAndDepth *sorted,
 		u32 recordCount,
-		SSortPart *parts,
-		SLevel *levels,
-		u32 *counters)
+		SMemory &memory)
 		: m_Jobs(jobs)
 		, m_JobCount(jobCount)
 		, m_Arrays{sorted, filled}
 		, m_RecordCount(recordCount)
 		, m_PartSize(std::max(kMinPartSize, recordCount / (kMaxPartsPerSplit / 2 - 1)))
-		, m_Parts(parts)
-		, m_Levels(levels)
-		, m_Counters(counters)
+		, m_Parts(memory.m_Parts)
+		, m_Levels(memory.m_Levels)
+		, m_Counters(memory.m_Counters)
 	{
 	}
 
@@ -136,6 +151,14 @@ public:
 		if (result != sorted)
 			std::memcpy(static_cast<void *>(sorted), result, part.m_Count * sizeof(SIndexAndDepth));
 	}
+
+	// Sorts the parts, and calls write(first, count) for each stretch of the output as soon as its records are sorted.
+	// The output has writeCount records, numbered from 0: the sorted ones without the first skippedCount. Each job
+	// writes from front to back. The records around a seam between two jobs are written by this thread, when both jobs
+	// have ended.
+	// enter  what enter(job) returns lives as long as the job works. enter(number of jobs) is for this thread's writing
+	template<typename _Enter, typename _Write>
+	void SortAndWrite(u32 skippedCount, u32 writeCount, const _Enter &enter, const _Write &write) const;
 
 private:
 	// How a split sees keys.
@@ -315,5 +338,54 @@ inline void CSplitSort::_ShareParts(u32 partCount, const SLevel &level) const
 			positions[part] = position;
 		}
 	}
+}
+
+template<typename _Enter, typename _Write>
+void CSplitSort::SortAndWrite(u32 skippedCount, u32 writeCount, const _Enter &enter, const _Write &write) const
+{
+	const auto inOutput = [&](u32 part)
+	{
+		const u32 record = FirstRecordOfPart(part);
+		return record < skippedCount ? 0 : std::min(record - skippedCount, writeCount);
+	};
+	// Of what a job can write up to a record, whole seams; and where its own output starts.
+	const auto seamBefore = [&](u32 place) { return place == writeCount ? place : place - place % kRecordsPerSeam; };
+	const auto startOf = [&](u32 job)
+	{
+		const u64 place = inOutput(FirstPartOfJob(job));
+		return u32(std::min<u64>((place + kRecordsPerSeam - 1) / kRecordsPerSeam * kRecordsPerSeam, writeCount));
+	};
+	const auto endOf = [&](u32 job) { return seamBefore(inOutput(FirstPartOfJob(job + 1))); };
+
+	m_Jobs.Run(m_JobCount,
+		[&](u32 job)
+		{
+			[[maybe_unused]] const auto scope = enter(job);
+			const u32 partEnd = FirstPartOfJob(job + 1);
+			u32 written = startOf(job);
+			for (u32 part = FirstPartOfJob(job); part < partEnd; ++part)
+			{
+				SortPart(part, job);
+				const u32 ready = seamBefore(inOutput(part + 1));
+				if (ready > written)
+				{
+					write(written, ready - written);
+					written = ready;
+				}
+			}
+		});
+
+	[[maybe_unused]] const auto scope = enter(m_JobCount);
+	u32 written = 0;
+	for (u32 job = 0; job < m_JobCount; ++job)
+	{
+		if (endOf(job) <= startOf(job))
+			continue;
+		if (startOf(job) > written)
+			write(written, startOf(job) - written);
+		written = endOf(job);
+	}
+	if (writeCount > written)
+		write(written, writeCount - written);
 }
 } // namespace Vexmoor
