@@ -41,11 +41,13 @@ namespace SortLanes
 	constexpr u32 kTextPerComparison = 3; // two digits, and a space or the text's end
 
 	// The networks for blocks of _Rows rows. "02 13" compares rows 0 and 2, then 1 and 3: in every lane the lower word
-	// goes to the first of both. kSort sorts any words, in as few comparisons as are known. kOrder sorts what a merge
-	// leaves, which is bitonic, in fewer ones: an ascending sequence and a descending one behind it, or a rotation of
-	// that. For even heights it compares the halves, and goes on in each half. Those for five and seven rows were found
-	// by trying comparisons on all bitonic sequences of zeros and ones. A network that sorts these sorts all (D. Knuth,
-	// The Art of Computer Programming, volume 3, 5.3.4).
+	// goes to the first of both.
+	//
+	// kSort sorts any words, with the fewest comparisons that are known. kOrder needs fewer, because it sorts only what
+	// a merge leaves, which is bitonic: an ascending sequence with a descending one behind it, or a rotation of such a
+	// pair. If the number of rows is even, kOrder compares the halves and goes on in each half. For five and seven rows
+	// it was found by trying comparisons on all bitonic sequences of zeros and ones: a network that sorts these sorts
+	// all bitonic sequences (D. Knuth, The Art of Computer Programming, volume 3, 5.3.4).
 	template<u32 _Rows>
 	struct TBlockNetworks;
 	template<>
