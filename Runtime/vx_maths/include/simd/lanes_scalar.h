@@ -26,7 +26,8 @@ inline constexpr bool kLanesAreWords<struct SLanesScalar> = true;
 struct SLanesScalar : TOneGroup<SLanesScalar>
 {
 	typedef SFourWords Register;
-	/// Comparisons fill a lane with ones or with zeros, so a mask is a register like any other.
+	/// Comparisons fill a lane with ones or with zeros, so a mask is a register like any other, and what chooses by it
+	/// needs no branch.
 	typedef Register Mask;
 	/// Compilers may swap the operands of an addition, so sums are searched for NaNs.
 	static constexpr bool kAddsInOrder = false;
@@ -41,12 +42,20 @@ struct SLanesScalar : TOneGroup<SLanesScalar>
 	}
 	static VX_INLINE void Store(void *p, Register r) { std::memcpy(p, &r, sizeof(r)); }
 
+	///   byte   0    1    2    3
+	///   p      00   01   00   80     gives 0b1010
 	static VX_INLINE u32 BitsOfBytes(const u8 *p)
 	{
 		return u32(p[0] != 0) | u32(p[1] != 0) << 1 | u32(p[2] != 0) << 2 | u32(p[3] != 0) << 3;
 	}
 	using TOneGroup::StoreWhere;
 	/// Every lane is stored, and the next one over it unless it is wanted: a count instead of branches.
+	///
+	///   bits 0b1010         word   0    1    2
+	///   stores r0 at 0             r0
+	///   r1 at 0, r0's bit is 0     r1
+	///   r2 at 1, r1's bit is 1     r1   r2
+	///   r3 at 1, r2's bit is 0     r1   r3          two lanes stored
 	static VX_INLINE u32 StoreWhere(u8 *p, u32 bits, Register r)
 	{
 		const u32 count1 = bits & 1;
@@ -59,6 +68,7 @@ struct SLanesScalar : TOneGroup<SLanesScalar>
 		return count3 + (bits >> 3 & 1);
 	}
 
+	/// Reads 8 bytes and none behind them.
 	static VX_INLINE Register LoadTwo(const void *p)
 	{
 		Register r = {};
@@ -96,7 +106,14 @@ struct SLanesScalar : TOneGroup<SLanesScalar>
 	// Integers.
 
 	/// Narrow elements are added without their highest bits, so none carries into its neighbour. The highest bit of a
-	/// sum is then that of a, of b and of the carry, added without a carry of its own.
+	/// sum is then that of a, of b and of the carry, added without a carry of its own. (H. Warren, "Hacker's Delight",
+	/// on adding several bytes at once.) Two bytes:
+	///
+	///   x                     FF   01
+	///   y                     01   80
+	///   lower bits' sum       80   01        7F + 01, 01 + 00
+	///   highest bits differ   80   80
+	///   result                00   81
 	template<typename _Element>
 	VX_WRAPS static VX_INLINE Register Add(Register a, Register b)
 	{
@@ -131,6 +148,7 @@ struct SLanesScalar : TOneGroup<SLanesScalar>
 	{
 		return _Each(a, b, [](u32 x, u32 y) { return x ^ y; });
 	}
+	/// Where they differ and the mask says so, b's bits are inverted, which makes them a's.
 	static VX_INLINE Register Select(Mask mask, Register a, Register b) { return Xor(b, And(mask, Xor(a, b))); }
 	static VX_INLINE Register Where(Mask mask, Register a) { return And(mask, a); }
 	static VX_INLINE bool Any(Mask mask) { return !AllZero(mask); }
@@ -198,6 +216,8 @@ struct SLanesScalar : TOneGroup<SLanesScalar>
 	{
 		return {_Word<_0>(a), _Word<_1>(a), _Word<_2>(b), _Word<_3>(b)};
 	}
+	///   element   0       1       2       3       4       5       6       7
+	///   result    e[_0]   e[_1]   e[_2]   e[_3]   e[_4]   e[_5]   e[_6]   e[_7]
 	template<u32 _0, u32 _1, u32 _2, u32 _3, u32 _4, u32 _5, u32 _6, u32 _7>
 	static VX_INLINE Register Shuffle16(Register r)
 	{
@@ -276,22 +296,30 @@ private:
 	                                    : sizeof(_Element) == 2 ? 0x80008000u
 	                                                            : 0x80000000u;
 
+	/// The function's result for each pair of words.
 	template<typename _Function>
 	static VX_INLINE Register _Each(Register a, Register b, const _Function &function)
 	{
 		return {function(a.m_0, b.m_0), function(a.m_1, b.m_1), function(a.m_2, b.m_2), function(a.m_3, b.m_3)};
 	}
+	/// A lane by its number. The number is a constant, so nothing is compared when the program runs.
 	template<u32 _Lane>
 	static VX_INLINE u32 _Word(Register r)
 	{
 		return _Lane == 0 ? r.m_0 : _Lane == 1 ? r.m_1 : _Lane == 2 ? r.m_2 : r.m_3;
 	}
+	/// A 16-bit element by its number: even ones are the lower halves of words.
 	template<u32 _Element>
 	static VX_INLINE u32 _Half(Register r)
 	{
 		return _Word<_Element / 2>(r) >> _Element % 2 * 16 & 0xFFFF;
 	}
-	// A lane of all bytes moved up: the word that lies whole words below, and the rest of the one before it.
+	/// A lane of all bytes moved up: the word that lies whole words below, and the rest of the one before it. Moved up
+	/// by five bytes, lane 2 has
+	///
+	///   byte     3    2    1    0
+	///   word 1   b2   b1   b0   .          moved up by one byte
+	///   word 0   .    .    .    a3         the byte that leaves it at the top
 	template<u32 _Lane, u32 _Bytes>
 	VX_WRAPS static VX_INLINE u32 _Shifted(Register r)
 	{
@@ -312,6 +340,7 @@ private:
 	{
 		return isTrue ? ~0u : 0;
 	}
+	/// As signed 16 bits, with numbers beyond them at their ends.
 	static VX_INLINE u32 _Limited(u32 x)
 	{
 		const s32 value = s32(x);
@@ -321,6 +350,7 @@ private:
 	{
 		return _Limited(lower) | _Limited(upper) << 16;
 	}
+	/// Bits move between integers and floats by copies, which compilers turn into one instruction or none.
 	static VX_INLINE float _Float(u32 bits)
 	{
 		float value;

@@ -86,7 +86,13 @@ constexpr SQuadNetworks MakeQuadNetworks()
 }
 static constexpr SQuadNetworks kQuadNetworks = MakeQuadNetworks();
 
-// Up to kQuadBlockCount particles, in the order of their records.
+// Up to kQuadBlockCount particles, in the order of their records: where each one's centres are, and its first vertex.
+// With three quads per particle and five vertices (vpp 5), a block of two records, of the vertices 10 and 0:
+//
+//   slot                0    1    2    3 .. 15   16 .. 31     32   33   34   35 .. 47
+//   centre of           0.0  0.1  0.2  -         particle 1   2.0  2.1  2.2  -
+//   m_Centers           ^ [1]                                 ^ [0]
+//   m_FirstVertices       [1] = 0                               [0] = 10
 class CQuadBlock
 {
 public:
@@ -124,7 +130,8 @@ private:
 	const u8 *m_Centers[kQuadBlockCount];
 };
 
-// Writes one quad: each of its entries plus the particle's first vertex, in an ordinary store of its own.
+// Writes one quad: each of its entries plus the particle's first vertex, in an ordinary store of its own. The sum wraps
+// at the width of an index.
 template<typename _Index>
 VX_WRAPS static VX_INLINE void WriteQuad(volatile _Index *dst, const u32 *entries, u32 firstVertex)
 {
@@ -191,6 +198,17 @@ VX_WRAPS static void ExpandWithTooManyQuads(const TMemoryView<const u32> &indexP
 
 // Writes a pattern for each of primCount records, the quads of each in ascending order of their keys, front to back.
 // Entries beyond the last whole quad are skipped, and their place in the output is left as it is.
+//
+// The kernel gives the keys in rows: in column p, the keys of particle p ascend from row to row. Their lowest four bits
+// are the quads' numbers, so writing a particle is reading its column downwards:
+//
+//   rows            particle 0    particle 1    ..
+//   m_Keys[0]       key | 2       key | 0             the first quad to write
+//   m_Keys[1]       key | 0       key | 1
+//   m_Keys[2]       key | 1       key | 2             the last one
+//
+//   written, with patterns of 18 entries:
+//     entries [12, 18), [0, 6), [6, 12) of particle 0, then [0, 6), [6, 12), [12, 18) of particle 1
 template<typename _Index>
 static void ExpandWithSortedQuads(const TMemoryView<const u32> &indexPattern,
 	const CQuadCenters &quadCenters,
@@ -212,10 +230,14 @@ static void ExpandWithSortedQuads(const TMemoryView<const u32> &indexPattern,
 	const SQuadNetwork &network = kQuadNetworks.m_OfCount[quadCount];
 	const u32 *const pattern = &indexPattern[0];
 	const CFloat3 camera = cameraPosition;
-	const bool oneQuad = network.m_PairCount == 0; // which needs no distance: its number, 0, is its key
+
+	// One quad needs no distance: its number, 0, is its key.
+	const bool oneQuad = network.m_PairCount == 0;
 	SQuadKeyRows rows;
 	if (oneQuad)
 		std::fill(std::begin(rows.m_Keys[0]), std::end(rows.m_Keys[0]), 0);
+
+	// Two blocks take turns: while one is sorted and written, the centres of the other are on their way.
 	CQuadBlock blocks[2];
 	CQuadBlock *block = &blocks[0];
 	CQuadBlock *nextBlock = &blocks[1];
