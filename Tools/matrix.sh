@@ -371,7 +371,7 @@ build_row()
 	case $linked in
 	sources)
 		compile "$compiler" "$assertions" "${flags[@]}" "${library[@]}" "$program" "$generated" -o "$folder/same_bits" \
-			"${linking[@]}"
+			"${linking[@]}" || return
 		for suffix in exe js; do
 			[ ! -e "$folder/same_bits.$suffix" ] || mv "$folder/same_bits.$suffix" "$folder/same_bits"
 		done
@@ -379,14 +379,15 @@ build_row()
 	archive)
 		local source
 		for source in "${library[@]}"; do
-			compile "$compiler" "$assertions" "${flags[@]}" -c "$source" -o "$folder/$(basename "$source").o"
+			compile "$compiler" "$assertions" "${flags[@]}" -c "$source" -o "$folder/$(basename "$source").o" || return
 		done
 		ar rcs "$folder/libvexmoor.a" "$folder"/*.o
 		compile "$compiler" "$assertions" "${flags[@]}" "$program" "$generated" -L "$folder" -lvexmoor \
 			-o "$folder/same_bits"
 		;;
 	shared)
-		compile "$compiler" "$assertions" "${flags[@]}" -fPIC -shared "${library[@]}" -o "$folder/libvexmoor.so"
+		compile "$compiler" "$assertions" "${flags[@]}" -fPIC -shared "${library[@]}" -o "$folder/libvexmoor.so" ||
+			return
 		compile "$compiler" "$assertions" "${flags[@]}" "$program" "$generated" -L "$folder" -lvexmoor \
 			"-Wl,-rpath,$PWD/$folder" -o "$folder/same_bits"
 		;;

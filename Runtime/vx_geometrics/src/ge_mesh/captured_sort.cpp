@@ -623,11 +623,10 @@ u32 CCapturedSort::CContents::PageCountWithEnableds() const
 
 TMemoryView<const u32> CCapturedSort::CContents::IndexPattern(u32 pageId) const
 {
-	static const std::vector<u32> kNone;
 	const bool perPage = m_GeometryType == CTriangleSorter::GeometryPerPage;
-	const std::vector<u32> &pattern = !perPage                         ? m_Pattern
-	                                  : pageId < m_PagePatterns.size() ? m_PagePatterns[pageId]
-	                                                                   : kNone;
+	if (perPage && pageId >= m_PagePatterns.size())
+		return {};
+	const std::vector<u32> &pattern = perPage ? m_PagePatterns[pageId] : m_Pattern;
 	return TMemoryView<const u32>(pattern.data(), u32(pattern.size()));
 }
 
