@@ -249,6 +249,7 @@ add_windows_rows()
 {
 	add_row x86_64-w64-mingw32-g++-posix -O0 x86-64 -static 1 sources
 	add_row x86_64-w64-mingw32-g++-posix -O2 x86-64 "-static -ffast-math" 0 sources
+	add_row x86_64-w64-mingw32-g++-posix -O3 native -static 1 dll
 }
 
 # Microsoft's ABI, by both of clang's drivers. Microsoft's own compiler is not to be had here: the last row has clang
@@ -257,8 +258,10 @@ add_microsoft_rows()
 {
 	add_row "$clang_msvc" -O0 x86-64 "" 1 sources
 	add_row "$clang_msvc" -O3 native -ffast-math 0 sources
+	add_row "$clang_msvc" -O2 x86-64 "" 1 dll
 	add_row "$clang_cl" -Od x86-64 "" 1 sources
 	add_row "$clang_cl" -O2 AVX2 -fp:fast 0 sources
+	add_row "$clang_cl" -O2 AVX2 -fp:fast 0 dll
 	add_row "$clang_cl" -O2 AVX512 -DVX_COMPILER_MSVC=1 1 sources
 	add_row "$clang_cl" -O2 AVX512 "-DVX_COMPILER_MSVC=1 -fp:fast" 0 sources
 }
@@ -283,6 +286,8 @@ cpu_runs()
 # leave open is in Tests/Wine.
 microsoft_flags()
 {
+	# Microsoft's own compiler refuses what this warns of.
+	printf '%s\n' -Werror=dll-attribute-on-redeclaration
 	printf '%s\n' -D_LIBCPP_NO_VCRUNTIME -D_LIBCPP_NO_AUTO_LINK -D_LIBCPP_HAS_THREAD_API_WIN32 \
 		-D_LIBCPP_HAS_NO_LOCALIZATION -D_LIBCPP_DISABLE_VISIBILITY_ANNOTATIONS -D_MSVCR_VER=140
 	local folder prefix=-isystem
@@ -299,14 +304,20 @@ microsoft_flags()
 	done
 }
 
-# The arguments behind all others that link a program for Microsoft's ABI.
+# The arguments behind all others that link for Microsoft's ABI: a compiler, and what the linker makes.
 link_with_wine()
 {
-	local libraries=/usr/lib/x86_64-linux-gnu/wine/x86_64-windows
+	local libraries=/usr/lib/x86_64-linux-gnu/wine/x86_64-windows compiler=$1 option
+	shift
 	printf '%s\n' Tests/Wine/runtime.cpp -fuse-ld=lld
-	case $1 in
-	clang-cl*) printf '%s\n' /link /nodefaultlib /subsystem:console /entry:mainCRTStartup ;;
-	*) printf '%s\n' -nostdlib -Wl,/subsystem:console,/entry:mainCRTStartup ;;
+	case $compiler in
+	clang-cl*) printf '%s\n' /link /nodefaultlib "$@" ;;
+	*)
+		printf '%s\n' -nostdlib
+		for option in "$@"; do
+			printf '%s\n' "-Wl,$option"
+		done
+		;;
 	esac
 	printf '%s\n' "$libraries"/lib{ucrtbase,vcruntime140,kernel32,ntdll}.a
 }
@@ -350,7 +361,7 @@ build_generators()
 build_row()
 {
 	local folder=$1 compiler=$2 level=$3 architecture=$4 more=$5 assertions=$6 linked=$7
-	local flags=("$level" "-march=${architecture%@*}") generated linking=() suffix
+	local flags=("$level" "-march=${architecture%@*}") generated linking=() dll_linking=() suffix
 	generated=$(generator_object "$compiler")
 	case $compiler in
 	clang-cl*)
@@ -363,7 +374,8 @@ build_row()
 		linking=(-sSINGLE_FILE=1 -sALLOW_MEMORY_GROWTH=1 -sEXIT_RUNTIME=1)
 		;;
 	esac
-	[[ $compiler != *windows-msvc ]] || mapfile -t linking < <(link_with_wine "$compiler")
+	[[ $compiler != *windows-msvc ]] ||
+		mapfile -t linking < <(link_with_wine "$compiler" /subsystem:console /entry:mainCRTStartup)
 	# shellcheck disable=SC2206 # a list of flags
 	flags+=($more)
 	rm -rf "$folder"
@@ -384,6 +396,24 @@ build_row()
 		ar rcs "$folder/libvexmoor.a" "$folder"/*.o
 		compile "$compiler" "$assertions" "${flags[@]}" "$program" "$generated" -L "$folder" -lvexmoor \
 			-o "$folder/same_bits"
+		;;
+	dll)
+		# As the build system's targets do it, with all sources in one DLL. The loader looks beside the program.
+		flags+=(-DVX_SHARED=1)
+		local exports=(-DVX_BUILDS_KERNEL -DVX_BUILDS_GEOMETRICS)
+		case $compiler in
+		*mingw32*) exports+=(-shared "-Wl,--out-implib,$folder/vexmoor.lib") ;;
+		*)
+			exports+=(-D_WINDLL)
+			mapfile -t dll_linking < <(link_with_wine "$compiler" /dll /entry:_DllMainCRTStartup \
+				"/implib:$folder/vexmoor.lib")
+			;;
+		esac
+		compile "$compiler" "$assertions" "${flags[@]}" "${exports[@]}" "${library[@]}" -o "$folder/vexmoor.dll" \
+			"${dll_linking[@]}" || return
+		compile "$compiler" "$assertions" "${flags[@]}" "$program" "$generated" "$folder/vexmoor.lib" \
+			-o "$folder/same_bits" "${linking[@]}" || return
+		[ ! -e "$folder/same_bits.exe" ] || mv "$folder/same_bits.exe" "$folder/same_bits"
 		;;
 	shared)
 		compile "$compiler" "$assertions" "${flags[@]}" -fPIC -shared "${library[@]}" -o "$folder/libvexmoor.so" ||

@@ -1,6 +1,6 @@
-// What a program for Microsoft's ABI calls, but neither wine's import libraries nor the headers of LLVM's standard
-// library define: the entry point, thread-local storage, the heap, and a few functions of a compiled standard library.
-// Tools/matrix.sh says which headers and import libraries these are.
+// What a program or a DLL for Microsoft's ABI calls, but neither wine's import libraries nor the headers of LLVM's
+// standard library define: the entry point, thread-local storage, the heap, and a few functions of a compiled standard
+// library. Tools/matrix.sh says which headers and import libraries these are.
 
 #include <chrono>
 #include <cstdint>
@@ -47,13 +47,24 @@ extern "C"
 	__declspec(dllimport) void ReleaseSRWLockExclusive(void *lock);
 	__declspec(dllimport) std::uint64_t GetTickCount64();
 
-#pragma clang diagnostic ignored "-Wmain" // it is called
+#if defined(_WINDLL)
+	// The loader calls it as the program starts, and again as it ends.
+	int _DllMainCRTStartup(void *, unsigned reason, void *)
+	{
+		constexpr unsigned kProcessAttach = 1;
+		if (reason == kProcessAttach)
+			_initterm(&beforeInitialisers, &behindInitialisers);
+		return 1;
+	}
+#else
+	#pragma clang diagnostic ignored "-Wmain" // it is called
 	[[noreturn]] void mainCRTStartup()
 	{
 		_initterm(&beforeInitialisers, &behindInitialisers);
 		_configure_narrow_argv(1);
 		std::exit(main(*__p___argc(), *__p___argv()));
 	}
+#endif
 }
 
 void *operator new(std::size_t size)

@@ -100,7 +100,7 @@ public:
 
 private:
 	class CContents;
-	friend SSortReplay ReplaySort(CCapturedSort &capture, CbSortFinding handler, void *userData);
+	friend VX_GEOMETRICS_API SSortReplay ReplaySort(CCapturedSort &capture, CbSortFinding handler, void *userData);
 
 	VX_LOCAL u8 *_SpareOutput() const; // as large as the output
 
