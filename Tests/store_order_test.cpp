@@ -268,12 +268,16 @@ TYPED_TEST(StoreOrder, KindOfMemory_SaysWhatIsStreamed)
 			const u32 block = is16 ? width.m_BlockIn16 : width.m_BlockIn32;
 			const u32 streamedCount = block == 0 ? 0 : count / block * block;
 			std::size_t streamedByteCount = 0;
-			SSceneLayout layout;
+			SSceneLayout layout; // nothing is said of the output's memory
 			EXPECT_TRUE(SortsFrontToBack<TypeParam>(scene, layout, streamedByteCount));
 			EXPECT_EQ(streamedByteCount, std::size_t(streamedCount) * width.m_Width * sizeof(TypeParam));
-			layout.m_OutputMemory = EOutputMemory(2); // of no kind
-			EXPECT_TRUE(SortsFrontToBack<TypeParam>(scene, layout, streamedByteCount));
-			EXPECT_EQ(streamedByteCount, std::size_t(streamedCount) * width.m_Width * sizeof(TypeParam));
+			constexpr EOutputMemory kNoKind = EOutputMemory(2);
+			for (const EOutputMemory outputMemory : {CTriangleSorter::OutputMemory_WriteCombined, kNoKind})
+			{
+				layout.m_OutputMemory = outputMemory;
+				EXPECT_TRUE(SortsFrontToBack<TypeParam>(scene, layout, streamedByteCount));
+				EXPECT_EQ(streamedByteCount, std::size_t(streamedCount) * width.m_Width * sizeof(TypeParam));
+			}
 			EXPECT_TRUE(SortsFrontToBack<TypeParam>(scene, WithCachedOutput(), streamedByteCount));
 			EXPECT_EQ(streamedByteCount, 0u);
 		}

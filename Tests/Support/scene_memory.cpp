@@ -103,7 +103,8 @@ CSceneMemory::CSceneMemory(const Model::SScene &scene, const SSceneLayout &layou
 	_AddGeometry();
 
 	m_Sorter = new (_AddInput(sizeof(CTriangleSorter), 0)) CTriangleSorter;
-	m_Sorter->Setup_OutputMemory(layout.m_OutputMemory); // no later call changes it
+	if (layout.m_OutputMemory)
+		m_Sorter->Setup_OutputMemory(*layout.m_OutputMemory); // no later call changes it
 	// What is kept where counts agree shows in one half of the scenes, and what is left where they do not in the other.
 	const u32 lastCountsMore = m_Scene.m_ParticleCount % 2;
 	_SetUpEarlierCall(1 - lastCountsMore);
@@ -410,7 +411,8 @@ void CSceneMemory::_SortThroughC()
 	const SSortJobs hostJobs = m_Jobs != nullptr ? m_Jobs->Jobs() : SSortJobs();
 	const vexmoor_jobs jobs = {sizeof(jobs), hostJobs.m_MaxJobCount, hostJobs.m_Run, hostJobs.m_UserData};
 	call.jobs = m_Jobs != nullptr ? &jobs : nullptr;
-	call.output_memory = m_Layout.m_OutputMemory;
+	if (m_Layout.m_OutputMemory)
+		call.output_memory = *m_Layout.m_OutputMemory;
 
 	const auto collect = [](void *userData, vexmoor_finding_kind kind, const char *sentence)
 	{

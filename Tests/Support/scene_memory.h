@@ -11,6 +11,7 @@
 #include "reference_model.h"
 #include <gtest/gtest.h>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,8 +24,8 @@ struct SSceneLayout
 	Vexmoor::u32 m_RenderedCountStride = 4;
 	Vexmoor::u32 m_PageViewStride = 16; // of the arrays of views, one element per page
 	bool m_SorterAllocates = false;     // no working buffer is given
-	Vexmoor::CTriangleSorter::EOutputMemory m_OutputMemory = Vexmoor::CTriangleSorter::OutputMemory_WriteCombined;
-	bool m_IsChecked = false;       // the checked sort sorts
+	std::optional<Vexmoor::CTriangleSorter::EOutputMemory> m_OutputMemory; // none: what a new sorter takes it for
+	bool m_IsChecked = false;                                              // the checked sort sorts
 	bool m_IsThroughC = false;      // the interface for C sorts: the strides above stay as they are
 	Vexmoor::u32 m_MaxJobCount = 0; // none: the sort without jobs
 	EJobOrder m_JobOrder = JobOrder_Natural;
