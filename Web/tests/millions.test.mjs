@@ -1,4 +1,4 @@
-// Sorts of millions of particles, which the package splits by the leading bits of keys, against the model's keys: every
+// Sorts of so many particles that the package splits them by the leading bits of keys, against the model's keys: every
 // particle once, keys ascending, equal keys in the order in which their records are stored.
 
 import assert from "node:assert/strict";
@@ -7,7 +7,7 @@ import { describe, test } from "node:test";
 import { modelKeys, randomNumbers } from "./model.mjs";
 import { load } from "./package.mjs";
 
-const kSplitFrom = 1500000; // kMinSplitCount in pv_particle_split.h
+const kSplitFrom = 200000; // CParticleSplit::kMinCount in pv_particle_split.h
 
 // Where a particle's record is stored among the others: whole groups of four in the order 2, 3, 0, 1. Groups are those
 // of drawn particles.
@@ -55,7 +55,7 @@ for (const simd of [true, false]) {
 			const { values } = sorter;
 			fillWithAllFloats(values);
 			const keys = modelKeys({ values, count: capacity });
-			for (const count of [capacity, kSplitFrom, kSplitFrom - 1])
+			for (const count of [capacity, capacity - 1, kSplitFrom, kSplitFrom - 1])
 				checkOrder(sorter.sort(count), keys.slice(0, count));
 			sorter.dispose();
 		});
@@ -73,6 +73,53 @@ for (const simd of [true, false]) {
 			sorter.dispose();
 		});
 
+		// Parts are sorted in different ways: by how far their keys span, and by whether neighbours share keys.
+		const kKinds = {
+			"of one power of two": (random) => 1 + random(),
+			"of few powers of two, and some of many": (random) =>
+				random() < 0.8 ? 1 + 3 * random() : 2 ** (200 * random() - 100),
+			"of both signs": (random) => (random() - 0.5) ** 3,
+			"of which a thousand are different": (random) => Math.floor(1000 * random()) * 1.37,
+			"in runs": (random, i, values) => (i % 16 === 0 || i === 0 ? random() : values[i - 1]),
+			"in ascending order": (random, i) => i,
+			"in descending order": (random, i) => -i,
+			"infinite, some of them": (random) => [Infinity, -Infinity, random(), random()][Math.floor(4 * random())],
+		};
+		for (const [kind, valueOf] of Object.entries(kKinds)) {
+			test(`values ${kind}`, () => {
+				const capacity = 530007; // more bits than 2^19, so words have room for fewer bits of keys
+				const sorter = vexmoor.createPointSorter({ capacity, by: "value" });
+				const { values } = sorter;
+				const random = randomNumbers(24);
+				for (let i = 0; i < capacity; ++i) values[i] = valueOf(random, i, values);
+				const keys = modelKeys({ values, count: capacity });
+				for (const count of [capacity, kSplitFrom + 7777]) checkOrder(sorter.sort(count), keys.slice(0, count));
+				sorter.dispose();
+			});
+		}
+
+		test("patterns, whose indices are multiples of any number of vertices", () => {
+			const count = kSplitFrom + 2;
+			for (const verticesPerParticle of [3, 4, 9, 20000]) {
+				const pattern = [0, 2, 1];
+				const sorter = vexmoor.createPointSorter({
+					capacity: count,
+					by: "value",
+					pattern,
+					verticesPerParticle,
+				});
+				fillWithAllFloats(sorter.values);
+				const drawn = sorter.sort(count);
+				const order = Uint32Array.from({ length: count }, (_, i) => drawn[3 * i] / verticesPerParticle);
+				for (let i = 0; i < drawn.length; ++i) {
+					if (drawn[i] !== order[Math.floor(i / 3)] * verticesPerParticle + pattern[i % 3])
+						assert.fail(`index ${i} is ${drawn[i]}`);
+				}
+				checkOrder(order, modelKeys({ values: sorter.values, count }));
+				sorter.dispose();
+			}
+		});
+
 		// The model takes seconds to find so many distances. How records are split is the same without SIMD.
 		test("positions, as quads, all enabled and not", { skip: !simd }, () => {
 			const count = kSplitFrom + 2;
@@ -82,7 +129,7 @@ for (const simd of [true, false]) {
 			fillWithPositions(positions);
 			const camera = [1, 2.5, -3];
 			const order = new Uint32Array(count);
-			for (const disabled of [[], [0, 5, 700001]]) {
+			for (const disabled of [[], [0, 5, 70001]]) {
 				for (const number of disabled) enabled[number] = 0;
 				const drawn = sorter.sort(count, camera);
 				const drawnCount = count - disabled.length;

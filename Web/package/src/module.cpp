@@ -15,6 +15,7 @@
 #include "pv_particle_split.h"
 #include "pv_thread_sort.h"
 #include "pv_threads.h"
+#include "pv_two_digit_sort.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -33,7 +34,7 @@ enum EArray
 	Array_Indices,
 	Array_Sorted,   // records in drawing order
 	Array_Records,  // records as they are filled
-	Array_Counters, // of digits, where a sort may be split or shared out
+	Array_Counters, // of digits, and what else a large sort keeps
 	Array_Count
 };
 
@@ -63,12 +64,27 @@ u64 RoundedUp(u64 bytes)
 	return (bytes + kAlignment - 1) / kAlignment * kAlignment;
 }
 
-// Bytes of counters, for the way that a large sort of the module takes.
+// Below this many records, two passes take longer to clear and sum up their counters than a third pass takes.
+constexpr u32 kMinInTwoPasses = VEXMOOR_MIN_RECORDS_OF_ONE_JOB;
+
+// The other modules have no room for two passes: they would be larger than a page should load.
+constexpr bool kHasTwoPasses = VX_WASM_SIMD && !kHasThreads;
+
+// Whether so many particles may be split. The module with threads leaves that out: it sorts so many on the calling
+// thread alone only after losing the others.
+bool MaySplit(u32 count)
+{
+	return !kHasThreads && count >= CParticleSplit::kMinCount;
+}
+
+// Bytes of counters, for all the ways that sorts of up to as many particles take.
 u64 CountersSize(u32 capacity)
 {
 	if constexpr (kHasThreads)
 		return CThreadSort::MemorySize(capacity, ThreadCount());
-	return capacity >= kMinSplitCount ? kSplitDigitCount * sizeof(u32) : 0;
+	const u64 inTwoPasses =
+		kHasTwoPasses && capacity >= kMinInTwoPasses ? TwoDigitWordCount(capacity) * sizeof(u32) : 0;
+	return MaySplit(capacity) ? std::max(inTwoPasses, CParticleSplit::MemorySize(capacity)) : inTwoPasses;
 }
 } // namespace
 
@@ -91,14 +107,14 @@ SPointSorter *create(
 	u32 capacity, bool byPosition, bool hasEnableds, bool has16BitIndices, u32 patternCount, u32 verticesPerParticle)
 {
 	const u64 particleCount = capacity;
-	const u64 recordsSize = RoundedUp(particleCount * sizeof(SIndexAndDepth));
+	const u64 recordCount = MaySplit(capacity) ? CParticleSplit::BlocksSize(capacity) : capacity;
 	const u64 sizes[Array_Count] = {
 		RoundedUp(u64(patternCount) * sizeof(u32)),
 		RoundedUp(particleCount * (byPosition ? sizeof(CFloat3) : sizeof(float))),
 		RoundedUp(hasEnableds ? particleCount : 0),
 		RoundedUp(particleCount * patternCount * (has16BitIndices ? sizeof(u16) : sizeof(u32))),
-		recordsSize,
-		recordsSize,
+		RoundedUp(particleCount * sizeof(SIndexAndDepth)),
+		RoundedUp(recordCount * sizeof(SIndexAndDepth)),
 		RoundedUp(CountersSize(capacity)),
 	};
 	SPointSorter sorter = {byPosition, hasEnableds, has16BitIndices, patternCount, verticesPerParticle, {}};
@@ -147,27 +163,51 @@ VX_WEB_EXPORT(indices) void *indices(SPointSorter *sorter)
 namespace
 {
 // Makes records of as many particles, from the first one on, behind firstRecord others. There are more particles than
-// records only where some of them are disabled.
+// records only where some of them are disabled. A record's index is indexStep times its number.
 void Fill(SPointSorter *sorter,
 	const CFloat3 &cameraPosition,
 	u32 first,
 	u32 particleCount,
 	u32 firstRecord,
+	u32 indexStep,
 	const TMemoryView<SIndexAndDepth> &records)
 {
 	const bool hasDisabled = particleCount != records.Count();
 	const TStridedMemoryView<const u8> enableds(
 		sorter->Array<u8>(Array_Enableds) + first, hasDisabled ? particleCount : 0, sizeof(u8));
-	const u32 firstVertex = firstRecord * sorter->m_VerticesPerParticle;
+	const u32 firstIndex = firstRecord * indexStep;
 	if (sorter->m_ByPosition)
 		CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(records,
 			TStridedMemoryView<const CFloat3>(
 				sorter->Array<CFloat3>(Array_SortKeys) + first, particleCount, sizeof(CFloat3)),
-			cameraPosition, enableds, firstVertex, sorter->m_VerticesPerParticle);
+			cameraPosition, enableds, firstIndex, indexStep);
 	else
 		CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(records,
 			TStridedMemoryView<const float>(sorter->Array<float>(Array_SortKeys) + first, particleCount, sizeof(float)),
-			enableds, firstVertex, sorter->m_VerticesPerParticle);
+			enableds, firstIndex, indexStep);
+}
+
+// Sorts records, and returns the array that they end in. Two passes give the order of the library's sort, and take less
+// time if keys suit them.
+SIndexAndDepth *SortRecords(SPointSorter *sorter, SIndexAndDepth *records, SIndexAndDepth *sorted, u32 count)
+{
+	if (kHasTwoPasses && count >= kMinInTwoPasses)
+	{
+		const u32 indexStep = sorter->m_VerticesPerParticle;
+		const u32 indexEnd = u32(std::min<u64>(u64(count) * indexStep, ~0u));
+		const u32 maxUpperBits = MaxUpperBitCount(count, indexEnd, indexStep);
+		if (maxUpperBits != 0 && SuitTwoPasses(SKeySample::Of(records, count), maxUpperBits))
+		{
+			const SKeySpan span = SpanOf(records, count);
+			if (UpperBitCount(span) <= maxUpperBits)
+			{
+				SortInTwoPasses(records, sorted, count, span, indexEnd, indexStep, sorter->Array<u32>(Array_Counters));
+				return records;
+			}
+		}
+	}
+	Sort<SSortKeyExtractor_TriangleIndexAndDepth>(records, records + count, sorted);
+	return sorted;
 }
 
 // Writes the indices of sorted records, behind those of as many records as come before.
@@ -193,6 +233,7 @@ VX_WEB_EXPORT(sort) u32 sort(SPointSorter *sorter, u32 count, float cameraX, flo
 	const auto expand = [=](u32 first, const SIndexAndDepth *part, u32 partCount)
 	{ Expand(sorter, first, part, partCount); };
 
+	const u32 indexStep = sorter->m_VerticesPerParticle;
 	if constexpr (kHasThreads)
 	{
 		if (ThreadCount() > 1 && drawnCount >= CThreadSort::kMinRecordCount)
@@ -202,22 +243,19 @@ VX_WEB_EXPORT(sort) u32 sort(SPointSorter *sorter, u32 count, float cameraX, flo
 				.Run(
 					enableds, count,
 					[=](u32 first, u32 particleCount, u32 firstRecord, const TMemoryView<SIndexAndDepth> &share)
-					{ Fill(sorter, cameraPosition, first, particleCount, firstRecord, share); },
+					{ Fill(sorter, cameraPosition, first, particleCount, firstRecord, indexStep, share); },
 					expand);
 			return drawnCount;
 		}
 	}
-	// The module with threads leaves this out: it sorts so many on the calling thread alone only after losing the
-	// others.
-	if (!kHasThreads && count >= kMinSplitCount && drawnCount == count)
+	if (MaySplit(count) && drawnCount == count)
 	{
-		const auto fill = [=](u32 first, const TMemoryView<SIndexAndDepth> &block)
-		{ Fill(sorter, cameraPosition, first, block.Count(), first, block); };
-		if (SplitSort(count, sorter->Array<u32>(Array_Counters), records, sorted, fill, expand))
+		const auto fill = [=](u32 first, const TMemoryView<SIndexAndDepth> &group)
+		{ Fill(sorter, cameraPosition, first, group.Count(), first, 1, group); };
+		if (CParticleSplit(count, records, sorted, sorter->Array<void>(Array_Counters), indexStep).Run(fill, expand))
 			return drawnCount;
 	}
-	Fill(sorter, cameraPosition, 0, count, 0, TMemoryView<SIndexAndDepth>(records, drawnCount));
-	Sort<SSortKeyExtractor_TriangleIndexAndDepth>(records, records + drawnCount, sorted);
-	Expand(sorter, 0, sorted, drawnCount);
+	Fill(sorter, cameraPosition, 0, count, 0, indexStep, TMemoryView<SIndexAndDepth>(records, drawnCount));
+	Expand(sorter, 0, SortRecords(sorter, records, sorted, drawnCount), drawnCount);
 	return drawnCount;
 }
