@@ -15,6 +15,12 @@ namespace Vexmoor
 {
 // Ways to bring the next positions into lanes, one for each lane.
 
+// Positions this far behind those that are loaded are prefetched, because they are seldom in a cache: other work has
+// run since a frame's positions were written. A processor prefetches by itself only after some misses, and begins anew
+// at each page of the virtual memory. An address behind the last position is prefetched as well, which reads nothing;
+// often the next page's positions lie there.
+constexpr u32 kPrefetchDistanceInBytes = 1024;
+
 // At a stride of 12.
 //
 //   lane     0    1    2    3   ...  one position to a lane
@@ -28,6 +34,8 @@ struct SPositions_Packed
 	template<typename _Lanes, typename _Register>
 	static VX_INLINE void Load(const u8 *src, u32, _Register &x, _Register &y, _Register &z)
 	{
+		for (u32 byte = 0; byte < _Lanes::kLanes * sizeof(CFloat3); byte += kCacheLineInBytes)
+			VX_PREFETCH_TO_READ(src + kPrefetchDistanceInBytes + byte);
 		_Lanes::LoadTriples(src, x, y, z);
 	}
 };
@@ -45,6 +53,7 @@ struct SPositions_Packed
 //   x          x0   x1   x2   x3
 //
 // With registers of several groups, each load takes one position of every group: p0 is positions 0, 4, 8 and 12.
+// One line is prefetched for a group, which is all of it at a stride of 16.
 struct SPositions_Gathered
 {
 	static constexpr u32 kMinStride = kMinGatheredStride;
@@ -53,6 +62,8 @@ struct SPositions_Gathered
 	static VX_INLINE void Load(const u8 *src, u32 stride, _Register &x, _Register &y, _Register &z)
 	{
 		const ureg nextGroup = kRecordsPerGroup * ureg(stride);
+		for (u32 group = 0; group < _Lanes::kGroups; ++group)
+			VX_PREFETCH_TO_READ(src + kPrefetchDistanceInBytes + group * nextGroup);
 		const _Register p0 = _Lanes::LoadGroups(src, nextGroup);
 		const _Register p1 = _Lanes::LoadGroups(src + stride, nextGroup);
 		const _Register p2 = _Lanes::LoadGroups(src + 2 * ureg(stride), nextGroup);
