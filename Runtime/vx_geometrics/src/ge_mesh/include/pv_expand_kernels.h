@@ -17,6 +17,8 @@
 
 #include "pv_mesh_triangle_sorter.h"
 
+#include <type_traits>
+
 namespace Vexmoor
 {
 // How whole blocks are stored at a multiple of 16.
@@ -69,8 +71,13 @@ namespace Expand
 	}
 
 	// The stores of kernels with "Stream" in their names: a register at an offset in bytes from an aligned address.
+	// Prepare comes before the stores of each block.
 	struct SStreamingStores
 	{
+		template<u32 _BlockInBytes>
+		static VX_INLINE void Prepare(volatile void *)
+		{
+		}
 		static VX_INLINE void Put(volatile void *dst, sreg offset, Register r)
 		{
 			Float4(r).StreamAligned16(dst, offset);
@@ -78,6 +85,21 @@ namespace Expand
 	};
 	struct SCachedStores
 	{
+		// Fetches the lines of a later block, since the outputs of a frame are seldom in a cache. Blocks of a single
+		// store are left to the processor: four of them would fetch the same line. Fetching a line behind the output
+		// changes nothing there.
+		template<u32 _BlockInBytes>
+		static VX_INLINE void Prepare(volatile void *dst)
+		{
+			constexpr u32 kPrefetchDistanceInBytes = 1536;
+			constexpr u32 kStoreInBytes = 16;
+			if constexpr (_BlockInBytes > kStoreInBytes)
+			{
+				u8 *const ahead = static_cast<u8 *>(const_cast<void *>(dst)) + kPrefetchDistanceInBytes;
+				for (u32 byte = 0; byte < _BlockInBytes; byte += kCacheLineInBytes)
+					VX_PREFETCH_TO_WRITE(ahead + byte);
+			}
+		}
 		static VX_INLINE void Put(volatile void *dst, sreg offset, Register r)
 		{
 			StoreInPlace(static_cast<volatile u8 *>(dst) + offset, r);
@@ -784,7 +806,11 @@ namespace Expand
 		VX_INLINE void _WriteWith(const _Pattern &...pattern)
 		{
 			const auto write = [](const auto &kernel, auto *prims, auto *records)
-			{ kernel.template Write<_Stores>(prims, records); };
+			{
+				typedef std::decay_t<decltype(kernel)> CKernel;
+				_Stores::template Prepare<CKernel::kPrims * CKernel::kWidth * sizeof(_Index)>(prims);
+				kernel.template Write<_Stores>(prims, records);
+			};
 			(_WriteBlocks<_Kernels>(write, pattern...), ...);
 		}
 
