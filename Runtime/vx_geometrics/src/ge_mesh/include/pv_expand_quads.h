@@ -101,7 +101,6 @@ public:
 	VX_WRAPS VX_INLINE void Locate(
 		const SIndexAndDepth *records, u32 recordCount, const CQuadCenters quadCenters, u32 quadCount, u32 vpp)
 	{
-		constexpr u32 kLineInBytes = 64;
 		m_Count = recordCount;
 		for (u32 i = 0; i < recordCount; ++i)
 		{
@@ -110,7 +109,7 @@ public:
 			for (u32 quadId = 0; quadId < quadCount; ++quadId)
 				static_cast<void>(quadCenters.AddressOf(firstSlot + quadId));
 			const u8 *const centers = reinterpret_cast<const u8 *>(quadCenters.Data() + firstSlot);
-			for (u32 byte = 0; byte < quadCount * kQuadCenterInBytes; byte += kLineInBytes)
+			for (u32 byte = 0; byte < quadCount * kQuadCenterInBytes; byte += kCacheLineInBytes)
 				VX_PREFETCH_TO_READ(centers + byte);
 			m_FirstVertices[i] = id;
 			m_Centers[i] = centers;
