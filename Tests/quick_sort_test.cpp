@@ -436,6 +436,29 @@ TEST_P(SortOfEveryCount, DistinctSomeEqualAndAllEqualKeys_AreSortedAsSpecified)
 	}
 }
 
+// Clusters of keys that differ by very little, far from each other: sorting by the top bits alone leaves them as they
+// were, and many of them to the quick sort.
+TEST_P(SortOfEveryCount, ClustersOfKeys_AreSortedAsSpecified)
+{
+	for (u32 count = 1; count <= 130; ++count)
+	{
+		for (const u32 clusterCount : {1u, 2u, 30u, 90u})
+		{
+			SCOPED_TRACE(testing::Message() << count << " records in " << clusterCount << " clusters");
+			Model::CRandom random(count * 100 + clusterCount);
+			std::vector<u32> keys(count);
+			for (u32 i = 0; i < count; ++i)
+				keys[i] = random.Below(clusterCount) * 0x02AA0000u + (i * 151 + count) % 251;
+			CRecords left = RecordsOfKeys(keys);
+			const SSorted sorted = Sorted(left);
+			EXPECT_TRUE(SameRecords(Model::Sort(left), sorted.m_Output));
+			EXPECT_TRUE(SameRecords(left, sorted.m_Input));
+		}
+		if (HasFailure())
+			return;
+	}
+}
+
 INSTANTIATE_TEST_SUITE_P(Lanes, SortOfEveryCount, kLaneWidths, LaneWidthName);
 
 // Extractors. Which keys a sort can use is decided when it is compiled.
@@ -507,8 +530,8 @@ TEST(SortEntry, MoreRecordsThanAreRanked_AreRefused)
 	}
 }
 
-// A radix sort of few records counts in 8 bits, and keeps as many records between two passes.
-TEST(SortEntry, MoreRecordsThanSort8Takes_AreReportedAndLeft)
+// The radix sort of few records counts in 8 bits, and keeps as many records between two passes.
+TEST(SortEntry, MoreRecordsThanSortByTopBitsTakes_AreReportedAndLeft)
 {
 	CRecords records;
 	for (u32 i = 0; i < 257; ++i)
@@ -520,16 +543,141 @@ TEST(SortEntry, MoreRecordsThanSort8Takes_AreReportedAndLeft)
 	const SSortKeyExtractor_TriangleIndexAndDepth keyExtractor{};
 	{
 		const CExpectReports reports({"count <= kMaxCountIn8Bits"});
-		TRadixSort<Sort_InBuffer>::Sort8(first, 257, sorted, keyExtractor);
+		TRadixSort<Sort_InBuffer>::SortByTopBits(first, 257, sorted, keyExtractor);
 	}
-	TRadixSort<Sort_InBuffer>::Sort8(first, 0, sorted, keyExtractor);
+	TRadixSort<Sort_InBuffer>::SortByTopBits(first, 0, sorted, keyExtractor);
 	EXPECT_EQ(output.Data()[0], CGuardedMemory::kInitialByte);
 
-	TRadixSort<Sort_InBuffer>::Sort8(first, 256, sorted, keyExtractor);
+	TRadixSort<Sort_InBuffer>::SortByTopBits(first, 256, sorted, keyExtractor);
 	EXPECT_TRUE(SameRecords(records, ReadRecords(input.Data(), 257))) << "the input is left";
 	records.pop_back();
 	std::reverse(records.begin(), records.end());
 	EXPECT_TRUE(SameRecords(records, ReadRecords(output.Data(), 256)));
+}
+
+// Keys agree above some bit, and by chance below others: whatever the highest bit in which they differ, it and the 23
+// bits below it decide, and then the order of the input.
+TEST(SortEntry, SortByTopBits_SortsStablyBy24Bits)
+{
+	for (u32 count = 1; count <= 256; count += 5)
+	{
+		for (u32 highestBit = 0; highestBit < 32; ++highestBit)
+		{
+			SCOPED_TRACE(testing::Message() << count << " records that differ up to bit " << highestBit);
+			Model::CRandom random(count * 32 + highestBit);
+			const u32 mixed = ~0u >> (31 - highestBit);
+			std::vector<u32> keys(count);
+			for (u32 &key : keys)
+				key = (random.Below(0x10000) << 16 | random.Below(4) << 8 | random.Below(0x100)) & mixed;
+			keys[0] ^= (keys[0] ^ keys[count - 1] ^ (1u << highestBit)) & 1u << highestBit;
+			for (u32 &key : keys)
+				key |= 0xA5A5A5A5u & ~mixed;
+			const u32 droppedBits = count > 1 && highestBit > 23 ? highestBit - 23 : 0;
+			CRecords records = RecordsOfKeys(keys);
+			const CGuardedMemory input = LayOut(records);
+			const CGuardedMemory output(count * sizeof(SIndexAndDepth), count % 2 * 8);
+			TRadixSort<Sort_InBuffer>::SortByTopBits(CIterator(input.As<SIndexAndDepth>()), count,
+				CIterator(output.As<SIndexAndDepth>()), SSortKeyExtractor_TriangleIndexAndDepth{});
+			EXPECT_TRUE(SameRecords(records, ReadRecords(input.Data(), count))) << "the input is left";
+			std::stable_sort(records.begin(), records.end(),
+				[=](const Model::SRecord &a, const Model::SRecord &b)
+				{ return a.m_Key >> droppedBits < b.m_Key >> droppedBits; });
+			EXPECT_TRUE(SameRecords(records, ReadRecords(output.Data(), count)));
+		}
+		if (HasFailure())
+			return;
+	}
+}
+
+// Pairs of neighbours are exchanged, or a block of records is reversed: few moves put the first in order, and too many
+// would be needed for the second.
+TEST(SortEntry, FinishDistinct_TakesAsManyMovesAsThereAreRecords)
+{
+	const auto finish = [](std::vector<u32> &keys)
+	{
+		const CGuardedMemory memory = LayOut(RecordsOfKeys(keys));
+		const bool areDistinct = FinishDistinct<SSortKeyExtractor_TriangleIndexAndDepth>(
+			CIterator(memory.As<SIndexAndDepth>()), u32(keys.size()));
+		const CRecords records = ReadRecords(memory.Data(), keys.size());
+		for (std::size_t i = 0; i < keys.size(); ++i)
+			keys[i] = records[i].m_Key;
+		return areDistinct;
+	};
+	std::vector<u32> ascending(100), pairs(100);
+	for (u32 i = 0; i < 100; ++i)
+	{
+		ascending[i] = 10 * i;
+		pairs[i] = 10 * (i ^ 1);
+	}
+	EXPECT_TRUE(finish(pairs));
+	EXPECT_EQ(pairs, ascending);
+
+	// Reversing n keys takes n * (n - 1) / 2 moves: 91 for 14, and 105 for 15.
+	std::vector<u32> some = ascending, many = ascending;
+	std::reverse(some.begin() + 5, some.begin() + 19);
+	std::reverse(many.begin() + 5, many.begin() + 20);
+	EXPECT_TRUE(finish(some));
+	EXPECT_EQ(some, ascending);
+	EXPECT_FALSE(finish(many));
+
+	for (const u32 place : {0u, 1u, 50u, 98u})
+	{
+		std::vector<u32> neighbours = ascending, apart = ascending;
+		neighbours[place] = neighbours[place + 1];
+		EXPECT_FALSE(finish(neighbours)) << "two neighbours are equal at " << place;
+		apart[place + 1] = apart[place] + 5;
+		if (place + 2 < apart.size())
+		{
+			apart[place + 2] = apart[place];
+			EXPECT_FALSE(finish(apart)) << "two keys with a higher one between them are equal at " << place;
+		}
+	}
+}
+
+// Every way in which up to six keys can be lower than, equal to and higher than each other.
+TEST(SortEntry, SortFewDistinct_SortsEveryOrderOfDistinctKeysAndNoOthers)
+{
+	const u32 values[] = {0, 1, 0x7FFFFFFFu, 0x80000000u, 0x80000001u, 0xFFFFFFFFu};
+	for (u32 count = 0; count <= kMaxFewCount; ++count)
+	{
+		const CGuardedMemory input(count * sizeof(SIndexAndDepth), count % 2 * 8);
+		const CGuardedMemory output(count * sizeof(SIndexAndDepth), 0, CGuardedMemory::FlushStart);
+		u32 choiceCount = 1;
+		for (u32 i = 0; i < count; ++i)
+			choiceCount *= count;
+		for (u32 choice = 0; choice < choiceCount; ++choice)
+		{
+			CRecords records;
+			for (u32 i = 0, rest = choice; i < count; ++i, rest /= count)
+				records.push_back({values[rest % count], 0xFFFFFFFFu - i});
+			if (count != 0)
+			{
+				std::memcpy(input.Data(), records.data(), count * sizeof(SIndexAndDepth));
+				std::memset(output.Data(), CGuardedMemory::kInitialByte, count * sizeof(SIndexAndDepth));
+			}
+			CRecords expected = records;
+			std::sort(expected.begin(), expected.end(),
+				[](const Model::SRecord &a, const Model::SRecord &b) { return a.m_Key < b.m_Key; });
+			const bool areDistinct = std::adjacent_find(expected.begin(), expected.end(),
+										 [](const Model::SRecord &a, const Model::SRecord &b)
+										 { return a.m_Key == b.m_Key; }) == expected.end();
+			ASSERT_EQ(SortFewDistinct(input.Data(), count, output.Data()), areDistinct) << "choice " << choice;
+			ASSERT_TRUE(SameRecords(records, ReadRecords(input.Data(), count)));
+			if (areDistinct)
+			{
+				ASSERT_TRUE(SameRecords(expected, ReadRecords(output.Data(), count))) << "choice " << choice;
+			}
+			else
+			{
+				ASSERT_EQ(output.Data()[0], CGuardedMemory::kInitialByte) << "nothing is written";
+			}
+			SortFewDistinct(input.Data(), count, input.Data());
+			ASSERT_TRUE(SameRecords(areDistinct ? expected : records, ReadRecords(input.Data(), count))) << "in place";
+		}
+		ASSERT_TRUE(input.SurroundingsIntact() && output.SurroundingsIntact());
+	}
+	const CExpectReports reports({"count <= kMaxFewCount"});
+	EXPECT_FALSE(SortFewDistinct(nullptr, kMaxFewCount + 1, nullptr));
 }
 
 TEST(SortEntry, OutputOverInput_IsReported)

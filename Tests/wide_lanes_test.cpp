@@ -238,6 +238,55 @@ TEST_P(WideLanesTest, NetworksSortEveryCountStablyByBothParts)
 	}
 }
 
+// Distinct keys, keys of which two are equal, and keys that agree in their low or high bits alone, in memory that ends
+// with the last record or begins with the first.
+TEST_P(WideLanesTest, NetworksFindOutWhetherKeysAreDistinct)
+{
+	constexpr u32 kLowBits = 0x003FFFFFu;
+	const bool haveNetworks = Cpu::LaneCount() > 4;
+	bool areDistinct = true;
+	for (u32 count = 1; count <= SortLanes::kMaxRankedCount; ++count)
+	{
+		for (u32 variant = 0; variant < 24; ++variant)
+		{
+			SCOPED_TRACE(::testing::Message() << count << " records, variant " << variant);
+			CRecords records(count);
+			const u32 first = u32(m_Random()) % count, second = u32(m_Random()) % count;
+			for (u32 i = 0; i < count; ++i)
+			{
+				const u32 byHighBits = (i * 9 + variant) << 22 | 0x00345678u;
+				records[i] = u64(i) << 32 | (variant % 4 == 0 ? byHighBits : (u32(m_Random()) << 7 | i));
+			}
+			const u32 sharedBits = variant % 4 == 2 ? kLowBits : variant % 8 >= 3 && variant % 8 != 5 ? ~0u : 0;
+			records[first] = (records[first] & ~u64(sharedBits)) | (records[second] & sharedBits);
+			CRecords expected = records;
+			SortByKeyBits(expected, ~0u);
+			const bool areExpectedDistinct = std::adjacent_find(expected.begin(), expected.end(),
+												 [](u64 a, u64 b) { return u32(a) == u32(b); }) == expected.end();
+
+			const std::size_t size = count * sizeof(u64);
+			const Support::CGuardedMemory input(size, size % 16);
+			const Support::CGuardedMemory sorted(size, 0, Support::CGuardedMemory::FlushStart);
+			std::memcpy(input.Data(), records.data(), size);
+			ASSERT_EQ(SortLanes::SortDistinctByNetwork(input.Data(), count, sorted.Data(), areDistinct), haveNetworks);
+			if (!haveNetworks)
+				return;
+			ASSERT_EQ(areDistinct, areExpectedDistinct);
+			ASSERT_EQ(RecordsAt(input, count), records) << "the input is left";
+			ASSERT_EQ(RecordsAt(sorted, count), expected);
+			ASSERT_TRUE(input.SurroundingsIntact() && sorted.SurroundingsIntact());
+		}
+	}
+	CRecords records(SortLanes::kMaxRankedCount + 1, 1);
+	CRecords sorted(records.size(), 2);
+	const Support::CExpectReports reports({"count <= kMaxRankedCount"});
+	EXPECT_TRUE(SortLanes::SortDistinctByNetwork(records.data(), u32(records.size()), sorted.data(), areDistinct));
+	EXPECT_FALSE(areDistinct);
+	EXPECT_TRUE(SortLanes::SortDistinctByNetwork(records.data(), 0, sorted.data(), areDistinct));
+	EXPECT_TRUE(areDistinct) << "no two of no records have equal keys";
+	EXPECT_EQ(sorted, CRecords(sorted.size(), 2));
+}
+
 TEST_P(WideLanesTest, MoreRecordsThanNetworksTake_AreReportedAndLeft)
 {
 	const bool haveNetworks = Cpu::LaneCount() > 4;

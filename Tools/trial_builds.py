@@ -68,6 +68,7 @@ SOURCES_OF_HEADER = {
 	"kr_sort_lanes.h": ["quick_sort_test", "radix_sort_test", "wide_lanes_test"],
 	"kr_sort_quick.h": ["quick_sort_test"],
 	"kr_sort_radix.h": ["quick_sort_test", "radix_sort_test"],
+	"kr_sort_few.h": ["quick_sort_test"],
 	"kr_sort_ranks.h": ["quick_sort_test"],
 	"kr_sort_records.h": ["quick_sort_test", "radix_sort_test"],
 	"kr_string.h": ["log_unique_test", "diagnostics_test"],

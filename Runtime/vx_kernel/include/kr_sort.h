@@ -7,6 +7,7 @@
 #include "vx_compiler.h"
 #include "vx_defs.h"
 
+#include "kr_sort_few.h"
 #include "kr_sort_lanes.h"
 #include "kr_sort_quick.h"
 #include "kr_sort_radix.h"
@@ -21,21 +22,36 @@ namespace Vexmoor
 /// work is a matter of speed, but this count is part of the result.
 constexpr u32 kMaxQuickSortCount = 109;
 static_assert(kMaxQuickSortCount <= SortLanes::kMaxRankedCount, "all can be ranked");
-static_assert(kMaxQuickSortCount <= TRadixSort<Sort_InBuffer>::kMaxCountIn8Bits, "Sort8 takes all");
+static_assert(kMaxQuickSortCount <= TRadixSort<Sort_InBuffer>::kMaxCountIn8Bits, "SortByTopBits takes all");
 
-/// True if two neighbours of the records, which are in the order of their keys, have equal keys. Leaves at the first
-/// such pair, which also keeps compilers from loading several records at once: after a scatter, such a load would wait
-/// until the stores of all its records have reached the cache.
+/// Puts records in order that nearly are, by insertion: TRadixSort::SortByTopBits leaves keys that differ by little
+/// next to each other, the higher one first perhaps. Returns true if all keys are distinct. At two equal keys, or after
+/// moving as many records as there are, it gives up and returns false; what the records are then is unspecified.
 template<typename _KeyExtractor, typename _Iterator>
-bool HasEqualNeighbours(_Iterator first, u32 count)
+bool FinishDistinct(_Iterator first, u32 count)
 {
+	typedef std::decay_t<decltype(*first)> Record;
 	const _KeyExtractor keyExtractor{};
+	const auto keyAt = [&](u32 i) { return keyExtractor.ExtractKey(first[s32(i)]); };
+	u32 moveCount = 0;
 	for (u32 i = 1; i < count; ++i)
 	{
-		if (keyExtractor.ExtractKey(first[s32(i - 1)]) == keyExtractor.ExtractKey(first[s32(i)]))
-			return true;
+		if (keyAt(i - 1) < keyAt(i))
+			continue;
+		const Record record = first[s32(i)];
+		const u32 key = keyExtractor.ExtractKey(record);
+		u32 place = i;
+		for (; place != 0 && keyAt(place - 1) > key; --place)
+		{
+			if (moveCount++ == count)
+				return false;
+			first[s32(place)] = first[s32(place - 1)];
+		}
+		if (place != 0 && keyAt(place - 1) == key)
+			return false;
+		first[s32(place)] = record;
 	}
-	return false;
+	return true;
 }
 
 /// Compares the first two keys, and two in the middle, and returns true if either two are equal. Keys that are equal at
@@ -52,20 +68,29 @@ VX_INLINE bool LooksLikeRuns(_Iterator first, u32 count)
 	return equalsNext(0) || equalsNext(count / 2);
 }
 
-/// Sorts up to kMaxQuickSortCount records of two words into output and returns true if their keys are distinct. With
-/// equal keys it returns false, and what output holds is unspecified. Distinct keys have one order whoever finds it,
-/// and both ways here find it several times as fast as the quick sort.
+/// Sorts up to kMaxQuickSortCount records of two words into output and returns true if their keys are distinct.
+/// Otherwise it returns false, which it may also do for distinct keys of which many differ by very little, and what
+/// output holds is unspecified. Distinct keys have one order whoever finds it, and all ways here find it several times
+/// as fast as the quick sort:
+///
+///   records                           128 bits                     256 bits and more
+///   kMaxFewCount, 6                   a network in general-purpose registers
+///   MaxCountWorthRanking, 88 or 104   ranking                      ranking
+///   kMaxQuickSortCount, 109           radix sort of the top bits   networks in lanes
 template<typename _KeyExtractor, typename _Iterator>
 bool SortDistinct(_Iterator first, u32 count, _Iterator output)
 {
 	if (LooksLikeRuns<_KeyExtractor>(first, count))
 		return false;
-	constexpr u32 kAlwaysRanked =
-		64; // below what any registers say: for few records asking takes a nanosecond too much
+	// Below what any registers say: for few records, asking takes a nanosecond too much.
+	constexpr u32 kAlwaysRanked = 64;
 	if (count <= kAlwaysRanked || count <= SortLanes::MaxCountWorthRanking())
 		return CountingRankSort(first, count, output);
-	TRadixSort<Sort_InBuffer>::Sort8(first, count, output, _KeyExtractor{});
-	return !HasEqualNeighbours<_KeyExtractor>(output, count);
+	bool areDistinct;
+	if (SortLanes::SortDistinctByNetwork(&*first, count, &*output, areDistinct))
+		return areDistinct;
+	TRadixSort<Sort_InBuffer>::SortByTopBits(first, count, output, _KeyExtractor{});
+	return FinishDistinct<_KeyExtractor>(output, count);
 }
 
 /// Sorts [first, last) into output in ascending order of the keys that a _KeyExtractor makes of records: u32, compared
@@ -87,8 +112,15 @@ void Sort(_Iterator first, _Iterator last, _Iterator output)
 	VX_ASSERT(count == 0 || AreApart(&*first, &*output, count));
 	if constexpr (kKeyIsFirstOfTwoWords<_KeyExtractor>)
 	{
-		if (SortDistinct<_KeyExtractor>(first, count, output))
+		if (count <= kMaxFewCount)
+		{
+			if (count == 0 || SortFewDistinct(&*first, count, &*output))
+				return;
+		}
+		else if (SortDistinct<_KeyExtractor>(first, count, output))
+		{
 			return;
+		}
 	}
 	for (u32 i = 0; i < count; ++i)
 		output[s32(i)] = first[s32(i)];

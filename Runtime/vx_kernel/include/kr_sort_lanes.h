@@ -59,5 +59,13 @@ namespace SortLanes
 	///            themselves, and is apart from sorted
 	/// sorted     is given the records in stable ascending order of their keys
 	VX_API bool SortByNetwork(const void *records, u32 count, void *byLowBits, void *sorted);
+
+	/// Sorts up to kMaxRankedCount records by sorting networks, and finds out whether their keys are distinct. Returns
+	/// false, and does nothing, in registers of 128 bits.
+	/// records      as for CountLowerKeys; apart from sorted. A higher count is reported, and nothing is read or
+	///              written
+	/// sorted       is given the records in stable ascending order of their keys
+	/// areDistinct  is set to whether no two keys are equal; to false if the count is too high
+	VX_API bool SortDistinctByNetwork(const void *records, u32 count, void *sorted, bool &areDistinct);
 } // namespace SortLanes
 } // namespace Vexmoor

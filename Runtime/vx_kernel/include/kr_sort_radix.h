@@ -120,16 +120,18 @@ public:
 			_SortWith<_TInARow<u32, _BaseBits>, true>(&*first, &*output, elementCount, keyExtractor);
 	}
 
-	/// Sorts up to kMaxCountIn8Bits records like Sort11, and leaves the input unchanged. Four passes of 8 bits, whose
-	/// 1,024 counters are a fifth of what Sort11 clears and sums up: for few records the faster way.
+	/// Sorts up to kMaxCountIn8Bits records by the highest of the bits in which their keys differ and the 23 bits below
+	/// it, and leaves the input unchanged. Records that agree in these bits keep their order, so where two keys differ
+	/// by less than 256, the higher one may come first. Three passes of 8 bits, whose 768 counters are a seventh of
+	/// what Sort11 clears and sums up: for few records the faster way.
 	/// first, count  contiguous records; more of them are reported, and nothing is written
 	/// output        as many records, apart from the input
-	/// 3.3 KB of stack for records of 8 bytes, no heap.
+	/// 3.1 KB of stack for records of 8 bytes, no heap.
 	template<typename _KeyExtractor, typename _Iterator>
-	static void Sort8(_Iterator first, u32 count, _Iterator output, const _KeyExtractor &keyExtractor)
+	static void SortByTopBits(_Iterator first, u32 count, _Iterator output, const _KeyExtractor &keyExtractor)
 	{
 		typedef std::decay_t<decltype(*first)> Record;
-		typedef _TInARow<u8, 8> Layout;
+		typedef _SThreeBytes Layout;
 		static_assert(kExtractsU32<_KeyExtractor, Record>, "keys are u32");
 		VX_ASSERT(count <= kMaxCountIn8Bits);
 		if (count == 0 || count > kMaxCountIn8Bits)
@@ -138,27 +140,33 @@ public:
 		Record *const sorted = &*output;
 		VX_ASSERT(AreApart(records, sorted, count));
 
+		const u32 firstKey = keyExtractor.ExtractKey(*records);
+		u32 differing = 0;
+		for (u32 i = 1; i < count; ++i)
+			differing |= firstKey ^ keyExtractor.ExtractKey(records[i]);
+		_TTopBits<_KeyExtractor> topBits{keyExtractor, 0};
+		while (differing >> topBits.m_DroppedBits >= 1u << Layout::kBits)
+			++topBits.m_DroppedBits;
+
 		constexpr u32 kSize = 1u << 8;
-		alignas(64) u8 counters[5 * kSize] = {};
-		u8 *const histograms[] = {counters, counters + kSize, counters + 2 * kSize, counters + 3 * kSize};
-		u8 *const oddHistogram = counters + 4 * kSize;
+		alignas(64) u8 counters[4 * kSize] = {};
+		u8 *const histograms[] = {counters, counters + kSize, counters + 2 * kSize};
+		u8 *const oddHistogram = counters + 3 * kSize;
 		alignas(Record) unsigned char betweenBytes[kMaxCountIn8Bits * sizeof(Record)];
 		Record *const between = reinterpret_cast<Record *>(betweenBytes); // stored to and loaded from as bytes alone
 
-		_CountDigits<Layout, false, false>(records, sorted, count, histograms, oddHistogram, keyExtractor);
-		for (u32 pass = 0; pass < Layout::kLastPass; ++pass)
-			Layout::Sum(histograms[pass]);
-		Layout::SumLast(histograms[3], oddHistogram);
+		_CountDigits<Layout, false, false>(records, sorted, count, histograms, oddHistogram, topBits);
+		Layout::Sum(histograms[0]);
+		Layout::Sum(histograms[1]);
+		Layout::SumLast(histograms[2], oddHistogram);
 		// A pass over so few records loads the first ones while the stores of the pass before still compute their
 		// addresses. Starting over after wrong guesses takes as long as the passes do; so each waits for those
 		// addresses.
-		_Scatter<Layout, 0, kSingly>(records, between, count, histograms[0], keyExtractor);
+		_Scatter<Layout, 0, kSingly>(records, sorted, count, histograms[0], topBits);
 		VX_FINISH_STORES_FIRST();
-		_Scatter<Layout, 1, kSingly>(between, sorted, count, histograms[1], keyExtractor);
+		_Scatter<Layout, 1, kSingly>(sorted, between, count, histograms[1], topBits);
 		VX_FINISH_STORES_FIRST();
-		_Scatter<Layout, 2, kSingly>(sorted, between, count, histograms[2], keyExtractor);
-		VX_FINISH_STORES_FIRST();
-		_ScatterFromBothEnds<Layout>(between, sorted, count, histograms[3], histograms[0], keyExtractor);
+		_ScatterFromBothEnds<Layout>(between, sorted, count, histograms[2], histograms[0], topBits);
 		VX_FINISH_STORES_FIRST();
 	}
 
@@ -234,6 +242,38 @@ private:
 			constexpr u32 kLastDigit = (1u << kLastBits) - 1;
 			std::memcpy(ends, positions + 1, kLastDigit * sizeof(Counter));
 			ends[kLastDigit] = Counter(elementCount);
+		}
+	};
+
+	// Keys without their lowest bits.
+	template<typename _KeyExtractor>
+	struct _TTopBits
+	{
+		const _KeyExtractor &m_KeyExtractor;
+		u32 m_DroppedBits;
+
+		template<typename _Record>
+		VX_INLINE u32 ExtractKey(const _Record &record) const
+		{
+			return m_KeyExtractor.ExtractKey(record) >> m_DroppedBits;
+		}
+	};
+
+	// The low three bytes of keys as digits, with 8-bit counters. In the fourth byte all keys agree.
+	struct _SThreeBytes : _TInARow<u8, 8>
+	{
+		static constexpr u32 kLastPass = 2;
+		static constexpr u32 kBits = 24;
+
+		template<u32 _Pass>
+		static VX_INLINE u32 Digit(u32 key)
+		{
+			return (key >> 8 * _Pass) & 0xFF;
+		}
+		template<u32 _Pass>
+		static VX_INLINE u32 Slot(u32 key)
+		{
+			return Digit<_Pass>(key);
 		}
 	};
 

@@ -9,35 +9,10 @@
 #include "kr_sort_lanes.h"
 #include "kr_sort_records.h"
 
-#include <cstring>
 #include <type_traits>
 
 namespace Vexmoor
 {
-/// Ranks one record more: counts how many of the records before it have a lower key, and adds 1 to the ranks of those
-/// that have a higher one.
-/// records  keyed by their first 32 bits, as unsigned; records[rankedCount] is ranked
-/// ranks    of rankedCount records before, and room for one more
-///
-///   keys          5    2    9   |  4        4 is ranked
-///   ranks before  1    0    2   |
-///   ranks after   2    0    3   |  1        5 and 9 are higher, and 2 alone is lower
-template<typename _Record>
-VX_INLINE void RankOneMore(const _Record *__restrict records, u32 rankedCount, u32 *__restrict ranks)
-{
-	u32 key;
-	std::memcpy(&key, records + rankedCount, sizeof(key));
-	u32 lowerCount = 0;
-	for (u32 i = 0; i < rankedCount; ++i)
-	{
-		u32 other;
-		std::memcpy(&other, records + i, sizeof(other));
-		lowerCount += u32(other < key);
-		ranks[i] += u32(key < other);
-	}
-	ranks[rankedCount] = lowerCount;
-}
-
 /// Sorts records of a key and 32 bits more into output and returns true if their keys are distinct. With equal keys
 /// among them, or more than SortLanes::kMaxRankedCount records, nothing is written and false returned. Every key is
 /// compared with every other one, without a branch to mispredict. That is quadratic, and still the fastest way up to
@@ -52,7 +27,7 @@ bool CountingRankSort(_Iterator first, u32 count, _Iterator output)
 	typedef std::decay_t<decltype(*output)> Record;
 	static_assert(sizeof(Record) == SortLanes::kRankedSize, "a key and as many bytes");
 	// Room for whole steps of ranks: what fills up the last step gets ranks as well, which nobody reads.
-	alignas(16) u32 ranks[SortLanes::kMaxRankedCount];
+	alignas(64) u32 ranks[SortLanes::kMaxRankedCount];
 	if (count == 0)
 		return true;
 	if (count > SortLanes::kMaxRankedCount)
@@ -67,15 +42,7 @@ bool CountingRankSort(_Iterator first, u32 count, _Iterator output)
 			VX_PREFETCH_TO_WRITE(&*(output + s32(i)));
 	}
 
-	// Ranking takes time by whole steps. One or two records beyond whole steps, or up to three in all, take less time
-	// one by one; two of them beyond a single step do not.
-	constexpr u32 kStep = SortLanes::kRanksPerStep;
-	const u32 rest = count % kStep;
-	u32 ranked = count <= 3 || (rest <= 2 && rest * kStep < count) ? count - rest : count;
-	if (ranked != 0)
-		SortLanes::CountLowerKeys(&*first, ranked, ranks);
-	for (; ranked < count; ++ranked)
-		RankOneMore(&*first, ranked, ranks);
+	SortLanes::CountLowerKeys(&*first, count, ranks);
 
 	// Every pair of distinct keys adds 1 to one of its records' ranks; a pair of equal keys adds nothing.
 	u32 rankSum = 0;

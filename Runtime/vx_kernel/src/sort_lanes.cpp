@@ -99,5 +99,18 @@ namespace SortLanes
 				static_cast<const u8 *>(records), count, static_cast<u8 *>(byLowBits), static_cast<u8 *>(sorted));
 		return true;
 	}
+
+	bool SortDistinctByNetwork(const void *records, u32 count, void *sorted, bool &areDistinct)
+	{
+		const SKernels &kernels = Kernels();
+		if (kernels.m_SortDistinctByNetwork == nullptr)
+			return false;
+		VX_ASSERT(count <= kMaxRankedCount);
+		areDistinct = count == 0;
+		if (count != 0 && count <= kMaxRankedCount)
+			areDistinct =
+				kernels.m_SortDistinctByNetwork(static_cast<const u8 *>(records), count, static_cast<u8 *>(sorted));
+		return true;
+	}
 } // namespace SortLanes
 } // namespace Vexmoor

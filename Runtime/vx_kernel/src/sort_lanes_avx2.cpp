@@ -5,6 +5,7 @@
 #if VX_X86
 	#include "simd/lanes_avx2.h"
 
+	#include "kr_sort_few.h"
 	#include "kr_sort_lanes.h"
 
 	#include "include/pv_sort_lanes.h"

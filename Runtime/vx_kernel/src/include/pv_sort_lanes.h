@@ -29,6 +29,8 @@ namespace SortLanes
 		u32 m_MaxCountWorthRanking;
 		// Null if the radix sort takes less time. count is from 1 to SortLanes::kMaxNetworkCount.
 		void (*m_SortByNetwork)(const u8 *records, u32 count, u8 *byLowBits, u8 *sorted);
+		// Null where m_SortByNetwork is. count is from 1 to SortLanes::kMaxRankedCount.
+		bool (*m_SortDistinctByNetwork)(const u8 *records, u32 count, u8 *sorted);
 	};
 
 	// A table for each file that is compiled for its own instruction set. A caller of a function of another table than

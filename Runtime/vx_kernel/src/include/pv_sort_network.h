@@ -23,6 +23,7 @@
 #include "vx_compiler.h"
 #include "vx_defs.h"
 
+#include "kr_sort_few.h"
 #include "kr_sort_lanes.h"
 
 #include <cstring>
@@ -38,51 +39,44 @@ namespace SortLanes
 	constexpr u32 kMaxBlockRows = 8;
 	static_assert(kMaxNetworkCount == kBlocks * kMaxBlockRows * 8, "in registers of eight lanes");
 
-	constexpr u32 kTextPerComparison = 3; // two digits, and a space or the text's end
-
-	// The networks for blocks of _Rows rows. "02 13" compares rows 0 and 2, then 1 and 3: in every lane the lower word
-	// goes to the first of both.
+	// The networks for blocks of _Rows rows, written as in TSortingNetwork (kr_sort_few.h): in every lane the lower
+	// word of two rows goes to the first of both.
 	//
-	// kSort sorts any words, with the fewest comparisons that are known. kOrder needs fewer, because it sorts only what
-	// a merge leaves, which is bitonic: an ascending sequence with a descending one behind it, or a rotation of such a
-	// pair. If the number of rows is even, kOrder compares the halves and goes on in each half. For five and seven rows
-	// it was found by trying comparisons on all bitonic sequences of zeros and ones: a network that sorts these sorts
-	// all bitonic sequences (D. Knuth, The Art of Computer Programming, volume 3, 5.3.4).
+	// Any words are sorted by TSortingNetwork. What a merge leaves is bitonic: an ascending sequence with a descending
+	// one behind it, or a rotation of such a pair. kComparisons sorts these, and needs fewer comparisons. If the number
+	// of rows is even, it compares the halves and goes on in each half. For five and seven rows it was found by trying
+	// comparisons on all bitonic sequences of zeros and ones: a network that sorts these sorts all bitonic sequences
+	// (D. Knuth, The Art of Computer Programming, volume 3, 5.3.4).
 	template<u32 _Rows>
-	struct TBlockNetworks;
+	struct TBitonicNetwork;
 	template<>
-	struct TBlockNetworks<4>
+	struct TBitonicNetwork<4>
 	{
-		static constexpr char kSort[] = "02 13 01 23 12";
-		static constexpr char kOrder[] = "02 13 01 23";
+		static constexpr char kComparisons[] = "02 13 01 23";
 	};
 	template<>
-	struct TBlockNetworks<5>
+	struct TBitonicNetwork<5>
 	{
-		static constexpr char kSort[] = "03 14 02 13 01 24 12 34 23";
-		static constexpr char kOrder[] = "03 01 23 24 02 12 24 34";
+		static constexpr char kComparisons[] = "03 01 23 24 02 12 24 34";
 	};
 	template<>
-	struct TBlockNetworks<6>
+	struct TBitonicNetwork<6>
 	{
-		static constexpr char kSort[] = "05 13 24 12 34 03 25 01 23 45 12 34";
-		static constexpr char kOrder[] = "03 14 25 02 35 01 34 12 45";
+		static constexpr char kComparisons[] = "03 14 25 02 35 01 34 12 45";
 	};
 	template<>
-	struct TBlockNetworks<7>
+	struct TBitonicNetwork<7>
 	{
-		static constexpr char kSort[] = "06 23 45 02 14 36 01 25 34 12 46 23 45 12 34 56";
-		static constexpr char kOrder[] = "46 03 04 12 15 01 26 24 12 35 34 56";
+		static constexpr char kComparisons[] = "46 03 04 12 15 01 26 24 12 35 34 56";
 	};
 	template<>
-	struct TBlockNetworks<8>
+	struct TBitonicNetwork<8>
 	{
-		static constexpr char kSort[] = "02 13 46 57 04 15 26 37 01 23 45 67 24 35 14 36 12 34 56";
-		static constexpr char kOrder[] = "04 15 26 37 02 13 46 57 01 23 45 67";
+		static constexpr char kComparisons[] = "04 15 26 37 02 13 46 57 01 23 45 67";
 	};
 
-	template<typename _Lanes>
-	static VX_INLINE u32 *RowAt(u32 *words, u32 row)
+	template<typename _Lanes, typename _Word>
+	static VX_INLINE _Word *RowAt(_Word *words, u32 row)
 	{
 		return words + ureg(row) * _Lanes::kLanes;
 	}
@@ -126,12 +120,12 @@ namespace SortLanes
 	template<typename _Lanes, u32 _BlockRows>
 	static void SortBlocks(u32 *words, u32 blockCount)
 	{
-		SortEachBlock<_Lanes, _BlockRows>(words, blockCount, TBlockNetworks<_BlockRows>::kSort);
+		SortEachBlock<_Lanes, _BlockRows>(words, blockCount, TSortingNetwork<_BlockRows>::kComparisons);
 	}
 	template<typename _Lanes, u32 _BlockRows>
 	static void OrderBlocks(u32 *words, u32 blockCount)
 	{
-		SortEachBlock<_Lanes, _BlockRows>(words, blockCount, TBlockNetworks<_BlockRows>::kOrder);
+		SortEachBlock<_Lanes, _BlockRows>(words, blockCount, TBitonicNetwork<_BlockRows>::kComparisons);
 	}
 	template<typename _Lanes, u32 _BlockRows>
 	static constexpr SBlockSorts BlockSorts()
@@ -305,8 +299,8 @@ namespace SortLanes
 	constexpr u32 kPlaceBits = 8;
 	constexpr u32 kPlaceMask = (1u << kPlaceBits) - 1;
 
-	// Lanes compare as signed. No record's word uses the two highest bits, so this one is higher than all.
-	constexpr u32 kHighestWord = 0x7FFFFFFFu;
+	// Lanes compare as signed. No record's word uses the two highest bits, so a word with this one is higher than all.
+	constexpr u32 kFillBit = 0x40000000u;
 
 	// Words as the head of this file has them, their places left 0.
 	template<typename _Lanes, EKeyBits _Bits>
@@ -319,8 +313,15 @@ namespace SortLanes
 				_Lanes::template ShiftRightSigned<22 - kPlaceBits>(keys), _Lanes::Splat(0x000003FFu << kPlaceBits));
 	}
 
-	// Makes the words of all records, fills them up to wordCount with the highest word, and complements them as
-	// SortWords takes them. Returns false if the records agree in these bits of their keys: then they are in order.
+	// The words that fill up rows. Each has its place where records have key bits, so that no two of them agree there.
+	template<typename _Lanes>
+	static VX_INLINE typename _Lanes::Register FillWords(typename _Lanes::Register places)
+	{
+		return _Lanes::Or(_Lanes::template ShiftLeft<kPlaceBits>(places), _Lanes::Splat(kFillBit));
+	}
+
+	// Makes the words of all records, fills them up to wordCount with FillWords, and complements them as SortWords
+	// takes them. Returns false if the records agree in these bits of their keys: then they are in order.
 	template<typename _Lanes, EKeyBits _Bits>
 	static VX_NOINLINE bool MakeWords(const u8 *records, u32 count, u32 *words, u32 wordCount)
 	{
@@ -338,19 +339,22 @@ namespace SortLanes
 			_Lanes::Store(words + i, Complement<_Lanes, kAllBits>(_Lanes::Or(bits, places)));
 			places = _Lanes::template Add<u32>(places, _Lanes::Splat(_Lanes::kLanes));
 		}
-		const Register highest = _Lanes::Splat(kHighestWord);
 		if (i < count)
 		{
 			const Register areRecords = _Lanes::GreaterSigned(_Lanes::Splat(count), places);
 			const Register keys = _Lanes::LoadEvenLanesWhere(records + i * kRankedSize, areRecords);
 			const Register bits = KeyBitsOfWords<_Lanes, _Bits>(keys);
 			differing = _Lanes::Or(differing, _Lanes::And(_Lanes::Xor(bits, firstBits), areRecords));
-			const Register filled = _Lanes::Select(areRecords, _Lanes::Or(bits, places), highest);
+			const Register filled = _Lanes::Select(areRecords, _Lanes::Or(bits, places), FillWords<_Lanes>(places));
 			_Lanes::Store(words + i, Complement<_Lanes, kAllBits>(filled));
 			i += _Lanes::kLanes;
+			places = _Lanes::template Add<u32>(places, _Lanes::Splat(_Lanes::kLanes));
 		}
 		for (; i < wordCount; i += _Lanes::kLanes)
-			_Lanes::Store(words + i, Complement<_Lanes, kAllBits>(highest));
+		{
+			_Lanes::Store(words + i, Complement<_Lanes, kAllBits>(FillWords<_Lanes>(places)));
+			places = _Lanes::template Add<u32>(places, _Lanes::Splat(_Lanes::kLanes));
+		}
 		return !_Lanes::AllZero(differing);
 	}
 
@@ -383,10 +387,39 @@ namespace SortLanes
 			CopyRecordOf(*word, source, destination);
 	}
 
+	// True if two sorted words that follow each other agree in their key bits. Words are distinct, so they agree if
+	// they differ in the place alone. Rows are compared with the next ones, and the last row with the first row one
+	// lane on, where the next columns begin:
+	//
+	//   row 14     word 14   word 30        word 126
+	//   row 15     word 15   word 31        word 127
+	//   compared   word 16   word 32  ...   word 1     the word in memory behind the first row
+	//
+	// The last lane has no next column. It compares the highest word with word 1, which agree only if all words do that
+	// lie between them.
+	template<typename _Lanes>
+	static VX_INLINE bool HaveEqualKeyBits(const u32 *words, u32 blockRows)
+	{
+		typedef typename _Lanes::Register Register;
+		const u32 *const end = words + ureg(kBlocks) * blockRows * _Lanes::kLanes;
+		Register leastDifference = _Lanes::Splat(~0u >> 1);
+		Register row = _Lanes::Load(words);
+		for (const u32 *next = words + _Lanes::kLanes; next != end; next += _Lanes::kLanes)
+		{
+			const Register nextRow = _Lanes::Load(next);
+			Register difference = _Lanes::Xor(row, nextRow);
+			_Lanes::SortTwo(leastDifference, difference);
+			row = nextRow;
+		}
+		Register difference = _Lanes::Xor(row, _Lanes::Load(words + 1));
+		_Lanes::SortTwo(leastDifference, difference);
+		return !_Lanes::AllZero(_Lanes::GreaterSigned(_Lanes::Splat(kPlaceMask + 1), leastDifference));
+	}
+
 	// Sorts by some bits of the keys, from source to destination. Blocks are as high as the count needs, at least four
-	// rows.
+	// rows. Returns true if records may agree in these bits: only with kLow22Bits are they looked at for that.
 	template<typename _Lanes, EKeyBits _Bits>
-	static VX_INLINE void SortByKeyBits(const u8 *source, u32 count, u8 *destination)
+	static VX_INLINE bool SortByKeyBits(const u8 *source, u32 count, u8 *destination)
 	{
 		constexpr u32 kWordsPerBlockRow = kBlocks * _Lanes::kLanes;
 		const u32 rows = (count + kWordsPerBlockRow - 1) / kWordsPerBlockRow;
@@ -395,10 +428,11 @@ namespace SortLanes
 		if (!MakeWords<_Lanes, _Bits>(source, count, words, blockRows * kWordsPerBlockRow))
 		{
 			std::memmove(destination, source, ureg(count) * kRankedSize);
-			return;
+			return true;
 		}
 		SortWords<_Lanes>(words, blockRows);
 		CopyInOrder<_Lanes>(words, blockRows, source, count, destination);
+		return _Bits != kLow22Bits || HaveEqualKeyBits<_Lanes>(words, blockRows);
 	}
 
 	// The body behind SortByNetwork (kr_sort_lanes.h). The first sort reads a copy, because the records may be where
@@ -411,6 +445,37 @@ namespace SortLanes
 		std::memmove(sorted, records, ureg(count) * kRankedSize);
 		SortByKeyBits<_Lanes, kLow22Bits>(sorted, count, byLowBits);
 		SortByKeyBits<_Lanes, kHigh10Bits>(byLowBits, count, sorted);
+	}
+
+	// True if two neighbours of sorted records have equal keys. One by one: loads of several records would wait for the
+	// stores that CopyInOrder has just made.
+	static VX_INLINE bool HaveEqualKeys(const u8 *sorted, u32 count)
+	{
+		for (u32 i = 1; i < count; ++i)
+		{
+			if (std::memcmp(sorted + (i - 1) * kRankedSize, sorted + i * kRankedSize, sizeof(u32)) == 0)
+				return true;
+		}
+		return false;
+	}
+
+	// The body behind SortDistinctByNetwork (kr_sort_lanes.h). Equal keys agree in their low bits, so they are looked
+	// for only if two keys do.
+	//
+	// The output has lain idle since the last frame. Stores wait for their lines in the processor's store buffer, which
+	// has some 56 to 72 entries. Lines that the last records go to are fetched while they wait; the lines before them
+	// are fetched here.
+	template<typename _Lanes>
+	static bool SortDistinctByNetworkInLanes(const u8 *records, u32 count, u8 *sorted)
+	{
+		constexpr u32 kWaitingStores = 64;
+		constexpr u32 kRecordsPerLine = 64 / kRankedSize;
+		alignas(64) u8 byLowBits[kMaxRankedCount * kRankedSize];
+		for (u32 i = 0; i + kWaitingStores < count; i += kRecordsPerLine)
+			VX_PREFETCH_TO_WRITE(sorted + i * kRankedSize);
+		const bool mayHaveEqualKeys = SortByKeyBits<_Lanes, kLow22Bits>(records, count, byLowBits);
+		SortByKeyBits<_Lanes, kHigh10Bits>(byLowBits, count, sorted);
+		return !mayHaveEqualKeys || !HaveEqualKeys(sorted, count);
 	}
 } // namespace SortLanes
 } // namespace Vexmoor
