@@ -49,9 +49,10 @@ is ordinary.
 """
 COLD_REASON = """\
 With all caches empty, a small sort mostly waits for its own code. A sort of 100 positions executes fewer instructions
-than the loop, but they lie in 98 cache lines, and those of the loop in 24 (counted in a trace of memory accesses, with
-256-bit registers). A line from memory takes some 30 ns, and a processor that has forgotten the branches fetches no line
-ahead. If several small draw calls can be one, with a page each, they wait only once.
+than the loop, but they lie in 87 cache lines, and those of the loop in 24 (counted step by step in a debugger's trace,
+with 256-bit registers). A line from memory takes some 25 ns. A processor that has forgotten the branches fetches lines
+ahead only where code runs on, so what a small sort runs lies side by side and has few jumps. If several small draw
+calls can be one, with a page each, they wait only once.
 """
 JOBS = """\
 ## One large draw call on two cores

@@ -38,7 +38,7 @@ namespace Assert
 	VX_API void SetReportHandler(CbReport handler, void *userData);
 
 	/// Reports a broken condition and returns the handler's decision.
-	VX_API int EvalAssert(const char *file,
+	VX_API VX_COLD_CODE int EvalAssert(const char *file,
 		const char *function,
 		int line,
 		const char *conditionText,
@@ -46,7 +46,7 @@ namespace Assert
 		const char *message);
 
 	/// The same, with a printf-style message, which is cut after 1023 characters.
-	VX_API int EvalAssertFormat(const char *file,
+	VX_API VX_COLD_CODE int EvalAssertFormat(const char *file,
 		const char *function,
 		int line,
 		const char *conditionText,
@@ -56,7 +56,7 @@ namespace Assert
 
 	/// Reports a condition that guards an early exit, unless ignored is set; sets ignored on Decision_Ignore.
 	/// Returns true when the caller traps before it takes its exit.
-	VX_API bool VerifyAssertFalse_Breaks(bool &ignored,
+	VX_API VX_COLD_CODE bool VerifyAssertFalse_Breaks(bool &ignored,
 		const char *file,
 		const char *function,
 		int line,

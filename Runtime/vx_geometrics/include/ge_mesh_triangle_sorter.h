@@ -529,7 +529,7 @@ private:
 		u32 primCount,
 		EIndexStores stores);
 	template<typename _Index>
-	VX_LOCAL static void _ExpandWithStores(const TMemoryView<const u32> &indexPattern,
+	VX_LOCAL VX_HOT_CODE static void _ExpandWithStores(const TMemoryView<const u32> &indexPattern,
 		const SIndexAndDepth *it,
 		_Index *dstPrims,
 		u32 primCount,

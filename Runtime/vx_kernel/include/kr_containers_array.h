@@ -104,7 +104,7 @@ private:
 	// The source may lie inside this array.
 	TArray &_Assign(const _Type *elements, u32 count)
 	{
-		if (count > m_MaxCount)
+		if (VX_UNLIKELY(count > m_MaxCount))
 		{
 			const u32 capacity = _Controller::Capacity(count);
 			_Type *const data = _Allocate(capacity);
@@ -117,8 +117,10 @@ private:
 			m_MaxCount = data != null ? capacity : 0;
 			return *this;
 		}
-		if (count != 0)
-			std::memmove(m_Data, elements, std::size_t(count) * sizeof(_Type));
+		// One by one, because patterns are short, and a call would lead to code that may have left the caches. In
+		// ascending order, because the source may lie inside this array.
+		for (u32 i = 0; i < count; ++i)
+			m_Data[i] = elements[i];
 		m_Count = count;
 		return *this;
 	}

@@ -56,7 +56,7 @@ namespace Mem
 
 	/// A block of at least size bytes at a multiple of alignment, or null on failure. A size of 0 gets a block, too.
 	/// module, file, line and function say who asks, for hosts that keep count.
-	VX_API void *_RawAlloc(u64 size,
+	VX_API VX_COLD_CODE void *_RawAlloc(u64 size,
 		u32 alignment,
 		EAllocType type,
 		EOrigin origin,
@@ -66,7 +66,7 @@ namespace Mem
 		const char *function);
 
 	/// Releases a block of _RawAlloc, under the same type, origin and module. Null is left alone.
-	VX_API void _RawFree(void *ptr,
+	VX_API VX_COLD_CODE void _RawFree(void *ptr,
 		EAllocType type,
 		EOrigin origin,
 		const char *module,

@@ -78,13 +78,13 @@ VX_INLINE bool LooksLikeRuns(_Iterator first, u32 count)
 ///   MaxCountWorthRanking, 88 or 104   ranking                      ranking
 ///   kMaxQuickSortCount, 109           radix sort of the top bits   networks in lanes
 template<typename _KeyExtractor, typename _Iterator>
-bool SortDistinct(_Iterator first, u32 count, _Iterator output)
+VX_INLINE bool SortDistinct(_Iterator first, u32 count, _Iterator output)
 {
 	if (LooksLikeRuns<_KeyExtractor>(first, count))
 		return false;
 	// Below what any registers say: for few records, asking takes a nanosecond too much.
 	constexpr u32 kAlwaysRanked = 64;
-	if (count <= kAlwaysRanked || count <= SortLanes::MaxCountWorthRanking())
+	if (VX_LIKELY(count <= kAlwaysRanked || count <= SortLanes::MaxCountWorthRanking()))
 		return CountingRankSort(first, count, output);
 	bool areDistinct;
 	if (SortLanes::SortDistinctByNetwork(&*first, count, &*output, areDistinct))
@@ -99,12 +99,12 @@ bool SortDistinct(_Iterator first, u32 count, _Iterator output)
 /// output       as many records, apart from the input
 /// Equal keys   in input order above kMaxQuickSortCount, in the quick sort's own order up to it
 template<typename _KeyExtractor, typename _Iterator>
-void Sort(_Iterator first, _Iterator last, _Iterator output)
+VX_HOT_CODE void Sort(_Iterator first, _Iterator last, _Iterator output)
 {
 	static_assert(kExtractsU32<_KeyExtractor, std::decay_t<decltype(*first)>>, "keys are u32");
 	const u32 count = u32(last - first);
 	const _KeyExtractor keyExtractor{};
-	if (count > kMaxQuickSortCount)
+	if (VX_UNLIKELY(count > kMaxQuickSortCount))
 	{
 		TRadixSort<Sort_InBuffer>::Sort11(first, last, output, keyExtractor);
 		return;
@@ -112,12 +112,12 @@ void Sort(_Iterator first, _Iterator last, _Iterator output)
 	VX_ASSERT(count == 0 || AreApart(&*first, &*output, count));
 	if constexpr (kKeyIsFirstOfTwoWords<_KeyExtractor>)
 	{
-		if (count <= kMaxFewCount)
+		if (VX_UNLIKELY(count <= kMaxFewCount))
 		{
 			if (count == 0 || SortFewDistinct(&*first, count, &*output))
 				return;
 		}
-		else if (SortDistinct<_KeyExtractor>(first, count, output))
+		else if (VX_LIKELY(SortDistinct<_KeyExtractor>(first, count, output)))
 		{
 			return;
 		}

@@ -22,15 +22,15 @@ namespace Vexmoor
 ///   ranks     2    0    3    1         how many keys are lower
 ///   output    2    4    5    9         record k goes to place ranks[k]
 template<typename _Iterator>
-bool CountingRankSort(_Iterator first, u32 count, _Iterator output)
+VX_INLINE bool CountingRankSort(_Iterator first, u32 count, _Iterator output)
 {
 	typedef std::decay_t<decltype(*output)> Record;
 	static_assert(sizeof(Record) == SortLanes::kRankedSize, "a key and as many bytes");
 	// Room for whole steps of ranks: what fills up the last step gets ranks as well, which nobody reads.
-	alignas(64) u32 ranks[SortLanes::kMaxRankedCount];
-	if (count == 0)
+	alignas(16) u32 ranks[SortLanes::kMaxRankedCount];
+	if (VX_UNLIKELY(count == 0))
 		return true;
-	if (count > SortLanes::kMaxRankedCount)
+	if (VX_UNLIKELY(count > SortLanes::kMaxRankedCount))
 		return false;
 
 	// The output has lain idle since the last frame. Stores wait for their lines in the processor's store buffer, which
@@ -49,7 +49,7 @@ bool CountingRankSort(_Iterator first, u32 count, _Iterator output)
 	for (u32 i = 0; i < count; ++i)
 		rankSum += ranks[i]; // cppcheck-suppress uninitvar ; counted above
 	// With all keys distinct, the ranks are 0 to count - 1 in some order, whose sum is count * (count - 1) / 2.
-	if (2 * rankSum + count != count * count)
+	if (VX_UNLIKELY(2 * rankSum + count != count * count))
 		return false;
 
 	constexpr u32 kMovesPerStep = 4; // a loop of one would depend on where it lies in the instruction cache's lines

@@ -205,7 +205,7 @@ CWarningBatch::~CWarningBatch()
 }
 
 // Passes what was added up on to the collection. It is not inlined, because most batches have no warnings.
-VX_NOINLINE void CWarningBatch::_PassOn() const
+VX_COLD_CODE void CWarningBatch::_PassOn() const
 {
 	for (u32 i = 0; i < m_SiteCount; ++i)
 	{

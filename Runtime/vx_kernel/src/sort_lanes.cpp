@@ -75,12 +75,12 @@ namespace SortLanes
 		return Kernels().m_SumsFasterInColumns;
 	}
 
-	u32 MaxCountWorthRanking()
+	VX_HOT_CODE u32 MaxCountWorthRanking()
 	{
 		return Kernels().m_MaxCountWorthRanking;
 	}
 
-	void CountLowerKeys(const void *records, u32 count, u32 *ranks)
+	VX_HOT_CODE void CountLowerKeys(const void *records, u32 count, u32 *ranks)
 	{
 		VX_ASSERT(count <= kMaxRankedCount);
 		if (count > kMaxRankedCount)

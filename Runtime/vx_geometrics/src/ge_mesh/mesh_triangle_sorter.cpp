@@ -26,6 +26,7 @@
 #include "include/pv_triangles.h"
 
 #include <algorithm>
+#include <new>
 
 namespace Vexmoor
 {
@@ -56,7 +57,7 @@ namespace Site
 // given.
 constexpr u64 kLargestWorkingBufferSize = 0xFFFFFFFFu;
 
-void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
+VX_HOT_CODE void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
 {
 	if (!VX_VERIFY(_PointWorkingBufferSize(m_ParticleCount) <= kLargestWorkingBufferSize))
 		return;
@@ -79,7 +80,7 @@ void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
 		if (!VX_VERIFY(!m_InRenderedParticleCounts.Empty()))
 			return; // a block taken above is not given back, as the contract says
 
-		switch (m_GeometryType)
+		switch (VX_USUALLY(m_GeometryType, GeometryConstant))
 		{
 		case GeometryConstant:
 			if (m_SortType == SortByPosition)
@@ -114,7 +115,7 @@ void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
 	}
 	VX_ASSERT(workingBufferSorter2.Count() == m_ParticleCount);
 
-	switch (m_GeometryType)
+	switch (VX_USUALLY(m_GeometryType, GeometryConstant))
 	{
 	case GeometryConstant:
 	case GeometryConstantAndIndexList:
@@ -122,14 +123,14 @@ void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _workingBuffer)
 		[[fallthrough]];
 	case GeometryConstantAndIndexListAndQuadCenters:
 	{
-		if (m_IndexPattern.Empty())
+		if (VX_UNLIKELY(m_IndexPattern.Empty()))
 			break;
 		const u32 writeCount = std::min(m_ParticleCount, m_IndexCount / m_IndexPattern.Count());
 		const u32 readOffset = _FirstWrittenRecord(m_ParticleCount, writeCount);
 		const auto expandTo = [&](auto *indices)
 		{
 			const SIndexAndDepth *const it = &workingBufferSorter2[readOffset];
-			if (m_GeometryType == GeometryConstantAndIndexListAndQuadCenters)
+			if (VX_UNLIKELY(m_GeometryType == GeometryConstantAndIndexListAndQuadCenters))
 				ExpandAndSortIndices(
 					m_IndexPattern, m_QuadCenters, m_CameraPosition, it, indices, writeCount, m_PrimiteVertexCount);
 			else
@@ -298,7 +299,7 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 // Does what ExpandIndices does, and lets the caller choose the stores. What there is to report is left to
 // ExpandIndices, since reports carry its signature.
 template<typename _Index>
-void CTriangleSorter::_ExpandWithStores(const TMemoryView<const u32> &indexPattern,
+VX_HOT_CODE void CTriangleSorter::_ExpandWithStores(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *it,
 	_Index *dstPrims,
 	u32 primCount,
@@ -314,7 +315,7 @@ void CTriangleSorter::_ExpandWithStores(const TMemoryView<const u32> &indexPatte
 
 // Pages: rendered particles, numbered through all of them, to pages and back.
 
-void CTriangleSorter::_GetParticleIdxInPageCache(
+VX_HOT_CODE void CTriangleSorter::_GetParticleIdxInPageCache(
 	u32 renderedParticleId, u32 &pageId, u32 &offsetInPage, u32 &offsetInRenderedBuffer) const
 {
 	const u32 totalPageCount = m_InRenderedParticleCounts.Count();
@@ -357,6 +358,41 @@ struct TPagePart
 	const CEnableds &m_Enableds;
 };
 
+// Whether a page of such elements is slow to fill. Elements at a stride of 0 are one for the whole page.
+template<typename _Element>
+static VX_INLINE bool HasUncommonStride(const TStridedMemoryView<const _Element> &elements)
+{
+	return elements.Stride() != sizeof(_Element) && elements.Stride() != 0;
+}
+
+// A batch of warnings that begins with the first page that warns. Most walks have nothing to add up.
+class CWarningBatchOnDemand
+{
+public:
+	VX_INLINE CWarningBatchOnDemand() {} // leaves the memory of the batch as it is
+	VX_INLINE ~CWarningBatchOnDemand()
+	{
+		if (VX_UNLIKELY(m_HasBegun))
+			m_Batch.~CWarningBatch();
+	}
+	CWarningBatchOnDemand(const CWarningBatchOnDemand &) = delete;
+	CWarningBatchOnDemand &operator=(const CWarningBatchOnDemand &) = delete;
+
+	VX_INLINE void Begin()
+	{
+		if (!m_HasBegun)
+			new (&m_Batch) CWarningBatch;
+		m_HasBegun = true;
+	}
+
+private:
+	bool m_HasBegun = false;
+	union
+	{
+		CWarningBatch m_Batch; // lives from Begin on
+	};
+};
+
 // The walk that all fillers share: hands fillPage each page's part of the rendered particles [start, start + count),
 // and the number of the part's first particle. A page that has none to give, or none left, is passed over untouched.
 // Returns the number of records handed out: fewer than count where the pages end before the particles do.
@@ -368,7 +404,7 @@ VX_INLINE u32 CTriangleSorter::_WalkPages(
 	const TMemoryView<SIndexAndDepth> &out,
 	const _FillPage &fillPage) const
 {
-	if (count == 0)
+	if (VX_UNLIKELY(count == 0))
 		return 0;
 	// Compilers keep these copies in registers. Members they load again and again, since a stored record might change
 	// them.
@@ -388,7 +424,7 @@ VX_INLINE u32 CTriangleSorter::_WalkPages(
 	_GetParticleIdxInPageCache(start + count, stopPage, stopInPage, stopInRendered);
 	const u32 pageStop = stopPage;
 
-	const CWarningBatch warnings;
+	CWarningBatchOnDemand warnings;
 	u32 i = 0;
 	for (; i < count; ++pagei)
 	{
@@ -396,15 +432,15 @@ VX_INLINE u32 CTriangleSorter::_WalkPages(
 			VX_ASSERT(pagei < m_InRenderedParticleCounts.Count() && pagei <= pageStop);
 		else
 			VX_ASSERT(pagei < totalPageCount && pagei <= pageStop);
-		if (pagei >= totalPageCount)
+		if (VX_UNLIKELY(pagei >= totalPageCount))
 			break;
 
 		const u32 pcount = renderedCounts[pagei] - offsetOut;
-		if (pcount == 0)
+		if (VX_UNLIKELY(pcount == 0))
 			continue;
 
 		const TStridedMemoryView<const _Element> elements = ViewOfPage(elementPages, pagei);
-		if (pagei >= elementPages.Count())
+		if (VX_UNLIKELY(pagei >= elementPages.Count()))
 			break;
 		const CEnableds enableds = ViewOfPage(enabledPages, pagei);
 		const u32 pprocess = std::min(pcount, count - i);
@@ -416,6 +452,8 @@ VX_INLINE u32 CTriangleSorter::_WalkPages(
 		const CRecordList recordSlice = records.Slice(i, pprocess);
 		const TStridedMemoryView<const _Element> elementSlice = elements.Slice(offsetInPage, pprocessIn);
 		const CEnableds enabledSlice = enableds.SliceIFP(offsetInPage, pprocessIn);
+		if (VX_UNLIKELY(HasUncommonStride(elementSlice)))
+			warnings.Begin();
 		fillPage(TPagePart<_Element>{recordSlice, elementSlice, enabledSlice}, start + i);
 		i += pprocess;
 		offsetInPage = 0;
@@ -454,7 +492,7 @@ u32 CTriangleSorter::_ValidParticleCount(u32 start, u32 count) const
 
 // The four fillers are written out, since their reports carry their signatures: kept on purpose.
 
-void CTriangleSorter::_FillSource_SortByPosition_GeomConst(
+VX_HOT_CODE void CTriangleSorter::_FillSource_SortByPosition_GeomConst(
 	u32 start, u32 count, const TMemoryView<SIndexAndDepth> &out) const
 {
 	const CFloatModeScope floatMode;
@@ -465,11 +503,11 @@ void CTriangleSorter::_FillSource_SortByPosition_GeomConst(
 		[&](const TPagePart<CFloat3> &page, u32 firstParticle)
 		{ FillByDistance(page, camera, SBySequence(firstParticle * increment, increment)); });
 	VX_ASSERT(i == validCount);
-	if (i < count)
+	if (VX_UNLIKELY(i < count))
 		FillFarRecords(out.Slice(i, count - i));
 }
 
-void CTriangleSorter::_FillSource_SortByValues_GeomConst(
+VX_HOT_CODE void CTriangleSorter::_FillSource_SortByValues_GeomConst(
 	u32 start, u32 count, const TMemoryView<SIndexAndDepth> &out) const
 {
 	const u32 validCount = _ValidParticleCount(start, count);
@@ -478,11 +516,11 @@ void CTriangleSorter::_FillSource_SortByValues_GeomConst(
 		[&](const TPagePart<float> &page, u32 firstParticle)
 		{ FillByValue(page, SBySequence(firstParticle * increment, increment)); });
 	VX_ASSERT(i == validCount);
-	if (i < count)
+	if (VX_UNLIKELY(i < count))
 		FillFarRecords(out.Slice(i, count - i));
 }
 
-void CTriangleSorter::_FillSource_SortByPosition_GeomConstAndIndexList(
+VX_HOT_CODE void CTriangleSorter::_FillSource_SortByPosition_GeomConstAndIndexList(
 	u32 start, u32 count, const TMemoryView<SIndexAndDepth> &out) const
 {
 	const CFloatModeScope floatMode;
@@ -490,17 +528,17 @@ void CTriangleSorter::_FillSource_SortByPosition_GeomConstAndIndexList(
 	const u32 i = _WalkPages<PageBound_RenderedCounts>(m_InPositions, start, count, out,
 		[&](const TPagePart<CFloat3> &page, u32 firstParticle)
 		{ FillByDistance(page, camera, SByList(m_IndexList.AddressOf(firstParticle), m_VertexCount)); });
-	if (i < count)
+	if (VX_UNLIKELY(i < count))
 		FillFarRecords(out.Slice(i, count - i));
 }
 
-void CTriangleSorter::_FillSource_SortByValues_GeomConstAndIndexList(
+VX_HOT_CODE void CTriangleSorter::_FillSource_SortByValues_GeomConstAndIndexList(
 	u32 start, u32 count, const TMemoryView<SIndexAndDepth> &out) const
 {
 	const u32 i = _WalkPages<PageBound_TotalPageCount>(m_InSortKeys, start, count, out,
 		[&](const TPagePart<float> &page, u32 firstParticle)
 		{ FillByValue(page, SByList(m_IndexList.AddressOf(firstParticle), m_VertexCount)); });
-	if (i < count)
+	if (VX_UNLIKELY(i < count))
 		FillFarRecords(out.Slice(i, count - i));
 }
 
@@ -579,7 +617,7 @@ static VX_INLINE void FillByValue(const TPagePart<float> &page, _VertexBases ver
 		VX_ASSERT(enableds.Contiguous());
 		return WriteRecordsOfEnabled(outList, sortValues, enableds, SSortValues_Given(), vertexBases);
 	}
-	if (sortValues.Stride() != sizeof(float) && sortValues.Stride() != 0)
+	if (VX_UNLIKELY(HasUncommonStride(sortValues)))
 		WarnOfValueStride<_VertexBases>();
 	WriteRecordsByValue(outList, sortValues, vertexBases);
 }
@@ -600,7 +638,7 @@ static VX_INLINE void FillByDistance(const TPagePart<CFloat3> &page, const CCame
 	const u8 *srcBytes = reinterpret_cast<const u8 *>(positions.Data());
 	const u32 srcStride = positions.Stride();
 	u32 remaining = primCount;
-	if (!Mem::IsAligned<0x10>(packedPtr) && remaining != 0)
+	if (VX_UNLIKELY(!Mem::IsAligned<0x10>(packedPtr)) && remaining != 0)
 	{
 		VX_ASSERT(Mem::IsAligned<0x8>(packedPtr));
 		FillOneByDistance(packedPtr++, srcBytes, camera, vertexBases);
@@ -612,7 +650,7 @@ static VX_INLINE void FillByDistance(const TPagePart<CFloat3> &page, const CCame
 		VX_ASSERT_MESSAGE(Mem::IsAligned<0x10>(packedPtr), "Unaligned memory! %p should be 16-bytes aligned.",
 			static_cast<const void *>(packedPtr));
 	}
-	if (srcStride != sizeof(CFloat3) && srcStride != 0)
+	if (VX_UNLIKELY(HasUncommonStride(positions)))
 		WarnOfPositionStride<_VertexBases>();
 	[[maybe_unused]] const void *const srcPos =
 		WriteRecordsByDistance(packedPtr, srcBytes, srcStride, remaining, camera, vertexBases);
@@ -634,7 +672,7 @@ template<typename _Streamed, typename... _Stored, typename _Index, typename... _
 static VX_INLINE void StreamOrWarn(
 	const char *siteKey, const char *text, Expand::TOutput<_Index> output, const _Pattern &...pattern)
 {
-	if (!output.template Stream<_Streamed>(pattern...))
+	if (VX_UNLIKELY(!output.template Stream<_Streamed>(pattern...)))
 		WarnAtSite(siteKey, text);
 	output.template Write<_Stored...>(pattern...);
 }
@@ -714,13 +752,13 @@ static void ExpandIndicesU32_xN(const CPattern &indexPattern, CRecords it, CPrim
 	Expand::WriteAnyWidth(indexPattern, it, dstPrims, primCount);
 }
 
-void CTriangleSorter::_ExpandByWidth(const TMemoryView<const u32> &indexPattern,
+VX_HOT_CODE void CTriangleSorter::_ExpandByWidth(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *__restrict it,
 	volatile u32 *__restrict dstPrims,
 	u32 primCount,
 	EIndexStores stores)
 {
-	switch (indexPattern.Count())
+	switch (VX_USUALLY(indexPattern.Count(), 6))
 	{
 	case 1:
 		return ExpandIndicesU32_x1(indexPattern, it, dstPrims, primCount, stores);
@@ -799,13 +837,13 @@ static void ExpandIndicesU16_xN(const CPattern &indexPattern, CRecords it, CPrim
 	Expand::WriteAnyWidth(indexPattern, it, dstPrims, primCount);
 }
 
-void CTriangleSorter::_ExpandByWidth(const TMemoryView<const u32> &indexPattern,
+VX_HOT_CODE void CTriangleSorter::_ExpandByWidth(const TMemoryView<const u32> &indexPattern,
 	const SIndexAndDepth *__restrict it,
 	volatile u16 *__restrict dstPrims,
 	u32 primCount,
 	EIndexStores stores)
 {
-	switch (indexPattern.Count())
+	switch (VX_USUALLY(indexPattern.Count(), 6))
 	{
 	case 1:
 		return ExpandIndicesU16_x1(indexPattern, it, dstPrims, primCount, stores);

@@ -269,7 +269,7 @@ namespace SortLanes
 	// would compare each splatted key with fewer lanes. One or two keys beyond whole steps are ranked by themselves,
 	// because another step takes as long for them as for eight keys.
 	template<typename _Lanes>
-	static void CountLowerKeysInLanes(const u8 *records, u32 count, u32 *ranks)
+	static VX_HOT_CODE void CountLowerKeysInLanes(const u8 *records, u32 count, u32 *ranks)
 	{
 		constexpr u32 kRegistersPerStep = kRanksPerStep / _Lanes::kLanes;
 		constexpr u32 kMaxMore = 2;

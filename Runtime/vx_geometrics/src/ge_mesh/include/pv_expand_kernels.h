@@ -783,7 +783,7 @@ namespace Expand
 		template<typename... _Kernels, typename... _Pattern>
 		VX_INLINE bool Stream(const _Pattern &...pattern)
 		{
-			if (!Mem::IsAligned<0x10>(m_Prims))
+			if (VX_UNLIKELY(!Mem::IsAligned<0x10>(m_Prims)))
 				return false;
 			if (m_Stores == EIndexStores::Cached)
 			{

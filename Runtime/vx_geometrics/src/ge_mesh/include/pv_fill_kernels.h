@@ -322,7 +322,7 @@ static VX_INLINE void FillRegistersByDistance(TFillCursor<_VertexBases> &cursor,
 // By distance there are four ways to load, each for some strides: 12, 0, 4 and more, and 1 to 3. Positions that are
 // gathered may go through a narrower target, if that is faster (Gathering in simd/lanes.h).
 template<typename _VertexBases, typename... _Lanes>
-static void FillByDistanceInLanes(SIndexAndDepth *records,
+static VX_HOT_CODE void FillByDistanceInLanes(SIndexAndDepth *records,
 	const u8 *positions,
 	u32 strideInBytes,
 	u32 groupCount,
@@ -330,7 +330,7 @@ static void FillByDistanceInLanes(SIndexAndDepth *records,
 	const _VertexBases &vertexBases)
 {
 	TFillCursor<_VertexBases> cursor = {records, positions, strideInBytes, groupCount, vertexBases};
-	if (strideInBytes == sizeof(CFloat3))
+	if (VX_LIKELY(strideInBytes == sizeof(CFloat3)))
 		(FillRegistersByDistance<_Lanes, SPositions_Packed>(cursor, camera), ...);
 	else if (strideInBytes == 0)
 		(FillRegistersByDistance<_Lanes, SPositions_Repeated>(cursor, camera), ...);
@@ -342,7 +342,7 @@ static void FillByDistanceInLanes(SIndexAndDepth *records,
 
 // By value there is one way to load, because other strides than 4 do not come here.
 template<typename _VertexBases, typename... _Lanes>
-static void FillByValueInLanes(
+static VX_HOT_CODE void FillByValueInLanes(
 	SIndexAndDepth *records, const u8 *values, u32 groupCount, const _VertexBases &vertexBases)
 {
 	TFillCursor<_VertexBases> cursor = {records, values, sizeof(float), groupCount, vertexBases};
