@@ -46,6 +46,7 @@ OLD_PROCESSOR = SUITE._replace(name="old-processor", prefix=["qemu-x86_64", "-cp
 JOBS = SUITE._replace(name="jobs", flags=COMMON_FLAGS + ["-DVX_ASSERTIONS=1", "-DTEST_SORTS_IN_JOBS=1",
 	"-DVEXMOOR_MIN_RECORDS_PER_JOB=16", "-DVEXMOOR_MIN_PART_SIZE=8", "-DVEXMOOR_MIN_RECORDS_OF_ONE_JOB=110",
 	"-DVEXMOOR_MIN_PAGE_SIZE_OF_ONE_JOB=1", "-DVEXMOOR_MIN_SPLIT_BY_ONE_JOB=1500",
+	"-DVEXMOOR_MIN_SPLIT_OF_WIDE_KEYS=1000",
 	"-DVEXMOOR_MAX_IN_SHORT_COUNTERS=700"], target="vexmoor_job_tests",
 	libraries=["-lgtest_main", "-lgtest", "-pthread"], runs=[[]])
 CONFIGURATIONS = {each.name: each for each in (SUITE, NO_ASSERTIONS, THREADS, OLD_PROCESSOR, JOBS)}

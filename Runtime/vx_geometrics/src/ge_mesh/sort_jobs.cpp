@@ -33,11 +33,17 @@ namespace Vexmoor
 constexpr u32 kMinRecordsPerJob = VEXMOOR_MIN_RECORDS_PER_JOB;
 
 // One job alone sorts in two passes what fits its core's caches, where the sort without jobs has three, and splits what
-// lies beyond them first. With fewer records, small pages, or a number of records in between, that does not pay for
-// looking at pages and keys before. Records among which equal keys have the quick sort's order are sorted without jobs.
+// lies beyond them first. Keys that are too wide for two passes are split earlier. With fewer records or small pages,
+// that does not pay for looking at pages and keys before. Records among which equal keys have the quick sort's order
+// are sorted without jobs.
 constexpr u32 kMinRecordCount = std::max<u32>(VEXMOOR_MIN_RECORDS_OF_ONE_JOB, kMaxQuickSortCount + 1);
 constexpr u32 kMinPageSizeOfOneJob = VEXMOOR_MIN_PAGE_SIZE_OF_ONE_JOB;
 constexpr u32 kMinSplitByOneJob = VEXMOOR_MIN_SPLIT_BY_ONE_JOB;
+constexpr u32 kMinSplitOfWideKeys = VEXMOOR_MIN_SPLIT_OF_WIDE_KEYS;
+
+// Wider keys crowd in few of a split's leading digits: at 300,000 records, a split took 1.2 times as long as the radix
+// sort.
+constexpr u32 kMaxBitsToSplit = 28;
 
 // The entry points.
 
@@ -295,13 +301,12 @@ bool CSortJobs::_PaysForOneJob() const
 // Whether one job sorts all records as they are, in two passes or three.
 bool CSortJobs::_IsNotSplit() const
 {
-	return m_JobCount == 1 && m_RecordCount < kMinSplitByOneJob && _MaxUpperBitCount() != 0;
+	return m_JobCount == 1 && m_RecordCount < kMinSplitByOneJob && _TwoPassesFor({0, 0}) != null;
 }
 
-// How many upper bits keys may have so that two passes sort them. 0 if two passes never do.
-u32 CSortJobs::_MaxUpperBitCount() const
+CbTwoPasses CSortJobs::_TwoPassesFor(const SKeySpan &span) const
 {
-	return MaxUpperBitCount(m_RecordCount, _IndexEnd(), _IndexStep());
+	return TwoPassesFor(span, m_RecordCount, _IndexEnd(), _IndexStep());
 }
 
 // What the indices of all records are below, and what they are multiples of.
@@ -321,9 +326,15 @@ SKeySpan CSortJobs::_LookAt(const SIndexAndDepth *particles, u32 count)
 	if (!_IsNotSplit())
 		return SpanOf(particles, count);
 	if (particles == m_Filled)
-		m_SortsInTwoPasses = SuitTwoPasses(SKeySample::Of(particles, count), _MaxUpperBitCount());
-	const SKeySpan span = m_SortsInTwoPasses ? SpanOf(particles, count) : SKeySpan{0, ~0u};
-	m_SortsInTwoPasses = UpperBitCount(span) <= _MaxUpperBitCount();
+	{
+		const SKeySample sample = SKeySample::Of(particles, count);
+		const bool isWide = sample.m_Span.m_Lowest < sample.m_Span.m_Highest && _TwoPassesFor(sample.m_Span) == null;
+		m_SortsInTwoPasses = !isWide && !sample.HasEqualDigits();
+	}
+	if (!m_SortsInTwoPasses && m_RecordCount < kMinSplitOfWideKeys)
+		return {0, ~0u};
+	const SKeySpan span = SpanOf(particles, count);
+	m_SortsInTwoPasses = m_SortsInTwoPasses && _TwoPassesFor(span) != null;
 	return span;
 }
 
@@ -736,12 +747,13 @@ void CSortJobs::_FillTriangles(_Index *triangles, const TPages<_Element> &pages,
 
 // The sort and the output.
 
-// Sorts all records, or splits them into parts that jobs will sort. Chooses between three ways by the span of the keys
-// and by a sample of them:
+// Sorts all records, or splits them into parts that jobs will sort. Chooses by the span of the keys and by a sample of
+// them:
 //
 //   one key                       nothing is left to sort
 //   one job, or keys in runs      this thread sorts, in two passes if the keys suit them
-//   otherwise                     split
+//   otherwise, or keys so wide    split
+//   that one job has no two passes
 void CSortJobs::_Split()
 {
 	SKeySpan span;
@@ -749,20 +761,30 @@ void CSortJobs::_Split()
 		span = span.With({m_Shares[job].m_LowestKey, m_Shares[job].m_HighestKey});
 	if (m_FilledCount != m_RecordCount)
 		span = span.With({SValueKey::kFar, SValueKey::kFar});
+	const SKeySample sample = SKeySample::Of(m_Filled, m_RecordCount);
 	if (!_IsNotSplit())
 	{
 		if (span.BitCount() == 0)
 			return m_Split.TakeSorted(true);
-		const bool isForRuns = m_JobCount <= kMaxJobsForRuns && SKeySample::Of(m_Filled, m_RecordCount).HasEqualKeys();
-		if (!isForRuns)
+		if (m_JobCount > kMaxJobsForRuns || !sample.HasEqualKeys())
 			return m_Split.Split(span);
+		return _SortHere(null, span);
 	}
-	m_SortsInTwoPasses = m_SortsInTwoPasses && UpperBitCount(span) <= _MaxUpperBitCount() &&
-	                     SuitTwoPasses(SKeySample::Of(m_Filled, m_RecordCount), _MaxUpperBitCount());
-	if (m_SortsInTwoPasses)
-		SortInTwoPasses(m_Filled, m_Sorted, m_RecordCount, span, _IndexEnd(), _IndexStep(), m_Memory->m_Counters);
+	const CbTwoPasses twoPasses = _TwoPassesFor(span);
+	if (twoPasses == null && m_RecordCount >= kMinSplitOfWideKeys && span.BitCount() <= kMaxBitsToSplit &&
+		!sample.HasEqualDigits())
+		return m_Split.Split(span);
+	_SortHere(m_SortsInTwoPasses && !sample.HasEqualDigits() ? twoPasses : null, span);
+}
+
+// Sorts all records on this thread, in two passes or else by the radix sort.
+void CSortJobs::_SortHere(CbTwoPasses twoPasses, const SKeySpan &span)
+{
+	const SIndexAndDepth *sorted = m_Sorted;
+	if (twoPasses != null)
+		sorted = twoPasses(m_Filled, m_Sorted, m_RecordCount, span, m_Memory->m_Counters);
 	else
 		Sort<SSortKeyExtractor_TriangleIndexAndDepth>(m_Filled, m_Filled + m_RecordCount, m_Sorted);
-	m_Split.TakeSorted(m_SortsInTwoPasses);
+	m_Split.TakeSorted(sorted == m_Filled);
 }
 } // namespace Vexmoor

@@ -12,6 +12,7 @@
 #include "pv_jobs.h"
 #include "pv_span_sort.h"
 #include "pv_split_sort.h"
+#include "pv_two_digit_sort.h"
 
 namespace Vexmoor
 {
@@ -78,7 +79,7 @@ private:
 
 	bool _PaysForOneJob() const;
 	bool _IsNotSplit() const;
-	u32 _MaxUpperBitCount() const;
+	CbTwoPasses _TwoPassesFor(const SKeySpan &span) const;
 	u32 _IndexEnd() const;
 	u32 _IndexStep() const;
 	SKeySpan _LookAt(const SIndexAndDepth *particles, u32 count);
@@ -115,6 +116,7 @@ private:
 	void _TellOfPages(_Index *triangles, const TPages<_Element> &pages);
 
 	void _Split();
+	void _SortHere(CbTwoPasses twoPasses, const SKeySpan &span);
 
 	const CSorter &m_Sorter;
 	const CJobs m_Jobs;

@@ -9,6 +9,11 @@
 //
 //   key            | 32 bits                        |
 //   less lowest    | zeros     | digit 1 | digit 0  |      here two digits, so records move twice
+//
+// Few records seldom share their leading bits. Once they are sorted by these, insertion finds the few that are out of
+// order, so the bits below need no pass:
+//
+//   less lowest    | zeros  | digit 1 | digit 0 |   |      300 records with keys of 25 bits: digits of 8 bits
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -19,6 +24,7 @@
 #include "kr_sort_records.h"
 
 #include "pv_fill_groups.h"
+#include "pv_jobs.h"
 
 #include <algorithm>
 #include <cstring>
@@ -73,134 +79,228 @@ static VX_INLINE u32 IndexOf(u64 record)
 	return VX_LITTLE_ENDIAN ? u32(record >> 32) : u32(record);
 }
 
-// How the bits above the lowest key are cut into digits: passCount of them, the lowest one first, of digitBits each.
-struct SSpanDigits
+// Adds one to a counter, and returns what it was.
+template<typename _Counter>
+static VX_INLINE u32 CountOneMore(_Counter &counter)
 {
-	u32 m_PassCount;
-	u32 m_DigitBits;
+	const u32 before = counter;
+	counter = _Counter(before + 1);
+	return before;
+}
 
-	u32 CounterCount() const { return m_PassCount << m_DigitBits; }
+// Counters of 16 bits count no more records. A position behind the last of so many wraps to 0, and is not read.
+constexpr u32 kMaxInShortCounters = VEXMOOR_MAX_IN_SHORT_COUNTERS;
+
+// How keys of a span are cut into digits of _DigitBits, as many as there are passes, from the highest bit in which they
+// differ downwards. Bits below the digits are left to insertion. Keys are shifted up to bit 31 first, so that shifts
+// are constants: on x86, a shift by a number in a register takes a micro-operation or two more.
+//
+//   less lowest    | zeros   | leading bits         | rest |
+//   shifted up     | digit 1  | digit 0  | rest | zeros    |
+template<u32 _PassCount, u32 _DigitBits>
+struct TSpanDigits
+{
+	static constexpr u32 kPassCount = _PassCount;
+	static constexpr u32 kDigitBits = _DigitBits;
+	static constexpr u32 kSortedBits = std::min(_PassCount * _DigitBits, 32u);
+
+	template<u32 _Pass>
+	static VX_INLINE u32 Of(u32 shiftedUp)
+	{
+		constexpr u32 kEndBit = 32 - (_PassCount - 1 - _Pass) * _DigitBits;
+		constexpr u32 kFirstBit = std::max(kEndBit, _DigitBits) - _DigitBits; // the last digit may have fewer bits
+		return (shiftedUp & u32((u64(1) << kEndBit) - 1)) >> kFirstBit;
+	}
 };
 
-constexpr u32 kMaxSpanPasses = 4;
-
-// The cheapest way to cut that room for counters allows. Keys that differ in 20 bits, for example, take three digits of
-// 7 bits with 100 records, and two of 10 with 500. A pass moves every record, and clears and sums its counters;
-// eight counters take about as long as a record.
-static inline SSpanDigits CutSpan(u32 bitCount, u32 recordCount, u32 counterRoom)
+// How keys of a span are shifted up, by a product.
+struct SSpanShift
 {
-	constexpr u32 kCountersPerRecord = 8;
-	constexpr u32 kMinDigitBits = 4; // a step of the prefix sums
-	SSpanDigits best = {kMaxSpanPasses, 8};
-	u64 bestCost = ~u64(0);
-	for (u32 passCount = 1; passCount <= kMaxSpanPasses; ++passCount)
+	u32 m_Lowest;
+	u32 m_Factor;
+
+	explicit SSpanShift(const SKeySpan &span)
+		: m_Lowest(span.m_Lowest)
+		, m_Factor(u32(u64(1) << (32 - span.BitCount())))
 	{
-		const SSpanDigits digits = {passCount, std::max((bitCount + passCount - 1) / passCount, kMinDigitBits)};
-		const u64 counters = u64(1) << digits.m_DigitBits;
-		const u64 cost = passCount * (u64(recordCount) + counters / kCountersPerRecord);
-		if (passCount * counters <= counterRoom && cost < bestCost)
-		{
-			best = digits;
-			bestCost = cost;
-		}
 	}
-	return best;
-}
+	VX_INLINE u32 Of(u32 key) const { return (key - m_Lowest) * m_Factor; }
+};
 
-// Counts all digits of all keys in one sweep: the counters of each digit lie behind those of the digit below.
-//
-//   counters   | digit 0: 2^digitBits | digit 1 | ... one for each pass
-template<u32 _PassCount>
-static void CountSpanDigits(
-	const SIndexAndDepth *__restrict records, u32 count, u32 lowest, u32 digitBits, u32 *__restrict counters)
-{
-	const u32 mask = (1u << digitBits) - 1;
-	u32 *const counters1 = counters + (1u << digitBits);
-	u32 *const counters2 = counters + (2u << digitBits);
-	u32 *const counters3 = counters + (3u << digitBits);
-	ForEachRecord(count,
-		[=](u32 i)
-		{
-			const u32 bits = records[i].m_Depth - lowest;
-			++counters[bits & mask];
-			if constexpr (_PassCount > 1)
-				++counters1[(bits >> digitBits) & mask];
-			if constexpr (_PassCount > 2)
-				++counters2[(bits >> 2 * digitBits) & mask];
-			if constexpr (_PassCount > 3)
-				++counters3[(bits >> 3 * digitBits) & mask];
-		});
-}
+// How many counters of 32 bits the sort of any span needs.
+constexpr u32 kSpanCounterCount = 3u << 11;
 
-// Moves the records to the positions of their digits. A position is then one higher, for the next record of its digit.
+// Moves the records to the positions of a digit. A position is then one higher, for the next record of its digit.
 //
 //   digits of source       2  0  2  1
 //   positions before       0: 0   1: 1   2: 2
 //   destination            the second record, the fourth, the first, the third
 //   positions afterwards   0: 1   1: 2   2: 4
-static inline void ScatterBySpanDigit(const SIndexAndDepth *__restrict source,
+template<typename _Digits, u32 _Pass, typename _Counter>
+static VX_INLINE void ScatterBySpanDigit(const SIndexAndDepth *__restrict source,
 	SIndexAndDepth *__restrict destination,
 	u32 count,
-	u32 lowest,
-	u32 firstBit,
-	u32 mask,
-	u32 *__restrict positions)
+	const SSpanShift &shift,
+	_Counter *__restrict counters)
 {
+	constexpr u32 kCounterCount = 1u << _Digits::kDigitBits;
+	_Counter *const positions = counters + _Pass * kCounterCount; // once they are summed up
+	SortLanes::SumCounters(positions, kCounterCount);
+	const SSpanShift shiftOf = shift; // in registers
 	ForEachRecord(count,
 		[=](u32 i)
 		{
 			const u64 record = LoadRecord(source + i);
-			const u32 digit = ((KeyOf(record) - lowest) >> firstBit) & mask;
-			const u32 place = positions[digit];
-			positions[digit] = place + 1;
+			const u32 place = CountOneMore(positions[_Digits::template Of<_Pass>(shiftOf.Of(KeyOf(record)))]);
 			StoreRecord(destination + place, record);
 		});
 }
 
-// Sorts few records: each one moves down past those of higher keys, and stops behind an equal one, so that equal keys
-// keep their order.
-static inline void InsertionSortRecords(SIndexAndDepth *records, u32 count)
+// Sorts records by the digits of a span, equal digits in the order that they come in. Moves them between the two
+// arrays, and returns the one that they end in. All digits are counted in one sweep, which also fetches the array that
+// records are moved to: it may have lain idle since the last frame.
+//
+//   counters   | digit 0: 2^_DigitBits | digit 1 | ... one for each pass
+template<typename _Digits, typename _Counter>
+static SIndexAndDepth *SortBySpanDigits(
+	SIndexAndDepth *records, SIndexAndDepth *others, u32 count, const SKeySpan &span, void *memory)
 {
-	for (u32 i = 1; i < count; ++i)
+	constexpr u32 kCounterCount = 1u << _Digits::kDigitBits;
+	static_assert(_Digits::kPassCount * kCounterCount <= kSpanCounterCount);
+	_Counter *__restrict const counters = static_cast<_Counter *>(memory);
+	const SSpanShift shift(span);
+	std::memset(counters, 0, _Digits::kPassCount * kCounterCount * sizeof(_Counter));
+	ForEachRecord(count,
+		[=](u32 i)
+		{
+			if (i % kRecordsPerLine<SIndexAndDepth> == 0)
+				VX_PREFETCH_TO_WRITE(others + i);
+			const u32 key = shift.Of(records[i].m_Depth);
+			CountOneMore(counters[_Digits::template Of<0>(key)]);
+			CountOneMore(counters[kCounterCount + _Digits::template Of<1>(key)]);
+			if constexpr (_Digits::kPassCount > 2)
+				CountOneMore(counters[2 * kCounterCount + _Digits::template Of<2>(key)]);
+		});
+	ScatterBySpanDigit<_Digits, 0>(records, others, count, shift, counters);
+	ScatterBySpanDigit<_Digits, 1>(others, records, count, shift, counters);
+	if constexpr (_Digits::kPassCount > 2)
 	{
-		const SIndexAndDepth record = records[i];
-		u32 place = i;
-		for (; place != 0 && record.m_Depth < records[place - 1].m_Depth; --place)
-			records[place] = records[place - 1];
-		records[place] = record;
+		ScatterBySpanDigit<_Digits, 2>(records, others, count, shift, counters);
+		return others;
 	}
+	return records;
+}
+
+// A way to sort by the digits of a span.
+struct SSpanPasses
+{
+	SIndexAndDepth *(*m_Sort)(
+		SIndexAndDepth *records, SIndexAndDepth *others, u32 count, const SKeySpan &span, void *counters);
+	u32 m_PassCount;
+	u32 m_DigitBits;
+	u32 m_FirstBit; // below it, bits are left to insertion
+};
+
+// The cheapest way. Keys that differ in 25 bits, for example, take two digits of 9 bits with 300 records, two of 11
+// with 4,000, and three with 200,000. A pass moves every record, and clears and sums its counters.
+// mayInsert  whether bits may be left to insertion
+static inline SSpanPasses SpanPassesFor(u32 bitCount, u32 recordCount, bool mayInsert)
+{
+	// Costs are measured in moves of one record.
+	constexpr u32 kCountersPerMove = 16;
+	constexpr u32 kMovesPerInsertion = 24; // a mispredicted branch or two
+
+	// Keys of floats crowd in a few octaves. So those that differ in more bits than this share their leading bits as
+	// often as evenly spread keys that differ in so many.
+	constexpr u32 kMaxEvenBits = 26;
+	const u32 crowdedBits = std::max(bitCount, kMaxEvenBits) - kMaxEvenBits;
+
+	SSpanPasses best = {};
+	u64 bestCost = ~u64(0);
+	const auto consider = [&](auto digits, auto counter)
+	{
+		typedef decltype(digits) Digits;
+		const bool isWhole = Digits::kSortedBits >= bitCount;
+		if (!isWhole && !mayInsert)
+			return;
+		u64 cost = Digits::kPassCount * (u64(recordCount) + (1u << Digits::kDigitBits) / kCountersPerMove);
+		if (!isWhole)
+			cost += (u64(recordCount) * recordCount << crowdedBits >> Digits::kSortedBits) * kMovesPerInsertion;
+		if (cost >= bestCost)
+			return;
+		best = {&SortBySpanDigits<Digits, decltype(counter)>, Digits::kPassCount, Digits::kDigitBits,
+			isWhole ? 0 : bitCount - Digits::kSortedBits};
+		bestCost = cost;
+	};
+	if (recordCount <= kMaxInShortCounters)
+	{
+		consider(TSpanDigits<2, 8>(), u16());
+		consider(TSpanDigits<2, 9>(), u16());
+		consider(TSpanDigits<2, 10>(), u16());
+		consider(TSpanDigits<2, 11>(), u16());
+		consider(TSpanDigits<3, 11>(), u16());
+	}
+	else
+	{
+		consider(TSpanDigits<2, 11>(), u32());
+		consider(TSpanDigits<3, 11>(), u32());
+	}
+	return best;
+}
+
+// Moves a record down past those of higher keys, behind one of an equal key, and returns how many it has passed.
+static inline u32 InsertRecord(SIndexAndDepth *records, u32 place)
+{
+	const u64 record = LoadRecord(records + place);
+	const u32 start = place;
+	for (; place != 0 && KeyOf(record) < records[place - 1].m_Depth; --place)
+		StoreRecord(records + place, LoadRecord(records + place - 1));
+	StoreRecord(records + place, record);
+	return start - place;
+}
+
+// Sorts records of which few are out of order, equal keys in the order that they come in. Gives up and returns false
+// when too many have moved.
+static inline bool InsertionSortRecords(SIndexAndDepth *records, u32 count)
+{
+	constexpr u32 kMinMaxMoves = 1024;
+	const u32 maxMoves = std::max(count, kMinMaxMoves);
+	u32 moves = 0;
+	u32 highest = 0; // of the records before
+	ForEachRecord(count,
+		[&](u32 i)
+		{
+			const u32 key = records[i].m_Depth;
+			if (VX_LIKELY(key >= highest))
+				highest = key;
+			else if (moves <= maxMoves)
+				moves += InsertRecord(records, i);
+		});
+	return moves <= maxMoves;
 }
 
 // Sorts records in ascending order of their keys, equal keys in the order that they come in. Moves them between the two
 // arrays, and returns the one that they end in.
 // span         contains all keys; the narrower, the faster
-// counters     memory for counterRoom of them, at least 1,024
+// counters     memory for kSpanCounterCount of 32 bits, or of 16 bits for up to kMaxInShortCounters records
 static inline SIndexAndDepth *SortBySpan(
-	SIndexAndDepth *records, SIndexAndDepth *others, u32 count, const SKeySpan &span, u32 *counters, u32 counterRoom)
+	SIndexAndDepth *records, SIndexAndDepth *others, u32 count, const SKeySpan &span, void *counters)
 {
 	constexpr u32 kMaxInsertedCount = 16;
-	const u32 bitCount = count == 0 ? 0 : span.BitCount();
-	if (bitCount == 0)
+	if (count == 0 || span.m_Lowest == span.m_Highest)
 		return records;
 	if (count <= kMaxInsertedCount)
 	{
 		InsertionSortRecords(records, count);
 		return records;
 	}
-
-	const SSpanDigits digits = CutSpan(bitCount, count, counterRoom);
-	constexpr void (*kCount[])(const SIndexAndDepth *, u32, u32, u32, u32 *) = {
-		&CountSpanDigits<1>, &CountSpanDigits<2>, &CountSpanDigits<3>, &CountSpanDigits<4>};
-	std::memset(counters, 0, digits.CounterCount() * sizeof(u32));
-	kCount[digits.m_PassCount - 1](records, count, span.m_Lowest, digits.m_DigitBits, counters);
-	const u32 mask = (1u << digits.m_DigitBits) - 1;
-	for (u32 pass = 0; pass < digits.m_PassCount; ++pass)
-	{
-		u32 *const positions = counters + (pass << digits.m_DigitBits); // once they are summed up
-		SortLanes::SumCounters(positions, mask + 1);
-		ScatterBySpanDigit(records, others, count, span.m_Lowest, pass * digits.m_DigitBits, mask, positions);
-		std::swap(records, others);
-	}
-	return records;
+	const u32 bitCount = span.BitCount();
+	const SSpanPasses passes = SpanPassesFor(bitCount, count, true);
+	SIndexAndDepth *const sorted = passes.m_Sort(records, others, count, span, counters);
+	if (passes.m_FirstBit == 0 || InsertionSortRecords(sorted, count))
+		return sorted;
+	// Many keys share their leading bits: all bits are cut into digits after all.
+	return SpanPassesFor(bitCount, count, false)
+	    .m_Sort(sorted, sorted == records ? others : records, count, span, counters);
 }
 } // namespace Vexmoor

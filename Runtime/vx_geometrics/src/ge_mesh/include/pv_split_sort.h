@@ -69,7 +69,7 @@ public:
 
 	// Of 32 bits, for each job.
 	static constexpr u32 kCountersPerJob = 8192;
-	static_assert(kCountersPerJob >= kDigitCount + kMaxPartsPerSplit);
+	static_assert(kCountersPerJob >= kDigitCount + kMaxPartsPerSplit && kCountersPerJob >= kSpanCounterCount);
 
 	// What one split knows until all its parts are split.
 	struct SLevel
@@ -146,8 +146,7 @@ public:
 		SIndexAndDepth *const records = m_Arrays[part.m_IsInFilled] + part.m_First;
 		SIndexAndDepth *const others = m_Arrays[!part.m_IsInFilled] + part.m_First;
 		SIndexAndDepth *const sorted = Sorted() + part.m_First;
-		const SIndexAndDepth *const result =
-			SortBySpan(records, others, part.m_Count, part.m_Span, _CountersOf(job), kCountersPerJob);
+		const SIndexAndDepth *const result = SortBySpan(records, others, part.m_Count, part.m_Span, _CountersOf(job));
 		if (result != sorted)
 			std::memcpy(static_cast<void *>(sorted), result, part.m_Count * sizeof(SIndexAndDepth));
 	}

@@ -38,12 +38,6 @@ constexpr u32 kMaxUpperBits = 14;
 // With so few upper bits, a word has more room for the index. Distances between d and 2 d have fewer.
 constexpr u32 kFewUpperBits = 12;
 
-// Counters of 16 bits count no more. A position behind the last of so many records wraps to 0, and is not read.
-constexpr u32 kMaxInShortCounters = VEXMOOR_MAX_IN_SHORT_COUNTERS;
-
-// With more records, words with few upper bits hold no index of a particle with four vertices.
-constexpr u32 kMaxInTwoPasses = 1u << 20;
-
 // How many words of memory the counters of both digits take.
 static inline u32 TwoDigitWordCount(u32 recordCount)
 {
@@ -81,21 +75,16 @@ struct SKeySample
 
 	// Whether keys come in runs, or are few. Then the radix sort is fast, which moves runs at once.
 	bool HasEqualKeys() const { return m_EqualCount >= kPlaces / 8; }
+
+	// Whether neighbours often share a digit. Then a record waits for the position that the record before it has
+	// stored, which the radix sort avoids.
+	bool HasEqualDigits() const { return m_SameLowerCount >= kPlaces / 8 || m_SameUpperCount >= kPlaces - 1; }
 };
 
 // How many bits the upper digits of a span's keys have.
 static inline u32 UpperBitCount(const SKeySpan &span)
 {
 	return SKeySpan{span.m_Lowest >> kLowerBits, span.m_Highest >> kLowerBits}.BitCount();
-}
-
-// Whether two passes may sort such keys, and are faster than the radix sort. They are not where neighbours often share
-// a digit: then a record waits for the position that the record before it has stored.
-static inline bool SuitTwoPasses(const SKeySample &keys, u32 maxUpperBits)
-{
-	const bool isWide = keys.m_Span.m_Lowest < keys.m_Span.m_Highest && UpperBitCount(keys.m_Span) > maxUpperBits;
-	return !isWide && keys.m_SameLowerCount < SKeySample::kPlaces / 8 &&
-	       keys.m_SameUpperCount < SKeySample::kPlaces - 1;
 }
 
 // What the first pass leaves of a record for the second: its upper digit, of up to _UpperBits, and its index without
@@ -105,74 +94,29 @@ struct TPackedWord
 {
 	static constexpr u32 kIndexBits = 32 - _UpperBits;
 
-	// Whether words hold multiples of indexStep below indexEnd.
-	static bool Holds(u32 indexEnd, u32 indexStep)
+	// Whether words hold the upper digits of a span, and multiples of indexStep below indexEnd.
+	static bool Holds(const SKeySpan &span, u32 indexEnd, u32 indexStep)
 	{
-		return indexEnd <= 1u << (kIndexBits + _ZeroBits) && indexStep % (1u << _ZeroBits) == 0;
+		return UpperBitCount(span) <= _UpperBits && indexEnd <= 1u << (kIndexBits + _ZeroBits) &&
+		       indexStep % (1u << _ZeroBits) == 0;
 	}
-	static VX_INLINE TPackedWord Of(u64 record, u32 upper)
-	{
-		return {upper << kIndexBits | IndexOf(record) >> _ZeroBits};
-	}
-	VX_INLINE u32 Upper(u32) const { return m_Word >> kIndexBits; }
-	VX_INLINE void StoreTo(SIndexAndDepth *record) const
-	{
-		record->m_Index = (m_Word & ((1u << kIndexBits) - 1)) << _ZeroBits;
-	}
-
-	u32 m_Word;
+	static VX_INLINE u32 Of(u64 record, u32 upper) { return upper << kIndexBits | IndexOf(record) >> _ZeroBits; }
+	static VX_INLINE u32 UpperOf(u32 word) { return word >> kIndexBits; }
+	static VX_INLINE u32 IndexIn(u32 word) { return (word & ((1u << kIndexBits) - 1)) << _ZeroBits; }
 };
-
-// The whole record, where its index is too high.
-struct SWholeWord
-{
-	static VX_INLINE SWholeWord Of(u64 record, u32) { return {record}; }
-	VX_INLINE u32 Upper(u32 lowestUpper) const { return (KeyOf(m_Word) >> kLowerBits) - lowestUpper; }
-	VX_INLINE void StoreTo(SIndexAndDepth *record) const { StoreRecord(record, m_Word); }
-
-	u64 m_Word;
-};
-
-// Whether one of the words with so many upper bits holds multiples of indexStep below indexEnd.
-template<u32 _UpperBits>
-static bool PackedWordsHold(u32 indexEnd, u32 indexStep)
-{
-	return TPackedWord<_UpperBits, 0>::Holds(indexEnd, indexStep) ||
-	       TPackedWord<_UpperBits, 2>::Holds(indexEnd, indexStep);
-}
-
-// How many upper bits keys may have, so that two passes are faster than the radix sort; 0 if they never are. Whole
-// records as words pay as long as counters are short.
-static inline u32 MaxUpperBitCount(u32 recordCount, u32 indexEnd, u32 indexStep)
-{
-	if (recordCount <= kMaxInShortCounters)
-		return kMaxUpperBits;
-	if (recordCount > kMaxInTwoPasses)
-		return 0;
-	return PackedWordsHold<kMaxUpperBits>(indexEnd, indexStep)   ? kMaxUpperBits
-	       : PackedWordsHold<kFewUpperBits>(indexEnd, indexStep) ? kFewUpperBits
-	                                                             : 0;
-}
-
-// Adds one to a counter, and returns what it was.
-template<typename _Counter>
-static VX_INLINE u32 CountOneMore(_Counter &counter)
-{
-	const u32 before = counter;
-	counter = _Counter(before + 1);
-	return before;
-}
 
 // Sorts records in ascending order of their keys, equal keys in the order that they come in, through words in the other
-// array and back. Keys are unspecified afterwards. The span contains all keys, and has no more upper bits than words.
-// counters  TwoDigitWordCount(count) words of memory
+// array and back. Returns the array that they end in. Keys are unspecified afterwards. The span contains all keys, and
+// words hold them.
+// memory  TwoDigitWordCount(count) words
 template<typename _Word, typename _Counter>
-static void SortThroughWords(
-	SIndexAndDepth *__restrict records, SIndexAndDepth *others, u32 count, const SKeySpan &span, _Counter *counters)
+static SIndexAndDepth *SortThroughWords(
+	SIndexAndDepth *records, SIndexAndDepth *others, u32 count, const SKeySpan &span, void *memory)
 {
-	_Word *__restrict const words = reinterpret_cast<_Word *>(others);
-	_Counter *__restrict const lower = counters;
-	_Counter *__restrict const upper = counters + (1u << kLowerBits);
+	SIndexAndDepth *__restrict const sorted = records;
+	u32 *__restrict const words = reinterpret_cast<u32 *>(others);
+	_Counter *__restrict const lower = static_cast<_Counter *>(memory);
+	_Counter *__restrict const upper = lower + (1u << kLowerBits);
 	const u32 lowestUpper = span.m_Lowest >> kLowerBits;
 	constexpr u32 kMinUpperBits = 4; // a step of the prefix sums
 	const u32 upperCount = 1u << std::max(UpperBitCount(span), kMinUpperBits);
@@ -181,7 +125,7 @@ static void SortThroughWords(
 	ForEachRecord(count,
 		[=](u32 i)
 		{
-			if (i % kRecordsPerLine<_Word> == 0)
+			if (i % kRecordsPerLine<u32> == 0)
 				VX_PREFETCH_TO_WRITE(words + i); // this line has lain idle since the last frame
 			CountOneMore(lower[records[i].m_Depth & kLowerMask]);
 		});
@@ -198,38 +142,37 @@ static void SortThroughWords(
 	ForEachRecord(count,
 		[=](u32 i)
 		{
-			const _Word word = words[i];
-			word.StoreTo(records + CountOneMore(upper[word.Upper(lowestUpper)]));
+			const u32 word = words[i];
+			sorted[CountOneMore(upper[_Word::UpperOf(word)])].m_Index = _Word::IndexIn(word);
 		});
+	return sorted;
 }
 
-// Sorts records as SortThroughWords does, with the narrowest words and counters that hold them. The span has no more
-// than MaxUpperBitCount of these records and their indices, which are multiples of indexStep below indexEnd.
-static inline void SortInTwoPasses(SIndexAndDepth *records,
-	SIndexAndDepth *others,
-	u32 count,
-	const SKeySpan &span,
-	u32 indexEnd,
-	u32 indexStep,
-	u32 *counters)
+// A sort by two passes of records, through the other array, and the array that they end in. Keys may be unspecified
+// afterwards. Counters take TwoDigitWordCount(count) words of memory.
+typedef SIndexAndDepth *(*CbTwoPasses)(
+	SIndexAndDepth *records, SIndexAndDepth *others, u32 count, const SKeySpan &span, void *counters);
+
+// The one with the narrowest counters and most upper bits whose words hold the upper digits of a span, and multiples of
+// indexStep below indexEnd. If there is none, null, unless counters are short: then passes by leading bits, which move
+// whole records, are faster than the radix sort as well.
+static inline CbTwoPasses TwoPassesFor(const SKeySpan &span, u32 recordCount, u32 indexEnd, u32 indexStep)
 {
-	const auto sort = [&](auto word, auto *countersOfWord)
-	{ SortThroughWords<decltype(word)>(records, others, count, span, countersOfWord); };
-	u16 *const shortCounters = reinterpret_cast<u16 *>(counters);
-	if (count <= kMaxInShortCounters)
+	if (recordCount <= kMaxInShortCounters)
 	{
-		if (TPackedWord<kMaxUpperBits, 0>::Holds(indexEnd, indexStep))
-			sort(TPackedWord<kMaxUpperBits, 0>(), shortCounters);
-		else
-			sort(SWholeWord(), shortCounters);
+		typedef TPackedWord<kMaxUpperBits, 0> Word;
+		return Word::Holds(span, indexEnd, indexStep) ? &SortThroughWords<Word, u16>
+		       : UpperBitCount(span) <= kMaxUpperBits ? &SortBySpan
+		                                              : null;
 	}
-	else if (TPackedWord<kMaxUpperBits, 0>::Holds(indexEnd, indexStep))
-		sort(TPackedWord<kMaxUpperBits, 0>(), counters);
-	else if (TPackedWord<kMaxUpperBits, 2>::Holds(indexEnd, indexStep))
-		sort(TPackedWord<kMaxUpperBits, 2>(), counters);
-	else if (TPackedWord<kFewUpperBits, 0>::Holds(indexEnd, indexStep))
-		sort(TPackedWord<kFewUpperBits, 0>(), counters);
-	else
-		sort(TPackedWord<kFewUpperBits, 2>(), counters);
+	if (TPackedWord<kMaxUpperBits, 0>::Holds(span, indexEnd, indexStep))
+		return &SortThroughWords<TPackedWord<kMaxUpperBits, 0>, u32>;
+	if (TPackedWord<kMaxUpperBits, 2>::Holds(span, indexEnd, indexStep))
+		return &SortThroughWords<TPackedWord<kMaxUpperBits, 2>, u32>;
+	if (TPackedWord<kFewUpperBits, 0>::Holds(span, indexEnd, indexStep))
+		return &SortThroughWords<TPackedWord<kFewUpperBits, 0>, u32>;
+	if (TPackedWord<kFewUpperBits, 2>::Holds(span, indexEnd, indexStep))
+		return &SortThroughWords<TPackedWord<kFewUpperBits, 2>, u32>;
+	return null;
 }
 } // namespace Vexmoor
