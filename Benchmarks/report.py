@@ -60,7 +60,7 @@ JOBS = """\
 The sort with a host's [jobs](integration.md#one-draw-call-on-many-cores) took turns with the sort on one core. Its two
 threads are those of oneTBB, or of [a thread pool](../Samples/minimal/thread_pool.h) whose threads look for work for 0.1
 ms before they sleep. Right before each turn, both threads work for 0.1 ms, as they do in a frame with other jobs. All
-turns are timed by the wall clock. Fewer than 32,768 particles run no jobs: from 4,000 on, the sort with jobs is ahead
+turns are timed by the wall clock. Fewer than 32,768 particles run no jobs: from 3,000 on, the sort with jobs is ahead
 there because it takes fewer passes, on one core. Where memory is the limit, a second core helps less. The rows of bytes
 moved show how much: they are a loop that moves as many bytes as a sort. The second table has packaged parallel sorts on
 oneTBB's two threads, with the library's loops before and after them. More than two cores were not measured.

@@ -236,6 +236,20 @@ TEST(SortJobs, IndicesOfEveryHeight_MatchTheModelOnOneJob)
 	}
 }
 
+// Records whose indices are too high for words are sorted by leading bits, of which those of two clusters have only two.
+TEST(SortJobs, ClustersWithHighIndices_MatchTheModelOnOneJob)
+{
+	Model::CRandom random(1);
+	std::vector<u32> keys;
+	for (u32 i = 0; i < kCountsOfOneJob[0]; ++i)
+		keys.push_back(0x38000000u + (random.Below(2) << 26) + random.Below(200));
+	SScene scene = WithKeys(keys);
+	scene.m_VertexCount = 1u << 24;
+	for (u32 &entry : scene.m_IndexList)
+		entry = scene.m_VertexCount - 1 - random.Below(kCountsOfOneJob[0]);
+	EXPECT_TRUE(SortsLikeTheModel(scene, WithJobs(1)));
+}
+
 // With more records than 16 bits count, indices are as high as words hold them, and multiples of 4.
 TEST(SortJobs, ManyParticlesOnOneJob_MatchTheModel)
 {
