@@ -195,15 +195,12 @@ SIndexAndDepth *SortRecords(SPointSorter *sorter, SIndexAndDepth *records, SInde
 	{
 		const u32 indexStep = sorter->m_VerticesPerParticle;
 		const u32 indexEnd = u32(std::min<u64>(u64(count) * indexStep, ~0u));
-		const u32 maxUpperBits = MaxUpperBitCount(count, indexEnd, indexStep);
-		if (maxUpperBits != 0 && SuitTwoPasses(SKeySample::Of(records, count), maxUpperBits))
+		const SKeySample sample = SKeySample::Of(records, count);
+		if (TwoPassesFor(sample.m_Span, count, indexEnd, indexStep) != null && !sample.HasEqualDigits())
 		{
 			const SKeySpan span = SpanOf(records, count);
-			if (UpperBitCount(span) <= maxUpperBits)
-			{
-				SortInTwoPasses(records, sorted, count, span, indexEnd, indexStep, sorter->Array<u32>(Array_Counters));
-				return records;
-			}
+			if (const CbTwoPasses twoPasses = TwoPassesFor(span, count, indexEnd, indexStep))
+				return twoPasses(records, sorted, count, span, sorter->Array<void>(Array_Counters));
 		}
 	}
 	Sort<SSortKeyExtractor_TriangleIndexAndDepth>(records, records + count, sorted);

@@ -214,8 +214,8 @@ private:
 		const u32 maxUpperBits = std::min(32 - m_NumberBits, kMaxUpperBitsOfPart);
 		const SIndexAndDepth *const firstBlock = m_Blocks + m_FirstBlocks[part] * kBlockSize;
 		const SKeySample sample = SKeySample::Of(firstBlock, std::min(m_Counts[part], kBlockSize));
-		return upperBits <= maxUpperBits && SuitTwoPasses(sample, kMaxUpperBits) ? _SortInWords(part, span, upperBits)
-		                                                                         : _SortRecords(part);
+		return upperBits <= maxUpperBits && !sample.HasEqualDigits() ? _SortInWords(part, span, upperBits)
+		                                                             : _SortRecords(part);
 	}
 
 	// In two passes, through words of an upper digit and a number.
