@@ -236,7 +236,7 @@ TEST(SortJobs, IndicesOfEveryHeight_MatchTheModelOnOneJob)
 	}
 }
 
-// Records whose indices are too high for words are sorted by leading bits, of which those of two clusters have only two.
+// Records whose indices are too high for words are sorted by leading bits. Those of two clusters have only two of them.
 TEST(SortJobs, ClustersWithHighIndices_MatchTheModelOnOneJob)
 {
 	Model::CRandom random(1);

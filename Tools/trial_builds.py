@@ -23,6 +23,7 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
 INCLUDE_DIRECTORIES = [
 	"Runtime/include", "Runtime/vx_maths/include", "Runtime/vx_kernel/include", "Runtime/vx_geometrics/include",
+	"Samples/minimal",
 ]
 
 # A way to build and run tests: the target of Tests/CMakeLists.txt, and one command for each run of a batch. A limit on

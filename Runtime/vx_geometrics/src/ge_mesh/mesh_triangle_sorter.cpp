@@ -26,7 +26,7 @@
 #include "include/pv_triangles.h"
 
 #include <algorithm>
-#include <new>
+#include <optional>
 
 namespace Vexmoor
 {
@@ -365,34 +365,6 @@ static VX_INLINE bool HasUncommonStride(const TStridedMemoryView<const _Element>
 	return elements.Stride() != sizeof(_Element) && elements.Stride() != 0;
 }
 
-// A batch of warnings that begins with the first page that warns. Most walks have nothing to add up.
-class CWarningBatchOnDemand
-{
-public:
-	VX_INLINE CWarningBatchOnDemand() {} // leaves the memory of the batch as it is
-	VX_INLINE ~CWarningBatchOnDemand()
-	{
-		if (VX_UNLIKELY(m_HasBegun))
-			m_Batch.~CWarningBatch();
-	}
-	CWarningBatchOnDemand(const CWarningBatchOnDemand &) = delete;
-	CWarningBatchOnDemand &operator=(const CWarningBatchOnDemand &) = delete;
-
-	VX_INLINE void Begin()
-	{
-		if (!m_HasBegun)
-			new (&m_Batch) CWarningBatch;
-		m_HasBegun = true;
-	}
-
-private:
-	bool m_HasBegun = false;
-	union
-	{
-		CWarningBatch m_Batch; // lives from Begin on
-	};
-};
-
 // The walk that all fillers share: hands fillPage each page's part of the rendered particles [start, start + count),
 // and the number of the part's first particle. A page that has none to give, or none left, is passed over untouched.
 // Returns the number of records handed out: fewer than count where the pages end before the particles do.
@@ -424,7 +396,7 @@ VX_INLINE u32 CTriangleSorter::_WalkPages(
 	_GetParticleIdxInPageCache(start + count, stopPage, stopInPage, stopInRendered);
 	const u32 pageStop = stopPage;
 
-	CWarningBatchOnDemand warnings;
+	std::optional<CWarningBatch> warnings; // begins with the first page that warns: most walks have none to add up
 	u32 i = 0;
 	for (; i < count; ++pagei)
 	{
@@ -452,8 +424,8 @@ VX_INLINE u32 CTriangleSorter::_WalkPages(
 		const CRecordList recordSlice = records.Slice(i, pprocess);
 		const TStridedMemoryView<const _Element> elementSlice = elements.Slice(offsetInPage, pprocessIn);
 		const CEnableds enabledSlice = enableds.SliceIFP(offsetInPage, pprocessIn);
-		if (VX_UNLIKELY(HasUncommonStride(elementSlice)))
-			warnings.Begin();
+		if (VX_UNLIKELY(HasUncommonStride(elementSlice) && !warnings))
+			warnings.emplace();
 		fillPage(TPagePart<_Element>{recordSlice, elementSlice, enabledSlice}, start + i);
 		i += pprocess;
 		offsetInPage = 0;
