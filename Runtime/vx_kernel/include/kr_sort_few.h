@@ -21,44 +21,55 @@ constexpr u32 kMaxFewCount = 6;
 /// then 1 and 3: the lower one of both goes to the first place, the higher one to the second.
 template<u32 _Count>
 struct TSortingNetwork;
-///@{
-/// The network for this count.
+/// For two numbers.
 template<>
 struct TSortingNetwork<2>
 {
+	/// 1 comparison.
 	static constexpr char kComparisons[] = "01";
 };
+/// For three numbers.
 template<>
 struct TSortingNetwork<3>
 {
+	/// 3 comparisons.
 	static constexpr char kComparisons[] = "02 01 12";
 };
+/// For four numbers.
 template<>
 struct TSortingNetwork<4>
 {
+	/// 5 comparisons.
 	static constexpr char kComparisons[] = "02 13 01 23 12";
 };
+/// For five numbers.
 template<>
 struct TSortingNetwork<5>
 {
+	/// 9 comparisons.
 	static constexpr char kComparisons[] = "03 14 02 13 01 24 12 34 23";
 };
+/// For six numbers.
 template<>
 struct TSortingNetwork<6>
 {
+	/// 12 comparisons.
 	static constexpr char kComparisons[] = "05 13 24 12 34 03 25 01 23 45 12 34";
 };
+/// For seven numbers.
 template<>
 struct TSortingNetwork<7>
 {
+	/// 16 comparisons.
 	static constexpr char kComparisons[] = "06 23 45 02 14 36 01 25 34 12 46 23 45 12 34 56";
 };
+/// For eight numbers.
 template<>
 struct TSortingNetwork<8>
 {
+	/// 19 comparisons.
 	static constexpr char kComparisons[] = "02 13 46 57 04 15 26 37 01 23 45 67 24 35 14 36 12 34 56";
 };
-///@}
 
 /// Characters of a comparison: two digits, and a space or the text's end.
 constexpr u32 kTextPerComparison = 3;
@@ -79,11 +90,9 @@ VX_WRAPS VX_INLINE void StoreKeyFirst(void *record, u64 number)
 	std::memcpy(record, &words, sizeof(words));
 }
 
-/// Compares the numbers whose places are the digits at text. Compilers recognise a minimum and a maximum in these two
-/// lines, and make no branch of them.
-VX_INLINE void CompareAndExchange(u64 *numbers, const char *text)
+/// Puts two numbers in order. Compilers recognise a minimum and a maximum in these lines, and make no branch of them.
+VX_INLINE void CompareAndExchange(u64 &lower, u64 &higher)
 {
-	u64 &lower = numbers[text[0] - '0'], &higher = numbers[text[1] - '0'];
 	const u64 a = lower, b = higher;
 	lower = b < a ? b : a;
 	higher = b < a ? a : b;
@@ -96,8 +105,10 @@ VX_INLINE bool SortCountDistinct(
 	const u8 *records, u8 *sorted, std::index_sequence<_Places...>, std::index_sequence<_Comparisons...>)
 {
 	constexpr const char *kNetwork = TSortingNetwork<_Count>::kComparisons;
-	u64 numbers[] = {LoadKeyHigh(records + _Places * sizeof(u64))...};
-	(CompareAndExchange(numbers, kNetwork + _Comparisons * kTextPerComparison), ...);
+	u64 numbers[_Count] = {LoadKeyHigh(records + _Places * sizeof(u64))...};
+	(CompareAndExchange(numbers[kNetwork[_Comparisons * kTextPerComparison] - '0'],
+		 numbers[kNetwork[_Comparisons * kTextPerComparison + 1] - '0']),
+		...);
 	for (u32 i = 1; i < _Count; ++i)
 	{
 		if ((numbers[i - 1] ^ numbers[i]) >> 32 == 0)
@@ -106,6 +117,7 @@ VX_INLINE bool SortCountDistinct(
 	(StoreKeyFirst(sorted + _Places * sizeof(u64), numbers[_Places]), ...);
 	return true;
 }
+/// The same, with the lists that write out its places and comparisons.
 template<u32 _Count>
 VX_INLINE bool SortCountDistinct(const void *records, void *sorted)
 {

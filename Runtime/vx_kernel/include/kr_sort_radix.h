@@ -131,7 +131,7 @@ public:
 	static void SortByTopBits(_Iterator first, u32 count, _Iterator output, const _KeyExtractor &keyExtractor)
 	{
 		typedef std::decay_t<decltype(*first)> Record;
-		typedef _SThreeBytes Layout;
+		typedef _TInARow<u8, 8, 24> Layout; // above these bits, all keys agree
 		static_assert(kExtractsU32<_KeyExtractor, Record>, "keys are u32");
 		VX_ASSERT(count <= kMaxCountIn8Bits);
 		if (count == 0 || count > kMaxCountIn8Bits)
@@ -194,24 +194,22 @@ private:
 	// Distances have far fewer top digits; records of many top digits seldom wait for each other's positions anyway.
 	static constexpr u32 kMaxDigitsFromBothEnds = 256;
 
-	// How keys are cut into digits, and a layout of histograms: in which slot a digit's counter lies, how counts are
-	// summed up to positions, and where the positions of each top digit end. Here the counters lie in the order of
-	// digits.
-	template<typename _Counter, u32 _DigitBits>
+	// How the lowest _KeyBits of keys are cut into digits, and a layout of histograms: in which slot a digit's counter
+	// lies, how counts are summed up to positions, and where the positions of each top digit end. Here the counters lie
+	// in the order of digits.
+	template<typename _Counter, u32 _DigitBits, u32 _KeyBits = 32>
 	struct _TInARow
 	{
 		typedef _Counter Counter;
-		static constexpr u32 kLastPass = 31 / _DigitBits;
-		static constexpr u32 kLastBits = 32 - kLastPass * _DigitBits; // the last pass takes what bits are left
+		static constexpr u32 kBits = _KeyBits;
+		static constexpr u32 kLastPass = (_KeyBits - 1) / _DigitBits;
+		static constexpr u32 kLastBits = _KeyBits - kLastPass * _DigitBits; // the last pass takes what bits are left
 
 		template<u32 _Pass>
 		static VX_INLINE u32 Digit(u32 key)
 		{
-			constexpr u32 kFirstBit = _Pass * _DigitBits;
-			if constexpr (_Pass == kLastPass)
-				return key >> kFirstBit;
-			else
-				return (key >> kFirstBit) & ((1u << _DigitBits) - 1);
+			constexpr u32 kDigitBits = _Pass == kLastPass ? kLastBits : _DigitBits;
+			return (key >> _Pass * _DigitBits) & ((1u << kDigitBits) - 1);
 		}
 
 		template<u32 _Pass>
@@ -256,24 +254,6 @@ private:
 		VX_INLINE u32 ExtractKey(const _Record &record) const
 		{
 			return m_KeyExtractor.ExtractKey(record) >> m_DroppedBits;
-		}
-	};
-
-	// The low three bytes of keys as digits, with 8-bit counters. In the fourth byte all keys agree.
-	struct _SThreeBytes : _TInARow<u8, 8>
-	{
-		static constexpr u32 kLastPass = 2;
-		static constexpr u32 kBits = 24;
-
-		template<u32 _Pass>
-		static VX_INLINE u32 Digit(u32 key)
-		{
-			return (key >> 8 * _Pass) & 0xFF;
-		}
-		template<u32 _Pass>
-		static VX_INLINE u32 Slot(u32 key)
-		{
-			return Digit<_Pass>(key);
 		}
 	};
 
