@@ -113,7 +113,7 @@
 
 ///@{
 /// The condition's value. The name tells the compiler which value is usual, or, in front of a switch, which case.
-/// Compilers let the code before it run on into the usual way, without a jump.
+/// Compilers put the code of the usual way right behind the condition, so that it is reached without a jump.
 #if VX_COMPILER_MSVC
 	#define VX_LIKELY(...) (!!(__VA_ARGS__))
 	#define VX_UNLIKELY(...) (!!(__VA_ARGS__))

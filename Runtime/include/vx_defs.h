@@ -1,7 +1,7 @@
 #pragma once
 
 // The names that every other header uses: the version, integer types, the null constant, a test of an address's
-// alignment, and the invalid value of index types.
+// alignment, the size of a cache line, and the invalid value of index types.
 
 #include "vx_compiler.h"
 
@@ -41,6 +41,9 @@ typedef std::intptr_t sreg;
 
 /// A constant rather than a macro, so that the texts of conditions that name it stay as written.
 constexpr std::nullptr_t null = nullptr;
+
+/// A cache line of most processors. Elsewhere a prefetch may ask for a line twice, or for every second line.
+constexpr u32 kCacheLineInBytes = 64;
 
 /// An index type with one value that means "none".
 template<typename _Type>

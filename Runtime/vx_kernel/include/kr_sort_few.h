@@ -17,62 +17,33 @@ namespace Vexmoor
 /// Up to how many records SortFewDistinct sorts. From seven on, ranking (kr_sort_ranks.h) takes less time.
 constexpr u32 kMaxFewCount = 6;
 
-/// A sorting network for _Count numbers, with the fewest comparisons that are known. "02 13" compares numbers 0 and 2,
-/// then 1 and 3: the lower one of both goes to the first place, the higher one to the second.
-template<u32 _Count>
-struct TSortingNetwork;
-/// For two numbers.
-template<>
-struct TSortingNetwork<2>
+/// The comparisons of a sorting network for 2 to 8 numbers, with the fewest that are known. "02 13" compares numbers 0
+/// and 2, then 1 and 3: the lower one of both goes to the first place, the higher one to the second.
+constexpr const char *SortingNetwork(u32 count)
 {
-	/// 1 comparison.
-	static constexpr char kComparisons[] = "01";
-};
-/// For three numbers.
-template<>
-struct TSortingNetwork<3>
-{
-	/// 3 comparisons.
-	static constexpr char kComparisons[] = "02 01 12";
-};
-/// For four numbers.
-template<>
-struct TSortingNetwork<4>
-{
-	/// 5 comparisons.
-	static constexpr char kComparisons[] = "02 13 01 23 12";
-};
-/// For five numbers.
-template<>
-struct TSortingNetwork<5>
-{
-	/// 9 comparisons.
-	static constexpr char kComparisons[] = "03 14 02 13 01 24 12 34 23";
-};
-/// For six numbers.
-template<>
-struct TSortingNetwork<6>
-{
-	/// 12 comparisons.
-	static constexpr char kComparisons[] = "05 13 24 12 34 03 25 01 23 45 12 34";
-};
-/// For seven numbers.
-template<>
-struct TSortingNetwork<7>
-{
-	/// 16 comparisons.
-	static constexpr char kComparisons[] = "06 23 45 02 14 36 01 25 34 12 46 23 45 12 34 56";
-};
-/// For eight numbers.
-template<>
-struct TSortingNetwork<8>
-{
-	/// 19 comparisons.
-	static constexpr char kComparisons[] = "02 13 46 57 04 15 26 37 01 23 45 67 24 35 14 36 12 34 56";
-};
+	constexpr const char *kNetworks[] = {
+		"01",
+		"02 01 12",
+		"02 13 01 23 12",
+		"03 14 02 13 01 24 12 34 23",
+		"05 13 24 12 34 03 25 01 23 45 12 34",
+		"06 23 45 02 14 36 01 25 34 12 46 23 45 12 34 56",
+		"02 13 46 57 04 15 26 37 01 23 45 67 24 35 14 36 12 34 56",
+	};
+	return kNetworks[count - 2];
+}
 
 /// Characters of a comparison: two digits, and a space or the text's end.
 constexpr u32 kTextPerComparison = 3;
+
+/// How many comparisons a network has.
+constexpr u32 ComparisonCount(const char *network)
+{
+	u32 count = 1;
+	for (; network[kTextPerComparison - 1] != '\0'; network += kTextPerComparison)
+		++count;
+	return count;
+}
 
 /// Loads a record of two words as a number with the key, its first word, in the high half. So numbers are in the order
 /// of keys.
@@ -104,7 +75,7 @@ template<u32 _Count, std::size_t... _Places, std::size_t... _Comparisons>
 VX_INLINE bool SortCountDistinct(
 	const u8 *records, u8 *sorted, std::index_sequence<_Places...>, std::index_sequence<_Comparisons...>)
 {
-	constexpr const char *kNetwork = TSortingNetwork<_Count>::kComparisons;
+	constexpr const char *kNetwork = SortingNetwork(_Count);
 	u64 numbers[_Count] = {LoadKeyHigh(records + _Places * sizeof(u64))...};
 	(CompareAndExchange(numbers[kNetwork[_Comparisons * kTextPerComparison] - '0'],
 		 numbers[kNetwork[_Comparisons * kTextPerComparison + 1] - '0']),
@@ -122,8 +93,7 @@ template<u32 _Count>
 VX_INLINE bool SortCountDistinct(const void *records, void *sorted)
 {
 	return SortCountDistinct<_Count>(static_cast<const u8 *>(records), static_cast<u8 *>(sorted),
-		std::make_index_sequence<_Count>(),
-		std::make_index_sequence<sizeof(TSortingNetwork<_Count>::kComparisons) / kTextPerComparison>());
+		std::make_index_sequence<_Count>(), std::make_index_sequence<ComparisonCount(SortingNetwork(_Count))>());
 }
 
 /// Sorts up to kMaxFewCount records into sorted and returns true if their keys are distinct. With equal keys among

@@ -12,9 +12,9 @@
 
 namespace Vexmoor
 {
-/// Records in a cache line of 64 bytes, at least one.
+/// Records in a cache line, at least one.
 template<typename _Record>
-constexpr u32 kRecordsPerLine = sizeof(_Record) < 64 ? 64 / sizeof(_Record) : 1;
+constexpr u32 kRecordsPerLine = sizeof(_Record) < kCacheLineInBytes ? kCacheLineInBytes / sizeof(_Record) : 1;
 
 /// Calls body(i) for each record, from the first to the last. Eight of them follow each other without a test in
 /// between, so that the processor sees more of the independent ones ahead.

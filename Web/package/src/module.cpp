@@ -199,7 +199,7 @@ SIndexAndDepth *SortRecords(SPointSorter *sorter, SIndexAndDepth *records, SInde
 		if (TwoPassesFor(sample.m_Span, count, indexEnd, indexStep) != null && !sample.HasEqualDigits())
 		{
 			const SKeySpan span = SpanOf(records, count);
-			if (const CbTwoPasses twoPasses = TwoPassesFor(span, count, indexEnd, indexStep))
+			if (const CbSortOfSpan twoPasses = TwoPassesFor(span, count, indexEnd, indexStep))
 				return twoPasses(records, sorted, count, span, sorter->Array<void>(Array_Counters));
 		}
 	}

@@ -298,13 +298,14 @@ bool CSortJobs::_PaysForOneJob() const
 								  m_Sorter.m_InRenderedParticleCounts.Count() <= m_RecordCount / kMinPageSizeOfOneJob);
 }
 
-// Whether one job sorts all records as they are, in two passes or three.
+// Whether one job sorts all records without splitting them, unless their keys turn out to be too wide for two passes.
 bool CSortJobs::_IsNotSplit() const
 {
-	return m_JobCount == 1 && m_RecordCount < kMinSplitByOneJob && _TwoPassesFor({0, 0}) != null;
+	constexpr SKeySpan kNarrowest = {0, 0};
+	return m_JobCount == 1 && m_RecordCount < kMinSplitByOneJob && _TwoPassesFor(kNarrowest) != null;
 }
 
-CbTwoPasses CSortJobs::_TwoPassesFor(const SKeySpan &span) const
+CbSortOfSpan CSortJobs::_TwoPassesFor(const SKeySpan &span) const
 {
 	return TwoPassesFor(span, m_RecordCount, _IndexEnd(), _IndexStep());
 }
@@ -750,10 +751,14 @@ void CSortJobs::_FillTriangles(_Index *triangles, const TPages<_Element> &pages,
 // Sorts all records, or splits them into parts that jobs will sort. Chooses by the span of the keys and by a sample of
 // them:
 //
-//   one key                       nothing is left to sort
-//   one job, or keys in runs      this thread sorts, in two passes if the keys suit them
-//   otherwise, or keys so wide    split
-//   that one job has no two passes
+//   several jobs, or very many records
+//      one key                             nothing is left to sort
+//      keys in runs, and few jobs          the radix sort
+//      others                              split
+//   one job
+//      keys of two passes                  two passes
+//      a little wider, of many records     split
+//      others                              the radix sort
 void CSortJobs::_Split()
 {
 	SKeySpan span;
@@ -761,24 +766,24 @@ void CSortJobs::_Split()
 		span = span.With({m_Shares[job].m_LowestKey, m_Shares[job].m_HighestKey});
 	if (m_FilledCount != m_RecordCount)
 		span = span.With({SValueKey::kFar, SValueKey::kFar});
-	const SKeySample sample = SKeySample::Of(m_Filled, m_RecordCount);
 	if (!_IsNotSplit())
 	{
 		if (span.BitCount() == 0)
 			return m_Split.TakeSorted(true);
-		if (m_JobCount > kMaxJobsForRuns || !sample.HasEqualKeys())
-			return m_Split.Split(span);
-		return _SortHere(null, span);
+		const bool isForRuns = m_JobCount <= kMaxJobsForRuns && SKeySample::Of(m_Filled, m_RecordCount).HasEqualKeys();
+		return isForRuns ? _SortHere(null, span) : m_Split.Split(span);
 	}
-	const CbTwoPasses twoPasses = _TwoPassesFor(span);
-	if (twoPasses == null && m_RecordCount >= kMinSplitOfWideKeys && span.BitCount() <= kMaxBitsToSplit &&
-		!sample.HasEqualDigits())
+	const bool hasEqualDigits = SKeySample::Of(m_Filled, m_RecordCount).HasEqualDigits();
+	const CbSortOfSpan twoPasses = _TwoPassesFor(span);
+	const bool isForSplit =
+		twoPasses == null && m_RecordCount >= kMinSplitOfWideKeys && span.BitCount() <= kMaxBitsToSplit;
+	if (isForSplit && !hasEqualDigits)
 		return m_Split.Split(span);
-	_SortHere(m_SortsInTwoPasses && !sample.HasEqualDigits() ? twoPasses : null, span);
+	_SortHere(m_SortsInTwoPasses && !hasEqualDigits ? twoPasses : null, span);
 }
 
 // Sorts all records on this thread, in two passes or else by the radix sort.
-void CSortJobs::_SortHere(CbTwoPasses twoPasses, const SKeySpan &span)
+void CSortJobs::_SortHere(CbSortOfSpan twoPasses, const SKeySpan &span)
 {
 	const SIndexAndDepth *sorted = m_Sorted;
 	if (twoPasses != null)

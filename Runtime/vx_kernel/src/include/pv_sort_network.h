@@ -39,44 +39,26 @@ namespace SortLanes
 	constexpr u32 kMaxBlockRows = 8;
 	static_assert(kMaxNetworkCount == kBlocks * kMaxBlockRows * 8, "in registers of eight lanes");
 
-	// The networks for blocks of _Rows rows, written as in TSortingNetwork (kr_sort_few.h): in every lane the lower
-	// word of two rows goes to the first of both.
-	//
-	// Any words are sorted by TSortingNetwork. What a merge leaves is bitonic: an ascending sequence with a descending
-	// one behind it, or a rotation of such a pair. kComparisons sorts these, and needs fewer comparisons. If the number
-	// of rows is even, it compares the halves and goes on in each half. For five and seven rows it was found by trying
-	// comparisons on all bitonic sequences of zeros and ones: a network that sorts these sorts all bitonic sequences
-	// (D. Knuth, The Art of Computer Programming, volume 3, 5.3.4).
-	template<u32 _Rows>
-	struct TBitonicNetwork;
-	template<>
-	struct TBitonicNetwork<4>
+	// Blocks of any words are sorted by SortingNetwork (kr_sort_few.h): in every lane the lower word of two rows goes
+	// to the first of both. What a merge leaves is bitonic: an ascending sequence with a descending one behind it, or a
+	// rotation of such a pair. These networks, for blocks of 4 to 8 rows, sort that in fewer comparisons. If the number
+	// of rows is even, they compare the halves and go on in each half. Those for five and seven rows were found by
+	// trying comparisons on all bitonic sequences of zeros and ones: a network that sorts these sorts all bitonic
+	// sequences (D. Knuth, The Art of Computer Programming, volume 3, 5.3.4).
+	constexpr const char *BitonicNetwork(u32 rows)
 	{
-		static constexpr char kComparisons[] = "02 13 01 23";
-	};
-	template<>
-	struct TBitonicNetwork<5>
-	{
-		static constexpr char kComparisons[] = "03 01 23 24 02 12 24 34";
-	};
-	template<>
-	struct TBitonicNetwork<6>
-	{
-		static constexpr char kComparisons[] = "03 14 25 02 35 01 34 12 45";
-	};
-	template<>
-	struct TBitonicNetwork<7>
-	{
-		static constexpr char kComparisons[] = "46 03 04 12 15 01 26 24 12 35 34 56";
-	};
-	template<>
-	struct TBitonicNetwork<8>
-	{
-		static constexpr char kComparisons[] = "04 15 26 37 02 13 46 57 01 23 45 67";
-	};
+		constexpr const char *kNetworks[] = {
+			"02 13 01 23",
+			"03 01 23 24 02 12 24 34",
+			"03 14 25 02 35 01 34 12 45",
+			"46 03 04 12 15 01 26 24 12 35 34 56",
+			"04 15 26 37 02 13 46 57 01 23 45 67",
+		};
+		return kNetworks[rows - 4];
+	}
 
-	template<typename _Lanes, typename _Word>
-	static VX_INLINE _Word *RowAt(_Word *words, u32 row)
+	template<typename _Lanes>
+	static VX_INLINE u32 *RowAt(u32 *words, u32 row)
 	{
 		return words + ureg(row) * _Lanes::kLanes;
 	}
@@ -101,13 +83,13 @@ namespace SortLanes
 
 	// Runs one network over each block. How many there are is said at run time, which keeps compilers from writing out
 	// the loop: a sort whose code has left the caches would wait for more of it.
-	template<typename _Lanes, u32 _BlockRows, u32 _TextSize>
-	static VX_INLINE void SortEachBlock(u32 *words, u32 blockCount, const char (&network)[_TextSize])
+	template<typename _Lanes, u32 _BlockRows, u32 _ComparisonCount>
+	static VX_INLINE void SortEachBlock(u32 *words, u32 blockCount, const char *network)
 	{
 		for (u32 block = 0; block < blockCount; ++block)
 		{
 			SortBlock<_Lanes>(RowAt<_Lanes>(words, block * _BlockRows), network, std::make_index_sequence<_BlockRows>(),
-				std::make_index_sequence<_TextSize / kTextPerComparison>());
+				std::make_index_sequence<_ComparisonCount>());
 		}
 	}
 
@@ -120,12 +102,14 @@ namespace SortLanes
 	template<typename _Lanes, u32 _BlockRows>
 	static void SortBlocks(u32 *words, u32 blockCount)
 	{
-		SortEachBlock<_Lanes, _BlockRows>(words, blockCount, TSortingNetwork<_BlockRows>::kComparisons);
+		constexpr const char *kNetwork = SortingNetwork(_BlockRows);
+		SortEachBlock<_Lanes, _BlockRows, ComparisonCount(kNetwork)>(words, blockCount, kNetwork);
 	}
 	template<typename _Lanes, u32 _BlockRows>
 	static void OrderBlocks(u32 *words, u32 blockCount)
 	{
-		SortEachBlock<_Lanes, _BlockRows>(words, blockCount, TBitonicNetwork<_BlockRows>::kComparisons);
+		constexpr const char *kNetwork = BitonicNetwork(_BlockRows);
+		SortEachBlock<_Lanes, _BlockRows, ComparisonCount(kNetwork)>(words, blockCount, kNetwork);
 	}
 	template<typename _Lanes, u32 _BlockRows>
 	static constexpr SBlockSorts BlockSorts()
@@ -469,7 +453,7 @@ namespace SortLanes
 	static bool SortDistinctByNetworkInLanes(const u8 *records, u32 count, u8 *sorted)
 	{
 		constexpr u32 kWaitingStores = 64;
-		constexpr u32 kRecordsPerLine = 64 / kRankedSize;
+		constexpr u32 kRecordsPerLine = kCacheLineInBytes / kRankedSize;
 		alignas(64) u8 byLowBits[kMaxRankedCount * kRankedSize];
 		for (u32 i = 0; i + kWaitingStores < count; i += kRecordsPerLine)
 			VX_PREFETCH_TO_WRITE(sorted + i * kRankedSize);

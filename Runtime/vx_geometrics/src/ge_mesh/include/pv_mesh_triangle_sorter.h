@@ -22,9 +22,6 @@ constexpr u32 kRecordsPerAccess = 2; // 8-byte records, 16-byte aligned accesses
 //   bases     b0   b1   b2   b3
 constexpr u32 kRecordsPerGroup = 4; // one record per 32-bit lane
 
-// A cache line of most processors. Elsewhere a prefetch may ask for a line twice, or for every second line.
-constexpr u32 kCacheLineInBytes = 64;
-
 // Loads and stores at any address, whatever type the bytes have been written as. Compilers turn the
 // copy into one load. A cast reference would let them assume that the bytes were written as its type.
 static VX_INLINE u32 LoadU32(const void *p)

@@ -79,7 +79,7 @@ private:
 
 	bool _PaysForOneJob() const;
 	bool _IsNotSplit() const;
-	CbTwoPasses _TwoPassesFor(const SKeySpan &span) const;
+	CbSortOfSpan _TwoPassesFor(const SKeySpan &span) const;
 	u32 _IndexEnd() const;
 	u32 _IndexStep() const;
 	SKeySpan _LookAt(const SIndexAndDepth *particles, u32 count);
@@ -116,7 +116,7 @@ private:
 	void _TellOfPages(_Index *triangles, const TPages<_Element> &pages);
 
 	void _Split();
-	void _SortHere(CbTwoPasses twoPasses, const SKeySpan &span);
+	void _SortHere(CbSortOfSpan twoPasses, const SKeySpan &span);
 
 	const CSorter &m_Sorter;
 	const CJobs m_Jobs;

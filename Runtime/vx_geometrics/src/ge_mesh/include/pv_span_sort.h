@@ -191,17 +191,19 @@ static SIndexAndDepth *SortBySpanDigits(
 	return records;
 }
 
+// Sorts records whose keys lie in a span, equal keys in the order that they come in. Moves them between the two arrays,
+// and returns the one that they end in.
+typedef SIndexAndDepth *(*CbSortOfSpan)(
+	SIndexAndDepth *records, SIndexAndDepth *others, u32 count, const SKeySpan &span, void *counters);
+
 // A way to sort by the digits of a span.
 struct SSpanPasses
 {
-	SIndexAndDepth *(*m_Sort)(
-		SIndexAndDepth *records, SIndexAndDepth *others, u32 count, const SKeySpan &span, void *counters);
-	u32 m_PassCount;
-	u32 m_DigitBits;
-	u32 m_FirstBit; // below it, bits are left to insertion
+	CbSortOfSpan m_Sort;
+	bool m_SortsAllBits; // or the lowest ones are left to insertion
 };
 
-// The cheapest way. Keys that differ in 25 bits, for example, take two digits of 9 bits with 300 records, two of 11
+// The cheapest way. Keys that differ in 25 bits, for example, take two digits of 8 bits with 300 records, two of 11
 // with 4,000, and three with 200,000. A pass moves every record, and clears and sums its counters.
 // mayInsert  whether bits may be left to insertion
 static inline SSpanPasses SpanPassesFor(u32 bitCount, u32 recordCount, bool mayInsert)
@@ -228,8 +230,7 @@ static inline SSpanPasses SpanPassesFor(u32 bitCount, u32 recordCount, bool mayI
 			cost += (u64(recordCount) * recordCount << crowdedBits >> Digits::kSortedBits) * kMovesPerInsertion;
 		if (cost >= bestCost)
 			return;
-		best = {&SortBySpanDigits<Digits, decltype(counter)>, Digits::kPassCount, Digits::kDigitBits,
-			isWhole ? 0 : bitCount - Digits::kSortedBits};
+		best = {&SortBySpanDigits<Digits, decltype(counter)>, isWhole};
 		bestCost = cost;
 	};
 	if (recordCount <= kMaxInShortCounters)
@@ -260,11 +261,11 @@ static inline u32 InsertRecord(SIndexAndDepth *records, u32 place)
 }
 
 // Sorts records of which few are out of order, equal keys in the order that they come in. Gives up and returns false
-// when too many have moved.
+// when records have moved past too many others. Equal keys have kept their order then as well.
 static inline bool InsertionSortRecords(SIndexAndDepth *records, u32 count)
 {
-	constexpr u32 kMinMaxMoves = 1024;
-	const u32 maxMoves = std::max(count, kMinMaxMoves);
+	constexpr u32 kMovesOfFewRecords = 1024;
+	const u32 maxMoves = std::max(count, kMovesOfFewRecords);
 	u32 moves = 0;
 	u32 highest = 0; // of the records before
 	ForEachRecord(count,
@@ -297,7 +298,7 @@ static inline SIndexAndDepth *SortBySpan(
 	const u32 bitCount = span.BitCount();
 	const SSpanPasses passes = SpanPassesFor(bitCount, count, true);
 	SIndexAndDepth *const sorted = passes.m_Sort(records, others, count, span, counters);
-	if (passes.m_FirstBit == 0 || InsertionSortRecords(sorted, count))
+	if (passes.m_SortsAllBits || InsertionSortRecords(sorted, count))
 		return sorted;
 	// Many keys share their leading bits: all bits are cut into digits after all.
 	return SpanPassesFor(bitCount, count, false)

@@ -148,15 +148,11 @@ static SIndexAndDepth *SortThroughWords(
 	return sorted;
 }
 
-// A sort by two passes of records, through the other array, and the array that they end in. Keys may be unspecified
-// afterwards. Counters take TwoDigitWordCount(count) words of memory.
-typedef SIndexAndDepth *(*CbTwoPasses)(
-	SIndexAndDepth *records, SIndexAndDepth *others, u32 count, const SKeySpan &span, void *counters);
-
-// The one with the narrowest counters and most upper bits whose words hold the upper digits of a span, and multiples of
-// indexStep below indexEnd. If there is none, null, unless counters are short: then passes by leading bits, which move
-// whole records, are faster than the radix sort as well.
-static inline CbTwoPasses TwoPassesFor(const SKeySpan &span, u32 recordCount, u32 indexEnd, u32 indexStep)
+// The sort by two passes with the narrowest counters and most upper bits whose words hold the upper digits of a span,
+// and multiples of indexStep below indexEnd. It may leave the keys unspecified, and its counters take
+// TwoDigitWordCount(count) words. If there is none, null, unless counters are short: then passes by leading bits, which
+// move whole records, are faster than the radix sort as well.
+static inline CbSortOfSpan TwoPassesFor(const SKeySpan &span, u32 recordCount, u32 indexEnd, u32 indexStep)
 {
 	if (recordCount <= kMaxInShortCounters)
 	{
