@@ -100,13 +100,19 @@ analyse()
 	cmake --preset analysis -DVEXMOOR_BUILD_SAMPLES=OFF >/dev/null
 	find Runtime Tests/Model Tests/SameBits -name '*.cpp' -print0 |
 		xargs -0 -n 1 -P "$(nproc)" clang-tidy -p build/analysis --quiet 2>/dev/null
-	local assertions
+	# -j: the samples are programs of their own, whose structures may share a name. It shares out little of the work, so
+	# the two runs go side by side.
+	local assertions runs=() run
 	for assertions in 0 1; do
 		cppcheck -j "$(nproc)" --enable=warning,performance,portability --inline-suppr --error-exitcode=1 --quiet \
 			--std=c++17 --platform=unix64 -D__GNUC__=12 -D__x86_64__ -D__SSE2__ -DVX_ASSERTIONS=$assertions \
 			-I Runtime/include -I Runtime/vx_maths/include -I Runtime/vx_kernel/include \
 			-I Runtime/vx_geometrics/include -I Runtime/vx_geometrics/src/ge_mesh \
-			-i Samples/particle_viewer/tests Runtime Tests/Model Tests/SameBits Tests/Support Tests/Fuzz Samples
+			-i Samples/particle_viewer/tests Runtime Tests/Model Tests/SameBits Tests/Support Tests/Fuzz Samples &
+		runs+=($!)
+	done
+	for run in "${runs[@]}"; do
+		wait "$run"
 	done
 	printf 'neither clang-tidy nor cppcheck has anything to say\n'
 }

@@ -21,7 +21,7 @@ git add .
 git -c user.name=nobody -c user.email=nobody@vexmoor.invalid commit --quiet --message "A release"
 
 # What abi.sh answers with the exit status expected, and the words in its answer.
-expect()
+ask()
 {
 	local what=$1 status=0 wanted=$2 words=$3
 	shift 3
@@ -32,6 +32,12 @@ expect()
 		exit 1
 	fi
 	printf '  %s\n' "$what"
+}
+
+# Asks, and takes the change back.
+expect()
+{
+	ask "$@"
 	git checkout --quiet .
 }
 
@@ -39,14 +45,11 @@ header=Runtime/vx_kernel/include/kr_log_unique.h
 source=Runtime/vx_kernel/src/log_unique.cpp
 sorter=Runtime/vx_geometrics/include/ge_mesh_triangle_sorter.h
 
-# The same question is asked twice: against the revision, and against the record.
+# Asks twice, against the revision and against the record. The working tree is built once for both.
 expect_of_both()
 {
-	local what=$1 status=$2 changed
-	changed=$(git diff)
-	expect "$what" "$status" "$3" v1
-	git apply <<<"$changed"
-	expect "$what, in the record" "$status" "$4"
+	ask "$1" "$2" "$3" v1
+	expect "$1, in the record" "$2" "$4"
 }
 
 expect "no such revision" 2 'no revision "v9"' v9
