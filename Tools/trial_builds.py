@@ -48,7 +48,7 @@ JOBS = SUITE._replace(name="jobs", flags=COMMON_FLAGS + ["-DVX_ASSERTIONS=1", "-
 	"-DVEXMOOR_MIN_RECORDS_PER_JOB=16", "-DVEXMOOR_MIN_PART_SIZE=8", "-DVEXMOOR_MIN_RECORDS_OF_ONE_JOB=110",
 	"-DVEXMOOR_MIN_PAGE_SIZE_OF_ONE_JOB=1", "-DVEXMOOR_MIN_SPLIT_BY_ONE_JOB=1500",
 	"-DVEXMOOR_MIN_SPLIT_OF_WIDE_KEYS=1000",
-	"-DVEXMOOR_MAX_IN_SHORT_COUNTERS=700"], target="vexmoor_job_tests",
+	"-DVEXMOOR_MAX_IN_SHORT_COUNTERS=700", "-DVEXMOOR_MAX_FILLED_AT_ONCE=24"], target="vexmoor_job_tests",
 	libraries=["-lgtest_main", "-lgtest", "-pthread"], runs=[[]])
 CONFIGURATIONS = {each.name: each for each in (SUITE, NO_ASSERTIONS, THREADS, OLD_PROCESSOR, JOBS)}
 
@@ -95,7 +95,7 @@ def files_of_runtime(tree, suffix):
 
 def copy_tree(source, tree):
 	shutil.rmtree(tree, ignore_errors=True)
-	for part in ("Runtime", "Tests", "Samples/particle_viewer"):
+	for part in ("Runtime", "Tests", "Samples/minimal", "Samples/particle_viewer"):
 		shutil.copytree(os.path.join(source, part), os.path.join(tree, part))
 
 

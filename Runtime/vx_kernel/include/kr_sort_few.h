@@ -17,8 +17,15 @@ namespace Vexmoor
 /// Up to how many records SortFewDistinct sorts. From seven on, ranking (kr_sort_ranks.h) takes less time.
 constexpr u32 kMaxFewCount = 6;
 
-/// The comparisons of a sorting network for 2 to 8 numbers, with the fewest that are known. "02 13" compares numbers 0
-/// and 2, then 1 and 3: the lower one of both goes to the first place, the higher one to the second.
+/// The comparisons of a sorting network for 2 to 8 numbers. No network with fewer is known. "02 13" compares the
+/// numbers at places 0 and 2, then those at 1 and 3. Of two numbers, the lower one goes to the place that is named
+/// first. The network of four numbers, comparison by comparison:
+///
+///   place    before   02   13   01   23   12
+///   0        7        7    7    2    2    2
+///   1        2        2    2    7    7    4
+///   2        9        9    9    9    4    7
+///   3        4        4    4    4    9    9
 constexpr const char *SortingNetwork(u32 count)
 {
 	constexpr const char *kNetworks[] = {
@@ -45,8 +52,8 @@ constexpr u32 ComparisonCount(const char *network)
 	return count;
 }
 
-/// Loads a record of two words as a number with the key, its first word, in the high half. So numbers are in the order
-/// of keys.
+/// Loads a record of two words as one number, whose high half is the key and whose low half is the other word. So
+/// numbers compare as their keys do.
 VX_WRAPS VX_INLINE u64 LoadKeyHigh(const void *record)
 {
 	u64 words;

@@ -41,9 +41,17 @@ constexpr u32 kMinPageSizeOfOneJob = VEXMOOR_MIN_PAGE_SIZE_OF_ONE_JOB;
 constexpr u32 kMinSplitByOneJob = VEXMOOR_MIN_SPLIT_BY_ONE_JOB;
 constexpr u32 kMinSplitOfWideKeys = VEXMOOR_MIN_SPLIT_OF_WIDE_KEYS;
 
+// If all keys share the radix sort's top digit, that sort has two passes, too. Up to this count it takes 0.95 of the
+// time that one job takes with a split.
+constexpr u32 kMinSplitOfOneTopDigit = 2 * kMinSplitByOneJob;
+
 // Wider keys crowd in few of a split's leading digits: at 300,000 records, a split took 1.2 times as long as the radix
 // sort.
 constexpr u32 kMaxBitsToSplit = 28;
+
+// Large pages are filled in pieces of this many particles, whose keys are looked at while they are in a first-level
+// cache. Pages with disabled particles are filled at once, since what they compact lies in the records' upper half.
+constexpr u32 kMaxFilledAtOnce = VEXMOOR_MAX_FILLED_AT_ONCE;
 
 // The entry points.
 
@@ -670,15 +678,26 @@ void CSortJobs::_FillPoints(const TPages<_Element> &pages, const _Camera &...cam
 	const auto fillPart = [&](const SPage &page, u32 first, u32 count, u32 offset)
 	{
 		const TPageSource<_Element> source = _SourceOf(pages, page);
-		const u32 record = page.m_FirstRecord + first;
-		const CRecordList records(m_Filled + record, count);
-		if (hasList)
-			FillPart(records, source, offset, camera...,
-				CVertexBases_List(m_Sorter.m_IndexList.Data() + record, m_Sorter.m_VertexCount));
-		else
-			FillPart(records, source, offset, camera...,
-				CVertexBases_Sequence(page.m_FirstVertex + first * increment, increment));
-		return _LookAt(records.Data(), count);
+		const u32 stop = first + count;
+		SKeySpan span;
+		while (first != stop)
+		{
+			const u32 end = source.m_IsCompacted || stop - first <= kMaxFilledAtOnce
+			                    ? stop
+			                    : source.CutBefore(first + kMaxFilledAtOnce, page.m_FirstRecord);
+			const u32 record = page.m_FirstRecord + first;
+			const CRecordList records(m_Filled + record, end - first);
+			if (hasList)
+				FillPart(records, source, offset, camera...,
+					CVertexBases_List(m_Sorter.m_IndexList.Data() + record, m_Sorter.m_VertexCount));
+			else
+				FillPart(records, source, offset, camera...,
+					CVertexBases_Sequence(page.m_FirstVertex + first * increment, increment));
+			span = span.With(_LookAt(records.Data(), records.Count()));
+			offset += end - first;
+			first = end;
+		}
+		return span;
 	};
 	m_Jobs.Run(m_JobCount, [&](u32 job) { _FillShare(job, fillPart); });
 	if (m_FilledCount != m_RecordCount)
@@ -754,6 +773,7 @@ void CSortJobs::_FillTriangles(_Index *triangles, const TPages<_Element> &pages,
 //   several jobs, or very many records
 //      one key                             nothing is left to sort
 //      keys in runs, and few jobs          the radix sort
+//      one job, and one top digit          the radix sort
 //      others                              split
 //   one job
 //      keys of two passes                  two passes
@@ -771,7 +791,9 @@ void CSortJobs::_Split()
 		if (span.BitCount() == 0)
 			return m_Split.TakeSorted(true);
 		const bool isForRuns = m_JobCount <= kMaxJobsForRuns && SKeySample::Of(m_Filled, m_RecordCount).HasEqualKeys();
-		return isForRuns ? _SortHere(null, span) : m_Split.Split(span);
+		const bool hasOneTopDigit = (span.m_Lowest ^ span.m_Highest) >> 2 * TRadixSort<Sort_InBuffer>::_BaseBits == 0;
+		const bool isTwoPasses = m_JobCount == 1 && m_RecordCount < kMinSplitOfOneTopDigit && hasOneTopDigit;
+		return isForRuns || isTwoPasses ? _SortHere(null, span) : m_Split.Split(span);
 	}
 	const bool hasEqualDigits = SKeySample::Of(m_Filled, m_RecordCount).HasEqualDigits();
 	const CbSortOfSpan twoPasses = _TwoPassesFor(span);

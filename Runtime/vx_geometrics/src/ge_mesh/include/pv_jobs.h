@@ -1,6 +1,10 @@
 #pragma once
 
-// Running the pieces of a sort as jobs of the host.
+// Running the pieces of a sort as jobs of the host. A run of jobs is one call of the host's function: it hands out jobs
+// 0 to n - 1, and returns when all of them have ended. The sort of many particles takes four runs:
+//
+//   the host's threads   | fill | count | move | sort and write |
+//                               ^       ^      ^         no job begins before all of the run before have ended
 
 #include "ge_mesh_triangle_sorter.h"
 
@@ -9,25 +13,38 @@
 
 #include <algorithm>
 
-// Tests make these small, so that small scenes are shared out and split too, and are too many for one job.
+// The counts from which a sort takes another shape. Each was measured; sort_jobs.cpp and pv_split_sort.h say why it is
+// no smaller. Tests make them small, so that small scenes are shared out and split too, and are too many for one job.
+
+// Each job has at least this many records.
 #if !defined(VEXMOOR_MIN_RECORDS_PER_JOB)
 	#define VEXMOOR_MIN_RECORDS_PER_JOB 16384
 #endif
+// One job alone takes two passes in place of the radix sort's three from this many records on, if pages have this many
+// particles on average.
 #if !defined(VEXMOOR_MIN_RECORDS_OF_ONE_JOB)
 	#define VEXMOOR_MIN_RECORDS_OF_ONE_JOB 3000
 #endif
 #if !defined(VEXMOOR_MIN_PAGE_SIZE_OF_ONE_JOB)
 	#define VEXMOOR_MIN_PAGE_SIZE_OF_ONE_JOB 200
 #endif
+// Counters have 16 bits up to this many records.
 #if !defined(VEXMOOR_MAX_IN_SHORT_COUNTERS)
 	#define VEXMOOR_MAX_IN_SHORT_COUNTERS 65536
 #endif
+// One job alone splits records into parts from the first count on, or from the second one if their keys are too wide
+// for two passes.
 #if !defined(VEXMOOR_MIN_SPLIT_BY_ONE_JOB)
-	#define VEXMOOR_MIN_SPLIT_BY_ONE_JOB 1000000
+	#define VEXMOOR_MIN_SPLIT_BY_ONE_JOB 1048576
 #endif
 #if !defined(VEXMOOR_MIN_SPLIT_OF_WIDE_KEYS)
 	#define VEXMOOR_MIN_SPLIT_OF_WIDE_KEYS 400000
 #endif
+// A page is filled in pieces of up to this many particles.
+#if !defined(VEXMOOR_MAX_FILLED_AT_ONCE)
+	#define VEXMOOR_MAX_FILLED_AT_ONCE 2048
+#endif
+// A part has about this many records, or more if there are very many.
 #if !defined(VEXMOOR_MIN_PART_SIZE)
 	#define VEXMOOR_MIN_PART_SIZE 2048
 #endif
@@ -47,7 +64,8 @@ public:
 	{
 	}
 
-	// How many jobs a run of these many units of work is worth, when each has at least unitsPerJob.
+	// How many jobs share units of work, if each has unitsPerJob of them or more: at least one, and at most maxJobCount
+	// and kMaxCount. 50,000 records with 16,384 for each job, for example, make three jobs.
 	static u32 CountFor(u32 units, u32 unitsPerJob, u32 maxJobCount)
 	{
 		return std::max(std::min({units / unitsPerJob, maxJobCount, kMaxCount}), 1u);
@@ -72,7 +90,10 @@ private:
 	const SSortJobs &m_Jobs;
 };
 
-// The first unit of a job's share, which ends where the next job's begins. Jobs share units as evenly as they can.
+// The first unit of a job's share. The share ends where the next job's begins. Shares differ by one unit at most:
+//
+//   units    | 0  1  2 | 3  4  5 | 6  7  8  9 |      ten units, three jobs
+//              job 0     job 1     job 2
 static inline u32 FirstUnitOfJob(u32 units, u32 job, u32 jobCount)
 {
 	return u32(u64(units) * job / jobCount);

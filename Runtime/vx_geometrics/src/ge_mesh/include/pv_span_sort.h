@@ -51,7 +51,8 @@ struct SKeySpan
 	}
 };
 
-// The span of the records' keys.
+// The span of the records' keys, which lanes look for. Without records it is the empty one, whose lowest key is the
+// highest number, so that any key widens it.
 static inline SKeySpan SpanOf(const SIndexAndDepth *records, u32 count)
 {
 	SKeySpan span;
@@ -79,7 +80,7 @@ static VX_INLINE u32 IndexOf(u64 record)
 	return VX_LITTLE_ENDIAN ? u32(record >> 32) : u32(record);
 }
 
-// Adds one to a counter, and returns what it was.
+// Adds one to a counter, and returns what it was before: of a position, the place that the next record takes.
 template<typename _Counter>
 static VX_INLINE u32 CountOneMore(_Counter &counter)
 {
@@ -113,7 +114,12 @@ struct TSpanDigits
 	}
 };
 
-// How keys of a span are shifted up, by a product.
+// How keys of a span are shifted up until their highest bit that differs is bit 31. A product does it, in place of a
+// shift by a number in a register. For keys between 0x40100000 and 0x401FFFFF, which differ in 20 bits:
+//
+//   key            0x40123456
+//   less lowest    0x00023456
+//   shifted up     0x23456000      times 2^12
 struct SSpanShift
 {
 	u32 m_Lowest;
@@ -127,15 +133,54 @@ struct SSpanShift
 	VX_INLINE u32 Of(u32 key) const { return (key - m_Lowest) * m_Factor; }
 };
 
-// How many counters of 32 bits the sort of any span needs.
+// How many counters of 32 bits the sort of any span needs at most: three digits of 11 bits.
 constexpr u32 kSpanCounterCount = 3u << 11;
 
-// Moves the records to the positions of a digit. A position is then one higher, for the next record of its digit.
+// Moves records to the positions of their digits, from the first record to the last. A position is then one higher, for
+// the next record of its digit.
 //
-//   digits of source       2  0  2  1
+//   digits of the records  2  0  2  1
 //   positions before       0: 0   1: 1   2: 2
-//   destination            the second record, the fourth, the first, the third
+//   moved                  the second record, the fourth, the first, the third
 //   positions afterwards   0: 1   1: 2   2: 4
+//
+// Neighbouring records often share a digit, and then the second one would wait for the position that the first one
+// stores. So two records take their places together: both positions are loaded before one is stored. If both digits are
+// equal, the second record goes behind the first one, and the second store leaves the right position.
+//
+//   digits       places             positions afterwards
+//   a, b         p[a], p[b]         p[a] + 1, p[b] + 1
+//   a, a         p[a], p[a] + 1     p[a] + 1, then p[a] + 2
+//
+// load(i)               record i
+// digitOf(record)       the number of its position
+// store(place, record)  called once for each record
+template<typename _Counter, typename _Load, typename _DigitOf, typename _Store>
+static VX_INLINE void MoveToPlaces(
+	u32 count, _Counter *__restrict positions, const _Load &load, const _DigitOf &digitOf, const _Store &store)
+{
+	ForEachRecord(count / 2,
+		[=](u32 pair)
+		{
+			const auto first = load(2 * pair);
+			const auto second = load(2 * pair + 1);
+			const u32 firstDigit = digitOf(first);
+			const u32 secondDigit = digitOf(second);
+			const u32 firstPlace = positions[firstDigit];
+			const u32 secondPlace = positions[secondDigit] + u32(firstDigit == secondDigit);
+			positions[firstDigit] = _Counter(firstPlace + 1);
+			positions[secondDigit] = _Counter(secondPlace + 1);
+			store(firstPlace, first);
+			store(secondPlace, second);
+		});
+	if (count % 2 != 0)
+	{
+		const auto last = load(count - 1);
+		store(CountOneMore(positions[digitOf(last)]), last);
+	}
+}
+
+// Moves the records by one digit of a span, whose counters are summed up first.
 template<typename _Digits, u32 _Pass, typename _Counter>
 static VX_INLINE void ScatterBySpanDigit(const SIndexAndDepth *__restrict source,
 	SIndexAndDepth *__restrict destination,
@@ -147,13 +192,10 @@ static VX_INLINE void ScatterBySpanDigit(const SIndexAndDepth *__restrict source
 	_Counter *const positions = counters + _Pass * kCounterCount; // once they are summed up
 	SortLanes::SumCounters(positions, kCounterCount);
 	const SSpanShift shiftOf = shift; // in registers
-	ForEachRecord(count,
-		[=](u32 i)
-		{
-			const u64 record = LoadRecord(source + i);
-			const u32 place = CountOneMore(positions[_Digits::template Of<_Pass>(shiftOf.Of(KeyOf(record)))]);
-			StoreRecord(destination + place, record);
-		});
+	MoveToPlaces(
+		count, positions, [=](u32 i) { return LoadRecord(source + i); },
+		[=](u64 record) { return _Digits::template Of<_Pass>(shiftOf.Of(KeyOf(record))); },
+		[=](u32 place, u64 record) { StoreRecord(destination + place, record); });
 }
 
 // Sorts records by the digits of a span, equal digits in the order that they come in. Moves them between the two
@@ -203,8 +245,14 @@ struct SSpanPasses
 	bool m_SortsAllBits; // or the lowest ones are left to insertion
 };
 
-// The cheapest way. Keys that differ in 25 bits, for example, take two digits of 8 bits with 300 records, two of 11
-// with 4,000, and three with 200,000. A pass moves every record, and clears and sums its counters.
+// The cheapest way, by an estimate. A pass moves every record, and clears and sums its counters. Where bits are left to
+// insertion, two records that share all digits may have to change places. For n records and digits of b bits in all,
+// the estimate counts n * n / 2^b such pairs. Keys that differ in 25 bits, for example, are cut like this:
+//
+//   records     300          4,000         200,000
+//   digits      8, 8 bits    11, 11 bits   11, 11, 3 bits
+//   inserted    9 bits       3 bits        none
+//
 // mayInsert  whether bits may be left to insertion
 static inline SSpanPasses SpanPassesFor(u32 bitCount, u32 recordCount, bool mayInsert)
 {
@@ -249,7 +297,11 @@ static inline SSpanPasses SpanPassesFor(u32 bitCount, u32 recordCount, bool mayI
 	return best;
 }
 
-// Moves a record down past those of higher keys, behind one of an equal key, and returns how many it has passed.
+// Moves a record down past all records of higher keys before it, and returns how many it has passed. It stays behind
+// records of an equal key.
+//
+//   keys     2   5   7   9   5      place 4
+//            2   5   5   7   9      it has passed two records
 static inline u32 InsertRecord(SIndexAndDepth *records, u32 place)
 {
 	const u64 record = LoadRecord(records + place);
@@ -260,8 +312,9 @@ static inline u32 InsertRecord(SIndexAndDepth *records, u32 place)
 	return start - place;
 }
 
-// Sorts records of which few are out of order, equal keys in the order that they come in. Gives up and returns false
-// when records have moved past too many others. Equal keys have kept their order then as well.
+// Sorts records of which few are out of order, equal keys in the order that they come in. A record that is not below
+// the highest key before it stays where it is, which is one comparison. Gives up and returns false when records have
+// moved past too many others, which would be quadratic. Equal keys have kept their order then as well.
 static inline bool InsertionSortRecords(SIndexAndDepth *records, u32 count)
 {
 	constexpr u32 kMovesOfFewRecords = 1024;

@@ -26,8 +26,9 @@
 
 namespace Vexmoor
 {
-// Outputs of different jobs meet at multiples of this many records, which keeps every worker's blocks whole and its
-// output at one alignment: eight records of any width are a multiple of 16 bytes.
+// Outputs of different jobs meet at multiples of this many records. Eight records make a multiple of 16 bytes, however
+// many indices a record becomes. So each job's output is aligned as the whole output is, and no job begins or ends
+// inside a block that the expansion stores at once.
 constexpr u32 kRecordsPerSeam = 8;
 
 // If many keys are equal, a split and the sorts of its parts take up to three times as long as the radix sort, because
@@ -35,20 +36,20 @@ constexpr u32 kRecordsPerSeam = 8;
 // thread.
 constexpr u32 kMaxJobsForRuns = 3;
 
-// A range of records that is sorted by one job. Its keys are above those of the parts before it.
+// A range of records that one job sorts. All its keys are higher than those of the parts before it.
 struct SSortPart
 {
 	u32 m_First;
 	u32 m_Count;
 	SKeySpan m_Span;
-	bool m_IsInFilled; // in the array that was filled, after an even number of splits
+	bool m_IsInFilled; // whether its records are in the array that was filled: after an even number of splits
 };
 
 class CSplitSort
 {
 public:
-	// Keys are split by their leading bits above the lowest key. There are more digits than parts: neighbouring digits
-	// with few records make a part together.
+	// A split goes by a digit: the leading bits of a key, less the lowest key. There are more digits than parts, so
+	// that parts can be made of about the same size: neighbouring digits with few records make a part together.
 	static constexpr u32 kDigitBits = 11;
 	static constexpr u32 kDigitCount = 1u << kDigitBits;
 	static constexpr u32 kMaxPartsPerSplit = 512;
@@ -57,7 +58,8 @@ public:
 	// counters in a first-level one.
 	static constexpr u32 kMinPartSize = VEXMOOR_MIN_PART_SIZE;
 
-	// A part of one digit may have any number of records. One beyond this is split again, by all jobs.
+	// A digit is not divided between parts, so a part of one digit may have any number of records. If it has more than
+	// this many times the part size, all jobs split it again, by the bits below the digit.
 	static constexpr u32 kPartSizesToSplit = 4;
 
 	// Any two neighbouring parts of a split have more than a part size of records together, so all splits of one level
@@ -71,15 +73,23 @@ public:
 	static constexpr u32 kCountersPerJob = 8192;
 	static_assert(kCountersPerJob >= kDigitCount + kMaxPartsPerSplit && kCountersPerJob >= kSpanCounterCount);
 
-	// What one split knows until all its parts are split.
+	// What one split knows. It is kept until the last of its parts has been split, since parts are split one by one,
+	// from the lowest keys to the highest:
+	//
+	//   level 0   | part 0 | part 1                | part 2 |
+	//   level 1            | 1.0 | 1.1       | 1.2 |             part 1 is too large
+	//   level 2                  | 1.1.0 |  ...                  and so is its part 1
 	struct SLevel
 	{
 		SSortPart m_Parts[kMaxPartsPerSplit];
-		u16 m_EndDigits[kMaxPartsPerSplit]; // behind the digits of each part
+		u16 m_EndDigits[kMaxPartsPerSplit]; // one past the highest digit of each part
 		u16 m_PartOfDigit[kDigitCount];
 	};
 
-	// The counters of the jobs lie one job after the other: kCountersPerJob for each.
+	// Each job has kCountersPerJob counters, which lie behind those of the job before it. What a job keeps in them:
+	//
+	//   split          | records of each digit: kDigitCount | places of each part: kMaxPartsPerSplit |
+	//   sort a part    | counters of SortBySpan: kSpanCounterCount              |
 	struct SMemory
 	{
 		SSortPart m_Parts[kMaxPartCount];
@@ -197,8 +207,9 @@ private:
 	bool m_EndsInFilled = false;
 };
 
-// Splits a part's records by leading digits, all jobs together, and what is still too large once more. A part whose
-// keys are all equal stays one.
+// Splits a part's records by leading digits, and then each of its parts that is still too large. A part whose keys are
+// all equal stays one. In the first run of jobs, each counts the digits of its share of the records; in the second one,
+// each moves its share to the parts. This thread makes parts of the digits in between.
 inline void CSplitSort::_Split(const SSortPart &whole, u32 levelId)
 {
 	const u32 bitCount = whole.m_Span.BitCount();
@@ -246,8 +257,14 @@ inline void CSplitSort::_CountDigits(
 	ForEachRecord(count, [=](u32 i) { ++counters[digitsOf.Of(records[i].m_Depth)]; });
 }
 
-// The destination lies beyond the caches, and the records of a part follow each other: the one that is moved fetches
-// the line that the part needs next.
+// Moves a job's share of the records to the places of their parts. Records of a part are stored one behind the other,
+// and the destination is seldom in a cache. So with each store goes a prefetch of the cache line behind it, which the
+// part's next records need.
+//
+//   records     | key in part 2 | key in part 0 | key in part 2 |
+//   positions   part 0: 17      part 1: 40      part 2: 95            before
+//   stored at   95, 17, 96
+//   positions   part 0: 18      part 1: 40      part 2: 97            afterwards
 inline void CSplitSort::_ScatterToParts(const SIndexAndDepth *__restrict source,
 	SIndexAndDepth *__restrict destination,
 	u32 count,
@@ -256,19 +273,22 @@ inline void CSplitSort::_ScatterToParts(const SIndexAndDepth *__restrict source,
 	u32 *__restrict positions)
 {
 	const SDigits digitsOf = digits; // in registers
-	ForEachRecord(count,
-		[=](u32 i)
+	MoveToPlaces(
+		count, positions, [=](u32 i) { return LoadRecord(source + i); },
+		[=](u64 record) { return u32(partOfDigit[digitsOf.Of(KeyOf(record))]); },
+		[=](u32 place, u64 record)
 		{
-			const u64 record = LoadRecord(source + i);
-			const u32 part = partOfDigit[digitsOf.Of(KeyOf(record))];
-			const u32 place = positions[part];
-			positions[part] = place + 1;
 			VX_PREFETCH_TO_WRITE(destination + place + kRecordsPerLine<SIndexAndDepth>);
 			StoreRecord(destination + place, record);
 		});
 }
 
-// Adds to each job's counters those of the jobs before it, so the last job's are those of all records.
+// Adds to each job's counters those of the jobs before it. The last job's are then those of all records.
+//
+//   digit    0   1   2                  0   1   2
+//   job 0    3   0   2         job 0    3   0   2
+//   job 1    1   4   0    ->   job 1    4   4   2
+//   job 2    0   1   5         job 2    4   5   7
 inline void CSplitSort::_SumUpJobs() const
 {
 	for (u32 job = 1; job < m_JobCount; ++job)
@@ -280,8 +300,15 @@ inline void CSplitSort::_SumUpJobs() const
 	}
 }
 
-// Makes parts of the digits of all records, and returns how many. Neighbouring digits go together until the next one
-// would make a part larger than a part's size; a single digit may be larger. Firsts are those in the whole.
+// Makes parts of the digits of all records, and returns how many parts there are. Neighbouring digits go together until
+// the next one would make their part larger than m_PartSize. For a part size of 10:
+//
+//   digit      0    1    2    3    4    5
+//   records    4    3    6    0    25   2
+//   parts      | 7      | 6       | 25 | 2  |
+//
+// The first record of a part is counted from the beginning of what is split. The span of a part is narrowed to its
+// digits that have records.
 inline u32 CSplitSort::_MakeParts(const SSortPart &whole, const SDigits &digits, SLevel &level) const
 {
 	const u32 *const counters = _CountersOf(m_JobCount - 1);
@@ -339,15 +366,26 @@ inline void CSplitSort::_ShareParts(u32 partCount, const SLevel &level) const
 	}
 }
 
+// What is written by whom, where parts end between two seams, which are eight records apart:
+//
+//   parts        |  part 0   |  part 1       |  part 2             |
+//   shares       | job 0                     | job 1               |
+//   seams        |       |       |       |       |       |       | |
+//   written by   | job 0                 |   *   | job 1           |     * this thread, when both jobs have ended
+//
+// A job writes what it has sorted after each of its parts, up to the last seam before the part's end, while the part is
+// still in its core's cache.
 template<typename _Enter, typename _Write>
 void CSplitSort::SortAndWrite(u32 skippedCount, u32 writeCount, const _Enter &enter, const _Write &write) const
 {
+	// Where the first record of a part is written.
 	const auto inOutput = [&](u32 part)
 	{
 		const u32 record = FirstRecordOfPart(part);
 		return record < skippedCount ? 0 : std::min(record - skippedCount, writeCount);
 	};
-	// Of what a job can write up to a record, whole seams; and where its own output starts.
+	// The last seam at a place of the output or before it; the end of the output is one. A job's output starts at the
+	// first seam of its share, and ends at the last seam before the next job's share.
 	const auto seamBefore = [&](u32 place) { return place == writeCount ? place : place - place % kRecordsPerSeam; };
 	const auto startOf = [&](u32 job)
 	{
