@@ -1,7 +1,7 @@
 // One large draw call on two cores: the sort with jobs, of oneTBB and of a thread pool, beside the sort on one core,
 // and beside the packaged parallel sorts with the same loops around them, which run on both cores, too. All take turns
 // with the sort with jobs, by the wall clock. What two threads can do at all is measured by a loop that moves the bytes
-// of a sort.
+// of a sort. The sort with one job alone, on one core, takes turns with the sort without jobs.
 
 #include "bench_inputs.h"
 #include "bench_pairs.h"
@@ -40,6 +40,11 @@ namespace
 		return CFloat3(330.0f, 4.0f, 0.0f);
 	}
 
+	CFloat3 CameraInside()
+	{
+		return CFloat3(4.0f, 0.0f, 0.0f);
+	}
+
 	template<typename _JobSystem>
 	void RunPairOfCores(benchmark::State &state, EShape shape, u32 count, const CFloat3 &camera)
 	{
@@ -47,6 +52,36 @@ namespace
 		page.SetUp(camera);
 		RunPairsOfCores<_JobSystem>(
 			state, [&] { page.Sort(); }, [&](const SSortJobs &jobs) { SortInJobs(page, jobs); });
+		if (!IsDrawnBackToFront(page.Call(), camera, page.m_Indices.Data(), true))
+			state.SkipWithError("not sorted");
+		DescribeIteration(state, u64(kPairsPerIteration) * 2, count);
+	}
+
+	// One job alone. Small sorts are repeated, so that a turn is long beside a look at the clock.
+	void RunOneJob(benchmark::State &state, EShape shape, u32 count, const CFloat3 &camera)
+	{
+		constexpr u32 kParticlesPerTurn = 100000;
+		SSortJobs jobs = {};
+		jobs.m_MaxJobCount = 1;
+		jobs.m_Run = [](void *, u32 jobCount, SSortJobs::CbJob job, void *context)
+		{
+			for (u32 i = 0; i < jobCount; ++i)
+				job(context, i);
+		};
+		SOnePage page = PageForJobs(shape, count);
+		page.SetUp(camera);
+		const auto turnOf = [&](const auto &sort)
+		{
+			return [&]
+			{
+				for (u32 done = 0; done < kParticlesPerTurn; done += count)
+					sort();
+			};
+		};
+		const auto sortWithoutJobs = [&] { page.Sort(); };
+		const auto sortInOneJob = [&] { SortInJobs(page, jobs); };
+		RunPairs(state, turnOf(sortWithoutJobs), turnOf(sortInOneJob));
+		sortInOneJob();
 		if (!IsDrawnBackToFront(page.Call(), camera, page.m_Indices.Data(), true))
 			state.SkipWithError("not sorted");
 		DescribeIteration(state, u64(kPairsPerIteration) * 2, count);
@@ -195,33 +230,33 @@ namespace
 		DescribeIteration(state, u64(kPairsPerIteration) * 2, count);
 	}
 
-	enum class EStage
+	template<typename _Run>
+	void Register(const char *stage, const char *what, const char *who, u32 count, const _Run &run)
 	{
-		Jobs,
-		JobTimes
-	};
-
-	template<EStage _Stage = EStage::Jobs, typename _Run>
-	void Register(const char *what, const char *who, u32 count, const _Run &run)
-	{
-		benchmark::RegisterBenchmark(
-			CaseName({_Stage == EStage::Jobs ? "jobs" : "job_times", what, who, std::to_string(count)}).c_str(), run)
+		benchmark::RegisterBenchmark(CaseName({stage, what, who, std::to_string(count)}).c_str(), run)
 			->UseRealTime()
 			->Iterations(1);
 	}
 
+	void RegisterOneJob(const char *what, EShape shape, const CFloat3 &camera)
+	{
+		for (const u32 count : {3000u, 10000u, 30000u, 100000u, 300000u, 1000000u, 4000000u})
+			Register("one_job", what, "without_jobs", count,
+				[=](benchmark::State &state) { RunOneJob(state, shape, count, camera); });
+	}
+
 	void RegisterPairsOfCores(const char *what, EShape shape, u32 count, const CFloat3 &camera)
 	{
-		Register(what, CTwoCores::kName, count,
+		Register("jobs", what, CTwoCores::kName, count,
 			[=](benchmark::State &state) { RunPairOfCores<CTwoCores>(state, shape, count, camera); });
-		Register(what, CPoolOfTwo::kName, count,
+		Register("jobs", what, CPoolOfTwo::kName, count,
 			[=](benchmark::State &state) { RunPairOfCores<CPoolOfTwo>(state, shape, count, camera); });
 	}
 
 	template<typename _Peer>
 	void RegisterPeer(EShape shape, u32 count)
 	{
-		Register(Name(shape), _Peer::kName, count,
+		Register("jobs", Name(shape), _Peer::kName, count,
 			[=](benchmark::State &state) { RunPeerPair<_Peer>(state, shape, count); });
 	}
 } // namespace
@@ -242,10 +277,15 @@ void RegisterJobs()
 	for (const u32 count : {100000u, 1000000u, 4000000u})
 	{
 		for (const u32 jobCount : {2u, 4u, 8u, 16u})
-			Register<EStage::JobTimes>(Name(EShape::Ball), (std::to_string(jobCount) + "_jobs").c_str(), count,
+			Register("job_times", Name(EShape::Ball), (std::to_string(jobCount) + "_jobs").c_str(), count,
 				[=](benchmark::State &state) { RunJobTimes(state, EShape::Ball, count, jobCount); });
 	}
 	for (const u32 count : {100000u, 1000000u, 4000000u})
-		Register("traffic", CTwoCores::kName, count, [=](benchmark::State &state) { RunTrafficPair(state, count); });
+		Register(
+			"jobs", "traffic", CTwoCores::kName, count, [=](benchmark::State &state) { RunTrafficPair(state, count); });
+	RegisterOneJob(Name(EShape::Ball), EShape::Ball, Camera());
+	RegisterOneJob(Name(EShape::Curve), EShape::Curve, Camera());
+	RegisterOneJob("camera_inside", EShape::Ball, CameraInside());
+	RegisterOneJob("far_ball", EShape::Ball, FarCamera());
 }
 } // namespace VexmoorBench

@@ -63,4 +63,34 @@ private:
 	_Type *m_Data = nullptr;
 	size_t m_Count = 0;
 };
+
+/// A working buffer, of which small ones move to another place in memory when they are told to. On some processors a
+/// sort of a thousand particles takes twice as long where pages of memory happen to lie so that loads are taken for
+/// depending on stores (tried.md). A buffer that stayed in its place would be lucky or unlucky in every repetition.
+class CScratch
+{
+public:
+	CScratch() = default;
+	explicit CScratch(size_t sizeInBytes)
+		: m_SizeInBytes((sizeInBytes + kPageInBytes - 1) / kPageInBytes * kPageInBytes)
+		, m_PlaceCount(sizeInBytes <= kMostMovedInBytes ? kPlaces : 1)
+		, m_Memory(m_SizeInBytes * m_PlaceCount)
+	{
+	}
+
+	u8 *Data() { return m_Memory.Data() + m_Place * m_SizeInBytes; }
+	const u8 *Data() const { return m_Memory.Data() + m_Place * m_SizeInBytes; }
+	size_t Count() const { return m_SizeInBytes; }
+	void Move() { m_Place = (m_Place + 1) % m_PlaceCount; }
+
+private:
+	static constexpr size_t kPageInBytes = 4096;
+	static constexpr size_t kMostMovedInBytes = 1u << 16;
+	static constexpr size_t kPlaces = 16;
+
+	size_t m_SizeInBytes = 0;
+	size_t m_PlaceCount = 0;
+	size_t m_Place = 0;
+	CBuffer<u8> m_Memory;
+};
 } // namespace VexmoorBench

@@ -18,42 +18,44 @@ namespace
 	constexpr u32 kLowestCount = 2;
 	constexpr u32 kHighestCount = 256;
 	constexpr u32 kBatchRecords = 1u << 12; // between two looks at the clock: 64 KB of records and output
+	constexpr u32 kWindowRecords = 2 * kBatchRecords;
 	constexpr u32 kRounds = 41;
 	constexpr double kEvenRatio = 1.25; // neighbours beyond it are counted as uneven steps
 	constexpr EKeys kKeys[] = {EKeys::Uniform, EKeys::Ball, EKeys::Curve, EKeys::NearlySorted};
 
 	// Sorts inputs of one count and one kind of keys, and returns the seconds that a record takes. Each input is the
-	// beginning of another one of the pool; the caller goes on with the next ones.
-	double SecondsPerRecord(const CBuffer<SIndexAndDepth> &pool,
-		u32 &nextInput,
-		u32 count,
-		CBuffer<SIndexAndDepth> &in,
-		CBuffer<SIndexAndDepth> &out)
+	// beginning of another one of the pool; the caller goes on with the next ones. It lies right behind its output, as
+	// in a working buffer.
+	double SecondsPerRecord(const CBuffer<SIndexAndDepth> &pool, u32 &nextInput, u32 count, SIndexAndDepth *window)
 	{
 		const u32 stride = (count + 1) & ~1u; // record arrays start at multiples of 16 bytes
 		const u32 inputs = kBatchRecords / stride;
+		const auto outOf = [=](u32 i) { return window + size_t(i) * 2 * stride; };
+		const auto inOf = [=](u32 i) { return outOf(i) + stride; };
 		for (u32 i = 0; i < inputs; ++i)
 		{
 			const u32 input = nextInput++ % PoolInputCount(kHighestCount);
-			std::copy_n(pool.Data() + size_t(input) * kHighestCount, count, in.Data() + size_t(i) * stride);
+			std::copy_n(pool.Data() + size_t(input) * kHighestCount, count, inOf(i));
 		}
 		CVexmoorSort sort;
 		const double seconds = Seconds(
 			[&]
 			{
 				for (u32 i = 0; i < inputs; ++i)
-					sort.Run(in.Data() + size_t(i) * stride, count, out.Data() + size_t(i) * stride);
+					sort.Run(inOf(i), count, outOf(i));
 			});
 		return seconds / (double(inputs) * count);
 	}
 
-	// One iteration takes every count once, in another order each time. A count's time is the median over the
-	// iterations, of the mean over the kinds of keys.
+	// One iteration takes every count once, in another order each time, and in memory that no other one uses: on some
+	// processors a sort takes several times as long where pages of memory happen to lie so that loads are taken for
+	// depending on stores (tried.md). A count's time is the median over the iterations, of the mean over the kinds of
+	// keys.
 	void RunCounts(benchmark::State &state, Cpu::EInstructionSet instructionSet)
 	{
 		Cpu::SetMaxInstructionSet(instructionSet);
-		CBuffer<SIndexAndDepth> in(kBatchRecords);
-		CBuffer<SIndexAndDepth> out(kBatchRecords);
+		CBuffer<SIndexAndDepth> windows(size_t(kRounds) * kWindowRecords);
+		SIndexAndDepth *window = windows.Data();
 		std::vector<std::vector<double>> times(kHighestCount + 1);
 		std::vector<u32> counts(kHighestCount + 1 - kLowestCount);
 		std::iota(counts.begin(), counts.end(), kLowestCount);
@@ -66,9 +68,10 @@ namespace
 			{
 				double sum = 0;
 				for (const EKeys keys : kKeys)
-					sum += SecondsPerRecord(Records(keys, kHighestCount), nextInput, count, in, out);
+					sum += SecondsPerRecord(Records(keys, kHighestCount), nextInput, count, window);
 				times[count].push_back(sum / double(std::size(kKeys)));
 			}
+			window += kWindowRecords;
 		}
 		Cpu::SetMaxInstructionSet(Cpu::InstructionSet_Avx512);
 		DescribeIteration(state, 1, counts.size());

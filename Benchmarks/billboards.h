@@ -96,9 +96,9 @@ public:
 			}
 		}
 		m_FirstPages.push_back(u32(m_Positions.size()));
-		m_Scratch = CBuffer<u8>(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(mostParticles));
+		m_Scratch = CScratch(CTriangleSorter::GetAutogenIndicesWorkingBufferSize(mostParticles));
 	}
-	void Restore(const SBatch &) {}
+	void Restore(const SBatch &) { m_Scratch.Move(); }
 
 	void Draw(u32 callId, const SDrawCall &call, const CFloat3 &camera, _Index *out)
 	{
@@ -125,7 +125,7 @@ private:
 	std::vector<TStridedMemoryView<const u8>> m_Enableds;
 	std::vector<u32> m_RenderedCounts;
 	u32 m_Pattern[kIndicesPerQuad] = {0, 1, 2, 0, 2, 3};
-	CBuffer<u8> m_Scratch;
+	CScratch m_Scratch;
 };
 
 /// What is written when there is no library at hand: distances beside particle numbers, std::sort, a loop.

@@ -41,6 +41,8 @@ JOBS_GOALS = {
 	"triangles": {10000: 0.98, 100000: 0.98, 1000000: 1.8},
 }
 JOBS_PEERS_GOAL, JOBS_PEERS_SIZE = 4, 1000000
+ONE_JOB_GOALS = {3000: 0.85, 10000: 0.85, 30000: 0.85, 100000: 0.85, 300000: 0.85, 1000000: 1, 4000000: 0.85}
+ONE_JOB_SHAPES = ["ball", "curve", "camera_inside"]
 SCENE_GOAL = 1
 COLD_SIZE, COLD_GOAL = 100, 1.5
 EVEN_GOAL = 1.25  # a record's time at one count over its time at the next count
@@ -167,6 +169,10 @@ def frame_goals(results):
 			best = max(ahead, key=ahead.get, default=None)
 			of = f"{what}, {measured.JOB_SYSTEMS.get(best)}"
 			yield "one draw call on two cores, ahead of one", of, size, AT_LEAST, goal, ahead.get(best)
+	for shape in ONE_JOB_SHAPES:
+		for size, goal in ONE_JOB_GOALS.items():
+			ratio = results.turns("one_job", shape, "without_jobs", size)
+			yield "one job, over the sort without jobs", shape.replace("_", " "), size, AT_MOST, goal, ratio
 	for shape in SHAPES:
 		for who in results.values(2, stage="jobs", what=shape):
 			if who not in measured.JOB_SYSTEMS:

@@ -65,6 +65,11 @@ there because it takes fewer passes, on one core. Where memory is the limit, a s
 moved show how much: they are a loop that moves as many bytes as a sort. The second table has packaged parallel sorts on
 oneTBB's two threads, with the library's loops before and after them. More than two cores were not measured.
 """
+ONE_JOB = """\
+**On one core**, a sort with one job promises the indices alone, so it may take other passes than the sort without jobs.
+Each cell says how many times as long the sort without jobs takes, by processor time. Where one job is slower, the
+number is bold.
+"""
 JOBS_MODEL = """\
 **A model** says how many times as long one core would take as several. No machine with more than two was measured. The
 jobs of a sort run one after the other on one core, and each is timed. The modelled time is that of the longest job of
@@ -244,6 +249,10 @@ def overview(page, of_processors, links, of_web):
 		page.add(JOBS)
 		for processor, results in of_processors.items():
 			page.add([f"### {processor}, two cores\n", *tables.jobs_table(results), *tables.jobs_peer_table(results)])
+		if any(tables.one_job_table(results) for results in of_processors.values()):
+			page.add(ONE_JOB)
+		for processor, results in of_processors.items():
+			page.add([*tables.one_job_table(results)])
 		if any(tables.jobs_model_table(results) for results in of_processors.values()):
 			page.add(JOBS_MODEL)
 		for processor, results in of_processors.items():

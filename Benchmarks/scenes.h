@@ -123,6 +123,7 @@ public:
 	/// Sorters are told the kind of memory once. All outputs here are ordinary memory, which the default does not know.
 	explicit CSceneByLibrary(
 		const CScene &scene, CTriangleSorter::EOutputMemory outputMemory = CTriangleSorter::OutputMemory_WriteCombined);
+	void BeginFrame() { m_Scratch.Move(); }
 	void Draw(u32 callId, const CFloat3 &camera, u32 *indices);
 	/// Calls visit(first byte, size) for what draw calls need beside the scene and the indices.
 	template<typename _Visit>
@@ -144,7 +145,7 @@ private:
 	std::vector<TStridedMemoryView<const float>> m_Values;
 	std::vector<TStridedMemoryView<const u8>> m_Enableds;
 	std::vector<u32> m_RenderedCounts;
-	CBuffer<u8> m_Scratch;
+	CScratch m_Scratch;
 	u32 m_Pattern[kIndicesPerQuad] = {0, 1, 2, 0, 2, 3};
 };
 
@@ -166,6 +167,7 @@ public:
 	static constexpr bool kIsLibrary = false;
 
 	explicit CSceneByUser(const CScene &scene);
+	void BeginFrame() {}
 	void Draw(u32 callId, const CFloat3 &camera, u32 *indices);
 	/// As above.
 	template<typename _Visit>
@@ -203,6 +205,7 @@ public:
 
 	void Draw(const CFloat3 &camera)
 	{
+		m_Side.BeginFrame();
 		for (u32 i = 0; i < m_Scene.Calls().size(); ++i)
 			m_Side.Draw(i, camera, m_Indices.Data());
 	}

@@ -151,6 +151,16 @@ def jobs_table(results):
 	return table(["", "particles", "one core", *heads], rows) if rows else []
 
 
+def one_job_table(results):
+	"""How many times as long as one job the sort without jobs takes, both on one core."""
+	sizes = results.values(3, stage="one_job")
+	rows = []
+	for what in results.values(1, stage="one_job"):
+		ratios = [results.turns("one_job", what, "without_jobs", size) for size in sizes]
+		rows.append([what.replace("_", " "), *(times(1 / ratio) if ratio else "" for ratio in ratios)])
+	return table(["", *map(size_name, sizes)], rows) if rows else []
+
+
 def jobs_peer_table(results):
 	"""Packaged parallel sorts with the same loops around them, on the same two cores."""
 	rows = []

@@ -39,5 +39,8 @@ def example():
 		("jobs", "ball", "tbb", 100000): in_turns(0.8, 6e5, 100000),
 		("jobs", "ball", "thread_pool", 100000): in_turns(0.5, 6e5, 100000),
 		("jobs", "curve", "tbb", 100000): in_turns(0.8, 6e5, 100000),
+		("one_job", "ball", "without_jobs", 10000): in_turns(0.8, 6e4, 10000),
+		("one_job", "ball", "without_jobs", 100000): in_turns(1.25, 6e5, 100000),
+		("one_job", "camera_inside", "without_jobs", 100000): in_turns(0.5, 6e5, 100000),
 	}
 	return results.Results(dict(MACHINE), cases)

@@ -59,6 +59,11 @@ class GoalsTest(unittest.TestCase):
 		of_cores = [(goal.what, goal.value, goal.kept) for goal in self.found if goal.title == title]
 		self.assertEqual(of_cores, [("ball, a thread pool", 2.0, True), ("curve, oneTBB", 1.25, False)])
 
+	def test_one_job_is_held_to_less_than_the_sort_without(self):
+		of_jobs = [(goal.what, goal.size, goal.kept) for goal in self.found if goal.title.startswith("one job")]
+		self.assertEqual(
+			of_jobs, [("ball", 10000, True), ("ball", 100000, False), ("camera inside", 100000, True)])
+
 	def test_whole_sorts_go_by_turns_where_there_are_some(self):
 		with_turns = example()
 		with_turns.cases[("whole", "billboards_u32_ball", "vexmoor_pages_of_1k", 1000)] = timed(5000.0, 1000)

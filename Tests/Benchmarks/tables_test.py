@@ -48,6 +48,10 @@ class TablesTest(unittest.TestCase):
 		self.assertEqual(lines, [
 			["ball", "100k", "600 µs", "×1.25", "×2.00"], ["curve", "100k", "600 µs", "×1.25", ""]])
 
+	def test_one_job_has_a_column_for_each_count(self):
+		lines = rows(tables.one_job_table(self.results))
+		self.assertEqual(lines, [["ball", "×1.25", "**×0.80**"], ["camera inside", "", "×2.00"]])
+
 	def test_a_scene_is_a_row_of_times_a_particle(self):
 		lines = {line[0]: line[1:] for line in rows(tables.scene_table(self.results))}
 		self.assertEqual(lines["by position, pages of 1,000"], ["7.00, ×4.00", "6.00, ×7.00", "", "", "", ""])
