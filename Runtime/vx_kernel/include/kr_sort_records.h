@@ -16,16 +16,15 @@ namespace Vexmoor
 template<typename _Record>
 constexpr u32 kRecordsPerLine = sizeof(_Record) < kCacheLineInBytes ? kCacheLineInBytes / sizeof(_Record) : 1;
 
-/// Calls body(i) for each record, from the first to the last. Eight of them follow each other without a test in
+/// Calls body(i) for each record, from the first to the last. Some of them, a step, follow each other without a test in
 /// between, so that the processor sees more of the independent ones ahead.
-template<typename _Body>
+template<u32 _RecordsPerStep = 8, typename _Body>
 VX_INLINE void ForEachRecord(u32 count, const _Body &body)
 {
-	constexpr u32 kRecordsPerStep = 8;
-	const u32 inWholeSteps = count - count % kRecordsPerStep;
-	for (u32 i = 0; i < inWholeSteps; i += kRecordsPerStep)
+	const u32 inWholeSteps = count - count % _RecordsPerStep;
+	for (u32 i = 0; i < inWholeSteps; i += _RecordsPerStep)
 	{
-		for (u32 k = 0; k < kRecordsPerStep; ++k)
+		for (u32 k = 0; k < _RecordsPerStep; ++k)
 			body(i + k);
 	}
 	for (u32 i = inWholeSteps; i < count; ++i)

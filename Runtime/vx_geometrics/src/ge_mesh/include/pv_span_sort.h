@@ -159,7 +159,8 @@ template<typename _Counter, typename _Load, typename _DigitOf, typename _Store>
 static VX_INLINE void MoveToPlaces(
 	u32 count, _Counter *__restrict positions, const _Load &load, const _DigitOf &digitOf, const _Store &store)
 {
-	ForEachRecord(count / 2,
+	constexpr u32 kPairsPerStep = 2; // four or eight take as long, in larger code
+	ForEachRecord<kPairsPerStep>(count / 2,
 		[=](u32 pair)
 		{
 			const auto first = load(2 * pair);
