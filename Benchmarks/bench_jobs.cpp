@@ -57,36 +57,6 @@ namespace
 		DescribeIteration(state, u64(kPairsPerIteration) * 2, count);
 	}
 
-	// One job alone. Small sorts are repeated, so that a turn is long beside a look at the clock.
-	void RunOneJob(benchmark::State &state, EShape shape, u32 count, const CFloat3 &camera)
-	{
-		constexpr u32 kParticlesPerTurn = 100000;
-		SSortJobs jobs = {};
-		jobs.m_MaxJobCount = 1;
-		jobs.m_Run = [](void *, u32 jobCount, SSortJobs::CbJob job, void *context)
-		{
-			for (u32 i = 0; i < jobCount; ++i)
-				job(context, i);
-		};
-		SOnePage page = PageForJobs(shape, count);
-		page.SetUp(camera);
-		const auto turnOf = [&](const auto &sort)
-		{
-			return [&]
-			{
-				for (u32 done = 0; done < kParticlesPerTurn; done += count)
-					sort();
-			};
-		};
-		const auto sortWithoutJobs = [&] { page.Sort(); };
-		const auto sortInOneJob = [&] { SortInJobs(page, jobs); };
-		RunPairs(state, turnOf(sortWithoutJobs), turnOf(sortInOneJob));
-		sortInOneJob();
-		if (!IsDrawnBackToFront(page.Call(), camera, page.m_Indices.Data(), true))
-			state.SkipWithError("not sorted");
-		DescribeIteration(state, u64(kPairsPerIteration) * 2, count);
-	}
-
 	// The bytes of a sort, moved by nothing but copies: records written and read, and indices written.
 	void RunTrafficPair(benchmark::State &state, u32 count)
 	{
@@ -151,6 +121,31 @@ namespace
 				return all - times.m_Jobs + times.m_Longest;
 			});
 		if (!IsDrawnBackToFront(page.Call(), Camera(), page.m_Indices.Data(), true))
+			state.SkipWithError("not sorted");
+		DescribeIteration(state, u64(kPairsPerIteration) * 2, count);
+	}
+
+	// One job alone. Small sorts are repeated, so that a turn is long beside a look at the clock.
+	void RunOneJob(benchmark::State &state, EShape shape, u32 count, const CFloat3 &camera)
+	{
+		constexpr u32 kParticlesPerTurn = 100000;
+		SJobTimes times;
+		const SSortJobs jobs = times.OneByOne(1);
+		SOnePage page = PageForJobs(shape, count);
+		page.SetUp(camera);
+		const auto turnOf = [&](const auto &sort)
+		{
+			return [&]
+			{
+				for (u32 done = 0; done < kParticlesPerTurn; done += count)
+					sort();
+			};
+		};
+		const auto sortWithoutJobs = [&] { page.Sort(); };
+		const auto sortInOneJob = [&] { SortInJobs(page, jobs); };
+		RunPairs(state, turnOf(sortWithoutJobs), turnOf(sortInOneJob));
+		sortInOneJob();
+		if (!IsDrawnBackToFront(page.Call(), camera, page.m_Indices.Data(), true))
 			state.SkipWithError("not sorted");
 		DescribeIteration(state, u64(kPairsPerIteration) * 2, count);
 	}

@@ -779,13 +779,7 @@ private:
 		VX_ASSERT(_AscendsByDigit<_Layout, _Layout::kLastPass>(destination, elementCount, keyExtractor));
 	}
 
-	// Moves the two records from source on. Both positions are loaded before one is stored, so that neither load waits
-	// for a store of this pair. If the digits are equal, the second record goes behind the first one, and of the two
-	// stores to the one position the second is right:
-	//
-	//   digits       places             positions afterwards
-	//   a, b         p[a], p[b]         p[a] + 1, p[b] + 1
-	//   a, a         p[a], p[a] + 1     p[a] + 1, then p[a] + 2
+	// Moves the two records from source on, which take their places together.
 	template<typename _Layout, typename _Record, typename _Counter, typename _KeyExtractor>
 	static VX_INLINE void _MoveTwoUp(const _Record *__restrict source,
 		_Record *__restrict destination,
@@ -795,11 +789,8 @@ private:
 	{
 		const _SMoving<_Layout, _Layout::kLastPass, _Record> first(source, keyExtractor);
 		const _SMoving<_Layout, _Layout::kLastPass, _Record> second(source + 1, keyExtractor);
-		const u32 firstPlace = positions[first.m_Slot];
-		const u32 secondPlace = positions[second.m_Slot] + u32(first.m_Slot == second.m_Slot);
+		const auto [firstPlace, secondPlace] = TakeTwoPlaces(positions, first.m_Slot, second.m_Slot);
 		VX_ASSERT(firstPlace < elementCount && secondPlace < elementCount);
-		positions[first.m_Slot] = _Counter(firstPlace + 1);
-		positions[second.m_Slot] = _Counter(secondPlace + 1);
 		first.StoreTo(destination + firstPlace);
 		second.StoreTo(destination + secondPlace);
 	}

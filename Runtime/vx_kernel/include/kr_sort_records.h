@@ -16,8 +16,8 @@ namespace Vexmoor
 template<typename _Record>
 constexpr u32 kRecordsPerLine = sizeof(_Record) < kCacheLineInBytes ? kCacheLineInBytes / sizeof(_Record) : 1;
 
-/// Calls body(i) for each record, from the first to the last. Some of them, a step, follow each other without a test in
-/// between, so that the processor sees more of the independent ones ahead.
+/// Calls body(i) for each record, from the first to the last. Each _RecordsPerStep of these calls follow each other
+/// without a test in between, so that the processor sees more of the independent ones ahead.
 template<u32 _RecordsPerStep = 8, typename _Body>
 VX_INLINE void ForEachRecord(u32 count, const _Body &body)
 {
@@ -29,6 +29,30 @@ VX_INLINE void ForEachRecord(u32 count, const _Body &body)
 	}
 	for (u32 i = inWholeSteps; i < count; ++i)
 		body(i);
+}
+
+/// Where two records go.
+struct STwoPlaces
+{
+	u32 m_First;  ///< The place of the first record.
+	u32 m_Second; ///< The place of the second record.
+};
+
+/// Takes the positions of the digits of two records in a row, and moves each on to the next place of its digit. Both
+/// positions are loaded before one is stored, so that neither load waits for a store of this pair. If the digits are
+/// equal, the second record goes behind the first one, and of the two stores to the one position the second is right:
+///
+///   digits       places             positions afterwards
+///   a, b         p[a], p[b]         p[a] + 1, p[b] + 1
+///   a, a         p[a], p[a] + 1     p[a] + 1, then p[a] + 2
+template<typename _Counter>
+VX_INLINE STwoPlaces TakeTwoPlaces(_Counter *positions, u32 firstDigit, u32 secondDigit)
+{
+	const u32 first = positions[firstDigit];
+	const u32 second = positions[secondDigit] + u32(firstDigit == secondDigit);
+	positions[firstDigit] = _Counter(first + 1);
+	positions[secondDigit] = _Counter(second + 1);
+	return {first, second};
 }
 
 /// True if the ranges [a, a + count) and [b, b + count) have no byte in common.

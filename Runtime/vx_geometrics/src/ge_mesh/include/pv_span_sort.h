@@ -145,12 +145,7 @@ constexpr u32 kSpanCounterCount = 3u << 11;
 //   positions afterwards   0: 1   1: 2   2: 4
 //
 // Neighbouring records often share a digit, and then the second one would wait for the position that the first one
-// stores. So two records take their places together: both positions are loaded before one is stored. If both digits are
-// equal, the second record goes behind the first one, and the second store leaves the right position.
-//
-//   digits       places             positions afterwards
-//   a, b         p[a], p[b]         p[a] + 1, p[b] + 1
-//   a, a         p[a], p[a] + 1     p[a] + 1, then p[a] + 2
+// stores. So two records take their places together (TakeTwoPlaces).
 //
 // load(i)               record i
 // digitOf(record)       the number of its position
@@ -165,14 +160,9 @@ static VX_INLINE void MoveToPlaces(
 		{
 			const auto first = load(2 * pair);
 			const auto second = load(2 * pair + 1);
-			const u32 firstDigit = digitOf(first);
-			const u32 secondDigit = digitOf(second);
-			const u32 firstPlace = positions[firstDigit];
-			const u32 secondPlace = positions[secondDigit] + u32(firstDigit == secondDigit);
-			positions[firstDigit] = _Counter(firstPlace + 1);
-			positions[secondDigit] = _Counter(secondPlace + 1);
-			store(firstPlace, first);
-			store(secondPlace, second);
+			const STwoPlaces places = TakeTwoPlaces(positions, digitOf(first), digitOf(second));
+			store(places.m_First, first);
+			store(places.m_Second, second);
 		});
 	if (count % 2 != 0)
 	{
