@@ -60,7 +60,7 @@ if [ $mode = partial ] || [ $mode = quick ]; then
 	page=(--page $build/$mode/performance.md)
 	rm -rf $build/$mode
 fi
-mkdir -p $results
+mkdir -p $build $results
 
 # The distribution's interpreter: another one does not see its packages.
 python=/usr/bin/python3
