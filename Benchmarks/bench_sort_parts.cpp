@@ -229,7 +229,7 @@ void RegisterSortParts()
 				RegisterParts<u8, false>(keys, count);
 			else if (count <= CSort::kMaxCountIn16Bits)
 				RegisterParts<u16, false>(keys, count);
-			else if (count <= CSort::kMaxCountInCaches)
+			else if (count <= CSort::kMaxCountNear)
 				RegisterParts<u32, false>(keys, count);
 			else
 				RegisterParts<u32, true>(keys, count);

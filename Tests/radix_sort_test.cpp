@@ -389,7 +389,10 @@ TEST(RadixSort, LargeSizes_MatchStableSort)
 		{65536,   0xFFC00000u}, // the third
 		{300000,  0xFFFFFFFFu},
         {70001,   0x000F00F0u},
-		{2100003, 0xFFFFFFFFu}, // beyond the caches, where destinations are fetched ahead
+        {786432,  0xFFFFFFFFu},
+		{786433,  0xFFFFFFFFu}, // away from the core, where destinations are fetched ahead
+		{800003,  0x80FFFFFFu}, // the same, with few top digits
+		{2100003, 0xFFFFFFFFu}, // beyond the caches
 		{2200011, 0x80FFFFFFu}, // the same, with few top digits
 	};
 	for (const auto &row : cases)

@@ -250,12 +250,13 @@ TEST(SortJobs, ClustersWithHighIndices_MatchTheModelOnOneJob)
 	EXPECT_TRUE(SortsLikeTheModel(scene, WithJobs(1)));
 }
 
-// With more records than 16 bits count, indices are as high as words hold them, and multiples of 4.
+// With more records than 16 bits count, indices are as high as words hold them, and multiples of 4. With 800,001, lines
+// are fetched ahead.
 TEST(SortJobs, ManyParticlesOnOneJob_MatchTheModel)
 {
 	for (const Model::EGeometry geometry : {Model::EGeometry::Constant, Model::EGeometry::PerPage})
 	{
-		for (const u32 count : {65536u, 65537u, 131072u, 262144u, 262145u})
+		for (const u32 count : {65536u, 65537u, 131072u, 262144u, 262145u, 800001u})
 		{
 			const u32 particleCount = geometry == Model::EGeometry::PerPage ? count / 2 : count;
 			SScene scene = ManyParticles(geometry, particleCount);

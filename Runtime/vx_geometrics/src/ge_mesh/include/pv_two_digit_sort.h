@@ -20,6 +20,7 @@
 #include "vx_defs.h"
 
 #include "kr_sort_lanes.h"
+#include "kr_sort_radix.h"
 #include "kr_sort_records.h"
 
 #include "pv_jobs.h"
@@ -125,8 +126,9 @@ struct TPackedWord
 //   2        records    upper        words, by the lower digit
 //   3        words                   records, by the upper digit
 //
-// memory  TwoDigitWordCount(count) words, for the counters of both digits
-template<typename _Word, typename _Counter>
+// memory            TwoDigitWordCount(count) words, for the counters of both digits
+// _FetchesNextLine  whether what is stored to a line also fetches the line that its digit needs next
+template<typename _Word, typename _Counter, bool _FetchesNextLine>
 static SIndexAndDepth *SortThroughWords(
 	SIndexAndDepth *records, SIndexAndDepth *others, u32 count, const SKeySpan &span, void *memory)
 {
@@ -155,16 +157,32 @@ static SIndexAndDepth *SortThroughWords(
 			const u64 record = LoadRecord(records + i);
 			const u32 digit = (KeyOf(record) >> kLowerBits) - lowestUpper;
 			CountOneMore(upper[digit]);
-			words[CountOneMore(lower[KeyOf(record) & kLowerMask])] = _Word::Of(record, digit);
+			const u32 place = CountOneMore(lower[KeyOf(record) & kLowerMask]);
+			if constexpr (_FetchesNextLine)
+				VX_PREFETCH_TO_WRITE(words + place + kRecordsPerLine<u32>);
+			words[place] = _Word::Of(record, digit);
 		});
 	SortLanes::SumCounters(upper, upperCount);
 	ForEachRecord(count,
 		[=](u32 i)
 		{
 			const u32 word = words[i];
-			sorted[CountOneMore(upper[_Word::UpperOf(word)])].m_Index = _Word::IndexIn(word);
+			const u32 place = CountOneMore(upper[_Word::UpperOf(word)]);
+			if constexpr (_FetchesNextLine)
+				VX_PREFETCH_TO_WRITE(sorted + place + kRecordsPerLine<SIndexAndDepth>);
+			sorted[place].m_Index = _Word::IndexIn(word);
 		});
 	return sorted;
+}
+
+// Many records through words of one kind. Away from the core, as the radix sort does, they fetch lines ahead: 800,000
+// of a ball and of a curve then take 0.75 and 0.63 of the time on an AMD EPYC (family 26), and 300,000 take 1.04 and
+// 1.08.
+template<typename _Word>
+static CbSortOfSpan ManyThroughWords(u32 recordCount)
+{
+	const bool isNear = VX_WASM || recordCount <= TRadixSort<Sort_InBuffer>::kMaxCountNear;
+	return isNear ? &SortThroughWords<_Word, u32, false> : &SortThroughWords<_Word, u32, true>;
 }
 
 // The sort by two passes with the narrowest counters and most upper bits whose words hold the upper digits of a span,
@@ -176,18 +194,18 @@ static inline CbSortOfSpan TwoPassesFor(const SKeySpan &span, u32 recordCount, u
 	if (recordCount <= kMaxInShortCounters)
 	{
 		typedef TPackedWord<kMaxUpperBits, 0> Word;
-		return Word::Holds(span, indexEnd, indexStep) ? &SortThroughWords<Word, u16>
+		return Word::Holds(span, indexEnd, indexStep) ? &SortThroughWords<Word, u16, false>
 		       : UpperBitCount(span) <= kMaxUpperBits ? &SortBySpan
 		                                              : null;
 	}
 	if (TPackedWord<kMaxUpperBits, 0>::Holds(span, indexEnd, indexStep))
-		return &SortThroughWords<TPackedWord<kMaxUpperBits, 0>, u32>;
+		return ManyThroughWords<TPackedWord<kMaxUpperBits, 0>>(recordCount);
 	if (TPackedWord<kMaxUpperBits, 2>::Holds(span, indexEnd, indexStep))
-		return &SortThroughWords<TPackedWord<kMaxUpperBits, 2>, u32>;
+		return ManyThroughWords<TPackedWord<kMaxUpperBits, 2>>(recordCount);
 	if (TPackedWord<kFewUpperBits, 0>::Holds(span, indexEnd, indexStep))
-		return &SortThroughWords<TPackedWord<kFewUpperBits, 0>, u32>;
+		return ManyThroughWords<TPackedWord<kFewUpperBits, 0>>(recordCount);
 	if (TPackedWord<kFewUpperBits, 2>::Holds(span, indexEnd, indexStep))
-		return &SortThroughWords<TPackedWord<kFewUpperBits, 2>, u32>;
+		return ManyThroughWords<TPackedWord<kFewUpperBits, 2>>(recordCount);
 	return null;
 }
 } // namespace Vexmoor
