@@ -38,7 +38,7 @@
 	#define VEXMOOR_MIN_SPLIT_BY_ONE_JOB 1048576
 #endif
 #if !defined(VEXMOOR_MIN_SPLIT_OF_WIDE_KEYS)
-	#define VEXMOOR_MIN_SPLIT_OF_WIDE_KEYS 400000
+	#define VEXMOOR_MIN_SPLIT_OF_WIDE_KEYS 800000
 #endif
 // A page is filled in pieces of up to this many particles.
 #if !defined(VEXMOOR_MAX_FILLED_AT_ONCE)

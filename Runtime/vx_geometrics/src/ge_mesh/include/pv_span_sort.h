@@ -93,44 +93,53 @@ static VX_INLINE u32 CountOneMore(_Counter &counter)
 constexpr u32 kMaxInShortCounters = VEXMOOR_MAX_IN_SHORT_COUNTERS;
 
 // How keys of a span are cut into digits of _DigitBits, as many as there are passes, from the highest bit in which they
-// differ downwards. Bits below the digits are left to insertion. Keys are shifted up to bit 31 first, so that shifts
-// are constants: on x86, a shift by a number in a register takes a micro-operation or two more.
+// differ downwards. Bits below the digits are left to insertion. Only the last digit, of the highest bits, is counted
+// from that of the lowest key. So it takes the fewest instructions to cut a key: a shift, and a mask or a subtraction.
 //
-//   less lowest    | zeros   | leading bits         | rest |
-//   shifted up     | digit 1  | digit 0  | rest | zeros    |
+//   key            | all bits above: last digit, less the lowest key's | digit 0 | rest |
+//                  ^ bit 31                                            ^         ^
+//                                                          m_LastShift '         ' m_FirstShift
+//
+// The last digits of a span may be one more than _DigitBits count, because of where the lowest key lies. Then all
+// digits begin a bit higher. For two digits of 2 bits each:
+//
+//   keys            0x0E = 11|10    0x12 = 100|10     last digits 0 and 1
+//   keys            0x0E = 11|1|0   0x1D = 111|0|1    last digits would be 0 and 4, so they are cut like this:
+//                   0x0E = 1|11|0   0x1D = 11|10|1    0 and 2
 template<u32 _PassCount, u32 _DigitBits>
-struct TSpanDigits
+class TSpanDigits
 {
+public:
 	static constexpr u32 kPassCount = _PassCount;
 	static constexpr u32 kDigitBits = _DigitBits;
 	static constexpr u32 kSortedBits = std::min(_PassCount * _DigitBits, 32u);
 
+	explicit TSpanDigits(const SKeySpan &span)
+		: m_LastShift(std::max(span.BitCount(), _PassCount * _DigitBits) - _DigitBits)
+	{
+		m_LastShift += _LastOf(span.m_Highest, span) >> _DigitBits;
+		m_FirstShift = m_LastShift - (_PassCount - 1) * _DigitBits;
+		m_LowestLast = span.m_Lowest >> m_LastShift;
+	}
+
+	// Whether no bit is left to insertion.
+	bool SortsAllBits() const { return m_FirstShift == 0; }
+
 	template<u32 _Pass>
-	static VX_INLINE u32 Of(u32 shiftedUp)
+	VX_INLINE u32 Of(u32 key) const
 	{
-		constexpr u32 kEndBit = 32 - (_PassCount - 1 - _Pass) * _DigitBits;
-		constexpr u32 kFirstBit = std::max(kEndBit, _DigitBits) - _DigitBits; // the last digit may have fewer bits
-		return (shiftedUp & u32((u64(1) << kEndBit) - 1)) >> kFirstBit;
+		if constexpr (_Pass == _PassCount - 1)
+			return (key >> m_LastShift) - m_LowestLast;
+		else
+			return key >> (m_FirstShift + _Pass * _DigitBits) & ((1u << _DigitBits) - 1);
 	}
-};
 
-// How keys of a span are shifted up until their highest bit that differs is bit 31. A product does it, in place of a
-// shift by a number in a register. For keys between 0x40100000 and 0x401FFFFF, which differ in 20 bits:
-//
-//   key            0x40123456
-//   less lowest    0x00023456
-//   shifted up     0x23456000      times 2^12
-struct SSpanShift
-{
-	u32 m_Lowest;
-	u32 m_Factor;
+private:
+	u32 _LastOf(u32 key, const SKeySpan &span) const { return (key >> m_LastShift) - (span.m_Lowest >> m_LastShift); }
 
-	explicit SSpanShift(const SKeySpan &span)
-		: m_Lowest(span.m_Lowest)
-		, m_Factor(u32(u64(1) << (32 - span.BitCount())))
-	{
-	}
-	VX_INLINE u32 Of(u32 key) const { return (key - m_Lowest) * m_Factor; }
+	u32 m_FirstShift;
+	u32 m_LastShift;
+	u32 m_LowestLast;
 };
 
 // How many counters of 32 bits the sort of any span needs at most: three digits of 11 bits.
@@ -172,20 +181,20 @@ static VX_INLINE void MoveToPlaces(
 }
 
 // Moves the records by one digit of a span, whose counters are summed up first.
-template<typename _Digits, u32 _Pass, typename _Counter>
+template<u32 _Pass, typename _Digits, typename _Counter>
 static VX_INLINE void ScatterBySpanDigit(const SIndexAndDepth *__restrict source,
 	SIndexAndDepth *__restrict destination,
 	u32 count,
-	const SSpanShift &shift,
+	const _Digits &digits,
 	_Counter *__restrict counters)
 {
 	constexpr u32 kCounterCount = 1u << _Digits::kDigitBits;
 	_Counter *const positions = counters + _Pass * kCounterCount; // once they are summed up
 	SortLanes::SumCounters(positions, kCounterCount);
-	const SSpanShift shiftOf = shift; // in registers
+	const _Digits digitsOf = digits; // in registers
 	MoveToPlaces(
 		count, positions, [=](u32 i) { return LoadRecord(source + i); },
-		[=](u64 record) { return _Digits::template Of<_Pass>(shiftOf.Of(KeyOf(record))); },
+		[=](u64 record) { return digitsOf.template Of<_Pass>(KeyOf(record)); },
 		[=](u32 place, u64 record) { StoreRecord(destination + place, record); });
 }
 
@@ -201,24 +210,24 @@ static SIndexAndDepth *SortBySpanDigits(
 	constexpr u32 kCounterCount = 1u << _Digits::kDigitBits;
 	static_assert(_Digits::kPassCount * kCounterCount <= kSpanCounterCount);
 	_Counter *__restrict const counters = static_cast<_Counter *>(memory);
-	const SSpanShift shift(span);
+	const _Digits digits(span);
 	std::memset(counters, 0, _Digits::kPassCount * kCounterCount * sizeof(_Counter));
 	ForEachRecord(count,
 		[=](u32 i)
 		{
 			if (i % kRecordsPerLine<SIndexAndDepth> == 0)
 				VX_PREFETCH_TO_WRITE(others + i);
-			const u32 key = shift.Of(records[i].m_Depth);
-			CountOneMore(counters[_Digits::template Of<0>(key)]);
-			CountOneMore(counters[kCounterCount + _Digits::template Of<1>(key)]);
+			const u32 key = records[i].m_Depth;
+			CountOneMore(counters[digits.template Of<0>(key)]);
+			CountOneMore(counters[kCounterCount + digits.template Of<1>(key)]);
 			if constexpr (_Digits::kPassCount > 2)
-				CountOneMore(counters[2 * kCounterCount + _Digits::template Of<2>(key)]);
+				CountOneMore(counters[2 * kCounterCount + digits.template Of<2>(key)]);
 		});
-	ScatterBySpanDigit<_Digits, 0>(records, others, count, shift, counters);
-	ScatterBySpanDigit<_Digits, 1>(others, records, count, shift, counters);
+	ScatterBySpanDigit<0>(records, others, count, digits, counters);
+	ScatterBySpanDigit<1>(others, records, count, digits, counters);
 	if constexpr (_Digits::kPassCount > 2)
 	{
-		ScatterBySpanDigit<_Digits, 2>(records, others, count, shift, counters);
+		ScatterBySpanDigit<2>(records, others, count, digits, counters);
 		return others;
 	}
 	return records;
@@ -245,7 +254,7 @@ struct SSpanPasses
 //   inserted    9 bits       3 bits        none
 //
 // mayInsert  whether bits may be left to insertion
-static inline SSpanPasses SpanPassesFor(u32 bitCount, u32 recordCount, bool mayInsert)
+static inline SSpanPasses SpanPassesFor(const SKeySpan &span, u32 recordCount, bool mayInsert)
 {
 	// Costs are measured in moves of one record.
 	constexpr u32 kCountersPerMove = 16;
@@ -254,14 +263,14 @@ static inline SSpanPasses SpanPassesFor(u32 bitCount, u32 recordCount, bool mayI
 	// Keys of floats crowd in a few octaves. So those that differ in more bits than this share their leading bits as
 	// often as evenly spread keys that differ in so many.
 	constexpr u32 kMaxEvenBits = 26;
-	const u32 crowdedBits = std::max(bitCount, kMaxEvenBits) - kMaxEvenBits;
+	const u32 crowdedBits = std::max(span.BitCount(), kMaxEvenBits) - kMaxEvenBits;
 
 	SSpanPasses best = {};
 	u64 bestCost = ~u64(0);
 	const auto consider = [&](auto digits, auto counter)
 	{
 		typedef decltype(digits) Digits;
-		const bool isWhole = Digits::kSortedBits >= bitCount;
+		const bool isWhole = digits.SortsAllBits();
 		if (!isWhole && !mayInsert)
 			return;
 		u64 cost = Digits::kPassCount * (u64(recordCount) + (1u << Digits::kDigitBits) / kCountersPerMove);
@@ -274,16 +283,16 @@ static inline SSpanPasses SpanPassesFor(u32 bitCount, u32 recordCount, bool mayI
 	};
 	if (recordCount <= kMaxInShortCounters)
 	{
-		consider(TSpanDigits<2, 8>(), u16());
-		consider(TSpanDigits<2, 9>(), u16());
-		consider(TSpanDigits<2, 10>(), u16());
-		consider(TSpanDigits<2, 11>(), u16());
-		consider(TSpanDigits<3, 11>(), u16());
+		consider(TSpanDigits<2, 8>(span), u16());
+		consider(TSpanDigits<2, 9>(span), u16());
+		consider(TSpanDigits<2, 10>(span), u16());
+		consider(TSpanDigits<2, 11>(span), u16());
+		consider(TSpanDigits<3, 11>(span), u16());
 	}
 	else
 	{
-		consider(TSpanDigits<2, 11>(), u32());
-		consider(TSpanDigits<3, 11>(), u32());
+		consider(TSpanDigits<2, 11>(span), u32());
+		consider(TSpanDigits<3, 11>(span), u32());
 	}
 	return best;
 }
@@ -339,13 +348,12 @@ static inline SIndexAndDepth *SortBySpan(
 		InsertionSortRecords(records, count);
 		return records;
 	}
-	const u32 bitCount = span.BitCount();
-	const SSpanPasses passes = SpanPassesFor(bitCount, count, true);
+	const SSpanPasses passes = SpanPassesFor(span, count, true);
 	SIndexAndDepth *const sorted = passes.m_Sort(records, others, count, span, counters);
 	if (passes.m_SortsAllBits || InsertionSortRecords(sorted, count))
 		return sorted;
 	// Many keys share their leading bits: all bits are cut into digits after all.
-	return SpanPassesFor(bitCount, count, false)
+	return SpanPassesFor(span, count, false)
 	    .m_Sort(sorted, sorted == records ? others : records, count, span, counters);
 }
 } // namespace Vexmoor

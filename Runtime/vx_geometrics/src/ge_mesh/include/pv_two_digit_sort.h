@@ -188,15 +188,20 @@ static CbSortOfSpan ManyThroughWords(u32 recordCount)
 // The sort by two passes with the narrowest counters and most upper bits whose words hold the upper digits of a span,
 // and multiples of indexStep below indexEnd. It may leave the keys unspecified, and its counters take
 // TwoDigitWordCount(count) words. If there is none, null, unless counters are short: then passes by leading bits, which
-// move whole records, are faster than the radix sort as well.
+// move whole records, are faster than the radix sort as well. They are faster than words, too, if there are more than
+// kMaxDigitsPerRecord upper digits, since they sum up fewer counters: 3,000 records with the camera inside take 0.93 of
+// the time, 4,000 take 0.98 and 6,000, with fewer digits each, would take 1.01 (AMD EPYC, family 26).
 static inline CbSortOfSpan TwoPassesFor(const SKeySpan &span, u32 recordCount, u32 indexEnd, u32 indexStep)
 {
+	constexpr u32 kMaxDigitsPerRecord = 4;
+	const u32 upperBits = UpperBitCount(span);
+	if (upperBits > kMaxUpperBits)
+		return null;
 	if (recordCount <= kMaxInShortCounters)
 	{
 		typedef TPackedWord<kMaxUpperBits, 0> Word;
-		return Word::Holds(span, indexEnd, indexStep) ? &SortThroughWords<Word, u16, false>
-		       : UpperBitCount(span) <= kMaxUpperBits ? &SortBySpan
-		                                              : null;
+		const bool isSparse = 1u << upperBits > recordCount * kMaxDigitsPerRecord;
+		return isSparse || !Word::Holds(span, indexEnd, indexStep) ? &SortBySpan : &SortThroughWords<Word, u16, false>;
 	}
 	if (TPackedWord<kMaxUpperBits, 0>::Holds(span, indexEnd, indexStep))
 		return ManyThroughWords<TPackedWord<kMaxUpperBits, 0>>(recordCount);
