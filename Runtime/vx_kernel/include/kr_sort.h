@@ -114,7 +114,10 @@ VX_HOT_CODE void Sort(_Iterator first, _Iterator last, _Iterator output)
 	{
 		if (VX_UNLIKELY(count <= kMaxFewCount))
 		{
-			if (count == 0 || SortFewDistinct(&*first, count, &*output))
+			// For two records, the call would take a fifth of the time.
+			const bool isSorted = count == 2 ? SortCountDistinct<2>(&*first, &*output)
+			                                 : count == 0 || SortFewDistinct(&*first, count, &*output);
+			if (isSorted)
 				return;
 		}
 		else if (VX_LIKELY(SortDistinct<_KeyExtractor>(first, count, output)))

@@ -110,9 +110,6 @@ VX_INLINE bool SortCountDistinct(const void *records, void *sorted)
 /// sorted   as many records; may be the records themselves
 VX_NOINLINE inline bool SortFewDistinct(const void *records, u32 count, void *sorted)
 {
-	// With two records, the way through the switch would take a sixth of the time.
-	if (count == 2)
-		return SortCountDistinct<2>(records, sorted);
 	switch (count)
 	{
 	case 0:
@@ -120,6 +117,8 @@ VX_NOINLINE inline bool SortFewDistinct(const void *records, u32 count, void *so
 	case 1:
 		std::memmove(sorted, records, sizeof(u64));
 		return true;
+	case 2:
+		return SortCountDistinct<2>(records, sorted);
 	case 3:
 		return SortCountDistinct<3>(records, sorted);
 	case 4:
