@@ -250,6 +250,26 @@ TEST(SortJobs, ClustersWithHighIndices_MatchTheModelOnOneJob)
 	EXPECT_TRUE(SortsLikeTheModel(scene, WithJobs(1)));
 }
 
+// Few bits are one digit, and after one pass records lie in the other array. One job sorts those whose indices are too
+// high for words like that, and several jobs sort parts of about 2,000 records.
+TEST(SortJobs, KeysOfFewBits_MatchTheModel)
+{
+	Model::CRandom random(1);
+	std::vector<u32> keys;
+	for (u32 i = 0; i < kCountsOfOneJob[0]; ++i)
+		keys.push_back(0x3F801000u + random.Below(1u << 13));
+	SScene scene = WithKeys(keys);
+	scene.m_VertexCount = 1u << 24;
+	for (u32 &entry : scene.m_IndexList)
+		entry = scene.m_VertexCount - 1 - random.Below(kCountsOfOneJob[0]);
+	EXPECT_TRUE(SortsLikeTheModel(scene, WithJobs(1)));
+
+	keys.clear();
+	for (u32 i = 0; i < 40000; ++i)
+		keys.push_back(0x3F801000u + random.Below(1u << 17));
+	EXPECT_TRUE(SortsLikeTheModel(WithKeys(keys), WithJobs(2)));
+}
+
 // With more records than 16 bits count, indices are as high as words hold them, and multiples of 4. With 800,001, lines
 // are fetched ahead.
 TEST(SortJobs, ManyParticlesOnOneJob_MatchTheModel)

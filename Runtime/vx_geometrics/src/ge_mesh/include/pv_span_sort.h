@@ -114,8 +114,9 @@ public:
 	static constexpr u32 kDigitBits = _DigitBits;
 	static constexpr u32 kSortedBits = std::min(_PassCount * _DigitBits, 32u);
 
-	explicit TSpanDigits(const SKeySpan &span)
-		: m_LastShift(std::max(span.BitCount(), _PassCount * _DigitBits) - _DigitBits)
+	// bitCount  the span's, which is counted bit by bit
+	TSpanDigits(const SKeySpan &span, u32 bitCount)
+		: m_LastShift(std::max(bitCount, _PassCount * _DigitBits) - _DigitBits)
 	{
 		m_LastShift += _LastOf(span.m_Highest, span) >> _DigitBits;
 		m_FirstShift = m_LastShift - (_PassCount - 1) * _DigitBits;
@@ -208,9 +209,9 @@ static SIndexAndDepth *SortBySpanDigits(
 	SIndexAndDepth *records, SIndexAndDepth *others, u32 count, const SKeySpan &span, void *memory)
 {
 	constexpr u32 kCounterCount = 1u << _Digits::kDigitBits;
-	static_assert(_Digits::kPassCount * kCounterCount <= kSpanCounterCount);
+	static_assert(_Digits::kPassCount * kCounterCount * sizeof(_Counter) <= kSpanCounterCount * sizeof(u32));
 	_Counter *__restrict const counters = static_cast<_Counter *>(memory);
-	const _Digits digits(span);
+	const _Digits digits(span, span.BitCount());
 	std::memset(counters, 0, _Digits::kPassCount * kCounterCount * sizeof(_Counter));
 	ForEachRecord(count,
 		[=](u32 i)
@@ -219,18 +220,17 @@ static SIndexAndDepth *SortBySpanDigits(
 				VX_PREFETCH_TO_WRITE(others + i);
 			const u32 key = records[i].m_Depth;
 			CountOneMore(counters[digits.template Of<0>(key)]);
-			CountOneMore(counters[kCounterCount + digits.template Of<1>(key)]);
+			if constexpr (_Digits::kPassCount > 1)
+				CountOneMore(counters[kCounterCount + digits.template Of<1>(key)]);
 			if constexpr (_Digits::kPassCount > 2)
 				CountOneMore(counters[2 * kCounterCount + digits.template Of<2>(key)]);
 		});
 	ScatterBySpanDigit<0>(records, others, count, digits, counters);
-	ScatterBySpanDigit<1>(others, records, count, digits, counters);
+	if constexpr (_Digits::kPassCount > 1)
+		ScatterBySpanDigit<1>(others, records, count, digits, counters);
 	if constexpr (_Digits::kPassCount > 2)
-	{
 		ScatterBySpanDigit<2>(records, others, count, digits, counters);
-		return others;
-	}
-	return records;
+	return _Digits::kPassCount % 2 == 0 ? records : others;
 }
 
 // Sorts records whose keys lie in a span, equal keys in the order that they come in. Moves them between the two arrays,
@@ -253,6 +253,8 @@ struct SSpanPasses
 //   digits      8, 8 bits    11, 11 bits   11, 11, 3 bits
 //   inserted    9 bits       3 bits        none
 //
+// Keys that differ in up to 13 bits need one pass only, if there are some 500 records.
+//
 // mayInsert  whether bits may be left to insertion
 static inline SSpanPasses SpanPassesFor(const SKeySpan &span, u32 recordCount, bool mayInsert)
 {
@@ -263,7 +265,8 @@ static inline SSpanPasses SpanPassesFor(const SKeySpan &span, u32 recordCount, b
 	// Keys of floats crowd in a few octaves. So those that differ in more bits than this share their leading bits as
 	// often as evenly spread keys that differ in so many.
 	constexpr u32 kMaxEvenBits = 26;
-	const u32 crowdedBits = std::max(span.BitCount(), kMaxEvenBits) - kMaxEvenBits;
+	const u32 bitCount = span.BitCount();
+	const u32 crowdedBits = std::max(bitCount, kMaxEvenBits) - kMaxEvenBits;
 
 	SSpanPasses best = {};
 	u64 bestCost = ~u64(0);
@@ -283,16 +286,18 @@ static inline SSpanPasses SpanPassesFor(const SKeySpan &span, u32 recordCount, b
 	};
 	if (recordCount <= kMaxInShortCounters)
 	{
-		consider(TSpanDigits<2, 8>(span), u16());
-		consider(TSpanDigits<2, 9>(span), u16());
-		consider(TSpanDigits<2, 10>(span), u16());
-		consider(TSpanDigits<2, 11>(span), u16());
-		consider(TSpanDigits<3, 11>(span), u16());
+		consider(TSpanDigits<1, 13>(span, bitCount), u16());
+		consider(TSpanDigits<2, 8>(span, bitCount), u16());
+		if constexpr (!VX_WASM) // a module is downloaded, and this way saves 1 to 3 %
+			consider(TSpanDigits<2, 9>(span, bitCount), u16());
+		consider(TSpanDigits<2, 10>(span, bitCount), u16());
+		consider(TSpanDigits<2, 11>(span, bitCount), u16());
+		consider(TSpanDigits<3, 11>(span, bitCount), u16());
 	}
 	else
 	{
-		consider(TSpanDigits<2, 11>(span), u32());
-		consider(TSpanDigits<3, 11>(span), u32());
+		consider(TSpanDigits<2, 11>(span, bitCount), u32());
+		consider(TSpanDigits<3, 11>(span, bitCount), u32());
 	}
 	return best;
 }
