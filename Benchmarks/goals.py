@@ -43,6 +43,9 @@ JOBS_GOALS = {
 JOBS_PEERS_GOAL, JOBS_PEERS_SIZE = 4, 1000000
 ONE_JOB_GOALS = {3000: 0.85, 10000: 0.85, 30000: 0.85, 100000: 0.85, 300000: 0.85, 1000000: 1, 4000000: 0.85}
 ONE_JOB_SHAPES = ["ball", "curve", "camera_inside"]
+SMALL_PAGES_GOALS = {
+	"positions_stride_12": 2.5, "values_stride_4": 2.5, "positions_stride_16": 3, "values_stride_16": 3}
+SMALL_PAGES_COUNT = 10000
 SCENE_GOAL = 1
 COLD_SIZE, COLD_GOAL = 100, 1.5
 EVEN_GOAL = 1.25  # a record's time at one count over its time at the next count
@@ -149,6 +152,9 @@ def whole_goals(results):
 		for size in results.values(3, stage="scenes", what=what):
 			ratio = results.turns("scenes", what, "user", size)
 			yield "scene, ahead of the loop", what, size, AT_LEAST, SCENE_GOAL, ratio
+	for what, goal in SMALL_PAGES_GOALS.items():
+		ratio = results.turns("small_pages", what, "pages_of_1", SMALL_PAGES_COUNT)
+		yield "pages of one particle, over pages of 1,000", what, SMALL_PAGES_COUNT, AT_MOST, goal, ratio
 	# The loop writes ordinary memory, so the library is told that the output is.
 	for what in results.values(1, stage="cold"):
 		ratio = results.turns("cold", what, "user_ordinary_memory", COLD_SIZE)

@@ -64,6 +64,13 @@ class GoalsTest(unittest.TestCase):
 		self.assertEqual(
 			of_jobs, [("ball", 10000, True), ("ball", 100000, False), ("camera inside", 100000, True)])
 
+	def test_small_pages_are_held_to_large_ones(self):
+		small = example()
+		for what, ratio in (("positions_stride_12", 2.6), ("positions_stride_16", 2.9), ("something_else", 9.0)):
+			small.cases[("small_pages", what, "pages_of_1", 10000)] = in_turns(ratio, 1.0, 10000)
+		of_pages = [(goal.what, goal.kept) for goal in goals.goals(small) if goal.title.startswith("pages of one")]
+		self.assertEqual(of_pages, [("positions_stride_12", False), ("positions_stride_16", True)])
+
 	def test_whole_sorts_go_by_turns_where_there_are_some(self):
 		with_turns = example()
 		with_turns.cases[("whole", "billboards_u32_ball", "vexmoor_pages_of_1k", 1000)] = timed(5000.0, 1000)
