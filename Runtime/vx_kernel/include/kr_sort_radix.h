@@ -811,7 +811,9 @@ private:
 		second.StoreTo(destination + secondPlace);
 	}
 
-	// Moves the two records before source, the nearer one first, in the way of _MoveTwoUp.
+	// Moves the two records before source, the nearer one first, in the way of _MoveTwoUp. An end is one past the place
+	// that is taken next. The end of all of 2^8 or 2^16 records has wrapped to 0 in a counter so narrow, so one less is
+	// computed in 64 bits and cut.
 	template<typename _Layout, typename _Record, typename _Counter, typename _KeyExtractor>
 	static VX_INLINE void _MoveTwoDown(const _Record *__restrict source,
 		_Record *__restrict destination,
@@ -821,8 +823,11 @@ private:
 	{
 		const _SMoving<_Layout, _Layout::kLastPass, _Record> first(source - 1, keyExtractor);
 		const _SMoving<_Layout, _Layout::kLastPass, _Record> second(source - 2, keyExtractor);
-		const auto [firstPlace, secondPlace] = TakeTwoPlacesBelow(ends, first.m_Slot, second.m_Slot);
+		const _Counter firstPlace = _Counter(s64(ends[first.m_Slot]) - 1);
+		const _Counter secondPlace = _Counter(s64(ends[second.m_Slot]) - 1 - s64(first.m_Slot == second.m_Slot));
 		VX_ASSERT(firstPlace < elementCount && secondPlace < elementCount);
+		ends[first.m_Slot] = firstPlace;
+		ends[second.m_Slot] = secondPlace;
 		first.StoreTo(destination + firstPlace);
 		second.StoreTo(destination + secondPlace);
 	}

@@ -55,24 +55,6 @@ VX_INLINE STwoPlaces TakeTwoPlaces(_Counter *positions, u32 firstDigit, u32 seco
 	return {first, second};
 }
 
-/// The same downwards, for two records in a row of which the later one comes first. Of each digit it takes the place
-/// below its end, and the end is then there:
-///
-///   digits       places                     ends afterwards
-///   a, b         e[a] - 1, e[b] - 1         the places
-///   a, a         e[a] - 1, e[a] - 2         e[a] - 1, then e[a] - 2
-///
-/// The end of all of 2^8 or 2^16 records has wrapped to 0 in a counter so narrow, and one less wraps back.
-template<typename _Counter>
-VX_WRAPS VX_INLINE STwoPlaces TakeTwoPlacesBelow(_Counter *ends, u32 firstDigit, u32 secondDigit)
-{
-	const _Counter first = _Counter(u32(ends[firstDigit]) - 1);
-	const _Counter second = _Counter(u32(ends[secondDigit]) - 1 - u32(firstDigit == secondDigit));
-	ends[firstDigit] = first;
-	ends[secondDigit] = second;
-	return {first, second};
-}
-
 /// True if the ranges [a, a + count) and [b, b + count) have no byte in common.
 /// Addresses are compared as numbers, since the two may belong to different objects.
 template<typename _Type>

@@ -71,7 +71,7 @@ public:
 
 	// Of 32 bits, for each job.
 	static constexpr u32 kCountersPerJob = 8192;
-	static_assert(kCountersPerJob >= kDigitCount + 2 * kMaxPartsPerSplit && kCountersPerJob >= kSpanCounterCount);
+	static_assert(kCountersPerJob >= kDigitCount + kMaxPartsPerSplit && kCountersPerJob >= kSpanCounterCount);
 
 	// What one split knows. It is kept until the last of its parts has been split, since parts are split one by one,
 	// from the lowest keys to the highest:
@@ -88,7 +88,7 @@ public:
 
 	// Each job has kCountersPerJob counters, which lie behind those of the job before it. What a job keeps in them:
 	//
-	//   split          | records of each digit: kDigitCount | positions and ends of parts: 2 * kMaxPartsPerSplit |
+	//   split          | records of each digit: kDigitCount | places of each part: kMaxPartsPerSplit |
 	//   sort a part    | counters of SortBySpan: kSpanCounterCount              |
 	struct SMemory
 	{
@@ -257,20 +257,14 @@ inline void CSplitSort::_CountDigits(
 	ForEachRecord(count, [=](u32 i) { ++counters[digitsOf.Of(records[i].m_Depth)]; });
 }
 
-// Moves a job's share of the records to the places of their parts, from both ends of the share at once: the first half
-// fills each part's places from the front, and the second half, read backwards, from their end. Two records of either
-// half take their places together. So few wait for a place that another one has just taken, as neighbours in one part
-// would.
+// Moves a job's share of the records to the places of their parts. Records of a part are stored one behind the other,
+// and the destination is seldom in a cache. So with each store goes a prefetch of the cache line behind it, which the
+// part's next records need.
 //
-// Records of a half and a part are stored side by side, and the destination is seldom in a cache. So with each store
-// goes a prefetch of the cache line behind it, or before it, which the part's next records need.
-//
-//   records     | key in part 2 | key in part 0 | ... | key in part 2 | key in part 2 |
+//   records     | key in part 2 | key in part 0 | key in part 2 |
 //   positions   part 0: 17      part 1: 40      part 2: 95            before
-//   ends        part 0: 40      part 1: 95      part 2: 130
-//   stored at   95, 17 from the front; 129, 128 from the back
-//   positions   part 0: 18      part 1: 40      part 2: 96            afterwards
-//   ends        part 0: 40      part 1: 95      part 2: 128
+//   stored at   95, 17, 96
+//   positions   part 0: 18      part 1: 40      part 2: 97            afterwards
 inline void CSplitSort::_ScatterToParts(const SIndexAndDepth *__restrict source,
 	SIndexAndDepth *__restrict destination,
 	u32 count,
@@ -278,32 +272,15 @@ inline void CSplitSort::_ScatterToParts(const SIndexAndDepth *__restrict source,
 	const u16 *__restrict partOfDigit,
 	u32 *__restrict positions)
 {
-	u32 *const ends = positions + kMaxPartsPerSplit;
-	constexpr s64 kLine = kRecordsPerLine<SIndexAndDepth>;
 	const SDigits digitsOf = digits; // in registers
-	const auto partOf = [=](u64 record) { return u32(partOfDigit[digitsOf.Of(KeyOf(record))]); };
-	const SIndexAndDepth *front = source;
-	const SIndexAndDepth *back = source + count;
-	for (u32 fours = count / 4; fours != 0; --fours, front += 2, back -= 2)
-	{
-		const u64 first = LoadRecord(front), second = LoadRecord(front + 1);
-		const u64 last = LoadRecord(back - 1), beforeLast = LoadRecord(back - 2);
-		const STwoPlaces up = TakeTwoPlaces(positions, partOf(first), partOf(second));
-		const STwoPlaces down = TakeTwoPlacesBelow(ends, partOf(last), partOf(beforeLast));
-		VX_PREFETCH_TO_WRITE(destination + up.m_First + kLine);
-		StoreRecord(destination + up.m_First, first);
-		VX_PREFETCH_TO_WRITE(destination + up.m_Second + kLine);
-		StoreRecord(destination + up.m_Second, second);
-		VX_PREFETCH_TO_WRITE(destination + s64(down.m_First) - kLine);
-		StoreRecord(destination + down.m_First, last);
-		VX_PREFETCH_TO_WRITE(destination + s64(down.m_Second) - kLine);
-		StoreRecord(destination + down.m_Second, beforeLast);
-	}
-	for (; front != back; ++front)
-	{
-		const u64 record = LoadRecord(front);
-		StoreRecord(destination + CountOneMore(positions[partOf(record)]), record);
-	}
+	MoveToPlaces(
+		count, positions, [=](u32 i) { return LoadRecord(source + i); },
+		[=](u64 record) { return u32(partOfDigit[digitsOf.Of(KeyOf(record))]); },
+		[=](u32 place, u64 record)
+		{
+			VX_PREFETCH_TO_WRITE(destination + place + kRecordsPerLine<SIndexAndDepth>);
+			StoreRecord(destination + place, record);
+		});
 }
 
 // Adds to each job's counters those of the jobs before it. The last job's are then those of all records.
@@ -367,8 +344,8 @@ inline u32 CSplitSort::_MakeParts(const SSortPart &whole, const SDigits &digits,
 	return partCount;
 }
 
-// Gives each job its positions of each part, behind those of the jobs before it, and their ends, so that jobs write
-// side by side and equal keys keep their order:
+// Gives each job its positions of each part, behind those of the jobs before it, so that jobs write side by side and
+// equal keys keep their order:
 //
 //   part       |     part 0     |         part 1         |
 //   records    | job 0 | job 1  | job 0 | job 1  | job 2 |
@@ -378,17 +355,13 @@ inline void CSplitSort::_ShareParts(u32 partCount, const SLevel &level) const
 	for (u32 job = 0; job < m_JobCount; ++job)
 	{
 		u32 *const positions = _CountersOf(job) + kDigitCount;
-		u32 *const ends = positions + kMaxPartsPerSplit;
-		const u32 *const counters = _CountersOf(job); // of this job and those before it
 		u32 digit = 0;
 		for (u32 part = 0; part < partCount; ++part)
 		{
-			const u32 first = level.m_Parts[part].m_First;
-			positions[part] = job == 0 ? first : (ends - kCountersPerJob)[part];
-			u32 end = first;
-			for (; digit < level.m_EndDigits[part]; ++digit)
-				end += counters[digit];
-			ends[part] = end;
+			u32 position = level.m_Parts[part].m_First;
+			for (; job != 0 && digit < level.m_EndDigits[part]; ++digit)
+				position += _CountersOf(job - 1)[digit];
+			positions[part] = position;
 		}
 	}
 }
