@@ -89,13 +89,13 @@ public:
 	/// Where records of 8 bytes are taken to lie, by their count: up to 6 MB of them near a core, and up to 16 MB in
 	/// the caches. The output has lain idle since the last frame. In the caches its lines are fetched in order while
 	/// the keys are counted. Away from the core, a record that is moved to a line fetches the line that its digit needs
-	/// next, where processors can be asked for a line.
+	/// next. WebAssembly has no instruction for that.
 	/// Measured on an AMD EPYC (family 26) with 1 MB of second-level cache: sorts of up to 500,000 records take 1.03 to
 	/// 1.09 times as long if they fetch the next line, sorts of 600,000 to 700,000 take 0.5 to 1.09 times as long, and
 	/// those of 1 and 2 million 0.42 to 0.80 times. On an Intel Xeon with 2 MB of second-level cache, fetching in order
 	/// is faster up to 2 million records.
-	static constexpr u32 kMaxCountNear = VX_WASM ? 1u << 21 : 3u << 18;
 	static constexpr u32 kMaxCountInCaches = 1u << 21;
+	static constexpr u32 kMaxCountNear = VX_WASM ? kMaxCountInCaches : 3u << 18;
 	///@}
 
 	/// Sorts [first, last) into output in ascending order of the keys that keyExtractor makes of records: u32, compared
@@ -197,9 +197,9 @@ private:
 	static constexpr u32 kLooks = 16;
 	static constexpr u32 kMinDistanceOfLooks = 64;
 
-	// Up to how many top digits the last pass moves records to both ends of each digit's range beyond the caches. There
-	// each end of a range is one more page that is written to, and a first-level TLB has some 64 to 96 entries. Of 4
-	// million records with 1,024 top digits, moving to one end takes 0.92 of the time.
+	// Up to how many top digits the last pass moves records to both ends of each digit's range away from the core.
+	// There each end of a range is one more page that is written to, and a first-level TLB has some 64 to 96 entries.
+	// Of 4 million records with 1,024 top digits, moving to one end takes 0.92 of the time.
 	// Distances have far fewer top digits; records of many top digits seldom wait for each other's positions anyway.
 	static constexpr u32 kMaxDigitsFromBothEnds = 256;
 
@@ -340,9 +340,9 @@ private:
 	// Where the records are taken to lie, see kMaxCountNear.
 	enum EPlace
 	{
-		kNear,
-		kInCaches,
-		kBeyondCaches
+		kNear,        // lines are fetched in order
+		kInCaches,    // in order, and a digit's next line with every record
+		kBeyondCaches // a digit's next line with every record
 	};
 
 	// How a pass moves records to their digits' positions.

@@ -96,16 +96,16 @@ constexpr u32 kMaxInShortCounters = VEXMOOR_MAX_IN_SHORT_COUNTERS;
 // differ downwards. Bits below the digits are left to insertion. Only the last digit, of the highest bits, is counted
 // from that of the lowest key. So it takes the fewest instructions to cut a key: a shift, and a mask or a subtraction.
 //
-//   key            | all bits above: last digit, less the lowest key's | digit 0 | rest |
-//                  ^ bit 31                                            ^         ^
-//                                                          m_LastShift '         ' m_FirstShift
+//   key            | digit 1 and all bits above it | digit 0      | rest |      two digits
+//   begins at bit                                  m_LastShift    m_FirstShift
 //
-// The last digits of a span may be one more than _DigitBits count, because of where the lowest key lies. Then all
-// digits begin a bit higher. For two digits of 2 bits each:
+// Keys may have one value more in the last digit than _DigitBits tell apart, depending on where the lowest key lies.
+// Then all digits begin a bit higher. Two digits of 2 bits each:
 //
-//   keys            0x0E = 11|10    0x12 = 100|10     last digits 0 and 1
-//   keys            0x0E = 11|1|0   0x1D = 111|0|1    last digits would be 0 and 4, so they are cut like this:
-//                   0x0E = 1|11|0   0x1D = 11|10|1    0 and 2
+//   lowest key      highest key      last digits
+//   0x0E = 11|10    0x12 = 100|10    3 - 3 = 0 and 4 - 3 = 1
+//   0x0E = 11|10    0x1D = 111|01    0 and 7 - 3 = 4, which is one too many, so the digits begin a bit higher:
+//   0x0E = 1|11|0   0x1D = 11|10|1   1 - 1 = 0 and 3 - 1 = 2
 template<u32 _PassCount, u32 _DigitBits>
 class TSpanDigits
 {

@@ -175,9 +175,9 @@ static SIndexAndDepth *SortThroughWords(
 	return sorted;
 }
 
-// Many records through words of one kind. Away from the core, as the radix sort does, they fetch lines ahead: 800,000
-// of a ball and of a curve then take 0.75 and 0.63 of the time on an AMD EPYC (family 26), and 300,000 take 1.04 and
-// 1.08.
+// The sort of more records than 16 bits count, through words of one kind. Away from the core (kMaxCountNear) it fetches
+// lines ahead, as the radix sort does: 800,000 of a ball and of a curve then take 0.75 and 0.63 of the time on an AMD
+// EPYC (family 26), and 300,000 would take 1.04 and 1.08. WebAssembly's modules do not contain sorts that fetch ahead.
 template<typename _Word>
 static CbSortOfSpan ManyThroughWords(u32 recordCount)
 {
@@ -189,8 +189,9 @@ static CbSortOfSpan ManyThroughWords(u32 recordCount)
 // and multiples of indexStep below indexEnd. It may leave the keys unspecified, and its counters take
 // TwoDigitWordCount(count) words. If there is none, null, unless counters are short: then passes by leading bits, which
 // move whole records, are faster than the radix sort as well. They are faster than words, too, if there are more than
-// kMaxDigitsPerRecord upper digits, since they sum up fewer counters: 3,000 records with the camera inside take 0.93 of
-// the time, 4,000 take 0.98 and 6,000, with fewer digits each, would take 1.01 (AMD EPYC, family 26).
+// kMaxDigitsPerRecord upper digits for each record, since they sum up fewer counters: 3,000 records with the camera
+// inside take 0.93 of the time, 4,000 take 0.98 and 6,000, with fewer digits each, would take 1.01 (AMD EPYC, family
+// 26).
 static inline CbSortOfSpan TwoPassesFor(const SKeySpan &span, u32 recordCount, u32 indexEnd, u32 indexStep)
 {
 	constexpr u32 kMaxDigitsPerRecord = 4;
