@@ -133,9 +133,10 @@ def reports_of(path, problems):
         elif list(map(as_written, arguments)) != HANDED_ON:
             text = formatted if as_written(arguments[1]) == "message.Data()" else literal(arguments[1])
             site = literal(arguments[0])
-            name = as_written(arguments[0]).split("::")[-1]
-            sitesOfName = set().union(*(sites[each] for each in aliases[name] | {name}))
-            reports["Warnings"][text] |= {site} if site else sitesOfName
+            # A name, a name of a name, or a choice of names.
+            written = set(re.findall(r"\w+", as_written(arguments[0])))
+            known = written.union(*(aliases[each] for each in written)) & sites.keys()
+            reports["Warnings"][text] |= {site} if site else set().union(*(sites[each] for each in known))
     if any(None in texts for texts in reports.values()):
         problems.append(f"{path.name}: it reports a text that does not stand beside the report")
     return reports

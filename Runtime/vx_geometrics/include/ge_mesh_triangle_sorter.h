@@ -501,7 +501,16 @@ private:
 		u32 count,
 		const TMemoryView<SIndexAndDepth> &out,
 		const _FillPage &fillPage) const;
-	VX_LOCAL u32 _ValidParticleCount(u32 start, u32 count) const;
+
+	// How many particles of [start, start + count) have their vertices inside the vertex buffer.
+	u32 _ValidParticleCount(u32 start, u32 count) const
+	{
+		const u32 firstVertex = m_PrimiteVertexCount * start;
+		if (m_VertexCount <= firstVertex)
+			return 0;
+		const u32 roomFor = (m_VertexCount - firstVertex) / m_PrimiteVertexCount;
+		return roomFor < count ? roomFor : count;
+	}
 
 	// An even number, so that the first record read stays 16-byte aligned; an odd shortfall then loses the last one.
 	static u32 _FirstWrittenRecord(u32 recordCount, u32 writeCount) { return (recordCount - writeCount) & ~1u; }
@@ -536,8 +545,7 @@ private:
 		EIndexStores stores);
 
 	// Warnings alone: jobs do not warn.
-	template<typename _Index>
-	VX_LOCAL static void _WarnOfQuads();
+	VX_LOCAL static void _WarnOfQuads(EIndexType indexType);
 	VX_LOCAL void _WarnOfStride() const;
 
 	// Output.

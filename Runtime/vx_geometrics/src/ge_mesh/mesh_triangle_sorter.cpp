@@ -24,6 +24,7 @@
 #include "include/pv_float_mode.h"
 #include "include/pv_mesh_triangle_sorter.h"
 #include "include/pv_triangles.h"
+#include "include/pv_working_buffer.h"
 
 #include <algorithm>
 #include <optional>
@@ -155,11 +156,6 @@ VX_HOT_CODE void CTriangleSorter::SortPoints_AutogenIndices(void *__restrict _wo
 		Mem::_FreeGeneric(_locallyAllocatedIDBuffer);
 }
 
-EIndexStores CTriangleSorter::_StoresOfOutput() const
-{
-	return m_OutputMemory == OutputMemory_Cached ? EIndexStores::Cached : EIndexStores::Streamed;
-}
-
 // Triangle sort.
 
 void CTriangleSorter::SortTriangles_AutogenIndices(void *workingBuffer)
@@ -247,8 +243,7 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 		m_InRenderedParticleCounts.Count(), m_PrimiteVertexCountCollection.Count()});
 	const CWarningBatch warnings;
 	const EIndexStores stores = StoresOfUnsorted<_Index>(workingBufferIndex.Count());
-	u32 startPrim = 0;
-	u32 startIndex = 0;
+	u32 startPrim = 0, startIndex = 0;
 	for (u32 pageId = 0; pageId < walkedPageCount; ++pageId)
 	{
 		const bool emptyPage = m_InRenderedParticleCounts[pageId] == 0;
@@ -299,11 +294,8 @@ u32 CTriangleSorter::_FillTriangles(const _Pages &pages,
 // Does what ExpandIndices does, and lets the caller choose the stores. What there is to report is left to
 // ExpandIndices, since reports carry its signature.
 template<typename _Index>
-VX_HOT_CODE void CTriangleSorter::_ExpandWithStores(const TMemoryView<const u32> &indexPattern,
-	const SIndexAndDepth *it,
-	_Index *dstPrims,
-	u32 primCount,
-	EIndexStores stores)
+VX_HOT_CODE void CTriangleSorter::_ExpandWithStores(
+	const CPattern &indexPattern, const SIndexAndDepth *it, _Index *dstPrims, u32 primCount, EIndexStores stores)
 {
 	const bool isReported = (VX_ASSERTIONS && !Mem::IsAligned<0x10>(it)) || indexPattern.Empty() || primCount == 0;
 	if (stores == EIndexStores::Streamed || isReported)
@@ -320,9 +312,7 @@ VX_HOT_CODE void CTriangleSorter::_GetParticleIdxInPageCache(
 {
 	const u32 totalPageCount = m_InRenderedParticleCounts.Count();
 	u64 outOffset = 0;
-	pageId = 0;
-	offsetInPage = 0;
-	offsetInRenderedBuffer = 0;
+	pageId = offsetInPage = offsetInRenderedBuffer = 0;
 	while (pageId < totalPageCount && outOffset + m_InRenderedParticleCounts[pageId] <= renderedParticleId)
 		outOffset += m_InRenderedParticleCounts[pageId++];
 
@@ -347,22 +337,6 @@ VX_HOT_CODE void CTriangleSorter::_GetParticleIdxInPageCache(
 	// One past the enabled particle before the wanted one, which is then the first enabled one from there on.
 	for (u32 pLeft = offsetInRenderedBuffer; pLeft != 0;)
 		pLeft -= enableds[offsetInPage++] != 0;
-}
-
-// The part of one page that becomes records, and the records.
-template<typename _Element>
-struct TPagePart
-{
-	const CRecordList &m_Records;
-	const TStridedMemoryView<const _Element> &m_Elements;
-	const CEnableds &m_Enableds;
-};
-
-// Whether a page of such elements is slow to fill. Elements at a stride of 0 are one for the whole page.
-template<typename _Element>
-static VX_INLINE bool HasUncommonStride(const TStridedMemoryView<const _Element> &elements)
-{
-	return elements.Stride() != sizeof(_Element) && elements.Stride() != 0;
 }
 
 // The walk that all fillers share: hands fillPage each page's part of the rendered particles [start, start + count),
@@ -435,7 +409,6 @@ VX_INLINE u32 CTriangleSorter::_WalkPages(
 }
 
 // Where the vertex bases of a page's records come from, with the sites that warn of it.
-
 struct SBySequence : CVertexBases_Sequence
 {
 	using CVertexBases_Sequence::CVertexBases_Sequence;
@@ -455,13 +428,6 @@ static void FillByDistance(const TPagePart<CFloat3> &page, const CCamera &camera
 template<typename _VertexBases>
 static void FillByValue(const TPagePart<float> &page, _VertexBases vertexBases);
 
-// How many particles of [start, start + count) have their vertices inside the vertex buffer.
-u32 CTriangleSorter::_ValidParticleCount(u32 start, u32 count) const
-{
-	const u32 firstVertex = m_PrimiteVertexCount * start;
-	return m_VertexCount > firstVertex ? std::min((m_VertexCount - firstVertex) / m_PrimiteVertexCount, count) : 0;
-}
-
 // The four fillers are written out, since their reports carry their signatures: kept on purpose.
 
 VX_HOT_CODE void CTriangleSorter::_FillSource_SortByPosition_GeomConst(
@@ -475,8 +441,7 @@ VX_HOT_CODE void CTriangleSorter::_FillSource_SortByPosition_GeomConst(
 		[&](const TPagePart<CFloat3> &page, u32 firstParticle)
 		{ FillByDistance(page, camera, SBySequence(firstParticle * increment, increment)); });
 	VX_ASSERT(i == validCount);
-	if (VX_UNLIKELY(i < count))
-		FillFarRecords(out.Slice(i, count - i));
+	FillFarRecords(out, i, count);
 }
 
 VX_HOT_CODE void CTriangleSorter::_FillSource_SortByValues_GeomConst(
@@ -488,8 +453,7 @@ VX_HOT_CODE void CTriangleSorter::_FillSource_SortByValues_GeomConst(
 		[&](const TPagePart<float> &page, u32 firstParticle)
 		{ FillByValue(page, SBySequence(firstParticle * increment, increment)); });
 	VX_ASSERT(i == validCount);
-	if (VX_UNLIKELY(i < count))
-		FillFarRecords(out.Slice(i, count - i));
+	FillFarRecords(out, i, count);
 }
 
 VX_HOT_CODE void CTriangleSorter::_FillSource_SortByPosition_GeomConstAndIndexList(
@@ -500,8 +464,7 @@ VX_HOT_CODE void CTriangleSorter::_FillSource_SortByPosition_GeomConstAndIndexLi
 	const u32 i = _WalkPages<PageBound_RenderedCounts>(m_InPositions, start, count, out,
 		[&](const TPagePart<CFloat3> &page, u32 firstParticle)
 		{ FillByDistance(page, camera, SByList(m_IndexList.AddressOf(firstParticle), m_VertexCount)); });
-	if (VX_UNLIKELY(i < count))
-		FillFarRecords(out.Slice(i, count - i));
+	FillFarRecords(out, i, count);
 }
 
 VX_HOT_CODE void CTriangleSorter::_FillSource_SortByValues_GeomConstAndIndexList(
@@ -510,8 +473,7 @@ VX_HOT_CODE void CTriangleSorter::_FillSource_SortByValues_GeomConstAndIndexList
 	const u32 i = _WalkPages<PageBound_TotalPageCount>(m_InSortKeys, start, count, out,
 		[&](const TPagePart<float> &page, u32 firstParticle)
 		{ FillByValue(page, SByList(m_IndexList.AddressOf(firstParticle), m_VertexCount)); });
-	if (VX_UNLIKELY(i < count))
-		FillFarRecords(out.Slice(i, count - i));
+	FillFarRecords(out, i, count);
 }
 
 // Fill: the records of one page. By distance or by value, with vertex bases from a sequence or a list: two algorithms
@@ -562,7 +524,6 @@ static void WarnOfPositionStride()
 {
 	WarnAtSite(_VertexBases::kPositionStrideSite, "Render sort: input positions have uncommon stride");
 }
-
 template<typename _VertexBases>
 static void WarnOfValueStride()
 {
@@ -632,11 +593,6 @@ static VX_INLINE void FillByDistance(const TPagePart<CFloat3> &page, const CCame
 // Expand. The rule that every worker follows, for any width and both index types: record after record, the pattern's
 // entries plus the record's base; front to back, each index once.
 
-typedef TMemoryView<const u32> CPattern;
-typedef const SIndexAndDepth *__restrict CRecords;
-typedef volatile u32 *__restrict CPrims32;
-typedef volatile u16 *__restrict CPrims16;
-
 // The skeleton of the workers that stream. If the output is aligned, whole blocks of primitives leave as streaming
 // stores, followed by a fence. If it is not, the worker warns. All that is left goes out by the other kernels, those
 // with the largest blocks first.
@@ -652,11 +608,10 @@ static VX_INLINE void StreamOrWarn(
 // 32-bit.
 
 static void ExpandIndicesU32_x1(
-	const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount, EIndexStores stores)
+	[[maybe_unused]] const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount, EIndexStores stores)
 {
 	VX_ASSERT(indexPattern.Count() == 1);
 	VX_ASSERT_MESSAGE(indexPattern[0] == 0, "An index pattern of width 1 should have its indexPattern[0] to 0");
-	static_cast<void>(indexPattern);
 	StreamOrWarn<Expand::SStreamU32_x1, Expand::SU32_x1>(Site::kExpandU32_x1,
 		"Render sort: Index stream expansion (U32): sub-optimal path [1]: Unaligned dst memory",
 		Expand::TOutput<u32>(it, dstPrims, primCount, stores));
@@ -724,11 +679,8 @@ static void ExpandIndicesU32_xN(const CPattern &indexPattern, CRecords it, CPrim
 	Expand::WriteAnyWidth(indexPattern, it, dstPrims, primCount);
 }
 
-VX_HOT_CODE void CTriangleSorter::_ExpandByWidth(const TMemoryView<const u32> &indexPattern,
-	const SIndexAndDepth *__restrict it,
-	volatile u32 *__restrict dstPrims,
-	u32 primCount,
-	EIndexStores stores)
+VX_HOT_CODE void CTriangleSorter::_ExpandByWidth(
+	const CPattern &indexPattern, CRecords it, CPrims32 dstPrims, u32 primCount, EIndexStores stores)
 {
 	switch (VX_USUALLY(indexPattern.Count(), 6))
 	{
@@ -764,10 +716,9 @@ void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &indexPattern,
 // every index below.
 
 static void ExpandIndicesU16_x1(
-	const CPattern &indexPattern, CRecords it, CPrims16 dstPrims, u32 primCount, EIndexStores stores)
+	[[maybe_unused]] const CPattern &indexPattern, CRecords it, CPrims16 dstPrims, u32 primCount, EIndexStores stores)
 {
 	VX_ASSERT(indexPattern.Count() == 1 && indexPattern[0] == 0);
-	static_cast<void>(indexPattern);
 	StreamOrWarn<Expand::SStreamU16_x1, Expand::SU16_x1_Eight, Expand::SU16_x1_Two, Expand::SU16_x1>(
 		Site::kExpandU16_x1, "Render sort: Index stream expansion (U16): sub-optimal path [1]: Unaligned dst memory",
 		Expand::TOutput<u16>(it, dstPrims, primCount, stores));
@@ -809,11 +760,8 @@ static void ExpandIndicesU16_xN(const CPattern &indexPattern, CRecords it, CPrim
 	Expand::WriteAnyWidth(indexPattern, it, dstPrims, primCount);
 }
 
-VX_HOT_CODE void CTriangleSorter::_ExpandByWidth(const TMemoryView<const u32> &indexPattern,
-	const SIndexAndDepth *__restrict it,
-	volatile u16 *__restrict dstPrims,
-	u32 primCount,
-	EIndexStores stores)
+VX_HOT_CODE void CTriangleSorter::_ExpandByWidth(
+	const CPattern &indexPattern, CRecords it, CPrims16 dstPrims, u32 primCount, EIndexStores stores)
 {
 	switch (VX_USUALLY(indexPattern.Count(), 6))
 	{
@@ -837,26 +785,17 @@ VX_WRAPS void CTriangleSorter::ExpandIndices(const TMemoryView<const u32> &index
 {
 	VX_PROFILE_SCOPE_COLOR("ExpandIndices<u16>", CFloat3(0.1f, 0.5f, 0.9f));
 	VX_ASSERT(Mem::IsAligned<0x10>(it));
-	const u32 patternWidth = indexPattern.Count();
-	if (patternWidth * primCount == 0)
+	if (indexPattern.Count() * primCount == 0)
 		return;
 	_ExpandByWidth(indexPattern, it, dstPrims, primCount, EIndexStores::Streamed);
 }
 
 // Expansion with quads in order.
 
-template<>
-void CTriangleSorter::_WarnOfQuads<u16>()
+void CTriangleSorter::_WarnOfQuads(EIndexType indexType)
 {
 	const CShortString message = CShortString::Format("Render sort: Very slow tube quad sorter");
-	WarnAtSite(Site::kQuadsU16, message.Data());
-}
-
-template<>
-void CTriangleSorter::_WarnOfQuads<u32>()
-{
-	const CShortString message = CShortString::Format("Render sort: Very slow tube quad sorter");
-	WarnAtSite(Site::kQuadsU32, message.Data());
+	WarnAtSite(indexType == IndexTypeUint16 ? Site::kQuadsU16 : Site::kQuadsU32, message.Data());
 }
 
 VX_WRAPS void CTriangleSorter::ExpandAndSortIndices(const TMemoryView<const u32> &indexPattern,
@@ -873,7 +812,7 @@ VX_WRAPS void CTriangleSorter::ExpandAndSortIndices(const TMemoryView<const u32>
 	VX_ASSERT(quadCount < 16); // in the 16-bit entry alone; the 32-bit one leaves it to the keys' bounds
 	if (primCount * indexPattern.Count() == 0)
 		return;
-	_WarnOfQuads<u16>();
+	_WarnOfQuads(IndexTypeUint16);
 	ExpandWithSortedQuads(indexPattern, quadCenters, cameraPosition, it, dstPrims, primCount, vpp);
 }
 
@@ -889,7 +828,7 @@ VX_WRAPS void CTriangleSorter::ExpandAndSortIndices(const TMemoryView<const u32>
 	VX_ASSERT(Mem::IsAligned<0x10>(it));
 	if (primCount * indexPattern.Count() == 0)
 		return;
-	_WarnOfQuads<u32>();
+	_WarnOfQuads(IndexTypeUint32);
 	ExpandWithSortedQuads(indexPattern, quadCenters, cameraPosition, it, dstPrims, primCount, vpp);
 }
 
@@ -919,14 +858,6 @@ void CTriangleSorter::ApplySortingIndirectionsListTriangles(
 }
 
 // Working buffer.
-
-// Elements of the buffer behind skippedCount others. The address is computed as an integer: a carving of null is a
-// caller's fault that shows where it is used, not here.
-template<typename _Type>
-static VX_INLINE TMemoryView<_Type> Carve(const void *base, u32 skippedCount, u32 count)
-{
-	return {reinterpret_cast<_Type *>(reinterpret_cast<ureg>(base) + ureg(skippedCount) * sizeof(_Type)), count};
-}
 
 // Overloads of const memory are written out, since reports carry their signatures: kept on purpose.
 
@@ -962,22 +893,8 @@ VX_WRAPS TMemoryView<const SIndexAndDepth> CTriangleSorter::WorkingBuffer_Sorted
 	return Carve<const SIndexAndDepth>(wb, _AlignedRecordCount(indexCount / 3) * bufferIndex, indexCount / 3);
 }
 
-template<typename _Index>
-TMemoryView<_Index> CTriangleSorter::WorkingBuffer_TriangleIndices(void *wb, u32 indexCount)
-{
-	return Carve<_Index>(wb, 2 * GetSortedTrisWorkingBufferSize(indexCount) / u32(sizeof(_Index)), indexCount);
-}
-
-template<typename _Index>
-TMemoryView<const _Index> CTriangleSorter::WorkingBuffer_TriangleIndices(const void *wb, u32 indexCount)
-{
-	return Carve<const _Index>(wb, 2 * GetSortedTrisWorkingBufferSize(indexCount) / u32(sizeof(_Index)), indexCount);
-}
-
-template VX_GEOMETRICS_API TMemoryView<u32> CTriangleSorter::WorkingBuffer_TriangleIndices<u32>(void *, u32);
-template VX_GEOMETRICS_API TMemoryView<u16> CTriangleSorter::WorkingBuffer_TriangleIndices<u16>(void *, u32);
-template VX_GEOMETRICS_API TMemoryView<const u32> CTriangleSorter::WorkingBuffer_TriangleIndices<u32>(
-	const void *, u32);
-template VX_GEOMETRICS_API TMemoryView<const u16> CTriangleSorter::WorkingBuffer_TriangleIndices<u16>(
-	const void *, u32);
+template VX_GEOMETRICS_API TMemoryView<u32> CTriangleSorter::WorkingBuffer_TriangleIndices(void *, u32);
+template VX_GEOMETRICS_API TMemoryView<u16> CTriangleSorter::WorkingBuffer_TriangleIndices(void *, u32);
+template VX_GEOMETRICS_API TMemoryView<const u32> CTriangleSorter::WorkingBuffer_TriangleIndices(const void *, u32);
+template VX_GEOMETRICS_API TMemoryView<const u16> CTriangleSorter::WorkingBuffer_TriangleIndices(const void *, u32);
 } // namespace Vexmoor

@@ -228,7 +228,7 @@ void CSortJobs::_WritePoints(_Index *indices)
 	{
 		VX_PROFILE_SCOPE_COLOR(
 			k16 ? "ExpandAndSortIndices<u16>" : "ExpandAndSortIndices<u32>", CFloat3(0.1f, 0.6f, 0.9f));
-		const u32 hazardCount = writeCount == 0 ? 0 : HazardsOf(&CSorter::_WarnOfQuads<_Index>);
+		const u32 hazardCount = writeCount == 0 ? 0 : HazardsOf([&] { CSorter::_WarnOfQuads(m_Sorter.m_IndexType); });
 		m_Split.SortAndWrite(skippedCount, writeCount, ScopesOfJobs(hazardCount),
 			[&](u32 first, u32 count)
 			{
@@ -700,8 +700,7 @@ void CSortJobs::_FillPoints(const TPages<_Element> &pages, const _Camera &...cam
 		return span;
 	};
 	m_Jobs.Run(m_JobCount, [&](u32 job) { _FillShare(job, fillPart); });
-	if (m_FilledCount != m_RecordCount)
-		FillFarRecords(CRecordList(m_Filled + m_FilledCount, m_RecordCount - m_FilledCount));
+	FillFarRecords(CRecordList(m_Filled, m_RecordCount), m_FilledCount, m_RecordCount);
 }
 
 // Warns of pages, reports them and enters their scopes, page by page as the sort without jobs does: each step is called

@@ -28,6 +28,17 @@ enum class EIndexStores : u32
 	Cached    // through the caches: indices that the CPU reads again soon
 };
 
+inline EIndexStores CTriangleSorter::_StoresOfOutput() const
+{
+	return m_OutputMemory == OutputMemory_Cached ? EIndexStores::Cached : EIndexStores::Streamed;
+}
+
+// What a worker expands: the pattern, the sorted records, and where primitives go, front to back and each index once.
+typedef TMemoryView<const u32> CPattern;
+typedef const SIndexAndDepth *__restrict CRecords;
+typedef volatile u32 *__restrict CPrims32;
+typedef volatile u16 *__restrict CPrims16;
+
 namespace Expand
 {
 	typedef SLanesBase Lanes;

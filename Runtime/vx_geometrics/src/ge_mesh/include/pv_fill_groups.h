@@ -175,12 +175,16 @@ static VX_INLINE void FillOneByDistance(
 	*packedPtr = {key, base};
 }
 
-// Records of particles beyond the vertex buffer, or of no page: drawn before all others with a finite key, at the first
-// vertices.
-static void FillFarRecords(const CRecordList &out)
+// Fills the records [first, stop), of particles beyond the vertex buffer or of no page: drawn before all others with a
+// finite key, at the first vertices. Most sorts have none.
+static VX_INLINE void FillFarRecords(const CRecordList &out, u32 first, u32 stop)
 {
+	if (VX_LIKELY(first >= stop))
+		return;
+	const u32 count = stop - first;
 	float valueFar;
 	std::memcpy(&valueFar, &kMinusInfinityBits, sizeof(valueFar)); // -ffast-math does not know an infinity
-	CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(out, CSortValues(&valueFar, out.Count(), 0), {}, 0, 0);
+	CTriangleSorter::FillSortingIndirectionsListPoint_NoIndices(
+		out.Slice(first, count), CSortValues(&valueFar, count, 0), {}, 0, 0);
 }
 } // namespace Vexmoor

@@ -23,6 +23,22 @@
 
 namespace Vexmoor
 {
+// The part of one page that becomes records, and the records.
+template<typename _Element>
+struct TPagePart
+{
+	const CRecordList &m_Records;
+	const TStridedMemoryView<const _Element> &m_Elements;
+	const CEnableds &m_Enableds;
+};
+
+// Whether a page of such elements is slow to fill. Elements at a stride of 0 are one for the whole page.
+template<typename _Element>
+static VX_INLINE bool HasUncommonStride(const TStridedMemoryView<const _Element> &elements)
+{
+	return elements.Stride() != sizeof(_Element) && elements.Stride() != 0;
+}
+
 // Writes a record for each value of a view. The values may lie in the upper half of the records, as compaction leaves
 // them.
 template<typename _VertexBases>
