@@ -437,9 +437,8 @@ struct TPageSource
 	CEnableds m_Enableds;
 	bool m_IsCompacted;
 
-	bool HasUsualStride() const { return m_Elements.Stride() == sizeof(_Element) || m_Elements.Stride() == 0; }
 	// Pages at other strides are warned of, unless compaction packs their values first.
-	bool IsSlow() const { return !m_IsCompacted && !HasUsualStride(); }
+	bool IsSlow() const { return !m_IsCompacted && HasUncommonStride(m_Elements); }
 
 	// Moves an offset on by enabled particles. Returns false where the page ends before.
 	bool Skip(u32 enabledCount, u32 &offset) const
@@ -484,7 +483,7 @@ bool CSortJobs::_IsSound(const TPages<_Element> &pages, const SPage &page)
 	const u32 elementCount = source.m_Elements.Count();
 	const u32 stride = source.m_Elements.Stride();
 	if (source.m_Elements.Data() == null || page.m_ParticleCount > elementCount || u64(stride) * elementCount > ~0u ||
-		(!source.HasUsualStride() && stride < sizeof(_Element)))
+		(HasUncommonStride(source.m_Elements) && stride < sizeof(_Element)))
 		return false;
 	if (source.m_Enableds.Empty())
 		return true;

@@ -33,7 +33,8 @@ inline EIndexStores CTriangleSorter::_StoresOfOutput() const
 	return m_OutputMemory == OutputMemory_Cached ? EIndexStores::Cached : EIndexStores::Streamed;
 }
 
-// What a worker expands: the pattern, the sorted records, and where primitives go, front to back and each index once.
+// What the worker of a pattern's width takes: the pattern, sorted records to read, and an output of 32-bit or 16-bit
+// indices to write.
 typedef TMemoryView<const u32> CPattern;
 typedef const SIndexAndDepth *__restrict CRecords;
 typedef volatile u32 *__restrict CPrims32;
@@ -751,7 +752,7 @@ namespace Expand
 	// Any width, record by record. Nothing is written if the number of indices is 0 modulo 2^32: kept on purpose.
 	template<typename _Index>
 	VX_WRAPS static void WriteAnyWidth(
-		const TMemoryView<const u32> &pattern, const SIndexAndDepth *records, volatile _Index *dst, u32 primCount)
+		const CPattern &pattern, const SIndexAndDepth *records, volatile _Index *dst, u32 primCount)
 	{
 		const u32 width = pattern.Count();
 		if (primCount * width == 0)

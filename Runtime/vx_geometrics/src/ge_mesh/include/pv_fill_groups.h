@@ -175,8 +175,8 @@ static VX_INLINE void FillOneByDistance(
 	*packedPtr = {key, base};
 }
 
-// Fills the records [first, stop), of particles beyond the vertex buffer or of no page: drawn before all others with a
-// finite key, at the first vertices. Most sorts have none.
+// Fills the records [first, stop) of particles that lie beyond the vertex buffer or in no page. They are drawn before
+// all particles with a finite key, with the first vertices. Most sorts have no such particles.
 static VX_INLINE void FillFarRecords(const CRecordList &out, u32 first, u32 stop)
 {
 	if (VX_LIKELY(first >= stop))

@@ -23,7 +23,7 @@
 
 namespace Vexmoor
 {
-// The part of one page that becomes records, and the records.
+// The part of one page that becomes records, and those records: its elements, their enabled bytes, and where they go.
 template<typename _Element>
 struct TPagePart
 {

@@ -3,16 +3,17 @@
 // How a working buffer is divided. Nothing here reports.
 //
 //   points       sorted records | filled records
-//   triangles    sorted records | filled records | unsorted indices, 4 bytes each whatever their type
+//   triangles    sorted records | filled records | unsorted indices
 //
-// Each array of records has an even number of them, so that the next one starts at a multiple of 16.
+// Each array has room for an even number of records, so the next one starts at a multiple of 16 as well. Unsorted
+// indices have room for 4 bytes each; 16-bit indices use the first half of it.
 
 #include "ge_mesh_triangle_sorter.h"
 
 namespace Vexmoor
 {
-// Elements of the buffer behind skippedCount others. The address is computed as an integer: a carving of null is a
-// caller's fault that shows where it is used, not here.
+// A view of count elements, behind skippedCount others of the same size. The address is computed as an integer, since
+// the buffer may be null: that is the caller's fault, which shows where the view is used, and not here.
 template<typename _Type>
 static VX_INLINE TMemoryView<_Type> Carve(const void *base, u32 skippedCount, u32 count)
 {
